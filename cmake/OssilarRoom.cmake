@@ -1,0 +1,31 @@
+# A room is one library target with a list of sources of its own. Its tests are one binary that links that room
+# alone, so an arrow the wrong way fails to link. A source or test file that is in no list fails the configuration.
+
+function(ossilar_require_listed kind)
+  file(GLOB present RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "*.cc")
+  foreach(file IN LISTS present)
+    get_property(listed DIRECTORY PROPERTY OSSILAR_LISTED)
+    if(NOT file IN_LIST listed)
+      message(FATAL_ERROR "${CMAKE_CURRENT_SOURCE_DIR}/${file} is in no ${kind} target; list it in CMakeLists.txt")
+    endif()
+  endforeach()
+endfunction()
+
+# ossilar_room(NAME SOURCES ... [DEPENDS ...]): library target ossilar_NAME.
+function(ossilar_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(ossilar_${name} STATIC ${ROOM_SOURCES})
+  target_link_libraries(ossilar_${name} PUBLIC ossilar_options ${ROOM_DEPENDS})
+  set_property(DIRECTORY APPEND PROPERTY OSSILAR_LISTED ${ROOM_SOURCES})
+endfunction()
+
+# ossilar_test(NAME SOURCES ... DEPENDS ...): test binary NAME_test, its cases registered with ctest.
+function(ossilar_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name}_test ${TEST_SOURCES})
+  target_link_libraries(${name}_test PRIVATE ${TEST_DEPENDS} ossilar_options GTest::gmock GTest::gtest_main)
+  target_include_directories(${name}_test PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  target_compile_definitions(${name}_test PRIVATE OSSILAR_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
+  gtest_discover_tests(${name}_test TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  set_property(DIRECTORY APPEND PROPERTY OSSILAR_LISTED ${TEST_SOURCES})
+endfunction()

@@ -1,0 +1,10 @@
+#include "ossilar/utils/error.h"
+
+#include <system_error>
+
+namespace ossilar::utils {
+
+IoError::IoError(const std::string& what, int error, Place place)
+    : Error(what + ": " + std::generic_category().message(error), place), error_(error) {}
+
+}  // namespace ossilar::utils

@@ -1,0 +1,237 @@
+#include "ossilar/utils/files.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::utils {
+namespace {
+
+constexpr mode_t kDirectoryMode = 0777;  // the umask takes away what the user wants taken away
+constexpr mode_t kFileMode = 0666;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t kReadStep = std::size_t{64} * 1024;
+
+template <class Call>
+auto retry_interrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+// A failed sync is never tried again: the kernel may have dropped the pages and would report success.
+void sync_or_throw(int fd, const std::filesystem::path& path) {
+  if (fsync(fd) != 0) throw IoError("cannot sync " + path.string() + " to disk", errno);
+}
+
+UniqueFd open_child_directory(int parent, const std::string& name, const std::filesystem::path& so_far) {
+  const int fd = retry_interrupted(
+      [&] { return openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
+  if (fd >= 0) return UniqueFd(fd);
+  const int error = errno;
+  struct stat info {};
+  if (error == ENOTDIR && fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISLNK(info.st_mode)) {
+    throw IoError(so_far.string() + " is a symbolic link, and ossilar writes through none", ELOOP);
+  }
+  // A directory that may be searched but not read still serves as a step on the way.
+  if (error == EACCES) {
+    const int step = openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (step >= 0) return UniqueFd(step);
+  }
+  throw IoError("cannot open the directory " + so_far.string(), error);
+}
+
+void create_child_directory(int parent, const std::string& name, const std::filesystem::path& so_far) {
+  if (mkdirat(parent, name.c_str(), kDirectoryMode) == 0) {
+    sync_or_throw(parent, so_far.parent_path());
+  } else if (errno != EEXIST) {
+    throw IoError("cannot create the directory " + so_far.string(), errno);
+  }
+}
+
+std::string random_name() {
+  std::uint64_t number = 0;
+  if (retry_interrupted([&] { return getrandom(&number, sizeof number, 0); }) !=
+      static_cast<ssize_t>(sizeof number)) {
+    throw IoError("cannot get random bytes for a temporary name", errno);
+  }
+  std::array<char, 40> name{};
+  std::snprintf(name.data(), name.size(), ".ossilar-%016llx.tmp", static_cast<unsigned long long>(number));
+  return name.data();
+}
+
+void write_all(int fd, std::string_view text, const std::filesystem::path& path) {
+  while (!text.empty()) {
+    const ssize_t written = retry_interrupted([&] { return write(fd, text.data(), text.size()); });
+    if (written < 0) throw IoError("cannot write " + path.string(), errno);
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+// The mode of the file that is about to be replaced, or none when there is none. Refuses what is no regular
+// file.
+std::optional<mode_t> mode_of_target(int directory, const std::string& name,
+                                     const std::filesystem::path& path) {
+  struct stat info {};
+  if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT) return std::nullopt;
+    throw IoError("cannot look at " + path.string(), errno);
+  }
+  if (S_ISLNK(info.st_mode)) {
+    throw IoError(path.string() + " is a symbolic link; put a regular file in its place or remove it", ELOOP);
+  }
+  if (!S_ISREG(info.st_mode)) {
+    throw IoError(path.string() + " is not a regular file; move it away",
+                  S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
+  }
+  return info.st_mode & 07777U;
+}
+
+// A file under a name that nobody can foresee, removed again unless it takes the place of its target.
+class TemporaryFile {
+ public:
+  TemporaryFile(int directory, std::optional<mode_t> mode, const std::filesystem::path& target)
+      : directory_(directory), name_(random_name()), target_(target) {
+    fd_ = UniqueFd(retry_interrupted([&] {
+      return openat(directory_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                    kFileMode);
+    }));
+    if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+    if (mode && fchmod(fd_.get(), *mode) != 0) {
+      const int error = errno;
+      unlinkat(directory_, name_.c_str(), 0);
+      throw IoError("cannot keep the mode of " + target_.string(), error);
+    }
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile() {
+    if (!placed_) unlinkat(directory_, name_.c_str(), 0);
+  }
+
+  void fill(std::string_view text) const {
+    write_all(fd_.get(), text, target_);
+    sync_or_throw(fd_.get(), target_);
+  }
+
+  void take_place(const std::string& name) {
+    if (renameat(directory_, name_.c_str(), directory_, name.c_str()) != 0) {
+      throw IoError("cannot put the new " + target_.string() + " in place", errno);
+    }
+    placed_ = true;
+  }
+
+ private:
+  int directory_;
+  std::string name_;
+  const std::filesystem::path& target_;
+  UniqueFd fd_;
+  bool placed_ = false;
+};
+
+bool is_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
+  const auto relative = path.lexically_relative(directory);
+  return !relative.empty() && *relative.begin() != "..";
+}
+
+}  // namespace
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+UniqueFd::~UniqueFd() {
+  if (fd_ >= 0) close(fd_);
+}
+
+UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
+  UniqueFd directory(retry_interrupted([] { return open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!directory) throw IoError("cannot open the directory /", errno);
+  std::filesystem::path so_far = "/";
+  for (const auto& part : path.lexically_normal().relative_path()) {
+    if (part.empty()) continue;  // a trailing slash
+    so_far /= part;
+    try {
+      directory = open_child_directory(directory.get(), part.string(), so_far);
+    } catch (const IoError& error) {
+      if (error.error() != ENOENT || missing == Missing::fail) throw;
+      create_child_directory(directory.get(), part.string(), so_far);
+      directory = open_child_directory(directory.get(), part.string(), so_far);
+    }
+  }
+  return directory;
+}
+
+void atomic_write(const std::filesystem::path& path, std::string_view text) {
+  const UniqueFd directory = open_directory(path.parent_path(), Missing::create);
+  const std::string name = path.filename().string();
+  TemporaryFile file(directory.get(), mode_of_target(directory.get(), name, path), path);
+  file.fill(text);
+  file.take_place(name);
+  sync_or_throw(directory.get(), path.parent_path());
+}
+
+bool is_regular_file(const std::filesystem::path& path) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);
+  if (errno == ENOENT || errno == ENOTDIR) return false;
+  throw IoError("cannot look at " + path.string(), errno);
+}
+
+std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name) {
+  std::string text;
+  for (;;) {
+    const std::size_t before = text.size();
+    text.resize(before + kReadStep);
+    const ssize_t got = retry_interrupted([&] { return read(fd, text.data() + before, kReadStep); });
+    if (got < 0) throw IoError("cannot read " + name, errno);
+    text.resize(before + static_cast<std::size_t>(got));
+    if (text.size() > limit) return std::nullopt;
+    if (got == 0) return text;
+  }
+}
+
+std::string read_text_file(const std::filesystem::path& path) {
+  const UniqueFd file(retry_interrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+  if (!file) throw IoError("cannot open " + path.string(), errno);
+  const std::string text = read_at_most(file.get(), std::string::npos, path.string()).value_or("");
+  require_utf8(text, path.string());
+  const bool marked = text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0;
+  return normalise_line_ends(std::string_view(text).substr(marked ? kByteOrderMark.size() : 0));
+}
+
+std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
+  std::error_code error;
+  const auto target = std::filesystem::canonical(path, error);
+  if (error) throw IoError("cannot open " + path.string(), error.value());
+  if (!is_within(std::filesystem::canonical(directory), target)) {
+    throw Error(path.string() + " is a symbolic link that leads out of " + directory.string() +
+                "; put a regular file in its place or remove it");
+  }
+  return read_text_file(target);
+}
+
+void require_utf8(std::string_view text, const std::string& name) {
+  const auto at = first_invalid_utf8(text);
+  if (!at) return;
+  std::array<char, 8> byte{};
+  std::snprintf(byte.data(), byte.size(), "0x%02X",
+                static_cast<unsigned>(static_cast<std::uint8_t>(text[*at])));
+  throw Error(name + " is not UTF-8: byte " + byte.data() + " at offset " + std::to_string(*at) + " (line " +
+              std::to_string(count_lines(text.substr(0, *at)) + (*at == 0 || text[*at - 1] == '\n' ? 1 : 0)) +
+              ")");
+}
+
+}  // namespace ossilar::utils

@@ -1,0 +1,64 @@
+// Files on disk: reading whole, and replacing whole or not at all.
+//
+// Thread-safety: every function may be called from any thread.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace ossilar::utils {
+
+// An owned file descriptor; -1 owns nothing.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept;
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  ~UniqueFd();
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+
+ private:
+  int fd_ = -1;
+};
+
+// What a walk along a path does with a directory that is not there.
+enum class Missing { fail, create };
+
+// Opens the directory `path` (absolute) component by component, following no symbolic link on the way. A
+// directory that it creates is on disk, with its name in its parent, when this returns. The descriptor is for
+// *at() calls. Throws IoError; for a symbolic link on the way its error() is ELOOP and the message names the
+// link.
+UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Missing::fail);
+
+// Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is
+// the old one or the new one, whole, and when this returns the new one is on disk. Missing directories are
+// created. An existing file's mode is kept. Refuses, with IoError and nothing changed, a target that is no
+// regular file, a symbolic link in its place, and a path with a symbolic link on the way.
+void atomic_write(const std::filesystem::path& path, std::string_view text);
+
+// Whether `path` is a regular file, symbolic links followed. Throws IoError when the system cannot say.
+bool is_regular_file(const std::filesystem::path& path);
+
+// The bytes of the open file `fd`, at most `limit` of them: none when it holds more. `name` is for messages.
+std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name);
+
+// The whole of `path` as text, line ends normalised and a byte order mark at its start left out. Throws
+// IoError when it cannot be read, Error naming the byte when it is not UTF-8.
+std::string read_text_file(const std::filesystem::path& path);
+
+// The same for a file in `directory` or below: a symbolic link is followed, but one that leads out of
+// `directory` is refused with Error.
+std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
+
+// Throws Error when `text` is not UTF-8: "NAME is not UTF-8: byte 0xFF at offset 12 (line 2)".
+void require_utf8(std::string_view text, const std::string& name);
+
+}  // namespace ossilar::utils

@@ -1,0 +1,221 @@
+#include "ossilar/utils/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+
+namespace ossilar::utils {
+namespace {
+
+struct Decoded {
+  char32_t code = 0;
+  std::size_t size = 0;  // 0: the bytes here are not UTF-8
+};
+
+// The lead bytes of RFC 3629's grammar with the range of the first continuation byte, which is what keeps
+// overlong forms, surrogates and values above U+10FFFF out.
+struct LeadByte {
+  std::uint8_t first, last, low, high;
+  std::size_t size;
+};
+constexpr std::array<LeadByte, 8> kLeadBytes{{
+    {0xC2, 0xDF, 0x80, 0xBF, 2},
+    {0xE0, 0xE0, 0xA0, 0xBF, 3},
+    {0xE1, 0xEC, 0x80, 0xBF, 3},
+    {0xED, 0xED, 0x80, 0x9F, 3},
+    {0xEE, 0xEF, 0x80, 0xBF, 3},
+    {0xF0, 0xF0, 0x90, 0xBF, 4},
+    {0xF1, 0xF3, 0x80, 0xBF, 4},
+    {0xF4, 0xF4, 0x80, 0x8F, 4},
+}};
+
+std::uint8_t byte_at(std::string_view text, std::size_t at) { return static_cast<std::uint8_t>(text[at]); }
+
+Decoded decode_sequence(std::string_view text, std::size_t at, const LeadByte& lead) {
+  if (at + lead.size > text.size()) return {};
+  const std::uint8_t second = byte_at(text, at + 1);
+  if (second < lead.low || second > lead.high) return {};
+  char32_t code = byte_at(text, at) & (0xFFU >> (lead.size + 1));
+  for (std::size_t i = 1; i < lead.size; ++i) {
+    const std::uint8_t next = byte_at(text, at + i);
+    if ((next & 0xC0U) != 0x80U) return {};
+    code = (code << 6U) | (next & 0x3FU);
+  }
+  return {code, lead.size};
+}
+
+Decoded decode(std::string_view text, std::size_t at) {
+  const std::uint8_t first = byte_at(text, at);
+  if (first < 0x80) return {first, 1};
+  for (const LeadByte& lead : kLeadBytes) {
+    if (first >= lead.first && first <= lead.last) return decode_sequence(text, at, lead);
+  }
+  return {};
+}
+
+bool is_white_space(char32_t c) {
+  return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
+         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F ||
+         c == 0x3000;
+}
+
+// The size of the white space character at `at`, or 0.
+std::size_t white_space_size(std::string_view text, std::size_t at) {
+  const Decoded decoded = decode(text, at);
+  return decoded.size > 0 && is_white_space(decoded.code) ? decoded.size : 0;
+}
+
+// The size of the white space character that ends at `end`, or 0. (The longest is three bytes.)
+std::size_t white_space_size_before(std::string_view text, std::size_t end) {
+  for (std::size_t size = 1; size <= std::min<std::size_t>(3, end); ++size) {
+    if (white_space_size(text.substr(0, end), end - size) == size) return size;
+  }
+  return 0;
+}
+
+bool is_hidden(char32_t c) {
+  const bool control = (c < 0x20 && c != '\t' && c != '\n') || (c >= 0x7F && c < 0xA0);
+  const bool bidi = c == 0x061C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) ||
+                    (c >= 0x2066 && c <= 0x2069);
+  return control || bidi;
+}
+
+std::string visible_escape(char32_t code) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), code < 0x100 ? "<%02X>" : "<U+%04X>", static_cast<unsigned>(code));
+  return text.data();
+}
+
+}  // namespace
+
+std::optional<std::size_t> first_invalid_utf8(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const Decoded decoded = decode(text, at);
+    if (decoded.size == 0) return at;
+    at += decoded.size;
+  }
+  return std::nullopt;
+}
+
+std::string valid_utf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t size = decode(text, at).size;
+    out += size > 0 ? text.substr(at, size) : std::string_view("\xEF\xBF\xBD");
+    at += std::max<std::size_t>(size, 1);
+  }
+  return out;
+}
+
+std::string_view strip(std::string_view text) {
+  std::size_t begin = 0;
+  while (begin < text.size()) {
+    const std::size_t size = white_space_size(text, begin);
+    if (size == 0) break;
+    begin += size;
+  }
+  std::size_t end = text.size();
+  while (end > begin) {
+    const std::size_t size = white_space_size_before(text, end);
+    if (size == 0) break;
+    end -= size;
+  }
+  return text.substr(begin, end - begin);
+}
+
+std::string normalise_line_ends(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] != '\r') {
+      out += text[at];
+      continue;
+    }
+    out += '\n';
+    if (at + 1 < text.size() && text[at + 1] == '\n') ++at;
+  }
+  return out;
+}
+
+std::vector<std::string_view> split_lines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    lines.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  return lines;
+}
+
+std::size_t count_lines(std::string_view text) {
+  const auto feeds = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  return feeds + (!text.empty() && text.back() != '\n' ? 1 : 0);
+}
+
+std::vector<std::size_t> line_offsets(std::string_view text) {
+  std::vector<std::size_t> offsets;
+  for (std::size_t at = 0; at < text.size();) {
+    offsets.push_back(at);
+    const std::size_t feed = text.find('\n', at);
+    at = feed == std::string_view::npos ? text.size() : feed + 1;
+  }
+  offsets.push_back(text.size());
+  return offsets;
+}
+
+std::vector<std::string_view> split_words(std::string_view text) {
+  std::vector<std::string_view> words;
+  std::size_t start = 0;
+  const auto end_word = [&](std::size_t at) {
+    if (at > start) words.push_back(text.substr(start, at - start));
+  };
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t space = white_space_size(text, at);
+    if (space > 0) {
+      end_word(at);
+      start = at + space;
+    }
+    at += space > 0 ? space : std::max<std::size_t>(decode(text, at).size, 1);
+  }
+  end_word(text.size());
+  return words;
+}
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const Decoded decoded = decode(text, at);
+    const std::size_t size = std::max<std::size_t>(decoded.size, 1);
+    if (decoded.size == 0) {
+      out += visible_escape(byte_at(text, at));
+    } else if (is_hidden(decoded.code)) {
+      out += visible_escape(decoded.code);
+    } else {
+      out += text.substr(at, size);
+    }
+    at += size;
+  }
+  return out;
+}
+
+std::string join(const std::vector<std::string>& parts, std::string_view separator) {
+  std::string out;
+  for (const std::string& part : parts) {
+    if (&part != parts.data()) out += separator;
+    out += part;
+  }
+  return out;
+}
+
+std::string_view utf8_prefix(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  std::size_t end = limit;
+  while (end > 0 && (byte_at(text, end) & 0xC0U) == 0x80U) --end;
+  return text.substr(0, end);
+}
+
+}  // namespace ossilar::utils

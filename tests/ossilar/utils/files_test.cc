@@ -1,0 +1,133 @@
+#include "ossilar/utils/files.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "ossilar/utils/error.h"
+#include "support/temp_dir.h"
+
+namespace ossilar::utils {
+namespace {
+
+namespace fs = std::filesystem;
+using ::ossilar::testing::TempDir;
+using ::testing::ElementsAre;
+
+std::vector<std::string> everything_in(const TempDir& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::recursive_directory_iterator(dir.path())) {
+    names.push_back(entry.path().lexically_relative(dir.path()).string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// What `act` throws: the errno of an IoError, and the message.
+template <class Act>
+std::pair<int, std::string> failure_of(Act act) {
+  try {
+    act();
+  } catch (const IoError& error) {
+    return {error.error(), error.what()};
+  } catch (const Error& error) {
+    return {0, error.what()};
+  }
+  return {};
+}
+
+TEST(AtomicWrite, MakesDirectoriesReplacesWholeAndKeepsTheMode) {
+  const TempDir dir;
+  const std::string large(1'000'000, 'x');
+  atomic_write(dir / "a/b/page.md", "old");
+  fs::permissions(dir / "a/b/page.md", fs::perms(0640));
+  fs::create_hard_link(dir / "a/b/page.md", dir / "witness");
+  atomic_write(dir / "a/b/page.md", large);
+  EXPECT_EQ(dir.read("a/b/page.md"), large);
+  EXPECT_EQ(fs::status(dir / "a/b/page.md").permissions(), fs::perms(0640));
+  EXPECT_EQ(dir.read("witness"), "old") << "the file was written in place";
+  EXPECT_THAT(everything_in(dir), ElementsAre("a", "a/b", "a/b/page.md", "witness"));
+}
+
+TEST(AtomicWrite, RefusesWhatItMustNotReplaceAndChangesNothing) {
+  const TempDir dir;
+  const TempDir outside;
+  outside.write("target.md", "theirs");
+  dir.write("file.md", "mine");
+  dir.write("folder/inside.md", "mine");
+  fs::create_symlink(outside / "target.md", dir / "link.md");
+  fs::create_symlink(outside / "nowhere.md", dir / "dangling.md");
+  fs::create_directory_symlink(outside.path(), dir / "linked");
+  ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
+  const auto before = everything_in(dir);
+  struct Row {
+    const char* why;
+    std::string target;
+    int error;
+  };
+  for (const Row& row : std::vector<Row>{{"a symbolic link in its place", "link.md", ELOOP},
+                                         {"a link that leads nowhere", "dangling.md", ELOOP},
+                                         {"a symbolic link on the way", "linked/new/page.md", ELOOP},
+                                         {"a directory in its place", "folder", EISDIR},
+                                         {"a pipe in its place", "pipe", EINVAL},
+                                         {"a file on the way", "file.md/page.md", ENOTDIR},
+                                         {"a name no file can have", std::string(300, 'n'), ENAMETOOLONG}}) {
+    EXPECT_EQ(failure_of([&] { atomic_write(dir / row.target, "new"); }).first, row.error) << row.why;
+    EXPECT_EQ(everything_in(dir), before) << row.why;
+    EXPECT_EQ(dir.read("file.md") + dir.read("folder/inside.md"), "minemine") << row.why;
+    EXPECT_THAT(everything_in(outside), ElementsAre("target.md")) << row.why;
+    EXPECT_EQ(outside.read("target.md"), "theirs") << row.why;
+  }
+  EXPECT_THAT(failure_of([&] { open_directory(dir / "linked/x"); }).second,
+              ::testing::HasSubstr((dir / "linked").string() + " is a symbolic link"));
+  EXPECT_EQ(failure_of([&] { open_directory(dir / "none/deep"); }).first, ENOENT);
+  EXPECT_FALSE(fs::exists(dir / "none"));
+}
+
+TEST(AtomicWrite, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
+  const TempDir dir;
+  dir.write("page.md", "old");
+  const auto before = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit whole{};
+  getrlimit(RLIMIT_FSIZE, &whole);
+  const rlimit small{4096, whole.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  const auto failure = failure_of([&] { atomic_write(dir / "page.md", std::string(10'000, 'x')); });
+  setrlimit(RLIMIT_FSIZE, &whole);
+  std::signal(SIGXFSZ, before);
+  EXPECT_EQ(failure.first, EFBIG);
+  EXPECT_EQ(dir.read("page.md"), "old");
+  EXPECT_THAT(everything_in(dir), ElementsAre("page.md"));
+}
+
+TEST(ReadTextFile, RefusesWhatIsNotUtf8NamingByteAndLine) {
+  const TempDir dir;
+  dir.write("a.md", "\xEF\xBB\xBFone\r\ntwo\rthree");
+  EXPECT_EQ(read_text_file(dir / "a.md"), "one\ntwo\nthree");
+  using Row = std::pair<const char*, const char*>;
+  for (const auto& [text, message] : {Row("\xFF", "byte 0xFF at offset 0 (line 1)"),
+                                      Row("one\ntwo\n\xC3(", "byte 0xC3 at offset 8 (line 3)"),
+                                      Row("one\ntw\xED\xA0\x80", "byte 0xED at offset 6 (line 2)")}) {
+    dir.write("bad.md", text);
+    EXPECT_EQ(failure_of([&] { read_text_file(dir / "bad.md"); }).second,
+              (dir / "bad.md").string() + " is not UTF-8: " + message);
+  }
+  EXPECT_EQ(failure_of([&] { read_text_file(dir / "none.md"); }).first, ENOENT);
+  EXPECT_EQ(failure_of([&] { read_text_file(dir.path()); }).first, EISDIR);
+}
+
+TEST(ReadTextFileWithin, FollowsLinksThatStayInside) {
+  const TempDir dir;
+  dir.write("wiki/page.md", "p");
+  dir.write("wiki2/page.md", "q");
+  fs::create_symlink("page.md", dir / "wiki/inside.md");
+  fs::create_symlink("../wiki2/page.md", dir / "wiki/sibling.md");
+  EXPECT_EQ(read_text_file_within(dir / "wiki", dir / "wiki/inside.md"), "p");
+  EXPECT_NE(failure_of([&] { read_text_file_within(dir / "wiki", dir / "wiki/sibling.md"); }).second, "");
+}
+
+}  // namespace
+}  // namespace ossilar::utils

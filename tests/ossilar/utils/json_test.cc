@@ -1,0 +1,53 @@
+#include "ossilar/utils/json.h"
+
+#include <gtest/gtest.h>
+
+#include "ossilar/utils/error.h"
+
+namespace ossilar::utils {
+namespace {
+
+TEST(Json, TruthAndText) {
+  struct Row {
+    Map value;
+    bool truth;
+    std::string text;
+  };
+  const std::vector<Row> rows{
+      {nullptr, false, "null"},
+      {true, true, "true"},
+      {0, false, "0"},
+      {-0.0, false, "-0.0"},
+      {0.5, true, "0.5"},
+      {"", false, ""},
+      {"say \"hi\"\n", true, "say \"hi\"\n"},
+      {Map::array(), false, "[]"},
+      {Map::array({nullptr}), true, "[null]"},
+      {Map::object(), false, "{}"},
+      {Map{{"z", 1}, {"a", {1, "Ü\"\\\x1F\x7F"}}}, true, "{\"z\": 1, \"a\": [1, \"Ü\\\"\\\\\\u001f\x7F\"]}"},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(truthy(row.value), row.truth) << row.value;
+    EXPECT_EQ(text_form(row.value), row.text);
+  }
+  EXPECT_FALSE(truthy(Map::binary({})));
+  EXPECT_EQ(json_text("a\nb"), "\"a\\nb\"");
+  EXPECT_THROW(json_text(Map{{"k", "\xFF"}}), Map::type_error);
+}
+
+TEST(Json, DepthIsBounded) {
+  const auto parse_nested = [](std::size_t depth) {
+    return parse_json(std::string(depth, '[') + std::string(depth, ']'), "it");
+  };
+  EXPECT_NO_THROW(parse_nested(kMaxJsonDepth));
+  EXPECT_THROW(parse_nested(kMaxJsonDepth + 1), Error);
+  EXPECT_THROW(parse_nested(300'000), Error) << "and no stack is spent";
+}
+
+TEST(Json, MalformedTextIsRefused) {
+  for (const char* text : {"{\"a\": }", "[1,]", "", "[1] x", "\"\xFF\""})
+    EXPECT_THROW(parse_json(text, "it"), Error) << text;
+}
+
+}  // namespace
+}  // namespace ossilar::utils
