@@ -1,0 +1,224 @@
+#include "ossilar/source/ctags.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <memory>
+#include <utility>
+
+#include "ossilar/source/language.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/process.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::source {
+namespace {
+
+// Large enough that starting the tool costs little beside its work, small enough that several fit in memory.
+constexpr std::size_t kBatchBytes = std::size_t{4} << 20;
+constexpr std::size_t kBatchFiles = 1000;
+// The tool is one thread's work and takes longer than reading; more at once would only crowd out others.
+constexpr std::size_t kAtOnce = 2;
+// The tool reads a request into 1024 bytes.
+constexpr std::size_t kLongestStem = 60;
+
+constexpr const char* kInstall = "install Universal Ctags to have symbols";
+
+bool contains_line(const std::vector<std::string_view>& lines, std::string_view start) {
+  return std::any_of(lines.begin(), lines.end(),
+                     [&](std::string_view line) { return line.substr(0, line.find(' ')) == start; });
+}
+
+template <std::size_t N>
+bool contains(const std::array<std::string_view, N>& words, std::string_view word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// A name for the text that the tool can neither take for an option nor find anywhere.
+std::string tool_name(std::string_view path, std::string_view language) {
+  std::string_view stem = path.substr(path.rfind('/') + 1);
+  stem = stem.substr(0, std::min(stem.find('.'), kLongestStem));
+  const auto is_plain = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  };
+  if (stem.empty() || !std::all_of(stem.begin(), stem.end(), is_plain)) stem = "text";
+  return std::string(stem) + "." + std::string(symbol_ending(language));
+}
+
+// What a reader looks for: what is declared for others to use. Fields, parameters, locals and imports are
+// not.
+bool is_wanted(std::string_view kind, std::string_view scope_kind, std::string_view language) {
+  static constexpr std::array<std::string_view, 35> kDeclarations = {
+      "function",  "method",      "class",   "struct",          "union",     "enum",       "interface",
+      "trait",     "typedef",     "type",    "alias",           "talias",    "macro",      "module",
+      "namespace", "constructor", "func",    "methodSpec",      "procedure", "subroutine", "subprogram",
+      "generator", "getter",      "setter",  "singletonMethod", "object",    "protocol",   "annotation",
+      "mixin",     "record",      "message", "service",         "rpc",       "table",      "task"};
+  static constexpr std::array<std::string_view, 7> kValues = {"variable", "constant", "const", "var",
+                                                              "value",    "val",      "define"};
+  static constexpr std::array<std::string_view, 4> kTopLevel = {"", "namespace", "module", "package"};
+  if (kind == "member") return language == "Python";       // a method; elsewhere a field
+  if (kind == "alias" && language == "PHP") return false;  // an import
+  return contains(kDeclarations, kind) || (contains(kValues, kind) && contains(kTopLevel, scope_kind));
+}
+
+// "ns::__anon0b8855dc0311::Q" is "ns::Q": the tool's names for nameless scopes tell nobody anything.
+std::string without_nameless(std::string scope) {
+  static constexpr std::string_view kMark = "__anon";
+  for (std::size_t at = scope.find(kMark); at != std::string::npos; at = scope.find(kMark, at)) {
+    std::size_t end = scope.find_first_not_of("0123456789abcdef", at + kMark.size());
+    end = scope.find_first_not_of(":.", std::min(end, scope.size()));
+    scope.erase(at, std::min(end, scope.size()) - at);
+  }
+  scope.erase(scope.find_last_not_of(":.") + 1);
+  return scope;
+}
+
+// What stands after `"key": ` in a line of the tool. It writes flat objects and escapes the quotes in values,
+// so no value can hold what reads like a key. (A JSON document a tag would take longer than the tool.)
+std::string_view after_key(std::string_view line, std::string_view key) {
+  for (std::size_t at = line.find(key); at != std::string_view::npos; at = line.find(key, at + 1)) {
+    const std::string_view after = line.substr(at + key.size());
+    if (at > 0 && line[at - 1] == '"' && after.substr(0, 3) == "\": ") return after.substr(3);
+  }
+  return {};
+}
+
+std::string text_field(std::string_view line, std::string_view key) {
+  const std::string_view value = after_key(line, key);
+  if (value.substr(0, 1) != "\"") return {};
+  std::size_t end = value.find_first_of("\"\\", 1);
+  const bool is_plain = end != std::string_view::npos && value[end] == '"';
+  while (end < value.size() && value[end] == '\\') end = value.find_first_of("\"\\", end + 2);
+  if (end >= value.size()) return {};
+  if (is_plain) return std::string(value.substr(1, end - 1));
+  const Map parsed = Map::parse(value.substr(0, end + 1), nullptr, false);
+  return parsed.is_string() ? parsed.get<std::string>() : std::string();
+}
+
+std::int64_t number_field(std::string_view line, std::string_view key) {
+  const std::string_view value = after_key(line, key);
+  std::int64_t number = 0;
+  std::from_chars(value.data(), value.data() + value.size(), number);
+  return number;
+}
+
+std::optional<Symbol> symbol_of(std::string_view tag, std::string_view language) {
+  std::string kind = text_field(tag, "kind");
+  if (!is_wanted(kind, text_field(tag, "scopeKind"), language)) return std::nullopt;
+  Symbol symbol{.name = text_field(tag, "name"),
+                .kind = std::move(kind),
+                .scope = without_nameless(text_field(tag, "scope")),
+                .line = number_field(tag, "line")};
+  if (symbol.name.empty() || symbol.line < 1) return std::nullopt;
+  return symbol;
+}
+
+std::vector<Symbol> in_order(std::vector<Symbol> symbols) {
+  std::stable_sort(symbols.begin(), symbols.end(),
+                   [](const Symbol& a, const Symbol& b) { return a.line < b.line; });
+  if (symbols.size() > kMaxSymbols) symbols.resize(kMaxSymbols);
+  return symbols;
+}
+
+// What one run of the tool answered: the symbols of the texts that it came through, in their order.
+struct Answer {
+  bool began = false;
+  std::vector<std::vector<Symbol>> texts;
+};
+
+Answer read_answer(std::string_view output, const std::vector<std::string>& languages, std::size_t first) {
+  Answer answer;
+  std::vector<Symbol> symbols;
+  for (const std::string_view line : utils::split_lines(output)) {
+    const std::string type = text_field(line, "_type");
+    if (type == "program") answer.began = true;
+    if (first + answer.texts.size() == languages.size()) break;
+    if (type == "tag") {
+      if (auto symbol = symbol_of(line, languages[first + answer.texts.size()]))
+        symbols.push_back(*std::move(symbol));
+    } else if (type == "completed") {
+      answer.texts.push_back(in_order(std::exchange(symbols, {})));
+    }
+  }
+  return answer;
+}
+
+}  // namespace
+
+SymbolTool find_symbol_tool() {
+  utils::ProcessResult result;
+  try {
+    result = utils::run_process({"ctags", "--quiet", "--options=NONE", "--list-features"}, "");
+  } catch (const utils::IoError& error) {
+    const std::string why = error.error() == ENOENT ? "there is no ctags in PATH" : error.what();
+    return {{}, why + "; " + kInstall};
+  }
+  const auto features = utils::split_lines(result.output);
+  if (result.exit_code != 0 || !contains_line(features, "json") || !contains_line(features, "interactive")) {
+    return {{}, std::string("the ctags in PATH cannot write JSON; ") + kInstall};
+  }
+  const std::string mode = contains_line(features, "sandbox") ? "sandbox" : "default";
+  // Fields: name, kind in full, line, scope and the scope's kind.
+  return {{"ctags", "--quiet", "--options=NONE", "--fields=NKnsp", "--extras=-{anonymous}",
+           "--_interactive=" + mode},
+          ""};
+}
+
+void SymbolBatch::add(std::string_view path, std::string_view language, std::string_view text) {
+  begins_.push_back(input_.size());
+  languages_.emplace_back(language);
+  input_ += R"({"command": "generate-tags", "filename": ")" + tool_name(path, language) + R"(", "size": )" +
+            std::to_string(text.size()) + "}\n";
+  input_ += text;
+}
+
+std::vector<std::vector<Symbol>> SymbolBatch::symbols(const SymbolTool& tool) const {
+  std::vector<std::vector<Symbol>> all;
+  while (all.size() < size()) {
+    const auto input = std::string_view(input_).substr(begins_[all.size()]);
+    const utils::ProcessResult result = utils::run_process(tool.arguments, input);
+    Answer answer = read_answer(result.output, languages_, all.size());
+    if (!answer.began) throw utils::Error("ctags does not work: " + utils::printable(result.errors));
+    std::move(answer.texts.begin(), answer.texts.end(), std::back_inserter(all));
+    // The sandbox, or a fault of a parser, ended the tool: its work goes on after the text that did it.
+    if (all.size() < size()) all.emplace_back();
+  }
+  return all;
+}
+
+void SymbolQueue::add(std::size_t id, std::string_view path, std::string_view language,
+                      std::string_view text) {
+  if (!problem_.empty()) return;
+  ids_.push_back(id);
+  batch_.add(path, language, text);
+  if (batch_.bytes() >= kBatchBytes || batch_.size() >= kBatchFiles) start();
+}
+
+std::map<std::size_t, std::vector<Symbol>> SymbolQueue::finish() {
+  if (batch_.size() > 0) start();
+  while (!running_.empty()) wait_for_oldest();
+  return std::move(found_);
+}
+
+void SymbolQueue::start() {
+  if (running_.size() == kAtOnce) wait_for_oldest();
+  auto work = [tool = tool_, batch = std::exchange(batch_, {})] { return batch.symbols(tool); };
+  running_.push_back({std::exchange(ids_, {}), std::async(std::launch::async, std::move(work))});
+}
+
+void SymbolQueue::wait_for_oldest() {
+  Running oldest = std::move(running_.front());
+  running_.pop_front();
+  try {
+    auto answers = oldest.answer.get();
+    for (std::size_t i = 0; i < answers.size(); ++i) found_.emplace(oldest.ids[i], std::move(answers[i]));
+  } catch (const utils::Error& error) {
+    problem_ = error.what();
+  }
+}
+
+}  // namespace ossilar::source

@@ -1,0 +1,182 @@
+#include "ossilar/source/file_reader.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+#include "ossilar/utils/error.h"
+
+namespace ossilar::source {
+namespace {
+
+// A pipe put in the file's place must not block, a terminal not become ours.
+constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+// Needs no permission to read the directory, and gives none.
+constexpr int kStepFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+template <class Call>
+int retry_interrupted(Call call) {
+  int result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+std::int64_t nanoseconds(const timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+Stamp stamp_of(const struct stat& info) {
+  return {.size = static_cast<std::uint64_t>(info.st_size),
+          .modified = nanoseconds(info.st_mtim),
+          .changed = nanoseconds(info.st_ctim),
+          .inode = info.st_ino,
+          .device = info.st_dev};
+}
+
+FileKind kind_of(const struct stat& info) {
+  if (S_ISLNK(info.st_mode)) return FileKind::symlink;
+  if (!S_ISREG(info.st_mode)) return FileKind::special;
+  return static_cast<std::uint64_t>(info.st_size) > kLargestFile ? FileKind::large : FileKind::text;
+}
+
+bool is_absent(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
+// Want of descriptors or memory says nothing of the file, so it must not end up in an index.
+void throw_if_exhausted(int error, const std::filesystem::path& path) {
+  if (error == EMFILE || error == ENFILE || error == ENOMEM) {
+    throw utils::IoError("cannot look at " + path.string(), error);
+  }
+}
+
+bool is_clean_part(std::string_view part) {
+  return !part.empty() && part != "." && part != ".." && part != ".git" &&
+         part.find('\0') == std::string_view::npos;
+}
+
+bool is_clean_path(std::string_view path) {
+  for (std::size_t begin = 0; begin <= path.size();) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    if (!is_clean_part(path.substr(begin, end - begin))) return false;
+    begin = end + 1;
+  }
+  return true;
+}
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+bool is_directory(int parent, const dirent& entry) {
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+  struct stat info {};
+  return fstatat(parent, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Reads the open regular file `fd`, whose metadata was `before`.
+Reading read_open_file(int fd, const struct stat& before, const std::string& name) {
+  Reading reading{.kind = kind_of(before), .stamp = stamp_of(before), .is_steady = false, .content = {}};
+  if (reading.kind == FileKind::large) return reading;
+  auto content = utils::read_at_most(fd, kLargestFile, name);
+  struct stat after {};
+  if (fstat(fd, &after) != 0) throw utils::IoError("cannot look at " + name, errno);
+  if (!content) return {.kind = FileKind::large, .stamp = stamp_of(after), .is_steady = false, .content = {}};
+  reading.is_steady = stamp_of(after) == reading.stamp && content->size() == reading.stamp.size;
+  if (content->find('\0') != std::string::npos) reading.kind = FileKind::binary;
+  reading.content = *std::move(content);
+  return reading;
+}
+
+}  // namespace
+
+Tree::Tree(std::filesystem::path root) : root_(std::move(root)), root_fd_(utils::open_directory(root_)) {}
+
+// A descriptor of `folder`, which stays Tree's, or -1 with errno set.
+int Tree::enter(std::string_view folder) {
+  if (folder.empty()) return root_fd_.get();
+  const bool is_below = folder.substr(0, folder_.size()) == folder_ &&
+                        (folder.size() == folder_.size() || folder[folder_.size()] == '/');
+  if (!is_below || !folder_fd_) {
+    folder_.clear();
+    folder_fd_ = utils::UniqueFd();
+  }
+  while (folder_.size() < folder.size()) {
+    const std::size_t begin = folder_.empty() ? 0 : folder_.size() + 1;
+    const std::size_t end = std::min(folder.find('/', begin), folder.size());
+    const std::string part(folder.substr(begin, end - begin));
+    const int parent = folder_.empty() ? root_fd_.get() : folder_fd_.get();
+    utils::UniqueFd next(retry_interrupted([&] { return openat(parent, part.c_str(), kStepFlags); }));
+    if (!next) return -1;
+    folder_fd_ = std::move(next);
+    folder_ = folder.substr(0, end);
+  }
+  return folder_fd_.get();
+}
+
+int Tree::enter_parent(const std::string& path, std::string& name) {
+  errno = ENOENT;
+  if (!is_clean_path(path)) return -1;
+  const std::size_t slash = path.rfind('/');
+  name = path.substr(slash + 1);
+  return enter(std::string_view(path).substr(0, slash == std::string::npos ? 0 : slash));
+}
+
+std::optional<Look> Tree::look(const std::string& path) {
+  std::string name;
+  struct stat info {};
+  const int parent = enter_parent(path, name);
+  if (parent < 0 || fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (is_absent(errno)) return std::nullopt;
+    throw_if_exhausted(errno, root_ / path);
+    return Look{.kind = FileKind::unreadable, .is_directory = false, .stamp = {}};
+  }
+  return Look{.kind = kind_of(info), .is_directory = S_ISDIR(info.st_mode), .stamp = stamp_of(info)};
+}
+
+std::optional<Reading> Tree::read(const std::string& path) {
+  // The look keeps devices from being opened; what is put in the file's place after it is refused below.
+  const auto look = this->look(path);
+  if (!look || look->is_directory) return std::nullopt;
+  if (look->kind != FileKind::text) return Reading{.kind = look->kind, .stamp = look->stamp, .content = {}};
+  std::string name;
+  const int parent = enter_parent(path, name);
+  if (parent < 0) return std::nullopt;
+  const utils::UniqueFd file(retry_interrupted([&] { return openat(parent, name.c_str(), kReadFlags); }));
+  if (!file) {
+    if (is_absent(errno)) return std::nullopt;
+    throw_if_exhausted(errno, root_ / path);
+    return Reading{.kind = FileKind::unreadable, .stamp = {}, .content = {}};
+  }
+  struct stat info {};
+  if (fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  try {
+    return read_open_file(file.get(), info, (root_ / path).string());
+  } catch (const utils::IoError&) {
+    return Reading{.kind = FileKind::unreadable, .stamp = {}, .content = {}};
+  }
+}
+
+std::vector<DirectoryEntry> Tree::list(const std::string& folder) {
+  const std::string where = (root_ / folder).string();
+  const int step = enter(folder);
+  const int fd = step < 0 ? -1 : openat(step, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, CloseDirectory> directory(fd < 0 ? nullptr : fdopendir(fd));
+  if (directory == nullptr) throw utils::IoError("cannot list the directory " + where, errno);
+  std::vector<DirectoryEntry> entries;
+  errno = 0;
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") entries.push_back({std::string(name), is_directory(step, *entry)});
+    errno = 0;
+  }
+  if (errno != 0) throw utils::IoError("cannot list the directory " + where, errno);
+  return entries;
+}
+
+}  // namespace ossilar::source

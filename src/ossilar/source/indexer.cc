@@ -1,0 +1,298 @@
+#include "ossilar/source/indexer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "ossilar/source/ctags.h"
+#include "ossilar/source/file_reader.h"
+#include "ossilar/source/imports.h"
+#include "ossilar/source/language.h"
+#include "ossilar/source/listing.h"
+#include "ossilar/source/record.h"
+#include "ossilar/utils/best_effort.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::source {
+namespace {
+
+// The coarsest times that file systems in use keep (FAT: two seconds). A file whose times are younger than
+// this when it is read can be written again without a change of its times, as git's racily clean entries can.
+constexpr std::int64_t kCoarsestTick = 2'000'000'000;
+constexpr std::size_t kProgressStep = 100;
+
+using Entries = std::map<std::string, Entry>;
+using Changes = std::map<std::string, std::optional<std::string>>;
+
+std::int64_t system_clock() {
+  return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+bool is_old_enough(const Stamp& stamp, std::int64_t now) {
+  return std::max(stamp.modified, stamp.changed) <= now - kCoarsestTick;
+}
+
+bool needs_symbols(const Entry& entry) {
+  const SourceFile& file = *entry.file;
+  return !entry.has_symbols && file.kind == FileKind::text && file.size > 0 &&
+         file.size <= kLargestForSymbols && !symbol_ending(file.language).empty();
+}
+
+// The file as it was known when it is still the same, so that an index of the same files is seen to be the
+// same.
+std::shared_ptr<const SourceFile> unread_file(const std::string& path, FileKind kind, std::uint64_t size,
+                                              const Entry* known) {
+  if (known != nullptr && known->file && known->file->kind == kind && known->file->size == size)
+    return known->file;
+  SourceFile file;
+  file.path = path;
+  file.kind = kind;
+  file.size = size;
+  file.language = language_of(path, {});
+  return std::make_shared<const SourceFile>(std::move(file));
+}
+
+Entry unread_entry(const std::string& path, FileKind kind, const Stamp& stamp, const Entry* known) {
+  // The size of a folder or a device comes and goes with its file system.
+  const bool has_size = kind == FileKind::large || kind == FileKind::symlink;
+  return {.stamp = {},
+          .is_settled = kind != FileKind::unreadable,
+          .has_symbols = true,
+          .file = unread_file(path, kind, has_size ? stamp.size : 0, known)};
+}
+
+std::shared_ptr<const SourceFile> read_file(const std::string& path, const Reading& reading,
+                                            std::string hash) {
+  SourceFile file;
+  file.path = path;
+  file.kind = reading.kind;
+  file.size = reading.content.size();
+  file.sha256 = std::move(hash);
+  const bool is_text = reading.kind == FileKind::text;
+  file.language = language_of(path, is_text ? std::string_view(reading.content) : std::string_view());
+  if (is_text) {
+    file.lines = static_cast<std::int64_t>(utils::count_lines(reading.content));
+    file.imports = imports_of(file.language, reading.content);
+  }
+  return std::make_shared<const SourceFile>(std::move(file));
+}
+
+Entry read_entry(const std::string& path, const Reading& reading, std::int64_t now, const Entry* known) {
+  std::string hash = utils::sha256_hex(reading.content);
+  Entry entry{.stamp = reading.stamp,
+              .is_settled = reading.is_steady && is_old_enough(reading.stamp, now),
+              .has_symbols = false,
+              .file = nullptr};
+  if (known != nullptr && known->file && known->file->sha256 == hash) {
+    entry.has_symbols = known->has_symbols;
+    entry.file = known->file;
+  } else {
+    entry.file = read_file(path, reading, std::move(hash));
+  }
+  return entry;
+}
+
+// Asks at most once a refresh, and only when there is something to ask it for.
+class ToolOfRefresh {
+ public:
+  explicit ToolOfRefresh(bool is_wanted) : is_wanted_(is_wanted) {}
+  const SymbolTool* get() {
+    if (!is_wanted_) return nullptr;
+    if (!tool_) tool_ = find_symbol_tool();
+    if (!tool_->problem.empty()) problem_ = tool_->problem;
+    return tool_->arguments.empty() ? nullptr : &*tool_;
+  }
+  void fail(std::string problem) { problem_ = std::move(problem); }
+  const std::string& problem() const { return problem_; }
+
+ private:
+  bool is_wanted_;
+  std::optional<SymbolTool> tool_;
+  std::string problem_;
+};
+
+const Entry* find_entry(const Entries& entries, const std::string& path) {
+  const auto found = entries.find(path);
+  return found == entries.end() ? nullptr : &found->second;
+}
+
+// What one refresh makes out of the entries of the one before.
+class Refresh {
+ public:
+  Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
+      : tree_(tree), known_(known), now_(now), tool_(symbols) {}
+
+  Entries run(const std::vector<Listed>& files, const Progress& progress) {
+    for (const Listed& file : files) survey(file);
+    read_all(progress);
+    if (!tool_.problem().empty()) utils::degraded("symbols", tool_.problem());
+    return std::move(entries_);
+  }
+
+ private:
+  void survey(const Listed& listed) {
+    const auto look = tree_.look(listed.path);
+    if (!look || (look->is_directory && !listed.is_submodule)) return;
+    const Entry* known = find_entry(known_, listed.path);
+    if (look->is_directory || look->kind != FileKind::text) {
+      const FileKind kind = look->is_directory ? FileKind::submodule : look->kind;
+      keep(listed.path, unread_entry(listed.path, kind, look->stamp, known));
+    } else if (known != nullptr && is_up_to_date(*known, *look)) {
+      keep(listed.path, *known);
+    } else {
+      to_read_.push_back(listed.path);
+    }
+  }
+
+  bool is_up_to_date(const Entry& known, const Look& look) {
+    if (!known.file || !known.is_settled || known.stamp != look.stamp) return false;
+    return !needs_symbols(known) || tool_.get() == nullptr;
+  }
+
+  void read_all(const Progress& progress) {
+    std::optional<SymbolQueue> queue;
+    for (std::size_t i = 0; i < to_read_.size(); ++i) {
+      if (progress && i % kProgressStep == 0) progress(i, to_read_.size());
+      read(i, queue);
+    }
+    if (queue) take_symbols(*queue);
+    if (progress && !to_read_.empty()) progress(to_read_.size(), to_read_.size());
+  }
+
+  void read(std::size_t id, std::optional<SymbolQueue>& queue) {
+    const std::string& path = to_read_[id];
+    const auto reading = tree_.read(path);
+    if (!reading) return;  // it went away since it was listed
+    const Entry* known = find_entry(known_, path);
+    if (reading->kind != FileKind::text && reading->kind != FileKind::binary) {
+      return keep(path, unread_entry(path, reading->kind, reading->stamp, known));
+    }
+    Entry entry = read_entry(path, *reading, now_, known);
+    if (needs_symbols(entry)) ask(id, entry, reading->content, queue);
+    keep(path, std::move(entry));
+  }
+
+  void ask(std::size_t id, const Entry& entry, const std::string& content,
+           std::optional<SymbolQueue>& queue) {
+    const SymbolTool* tool = tool_.get();
+    if (tool == nullptr) return;
+    if (!queue) queue.emplace(*tool);
+    queue->add(id, entry.file->path, entry.file->language, content);
+  }
+
+  void take_symbols(SymbolQueue& queue) {
+    for (auto& [id, symbols] : queue.finish()) {
+      Entry& entry = entries_.at(to_read_[id]);
+      entry.has_symbols = true;
+      if (symbols.empty()) continue;
+      SourceFile file = *entry.file;
+      file.symbols = std::move(symbols);
+      entry.file = std::make_shared<const SourceFile>(std::move(file));
+    }
+    if (!queue.problem().empty()) tool_.fail(queue.problem());
+  }
+
+  void keep(const std::string& path, Entry entry) { entries_.insert_or_assign(path, std::move(entry)); }
+
+  Tree& tree_;
+  const Entries& known_;
+  std::int64_t now_;
+  ToolOfRefresh tool_;
+  std::vector<std::string> to_read_;
+  Entries entries_;
+};
+
+Changes changes_between(const Entries& before, const Entries& after) {
+  Changes changes;
+  for (const auto& [path, entry] : after) {
+    const Entry* old_entry = find_entry(before, path);
+    if (old_entry == nullptr || *old_entry != entry) changes.emplace(path, record_text(entry));
+  }
+  for (const auto& [path, entry] : before) {
+    if (find_entry(after, path) == nullptr) changes.emplace(path, std::nullopt);
+  }
+  return changes;
+}
+
+std::shared_ptr<const SourceIndex> index_of(const Entries& entries) {
+  std::vector<std::shared_ptr<const SourceFile>> files;
+  files.reserve(entries.size());
+  for (const auto& [path, entry] : entries) files.push_back(entry.file);
+  return std::make_shared<const SourceIndex>(std::move(files));
+}
+
+bool has_files_of(const SourceIndex& index, const Entries& entries) {
+  const auto same = [](const auto& file, const auto& entry) { return file == entry.second.file; };
+  return std::equal(index.files().begin(), index.files().end(), entries.begin(), entries.end(), same);
+}
+
+}  // namespace
+
+class Indexer::Impl {
+ public:
+  explicit Impl(Options options) : options_(std::move(options)), excluded_(options_.excluded) {
+    if (!options_.clock) options_.clock = system_clock;
+  }
+
+  std::shared_ptr<const SourceIndex> refresh(const Progress& progress) {
+    const std::scoped_lock lock(refreshing_);
+    if (!entries_) entries_ = load();
+    const std::int64_t now = options_.clock();
+    Tree tree(options_.root);
+    Listing listing = list_files(options_.root, excluded_, tree);
+    Entries entries = Refresh(tree, *entries_, now, options_.symbols).run(listing.files, progress);
+    save(changes_between(*entries_, entries));
+    entries_ = std::move(entries);
+    if (!index_ || !has_files_of(*index_, *entries_)) index_ = index_of(*entries_);
+    const std::scoped_lock skipped_lock(skipping_);
+    skipped_ = std::move(listing.skipped);
+    return index_;
+  }
+
+  std::vector<std::string> skipped() const {
+    const std::scoped_lock lock(skipping_);
+    return skipped_;
+  }
+
+ private:
+  // A damaged record stands as an entry without a file, so that it is replaced or removed.
+  Entries load() {
+    Entries entries;
+    if (options_.records == nullptr) return entries;
+    for (const auto& [path, text] : options_.records->load()) {
+      entries.emplace(path, read_record(path, text).value_or(Entry{}));
+    }
+    return entries;
+  }
+
+  // Before anything of the refresh is kept: when it fails, the next refresh has the same changes to write.
+  void save(const Changes& changes) {
+    if (options_.records != nullptr && !changes.empty()) options_.records->update(changes);
+  }
+
+  Options options_;
+  Exclusions excluded_;
+  std::mutex refreshing_;           // guards what follows
+  std::optional<Entries> entries_;  // none before the records are loaded
+  std::shared_ptr<const SourceIndex> index_;
+  mutable std::mutex skipping_;  // guards skipped_, which is read while a refresh runs
+  std::vector<std::string> skipped_;
+};
+
+Indexer::Indexer(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
+Indexer::~Indexer() = default;
+
+std::shared_ptr<const SourceIndex> Indexer::refresh(const Progress& progress) {
+  return impl_->refresh(progress);
+}
+
+std::vector<std::string> Indexer::skipped() const { return impl_->skipped(); }
+
+std::optional<std::string> read_source(const std::filesystem::path& root, const std::string& path) {
+  const auto reading = Tree(root).read(path);
+  if (!reading || reading->kind != FileKind::text) return std::nullopt;
+  return utils::valid_utf8(reading->content);
+}
+
+}  // namespace ossilar::source

@@ -1,0 +1,29 @@
+// What the indexer remembers of a file between two refreshes, and its text form between two runs.
+//
+// Thread-safety: every function may be called from any thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ossilar/source/file_reader.h"
+#include "ossilar/source/source_index.h"
+
+namespace ossilar::source {
+
+struct Entry {
+  Stamp stamp;               // when the file was read; empty for a file that is not read
+  bool is_settled = false;   // a change since then must have changed the stamp
+  bool has_symbols = false;  // the symbol tool was asked (or there is nothing to ask it)
+  std::shared_ptr<const SourceFile> file;
+  bool operator==(const Entry&) const = default;  // of the same object
+};
+
+// One line of JSON. The path is not in it.
+std::string record_text(const Entry& entry);
+
+// None for a text of another format or one that is damaged: the file is read again then.
+std::optional<Entry> read_record(const std::string& path, const std::string& text);
+
+}  // namespace ossilar::source

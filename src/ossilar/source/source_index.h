@@ -1,0 +1,63 @@
+// What is known of the files of a source repository. Immutable: a refresh makes a new one.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ossilar::source {
+
+// Files larger than this are indexed by name only.
+inline constexpr std::uint64_t kLargestFile = std::uint64_t{10} * 1024 * 1024;
+
+enum class FileKind {
+  text,
+  binary,      // holds a NUL byte
+  large,       // over kLargestFile
+  symlink,     // never followed
+  submodule,   // a repository of its own
+  special,     // pipe, device, socket
+  unreadable,  // the system refused
+};
+
+struct Symbol {
+  std::string name;
+  std::string kind;   // "function", "class", ... as the symbol tool names it
+  std::string scope;  // what it is declared in, such as "ns::Class"; "" at file level
+  std::int64_t line = 0;
+};
+
+struct SourceFile {
+  std::string path;  // relative to the repository's root, '/' between parts, UTF-8
+  FileKind kind = FileKind::text;
+  std::uint64_t size = 0;
+  std::string sha256;  // of the content as read; "" when it was not read
+  std::int64_t lines = 0;
+  std::string language;         // "C++", "Python", ...; "" when not known
+  std::vector<Symbol> symbols;  // in the order of their lines
+  std::vector<std::string>
+      imports;  // as written: `"a/b.h"`, `<vector>`, `pkg.mod`, `./util`, in order, once each
+};
+
+class SourceIndex {
+ public:
+  SourceIndex() = default;
+  // `files` in any order; paths are unique.
+  explicit SourceIndex(std::vector<std::shared_ptr<const SourceFile>> files);
+
+  // All files in the order of their paths' bytes.
+  const std::vector<std::shared_ptr<const SourceFile>>& files() const { return files_; }
+  // The file at `path`, or null.
+  const SourceFile* find(std::string_view path) const;
+  // The paths of all files with this name (the last part of a path), in order.
+  std::vector<std::string> named(std::string_view name) const;
+
+ private:
+  std::vector<std::shared_ptr<const SourceFile>> files_;
+  std::multimap<std::string, const SourceFile*, std::less<>> by_name_;
+};
+
+}  // namespace ossilar::source

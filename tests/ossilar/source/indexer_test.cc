@@ -1,0 +1,229 @@
+#include "ossilar/source/indexer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "ossilar/source/repository.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::source {
+namespace {
+
+using ::ossilar::testing::Repository;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class MemoryRecords final : public RecordStore {
+ public:
+  std::map<std::string, std::string> load() override { return records; }
+  void update(const std::map<std::string, std::optional<std::string>>& changes) override {
+    if (fails) throw utils::Error("disk full");
+    for (const auto& [path, text] : changes) {
+      written.push_back(path);
+      records.erase(path);
+      if (text) records.emplace(path, *text);
+    }
+  }
+  std::map<std::string, std::string> records;
+  std::vector<std::string> written;  // since the last refresh
+  bool fails = false;
+};
+
+class IndexerTest : public ::testing::Test {
+ protected:
+  Indexer indexer() {
+    const auto clock = [this] {
+      const auto now = std::chrono::system_clock::now() + std::chrono::seconds(ahead_seconds);
+      return std::int64_t{std::chrono::nanoseconds(now.time_since_epoch()).count()};
+    };
+    return Indexer({.root = repository / "r",
+                    .excluded = {"gen/"},
+                    .records = &records,
+                    .symbols = false,
+                    .clock = clock});
+  }
+
+  // How many files the refresh read.
+  std::size_t refresh(Indexer& of) {
+    std::size_t read = 0;
+    records.written.clear();
+    index = of.refresh([&](std::size_t, std::size_t total) { read = total; });
+    return read;
+  }
+
+  std::map<std::string, FileKind> kinds() const {
+    std::map<std::string, FileKind> out;
+    for (const auto& file : index->files()) out.emplace(file->path, file->kind);
+    return out;
+  }
+
+  void expect_content(const std::string& path, const std::string& content) const {
+    ASSERT_NE(index->find(path), nullptr);
+    EXPECT_EQ(index->find(path)->sha256, utils::sha256_hex(content));
+  }
+
+  void SetUp() override { repository.run("mkdir r o; echo 'int secret;' > o/secret.c"); }
+
+  Repository repository;  // r is indexed, o lies outside
+  MemoryRecords records;
+  std::shared_ptr<const SourceIndex> index;
+  int ahead_seconds = 10;  // files just written look old
+};
+
+constexpr const char* kOddFiles = R"sh(
+  mkdir -p a gen; git init -q sub; echo > sub/inner.c; commit sub
+  echo 'int a;' > a/text.cc; echo > -dash.py; echo > "$(printf 'new\nline.c')"; printf '// caf\351\n' > latin1.c
+  printf 'a\000b' > binary; echo > "$(printf 'caf\351.c')"; echo > gen/made.c; echo > generated.c
+  truncate -s 10485761 large.txt; ln -s ../o/secret.c link.c
+  )sh";
+const std::map<std::string, FileKind> kOddKinds = {
+    {"a/text.cc", FileKind::text},  {"-dash.py", FileKind::text},  {"new\nline.c", FileKind::text},
+    {"latin1.c", FileKind::text},   {"binary", FileKind::binary},  {"generated.c", FileKind::text},
+    {"large.txt", FileKind::large}, {"link.c", FileKind::symlink}, {"sub", FileKind::submodule},
+    {"pipe", FileKind::special}};
+
+TEST_F(IndexerTest, InGitHoldsWhatIsTrackedAndThere) {
+  repository.run("git init -q r; cd r;" + std::string(kOddFiles) + R"(
+    mkdir turned; for name in pipe deleted.c turned/secret.c folder.c; do echo x > $name; done; commit . 2>&1
+    rm -r pipe deleted.c turned folder.c; mkfifo pipe; ln -s ../o turned; mkdir folder.c; echo > untracked.c)");
+  Indexer of = indexer();
+  refresh(of);
+  EXPECT_EQ(kinds(), kOddKinds);
+  EXPECT_THAT(of.skipped(), ElementsAre("caf<E9>.c"));
+  EXPECT_EQ(refresh(of), 0U);
+  EXPECT_THAT(records.written, IsEmpty());
+}
+
+TEST_F(IndexerTest, OutsideGitHoldsEveryFile) {
+  repository.run(
+      "cd r; mkdir -p .hg .svn a/.ossilar; echo > a/.ossilar/x; echo > .hg/x; mkfifo pipe; ln -s .. loop;" +
+      std::string(kOddFiles));
+  Indexer of = indexer();
+  refresh(of);
+  auto expected = kOddKinds;
+  expected.emplace("loop", FileKind::symlink);
+  EXPECT_EQ(kinds(), expected);
+  EXPECT_THAT(of.skipped(), ElementsAre("caf<E9>.c"));
+  EXPECT_THAT(index->named("text.cc"), ElementsAre("a/text.cc"));
+}
+
+TEST_F(IndexerTest, AConflictedPathIsThereOnceAndADamagedIndexIsAnError) {
+  repository.run(R"(git init -q r; cd r; echo 1 > a; commit .; git checkout -q -b other; echo 2 > a; commit .
+    git checkout -q main; echo 3 > a; commit .; ! git merge -q other)");
+  Indexer of = indexer();
+  EXPECT_EQ(refresh(of), 1U);
+  repository.write("r/.git/index", "nonsense that is long enough to hold a header and a checksum");
+  EXPECT_THROW(of.refresh(), utils::Error);
+}
+
+TEST_F(IndexerTest, KnowsWhatIsInAFileAndRemembersItInRecords) {
+  const std::string text = "import os\nx = 1\nlast";
+  repository.write("r/a.py", text);
+  for (const char* name : {"r/bad", "r/gone", "r/gone too"}) repository.write(name, std::string(1, '\0'));
+  Indexer first = indexer();
+  refresh(first);
+  records.records["bad"] = "not JSON";
+  records.records["gone"] = "{}";
+  repository.run("rm r/gone*");
+  Indexer second = indexer();
+  EXPECT_EQ(refresh(second), 1U);
+  EXPECT_THAT(records.written, ElementsAre("bad", "gone", "gone too"));
+  expect_content("a.py", text);
+  const SourceFile& file = *index->find("a.py");
+  EXPECT_EQ(file.lines, 3);
+  EXPECT_EQ(file.size, text.size());
+  EXPECT_EQ(file.language, "Python");
+  EXPECT_THAT(file.imports, ElementsAre("os"));
+  EXPECT_EQ(index->find("bad")->kind, FileKind::binary);
+}
+
+TEST_F(IndexerTest, ReadsAndWritesOnlyWhatChanged) {
+  for (const char* name : {"r/a.c", "r/b.c", "r/c.c"}) repository.write(name, "1");
+  Indexer of = indexer();
+  records.fails = true;
+  EXPECT_THROW(refresh(of), utils::Error);
+  records.fails = false;
+  EXPECT_EQ(refresh(of), 3U) << "what a failed update did not keep is not taken as kept";
+  const auto before = index;
+  EXPECT_EQ(refresh(of), 0U);
+  EXPECT_EQ(index, before);
+  repository.run("cd r; rm c.c; printf 2 > new; touch -r b.c new; mv new b.c");
+  EXPECT_EQ(refresh(of), 1U) << "size and modification time are as they were";
+  EXPECT_THAT(records.written, ElementsAre("b.c", "c.c"));
+  expect_content("b.c", "2");
+  EXPECT_EQ(index->files().at(0), before->files().at(0));
+  EXPECT_EQ(index->files().size(), 2U);
+}
+
+TEST_F(IndexerTest, AYoungFileIsReadUntilItIsOld) {
+  repository.write("r/a.c", "1");
+  Indexer of = indexer();
+  ahead_seconds = 0;
+  refresh(of);
+  std::ofstream(repository / "r/a.c") << "2";  // its times may still be the same
+  refresh(of);
+  expect_content("a.c", "2");
+  ahead_seconds = 1;
+  const auto before = index;
+  EXPECT_EQ(refresh(of), 1U);
+  ahead_seconds = 10;
+  EXPECT_EQ(refresh(of), 1U);
+  EXPECT_THAT(records.written, ElementsAre("a.c"));
+  EXPECT_EQ(refresh(of), 0U);
+  EXPECT_EQ(index, before);
+}
+
+TEST_F(IndexerTest, FilesMayChangeWhatTheyAre) {
+  const std::pair<const char*, FileKind> rows[] = {{"echo x > a", FileKind::text},
+                                                   {"rm a; ln -s b a", FileKind::symlink},
+                                                   {"rm a; echo x > a", FileKind::text},
+                                                   {"truncate -s 10485761 a", FileKind::large},
+                                                   {"truncate -s 10485760 a", FileKind::binary},
+                                                   {"chmod 0 a", FileKind::unreadable},
+                                                   {"chmod 600 a; echo x > a", FileKind::text}};
+  Indexer of = indexer();
+  for (const auto& [script, kind] : rows) {
+    if (kind == FileKind::unreadable && geteuid() == 0) continue;  // nothing is refused to root
+    repository.run("cd r; " + std::string(script));
+    refresh(of);
+    EXPECT_EQ(index->find("a")->kind, kind) << script;
+    const bool is_read = kind == FileKind::text || kind == FileKind::binary;
+    EXPECT_NE(index->find("a")->sha256.empty(), is_read) << script;
+  }
+}
+
+TEST_F(IndexerTest, RefreshesFromManyThreadsGiveOneIndex) {
+  repository.run("cd r; for i in 1 2 3 4 5 6 7 8 9; do echo > $i; done");
+  Indexer of = indexer();
+  std::vector<std::shared_ptr<const SourceIndex>> seen(4);
+  std::vector<std::thread> threads;
+  threads.reserve(seen.size());
+  for (auto& slot : seen) threads.emplace_back([&] { slot = of.refresh(), of.skipped(); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(seen, ::testing::Each(seen[0]));
+  EXPECT_EQ(seen[0]->files().size(), 9U);
+}
+
+TEST_F(IndexerTest, ReadSourceReadsOnlyRegularTextFilesBelowTheRoot) {
+  repository.run(
+      R"(cd r; mkdir d .git; echo x > .git/config; printf 'caf\351\n' > d/ok; printf '\000' > binary
+    ln -s ../o swapped; ln -s ../o/secret.c link; mkfifo pipe)");
+  const auto root = repository / "r";
+  EXPECT_EQ(read_source(root, "d/ok"), "caf\xef\xbf\xbd\n");
+  for (const auto path : utils::split_words("swapped/secret.c link pipe binary d gone d//ok ./d/ok /d/ok "
+                                            "../o/secret.c d/ok/x d/../d/ok .git/config")) {
+    EXPECT_EQ(read_source(root, std::string(path)), std::nullopt) << path;
+  }
+  EXPECT_EQ(read_source(root, ""), std::nullopt);
+  EXPECT_EQ(read_source(root, std::string("d/ok\0", 5)), std::nullopt);
+}
+
+}  // namespace
+}  // namespace ossilar::source

@@ -1,0 +1,134 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "ossilar/source/ctags.h"
+#include "ossilar/source/indexer.h"
+#include "ossilar/source/record.h"
+#include "support/rows.h"
+#include "ossilar/utils/best_effort.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/utils/text.h"
+#include "support/temp_dir.h"
+
+namespace ossilar::source {
+namespace {
+
+using ::ossilar::testing::rows_of;
+using ::ossilar::testing::TempDir;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+std::string shown(const std::vector<Symbol>& symbols) {
+  std::vector<std::string> lines;
+  lines.reserve(symbols.size());
+  for (const Symbol& s : symbols) {
+    lines.push_back(std::to_string(s.line) + " " + s.kind + " " + s.scope + "|" + s.name);
+  }
+  return utils::join(lines, ", ");
+}
+
+// PATH is `value` while it lives.
+class Path {
+ public:
+  explicit Path(const std::string& value) { setenv("PATH", value.c_str(), 1); }
+  ~Path() { setenv("PATH", before_.c_str(), 1); }
+  Path(const Path&) = delete;
+  Path& operator=(const Path&) = delete;
+
+ private:
+  std::string before_ = getenv("PATH");
+};
+
+class SymbolsTest : public ::testing::Test {
+ protected:
+  // The reason for which symbols were noted as degraded, or "".
+  std::string refresh() {
+    const auto scope = utils::degraded_steps();
+    index = indexer.refresh();
+    return scope.entered()->empty() ? "" : utils::string_member(scope.entered()->at(0), "reason");
+  }
+  std::string symbols(const std::string& path) const { return shown(index->find(path)->symbols); }
+
+  void stand_in(const std::string& script) const {
+    tools.write("ctags", "#!/bin/sh\n" + script);
+    std::filesystem::permissions(tools / "ctags", std::filesystem::perms::owner_all);
+  }
+
+  TempDir root;
+  TempDir tools;
+  Indexer indexer{{.root = root.path(), .excluded = {}, .records = nullptr, .symbols = true, .clock = [] {
+                     return std::int64_t{1} << 62;
+                   }}};
+  std::shared_ptr<const SourceIndex> index;
+};
+
+TEST_F(SymbolsTest, AreWhatAFileDeclares) {
+  const auto rows = rows_of("source/symbols.txt");
+  for (const Map& row : rows) root.write(row.at(0), row.at(1));
+  root.write("e.c", "// \xe9\nint caf\xe9(void) {}\nint ok(void) {}\n");
+  EXPECT_EQ(refresh(), "");
+  for (const Map& row : rows) EXPECT_EQ(symbols(row.at(0)), row.at(2)) << row;
+  EXPECT_EQ(symbols("e.c"), "3 function |ok") << "bytes that are not UTF-8";
+  for (const auto& file : index->files()) {
+    const auto kept = read_record(file->path, record_text({.stamp = {}, .file = file}));
+    EXPECT_EQ(shown(kept->file->symbols), shown(file->symbols)) << "from its record";
+  }
+}
+
+TEST_F(SymbolsTest, ComeWhenTheToolComesAndStayWithTheContent) {
+  root.write("a.py", "def f(): pass\n");
+  {
+    const Path nothing(tools.path());
+    EXPECT_THAT(refresh(), HasSubstr("no ctags"));
+    EXPECT_EQ(symbols("a.py"), "");
+    EXPECT_THAT(refresh(), HasSubstr("no ctags")) << "on every refresh";
+    stand_in("echo Exuberant Ctags; exit 1\n");
+    EXPECT_THAT(refresh(), HasSubstr("cannot write JSON"));
+    stand_in("case $* in *list*) echo 'json x'; echo 'interactive x';; *) echo broken >&2;; esac\n");
+    EXPECT_THAT(refresh(), HasSubstr("broken"));
+    EXPECT_EQ(symbols("a.py"), "");
+  }
+  const auto without = index;
+  EXPECT_EQ(refresh(), "");
+  EXPECT_EQ(symbols("a.py"), "1 function |f");
+  EXPECT_NE(index, without);
+  const auto with = index;
+  const Path nothing(tools.path());
+  root.write("a.py", "def f(): pass\n");
+  EXPECT_EQ(refresh(), "") << "nothing is started for what is known";
+  EXPECT_EQ(index, with);
+}
+
+TEST_F(SymbolsTest, OneTextThatTheToolDiesOfLeavesTheOthersTheirs) {
+  const char* script =
+      "echo '{\"_type\": \"program\"}'\n"
+      "while read -r request && read -r text; do\n"
+      "  echo '{\"_type\": \"tag\", \"name\": \"f\", \"line\": 1, \"kind\": \"function\"}'\n"
+      "  case $request in *bad*) kill -9 $$;; esac\n"
+      "  echo '{\"_type\": \"completed\"}'\n"
+      "done\n";
+  SymbolBatch batch;
+  for (const char* path : {"bad.c", "a.c", "b.c", "bad.c", "bad.c", "c.c", "bad.c"})
+    batch.add(path, "C", "int f;\n");
+  std::vector<std::size_t> found;
+  for (const auto& symbols : batch.symbols({{"sh", "-c", script}, ""})) found.push_back(symbols.size());
+  EXPECT_THAT(found, ElementsAre(0U, 1U, 1U, 0U, 0U, 1U, 0U));
+}
+
+TEST_F(SymbolsTest, ManyFilesGiveEachItsOwnAndAtMostTheCap) {
+  const auto function = [](std::size_t i) { return "def f" + std::to_string(i) + "(): pass\n"; };
+  std::string many;
+  for (std::size_t i = 0; i < kMaxSymbols + 5; ++i) many += function(i);
+  root.write("many.py", many);
+  for (std::size_t i = 0; i < 2500; ++i) root.write(std::to_string(i) + ".py", function(i));
+  refresh();
+  EXPECT_EQ(index->find("many.py")->symbols.size(), kMaxSymbols);
+  for (int i = 0; i < 2500; ++i) {
+    ASSERT_EQ(symbols(std::to_string(i) + ".py"), "1 function |f" + std::to_string(i));
+  }
+}
+
+}  // namespace
+}  // namespace ossilar::source
