@@ -1,0 +1,64 @@
+// A store that hands every call to another. Deriving from it makes a fault, a count or a record one
+// overridden call:
+//
+//   class FailsOnUpsert final : public ForwardingStore {
+//     using ForwardingStore::ForwardingStore;
+//     std::int64_t upsert_wiki_page(...) override { throw StorageError("disk full"); }
+//   };
+#pragma once
+
+#include "ossilar/store/repository.h"
+
+namespace ossilar::store {
+
+// Thread-safety: that of the target. Lifetime: the target must outlive it.
+class ForwardingStore : public WikiStore {
+ public:
+  explicit ForwardingStore(WikiStore& target) : target_(target) {}
+
+  std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
+                                const std::string& title, const PageFields& fields) override {
+    return target_.upsert_wiki_page(branch, page_id, title, fields);
+  }
+  void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
+    target_.upsert_wiki_state(branch, fields);
+  }
+  StoredRows get_wiki_pages(const std::string& branch) override { return target_.get_wiki_pages(branch); }
+  SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
+                                 const std::string& model) override {
+    return target_.shared_passages(branch, page_id, model);
+  }
+  std::map<std::string, Vector> vectors(const std::string& model,
+                                        const std::vector<std::string>& hashes) override {
+    return target_.vectors(model, hashes);
+  }
+  void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before) override {
+    target_.store_chunks(page_key, chunks, shared_before);
+  }
+  std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
+    return target_.chunks(branch, page_id);
+  }
+  PageDigests load_digests(const std::string& branch) override { return target_.load_digests(branch); }
+  void persist_digests(const std::string& branch, const PageDigests& digests) override {
+    target_.persist_digests(branch, digests);
+  }
+  void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
+    target_.mark_stale(branch, reasons);
+  }
+  std::map<std::string, std::string> stale_marks(const std::string& branch) override {
+    return target_.stale_marks(branch);
+  }
+  std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
+    return target_.wiki_state(branch);
+  }
+  std::map<std::string, std::string> source_records() override { return target_.source_records(); }
+  void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
+    target_.update_source_records(changes);
+  }
+
+ private:
+  WikiStore& target_;
+};
+
+}  // namespace ossilar::store

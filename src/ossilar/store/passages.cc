@@ -1,0 +1,149 @@
+#include "ossilar/store/passages.h"
+
+#include <bit>
+#include <cstddef>
+
+#include "ossilar/store/rows.h"
+#include "ossilar/utils/error.h"
+
+namespace ossilar::store {
+namespace {
+
+// A vector is stored as its numbers in IEEE 754 single precision, least significant byte first.
+constexpr std::size_t kNumberBytes = 4;
+static_assert(sizeof(float) == kNumberBytes);
+
+std::string vector_bytes(const Vector& vector) {
+  std::string bytes;
+  bytes.reserve(vector.size() * kNumberBytes);
+  for (const float number : vector) {
+    const auto bits = std::bit_cast<std::uint32_t>(number);
+    for (unsigned shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(bits >> shift & 0xffU);
+  }
+  return bytes;
+}
+
+Vector vector_of(const std::string& bytes, const std::string& hash) {
+  if (bytes.size() % kNumberBytes != 0)
+    throw utils::Error("the vector of the passage " + hash + " is damaged");
+  Vector vector;
+  vector.reserve(bytes.size() / kNumberBytes);
+  for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
+    std::uint32_t bits = 0;
+    for (std::size_t i = kNumberBytes; i-- > 0;)
+      bits = bits << 8U | static_cast<unsigned char>(bytes[at + i]);
+    vector.push_back(std::bit_cast<float>(bits));
+  }
+  return vector;
+}
+
+// Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
+// passage.
+constexpr const char* kSharedPassages =
+    "SELECT DISTINCT own.hash, EXISTS (SELECT 1 FROM vectors WHERE hash = own.hash AND model = ?3)"
+    " FROM pages JOIN chunks AS own USING (page_key)"
+    " WHERE branch = ?1 AND page_id = ?2"
+    " AND (EXISTS (SELECT 1 FROM chunks WHERE hash = own.hash AND page_key < own.page_key)"
+    " OR EXISTS (SELECT 1 FROM chunks WHERE hash = own.hash AND page_key > own.page_key))";
+constexpr const char* kVector = "SELECT vector FROM vectors WHERE hash = ?1 AND model = ?2";
+constexpr const char* kChunks =
+    "SELECT position, section, text, hash, chunks.model, chunks.citations"
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash)"
+    " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
+constexpr const char* kHeldPassages = "SELECT DISTINCT hash FROM chunks WHERE page_key = ?1";
+constexpr const char* kDeleteChunks = "DELETE FROM chunks WHERE page_key = ?1";
+constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+constexpr const char* kKeepPassage = "INSERT INTO passages VALUES (?1, ?2) ON CONFLICT DO NOTHING";
+constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
+constexpr const char* kDropPassage =
+    "DELETE FROM passages WHERE hash = ?1 AND NOT EXISTS (SELECT 1 FROM chunks WHERE hash = ?1)";
+
+std::string required_text(const Map& chunk, const char* key) {
+  const Map& value = utils::member(chunk, key);
+  if (!value.is_string()) throw utils::Error(std::string("a chunk has no ") + key);
+  return value.get<std::string>();
+}
+
+void keep_passage(Connection& connection, const Map& chunk) {
+  const std::string hash = required_text(chunk, chunk_key::kHash);
+  Query(connection, kKeepPassage, hash, required_text(chunk, chunk_key::kText)).run();
+  const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
+  if (embedding.is_null()) return;
+  const std::string bytes = vector_bytes(embedding.get<Vector>());
+  Query(connection, kKeepVector, hash, required_text(chunk, chunk_key::kModel), Blob{bytes}).run();
+}
+
+void require_vector(Connection& connection, const Map& chunk) {
+  const std::string hash = required_text(chunk, chunk_key::kHash);
+  const std::string model = required_text(chunk, chunk_key::kModel);
+  if (Query(connection, kVector, hash, model).next()) return;
+  throw utils::Error("the passage " + hash + " has no vector of the model " + model +
+                     " any more; embed it and try again");
+}
+
+void insert_chunk(Connection& connection, std::int64_t page_key, const Map& chunk) {
+  Query(connection, kInsertChunk, page_key, utils::member(chunk, chunk_key::kPosition).get<std::int64_t>(),
+        required_text(chunk, chunk_key::kSection), required_text(chunk, chunk_key::kHash),
+        required_text(chunk, chunk_key::kModel),
+        stored_json(utils::member(chunk, chunk_key::kCitations), chunk_key::kCitations))
+      .run();
+}
+
+PassageHashes held_passages(Connection& connection, std::int64_t page_key) {
+  PassageHashes hashes;
+  Query rows(connection, kHeldPassages, page_key);
+  while (rows.next()) hashes.insert(rows.text(0));
+  return hashes;
+}
+
+}  // namespace
+
+SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
+                                    const std::string& page_id, const std::string& model) {
+  SharedPassages shared;
+  Query rows(connection, kSharedPassages, branch, page_id, model);
+  while (rows.next()) {
+    shared.all.insert(rows.text(0));
+    if (rows.number(1) != 0) shared.embedded.insert(rows.text(0));
+  }
+  return shared;
+}
+
+std::map<std::string, Vector> read_vectors(Connection& connection, const std::string& model,
+                                           const std::vector<std::string>& hashes) {
+  std::map<std::string, Vector> vectors;
+  for (const std::string& hash : hashes) {
+    Query row(connection, kVector, hash, model);
+    if (row.next()) vectors.emplace(hash, vector_of(row.blob(0), hash));
+  }
+  return vectors;
+}
+
+std::vector<Map> read_chunks(Connection& connection, const std::string& branch, const std::string& page_id) {
+  std::vector<Map> chunks;
+  Query rows(connection, kChunks, branch, page_id);
+  while (rows.next()) {
+    chunks.push_back({{chunk_key::kPosition, rows.number(0)},
+                      {chunk_key::kSection, rows.text(1)},
+                      {chunk_key::kText, rows.text(2)},
+                      {chunk_key::kHash, rows.text(3)},
+                      {chunk_key::kModel, rows.text(4)},
+                      {chunk_key::kCitations, utils::parse_json(rows.text(5), chunk_key::kCitations)}});
+  }
+  return chunks;
+}
+
+void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before) {
+  const PassageHashes held_before = held_passages(connection, page_key);
+  for (const Map& chunk : chunks) keep_passage(connection, chunk);
+  for (const Map& chunk : chunks) require_vector(connection, chunk);
+  Query(connection, kDeleteChunks, page_key).run();
+  for (const Map& chunk : chunks) insert_chunk(connection, page_key, chunk);
+  // `shared_before` saves looking; what it lacks is still found to be held.
+  for (const std::string& hash : held_before) {
+    if (!shared_before.contains(hash)) Query(connection, kDropPassage, hash).run();
+  }
+}
+
+}  // namespace ossilar::store

@@ -1,0 +1,30 @@
+// Passages, their vectors, and the chunks by which pages hold them. Internal to this room.
+//
+// A passage is kept once by the hash of its text, its vectors by model beside it. A page's chunks name the
+// passages that it holds, in order. Each function is to be called within a transaction, so that it sees one
+// state.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ossilar/store/connection.h"
+#include "ossilar/store/repository.h"
+
+namespace ossilar::store {
+
+SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
+                                    const std::string& page_id, const std::string& model);
+
+std::map<std::string, Vector> read_vectors(Connection& connection, const std::string& model,
+                                           const std::vector<std::string>& hashes);
+
+std::vector<Map> read_chunks(Connection& connection, const std::string& branch, const std::string& page_id);
+
+// WikiStore::store_chunks(). Throws utils::Error for a refusal; the transaction is then to be rolled back.
+void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before);
+
+}  // namespace ossilar::store

@@ -1,0 +1,142 @@
+// What a wiki keeps, asked for by what it means: rows, chunks with their passages, digests, state. Nothing
+// here says which database is behind it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/utils/snapshot_map.h"
+
+namespace ossilar::store {
+
+// The store cannot do what was asked: a full disk, a damaged file, a database of another program.
+class StorageError : public utils::Error {
+ public:
+  explicit StorageError(const std::string& message, utils::Place place = utils::Place::current())
+      : Error(message, place) {}
+};
+
+// Stored rows by page id. A row has, in this order, the keys `page_id`, `title` and those of PageFields,
+// under the fields' names; `build_cache` is text, lists and maps are JSON lists and objects.
+using StoredRows = utils::SnapshotMap<Map>;
+
+// Digests by page id.
+using PageDigests = utils::SnapshotMap<Map>;
+
+// The keyword arguments of a page's row, in the order of the contract. Each has a default, so a call may name
+// some.
+struct PageFields {
+  std::string description = {};
+  std::string importance = {};
+  int level = 0;
+  std::string parent_section = {};
+  std::string rel_path = {};
+  std::vector<std::string> source_files = {};
+  std::map<std::string, std::string> source_hashes = {};  // file to hash
+  std::vector<Map> symbols = {};
+  std::vector<std::string> related_pages = {};
+  std::vector<Map> citations = {};
+  std::string content_hash = {};
+  std::string model = {};
+  std::string status = {};
+  std::string summary = {};
+  std::string build_cache = {};  // JSON text
+  std::string page_type = {};
+};
+
+// The keyword arguments of a branch's wiki state, in the order of the contract.
+struct WikiStateFields {
+  std::string last_built_at = {};  // ISO 8601
+  std::string last_commit = {};
+  std::int64_t changed_since_build = 0;
+  std::string model = {};  // names the last writer
+  std::int64_t page_count = 0;
+  std::string manifest_hash = {};
+};
+
+// The index gateway that a save writes through. Each write is on disk when its call returns.
+//
+// Thread-safety: every member may be called from any thread. Errors: StorageError.
+class Repository {
+ public:
+  Repository() = default;
+  Repository(const Repository&) = delete;
+  Repository& operator=(const Repository&) = delete;
+  virtual ~Repository() = default;
+
+  // Inserts or updates the row of (branch, page_id) and gives its key. The row's stale mark goes.
+  virtual std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
+                                        const std::string& title, const PageFields& fields) = 0;
+
+  virtual void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) = 0;
+
+  // The branch's rows as stored now. Only what changed since the last call is read.
+  virtual StoredRows get_wiki_pages(const std::string& branch) = 0;
+};
+
+// Passages are named by the SHA-256 of their text and kept once, however many pages hold them.
+using PassageHashes = std::set<std::string, std::less<>>;
+using Vector = std::vector<float>;
+
+// What other pages hold of the passages that one page holds.
+struct SharedPassages {
+  PassageHashes embedded;  // those that have a vector of the model that was asked about
+  PassageHashes all;
+};
+
+// The keys of a chunk record. `kEmbedding` is a list of numbers, or null for a passage whose vector is kept
+// already.
+namespace chunk_key {
+inline constexpr const char* kPosition = "position";  // 0, 1, ... in the order of the page
+inline constexpr const char* kSection = "section";    // the heading it stands under, "" above the first
+inline constexpr const char* kText = "text";
+inline constexpr const char* kHash = "hash";
+inline constexpr const char* kModel = "model";          // of the embedder
+inline constexpr const char* kCitations = "citations";  // those that stand in the passage
+inline constexpr const char* kEmbedding = "embedding";
+}  // namespace chunk_key
+
+// Everything that the host of a wiki keeps.
+class WikiStore : public Repository {
+ public:
+  // Passages.
+  virtual SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
+                                         const std::string& model) = 0;
+  // The vectors of `model` that are kept for `hashes`; one that is not kept is missing in the result.
+  virtual std::map<std::string, Vector> vectors(const std::string& model,
+                                                const std::vector<std::string>& hashes) = 0;
+  // Makes `chunks` the chunks of the page whose row has the key `page_key`, and drops the passages that no
+  // page holds any more. A passage in `shared_before` is held by another page and stays. Throws StorageError,
+  // with nothing changed, when a chunk without an embedding names a passage that has no vector of its model.
+  virtual void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
+                            const PassageHashes& shared_before) = 0;
+  // The chunk records of a page in their order, embeddings left out.
+  virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
+
+  // Digests.
+  virtual PageDigests load_digests(const std::string& branch) = 0;
+  // Makes `digests` the branch's digests; writes only what differs from what is stored.
+  virtual void persist_digests(const std::string& branch, const PageDigests& digests) = 0;
+
+  // Stale marks: page id to reason. Marks are set on pages that have a row; a page's next upsert takes its
+  // mark away.
+  virtual void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) = 0;
+  virtual std::map<std::string, std::string> stale_marks(const std::string& branch) = 0;
+
+  virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;
+
+  // The records of a source index, opaque here, by path.
+  virtual std::map<std::string, std::string> source_records() = 0;
+  // In one transaction: a text replaces the record of its path, none removes it.
+  virtual void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) = 0;
+};
+
+}  // namespace ossilar::store

@@ -1,0 +1,90 @@
+#include "ossilar/store/rows.h"
+
+#include <array>
+
+namespace ossilar::store {
+namespace {
+
+enum class Kind { text, number, json };
+struct Column {
+  const char* name;
+  Kind kind;
+};
+
+// The keys of a row in their order; in kChangedPages they begin at kFirstColumn.
+constexpr std::array kColumns{
+    Column{"page_id", Kind::text},       Column{"title", Kind::text},
+    Column{"description", Kind::text},   Column{"importance", Kind::text},
+    Column{"level", Kind::number},       Column{"parent_section", Kind::text},
+    Column{"rel_path", Kind::text},      Column{"source_files", Kind::json},
+    Column{"source_hashes", Kind::json}, Column{"symbols", Kind::json},
+    Column{"related_pages", Kind::json}, Column{"citations", Kind::json},
+    Column{"content_hash", Kind::text},  Column{"model", Kind::text},
+    Column{"status", Kind::text},        Column{"summary", Kind::text},
+    Column{"build_cache", Kind::text},   Column{"page_type", Kind::text},
+};
+constexpr int kFirstColumn = 1;
+
+constexpr const char* kUpsertPage =
+    "INSERT INTO pages (branch, page_id, title, description, importance, level, parent_section, rel_path,"
+    " source_files, source_hashes, symbols, related_pages, citations, content_hash, model, status, summary,"
+    " build_cache, page_type, revision)"
+    " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20)"
+    " ON CONFLICT (branch, page_id) DO UPDATE SET title = excluded.title, description = excluded.description,"
+    " importance = excluded.importance, level = excluded.level, parent_section = excluded.parent_section,"
+    " rel_path = excluded.rel_path, source_files = excluded.source_files,"
+    " source_hashes = excluded.source_hashes, symbols = excluded.symbols,"
+    " related_pages = excluded.related_pages, citations = excluded.citations,"
+    " content_hash = excluded.content_hash, model = excluded.model, status = excluded.status,"
+    " summary = excluded.summary, build_cache = excluded.build_cache, page_type = excluded.page_type,"
+    " revision = excluded.revision"
+    " RETURNING page_key";
+
+Map column_value(const Query& rows, int at, const Column& column) {
+  switch (column.kind) {
+    case Kind::text:
+      return rows.text(at);
+    case Kind::number:
+      return rows.number(at);
+    case Kind::json:
+      return utils::parse_json(rows.text(at), column.name);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+const char* const kChangedPages =
+    "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
+    " source_hashes, symbols, related_pages, citations, content_hash, model, status, summary, build_cache,"
+    " page_type FROM pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+
+std::string stored_json(const Map& value, const std::string& what) {
+  std::string text = utils::json_text(value);
+  utils::parse_json(text, what);
+  return text;
+}
+
+std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
+                        const std::string& title, const PageFields& fields, std::int64_t revision) {
+  Query query(connection, kUpsertPage, branch, page_id, title, fields.description, fields.importance,
+              fields.level, fields.parent_section, fields.rel_path,
+              stored_json(fields.source_files, "source_files"),
+              stored_json(fields.source_hashes, "source_hashes"), stored_json(fields.symbols, "symbols"),
+              stored_json(fields.related_pages, "related_pages"), stored_json(fields.citations, "citations"),
+              fields.content_hash, fields.model, fields.status, fields.summary, fields.build_cache,
+              fields.page_type, revision);
+  query.next();
+  return query.number(0);
+}
+
+std::string page_id_of(const Query& rows) { return rows.text(kFirstColumn); }
+
+Map page_row(const Query& rows) {
+  Map row = Map::object();
+  int at = kFirstColumn;
+  for (const Column& column : kColumns) row[column.name] = column_value(rows, at++, column);
+  return row;
+}
+
+}  // namespace ossilar::store

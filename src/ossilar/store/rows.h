@@ -1,0 +1,26 @@
+// A page's row between the database and the fields of the contract. Internal to this room.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "ossilar/store/connection.h"
+#include "ossilar/store/repository.h"
+
+namespace ossilar::store {
+
+// `value` as the JSON text that is stored. Throws utils::Error or Map::exception for what could not be read
+// back: text that is not UTF-8, nesting too deep. `what` names it.
+std::string stored_json(const Map& value, const std::string& what);
+
+// Inserts or updates the row and gives its key.
+std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
+                        const std::string& title, const PageFields& fields, std::int64_t revision);
+
+// The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes: the
+// revision, then the columns that the two functions read.
+extern const char* const kChangedPages;
+std::string page_id_of(const Query& rows);
+Map page_row(const Query& rows);
+
+}  // namespace ossilar::store

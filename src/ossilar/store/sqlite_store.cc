@@ -1,0 +1,291 @@
+#include "ossilar/store/sqlite_store.h"
+
+#include <SQLiteCpp/Transaction.h>
+
+#include <mutex>
+#include <type_traits>
+#include <utility>
+
+#include "ossilar/store/connection.h"
+#include "ossilar/store/passages.h"
+#include "ossilar/store/rows.h"
+#include "ossilar/store/schema.h"
+
+namespace ossilar::store {
+namespace {
+
+constexpr const char* kNextRevision = "UPDATE counter SET revision = revision + 1 RETURNING revision";
+constexpr const char* kClearMark = "DELETE FROM stale_marks WHERE page_key = ?1";
+constexpr const char* kMark =
+    "INSERT INTO stale_marks SELECT page_key, ?3 FROM pages WHERE branch = ?1 AND page_id = ?2"
+    " ON CONFLICT DO UPDATE SET reason = excluded.reason";
+constexpr const char* kMarks =
+    "SELECT page_id, reason FROM stale_marks JOIN pages USING (page_key) WHERE branch = ?1";
+constexpr const char* kChangedDigests =
+    "SELECT revision, page_id, digest FROM digests WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+constexpr const char* kPutDigest =
+    "INSERT INTO digests VALUES (?1, ?2, ?3, ?4) ON CONFLICT (branch, page_id)"
+    " DO UPDATE SET digest = excluded.digest, revision = excluded.revision";
+constexpr const char* kRemoveDigest =
+    "UPDATE digests SET digest = NULL, revision = ?3 WHERE branch = ?1 AND page_id = ?2";
+constexpr const char* kPutState = "INSERT OR REPLACE INTO wiki_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)";
+constexpr const char* kState =
+    "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
+    " FROM wiki_state WHERE branch = ?1";
+constexpr const char* kRecords = "SELECT path, record FROM source_records";
+constexpr const char* kPutRecord = "INSERT OR REPLACE INTO source_records VALUES (?1, ?2)";
+constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
+
+std::int64_t next_revision(Connection& connection) {
+  Query query(connection, kNextRevision);
+  query.next();
+  return query.number(0);
+}
+
+// What was read last of one kind of rows of a branch, and the revision up to which it was read.
+struct Snapshot {
+  utils::SnapshotMap<Map> entries;
+  std::int64_t revision = 0;
+};
+
+// One connection writes and one reads, each under a mutex of its own, so that drafts read while a commit
+// waits for the disk. A thread that holds both took the writer's first.
+//
+// The snapshots belong to the reader. They are only what a read gave or a commit has made so; after a write
+// that failed, whose outcome only the file knows, they are dropped.
+class SqliteStore final : public WikiStore {
+ public:
+  explicit SqliteStore(const std::filesystem::path& file)
+      : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {}
+
+  std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
+                                const std::string& title, const PageFields& fields) override {
+    return write("store the page " + page_id, [&](Connection& connection) {
+      const std::int64_t key =
+          write_page(connection, branch, page_id, title, fields, next_revision(connection));
+      Query(connection, kClearMark, key).run();
+      return key;
+    });
+  }
+
+  void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
+    write("store the state of the branch " + branch, [&](Connection& connection) {
+      Query(connection, kPutState, branch, fields.last_built_at, fields.last_commit,
+            fields.changed_since_build, fields.model, fields.page_count, fields.manifest_hash)
+          .run();
+    });
+  }
+
+  StoredRows get_wiki_pages(const std::string& branch) override {
+    return read("read the pages of the branch " + branch,
+                [&](Connection& connection) { return read_pages(connection, branch); });
+  }
+
+  SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
+                                 const std::string& model) override {
+    return read("read the passages of the page " + page_id, [&](Connection& connection) {
+      return read_shared_passages(connection, branch, page_id, model);
+    });
+  }
+
+  std::map<std::string, Vector> vectors(const std::string& model,
+                                        const std::vector<std::string>& hashes) override {
+    return read("read vectors of the model " + model,
+                [&](Connection& connection) { return read_vectors(connection, model, hashes); });
+  }
+
+  void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before) override {
+    write("store the chunks of the page with the key " + std::to_string(page_key),
+          [&](Connection& connection) { replace_chunks(connection, page_key, chunks, shared_before); });
+  }
+
+  std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
+    return read("read the chunks of the page " + page_id,
+                [&](Connection& connection) { return read_chunks(connection, branch, page_id); });
+  }
+
+  PageDigests load_digests(const std::string& branch) override { return digest_snapshot(branch).entries; }
+
+  // What was persisted becomes the snapshot that the next call compares with, so that a caller who changes
+  // one digest of many and persists again shares all others with it.
+  void persist_digests(const std::string& branch, const PageDigests& digests) override {
+    Snapshot persisted{.entries = digests};
+    const std::lock_guard writing(writer_mutex_);
+    write_locked("store the digests of the branch " + branch, [&](Connection& connection) {
+      const Snapshot stored = digest_snapshot(branch);  // nobody writes meanwhile
+      persisted.revision = write_differences(connection, branch, stored, digests);
+    });
+    const std::lock_guard reading(reader_mutex_);
+    digests_[branch] = std::move(persisted);
+  }
+
+  void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
+    if (reasons.empty()) return;
+    write("mark pages of the branch " + branch + " as stale", [&](Connection& connection) {
+      for (const auto& [page_id, reason] : reasons) Query(connection, kMark, branch, page_id, reason).run();
+    });
+  }
+
+  std::map<std::string, std::string> stale_marks(const std::string& branch) override {
+    return read("read the stale marks of the branch " + branch, [&](Connection& connection) {
+      std::map<std::string, std::string> marks;
+      Query rows(connection, kMarks, branch);
+      while (rows.next()) marks.emplace(rows.text(0), rows.text(1));
+      return marks;
+    });
+  }
+
+  std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
+    return read("read the state of the branch " + branch, [&](Connection& connection) {
+      Query row(connection, kState, branch);
+      if (!row.next()) return std::optional<WikiStateFields>();
+      return std::optional<WikiStateFields>({.last_built_at = row.text(0),
+                                             .last_commit = row.text(1),
+                                             .changed_since_build = row.number(2),
+                                             .model = row.text(3),
+                                             .page_count = row.number(4),
+                                             .manifest_hash = row.text(5)});
+    });
+  }
+
+  std::map<std::string, std::string> source_records() override {
+    return read("read the source index", [&](Connection& connection) {
+      std::map<std::string, std::string> records;
+      Query rows(connection, kRecords);
+      while (rows.next()) records.emplace(rows.text(0), rows.text(1));
+      return records;
+    });
+  }
+
+  void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
+    if (changes.empty()) return;
+    write("store the source index", [&](Connection& connection) {
+      for (const auto& [path, record] : changes) {
+        if (record) {
+          Query(connection, kPutRecord, path, *record).run();
+        } else {
+          Query(connection, kRemoveRecord, path).run();
+        }
+      }
+    });
+  }
+
+ private:
+  using Snapshots = std::map<std::string, Snapshot>;  // by branch
+  template <class Work>
+  using Result = std::invoke_result_t<Work, Connection&>;
+
+  // Runs `work` in one read transaction.
+  template <class Work>
+  Result<Work> read(const std::string& attempt, Work work) {
+    const std::lock_guard lock(reader_mutex_);
+    return with_storage_errors(file_, attempt, [&] {
+      const SQLite::Transaction snapshot(reader_.database());  // its end, a rollback, changes nothing
+      return work(reader_);
+    });
+  }
+
+  // Runs `work` in one write transaction, which is on disk at the return. It locks at its begin: one that
+  // reads first and locks later fails at once when another process has written in between.
+  template <class Work>
+  Result<Work> write(const std::string& attempt, Work work) {
+    const std::lock_guard lock(writer_mutex_);
+    return write_locked(attempt, work);
+  }
+
+  template <class Work>
+  Result<Work> write_locked(const std::string& attempt, Work work) {
+    try {
+      return with_storage_errors(file_, attempt, [&] { return commit(work); });
+    } catch (...) {
+      forget_snapshots();
+      throw;
+    }
+  }
+
+  template <class Work>
+  Result<Work> commit(Work work) {
+    SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
+    if constexpr (std::is_void_v<Result<Work>>) {
+      work(writer_);
+      transaction.commit();
+    } else {
+      Result<Work> result = work(writer_);
+      transaction.commit();
+      return result;
+    }
+  }
+
+  void forget_snapshots() {
+    const std::lock_guard lock(reader_mutex_);
+    pages_.clear();
+    digests_.clear();
+  }
+
+  // Rows are never removed; if they come to be, a row without content would tell, as it does for digests.
+  StoredRows read_pages(Connection& connection, const std::string& branch) {
+    Snapshot next = pages_[branch];
+    Query rows(connection, kChangedPages, branch, next.revision);
+    while (rows.next()) {
+      next.entries.set(page_id_of(rows), page_row(rows));
+      next.revision = rows.number(0);
+    }
+    pages_[branch] = next;
+    return next.entries;
+  }
+
+  Snapshot digest_snapshot(const std::string& branch) {
+    return read("read the digests of the branch " + branch, [&](Connection& connection) {
+      Snapshot next = digests_[branch];
+      Query rows(connection, kChangedDigests, branch, next.revision);
+      while (rows.next()) {
+        if (rows.is_null(2)) {
+          next.entries.erase(rows.text(1));
+        } else {
+          next.entries.set(rows.text(1), utils::parse_json(rows.text(2), "the digest of " + rows.text(1)));
+        }
+        next.revision = rows.number(0);
+      }
+      digests_[branch] = next;
+      return next;
+    });
+  }
+
+  // Makes the stored digests those in `digests`; gives the revision that they then have.
+  static std::int64_t write_differences(Connection& connection, const std::string& branch,
+                                        const Snapshot& stored, const PageDigests& digests) {
+    std::int64_t revision = 0;
+    const auto revision_of_change = [&] {
+      return revision = revision != 0 ? revision : next_revision(connection);
+    };
+    for_each_difference(stored.entries, digests,
+                        [&](const std::string& page_id, const Map* before, const Map* after) {
+                          if (after == nullptr) {
+                            Query(connection, kRemoveDigest, branch, page_id, revision_of_change()).run();
+                          } else if (before == nullptr || *before != *after) {
+                            Query(connection, kPutDigest, branch, page_id,
+                                  stored_json(*after, "the digest of " + page_id), revision_of_change())
+                                .run();
+                          }
+                        });
+    return revision != 0 ? revision : stored.revision;
+  }
+
+  const std::filesystem::path file_;
+  std::mutex writer_mutex_;
+  Connection writer_;
+  std::mutex reader_mutex_;
+  Connection reader_;
+  Snapshots pages_;
+  Snapshots digests_;
+};
+
+}  // namespace
+
+std::unique_ptr<WikiStore> open_sqlite_store(const std::filesystem::path& file) {
+  return with_storage_errors(
+      file, "open it", [&]() -> std::unique_ptr<WikiStore> { return std::make_unique<SqliteStore>(file); });
+}
+
+}  // namespace ossilar::store

@@ -1,0 +1,188 @@
+#include "ossilar/store/write_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "ossilar/utils/text.h"
+
+namespace ossilar::store {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+struct WriteLock::Attempt {
+  Clock::time_point began = Clock::now();
+  Clock::time_point deadline;
+};
+
+namespace {
+
+constexpr milliseconds kLongestTimeout = std::chrono::hours(24 * 365);  // its sum with any time is a time
+constexpr milliseconds kFirstPause(1);
+constexpr milliseconds kLongestPause(25);
+constexpr std::size_t kLongestLine = 512;
+constexpr mode_t kFileMode = 0666;  // the umask takes away what the user wants taken away
+
+// Pauses between looks at the file: short at first, as most holders are done in milliseconds, and of random
+// length, so that several who wait do not look in step.
+class Pauses {
+ public:
+  milliseconds next() {
+    const milliseconds pause(std::uniform_int_distribution<milliseconds::rep>(1, longest_.count())(engine_));
+    longest_ = std::min(longest_ * 2, kLongestPause);
+    return pause;
+  }
+
+ private:
+  std::minstd_rand engine_{std::random_device{}()};
+  milliseconds longest_ = kFirstPause;
+};
+
+std::string host_name() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "unknown host";
+}
+
+std::string utc_now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  std::array<char, 32> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+// The line that names this process in the file; holder_in() reads it.
+std::string holder_line(const std::string& holder) {
+  return "pid " + std::to_string(getpid()) + " on " + host_name() + ", " + holder + ", since " + utc_now() +
+         "\n";
+}
+
+// Best effort: a full disk makes no lock less held. The line is written before the rest of the former one
+// goes, so one who reads meanwhile finds a whole first line.
+void write_holder(int fd, const std::string& line) {
+  const ssize_t written = pwrite(fd, line.data(), line.size(), 0);
+  if (written >= 0 && ftruncate(fd, written) != 0) return;
+}
+
+// Who holds the lock by the file's first line, and what to do about it. The line is another program's text.
+std::string holder_in(int fd) {
+  std::array<char, kLongestLine> buffer{};
+  const ssize_t size = pread(fd, buffer.data(), buffer.size(), 0);
+  std::string_view line(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  line = line.substr(0, line.find('\n'));
+  const std::size_t on = line.find(" on ");
+  const std::size_t comma = line.find(", ");
+  if (!line.starts_with("pid ") || on == line.npos || comma == line.npos || comma < on)
+    return "another process";
+  const std::string process(line.substr(4, on - 4));
+  const std::string host(line.substr(on + 4, comma - on - 4));
+  if (process == std::to_string(getpid()) && host == host_name()) return "another save of this process";
+  return utils::printable("process " + process + " on " + host + " (" + std::string(line.substr(comma + 2)) +
+                          ")");
+}
+
+LockBusy busy(const std::string& holder, Clock::duration waited) {
+  const auto tenths = std::chrono::duration_cast<milliseconds>(waited).count() / 100;
+  return LockBusy("the wiki is being written by " + holder + "; waited " + std::to_string(tenths / 10) + "." +
+                  std::to_string(tenths % 10) + " s; try again" +
+                  (holder.starts_with("process ") ? ", or end that process" : ""));
+}
+
+utils::UniqueFd open_lock_file(const std::filesystem::path& path) {
+  const utils::UniqueFd folder = utils::open_directory(path.parent_path());
+  const int fd = openat(folder.get(), path.filename().c_str(),
+                        O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kFileMode);
+  if (fd < 0) throw utils::IoError("cannot open the lock file " + path.string(), errno);
+  return utils::UniqueFd(fd);
+}
+
+int flock_uninterrupted(int fd, int operation) {
+  int result = flock(fd, operation);
+  while (result != 0 && errno == EINTR) result = flock(fd, operation);
+  return result;
+}
+
+// False when another holds the lock.
+bool try_lock(int fd, const std::filesystem::path& path) {
+  if (flock_uninterrupted(fd, LOCK_EX | LOCK_NB) == 0) return true;
+  if (errno == EWOULDBLOCK) return false;
+  throw utils::IoError("cannot lock " + path.string(), errno);
+}
+
+// Whether the open file still has a name: the lock of one that somebody removed keeps nobody out.
+bool has_name(int fd) {
+  struct stat info {};
+  return fstat(fd, &info) == 0 && info.st_nlink > 0;
+}
+
+}  // namespace
+
+WriteLock::WriteLock(Options options) : options_(std::move(options)) {}
+
+void WriteLock::acquire(bool wait) {
+  Attempt attempt;
+  attempt.deadline = attempt.began + (wait ? std::min(options_.timeout, kLongestTimeout) : milliseconds(0));
+  enter(attempt);
+  try {
+    file_ = lock_file(attempt);
+    write_holder(file_.get(), holder_line(options_.holder));
+  } catch (...) {
+    file_ = utils::UniqueFd();
+    leave();
+    throw;
+  }
+}
+
+// The unlock is explicit: closing would leave the lock with a child process that was forked just now and has
+// not yet closed its copy of the descriptor.
+void WriteLock::release() {
+  const utils::UniqueFd file = std::move(file_);
+  const int result = flock_uninterrupted(file.get(), LOCK_UN);
+  const int error = errno;
+  leave();
+  if (result != 0) throw utils::IoError("cannot unlock " + options_.path.string(), error);
+}
+
+void WriteLock::enter(const Attempt& attempt) {
+  std::unique_lock lock(mutex_);
+  if (!left_.wait_until(lock, attempt.deadline, [this] { return !entered_; })) {
+    throw busy("another save of this process", Clock::now() - attempt.began);
+  }
+  entered_ = true;
+}
+
+void WriteLock::leave() {
+  {
+    const std::lock_guard lock(mutex_);
+    entered_ = false;
+  }
+  left_.notify_one();
+}
+
+utils::UniqueFd WriteLock::lock_file(const Attempt& attempt) const {
+  Pauses pauses;
+  for (;;) {
+    utils::UniqueFd file = open_lock_file(options_.path);
+    if (try_lock(file.get(), options_.path)) {
+      if (has_name(file.get())) return file;
+      continue;
+    }
+    const Clock::time_point now = Clock::now();
+    if (now >= attempt.deadline) throw busy(holder_in(file.get()), now - attempt.began);
+    std::this_thread::sleep_for(std::min<Clock::duration>(pauses.next(), attempt.deadline - now));
+  }
+}
+
+}  // namespace ossilar::store

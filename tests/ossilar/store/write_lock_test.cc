@@ -1,0 +1,117 @@
+#include "ossilar/store/write_lock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace ossilar::store {
+namespace {
+
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+std::string busy_message(WriteLock& lock, bool wait) {
+  try {
+    lock.acquire(wait);
+  } catch (const LockBusy& error) {
+    return error.what();
+  }
+  lock.release();
+  return "";
+}
+
+class WriteLockTest : public ::testing::Test {
+ protected:
+  WriteLock::Options options(std::chrono::milliseconds timeout) {
+    return {.path = dir / "write.lock", .timeout = timeout, .holder = "ossilar save"};
+  }
+
+  testing::TempDir dir;
+  WriteLock lock{options(std::chrono::hours(24 * 365 * 1000))};
+  WriteLock other{options(std::chrono::milliseconds(0))};
+};
+
+TEST_F(WriteLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
+  WriteLock third(options(std::chrono::minutes(5)));
+  std::atomic<int> held = 0;  // read and written apart: only the lock keeps an increment from getting lost
+  const auto hold = [&held](WriteLock& mine) {
+    for (int round = 0; round < 25; ++round) {
+      mine.acquire(true);
+      const int before = held.load(std::memory_order_relaxed);
+      std::this_thread::yield();
+      held.store(before + 1, std::memory_order_relaxed);
+      mine.release();
+    }
+  };
+  std::vector<std::thread> threads(6);
+  for (std::size_t i = 0; i < threads.size(); ++i)
+    threads[i] = std::thread(hold, std::ref(i % 2 == 0 ? lock : third));
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(held, 6 * 25);
+}
+
+TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
+  const std::string by = "the wiki is being written by ";
+  lock.acquire(false);
+  EXPECT_THAT(dir.read("write.lock"),
+              MatchesRegex("pid [0-9]+ on [^ ,]+, ossilar save, since 2[0-9-]+T[0-9:]+Z\n"));
+  EXPECT_EQ(busy_message(lock, false), by + "another save of this process; waited 0.0 s; try again");
+  EXPECT_EQ(busy_message(other, true), by + "another save of this process; waited 0.0 s; try again");
+  dir.write("write.lock", "pid 12 on host, ossilar save, since 2026\x1b\nold line");
+  EXPECT_THAT(busy_message(other, true),
+              StartsWith(by + "process 12 on host (ossilar save, since 2026<1B>);"));
+  for (const char* unknown : {"pid 123, x on y", ""}) {
+    dir.write("write.lock", unknown);
+    EXPECT_EQ(busy_message(other, true), by + "another process; waited 0.0 s; try again") << unknown;
+  }
+  lock.release();
+  EXPECT_EQ(busy_message(other, true), "");
+}
+
+// The child is forked while the lock is held, so it has a copy of the holder's descriptor; what was released
+// must be free all the same.
+TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
+  std::array<int, 2> pipe_ends{};
+  ASSERT_EQ(pipe(pipe_ends.data()), 0);
+  lock.acquire(true);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    WriteLock childs(options(std::chrono::minutes(5)));
+    childs.acquire(true);
+    if (write(pipe_ends[1], "x", 1) != 1) _exit(1);
+    for (;;) pause();
+  }
+  lock.release();
+  char held = 0;
+  ASSERT_EQ(read(pipe_ends[0], &held, 1), 1);
+  EXPECT_THAT(busy_message(other, true),
+              StartsWith("the wiki is being written by process " + std::to_string(child)));
+  kill(child, SIGKILL);
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(busy_message(other, false), "");
+  for (const int end : pipe_ends) close(end);
+}
+
+TEST_F(WriteLockTest, FailureToOpenLeavesItUsable) {
+  std::filesystem::create_symlink(dir / "elsewhere", dir / "write.lock");
+  EXPECT_THROW(lock.acquire(true), utils::IoError);
+  EXPECT_FALSE(std::filesystem::exists(dir / "elsewhere"));
+  std::filesystem::remove(dir / "write.lock");
+  lock.acquire(true);
+  lock.release();
+  EXPECT_THROW(lock.release(), utils::IoError);
+}
+
+}  // namespace
+}  // namespace ossilar::store
