@@ -1,0 +1,58 @@
+#include "ossilar/search/embedder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "support/rows.h"
+
+namespace ossilar::search {
+namespace {
+
+using ::ossilar::testing::rows_of;
+
+std::vector<float> embedded(const std::string& text) {
+  return make_local_embedder()->embed({"", text}).back();
+}
+
+float dot(const std::vector<float>& a, const std::vector<float>& b) {
+  return std::inner_product(a.begin(), a.end(), b.begin(), 0.0F);
+}
+
+TEST(LocalEmbedder, FindsThePassageByOtherFormsOfItsWords) {
+  const auto rows = rows_of("search/retrieval.txt");
+  for (const Map& row : rows) {
+    for (const Map& query : row.at(1)) {
+      const auto score = [&](const Map& of) { return dot(embedded(of.at(0)), embedded(query)); };
+      for (const Map& other : rows) EXPECT_TRUE(other == row || score(other) < score(row)) << query;
+    }
+  }
+}
+
+TEST(LocalEmbedder, VectorsHaveLengthOneOrNone) {
+  for (const char* text : {"word", "a", "the", "x x x x", "\xC3\xA9", "one _ two", "\x80\xFF"}) {
+    EXPECT_EQ(embedded(text).size(), make_local_embedder()->dimensions());
+    EXPECT_NEAR(dot(embedded(text), embedded(text)), 1.0F, 1e-5F) << text;
+  }
+  for (const char* text : {"", " \n", "--- *** \xE2\x80\x94 ___", "\xE3\x80\x82"}) {
+    EXPECT_THAT(embedded(text), ::testing::Each(0.0F)) << text;
+  }
+}
+
+TEST(LocalEmbedder, SameWordsSameVector) {
+  for (const Map& row : rows_of("search/same_words.txt")) {
+    EXPECT_EQ(embedded(row.at(0)), embedded(row.at(1))) << row;
+  }
+}
+
+// Stored vectors are compared with those of other machines: what a model of one name gives must not move.
+TEST(LocalEmbedder, TheModelsNumbersStay) {
+  EXPECT_EQ(make_local_embedder()->model(), "local-hash-v1-384");
+  std::vector<float> places(384);
+  std::iota(places.begin(), places.end(), 1.0F);
+  EXPECT_NEAR(dot(embedded("The index of a repository"), places), -293.4305, 1e-2);
+}
+
+}  // namespace
+}  // namespace ossilar::search
