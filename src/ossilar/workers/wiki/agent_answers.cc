@@ -1,0 +1,86 @@
+#include "ossilar/workers/wiki/agent_answers.h"
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::size_t kMostSimilar = 5;
+// A longer id is no slip of the pen, and the distance costs the product of the lengths.
+constexpr std::size_t kLongestCompared = 100;
+
+// Levenshtein distance (insertions, deletions, substitutions), two rows at a time.
+std::size_t edit_distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t substituted = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substituted}));
+    }
+  }
+  return row[b.size()];
+}
+
+// Whether someone who asked for the one may mean the other: near in spelling, or one within the other.
+bool may_mean(std::string_view asked, std::string_view id, std::size_t apart) {
+  return apart <= asked.size() / 2 || id.find(asked) != std::string_view::npos ||
+         asked.find(id) != std::string_view::npos;
+}
+
+std::vector<std::string> similar_ids(std::string_view asked, const Plans& plans) {
+  std::vector<std::pair<std::size_t, std::string>> ranked;
+  if (asked.empty() || asked.size() > kLongestCompared) return {};
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    const std::string& id = plans[i].page_id;
+    if (id.size() > kLongestCompared) continue;
+    const std::size_t apart = edit_distance(asked, id);
+    if (may_mean(asked, id, apart)) ranked.emplace_back(apart, id);
+  }
+  std::sort(ranked.begin(), ranked.end());
+  if (ranked.size() > kMostSimilar) ranked.resize(kMostSimilar);
+  std::vector<std::string> ids;
+  ids.reserve(ranked.size());
+  for (auto& [apart, id] : ranked) ids.push_back(std::move(id));
+  return ids;
+}
+
+std::optional<Answer> refuse_text(const std::string& text, const std::string& name) {
+  try {
+    utils::require_utf8(text, name);
+  } catch (const utils::Error& error) {
+    return Answer{{"error", error.what()}};
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+Answer not_planned(const std::string& page_id, const Plans& plans) {
+  const std::vector<std::string> similar = similar_ids(page_id, plans);
+  std::string error = "page '" + utils::printable(page_id) + "' is not in the plan of this wiki";
+  error += similar.empty() ? "; list the pages, or add it to ossilar.toml as a [[page]]"
+                           : "; did you mean '" + similar.front() + "'?";
+  return {{"error", error}, {"page_id", page_id}, {"similar", similar}};
+}
+
+std::optional<Answer> refuse_request(const SaveRequest& request) {
+  if (request.content.size() > kLargestContent) {
+    return Answer{{"error", "content has " + std::to_string(request.content.size()) + " bytes; at most " +
+                                std::to_string(kLargestContent) +
+                                " are taken. Split the page or save by section."}};
+  }
+  if (auto refusal = refuse_text(request.page_id, "page_id")) return refusal;
+  if (auto refusal = refuse_text(request.content, "content")) return refusal;
+  if (auto refusal = refuse_text(request.section.value_or(""), "section")) return refusal;
+  return refuse_text(request.title.value_or(""), "title");
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,340 @@
+#include "ossilar/workers/wiki/citations.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
+#include <map>
+#include <set>
+
+#include "ossilar/utils/fold.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::size_t kLongestLabel = 999;  // CommonMark: a link label has at most 999 characters
+// Different labels that CommonMark takes for the same; more than two are a play with case, not prose.
+constexpr std::size_t kMostTwins = 4;
+
+// Reads a decimal line number from the front of `text`; one that is too large for any file reads as the
+// largest.
+std::optional<std::int64_t> take_number(std::string_view& text) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (end == text.data() || text.front() == '-') return std::nullopt;
+  if (error == std::errc::result_out_of_range) number = std::numeric_limits<std::int64_t>::max();
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return number;
+}
+
+bool take(std::string_view& text, char expected) {
+  if (text.empty() || text.front() != expected) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+// Lines in any of the forms that people write: `L10-L20`, `L10-20`, `10-20`, `10`.
+std::optional<Citation> parse_loose_lines(std::string_view lines) {
+  Citation citation;
+  take(lines, 'L');
+  const auto first = take_number(lines);
+  if (!first) return std::nullopt;
+  citation.first = citation.last = *first;
+  if (take(lines, '-')) {
+    take(lines, 'L');
+    const auto last = take_number(lines);
+    if (!last) return std::nullopt;
+    citation.last = *last;
+  }
+  return lines.empty() ? std::optional(citation) : std::nullopt;
+}
+
+// A reference to lines in another form than ours, such as `a.cpp:10-20` or `a.cpp#L10`.
+std::optional<Citation> parse_loose(std::string_view label) {
+  const std::size_t mark = label.find_last_of(":#");
+  if (mark == std::string_view::npos || mark == 0) return std::nullopt;
+  auto citation = parse_loose_lines(label.substr(mark + 1));
+  if (citation) citation->path = std::string(label.substr(0, mark));
+  return citation;
+}
+
+std::string label_of(const std::string& path, std::int64_t first, std::int64_t last) {
+  std::string label = "[" + path + ":L" + std::to_string(first);
+  if (last != first) label += "-L" + std::to_string(last);
+  return label + "]";
+}
+
+bool has_lines(const source::SourceFile& file) {
+  return file.kind == source::FileKind::text && file.lines > 0;
+}
+
+bool is_valid(const Citation& citation, const source::SourceIndex& index) {
+  const source::SourceFile* file = index.find(citation.path);
+  return file != nullptr && file->kind == source::FileKind::text && citation.first >= 1 &&
+         citation.first <= citation.last && citation.last <= file->lines;
+}
+
+// What one candidate label would mean if CommonMark makes it a link.
+struct Meaning {
+  std::optional<Citation> citation;  // of the proper form, valid or not
+  bool malformed = false;
+  std::string page_id;
+};
+
+std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIndex& index,
+                                  const PageByTitle& page_by_title) {
+  if (auto citation = parse_citation(label)) return Meaning{std::move(citation), false, ""};
+  if (auto page_id = page_by_title(label)) return Meaning{std::nullopt, false, *std::move(page_id)};
+  const auto loose = parse_loose(label);
+  if (loose && index.find(loose->path) != nullptr) return Meaning{std::nullopt, true, ""};
+  return std::nullopt;
+}
+
+struct Candidate {
+  std::string label;  // as written, on one line
+  Meaning meaning;
+};
+
+// Labels that CommonMark takes for the same share a key; which of them a link stands for is told by its text.
+using Candidates = std::map<std::string, std::vector<Candidate>>;
+
+Candidates find_candidates(std::string_view authored, const source::SourceIndex& index,
+                           const PageByTitle& page_by_title) {
+  Candidates candidates;
+  std::set<std::string> seen;
+  for (const std::string_view written : bracketed(authored)) {
+    std::string label = utils::collapse_label(written);
+    if (!seen.insert(label).second) continue;
+    auto meaning = meaning_of(label, index, page_by_title);
+    if (!meaning) continue;
+    auto& twins = candidates[utils::fold_label(label)];
+    if (twins.size() < kMostTwins) twins.push_back({std::move(label), *std::move(meaning)});
+  }
+  return candidates;
+}
+
+const Candidate& candidate_for(const std::vector<Candidate>& twins, const std::string& link_text) {
+  if (twins.size() == 1) return twins.front();
+  const auto found = std::find_if(twins.begin(), twins.end(), [&](const Candidate& twin) {
+    return utils::plain_inline(twin.label) == link_text;
+  });
+  return found == twins.end() ? twins.front() : *found;
+}
+
+// The candidates that stand as links, in the order of the text, each label once.
+std::vector<Candidate> linked_candidates(std::string_view authored, const Candidates& candidates) {
+  // No text can hold the hash of itself, so no author can write one of these targets.
+  const std::string target = "ossilar-" + utils::sha256_hex(authored) + "-";
+  std::string probe(authored);
+  probe += "\n" + utils::closing_line(authored) + "\n\n";
+  std::vector<const std::vector<Candidate>*> by_number;
+  for (const auto& [key, twins] : candidates) {
+    for (const Candidate& twin : twins) {
+      probe += "[" + twin.label + "]: " + target + std::to_string(by_number.size()) + "\n";
+    }
+    by_number.push_back(&twins);
+  }
+  std::vector<Candidate> linked;
+  std::set<std::string> seen;
+  for (const utils::Link& link : utils::links(probe)) {
+    if (link.url.compare(0, target.size(), target) != 0) continue;
+    const std::size_t number = std::stoul(link.url.substr(target.size()));
+    const Candidate& candidate = candidate_for(*by_number[number], link.text);
+    if (seen.insert(candidate.label).second) linked.push_back(candidate);
+  }
+  return linked;
+}
+
+std::string percent_encoded(const std::string& path) {
+  static constexpr std::string_view kPlain = "-._~/+@=,";
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string out;
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool alphanumeric = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    if (alphanumeric || kPlain.find(c) != std::string_view::npos) {
+      out += c;
+    } else {
+      out += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+    }
+  }
+  return out;
+}
+
+std::string repeated(std::string_view text, std::size_t times) {
+  std::string out;
+  while (times-- > 0) out += text;
+  return out;
+}
+
+std::size_t depth_of(const std::string& path) {
+  return static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
+}
+
+std::string lines_anchor(const Citation& citation) {
+  std::string anchor = "#L" + std::to_string(citation.first);
+  if (citation.last != citation.first) anchor += "-L" + std::to_string(citation.last);
+  return anchor;
+}
+
+std::string quoted_label(const std::string& label) { return "[" + label + "]"; }
+
+// The path nearest to one that is not indexed: a file of the same name with lines to cite, with the longest
+// common end.
+std::string nearest_path(const std::string& path, const source::SourceIndex& index) {
+  const std::size_t slash = path.rfind('/');
+  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  std::string best;
+  std::size_t best_common = 0;
+  for (const std::string& candidate : index.named(name)) {
+    if (!has_lines(*index.find(candidate))) continue;
+    const auto common = static_cast<std::size_t>(
+        std::mismatch(path.rbegin(), path.rend(), candidate.rbegin(), candidate.rend()).first -
+        path.rbegin());
+    if (best.empty() || common > best_common) {
+      best = candidate;
+      best_common = common;
+    }
+  }
+  return best;
+}
+
+Citation clamped(Citation citation, std::int64_t lines) {
+  citation.first = std::clamp<std::int64_t>(citation.first, 1, lines);
+  citation.last = std::clamp<std::int64_t>(citation.last, citation.first, lines);
+  return citation;
+}
+
+std::string unusable_reason(const source::SourceFile& file) {
+  switch (file.kind) {
+    case source::FileKind::binary:
+      return "the file is not text";
+    case source::FileKind::large:
+      return "the file is over 10 MiB and not read";
+    case source::FileKind::symlink:
+      return "the file is a symbolic link; cite the file it leads to";
+    case source::FileKind::submodule:
+      return "this is a submodule, whose files are not indexed";
+    default:
+      return "the file cannot be read";
+  }
+}
+
+}  // namespace
+
+std::optional<Citation> parse_citation(std::string_view label) {
+  const std::size_t mark = label.rfind(":L");
+  if (mark == std::string_view::npos || mark == 0) return std::nullopt;
+  Citation citation;
+  citation.path = std::string(label.substr(0, mark));
+  std::string_view lines = label.substr(mark + 2);
+  // "path:L10-L20" has its last ":L" before the first number, so only "-L" can follow it.
+  const auto first = take_number(lines);
+  if (!first) return std::nullopt;
+  citation.first = citation.last = *first;
+  if (lines.empty()) return citation;
+  if (!take(lines, '-') || !take(lines, 'L')) return std::nullopt;
+  const auto last = take_number(lines);
+  if (!last || !lines.empty()) return std::nullopt;
+  citation.last = *last;
+  return citation;
+}
+
+std::vector<std::string_view> bracketed(std::string_view text) {
+  std::vector<std::string_view> found;
+  std::size_t open = std::string_view::npos;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '\\') {
+      ++at;
+    } else if (text[at] == '[') {
+      open = at + 1;
+    } else if (text[at] == ']' && open != std::string_view::npos) {
+      if (at > open && at - open <= kLongestLabel) found.push_back(text.substr(open, at - open));
+      open = std::string_view::npos;
+    }
+  }
+  return found;
+}
+
+Brackets read_brackets(std::string_view authored, const source::SourceIndex& index,
+                       const PageByTitle& page_by_title) {
+  Brackets brackets;
+  const Candidates candidates = find_candidates(authored, index, page_by_title);
+  if (candidates.empty()) return brackets;
+  std::set<Citation> known;
+  for (const Candidate& candidate : linked_candidates(authored, candidates)) {
+    const Meaning& meaning = candidate.meaning;
+    if (meaning.malformed) {
+      brackets.malformed.push_back(candidate.label);
+    } else if (!meaning.citation) {
+      brackets.page_labels.emplace_back(candidate.label, meaning.page_id);
+    } else if (is_valid(*meaning.citation, index)) {
+      brackets.citation_labels.emplace_back(candidate.label, *meaning.citation);
+      if (known.insert(*meaning.citation).second) brackets.valid.push_back(*meaning.citation);
+    } else {
+      brackets.invalid.push_back(candidate.label);
+    }
+  }
+  return brackets;
+}
+
+std::string invalid_citation_warning(const std::string& label, const source::SourceIndex& index) {
+  const std::string start = "citation " + quoted_label(label) + ": ";
+  const Citation citation = parse_citation(label).value_or(Citation{});
+  const source::SourceFile* file = index.find(citation.path);
+  if (file == nullptr) {
+    const std::string nearest = nearest_path(citation.path, index);
+    if (nearest.empty()) return start + "no indexed file has this path";
+    const Citation mended = clamped(citation, index.find(nearest)->lines);
+    return start + "no indexed file has this path; did you mean " +
+           label_of(nearest, mended.first, mended.last) + "?";
+  }
+  if (file->kind != source::FileKind::text) return start + unusable_reason(*file);
+  if (file->lines == 0) return start + "the file is empty";
+  const Citation mended = clamped(citation, file->lines);
+  const std::string fault = citation.first > citation.last && citation.last >= 1
+                                ? "the last line comes before the first"
+                                : "the file has lines 1 to " + std::to_string(file->lines);
+  return start + fault + "; did you mean " + label_of(citation.path, mended.first, mended.last) + "?";
+}
+
+std::string malformed_citation_warning(const std::string& label) {
+  const Citation loose = parse_loose(label).value_or(Citation{});
+  return "citation " + quoted_label(label) + ": not of the form that counts; write " +
+         label_of(loose.path, loose.first, loose.last);
+}
+
+PageLinks page_links(const Brackets& brackets, const std::string& page_id, const std::string& wiki_dir) {
+  PageLinks links;
+  for (const Citation& citation : brackets.valid) {
+    links.citations.push_back(
+        Map{{"path", citation.path}, {"first", citation.first}, {"last", citation.last}});
+  }
+  const std::string to_pages = repeated("../", depth_of(page_id));
+  const std::string to_root = to_pages + "../" + repeated("../", depth_of(wiki_dir) + 1);
+  // Key by which CommonMark compares, to the targets that labels of that key ask for.
+  std::map<std::string, std::set<std::string>> wanted;
+  std::vector<std::pair<std::string, std::string>> targets;
+  const auto want = [&](const std::string& label, std::string target) {
+    wanted[utils::fold_label(label)].insert(target);
+    targets.emplace_back(label, std::move(target));
+  };
+  for (const auto& [label, citation] : brackets.citation_labels) {
+    want(label, to_root + percent_encoded(citation.path) + lines_anchor(citation));
+  }
+  for (const auto& [label, target_id] : brackets.page_labels) {
+    want(label, to_pages + percent_encoded(target_id) + ".md");
+  }
+  for (auto& target : targets) {
+    auto& alternatives = wanted[utils::fold_label(target.first)];
+    if (alternatives.size() != 1) continue;
+    alternatives.insert("");  // one definition serves every spelling
+    links.targets.push_back(std::move(target));
+  }
+  return links;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,453 @@
+#include "ossilar/workers/wiki/config.h"
+
+#include <toml++/toml.h>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <numeric>
+#include <set>
+#include <utility>
+
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/plan_names.h"
+#include "ossilar/workers/wiki/types.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using utils::ConfigError;
+
+// A configuration that a person writes has a few kilobytes; more is another file by mistake.
+constexpr std::size_t kLargestConfig = std::size_t{1} << 20U;
+// TOML nests a table per part of a dotted key, and the parser's tables are destroyed recursively.
+constexpr int kMostKeyParts = 16;
+constexpr std::size_t kLongestShown = 60;  // of a key or value in a message
+constexpr double kLongestLockTimeout = 3600;
+constexpr std::size_t kLongestDescription = 1000;
+// Every glob is matched against every path.
+constexpr std::size_t kMostGlobs = 100;
+constexpr std::size_t kLongestGlob = 500;
+
+std::string shown(std::string_view text) {
+  const std::string_view cut = utils::utf8_prefix(text, kLongestShown);
+  return '"' + utils::printable(cut) + (cut.size() < text.size() ? "\u2026\"" : "\"");
+}
+
+// Where a value stands, for messages: the file, the line and the key with its table.
+struct At {
+  std::string file;
+  toml::source_index line = 0;
+  std::string key;
+
+  [[noreturn]] void refuse(const std::string& message) const {
+    throw ConfigError(file + ":" + std::to_string(line) + ": " + key + ": " + message);
+  }
+};
+
+std::string_view type_name(const toml::node& node) {
+  switch (node.type()) {
+    case toml::node_type::table:
+      return "a table";
+    case toml::node_type::array:
+      return "a list";
+    case toml::node_type::string:
+      return "a string";
+    case toml::node_type::integer:
+      return "an integer";
+    case toml::node_type::floating_point:
+      return "a number with a fraction";
+    case toml::node_type::boolean:
+      return "true or false";
+    default:
+      return "a date or time";
+  }
+}
+
+template <class T>
+const T& value_of(const At& at, const toml::node& node, std::string_view expected) {
+  if (const auto* value = node.as<T>()) return value->get();
+  at.refuse("expected " + std::string(expected) + ", found " + std::string(type_name(node)));
+}
+
+const std::string& text_of(const At& at, const toml::node& node) {
+  return value_of<std::string>(at, node, "a string");
+}
+
+std::vector<std::string> texts_of(const At& at, const toml::node& node) {
+  const toml::array* list = node.as_array();
+  if (list == nullptr) at.refuse("expected a list of strings, found " + std::string(type_name(node)));
+  std::vector<std::string> out;
+  for (const toml::node& element : *list)
+    out.push_back(text_of({at.file, element.source().begin.line, at.key}, element));
+  return out;
+}
+
+std::size_t edit_distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t k = 0; k < b.size(); ++k) {
+      const std::size_t replaced = diagonal + (a[i] == b[k] ? 0 : 1);
+      diagonal = std::exchange(row[k + 1], std::min({row[k] + 1, row[k + 1] + 1, replaced}));
+    }
+  }
+  return row.back();
+}
+
+// A key that a table may have, and what takes its value.
+struct Key {
+  std::string_view name;
+  std::function<void(const At&, const toml::node&)> take;
+};
+
+[[noreturn]] void refuse_unknown(const At& at, std::string_view name, const std::vector<Key>& keys) {
+  std::vector<std::string> names;
+  std::string_view nearest;
+  std::size_t least = 4;  // farther names are no slips of the pen
+  for (const Key& key : keys) {
+    names.emplace_back(key.name);
+    const std::size_t distance = name.size() > kLongestShown ? least : edit_distance(name, key.name);
+    if (distance < std::min(least, key.name.size())) {
+      least = distance;
+      nearest = key.name;
+    }
+  }
+  const std::string hint = nearest.empty() ? "" : "did you mean \"" + std::string(nearest) + "\"? ";
+  at.refuse("unknown key; " + hint + "known here: " + utils::join(names, ", "));
+}
+
+// Gives each value of the table to the key that takes it. `place` is how messages name the table, such as
+// "[wiki]".
+void read_table(const std::string& file, std::string_view place, const toml::table& table,
+                const std::vector<Key>& keys) {
+  for (const auto& [name, node] : table) {
+    const std::string_view text = name.str();
+    const std::string bare = utils::printable(utils::utf8_prefix(text, kLongestShown));
+    const At at{file, name.source().begin.line, place.empty() ? bare : std::string(place) + " " + bare};
+    const auto key = std::find_if(keys.begin(), keys.end(), [&](const Key& k) { return k.name == text; });
+    if (key == keys.end()) refuse_unknown(at, text, keys);
+    key->take(at, node);
+  }
+}
+
+const toml::table& table_of(const At& at, const toml::node& node) {
+  const toml::table* table = node.as_table();
+  if (table == nullptr) at.refuse("expected a table, found " + std::string(type_name(node)));
+  return *table;
+}
+
+bool has_control(std::string_view text) {
+  return utils::printable(text) != text || text.find_first_of("\n\t") != std::string_view::npos ||
+         text.find("\u2028") != std::string_view::npos || text.find("\u2029") != std::string_view::npos;
+}
+
+// The parts of a relative path; the wiki's files are written there, so nothing that leads elsewhere passes.
+std::string wiki_folder(const At& at, std::string dir) {
+  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+  const auto require = [&](bool holds, const char* rule) {
+    if (!holds) at.refuse(shown(dir) + " cannot be the wiki's folder: it must be " + rule);
+  };
+  require(!dir.empty() && dir.front() != '/', "a path relative to the repository's root");
+  require(!has_control(dir) && dir.find('\\') == std::string::npos,
+          "without control characters and backslashes");
+  for (std::size_t start = 0; start <= dir.size();) {
+    const std::size_t stop = std::min(dir.find('/', start), dir.size());
+    const std::string part = lower_case(std::string_view(dir).substr(start, stop - start));
+    require(!part.empty() && part != "." && part != "..", "a plain path without \".\" and \"..\"");
+    require(part != ".git" && (start > 0 || part != ".ossilar"), "outside of .git and .ossilar");
+    start = stop + 1;
+  }
+  return dir;
+}
+
+std::chrono::milliseconds lock_timeout(const At& at, const toml::node& node) {
+  const std::optional<double> seconds = node.is_number() ? node.value<double>() : std::nullopt;
+  if (!seconds) at.refuse("expected a number of seconds, found " + std::string(type_name(node)));
+  if (!(*seconds > 0 && *seconds <= kLongestLockTimeout))
+    at.refuse("expected more than 0 and at most 3600 seconds");
+  return std::chrono::milliseconds(std::max<std::int64_t>(1, std::llround(*seconds * 1000)));
+}
+
+std::int64_t citations(const At& at, const toml::node& node) {
+  const std::int64_t count = value_of<std::int64_t>(at, node, "an integer");
+  if (count < 0) at.refuse("expected 0 or more");
+  return count;
+}
+
+// One of a few words.
+template <std::size_t n>
+std::string word_of(const At& at, const toml::node& node, const std::array<std::string, n>& words) {
+  const std::string& word = text_of(at, node);
+  if (std::find(words.begin(), words.end(), word) != words.end()) return word;
+  at.refuse("expected " + utils::join({words.begin(), words.end()}, ", ") + ", found " + shown(word));
+}
+
+std::string web_address(const At& at, const toml::node& node) {
+  const std::string& url = text_of(at, node);
+  if (!url.starts_with("http://") && !url.starts_with("https://")) {
+    at.refuse("expected an address that begins with http:// or https://, found " + shown(url));
+  }
+  return url;
+}
+
+// Never shows the value: a key that is put here by mistake must not reach a log.
+std::string variable_name(const At& at, const toml::node& node) {
+  const std::string& name = text_of(at, node);
+  const auto fits = [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+  };
+  if (name.empty() || (name[0] >= '0' && name[0] <= '9') || !std::all_of(name.begin(), name.end(), fits)) {
+    at.refuse("expected the name of an environment variable that holds the key, not the key itself");
+  }
+  return name;
+}
+
+void require_page_id(const At& at, const std::string& id) {
+  if (is_page_id(id)) return;
+  at.refuse(shown(id) +
+            " is no page id; use lower-case letters, digits, '-', '_' and '.', with '/' between parts");
+}
+
+std::string title(const At& at, const toml::node& node) {
+  std::string text(utils::strip(text_of(at, node)));
+  const auto is_start = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
+  const auto length = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), is_start));
+  if (length == 0 || length > kLongestTitle) at.refuse("expected a title of 1 to 200 characters");
+  if (has_control(text)) at.refuse("expected one line without control characters");
+  if (text.find_first_of("[]") != std::string::npos)
+    at.refuse("a title cannot hold '[' or ']', which end a link");
+  return text;
+}
+
+std::string description(const At& at, const toml::node& node) {
+  std::string line;
+  for (const std::string_view word : utils::split_words(text_of(at, node))) {
+    line += (line.empty() ? "" : " ") + std::string(word);
+  }
+  if (line.size() > kLongestDescription || has_control(line)) {
+    at.refuse("expected at most 1000 bytes without control characters; write more in steering");
+  }
+  return line;
+}
+
+std::vector<std::string> globs(const At& at, const toml::node& node) {
+  std::vector<std::string> patterns = texts_of(at, node);
+  if (patterns.size() > kMostGlobs) at.refuse("expected at most 100 patterns; name folders instead of files");
+  for (const std::string& pattern : patterns) {
+    if (pattern.empty() || pattern.size() > kLongestGlob) at.refuse("expected patterns of 1 to 500 bytes");
+  }
+  return patterns;
+}
+
+std::vector<std::string> page_ids(const At& at, const toml::node& node) {
+  std::vector<std::string> ids;
+  for (std::string& id : texts_of(at, node)) {
+    require_page_id(at, id);
+    if (std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(std::move(id));
+  }
+  return ids;
+}
+
+std::string parent(const At& at, const toml::node& node) {
+  const std::string& id = text_of(at, node);
+  if (!id.empty()) require_page_id(at, id);
+  return id;
+}
+
+PageEntry page_entry(const std::string& file, const toml::table& table) {
+  static const std::array<std::string, 4> kTypes{"overview", "architecture", "module", "topic"};
+  static const std::array<std::string, 3> kImportances{"high", "medium", "low"};
+  PageEntry page;
+  read_table(
+      file, "[[page]]", table,
+      {{"id",
+        [&](const At& at, const toml::node& node) { require_page_id(at, page.id = text_of(at, node)); }},
+       {"title", [&](const At& at, const toml::node& node) { page.title = title(at, node); }},
+       {"description",
+        [&](const At& at, const toml::node& node) { page.description = description(at, node); }},
+       {"type", [&](const At& at, const toml::node& node) { page.type = word_of(at, node, kTypes); }},
+       {"importance",
+        [&](const At& at, const toml::node& node) { page.importance = word_of(at, node, kImportances); }},
+       {"parent", [&](const At& at, const toml::node& node) { page.parent = parent(at, node); }},
+       {"sources", [&](const At& at, const toml::node& node) { page.sources = globs(at, node); }},
+       {"related", [&](const At& at, const toml::node& node) { page.related = page_ids(at, node); }},
+       {"steering", [&](const At& at, const toml::node& node) { page.steering = text_of(at, node); }}});
+  return page;
+}
+
+void read_pages(const At& at, const toml::node& node, WikiConfig& config) {
+  const toml::array* list = node.as_array();
+  if (list == nullptr) at.refuse("expected [[page]] tables, found " + std::string(type_name(node)));
+  std::set<std::string> ids;
+  for (const toml::node& element : *list) {
+    const At entry{at.file, element.source().begin.line, "[[page]] id"};
+    config.pages.push_back(page_entry(at.file, table_of({at.file, entry.line, "[[page]]"}, element)));
+    const std::string& id = config.pages.back().id;
+    if (id.empty()) entry.refuse("missing; every [[page]] needs the id of the page that it adds or amends");
+    if (!ids.insert(id).second) entry.refuse(shown(id) + " stands twice; put its keys into one [[page]]");
+  }
+}
+
+void read_wiki(const At& at, const toml::node& node, WikiConfig& config) {
+  read_table(
+      at.file, "[wiki]", table_of(at, node),
+      {{"dir", [&](const At& k, const toml::node& v) { config.dir = wiki_folder(k, text_of(k, v)); }},
+       {"diagrams",
+        [&](const At& k, const toml::node& v) { config.diagrams = value_of<bool>(k, v, "true or false"); }},
+       {"min_citations_per_page",
+        [&](const At& k, const toml::node& v) { config.min_citations_per_page = citations(k, v); }},
+       {"lock_timeout_s",
+        [&](const At& k, const toml::node& v) { config.lock_timeout = lock_timeout(k, v); }}});
+}
+
+void read_embedding(const At& at, const toml::node& node, WikiConfig& config) {
+  static const std::array<std::string, 2> kProviders{"local", "http"};
+  read_table(
+      at.file, "[embedding]", table_of(at, node),
+      {{"provider",
+        [&](const At& k, const toml::node& v) { config.embedding_provider = word_of(k, v, kProviders); }},
+       {"url", [&](const At& k, const toml::node& v) { config.embedding_url = web_address(k, v); }},
+       {"model", [&](const At& k, const toml::node& v) { config.embedding_model = text_of(k, v); }},
+       {"api_key_env",
+        [&](const At& k, const toml::node& v) { config.embedding_api_key_env = variable_name(k, v); }}});
+  if (config.embedding_provider != "http") return;
+  const At missing_url{at.file, at.line, "[embedding] url"};
+  const At missing_model{at.file, at.line, "[embedding] model"};
+  if (config.embedding_url.empty()) missing_url.refuse("missing; provider \"http\" needs one");
+  if (config.embedding_model.empty()) missing_model.refuse("missing; provider \"http\" needs one");
+}
+
+void read_steering(const At& at, const toml::node& node, WikiConfig& config) {
+  if (node.is_string()) {
+    config.steering = text_of(at, node);
+    return;
+  }
+  if (!node.is_table())
+    at.refuse("expected a string, or a table with the key text, found " + std::string(type_name(node)));
+  read_table(at.file, "[steering]", *node.as_table(),
+             {{"text", [&](const At& k, const toml::node& v) { config.steering = text_of(k, v); }}});
+}
+
+// Steps over strings and comments of TOML text, and says in which line a key has too many parts.
+class KeyDepth {
+ public:
+  explicit KeyDepth(std::string_view text) : text_(text) {}
+
+  // The line, or 0 when there is none. Text that is no TOML is read like TOML up to where it is none.
+  std::size_t first_deep_line() {
+    for (int dots = 0; at_ < text_.size();) {
+      const char c = text_[at_];
+      if (c == '"' || c == '\'') {
+        skip_string(c);
+        continue;
+      }
+      if (c == '#') at_ = std::min(text_.find('\n', at_), text_.size() - 1);
+      if (std::string_view("=,[]{}\n#").find(text_[at_]) != std::string_view::npos) dots = 0;
+      if (c == '.' && ++dots >= kMostKeyParts) return line();
+      ++at_;
+    }
+    return 0;
+  }
+
+ private:
+  std::size_t line() const {
+    return 1 + static_cast<std::size_t>(
+                   std::count(text_.begin(), text_.begin() + static_cast<std::ptrdiff_t>(at_), '\n'));
+  }
+
+  void skip_string(char quote) {
+    const bool block = text_.substr(at_, 3) == std::string(3, quote);
+    at_ += block ? 3 : 1;
+    for (; at_ < text_.size(); ++at_) {
+      if (quote == '"' && text_[at_] == '\\') {
+        ++at_;
+      } else if (block ? text_.substr(at_, 3) == std::string(3, quote) : text_[at_] == quote) {
+        at_ += block ? 3 : 1;
+        return;
+      } else if (!block && text_[at_] == '\n') {
+        return;
+      }
+    }
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+};
+
+constexpr std::string_view kTooLarge = " is larger than 1 MiB; it cannot be a configuration";
+
+void require_readable(std::string_view text, const std::string& name) {
+  if (text.size() > kLargestConfig) throw ConfigError(name + std::string(kTooLarge));
+  try {
+    utils::require_utf8(text, name);
+  } catch (const utils::Error& error) {
+    throw ConfigError(error.what());
+  }
+  if (const std::size_t line = KeyDepth(text).first_deep_line(); line > 0) {
+    throw ConfigError(name + ":" + std::to_string(line) +
+                      ": a key of more than 16 parts; no key here has more than 2");
+  }
+}
+
+toml::table parse(std::string_view text, const std::string& name) {
+  try {
+    return toml::parse(text, std::string_view(name));
+  } catch (const toml::parse_error& error) {
+    throw ConfigError(name + ":" + std::to_string(error.source().begin.line) +
+                      ": not TOML: " + utils::printable(error.description()));
+  }
+}
+
+// A symbolic link out of the repository, or text that is not UTF-8, is for the user to correct.
+std::string config_text(const std::filesystem::path& path) {
+  try {
+    return utils::read_text_file_within(path.parent_path(), path);
+  } catch (const utils::IoError&) {
+    throw;
+  } catch (const utils::Error& error) {
+    throw ConfigError(error.what());
+  }
+}
+
+}  // namespace
+
+WikiConfig parse_config(std::string_view text, const std::string& name) {
+  require_readable(text, name);
+  const toml::table table = parse(utils::normalise_line_ends(text), name);
+  WikiConfig config;
+  read_table(name, "", table,
+             {{"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
+              {"embedding", [&](const At& at, const toml::node& node) { read_embedding(at, node, config); }},
+              {"steering", [&](const At& at, const toml::node& node) { read_steering(at, node, config); }},
+              {"page", [&](const At& at, const toml::node& node) { read_pages(at, node, config); }}});
+  return config;
+}
+
+WikiConfig load_config(const std::filesystem::path& path) {
+  const std::string name = path.filename().string();
+  if (!utils::is_regular_file(path)) {
+    if (std::filesystem::exists(path)) throw ConfigError(name + " is no regular file");
+    return {};
+  }
+  if (std::filesystem::file_size(path) > kLargestConfig) throw ConfigError(name + std::string(kTooLarge));
+  return parse_config(config_text(path), name);
+}
+
+bool is_page_id(std::string_view id) {
+  const auto fits = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.' || c == '/';
+  };
+  if (id.size() > kLongestPageId || !std::all_of(id.begin(), id.end(), fits)) return false;
+  for (std::size_t start = 0; start <= id.size();) {
+    const std::size_t stop = std::min(id.find('/', start), id.size());
+    const std::string_view part = id.substr(start, stop - start);
+    if (part.empty() || part == "." || part == "..") return false;
+    start = stop + 1;
+  }
+  return true;
+}
+
+}  // namespace ossilar::workers::wiki

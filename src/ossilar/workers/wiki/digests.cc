@@ -1,0 +1,87 @@
+#include "ossilar/workers/wiki/digests.h"
+
+#include <algorithm>
+#include <map>
+
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Bytes of a section's opening that go into the abstract: a sentence or two, so that a page above is marked
+// stale by a change of what a part is, not by every change of detail.
+constexpr std::size_t kLongestOpening = 280;
+
+// The first line of prose below the section's heading.
+std::string opening_of(const Section& section) {
+  const std::string prose = utils::prose_text(section.text.substr(section.below));
+  const std::string_view stripped = utils::strip(prose);
+  return std::string(utils::utf8_prefix(stripped.substr(0, stripped.find('\n')), kLongestOpening));
+}
+
+Map abstract_of(const std::vector<Section>& sections) {
+  Map abstract = Map::array();
+  for (const Section& section : sections) {
+    abstract.push_back(Map{{"heading", section.heading}, {"opening", opening_of(section)}});
+  }
+  return abstract;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& wanted) {
+  return std::find(list.begin(), list.end(), wanted) != list.end();
+}
+
+bool spans_the_wiki(const PagePlan& plan) { return plan.type == "overview" || plan.type == "architecture"; }
+
+}  // namespace
+
+Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations) {
+  StringSet files;
+  for (const Map& citation : citations) files.insert(utils::string_member(citation, "path"));
+  return {{"title", plan.title},
+          {"abstract", abstract_of(sections_of(body))},
+          {"headings", section_headings(body)},
+          {"files", files}};
+}
+
+std::vector<std::string> changed_abstracts(const store::PageDigests& before,
+                                           const store::PageDigests& after) {
+  std::vector<std::string> changed;
+  for_each_difference(
+      before, after, [&](const std::string& page_id, const Map* old_digest, const Map* new_digest) {
+        const bool both = old_digest != nullptr && new_digest != nullptr;
+        if (both && utils::member(*old_digest, "abstract") == utils::member(*new_digest, "abstract")) return;
+        changed.push_back(page_id);
+      });
+  return changed;
+}
+
+std::map<std::string, std::vector<std::string>> synthesis_dependents(
+    const Plans& plans, const std::vector<std::string>& changed) {
+  std::map<std::string, std::vector<std::string>> dependents;
+  if (changed.empty()) return dependents;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    const PagePlan& plan = plans[i];
+    for (const std::string& page_id : changed) {
+      const bool topic_about_it = plan.type == "topic" && contains(plan.related_pages, page_id);
+      if (plan.page_id != page_id && (spans_the_wiki(plan) || topic_about_it)) {
+        dependents[plan.page_id].push_back(page_id);
+      }
+    }
+  }
+  for (const std::string& page_id : changed) {
+    // A chain of parents has no cycle (the plan refuses one), and is as short as folders nest.
+    const PagePlan* plan = plans.find(page_id);
+    for (plan = plan != nullptr ? plans.find(plan->parent) : nullptr; plan != nullptr;
+         plan = plans.find(plan->parent)) {
+      auto& causes = dependents[plan->page_id];
+      if (!contains(causes, page_id)) causes.push_back(page_id);
+    }
+  }
+  return dependents;
+}
+
+}  // namespace ossilar::workers::wiki

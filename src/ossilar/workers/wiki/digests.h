@@ -1,0 +1,25 @@
+// What pages about parts tell the pages above them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ossilar/store/repository.h"
+#include "ossilar/workers/wiki/types.h"
+
+namespace ossilar::workers::wiki {
+
+// The digest of a unit page: `title`, `abstract` (the opening of each section, what a synthesis page builds
+// on), `headings`, and `files`, the cited ones.
+Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations);
+
+// The ids of the pages whose abstract differs between the two, those that only one of them has included, in
+// order.
+std::vector<std::string> changed_abstracts(const store::PageDigests& before, const store::PageDigests& after);
+
+// For each synthesis page that builds on one of the `changed` pages, those it builds on: `overview` and
+// `architecture`, the pages above a changed one, and topics that name it as related.
+std::map<std::string, std::vector<std::string>> synthesis_dependents(const Plans& plans,
+                                                                     const std::vector<std::string>& changed);
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,45 @@
+#include "ossilar/workers/wiki/link_text.h"
+
+#include <algorithm>
+
+#include "ossilar/utils/error.h"
+
+namespace ossilar::workers::wiki {
+
+Map build_cache_of(const Map* row) {
+  if (row == nullptr) return Map::object();
+  const Map& text = utils::member(*row, "build_cache");
+  if (!text.is_string()) return Map::object();
+  try {
+    Map cache = utils::parse_json(text.get_ref<const std::string&>(), "build cache");
+    return cache.is_object() ? cache : Map::object();
+  } catch (const utils::Error&) {
+    return Map::object();  // a page whose cache is damaged has lost its titles' history, not its text
+  }
+}
+
+std::vector<std::string> former_titles(const Map* row) {
+  std::vector<std::string> titles;
+  const Map cache = build_cache_of(row);
+  for (const Map& title : utils::member(cache, FORMER_TITLES_KEY)) {
+    if (title.is_string()) titles.push_back(title.get<std::string>());
+  }
+  return titles;
+}
+
+std::vector<std::string> renamed(const std::vector<std::string>& former,
+                                 const std::vector<std::optional<std::string>>& shown,
+                                 const std::string& title) {
+  std::vector<std::string> titles;
+  const auto add = [&](const std::string& candidate) {
+    const bool known = std::find(titles.begin(), titles.end(), candidate) != titles.end();
+    if (!candidate.empty() && candidate != title && !known) titles.push_back(candidate);
+  };
+  for (const std::string& candidate : former) add(candidate);
+  for (const auto& candidate : shown) {
+    if (candidate) add(*candidate);
+  }
+  return titles;
+}
+
+}  // namespace ossilar::workers::wiki

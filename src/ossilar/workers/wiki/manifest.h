@@ -1,0 +1,45 @@
+// The wiki's generated files beside its pages: `index.md` for readers, `manifest.json` for programs and for
+// adopting the pages in another clone.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "ossilar/store/repository.h"
+#include "ossilar/workers/wiki/types.h"
+
+namespace ossilar::workers::wiki {
+
+// Renders both files from the stored rows. What a page contributes is kept and made again only when its row
+// changed, so that a save costs one page's rendering.
+//
+// Thread-safety: none; used by the holder of the write lock.
+class WikiFilesRenderer {
+ public:
+  // One page a line, so that saves of different pages merge.
+  std::string manifest(const store::StoredRows& rows, const WikiBuildResult& result);
+  // The pages in the order of the plan, nested by parent; pages that no plan has come last.
+  std::string index(const store::StoredRows& rows, const Plans& plans);
+
+ private:
+  struct Rendered {
+    std::shared_ptr<const Map> row;
+    std::string manifest_line;
+    std::string index_line;
+  };
+  const Rendered& rendered(const std::string& page_id, const store::StoredRows& rows);
+  std::map<std::string, Rendered> rendered_;
+};
+
+// What a manifest says: the pages by id, each as an object with the keys that manifest() writes, and `lint`.
+struct ManifestContent {
+  std::map<std::string, Map> pages;
+  Map lint;
+};
+
+// Reads a manifest. Throws utils::Error, naming `name`, for text that is no manifest of a format known here.
+ManifestContent parse_manifest(std::string_view text, const std::string& name);
+
+}  // namespace ossilar::workers::wiki

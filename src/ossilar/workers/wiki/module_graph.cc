@@ -1,0 +1,47 @@
+#include "ossilar/workers/wiki/module_graph.h"
+
+#include <string_view>
+#include <unordered_map>
+
+#include "ossilar/workers/wiki/import_resolver.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Path to the id of the page that it belongs to.
+using Owners = std::unordered_map<std::string_view, std::string_view>;
+
+Owners owners_of(const Plans& plans) {
+  Owners owners;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    const PagePlan& plan = plans[i];
+    if (!plan_type(plan).unit) continue;
+    for (const std::string& path : plan.source_files) owners.try_emplace(path, plan.page_id);
+  }
+  return owners;
+}
+
+}  // namespace
+
+std::string resolve_import(const source::SourceIndex& index, const source::SourceFile& file,
+                           const std::string& import) {
+  return std::string(ImportResolver(index).resolve(file, import));
+}
+
+ModuleGraph module_graph(const Plans& plans, const source::SourceIndex& index) {
+  const ImportResolver resolver(index);
+  const Owners owners = owners_of(plans);
+  ModuleGraph graph;
+  for (const auto& file : index.files()) {
+    const auto owner = owners.find(file->path);
+    if (owner == owners.end()) continue;
+    for (const std::string& import : file->imports) {
+      const auto target = owners.find(resolver.resolve(*file, import));
+      if (target == owners.end() || target->second == owner->second) continue;
+      graph[std::string(owner->second)].emplace(target->second);
+    }
+  }
+  return graph;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,35 @@
+#include <memory>
+#include <utility>
+
+#include "ossilar/workers/wiki/types.h"
+
+namespace ossilar::workers::wiki {
+
+Plans::Plans(std::vector<PagePlan> pages) {
+  auto derived = std::make_shared<Derived>();
+  derived->pages = std::move(pages);
+  for (std::size_t i = 0; i < derived->pages.size(); ++i) {
+    derived->first_by_id.try_emplace(derived->pages[i].page_id, i);
+  }
+  derived_ = std::move(derived);
+}
+
+const PagePlan& Plans::operator[](std::size_t index) const {
+  const auto owned = owned_.find(index);
+  return owned == owned_.end() ? derived_->pages[index] : *owned->second;
+}
+
+const PagePlan* Plans::find(std::string_view page_id) const {
+  const auto found = derived_->first_by_id.find(page_id);
+  return found == derived_->first_by_id.end() ? nullptr : &(*this)[found->second];
+}
+
+std::shared_ptr<PagePlan> Plans::own(std::string_view page_id) {
+  const auto found = derived_->first_by_id.find(page_id);
+  if (found == derived_->first_by_id.end()) return nullptr;
+  auto& record = owned_[found->second];
+  if (!record) record = std::make_shared<PagePlan>(derived_->pages[found->second]);
+  return record;
+}
+
+}  // namespace ossilar::workers::wiki

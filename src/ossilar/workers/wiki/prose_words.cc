@@ -1,0 +1,45 @@
+#include "ossilar/workers/wiki/prose_words.h"
+
+#include <algorithm>
+#include <string>
+
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citations.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+std::string without_citations(std::string text) {
+  std::vector<std::pair<std::size_t, std::size_t>> places;  // offset and size of each label
+  for (const std::string_view label : bracketed(text)) {
+    if (parse_citation(label)) places.emplace_back(label.data() - text.data(), label.size());
+  }
+  for (const auto& [at, size] : places)
+    std::fill_n(text.begin() + static_cast<std::ptrdiff_t>(at), size, ' ');
+  return text;
+}
+
+bool is_word(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           static_cast<unsigned char>(c) >= 0x80;
+  });
+}
+
+}  // namespace
+
+std::int64_t prose_words(std::string_view body) {
+  const std::string prose = without_citations(utils::prose_text(body));
+  const auto words = utils::split_words(prose);
+  return std::count_if(words.begin(), words.end(), is_word);
+}
+
+std::optional<std::string> word_budget_warning(const PageType& type, std::int64_t words) {
+  const bool short_of = words < type.least_words;
+  if (!short_of && words <= type.most_words) return std::nullopt;
+  return "word-budget: " + std::to_string(words) + " words of prose; a page of type " + type.name + " has " +
+         std::to_string(type.least_words) + " to " + std::to_string(type.most_words);
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,122 @@
+#include "ossilar/workers/wiki/sections.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "ossilar/utils/fold.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using utils::Block;
+using utils::BlockKind;
+
+bool ends_section(const Block& block) { return block.kind == BlockKind::heading && block.level <= 2; }
+
+// A heading without `##` marks in front and behind, if it is written with them.
+std::string_view without_marks(std::string_view heading) {
+  heading = utils::strip(heading);
+  const std::size_t text = heading.find_first_not_of('#');
+  if (text == std::string_view::npos) return "";
+  const bool marked = text > 0 && text <= 6 && (heading[text] == ' ' || heading[text] == '\t');
+  return marked ? utils::strip(heading.substr(text)) : heading;
+}
+
+std::string heading_key(std::string_view heading) {
+  return utils::fold(utils::plain_inline(without_marks(heading)));
+}
+
+// An exact match first, so that two headings that differ in case alone can both be named.
+std::optional<Section> find_section(std::string_view body, std::string_view heading) {
+  const std::vector<Section> sections = sections_of(body);
+  const std::string_view wanted = utils::strip(heading);
+  auto found = std::find_if(sections.begin(), sections.end(),
+                            [&](const Section& section) { return section.heading == wanted; });
+  if (found == sections.end()) {
+    const std::string key = heading_key(heading);
+    found = std::find_if(sections.begin(), sections.end(),
+                         [&](const Section& section) { return heading_key(section.heading) == key; });
+  }
+  return found == sections.end() ? std::nullopt : std::optional(*found);
+}
+
+std::size_t end_without_feeds(std::string_view text) {
+  const std::size_t last = text.find_last_not_of('\n');
+  return last == std::string_view::npos ? 0 : last + 1;
+}
+
+// What `text` says below the section's heading, with the line feeds that part it from the heading: those of
+// `text` itself when it repeats the heading, else a blank line.
+std::string below_heading(std::string_view text, const std::string& heading) {
+  const std::vector<Section> sections = sections_of(text);
+  if (!sections.empty() && same_heading(sections.front().heading, heading)) {
+    const auto at = static_cast<std::size_t>(sections.front().text.data() - text.data());
+    if (utils::strip(text.substr(0, at)).empty())
+      return std::string(text.substr(at + sections.front().below));
+  }
+  return "\n" + std::string(text.substr(std::min(text.find_first_not_of('\n'), text.size())));
+}
+
+// Whether what begins at `at` is read as the heading that it was.
+bool heading_stands_at(std::string_view text, std::size_t at) {
+  const std::vector<Block> blocks = utils::top_level_blocks(text);
+  return std::any_of(blocks.begin(), blocks.end(),
+                     [&](const Block& block) { return block.begin == at && ends_section(block); });
+}
+
+// `before` with what it takes for `after`, which begins with a heading, to be read as before: nothing, a
+// blank line, the end of a block left open, or, where a list would take in an indented heading, a comment,
+// which ends it.
+std::string parted(const std::string& before, std::string_view after) {
+  if (after.empty()) return before;
+  for (const std::string& parting :
+       {std::string(), std::string("\n"), utils::closing_line(before) + "\n\n"}) {
+    std::string candidate = before + parting;
+    if (heading_stands_at(candidate + std::string(after), candidate.size())) return candidate;
+  }
+  return before + "\n<!-- -->\n\n";
+}
+
+}  // namespace
+
+std::vector<Section> sections_of(std::string_view body) {
+  std::vector<Section> sections;
+  bool open = false;
+  for (Block& block : utils::top_level_blocks(body)) {
+    if (!ends_section(block)) continue;
+    if (open) sections.back().text.remove_suffix(body.size() - block.begin);
+    open = block.level == 2;
+    if (open)
+      sections.push_back({std::move(block.text), body.substr(block.begin), block.marks_end - block.begin});
+  }
+  return sections;
+}
+
+bool same_heading(std::string_view a, std::string_view b) { return heading_key(a) == heading_key(b); }
+
+std::optional<std::string> replace_section(std::string_view body, std::string_view heading,
+                                           std::string_view text) {
+  const auto section = find_section(body, heading);
+  if (!section) return std::nullopt;
+  const auto begin = static_cast<std::size_t>(section->text.data() - body.data());
+  const std::string_view after = body.substr(begin + section->text.size());
+  const std::string normalised = utils::normalise_line_ends(text);
+
+  std::string replaced(body.substr(0, begin + section->below));
+  if (replaced.back() != '\n') replaced += '\n';
+  replaced += below_heading(without_generated(normalised), section->heading);
+  replaced.resize(end_without_feeds(replaced));
+  // The line feeds that parted the section from the next one part them still.
+  replaced += section->text.substr(end_without_feeds(section->text));
+  return parted(replaced, after).append(after);
+}
+
+std::optional<std::string> section_text(std::string_view body, std::string_view heading) {
+  const auto section = find_section(body, heading);
+  return section ? std::optional<std::string>(section->text) : std::nullopt;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,155 @@
+#include "ossilar/workers/wiki/config.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/temp_dir.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string refusal(const std::string& text) {
+  try {
+    parse_config(text, "ossilar.toml");
+    return "";
+  } catch (const utils::ConfigError& error) {
+    return error.what();
+  }
+}
+
+TEST(Config, ReadsEveryKey) {
+  const WikiConfig config = parse_config(
+      "steering = 'Plain words.'\n"
+      "[wiki]\ndir = 'docs/wiki/'\ndiagrams = false\nmin_citations_per_page = 0\nlock_timeout_s = 0.25\n"
+      "[embedding]\nprovider = 'http'\nurl = 'https://e/v1'\nmodel = 'm'\napi_key_env = 'KEY_1'\n"
+      "[[page]]\nid = 'a/b'\ntitle = ' T '\ndescription = \"\"\"two\n  lines\"\"\"\ntype = 'topic'\n"
+      "importance = 'low'\nparent = ''\nsources = ['src/*.c', 'lib']\nrelated = ['x', 'y', 'x']\nsteering = "
+      "'s'\n"
+      "[[page]]\nid = 'c'\n",
+      "ossilar.toml");
+  EXPECT_EQ(config.steering, "Plain words.");
+  EXPECT_EQ(config.dir, "docs/wiki");
+  EXPECT_FALSE(config.diagrams);
+  EXPECT_EQ(config.min_citations_per_page, 0);
+  EXPECT_EQ(config.lock_timeout, std::chrono::milliseconds(250));
+  EXPECT_EQ(config.embedding_provider + config.embedding_url + config.embedding_model +
+                config.embedding_api_key_env,
+            "httphttps://e/v1mKEY_1");
+  ASSERT_EQ(config.pages.size(), 2U);
+  const PageEntry& page = config.pages[0];
+  EXPECT_EQ(page.id, "a/b");
+  EXPECT_EQ(page.title, "T");
+  EXPECT_EQ(page.description, "two lines");
+  EXPECT_EQ(page.type, "topic");
+  EXPECT_EQ(page.importance, "low");
+  EXPECT_EQ(page.parent, "");
+  EXPECT_THAT(*page.sources, ElementsAre("src/*.c", "lib"));
+  EXPECT_THAT(*page.related, ElementsAre("x", "y"));
+  EXPECT_EQ(page.steering, "s");
+  EXPECT_EQ(config.pages[1].title, std::nullopt) << "what is absent stays as derived";
+  EXPECT_EQ(parse_config("[steering]\ntext = 'Long.'\r\n", "f").steering, "Long.");
+}
+
+TEST(Config, RefusesNamingFileLineAndKey) {
+  struct Row {
+    const char* text;
+    const char* message;
+  };
+  const std::string long_title = "[[page]]\nid='a'\ntitle='" + std::string(201, 'x') + "'";
+  const std::vector<Row> rows = {
+      {"\n[wiki]\ndiagram = true", "ossilar.toml:3: [wiki] diagram: unknown key; did you mean \"diagrams\"?"},
+      {"[wikki]\n", "ossilar.toml:1: wikki: unknown key; did you mean \"wiki\"?"},
+      {"zzzzzzzzz = 1", "zzzzzzzzz: unknown key; known here: wiki, embedding, steering, page"},
+      {"[wiki]\ndir = 3", "ossilar.toml:2: [wiki] dir: expected a string, found an integer"},
+      {"[wiki]\ndiagrams = 'yes'", "expected true or false, found a string"},
+      {"[wiki]\nmin_citations_per_page = 2.5", "expected an integer, found a number with a fraction"},
+      {"[wiki]\nmin_citations_per_page = -1", "expected 0 or more"},
+      {"[wiki]\nlock_timeout_s = 0", "more than 0"},
+      {"[wiki]\nlock_timeout_s = nan", "more than 0"},
+      {"[wiki]\nlock_timeout_s = 3601", "at most 3600"},
+      {"wiki = 1", "ossilar.toml:1: wiki: expected a table, found an integer"},
+      {"[steering]\ntexts = ''", "[steering] texts: unknown key; did you mean \"text\"?"},
+      {"steering = 1", "expected a string, or a table with the key text"},
+      {"[embedding]\nprovider = 'remote'", "expected local, http, found \"remote\""},
+      {"\n[embedding]\nprovider = 'http'\nmodel = 'm'", "ossilar.toml:2: [embedding] url: missing"},
+      {"[embedding]\nprovider = 'http'\nurl = 'http://e'", "[embedding] model: missing"},
+      {"[embedding]\nurl = 'file:///etc/passwd'", "begins with http:// or https://"},
+      {"[page]\nid = 'a'", "page: expected [[page]] tables, found a table"},
+      {"[[page]]\ntitle = 'A'", "ossilar.toml:1: [[page]] id: missing"},
+      {"[[page]]\nid = 'A'", "ossilar.toml:2: [[page]] id: \"A\" is no page id"},
+      {"[[page]]\nid = 'a'\n[[page]]\nid = 'a'", "ossilar.toml:3: [[page]] id: \"a\" stands twice"},
+      {"[[page]]\nid = 'a'\nparent = '../b'", "[[page]] parent: \"../b\" is no page id"},
+      {"[[page]]\nid = 'a'\nrelated = ['b', 1]", "[[page]] related: expected a string, found an integer"},
+      {"[[page]]\nid = 'a'\nsources = 'src'", "expected a list of strings, found a string"},
+      {"[[page]]\nid = 'a'\nsources = ['']", "patterns of 1 to 500 bytes"},
+      {"[[page]]\nid = 'a'\ntype = 'page'", "expected overview, architecture, module, topic"},
+      {"[[page]]\nid = 'a'\nimportance = 'HIGH'", "expected high, medium, low"},
+      {"[[page]]\nid = 'a'\ntitle = ' '", "a title of 1 to 200 characters"},
+      {long_title.c_str(), "a title of 1 to 200 characters"},
+      {"[[page]]\nid = 'a'\ntitle = \"a\\nb\"", "one line without control characters"},
+      {"[[page]]\nid = 'a'\ntitle = \"a\\u001bb\"", "one line without control characters"},
+      {"[[page]]\nid = 'a'\ntitle = 'a[0]'", "cannot hold '[' or ']'"},
+      {"[wiki]\ndir = \n", "ossilar.toml:2: not TOML"},
+      {"steering = '''\xC3\x28'''", "not UTF-8: byte 0xC3 at offset 14"},
+  };
+  for (const Row& row : rows) EXPECT_THAT(refusal(row.text), HasSubstr(row.message)) << row.text;
+  EXPECT_THAT(refusal("[embedding]\napi_key_env = 'sk-secret'"), Not(HasSubstr("secret")))
+      << "a key is not shown";
+  EXPECT_EQ(refusal("[[page]]\nid='a'\ntitle='" + std::string(100, 'x') + "\u00e9\u00e9'"), "")
+      << "characters, not bytes";
+}
+
+TEST(Config, WikiFolderStaysInTheRepository) {
+  for (const char* dir : {"", ".", "..", "/abs", "a/../b", "a//b", "./a", ".git", ".GIT/x", "a/.git",
+                          ".ossilar", ".ossilar/w", "a\\\\b", "a\\nb"}) {
+    EXPECT_NE(refusal("[wiki]\ndir = \"" + std::string(dir) + "\""), "") << dir;
+  }
+  for (const char* dir : {"w", "docs/w/", ".github/wiki", "a.b", "..."}) {
+    EXPECT_EQ(refusal("[wiki]\ndir = '" + std::string(dir) + "'"), "") << dir;
+  }
+}
+
+TEST(Config, HostileTextIsRefusedInBoundedDepth) {
+  std::string deep;
+  for (int i = 0; i < 200000; ++i) deep += "a.";
+  for (const std::string& text :
+       {deep + "a = 1", "[" + deep + "a]", "x = {" + deep + "a = 1}", "s = '#'\n" + deep + "a=1"}) {
+    EXPECT_THAT(refusal(text), HasSubstr("more than 16 parts")) << text.substr(0, 10);
+  }
+  EXPECT_THAT(refusal("a = " + std::string(100000, '[')), HasSubstr("not TOML"));
+  EXPECT_THAT(refusal(std::string((1 << 20) + 1, '#')), HasSubstr("larger than 1 MiB"));
+  EXPECT_EQ(refusal("steering = '''" + deep + "'''\n# " + deep), "")
+      << "dots in text and comments are no keys";
+  EXPECT_EQ(refusal("steering = \"\\\"" + deep + "\""), "") << "an escaped quote ends no string";
+}
+
+TEST(Config, LoadsFromAFile) {
+  const testing::TempDir dir;
+  EXPECT_EQ(load_config(dir / "ossilar.toml").dir, "wiki") << "a missing file means defaults";
+  dir.write("ossilar.toml", "[wiki]\r\ndir = 'w'\r\n");
+  EXPECT_EQ(load_config(dir / "ossilar.toml").dir, "w");
+  dir.write("bad/ossilar.toml", "# \xFF");
+  dir.write("large/ossilar.toml", std::string((1 << 20) + 1, '\n'));
+  dir.write("folder/ossilar.toml/x", "");
+  std::filesystem::create_directory(dir / "link");
+  std::filesystem::create_symlink(dir / "ossilar.toml", dir / "link/ossilar.toml");
+  for (const char* where : {"bad", "large", "folder", "link"}) {
+    EXPECT_THROW(load_config(dir / where / "ossilar.toml"), utils::ConfigError) << where;
+  }
+}
+
+TEST(PageId, IsASlug) {
+  for (const char* id : {"a", "a-b/c_d.e", "0", "...", ".a", "a/b/c"}) EXPECT_TRUE(is_page_id(id)) << id;
+  for (const char* id : {"", "A", "a/", "/a", "a//b", ".", "..", "a/../b", "a/.", "a b", "\u00e9", "a\\b"}) {
+    EXPECT_FALSE(is_page_id(id)) << id;
+  }
+  EXPECT_TRUE(is_page_id(std::string(200, 'a')));
+  EXPECT_FALSE(is_page_id(std::string(201, 'a')));
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki
