@@ -1,0 +1,162 @@
+#include "ossilar/workers/wiki/adoption.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/link_text.h"
+#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The Markdown files under `pages`, in order; symbolic links are left out.
+std::vector<fs::path> page_files(const fs::path& pages) {
+  std::vector<fs::path> files;
+  std::error_code ended;
+  for (fs::recursive_directory_iterator at(pages, ended), end; !ended && at != end; at.increment(ended)) {
+    if (at->symlink_status().type() == fs::file_type::regular && at->path().extension() == ".md") {
+      files.push_back(at->path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::string title_line(const std::string& text) {
+  if (text.compare(0, 2, "# ") != 0) return "";
+  return utils::plain_inline(std::string_view(text).substr(2, text.find('\n') - 2));
+}
+
+template <class Value>
+Value entry_value(const Map* entry, const char* key, Value otherwise) {
+  if (entry == nullptr) return otherwise;
+  const Map& value = utils::member(*entry, key);
+  try {
+    return value.is_null() ? otherwise : value.get<Value>();
+  } catch (const Map::exception&) {
+    return otherwise;  // another program's idea of a manifest; the page and its plan say enough
+  }
+}
+
+// The title that stands for the page: as the manifest has it, as the file is headed, as it is planned.
+std::string adopted_title(const std::string& text, const PagePlan* plan, const Map* entry) {
+  std::string title = entry_value<std::string>(entry, "title", "");
+  if (title.empty()) title = title_line(text);
+  return title.empty() && plan != nullptr ? plan->title : title;
+}
+
+Map adopted_cache(const FinalizedPage& page, const Map& sections, const Map* entry) {
+  Map cache{{"prose", page.authored.text()},
+            {"diagrams", Map::array()},
+            {"grounding_hash", ""},
+            {"outline", page.outline},
+            {"degraded", Map::array()}};
+  for (const auto& [key, value] : sections.items()) cache[key] = value;
+  const auto title = entry_value<std::string>(entry, AGENT_TITLE_KEY, "");
+  if (!title.empty()) cache[AGENT_TITLE_KEY] = title;
+  const auto former = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY, {});
+  if (!former.empty()) cache[FORMER_TITLES_KEY] = former;
+  return cache;
+}
+
+}  // namespace
+
+ManifestContent load_manifest(const fs::path& wiki_dir) {
+  const fs::path file = wiki_dir / "manifest.json";
+  if (!utils::is_regular_file(file)) return {};
+  return parse_manifest(utils::read_text_file_within(wiki_dir, file), file.string());
+}
+
+AdoptionReport Adoption::run() {
+  planned_ = wiki_.prepare();
+  wiki_._reread_existing();
+  wiki_.titles_.update(wiki_._existing(), planned_->plans);
+  wiki_._set_page_digests(wiki_._load_digests());
+  const fs::path pages = wiki_.pages_dir();
+  for (const fs::path& file : page_files(pages)) {
+    adopt_file(file, file.lexically_relative(pages).replace_extension().string());
+  }
+  wiki_._persist_digests();
+  wiki_._reread_existing();
+  return std::move(report_);
+}
+
+void Adoption::adopt_file(const fs::path& file, const std::string& page_id) {
+  if (wiki_._existing().find(page_id) != nullptr) return;
+  const PagePlan* plan = planned_->plans.find(page_id);
+  const auto described = manifest_.pages.find(page_id);
+  const Map* entry = described == manifest_.pages.end() ? nullptr : &described->second;
+  if (plan == nullptr && entry == nullptr) {
+    report_.unplanned.push_back(utils::valid_utf8(file.string()));
+    return;
+  }
+  try {
+    const std::string text = utils::read_text_file_within(wiki_.pages_dir(), file);
+    adopt_text(page_id, text, plan, entry);
+    ++report_.adopted;
+    const bool as_described = entry_value<std::string>(entry, "content_hash", "") == _text_hash(text);
+    if (entry != nullptr && !as_described) report_.edited.push_back(page_id);
+  } catch (const store::StorageError&) {
+    throw;
+  } catch (const utils::Error& error) {
+    report_.failed.emplace_back(error.what());
+  }
+}
+
+void Adoption::adopt_text(const std::string& page_id, const std::string& text, const PagePlan* plan,
+                          const Map* entry) {
+  FinalizedPage page;
+  page.authored = split_authored(text, "");
+  const Brackets brackets = wiki_.brackets_of(page.authored.text(), *planned_, plan);
+  page.citations = page_links(brackets, page_id, wiki_.config_.dir).citations;
+  page.outline = section_headings(page.authored.text());
+  const std::vector<Map> citations = page.citations;
+  const std::string body = page.authored.body;
+
+  const std::int64_t key =
+      wiki_.repository().upsert_wiki_page(wiki_.branch(), page_id, adopted_title(text, plan, entry),
+                                          fields_of(page_id, text, plan, entry, std::move(page)));
+  const ChunkScope scope = wiki_._chunk_scope(page_id);
+  wiki_._store_chunks(key, page_id, wiki_._chunk_and_embed(searchable_text(text), citations, scope.elsewhere),
+                      scope.shared);
+  if (plan != nullptr && plan_type(*plan).unit && plan->children.empty()) {
+    wiki_._set_page_digest(page_id, _page_digest(*plan, body, citations));
+  }
+}
+
+store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
+                                      const PagePlan* plan, const Map* entry, FinalizedPage page) {
+  using Strings = std::vector<std::string>;
+  const PagePlan planned = plan != nullptr ? *plan : PagePlan{};
+  store::PageFields fields;
+  fields.description = entry_value(entry, "description", planned.description);
+  fields.importance =
+      plan != nullptr ? planned.importance : entry_value<std::string>(entry, "importance", "low");
+  fields.level = plan != nullptr ? planned.level : entry_value(entry, "level", 0);
+  fields.parent_section = plan != nullptr ? section_of(planned) : "";
+  fields.rel_path = "pages/" + page_id + ".md";
+  fields.source_files = entry_value(entry, "source_files", planned.stored_source_files());
+  // What the author saw is what the manifest says; without one, the sources as they are now have to do.
+  fields.source_hashes =
+      entry_value(entry, "source_hashes",
+                  source_hashes(planned.stored_source_files(), *planned_->index, wiki_.config_.steering));
+  fields.related_pages = entry_value<Strings>(entry, "related_pages", planned.related_pages);
+  fields.content_hash = _text_hash(text);
+  fields.model = "adopted";
+  fields.status = "ok";
+  fields.summary = entry_value(entry, "summary", planned.description);
+  fields.build_cache =
+      utils::json_text(adopted_cache(page, wiki_._section_cache(page.authored.body, page.citations), entry));
+  fields.page_type = plan != nullptr ? planned.type : entry_value<std::string>(entry, "page_type", "topic");
+  fields.citations = std::move(page.citations);
+  return fields;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,104 @@
+#include "ossilar/workers/wiki/open_wiki.h"
+
+#include <string_view>
+
+#include "ossilar/search/embedder.h"
+#include "ossilar/source/indexer.h"
+#include "ossilar/store/sqlite_store.h"
+#include "ossilar/utils/files.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kConfigTemplate =
+    R"(# What ossilar does in this repository. Commit this file. The values shown are the defaults.
+
+[wiki]
+# dir = "wiki"                  # where the pages are
+# diagrams = true
+# min_citations_per_page = 2    # fewer valid citations and a page is refused
+# lock_timeout_s = 30
+
+[embedding]
+# provider = "local"
+
+[steering]
+# text = "For every page: who reads it, what matters, which words to use."
+
+# Each [[page]] adds a page, or amends the planned one of the same id (see: ossilar plan).
+# [[page]]
+# id = "topics/error-handling"
+# title = "Error handling"
+# description = "How failures travel from where they happen to who is told."
+# type = "topic"
+# sources = ["src/**/error*"]
+# steering = "Name the exception types."
+)";
+
+bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+
+void create_file(const fs::path& root, const std::string& name, std::string_view text,
+                 std::vector<std::string>& created) {
+  if (is_there(root / name)) return;
+  utils::atomic_write(root / name, text);
+  created.push_back(name);
+}
+
+void create_directory(const fs::path& root, const std::string& name, std::vector<std::string>& created) {
+  const bool present = is_there(root / name);
+  utils::open_directory(root / name, utils::Missing::create);
+  if (!present) created.push_back(name + "/");
+}
+
+fs::path config_file(const fs::path& root) { return root / "ossilar.toml"; }
+
+}  // namespace
+
+WikiPaths wiki_paths(const fs::path& root, const WikiConfig& config) {
+  fs::path so_far = root;
+  for (const auto& part : fs::path(config.dir) / "pages") {
+    so_far /= part;
+    if (fs::symlink_status(so_far).type() == fs::file_type::symlink) {
+      throw utils::ConfigError(so_far.string() +
+                               " is a symbolic link; make it a directory, or set [wiki] dir in " +
+                               config_file(root).string() + " to another one");
+    }
+  }
+  const fs::path wiki = root / config.dir;
+  return {.root = root, .wiki = wiki, .pages = wiki / "pages", .state = root / ".ossilar"};
+}
+
+std::vector<std::string> set_up_wiki(const fs::path& root) {
+  std::vector<std::string> created;
+  create_file(root, "ossilar.toml", kConfigTemplate, created);
+  const WikiConfig config = load_config(config_file(root));
+  wiki_paths(root, config);  // refuses symbolic links before anything is made behind them
+  create_directory(root, config.dir + "/pages", created);
+  create_directory(root, ".ossilar", created);
+  create_file(root, ".ossilar/.gitignore", "*\n", created);
+  return created;
+}
+
+std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string& writer) {
+  WikiConfig config = load_config(config_file(root));
+  if (config.embedding_provider != "local") {
+    throw utils::ConfigError(config_file(root).string() + ": [embedding] provider = \"" +
+                             config.embedding_provider +
+                             "\" is not available in this version; use \"local\"");
+  }
+  WikiPaths paths = wiki_paths(root, config);
+  if (!is_there(paths.state)) {
+    throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
+  }
+  auto store = store::open_sqlite_store(paths.database());
+  return std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = std::move(paths),
+                                                                 .config = std::move(config),
+                                                                 .checkout = source::read_checkout(root),
+                                                                 .store = std::move(store),
+                                                                 .embedder = search::make_local_embedder(),
+                                                                 .writer = writer});
+}
+
+}  // namespace ossilar::workers::wiki

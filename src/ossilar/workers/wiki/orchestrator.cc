@@ -1,0 +1,433 @@
+#include "ossilar/workers/wiki/orchestrator.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+#include "ossilar/search/chunking.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/fold.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/adoption.h"
+#include "ossilar/workers/wiki/diagrams.h"
+#include "ossilar/workers/wiki/grounding.h"
+#include "ossilar/workers/wiki/planner.h"
+#include "ossilar/workers/wiki/prose_words.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Warnings of one kind that an answer names; the rest is counted, so that an answer stays readable.
+constexpr std::size_t kMostWarnings = 20;
+
+std::vector<std::string> excluded_from_index(const WikiConfig& config) {
+  return {config.dir, ".ossilar", "ossilar.toml"};
+}
+
+std::set<std::string> citation_keys(const std::vector<Map>& citations) {
+  std::set<std::string> keys;
+  for (const Map& citation : citations) keys.insert(utils::json_text(citation));
+  return keys;
+}
+
+// The citations of `known` that stand in `text`.
+Map citations_in(const std::string& text, const std::set<std::string>& known) {
+  Map found = Map::array();
+  std::set<std::string> seen;
+  for (const std::string_view label : bracketed(text)) {
+    const auto citation = parse_citation(label);
+    if (!citation) continue;
+    const Map record{{"path", citation->path}, {"first", citation->first}, {"last", citation->last}};
+    const std::string key = utils::json_text(record);
+    if (known.count(key) > 0 && seen.insert(key).second) found.push_back(record);
+  }
+  return found;
+}
+
+template <class Describe>
+void append_warnings(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
+                     Describe describe) {
+  for (std::size_t i = 0; i < std::min(labels.size(), kMostWarnings); ++i)
+    warnings.push_back(describe(labels[i]));
+  if (labels.size() > kMostWarnings) {
+    warnings.push_back("citation: " + std::to_string(labels.size() - kMostWarnings) + " more of this kind");
+  }
+}
+
+}  // namespace
+
+// Keeps the source index in the store.
+class WikiGenerator::SourceRecords final : public source::RecordStore {
+ public:
+  explicit SourceRecords(store::WikiStore& store) : store_(store) {}
+  std::map<std::string, std::string> load() override { return store_.source_records(); }
+  void update(const std::map<std::string, std::optional<std::string>>& changes) override {
+    store_.update_source_records(changes);
+  }
+
+ private:
+  store::WikiStore& store_;
+};
+
+WikiGenerator::WikiGenerator(Services services)
+    : paths_(std::move(services.paths)),
+      config_(std::move(services.config)),
+      checkout_(std::move(services.checkout)),
+      store_(std::move(services.store)),
+      embedder_(std::move(services.embedder)),
+      source_records_(std::make_unique<SourceRecords>(*store_)),
+      indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
+          .root = paths_.root, .excluded = excluded_from_index(config_), .records = source_records_.get()})),
+      lock_({.path = paths_.lock(), .timeout = config_.lock_timeout, .holder = std::move(services.writer)}) {
+  existing_ = store_->get_wiki_pages(branch());
+}
+
+WikiGenerator::~WikiGenerator() = default;
+
+// ---- Plan and rows.
+
+std::shared_ptr<const PlannedWiki> WikiGenerator::prepare(const source::Progress& progress) {
+  const std::lock_guard one_at_a_time(prepare_mutex_);
+  auto index = indexer_->refresh(progress);
+  std::shared_ptr<const PlannedWiki> wiki;
+  {
+    const std::lock_guard lock(state_mutex_);
+    wiki = planned_;
+  }
+  if (!wiki || wiki->index != index) {
+    Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
+    ModuleGraph graph = module_graph(plans, *index);
+    wiki = std::make_shared<const PlannedWiki>(
+        PlannedWiki{.index = std::move(index), .plans = std::move(plans), .graph = std::move(graph)});
+    const std::lock_guard lock(state_mutex_);
+    planned_ = wiki;
+  }
+  return wiki;
+}
+
+std::shared_ptr<const PlannedWiki> WikiGenerator::planned() {
+  {
+    const std::lock_guard lock(state_mutex_);
+    if (planned_) return planned_;
+  }
+  return prepare();
+}
+
+// Rows are read again too: what another process saved meanwhile is then seen before the draft instead of at
+// its commit, which would throw the draft away.
+AgentPreparation WikiGenerator::_agent_prepare() {
+  const auto wiki = prepare();
+  _reread_existing();
+  titles_.update(_existing(), wiki->plans);
+  return {.plans = wiki->plans, .amendments = {}, .stale = {}, .remap = {}};
+}
+
+store::StoredRows WikiGenerator::_existing() const {
+  const std::lock_guard lock(state_mutex_);
+  return existing_;
+}
+
+void WikiGenerator::_reread_existing() {
+  store::StoredRows rows = store_->get_wiki_pages(branch());
+  const std::lock_guard lock(state_mutex_);
+  existing_ = std::move(rows);
+}
+
+// ---- The draft's services.
+
+std::string WikiGenerator::steering_of(const PagePlan* plan) const {
+  std::string steering = config_.steering;
+  if (plan != nullptr && !plan->steering.empty()) {
+    if (!steering.empty()) steering += "\n\n";
+    steering += plan->steering;
+  }
+  return steering;
+}
+
+std::string WikiGenerator::_steering_text(const std::string& page_id) {
+  return steering_of(planned()->plans.find(page_id));
+}
+
+GatheredContext WikiGenerator::_gather_context(const PagePlan& plan) {
+  const auto wiki = planned();
+  const auto read = [this](const std::string& path) { return source::read_source(paths_.root, path); };
+  Grounding grounding = gather_grounding(plan, wiki->plans, *wiki->index, steering_of(&plan), read);
+  return {.grounding = std::move(grounding.text),
+          .symbols = std::move(grounding.symbols),
+          .files = std::move(grounding.files),
+          .seeds = {}};
+}
+
+std::vector<Diagram> WikiGenerator::_build_diagrams(const PagePlan& plan) {
+  const auto wiki = planned();
+  return page_diagrams(plan, wiki->plans, wiki->graph);
+}
+
+Brackets WikiGenerator::brackets_of(const std::string& authored, const PlannedWiki& wiki,
+                                    const PagePlan* plan) const {
+  // The page's own title may be one that this save is about to give it.
+  const std::string own_title = plan != nullptr ? utils::fold_label(plan->title) : "";
+  const auto page_by_title = [&](std::string_view label) -> std::optional<std::string> {
+    if (plan != nullptr && utils::fold_label(label) == own_title) return plan->page_id;
+    return titles_.find(label);
+  };
+  return read_brackets(authored, *wiki.index, page_by_title);
+}
+
+// The grounding text has no part in a page's text; what it led to, the page's source files, is in the plan by
+// now.
+FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& authored,
+                                       const std::vector<Diagram>& diagrams,
+                                       const FinalizeOptions& /*options*/) {
+  const std::string text = authored_text(authored);
+  const Brackets brackets = brackets_of(text, *planned(), &plan);
+  return assemble_page(plan, split_text(text), diagrams, page_links(brackets, plan.page_id, config_.dir));
+}
+
+Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
+  const std::set<std::string> known = citation_keys(citations);
+  Map sections = Map::array();
+  for (const Section& section : sections_of(body)) {
+    const std::string text(section.text);
+    sections.push_back(Map{{"heading", section.heading},
+                           {"words", prose_words(text)},
+                           {"citations", citations_in(text, known).size()},
+                           {"hash", utils::sha256_hex(text)}});
+  }
+  return {{"sections", sections}, {"words", prose_words(body)}};
+}
+
+std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
+    const std::vector<std::string>& files) {
+  return source_hashes(files, *planned()->index, config_.steering);
+}
+
+std::vector<std::string> WikiGenerator::citation_warnings(const std::string& markdown,
+                                                          const std::string& authored) {
+  const auto wiki = planned();
+  const Brackets brackets = brackets_of(authored_text(authored), *wiki, nullptr);
+  std::vector<std::string> warnings;
+  append_warnings(warnings, brackets.invalid,
+                  [&](const std::string& label) { return invalid_citation_warning(label, *wiki->index); });
+  append_warnings(warnings, brackets.malformed, malformed_citation_warning);
+  const std::string title = utils::plain_inline(markdown.substr(2, markdown.find('\n') - 2));
+  for (const std::string& heading : leading_titles(authored)) {
+    if (utils::fold(heading) == utils::fold(title)) continue;
+    warnings.push_back(
+        fmt::format("title: the heading '{}' at the start was taken off; the page's title is '{}' "
+                    "(save with a title to rename it)",
+                    heading, title));
+  }
+  return warnings;
+}
+
+// ---- Chunks.
+
+// Passages that another page holds too, of those that this page holds: a save of an unrelated page never
+// changes them. What two pages come to share only by this save is settled by the store, which keeps each
+// passage once.
+ChunkScope WikiGenerator::_chunk_scope(const std::string& page_id) {
+  store::SharedPassages shared = store_->shared_passages(branch(), page_id, embedder_->model());
+  return {.elsewhere = std::move(shared.embedded), .shared = std::move(shared.all)};
+}
+
+std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
+                                                 const std::vector<Map>& citations,
+                                                 const StringSet& elsewhere) {
+  const std::vector<search::Passage> passages = search::passages(searchable);
+  std::vector<std::string> hashes;
+  hashes.reserve(passages.size());
+  for (const search::Passage& passage : passages) hashes.push_back(utils::sha256_hex(passage.text));
+  const auto vectors = passage_vectors(passages, hashes, elsewhere, *store_, *embedder_, vectors_);
+  const std::set<std::string> known = citation_keys(citations);
+  std::vector<Map> chunks;
+  for (std::size_t i = 0; i < passages.size(); ++i) {
+    const auto vector = vectors.find(hashes[i]);
+    chunks.push_back(
+        Map{{store::chunk_key::kPosition, i},
+            {store::chunk_key::kSection, passages[i].section},
+            {store::chunk_key::kText, passages[i].text},
+            {store::chunk_key::kHash, hashes[i]},
+            {store::chunk_key::kModel, embedder_->model()},
+            {store::chunk_key::kCitations, citations_in(passages[i].text, known)},
+            {store::chunk_key::kEmbedding, vector == vectors.end() ? Map() : Map(vector->second)}});
+  }
+  return chunks;
+}
+
+void WikiGenerator::_store_chunks(std::int64_t page_key, const std::string& /*page_id*/,
+                                  const std::vector<Map>& chunks, const StringSet& shared_before) {
+  store_->store_chunks(page_key, chunks, shared_before);
+}
+
+// ---- Digests.
+
+store::PageDigests WikiGenerator::_page_digests() const {
+  const std::lock_guard lock(state_mutex_);
+  return digests_;
+}
+
+void WikiGenerator::_set_page_digests(store::PageDigests digests) {
+  const std::lock_guard lock(state_mutex_);
+  digests_ = std::move(digests);
+}
+
+void WikiGenerator::_set_page_digest(const std::string& page_id, Map digest) {
+  const std::lock_guard lock(state_mutex_);
+  digests_.set(page_id, std::move(digest));
+}
+
+store::PageDigests WikiGenerator::_load_digests() { return store_->load_digests(branch()); }
+
+// Takes away the digests of pages that are stored no more or give none by the plan. As long as the plan is
+// the same, only digests that changed since the last time can be out of line.
+void WikiGenerator::_reconcile_digests(const Plans& plans, const store::StoredRows& existing,
+                                       const ReconcileOptions& options) {
+  store::PageDigests digests = _page_digests();
+  const store::PageDigests known = plans.same_records(reconciled_plans_) ? reconciled_ : store::PageDigests();
+  std::vector<std::string> dropped;
+  for_each_difference(known, digests, [&](const std::string& page_id, const Map*, const Map* now) {
+    const PagePlan* plan = plans.find(page_id);
+    const bool gives_digest = plan != nullptr && plan_type(*plan).unit && plan->children.empty();
+    if (now != nullptr && (!gives_digest || existing.find(page_id) == nullptr)) dropped.push_back(page_id);
+  });
+  for (const std::string& page_id : dropped) digests.erase(page_id);
+  reconciled_ = digests;
+  reconciled_plans_ = plans;
+  _set_page_digests(std::move(digests));
+  if (options.persist) _persist_digests();
+}
+
+void WikiGenerator::_persist_digests() { store_->persist_digests(branch(), _page_digests()); }
+
+void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vector<std::string>>& dependents) {
+  if (dependents.empty()) return;
+  std::map<std::string, std::string> reasons;
+  for (const auto& [page_id, causes] : dependents) {
+    reasons[page_id] = "what it builds on changed: " + utils::join(causes, ", ");
+  }
+  store_->mark_stale(branch(), reasons);
+}
+
+// ---- The wiki's own files and state.
+
+void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
+  const store::StoredRows rows = store_->get_wiki_pages(branch());
+  _atomic_write(paths_.wiki / "index.md", renderer_.index(rows, planned()->plans));
+  _atomic_write(paths_.wiki / "manifest.json", renderer_.manifest(rows, result));
+}
+
+std::int64_t WikiGenerator::_stored_files_covered() {
+  const store::StoredRows rows = store_->get_wiki_pages(branch());
+  const auto count = [this](const Map* row, int by) {
+    if (row == nullptr) return;
+    for (const Map& file : utils::member(*row, "source_files")) {
+      const std::string path = utils::text_form(file);
+      if ((covered_files_[path] += by) == 0) covered_files_.erase(path);
+    }
+  };
+  for_each_difference(covered_rows_, rows, [&](const std::string&, const Map* before, const Map* after) {
+    count(before, -1);
+    count(after, 1);
+  });
+  covered_rows_ = rows;
+  return static_cast<std::int64_t>(covered_files_.size());
+}
+
+Map WikiGenerator::_prior_lint_summary() {
+  if (!prior_lint_) prior_lint_ = load_manifest(paths_.wiki).lint;
+  return *prior_lint_;
+}
+
+std::string WikiGenerator::_git_commit() {
+  return checkout_.in_git ? source::read_checkout(paths_.root).commit : "";
+}
+
+void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
+  try {
+    lock_.acquire(options.wait);
+  } catch (const store::LockBusy& busy) {
+    throw _WikiBusy(busy.what());
+  }
+}
+
+void WikiGenerator::_release_write_lock() { lock_.release(); }
+
+AdoptionReport WikiGenerator::adopt_pages() {
+  ManifestContent manifest = load_manifest(paths_.wiki);
+  _acquire_write_lock({.wait = true});
+  AdoptionReport report;
+  try {
+    report = Adoption(*this, std::move(manifest)).run();
+    if (!utils::is_regular_file(paths_.wiki / "index.md") ||
+        !utils::is_regular_file(paths_.wiki / "manifest.json")) {
+      _write_index_and_manifest({.git_commit = _git_commit(),
+                                 .files_covered = _stored_files_covered(),
+                                 .lint = _prior_lint_summary()});
+    }
+  } catch (...) {
+    _release_write_lock();
+    throw;
+  }
+  _release_write_lock();
+  return report;
+}
+
+// ---- What the command and the server show.
+
+Answer WikiGenerator::preview_agent_page(const SaveRequest& request) {
+  if (auto refusal = refuse_blank(request.content)) return *std::move(refusal);
+  auto drafted = _draft_agent_page(request.page_id, request.content, request.section, request.title);
+  if (auto* refusal = std::get_if<Answer>(&drafted)) return std::move(*refusal);
+  Answer answer = std::move(std::get<_PageDraft>(drafted).answer);
+  answer["saved"] = false;
+  answer["dry_run"] = true;
+  return answer;
+}
+
+std::vector<PageState> WikiGenerator::page_states() {
+  const auto wiki = prepare();
+  return wiki::page_states(wiki->plans, store_->get_wiki_pages(branch()), store_->stale_marks(branch()),
+                           *wiki->index, config_.steering);
+}
+
+WikiStatus WikiGenerator::status() {
+  WikiStatus status;
+  status.pages = page_states();
+  status.branch = branch();
+  status.commit = _git_commit();
+  status.indexed_files = planned()->index->files().size();
+  status.last_write = store_->wiki_state(branch());
+  return status;
+}
+
+std::variant<PageContext, Answer> WikiGenerator::page_context(const std::string& page_id) {
+  AgentPreparation prepared = _agent_prepare();
+  const auto plan = prepared.plans.own(page_id);
+  if (!plan) return not_planned(page_id, prepared.plans);
+  GatheredContext gathered = _gather_context(*plan);
+  backfill_source_files(*plan, gathered.files);
+  plan->symbols = gathered.symbols;
+  Grounding grounding{std::move(gathered.grounding), std::move(gathered.symbols), std::move(gathered.files)};
+  return PageContext{*plan, std::move(grounding), steering_of(plan.get())};
+}
+
+std::variant<std::string, Answer> WikiGenerator::read_page(const std::string& page_id) {
+  const auto wiki = prepare();
+  const store::StoredRows rows = store_->get_wiki_pages(branch());
+  if (wiki->plans.find(page_id) == nullptr && rows.find(page_id) == nullptr)
+    return not_planned(page_id, wiki->plans);
+  const auto file = paths_.pages / (page_id + ".md");
+  if (!utils::is_regular_file(file)) {
+    return Answer{{"error", "page '" + page_id + "' is not written yet; its context says what it needs"},
+                  {"page_id", page_id}};
+  }
+  return utils::read_text_file_within(paths_.pages, file);
+}
+
+}  // namespace ossilar::workers::wiki

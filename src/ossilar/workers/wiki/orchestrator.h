@@ -1,0 +1,175 @@
+// The host of saves: joins source index, plan, store and search into one wiki of one working tree.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ossilar/search/embedder.h"
+#include "ossilar/source/indexer.h"
+#include "ossilar/store/repository.h"
+#include "ossilar/store/write_lock.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/config.h"
+#include "ossilar/workers/wiki/grounding.h"
+#include "ossilar/workers/wiki/manifest.h"
+#include "ossilar/workers/wiki/module_graph.h"
+#include "ossilar/workers/wiki/page_state.h"
+#include "ossilar/workers/wiki/title_index.h"
+#include "ossilar/workers/wiki/vector_cache.h"
+
+namespace ossilar::workers::wiki {
+
+// Where the parts of a wiki lie. All paths are absolute and free of symbolic links.
+struct WikiPaths {
+  std::filesystem::path root;   // of the repository
+  std::filesystem::path wiki;   // the wiki's root
+  std::filesystem::path pages;  // the directory of the page files
+  std::filesystem::path state;  // `.ossilar`
+  std::filesystem::path database() const { return state / "index.db"; }
+  std::filesystem::path lock() const { return state / "write.lock"; }
+};
+
+// The plan of the wiki with the index that it was derived from. Immutable.
+struct PlannedWiki {
+  std::shared_ptr<const source::SourceIndex> index;
+  Plans plans;
+  ModuleGraph graph;
+};
+
+struct PageContext {
+  PagePlan plan;
+  Grounding grounding;
+  std::string steering;
+};
+
+struct WikiStatus {
+  std::string branch;
+  std::string commit;
+  std::vector<PageState> pages;
+  std::size_t indexed_files = 0;
+  std::optional<store::WikiStateFields> last_write;
+};
+
+struct AdoptionReport {
+  std::size_t adopted = 0;
+  std::vector<std::string> edited;     // page ids whose file is not the one that the manifest describes
+  std::vector<std::string> unplanned;  // files under the pages directory that belong to no page
+  std::vector<std::string> failed;     // messages on page files that could not be read
+};
+
+// Thread-safety: every public member may be called from any thread. Saves draft side by side and commit one
+// after the other, with those of other processes too. Lifetime: the indexer's record store lives in `store`.
+class WikiGenerator final : public AgentSaveMixin {
+ public:
+  struct Services {
+    WikiPaths paths;
+    WikiConfig config;
+    source::Checkout checkout;
+    std::unique_ptr<store::WikiStore> store;
+    std::unique_ptr<search::Embedder> embedder;
+    std::string writer;  // names this program to those who wait for its lock: "ossilar save"
+  };
+  explicit WikiGenerator(Services services);
+  ~WikiGenerator() override;
+
+  // What save_agent_page() would answer, with `saved` false and `dry_run` true in it; nothing is written.
+  Answer preview_agent_page(const SaveRequest& request);
+
+  // Brings the source index and the plan up to date.
+  std::shared_ptr<const PlannedWiki> prepare(const source::Progress& progress = {});
+
+  std::vector<PageState> page_states();
+  WikiStatus status();
+  // The grounding of a planned page, or the answer that says that there is none.
+  std::variant<PageContext, Answer> page_context(const std::string& page_id);
+  // The stored text of a page, or the answer that says why there is none.
+  std::variant<std::string, Answer> read_page(const std::string& page_id);
+
+  // Makes rows for the committed page files that have none on this branch, from the manifest and the plan,
+  // and writes index and manifest where they are missing. No page file is changed. Takes the write lock.
+  AdoptionReport adopt_pages();
+
+  const WikiPaths& paths() const { return paths_; }
+  std::vector<std::string> skipped_sources() const { return indexer_->skipped(); }
+
+ protected:
+  store::Repository& repository() override { return *store_; }
+  const std::string& branch() const override { return checkout_.branch; }
+  const std::filesystem::path& pages_dir() const override { return paths_.pages; }
+  store::StoredRows _existing() const override;
+  store::PageDigests _page_digests() const override;
+  void _set_page_digests(store::PageDigests digests) override;
+  void _set_page_digest(const std::string& page_id, Map digest) override;
+  AgentPreparation _agent_prepare() override;
+  GatheredContext _gather_context(const PagePlan& plan) override;
+  std::vector<Diagram> _build_diagrams(const PagePlan& plan) override;
+  FinalizedPage _finalize(const PagePlan& plan, const std::string& authored,
+                          const std::vector<Diagram>& diagrams, const FinalizeOptions& options) override;
+  std::string _steering_text(const std::string& page_id) override;
+  Map _section_cache(const std::string& body, const std::vector<Map>& citations) override;
+  std::map<std::string, std::string> _hashes_with_steering(const std::vector<std::string>& files) override;
+  ChunkScope _chunk_scope(const std::string& page_id) override;
+  std::vector<Map> _chunk_and_embed(const std::string& searchable, const std::vector<Map>& citations,
+                                    const StringSet& elsewhere) override;
+  void _store_chunks(std::int64_t page_key, const std::string& page_id, const std::vector<Map>& chunks,
+                     const StringSet& shared_before) override;
+  store::PageDigests _load_digests() override;
+  void _reconcile_digests(const Plans& plans, const store::StoredRows& existing,
+                          const ReconcileOptions& options) override;
+  void _persist_digests() override;
+  void _mark_synthesis_stale(const std::map<std::string, std::vector<std::string>>& dependents) override;
+  void _write_index_and_manifest(const WikiBuildResult& result) override;
+  std::int64_t _stored_files_covered() override;
+  Map _prior_lint_summary() override;
+  std::string _git_commit() override;
+  void _reread_existing() override;
+  std::vector<std::string> citation_warnings(const std::string& markdown,
+                                             const std::string& authored) override;
+  void _acquire_write_lock(const AcquireOptions& options) override;
+  void _release_write_lock() override;
+  const WikiConfig& wiki_config() const override { return config_; }
+
+ private:
+  class SourceRecords;
+  friend class Adoption;
+
+  // The plan as last prepared; prepares it the first time.
+  std::shared_ptr<const PlannedWiki> planned();
+  std::string steering_of(const PagePlan* plan) const;
+  Brackets brackets_of(const std::string& authored, const PlannedWiki& wiki, const PagePlan* plan) const;
+
+  const WikiPaths paths_;
+  const WikiConfig config_;
+  const source::Checkout checkout_;
+  const std::unique_ptr<store::WikiStore> store_;
+  const std::unique_ptr<search::Embedder> embedder_;
+  const std::unique_ptr<SourceRecords> source_records_;
+  const std::unique_ptr<source::Indexer> indexer_;
+  store::WriteLock lock_;
+  TitleIndex titles_;
+  VectorCache vectors_;
+
+  std::mutex prepare_mutex_;  // one thread at a time derives the plan
+  mutable std::mutex state_mutex_;
+  std::shared_ptr<const PlannedWiki> planned_;  // guarded by state_mutex_, as are the two below
+  store::StoredRows existing_;
+  store::PageDigests digests_;
+
+  // Used by the holder of the write lock alone.
+  WikiFilesRenderer renderer_;
+  store::PageDigests reconciled_;
+  Plans reconciled_plans_;
+  store::StoredRows covered_rows_;
+  std::map<std::string, int> covered_files_;  // file to the number of pages that rest on it
+  std::optional<Map> prior_lint_;
+};
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,302 @@
+#include "ossilar/workers/wiki/orchestrator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "ossilar/store/forwarding_store.h"
+#include "ossilar/store/sqlite_store.h"
+#include "ossilar/workers/wiki/sections.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ossilar::testing::WikiRepo;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+std::string error_of(const Answer& answer) { return utils::string_member(answer, "error"); }
+
+bool is_saved(const Answer& answer) { return utils::member(answer, "saved") == Map(true); }
+
+PageState state_of(WikiGenerator& wiki, const std::string& page_id) {
+  for (PageState& state : wiki.page_states()) {
+    if (state.page_id == page_id) return state;
+  }
+  ADD_FAILURE() << "no page " << page_id;
+  return {};
+}
+
+TEST(Host, SavesRefusesReplacesASectionAndReadsBack) {
+  const WikiRepo repo;
+  const auto wiki = repo.open();
+  const Answer refused = wiki->save_agent_page("alpha", "No sources [src/alpha.cpp:L1-L99].");
+  EXPECT_THAT(error_of(refused), HasSubstr("page has 0 valid citation(s); at least 2 required."));
+  EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::missing);
+
+  const Answer saved = wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  ASSERT_TRUE(is_saved(saved)) << saved;
+  EXPECT_EQ(saved.at("rel_path"), "pages/alpha.md");
+  EXPECT_EQ(saved.at("citations"), 2);
+  const Answer section = wiki->save_agent_page("alpha", "Other [src/alpha.cpp:L5].", "## two ##");
+  ASSERT_TRUE(is_saved(section)) << section;
+
+  const auto text = std::get<std::string>(wiki->read_page("alpha"));
+  EXPECT_EQ(
+      split_authored(text, "").text(),
+      "About alpha.\n\n## One\n\nFirst. [src/alpha.cpp:L1-L3]\n\n## Two\n\nOther [src/alpha.cpp:L5].\n");
+  EXPECT_THAT(text, HasSubstr("[src/alpha.cpp:L5]: ../../src/alpha.cpp#L5\n"));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
+  EXPECT_THAT(repo.dir.read("wiki/index.md"), HasSubstr("[Alpha](pages/alpha.md): About alpha."));
+  EXPECT_EQ(wiki->status().last_write->page_count, 1);
+}
+
+TEST(Host, ADryRunAnswersAndWritesNothing) {
+  const WikiRepo repo;
+  const auto wiki = repo.open();
+  const Answer answer = wiki->preview_agent_page({"alpha", WikiRepo::text_about("alpha"), {}, {}});
+  EXPECT_EQ(answer.at("saved"), false);
+  EXPECT_EQ(answer.at("citations"), 2);
+  EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::missing);
+  EXPECT_EQ(error_of(wiki->preview_agent_page({"alpha", " \n", {}, {}})), "content is required");
+}
+
+TEST(Host, ATitleIsKeptTakenBackAndLinkedUnderItsFormerNames) {
+  const WikiRepo repo;
+  const auto wiki = repo.open();
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "The First")));
+  EXPECT_THAT(error_of(wiki->save_agent_page("beta", WikiRepo::text_about("beta"), {}, "the  FIRST")),
+              HasSubstr("is the title of page 'alpha'"));
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again."))));
+  EXPECT_THAT(repo.page("alpha"), ::testing::StartsWith("# The First\n"));
+
+  ASSERT_TRUE(
+      is_saved(wiki->save_agent_page("beta", WikiRepo::text_about("beta", "See [The first] and [Alpha]."))));
+  EXPECT_THAT(repo.page("beta"), HasSubstr("[The first]: alpha.md\n[Alpha]: alpha.md\n"));
+}
+
+TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
+  const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n");
+  const auto wiki = repo.open();
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("overview", "All of it.\n")));
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "First."))));
+  EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok) << "the abstract is the same";
+
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Another opening."))));
+  EXPECT_EQ(state_of(*wiki, "overview").reason, "what it builds on changed: alpha");
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("overview", "All of it, seen again.\n")));
+  EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok);
+
+  repo.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
+  EXPECT_EQ(state_of(*wiki, "alpha").reason, "changed: src/alpha.cpp");
+  std::filesystem::remove(repo.dir / "src/alpha.cpp");
+  EXPECT_EQ(state_of(*wiki, "alpha").reason, "removed: src/alpha.cpp");
+}
+
+TEST(Host, ACloneAdoptsTheCommittedPages) {
+  const WikiRepo repo;
+  {
+    const auto wiki = repo.open();
+    ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "The First")));
+    ASSERT_TRUE(is_saved(wiki->save_agent_page("beta", WikiRepo::text_about("beta"))));
+  }
+  std::filesystem::remove_all(repo.dir / ".ossilar");
+  repo.dir.write("wiki/pages/beta.md", repo.page("beta") + "by hand\n");
+  repo.dir.write("wiki/pages/stray.md", "nobody's\n");
+  repo.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
+  set_up_wiki(repo.dir.path());
+  const auto wiki = repo.open();
+  const AdoptionReport report = wiki->adopt_pages();
+  EXPECT_EQ(report.adopted, 2U);
+  EXPECT_THAT(report.edited, ElementsAre("beta"));
+  EXPECT_THAT(report.unplanned, ElementsAre((repo.dir / "wiki/pages/stray.md").string()));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
+  EXPECT_EQ(state_of(*wiki, "alpha").title, "The First");
+  EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp") << "the author saw the earlier source";
+
+  const std::string before = repo.page("alpha");
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", split_authored(before, "").text())));
+  EXPECT_EQ(repo.page("alpha"), before);
+  EXPECT_EQ(wiki->adopt_pages().adopted, 0U) << "what has a row is left alone";
+}
+
+// Calls the embedder's work is counted by, and a hook that runs once, in the middle of the next draft.
+class WatchedEmbedder final : public search::Embedder {
+ public:
+  std::string model() const override { return inner_->model(); }
+  std::size_t dimensions() const override { return inner_->dimensions(); }
+  std::vector<std::vector<float>> embed(const std::vector<std::string>& texts) override {
+    ++calls;
+    if (auto run = std::exchange(hook, {})) run();
+    return inner_->embed(texts);
+  }
+  std::function<void()> hook;
+  int calls = 0;
+
+ private:
+  std::unique_ptr<search::Embedder> inner_ = search::make_local_embedder();
+};
+
+struct WatchedWiki {
+  explicit WatchedWiki(const WikiRepo& repo, std::unique_ptr<store::WikiStore> with = nullptr) {
+    auto owned = std::make_unique<WatchedEmbedder>();
+    embedder = owned.get();
+    const WikiConfig config = load_config(repo.dir / "ossilar.toml");
+    const WikiPaths paths = wiki_paths(repo.dir.path(), config);
+    auto store = with ? std::move(with) : store::open_sqlite_store(paths.database());
+    wiki =
+        std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = paths,
+                                                                .config = config,
+                                                                .checkout = source::read_checkout(paths.root),
+                                                                .store = std::move(store),
+                                                                .embedder = std::move(owned),
+                                                                .writer = "test"});
+  }
+  WatchedEmbedder* embedder = nullptr;
+  std::unique_ptr<WikiGenerator> wiki;
+};
+
+TEST(Host, ASaveOfAnotherPageMeanwhileCostsNoSecondEmbedding) {
+  const WikiRepo repo;
+  WatchedWiki watched(repo);
+  const auto other = repo.open();
+  watched.embedder->hook = [&] {
+    EXPECT_TRUE(is_saved(other->save_agent_page("beta", WikiRepo::text_about("beta"))));
+  };
+  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  EXPECT_EQ(watched.embedder->calls, 1);
+  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  EXPECT_EQ(watched.embedder->calls, 1) << "a passage is embedded once";
+}
+
+TEST(Host, ALostRaceIsDraftedAgainFromWhatTheOtherSaved) {
+  const WikiRepo repo;
+  WatchedWiki watched(repo);
+  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  const auto other = repo.open();
+  watched.embedder->hook = [&] {
+    EXPECT_TRUE(is_saved(other->save_agent_page("alpha", "Theirs [src/alpha.cpp:L7].", "One", "Renamed")));
+  };
+  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", "Ours [src/alpha.cpp:L8].", "Two")));
+  EXPECT_THAT(repo.page("alpha"),
+              ::testing::StartsWith("# Renamed\n\nAbout alpha.\n\n## One\n\nTheirs "
+                                    "[src/alpha.cpp:L7].\n\n## Two\n\nOurs [src/alpha.cpp:L8].\n"));
+}
+
+TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
+  const WikiRepo repo;
+  const auto wiki = repo.open();
+  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  constexpr int kSaves = 8;
+  const auto run = [&](const std::string& page, const std::string& section, std::string& last) {
+    for (int i = 0; i < kSaves; ++i) {
+      const std::string text = section + std::to_string(i) + " [src/alpha.cpp:L1] [src/alpha.cpp:L2].";
+      const Answer answer =
+          page == "beta" ? wiki->save_agent_page(page, text) : wiki->save_agent_page(page, text, section);
+      if (is_saved(answer)) last = text;
+    }
+  };
+  std::string one;
+  std::string two;
+  std::string whole;
+  std::thread a([&] { run("alpha", "One", one); });
+  std::thread b([&] { run("alpha", "Two", two); });
+  std::thread c([&] { run("beta", "Whole", whole); });
+  a.join();
+  b.join();
+  c.join();
+  for (const std::string& text : {one, two}) EXPECT_THAT(repo.page("alpha"), HasSubstr(text));
+  EXPECT_THAT(repo.page("beta"), HasSubstr(whole));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
+}
+
+TEST(Host, ALockThatAnotherHoldsIsAnAnswer) {
+  const WikiRepo repo("[wiki]\nlock_timeout_s = 0.02\n");
+  const auto wiki = repo.open();
+  store::WriteLock other(
+      {.path = repo.dir / ".ossilar/write.lock", .timeout = {}, .holder = "another program"});
+  other.acquire(true);
+  EXPECT_THAT(error_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))),
+              HasSubstr("the wiki is being written by"));
+  other.release();
+  EXPECT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+}
+
+// Fails at one call of a save, counted over all that write.
+class FailingStore final : public store::ForwardingStore {
+ public:
+  FailingStore(store::WikiStore& inner, const int& fail_at) : ForwardingStore(inner), fail_at_(fail_at) {}
+  std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
+                                const std::string& title, const store::PageFields& fields) override {
+    count();
+    return ForwardingStore::upsert_wiki_page(branch, page_id, title, fields);
+  }
+  void store_chunks(std::int64_t key, const std::vector<Map>& chunks,
+                    const store::PassageHashes& shared) override {
+    count();
+    ForwardingStore::store_chunks(key, chunks, shared);
+  }
+  void persist_digests(const std::string& branch, const store::PageDigests& digests) override {
+    count();
+    ForwardingStore::persist_digests(branch, digests);
+  }
+  void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
+    count();
+    ForwardingStore::mark_stale(branch, reasons);
+  }
+  void upsert_wiki_state(const std::string& branch, const store::WikiStateFields& fields) override {
+    count();
+    ForwardingStore::upsert_wiki_state(branch, fields);
+  }
+
+ private:
+  void count() {
+    if (++calls_ == fail_at_) throw store::StorageError("disk full");
+  }
+  const int& fail_at_;
+  int calls_ = 0;
+};
+
+TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
+  int failures = 0;
+  for (int fail_at = 1;; ++fail_at) {
+    const WikiRepo repo;
+    const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
+    WatchedWiki faulty(repo, std::make_unique<FailingStore>(*real, fail_at));
+    const std::string text = WikiRepo::text_about("alpha");
+    bool failed = false;
+    try {
+      EXPECT_TRUE(is_saved(faulty.wiki->save_agent_page("alpha", text)));
+    } catch (const store::StorageError&) {
+      failed = true;
+    }
+    EXPECT_EQ(split_authored(repo.page("alpha"), "").text(), text) << "write " << fail_at;
+    const auto wiki = repo.open();
+    ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Next.")))) << fail_at;
+    EXPECT_THAT(repo.page("alpha"), HasSubstr("Next."));
+    if (!failed) break;
+    ++failures;
+  }
+  EXPECT_EQ(failures, 4) << "row, chunks, digests, stale marks; a failed state is only logged";
+}
+
+TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
+  const WikiRepo repo;
+  repo.dir.write("outside.txt", "precious\n");
+  const auto wiki = repo.open();
+  std::filesystem::create_symlink(repo.dir / "outside.txt", repo.dir / "wiki/pages/alpha.md");
+  EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha")), utils::IoError);
+  EXPECT_EQ(repo.dir.read("outside.txt"), "precious\n");
+  EXPECT_THROW(wiki->read_page("alpha"), utils::Error) << "nor read through";
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki
