@@ -1,0 +1,67 @@
+#include <map>
+
+#include "ossilar/cli/commands.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/open_wiki.h"
+
+namespace ossilar::cli {
+namespace {
+
+using workers::wiki::AdoptionReport;
+using workers::wiki::WikiStatus;
+
+void print_adoption(const AdoptionReport& report, Output& output) {
+  if (report.adopted > 0) output.line("Adopted " + std::to_string(report.adopted) + " committed page(s).");
+  for (const std::string& page : report.edited) {
+    output.line("  " + output.styled(Style::warn, page) +
+                " was edited since it was saved; its file was taken as it stands.");
+  }
+  for (const std::string& file : report.unplanned)
+    Output::diagnostic("belongs to no planned page, left alone: " + file);
+  for (const std::string& message : report.failed) Output::diagnostic(message);
+}
+
+void print_next_steps(const WikiStatus& status, Output& output) {
+  output.line();
+  output.line("Next:");
+  output.line("  ossilar plan                 what there is to write");
+  const std::string first = status.pages.empty() ? "overview" : status.pages.front().page_id;
+  output.line("  ossilar context " + first + "     what the author of a page needs to know");
+  output.line("  ossilar save " + first + " FILE   check a page and store it");
+  output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local and ignores itself.");
+}
+
+Map document_of(const std::filesystem::path& root, const std::vector<std::string>& created,
+                const WikiStatus& status, const AdoptionReport& adoption) {
+  return {{"root", utils::valid_utf8(root.string())},
+          {"created", created},
+          {"indexed_files", status.indexed_files},
+          {"planned_pages", status.pages.size()},
+          {"adopted", adoption.adopted},
+          {"edited", adoption.edited},
+          {"unplanned_files", adoption.unplanned},
+          {"failed", adoption.failed}};
+}
+
+}  // namespace
+
+int run_init(const Place& place, Output& output) {
+  const std::filesystem::path root = place.root_or_here();
+  const std::vector<std::string> created = workers::wiki::set_up_wiki(root);
+  const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
+  prepare_with_progress(*wiki);
+  const AdoptionReport adoption = wiki->adopt_pages();
+  const WikiStatus status = wiki->status();
+
+  output.document(document_of(root, created, status, adoption));
+  output.line(output.styled(Style::good, "ready") + "  " + output.styled(Style::bold, root.string()));
+  if (!created.empty())
+    output.line("Created " + output.styled(Style::plain, utils::join(created, ", ")) + ".");
+  output.line("Indexed " + std::to_string(status.indexed_files) + " file(s); " +
+              std::to_string(status.pages.size()) + " page(s) planned.");
+  print_adoption(adoption, output);
+  print_next_steps(status, output);
+  return kDone;
+}
+
+}  // namespace ossilar::cli

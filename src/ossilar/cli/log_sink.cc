@@ -1,0 +1,55 @@
+#include "ossilar/cli/log_sink.h"
+
+#include <spdlog/cfg/env.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
+
+#include <string>
+
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::cli {
+namespace {
+
+spdlog::level::level_enum level_of(utils::LogLevel level) {
+  switch (level) {
+    case utils::LogLevel::debug:
+      return spdlog::level::debug;
+    case utils::LogLevel::info:
+      return spdlog::level::info;
+    case utils::LogLevel::warning:
+      return spdlog::level::warn;
+    case utils::LogLevel::error:
+      return spdlog::level::err;
+  }
+  return spdlog::level::info;
+}
+
+// The record on one line: logger, message, and the failure with its chain of causes.
+std::string line_of(const utils::LogRecord& record) {
+  std::string line = record.logger + ": " + record.message();
+  if (!record.failure) return utils::printable(line);
+  const char* separator = ": ";
+  for (const utils::Cause& cause : record.failure->trace) {
+    line += separator + cause.type + ": " + cause.message;
+    if (!cause.place.empty()) line += " (" + cause.place + ")";
+    separator = "; caused by ";
+  }
+  return utils::printable(line);
+}
+
+}  // namespace
+
+void log_to_stderr() {
+  const auto logger = spdlog::stderr_color_mt("ossilar");
+  logger->set_pattern("%n: %^%l%$: %v");
+  logger->set_level(spdlog::level::warn);
+  spdlog::set_default_logger(logger);
+  spdlog::cfg::load_env_levels();
+  utils::set_log_sink([logger](const utils::LogRecord& record) {
+    logger->log(level_of(record.level), "{}", line_of(record));
+  });
+}
+
+}  // namespace ossilar::cli

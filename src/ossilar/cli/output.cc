@@ -1,0 +1,116 @@
+#include "ossilar/cli/output.h"
+
+#include <unistd.h>
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "ossilar/utils/text.h"
+
+namespace ossilar::cli {
+namespace {
+
+bool colors_wanted(ColorChoice choice, bool terminal) {
+  if (choice != ColorChoice::automatic) return choice == ColorChoice::always;
+  const char* no_color = std::getenv("NO_COLOR");
+  const char* term = std::getenv("TERM");
+  const bool dumb = term != nullptr && std::string_view(term) == "dumb";
+  return terminal && !dumb && (no_color == nullptr || *no_color == '\0');
+}
+
+const char* escape_for(Style style) {
+  switch (style) {
+    case Style::plain:
+      return "";
+    case Style::bold:
+      return "\x1b[1m";
+    case Style::dim:
+      return "\x1b[2m";
+    case Style::good:
+      return "\x1b[32m";
+    case Style::warn:
+      return "\x1b[33m";
+    case Style::bad:
+      return "\x1b[31m";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::size_t display_width(std::string_view text) {
+  std::size_t width = 0;
+  const auto* at = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto left = static_cast<utf8proc_ssize_t>(text.size());
+  while (left > 0) {
+    utf8proc_int32_t code = 0;
+    const utf8proc_ssize_t size = std::max<utf8proc_ssize_t>(utf8proc_iterate(at, left, &code), 1);
+    if (code > 0) width += static_cast<std::size_t>(std::max(utf8proc_charwidth(code), 0));
+    at += size;
+    left -= size;
+  }
+  return width;
+}
+
+Output::Output(bool json, ColorChoice color)
+    : json_(json), terminal_(isatty(STDOUT_FILENO) == 1), color_(colors_wanted(color, terminal_)) {}
+
+void Output::emit(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+void Output::line(std::string_view text) {
+  if (!json_) emit(std::string(text) + "\n");
+}
+
+std::string Output::styled(Style style, std::string_view text) const {
+  std::string shown = utils::printable(text);
+  if (!color_ || style == Style::plain) return shown;
+  return escape_for(style) + shown + "\x1b[0m";
+}
+
+void Output::table(const std::vector<std::string>& heads, const std::vector<std::vector<Cell>>& rows) {
+  std::vector<std::size_t> widths;
+  widths.reserve(heads.size());
+  for (const std::string& head : heads) widths.push_back(display_width(head));
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      widths[i] = std::max(widths[i], display_width(utils::printable(row[i].text)));
+    }
+  }
+  const auto print = [&](const std::vector<Cell>& row) {
+    std::string text;
+    std::size_t pending = 0;  // blanks owed before the next cell, so that no line ends in blanks
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (!row[i].text.empty()) {
+        text += std::string(pending, ' ') + styled(row[i].style, row[i].text);
+        pending = 0;
+      }
+      pending += widths[i] - display_width(utils::printable(row[i].text)) + 2;
+    }
+    line(text);
+  };
+  std::vector<Cell> head_row;
+  head_row.reserve(heads.size());
+  for (const std::string& head : heads) head_row.push_back({head, Style::dim});
+  print(head_row);
+  for (const auto& row : rows) print(row);
+}
+
+void Output::raw(std::string_view text) {
+  if (!json_) emit(terminal_ ? utils::printable(text) : std::string(text));
+}
+
+void Output::document(const Map& value) {
+  if (json_) emit(utils::json_text(value) + "\n");
+}
+
+void Output::diagnostic(std::string_view message) {
+  std::string text = utils::printable(message);
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  std::fprintf(stderr, "ossilar: %s\n", text.c_str());
+}
+
+bool Output::flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+
+}  // namespace ossilar::cli

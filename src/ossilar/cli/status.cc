@@ -1,0 +1,73 @@
+#include "ossilar/cli/commands.h"
+
+namespace ossilar::cli {
+namespace {
+
+using workers::wiki::PageCondition;
+using workers::wiki::PageState;
+using workers::wiki::WikiStatus;
+
+// Stale pages that the screen names; `plan` lists all.
+constexpr std::size_t kMostNamed = 10;
+
+struct Counts {
+  std::size_t ok = 0, stale = 0, missing = 0;
+};
+
+Counts count(const std::vector<PageState>& pages) {
+  Counts counts;
+  for (const PageState& page : pages) {
+    if (page.condition == PageCondition::ok) ++counts.ok;
+    if (page.condition == PageCondition::stale) ++counts.stale;
+    if (page.condition == PageCondition::missing) ++counts.missing;
+  }
+  return counts;
+}
+
+Map document_of(const WikiStatus& status, const Counts& counts) {
+  Map document{{"branch", status.branch},
+               {"commit", status.commit},
+               {"indexed_files", status.indexed_files},
+               {"pages", Map{{"ok", counts.ok}, {"stale", counts.stale}, {"missing", counts.missing}}},
+               {"last_write", Map()}};
+  if (status.last_write) {
+    document["last_write"] = Map{{"at", status.last_write->last_built_at},
+                                 {"by", status.last_write->model},
+                                 {"commit", status.last_write->last_commit}};
+  }
+  return document;
+}
+
+void print_stale(const WikiStatus& status, Output& output) {
+  std::size_t named = 0;
+  for (const PageState& page : status.pages) {
+    if (page.condition != PageCondition::stale) continue;
+    if (named++ == kMostNamed) return output.line("  more in: ossilar plan");
+    output.line("  " + output.styled(Style::bold, page.page_id) + "  " +
+                output.styled(Style::warn, page.reason));
+  }
+}
+
+}  // namespace
+
+int run_status(const Place& place, Output& output) {
+  const auto wiki = open_at(place, "status");
+  prepare_with_progress(*wiki);
+  const WikiStatus status = wiki->status();
+  const Counts counts = count(status.pages);
+  output.document(document_of(status, counts));
+  output.line("branch      " + output.styled(Style::bold, status.branch));
+  output.line("commit      " + output.styled(Style::plain, status.commit.empty() ? "none" : status.commit));
+  output.line("source      " + std::to_string(status.indexed_files) + " file(s)");
+  output.line("pages       " + output.styled(Style::good, std::to_string(counts.ok) + " ok") + ", " +
+              output.styled(Style::warn, std::to_string(counts.stale) + " stale") + ", " +
+              output.styled(Style::dim, std::to_string(counts.missing) + " missing"));
+  output.line("last write  " + (status.last_write
+                                    ? output.styled(Style::plain, status.last_write->last_built_at + " by " +
+                                                                      status.last_write->model)
+                                    : std::string("none on this branch")));
+  print_stale(status, output);
+  return kDone;
+}
+
+}  // namespace ossilar::cli

@@ -1,0 +1,215 @@
+// Runs the program and looks at what a user sees: exit code, standard output, standard error.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ossilar/store/write_lock.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/utils/process.h"
+#include "ossilar/utils/text.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::cli {
+namespace {
+
+using ossilar::testing::TempDir;
+using ossilar::testing::WikiRepo;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using utils::ProcessResult;
+namespace fs = std::filesystem;
+
+ProcessResult ossilar_in(const fs::path& repo, std::vector<std::string> arguments,
+                         const std::string& input = "") {
+  arguments.insert(arguments.begin(), {OSSILAR_PROGRAM, "--repo", repo.string()});
+  return utils::run_process(arguments, input);
+}
+
+const std::string kGood = WikiRepo::text_about("alpha");
+
+struct Case {
+  const char* why;
+  std::function<void(const WikiRepo&)> arrange;
+  std::vector<std::string> arguments;
+  std::string input;
+  int exit_code;
+  std::string says;  // in standard output for an answer, on one line of standard error for a failure
+};
+
+void store_alpha(const WikiRepo& repo) { ossilar_in(repo.dir.path(), {"save", "alpha"}, kGood); }
+
+void put_directory(const WikiRepo& repo) { fs::create_directories(repo.dir / "wiki/pages/alpha.md"); }
+
+void put_link(const WikiRepo& repo) { fs::create_symlink("/etc/hostname", repo.dir / "wiki/pages/alpha.md"); }
+
+void damage_database(const WikiRepo& repo) {
+  repo.dir.write(".ossilar/index.db", std::string(8192, 'x'));
+  fs::remove(repo.dir / ".ossilar/index.db-wal");
+}
+
+std::function<void(const WikiRepo&)> configure(const std::string& text) {
+  return [text](const WikiRepo& repo) { repo.dir.write("ossilar.toml", text); };
+}
+
+const std::vector<Case>& cases() {
+  static const std::vector<Case> kCases{
+      {"blank", {}, {"save", "alpha"}, " \n\u00a0\u3000", 1, "content is required"},
+      {"not UTF-8",
+       {},
+       {"save", "alpha"},
+       "a\nb\xff",
+       1,
+       "content is not UTF-8: byte 0xFF at offset 3 (line 2)"},
+      {"too long", {}, {"save", "alpha"}, std::string((1U << 20U) + 1, 'x'), 1, "at most 1048576 are taken"},
+      {"not planned", {}, {"save", "alfa"}, kGood, 1, "did you mean 'alpha'?"},
+      {"few citations",
+       {},
+       {"save", "alpha"},
+       "[src/alpha.cpp:L1]",
+       1,
+       "page has 1 valid citation(s); at least 2"},
+      {"few in a rehearsal", {}, {"save", "alpha", "--dry-run"}, "none", 1, "page has 0 valid citation(s)"},
+      {"taken title", {}, {"save", "alpha", "--title", "BETA"}, kGood, 1, "it is the title of page 'beta'"},
+      {"blank title", {}, {"save", "alpha", "--title", " "}, kGood, 1, "it is blank"},
+      {"brackets", {}, {"save", "alpha", "--title", "a[b]"}, kGood, 1, "it holds brackets"},
+      {"long title", {}, {"save", "alpha", "--title", std::string(201, 'x')}, kGood, 1, "longer than 200"},
+      {"no text yet",
+       {},
+       {"save", "alpha", "--section", "One"},
+       "x",
+       1,
+       "has no saved text to replace a section of"},
+      {"directory", put_directory, {"save", "alpha", "--section", "One"}, "x", 1, "has no saved text"},
+      {"no section",
+       store_alpha,
+       {"save", "alpha", "--section", " Zip "},
+       "x",
+       1,
+       "page 'alpha' has no section 'Zip'"},
+      {"show no section", store_alpha, {"show", "alpha", "--section", "Zip"}, "", 1, "has no section 'Zip'"},
+      {"show not written", {}, {"show", "alpha"}, "", 1, "page 'alpha' is not written yet"},
+      {"context not planned", {}, {"context", "nope"}, "", 1, "page 'nope' is not in the plan"},
+      {"directory in place", put_directory, {"save", "alpha"}, kGood, 3, "alpha.md is not a regular file"},
+      {"link in place", put_link, {"save", "alpha"}, kGood, 3, "alpha.md is a symbolic link"},
+      {"link out", put_link, {"save", "alpha", "--section", "One"}, "x", 3, "leads out of"},
+      {"stored text not UTF-8",
+       [](const WikiRepo& repo) { repo.dir.write("wiki/pages/alpha.md", "# A\n\xff\n"); },
+       {"save", "alpha", "--section", "One"},
+       "x",
+       3,
+       "alpha.md is not UTF-8: byte 0xFF at offset 4 (line 2)"},
+      {"damaged database", damage_database, {"save", "alpha"}, kGood, 3, "index.db"},
+      {"broken repository",
+       [](const WikiRepo& repo) { repo.dir.write(".git/HEAD", "?\n"); },
+       {"plan"},
+       "",
+       3,
+       "the git repository at"},
+      {"wiki is a link",
+       [](const WikiRepo& repo) {
+         fs::remove_all(repo.dir / "wiki");
+         fs::create_directory_symlink("/tmp", repo.dir / "wiki");
+       },
+       {"save", "alpha"},
+       kGood,
+       2,
+       "wiki is a symbolic link"},
+      {"never set up",
+       [](const WikiRepo& repo) { fs::remove_all(repo.dir / ".ossilar"); },
+       {"plan"},
+       "",
+       2,
+       "set it up with: ossilar init"},
+      {"unknown key", configure("[wiki]\ndirr = \"x\"\n"), {"plan"}, "", 2, "ossilar.toml:2"},
+      {"wrong type", configure("[wiki]\ndiagrams = 3\n"), {"plan"}, "", 2, "diagrams"},
+      {"page id out of the wiki", configure("[[page]]\nid = \"../x\"\n"), {"plan"}, "", 2, "../x"},
+      {"unknown command", {}, {"frob"}, "", 2, "unknown command or argument 'frob'"},
+      {"no page", {}, {"save"}, "", 2, "PAGE is required"},
+      {"no such file", {}, {"save", "alpha", "/nonexistent.md"}, "", 2, "cannot open /nonexistent.md"},
+  };
+  return kCases;
+}
+
+TEST(Program, SaysWhatIsWrongOnceWithTheDocumentedExitCodeAndChangesNothing) {
+  for (const Case& row : cases()) {
+    SCOPED_TRACE(row.why);
+    const WikiRepo repo;
+    if (row.arrange) row.arrange(repo);
+    const ProcessResult human = ossilar_in(repo.dir.path(), row.arguments, row.input);
+    EXPECT_EQ(human.exit_code, row.exit_code) << human.output << human.errors;
+    const std::string& said = row.exit_code == 1 ? human.output : human.errors;
+    EXPECT_THAT(said, HasSubstr(row.says));
+    EXPECT_THAT(row.exit_code == 1 ? human.errors : human.output, IsEmpty());
+    EXPECT_LE(utils::count_lines(human.errors), 1U) << human.errors;
+
+    std::vector<std::string> arguments = row.arguments;
+    arguments.emplace_back("--json");
+    const ProcessResult json = ossilar_in(repo.dir.path(), arguments, row.input);
+    EXPECT_EQ(json.exit_code, row.exit_code);
+    EXPECT_THAT(utils::string_member(utils::parse_json(json.output, "output"), "error"), HasSubstr(row.says));
+  }
+}
+
+TEST(Program, ALockThatIsHeldIsARefusalThatNamesTheHolder) {
+  const WikiRepo repo("[wiki]\nlock_timeout_s = 0.05\n");
+  store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .timeout = {}, .holder = "a test"});
+  lock.acquire(true);
+  const ProcessResult result = ossilar_in(repo.dir.path(), {"save", "alpha"}, kGood);
+  lock.release();
+  EXPECT_EQ(result.exit_code, 1);
+  EXPECT_THAT(result.output, HasSubstr("a test"));
+}
+
+TEST(Program, AFailedRefreshOfTheIndexIsLoggedAndThePageIsSaved) {
+  const WikiRepo repo;
+  fs::create_directories(repo.dir / "wiki/index.md");
+  const ProcessResult result = ossilar_in(repo.dir.path(), {"save", "alpha"}, kGood);
+  EXPECT_EQ(result.exit_code, 0) << result.errors;
+  EXPECT_THAT(result.errors,
+              HasSubstr("ossilar.workers.wiki.agent_save: post-save index/state refresh failed: "
+                        "ossilar::utils::IoError: "));
+  EXPECT_THAT(repo.page("alpha"), HasSubstr("About alpha."));
+}
+
+// The whole way of a new user, in a folder outside git, with the output of each step.
+TEST(Program, SetsUpSavesShowsAndReports) {
+  const TempDir dir;
+  dir.write("lib/one.py", "def one():\n    return 1\n\n\ndef two():\n    return 2\n");
+  const ProcessResult init = ossilar_in(dir.path(), {"init"});
+  ASSERT_EQ(init.exit_code, 0) << init.errors;
+  EXPECT_THAT(init.output, HasSubstr("Created ossilar.toml, wiki/pages/, .ossilar/, .ossilar/.gitignore."));
+  EXPECT_EQ(dir.read(".ossilar/.gitignore"), "*\n");
+
+  const Map plan = utils::parse_json(ossilar_in(dir.path(), {"plan", "--json"}).output, "plan");
+  std::string unit;
+  for (const Map& page : plan.at("pages")) {
+    EXPECT_EQ(page.at("state"), "missing");
+    if (page.at("type") == "module") unit = page.at("page_id").get<std::string>();
+  }
+  ASSERT_FALSE(unit.empty()) << plan;
+  const ProcessResult context = ossilar_in(dir.path(), {"context", unit});
+  EXPECT_THAT(context.output, HasSubstr("| lib/one.py | Python | 6 |"));
+
+  const std::string text = "Numbers.\n\n## How it works\n\n[lib/one.py:L1-L2] and [lib/one.py:L5-L6].\n";
+  dir.write("page.md", text);
+  const ProcessResult saved = ossilar_in(dir.path(), {"save", unit, (dir / "page.md").string()});
+  ASSERT_EQ(saved.exit_code, 0) << saved.output << saved.errors;
+  EXPECT_THAT(saved.output, HasSubstr("2 citation(s)"));
+  EXPECT_THAT(saved.output,
+              HasSubstr("missing-section: a page of type module has a section 'Responsibility'"));
+  EXPECT_EQ(ossilar_in(dir.path(), {"show", unit, "--authored"}).output, text);
+  EXPECT_EQ(ossilar_in(dir.path(), {"show", unit, "--section", "how IT works"}).output,
+            text.substr(text.find("##")));
+  const Map status = utils::parse_json(ossilar_in(dir.path(), {"status", "--json"}).output, "status");
+  EXPECT_EQ(status.at("branch"), "default");
+  EXPECT_EQ(status.at("pages").at("ok"), 1);
+  EXPECT_EQ(status.at("last_write").at("by"), "agent-session");
+}
+
+}  // namespace
+}  // namespace ossilar::cli
