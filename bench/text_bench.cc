@@ -1,0 +1,90 @@
+// What the parts of a save that work on text cost, in MB/s of page text.
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "ossilar/search/chunking.h"
+#include "ossilar/search/embedder.h"
+#include "ossilar/source/source_index.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar {
+namespace {
+
+// A page of `sections` sections of some 600 bytes each, as an agent would write it.
+std::string page_of(std::int64_t sections) {
+  std::string text = "A summary of the page.\n\n";
+  for (std::int64_t i = 0; i < sections; ++i) {
+    text += "## Section " + std::to_string(i) + "\n\n";
+    for (int line = 1; line <= 6; ++line) {
+      text += "The parser reads one token and decides what follows from it [src/parser.cpp:L" +
+              std::to_string(line) + "-L" + std::to_string(line + 9) + "].\n";
+    }
+    text += "\n```cpp\nToken next(Stream& stream);\n```\n\n";
+  }
+  return text;
+}
+
+source::SourceIndex one_file_index() {
+  source::SourceFile file;
+  file.path = "src/parser.cpp";
+  file.lines = 1000;
+  return source::SourceIndex({std::make_shared<const source::SourceFile>(file)});
+}
+
+void set_speed(benchmark::State& state, const std::string& text) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(text.size()));
+}
+
+void build_cache_text(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  const Map cache{{"prose", text}, {"outline", workers::wiki::section_headings(text)}};
+  for (auto _ : state) benchmark::DoNotOptimize(utils::json_text(cache));
+  set_speed(state, text);
+}
+
+void section_replacement(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  for (auto _ : state)
+    benchmark::DoNotOptimize(workers::wiki::replace_section(text, "Section 3", "New text.\n"));
+  set_speed(state, text);
+}
+
+void citation_scan(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  const source::SourceIndex index = one_file_index();
+  const auto no_page = [](std::string_view) { return std::optional<std::string>(); };
+  for (auto _ : state) benchmark::DoNotOptimize(workers::wiki::read_brackets(text, index, no_page));
+  set_speed(state, text);
+}
+
+void chunking(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  for (auto _ : state) benchmark::DoNotOptimize(search::passages(text));
+  set_speed(state, text);
+}
+
+void embedding(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  std::vector<std::string> texts;
+  for (search::Passage& passage : search::passages(text)) texts.push_back(std::move(passage.text));
+  const auto embedder = search::make_local_embedder();
+  for (auto _ : state) benchmark::DoNotOptimize(embedder->embed(texts));
+  set_speed(state, text);
+}
+
+// 10 sections are a page of some 6 KB, 100 one of 60 KB.
+BENCHMARK(build_cache_text)->Arg(10)->Arg(100);
+BENCHMARK(section_replacement)->Arg(10)->Arg(100);
+BENCHMARK(citation_scan)->Arg(10)->Arg(100);
+BENCHMARK(chunking)->Arg(10)->Arg(100);
+BENCHMARK(embedding)->Arg(10)->Arg(100);
+
+}  // namespace
+}  // namespace ossilar
+
+BENCHMARK_MAIN();
