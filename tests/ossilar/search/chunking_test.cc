@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <random>
 
-#include "support/rows.h"
 #include "ossilar/utils/text.h"
+#include "support/rows.h"
 
 namespace ossilar::search {
 namespace {

@@ -3,8 +3,8 @@
 
 #include "ossilar/source/indexer.h"
 #include "ossilar/source/repository.h"
-#include "support/rows.h"
 #include "ossilar/utils/error.h"
+#include "support/rows.h"
 
 namespace ossilar::source {
 namespace {

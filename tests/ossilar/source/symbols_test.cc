@@ -6,10 +6,10 @@
 #include "ossilar/source/ctags.h"
 #include "ossilar/source/indexer.h"
 #include "ossilar/source/record.h"
-#include "support/rows.h"
 #include "ossilar/utils/best_effort.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/text.h"
+#include "support/rows.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::source {
