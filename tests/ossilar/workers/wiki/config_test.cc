@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/rows.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::workers::wiki {
@@ -55,48 +56,12 @@ TEST(Config, ReadsEveryKey) {
 }
 
 TEST(Config, RefusesNamingFileLineAndKey) {
-  struct Row {
-    const char* text;
-    const char* message;
-  };
-  const std::string long_title = "[[page]]\nid='a'\ntitle='" + std::string(201, 'x') + "'";
-  const std::vector<Row> rows = {
-      {"\n[wiki]\ndiagram = true", "ossilar.toml:3: [wiki] diagram: unknown key; did you mean \"diagrams\"?"},
-      {"[wikki]\n", "ossilar.toml:1: wikki: unknown key; did you mean \"wiki\"?"},
-      {"zzzzzzzzz = 1", "zzzzzzzzz: unknown key; known here: wiki, embedding, steering, page"},
-      {"[wiki]\ndir = 3", "ossilar.toml:2: [wiki] dir: expected a string, found an integer"},
-      {"[wiki]\ndiagrams = 'yes'", "expected true or false, found a string"},
-      {"[wiki]\nmin_citations_per_page = 2.5", "expected an integer, found a number with a fraction"},
-      {"[wiki]\nmin_citations_per_page = -1", "expected 0 or more"},
-      {"[wiki]\nlock_timeout_s = 0", "more than 0"},
-      {"[wiki]\nlock_timeout_s = nan", "more than 0"},
-      {"[wiki]\nlock_timeout_s = 3601", "at most 3600"},
-      {"wiki = 1", "ossilar.toml:1: wiki: expected a table, found an integer"},
-      {"[steering]\ntexts = ''", "[steering] texts: unknown key; did you mean \"text\"?"},
-      {"steering = 1", "expected a string, or a table with the key text"},
-      {"[embedding]\nprovider = 'remote'", "expected local, http, found \"remote\""},
-      {"\n[embedding]\nprovider = 'http'\nmodel = 'm'", "ossilar.toml:2: [embedding] url: missing"},
-      {"[embedding]\nprovider = 'http'\nurl = 'http://e'", "[embedding] model: missing"},
-      {"[embedding]\nurl = 'file:///etc/passwd'", "begins with http:// or https://"},
-      {"[page]\nid = 'a'", "page: expected [[page]] tables, found a table"},
-      {"[[page]]\ntitle = 'A'", "ossilar.toml:1: [[page]] id: missing"},
-      {"[[page]]\nid = 'A'", "ossilar.toml:2: [[page]] id: \"A\" is no page id"},
-      {"[[page]]\nid = 'a'\n[[page]]\nid = 'a'", "ossilar.toml:3: [[page]] id: \"a\" stands twice"},
-      {"[[page]]\nid = 'a'\nparent = '../b'", "[[page]] parent: \"../b\" is no page id"},
-      {"[[page]]\nid = 'a'\nrelated = ['b', 1]", "[[page]] related: expected a string, found an integer"},
-      {"[[page]]\nid = 'a'\nsources = 'src'", "expected a list of strings, found a string"},
-      {"[[page]]\nid = 'a'\nsources = ['']", "patterns of 1 to 500 bytes"},
-      {"[[page]]\nid = 'a'\ntype = 'page'", "expected overview, architecture, module, topic"},
-      {"[[page]]\nid = 'a'\nimportance = 'HIGH'", "expected high, medium, low"},
-      {"[[page]]\nid = 'a'\ntitle = ' '", "a title of 1 to 200 characters"},
-      {long_title.c_str(), "a title of 1 to 200 characters"},
-      {"[[page]]\nid = 'a'\ntitle = \"a\\nb\"", "one line without control characters"},
-      {"[[page]]\nid = 'a'\ntitle = \"a\\u001bb\"", "one line without control characters"},
-      {"[[page]]\nid = 'a'\ntitle = 'a[0]'", "cannot hold '[' or ']'"},
-      {"[wiki]\ndir = \n", "ossilar.toml:2: not TOML"},
-      {"steering = '''\xC3\x28'''", "not UTF-8: byte 0xC3 at offset 14"},
-  };
-  for (const Row& row : rows) EXPECT_THAT(refusal(row.text), HasSubstr(row.message)) << row.text;
+  for (const Map& row : testing::rows_of("wiki/config_refusals.txt")) {
+    EXPECT_THAT(refusal(row[0]), HasSubstr(row[1].get<std::string>())) << row[0];
+  }
+  EXPECT_THAT(refusal("steering = '''\xC3\x28'''"), HasSubstr("not UTF-8: byte 0xC3 at offset 14"));
+  EXPECT_THAT(refusal("[[page]]\nid='a'\ntitle='" + std::string(201, 'x') + "'"),
+              HasSubstr("a title of 1 to 200 characters"));
   EXPECT_THAT(refusal("[embedding]\napi_key_env = 'sk-secret'"), Not(HasSubstr("secret")))
       << "a key is not shown";
   EXPECT_EQ(refusal("[[page]]\nid='a'\ntitle='" + std::string(100, 'x') + "\u00e9\u00e9'"), "")

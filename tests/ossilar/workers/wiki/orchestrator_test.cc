@@ -218,18 +218,6 @@ TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
 }
 
-TEST(Host, ALockThatAnotherHoldsIsAnAnswer) {
-  const WikiRepo repo("[wiki]\nlock_timeout_s = 0.02\n");
-  const auto wiki = repo.open();
-  store::WriteLock other(
-      {.path = repo.dir / ".ossilar/write.lock", .timeout = {}, .holder = "another program"});
-  other.acquire(true);
-  EXPECT_THAT(error_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))),
-              HasSubstr("the wiki is being written by"));
-  other.release();
-  EXPECT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
-}
-
 // Fails at one call of a save, counted over all that write.
 class FailingStore final : public store::ForwardingStore {
  public:

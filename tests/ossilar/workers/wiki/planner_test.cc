@@ -7,6 +7,7 @@
 #include <set>
 
 #include "ossilar/workers/wiki/glob.h"
+#include "support/rows.h"
 #include "support/source_tree.h"
 
 namespace ossilar::workers::wiki {
@@ -245,24 +246,12 @@ TEST(AmendPlan, AmendsInPlaceAndAddsAtTheEnd) {
 
 TEST(AmendPlan, RefusesNamingEntryAndKey) {
   const source::SourceIndex index = tree_of(files_in("a/", "x", 3, 100) + files_in("b/", "y", 2, 100));
-  struct Row {
-    const char* text;
-    const char* message;
-  };
-  const std::vector<Row> rows = {
-      {"[[page]]\nid='n'\nparent='none'", "[[page]] \"n\", parent: no page \"none\" is in the plan"},
-      {"[[page]]\nid='n'\nrelated=['a', 'gone']", "[[page]] \"n\", related: no page \"gone\""},
-      {"[[page]]\nid='n'\ntitle='A'", "[[page]] \"n\", title: \"A\" is the title of the page \"a\" too"},
-      {"[[page]]\nid='x/a'", "[[page]] \"x/a\", title: \"A\" is the title"},
-      {"[[page]]\nid='a'\nparent='a'", "[[page]] \"a\", parent: the page would be its own ancestor"},
-      {"[[page]]\nid='a'\nparent='b'\n[[page]]\nid='b'\nparent='a'", "would be its own ancestor"},
-  };
-  for (const Row& row : rows) {
+  for (const Map& row : ossilar::testing::rows_of("wiki/entry_refusals.txt")) {
     try {
-      amend_plan(derive_plan(index, "Proj"), entries(row.text), index);
-      ADD_FAILURE() << row.message;
+      amend_plan(derive_plan(index, "Proj"), entries(row[0]), index);
+      ADD_FAILURE() << row;
     } catch (const utils::ConfigError& error) {
-      EXPECT_THAT(error.what(), HasSubstr(row.message));
+      EXPECT_THAT(error.what(), HasSubstr(row[1].get<std::string>()));
     }
   }
   const WikiConfig swapped = entries("[[page]]\nid='a'\ntitle='b'\n[[page]]\nid='b'\ntitle='a'");
@@ -271,57 +260,9 @@ TEST(AmendPlan, RefusesNamingEntryAndKey) {
 }
 
 TEST(Glob, Matches) {
-  struct Row {
-    const char* pattern;
-    const char* path;
-    bool matches;
-  };
-  const std::vector<Row> rows = {
-      {"src/a.c", "src/a.c", true},
-      {"src", "src/x/a.c", true},
-      {"src/", "src/a.c", true},
-      {"./src", "src/a.c", true},
-      {"sr", "src/a.c", false},
-      {"src/*.c", "src/a.c", true},
-      {"src/*.c", "src/x/a.c", false},
-      {"*.c", "a.c", true},
-      {"*.c", "x/a.c", false},
-      {"*", "x/a.c", false},
-      {"src/*", "src/x/a.c", false},
-      {"*/x", "a/x/b.c", true},
-      {"**/*.c", "a.c", true},
-      {"**/*.c", "x/y/a.c", true},
-      {"**/x/*.c", "a/b/x/a.c", true},
-      {"**/x/*.c", "a/bx/a.c", false},
-      {"a/**/b.c", "a/b.c", true},
-      {"a/**/b.c", "a/x/y/b.c", true},
-      {"a/**/b.c", "ab.c", false},
-      {"a/**", "a/x/y", true},
-      {"a/**", "a", false},
-      {"a**z", "a/b/z", true},
-      {"?.c", "a.c", true},
-      {"?.c", "/.c", false},
-      {"?.c", "\u00e9.c", true},
-      {"[a-c].c", "b.c", true},
-      {"[!a-c].c", "b.c", false},
-      {"[!a-c].c", "d.c", true},
-      {"x[!a]y", "x/y", false},
-      {"[]a].c", "].c", true},
-      {"[a", "[a", true},
-      {"app/[id]/p.ts", "app/[id]/p.ts", true},
-      {"app/[id]/p.ts", "app/i/p.ts", true},
-      {"app/[id]", "app/[id]/p.ts", true},
-      {"\\*.c", "*.c", true},
-      {"\\*.c", "a.c", false},
-      {"", "", false},
-      {"", "a", false},
-      {"**", "a/b", true},
-      {"a*b*c", "aXbYc", true},
-      {"a*b*c", "aXbY", false},
-      {"**/**/a", "x/a", true},
-  };
-  for (const Row& row : rows)
-    EXPECT_EQ(glob_matches(row.pattern, row.path), row.matches) << row.pattern << " | " << row.path;
+  for (const Map& row : ossilar::testing::rows_of("wiki/globs.txt")) {
+    EXPECT_EQ(glob_matches(row[0].get<std::string>(), row[1].get<std::string>()), row[2].get<bool>()) << row;
+  }
 }
 
 // Patterns that make a matcher which tries every way take time beyond any patience.
