@@ -1,16 +1,18 @@
 // Saves one section of a page many times, as a process of its own: each time with one line more, so that the
 // final page shows every save that was acknowledged. Usage: section_writer ROOT PAGE SECTION COUNT. Prints
 // "saved LINE" or "refused LINE: ERROR" for each save.
+#include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "ossilar/workers/wiki/open_wiki.h"
 
 int main(int argc, char** argv) {
-  if (argc != 5) return 2;
+  if (argc < 5) return 2;
   const std::string page = argv[2];
   const std::string section = argv[3];
   const auto wiki = ossilar::workers::wiki::open_wiki(argv[1], "section_writer");
+  if (argc > 5) std::filesystem::remove_all(wiki->paths().turns());
   std::string acknowledged;
   for (int i = 0; i < std::stoi(argv[4]); ++i) {
     const std::string line =

@@ -92,6 +92,7 @@ std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string
   if (!is_there(paths.state)) {
     throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
   }
+  utils::open_directory(paths.turns(), utils::Missing::create);
   auto store = store::open_sqlite_store(paths.database());
   return std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = std::move(paths),
                                                                  .config = std::move(config),

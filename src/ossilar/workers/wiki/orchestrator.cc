@@ -14,6 +14,7 @@
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/diagrams.h"
 #include "ossilar/workers/wiki/grounding.h"
+#include "ossilar/workers/wiki/page_turn.h"
 #include "ossilar/workers/wiki/planner.h"
 #include "ossilar/workers/wiki/prose_words.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -24,6 +25,9 @@ namespace {
 
 // Warnings of one kind that an answer names; the rest is counted, so that an answer stays readable.
 constexpr std::size_t kMostWarnings = 20;
+
+// Some hundred saves of a page can go before within this time.
+constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
@@ -88,6 +92,13 @@ WikiGenerator::WikiGenerator(Services services)
 }
 
 WikiGenerator::~WikiGenerator() = default;
+
+Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::optional<std::string>& content,
+                                      const std::optional<std::string>& section,
+                                      const std::optional<std::string>& title) {
+  const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
+  return AgentSaveMixin::save_agent_page(page_id, content, section, title);
+}
 
 // ---- Plan and rows.
 

@@ -35,6 +35,8 @@ struct WikiPaths {
   std::filesystem::path state;  // `.ossilar`
   std::filesystem::path database() const { return state / "index.db"; }
   std::filesystem::path lock() const { return state / "write.lock"; }
+  // The locks by which savers of one page take turns; a page has one of a fixed number of them.
+  std::filesystem::path turns() const { return state / "turns"; }
 };
 
 // The plan of the wiki with the index that it was derived from. Immutable.
@@ -79,6 +81,13 @@ class WikiGenerator final : public AgentSaveMixin {
   };
   explicit WikiGenerator(Services services);
   ~WikiGenerator() override;
+
+  // As AgentSaveMixin's, in the page's turn: savers of one page queue before they draft, because of drafts
+  // made side by side all but one would be thrown away. A turn is a courtesy and never waited for long; what
+  // keeps saves apart is the commit's check.
+  Answer save_agent_page(const std::string& page_id, const std::optional<std::string>& content,
+                         const std::optional<std::string>& section = std::nullopt,
+                         const std::optional<std::string>& title = std::nullopt) override;
 
   // What save_agent_page() would answer, with `saved` false and `dry_run` true in it; nothing is written.
   Answer preview_agent_page(const SaveRequest& request);

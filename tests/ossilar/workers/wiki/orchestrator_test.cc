@@ -178,7 +178,8 @@ TEST(Host, ASaveOfAnotherPageMeanwhileCostsNoSecondEmbedding) {
 }
 
 TEST(Host, ALostRaceIsDraftedAgainFromWhatTheOtherSaved) {
-  const WikiRepo repo;
+  const WikiRepo repo(
+      "[wiki]\nlock_timeout_s = 0.05\n");  // the other gives up its turn and saves all the same
   WatchedWiki watched(repo);
   ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
   const auto other = repo.open();
