@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "ossilar/utils/task.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::store {
@@ -32,6 +33,7 @@ namespace {
 constexpr milliseconds kLongestTimeout = std::chrono::hours(24 * 365);  // its sum with any time is a time
 constexpr milliseconds kFirstPause(1);
 constexpr milliseconds kLongestPause(25);
+constexpr milliseconds kCancelLook(50);  // between looks whether the work that waits was cancelled
 constexpr std::size_t kLongestLine = 512;
 constexpr mode_t kFileMode = 0666;  // the umask takes away what the user wants taken away
 
@@ -157,8 +159,11 @@ void WriteLock::release() {
 
 void WriteLock::enter(const Attempt& attempt) {
   std::unique_lock lock(mutex_);
-  if (!left_.wait_until(lock, attempt.deadline, [this] { return !entered_; })) {
-    throw busy("another save of this process", Clock::now() - attempt.began);
+  for (Clock::time_point now = Clock::now();; now = Clock::now()) {
+    const Clock::time_point until = std::min(attempt.deadline, now + kCancelLook);
+    if (left_.wait_until(lock, until, [this] { return !entered_; })) break;
+    if (now >= attempt.deadline) throw busy("another save of this process", now - attempt.began);
+    utils::check_cancelled();
   }
   entered_ = true;
 }
@@ -181,6 +186,7 @@ utils::UniqueFd WriteLock::lock_file(const Attempt& attempt) const {
     }
     const Clock::time_point now = Clock::now();
     if (now >= attempt.deadline) throw busy(holder_in(file.get()), now - attempt.began);
+    utils::check_cancelled();
     std::this_thread::sleep_for(std::min<Clock::duration>(pauses.next(), attempt.deadline - now));
   }
 }

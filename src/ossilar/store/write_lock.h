@@ -36,7 +36,7 @@ class WriteLock {
 
   // Takes the lock; with `wait` it waits up to the timeout, else it gives up at once. Throws LockBusy when
   // another holds it, IoError when the file cannot be opened or locked; no symbolic link is followed on the
-  // way to it.
+  // way to it. Waiting ends with utils::Cancelled when the thread's task is cancelled.
   void acquire(bool wait);
 
   // Gives the lock back. Throws IoError when the system refuses; the lock is free even then.
