@@ -19,15 +19,6 @@ void set_options() {
   }
 }
 
-void initialise_once() {
-  static const bool done = [] {
-    if (git_libgit2_init() < 0) throw git_error("cannot initialise libgit2");
-    set_options();
-    return true;
-  }();
-  static_cast<void>(done);
-}
-
 [[noreturn]] void throw_bare(const std::filesystem::path& root) {
   throw utils::Error(root.string() + " is a bare git repository; run ossilar in a checkout of it");
 }
@@ -97,6 +88,15 @@ void refuse_unreadable(git_repository* repository, const std::filesystem::path& 
 
 }  // namespace
 
+void use_libgit2() {
+  static const bool done = [] {
+    if (git_libgit2_init() < 0) throw git_error("cannot initialise libgit2");
+    set_options();
+    return true;
+  }();
+  static_cast<void>(done);
+}
+
 utils::Error git_error(const std::string& what, utils::Place place) {
   const auto* error = git_error_last();
   const std::string reason = error == nullptr ? "unknown failure" : utils::valid_utf8(error->message);
@@ -104,7 +104,7 @@ utils::Error git_error(const std::string& what, utils::Place place) {
 }
 
 GitHandle<git_repository> open_repository(const std::filesystem::path& root) {
-  initialise_once();
+  use_libgit2();
   if (!holds_git(root)) {
     if (open_git_directory(root)) throw_bare(root);
     return nullptr;

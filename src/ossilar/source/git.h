@@ -24,6 +24,9 @@ struct GitFree {
 template <class Handle>
 using GitHandle = std::unique_ptr<Handle, GitFree>;
 
+// Makes libgit2 ready; to be called before any other function of it.
+void use_libgit2();
+
 // The repository whose working tree has `root` as its root, or null when `root` holds no `.git`. Runs no
 // program. Throws Error for a repository that is damaged or bare.
 GitHandle<git_repository> open_repository(const std::filesystem::path& root);

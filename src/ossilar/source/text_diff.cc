@@ -1,0 +1,42 @@
+#include "ossilar/source/text_diff.h"
+
+#include <git2.h>
+
+#include <memory>
+
+#include "ossilar/source/git.h"
+
+namespace ossilar::source {
+namespace {
+
+struct PatchFree {
+  void operator()(git_patch* patch) const { git_patch_free(patch); }
+};
+
+// git's header speaks of files and blobs, of which there are none here.
+std::string without_header(std::string_view patch) {
+  const std::size_t hunk = patch.find("\n@@ ");
+  return hunk == patch.npos ? std::string() : std::string(patch.substr(hunk + 1));
+}
+
+}  // namespace
+
+std::string unified_diff(const NamedText& before, const NamedText& after) {
+  if (before.text == after.text) return "";
+  use_libgit2();
+  git_diff_options options = GIT_DIFF_OPTIONS_INIT;
+  options.flags = GIT_DIFF_FORCE_TEXT;
+  git_patch* made = nullptr;
+  if (git_patch_from_buffers(&made, before.text.data(), before.text.size(), "text", after.text.data(),
+                             after.text.size(), "text", &options) != 0) {
+    throw git_error("cannot compare two texts");
+  }
+  const std::unique_ptr<git_patch, PatchFree> patch(made);
+  git_buf buffer = GIT_BUF_INIT_CONST(nullptr, 0);
+  if (git_patch_to_buf(&buffer, patch.get()) != 0) throw git_error("cannot compare two texts");
+  const std::string hunks = without_header({buffer.ptr, buffer.size});
+  git_buf_dispose(&buffer);
+  return "--- " + before.name + "\n+++ " + after.name + "\n" + hunks;
+}
+
+}  // namespace ossilar::source
