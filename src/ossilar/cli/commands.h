@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ossilar/cli/output.h"
+#include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 
 namespace ossilar::cli {
@@ -46,6 +47,8 @@ int run_context(const Place& place, const std::string& page_id, Output& output);
 int run_save(const Place& place, const SaveArguments& arguments, Output& output);
 int run_show(const Place& place, const ShowArguments& arguments, Output& output);
 int run_status(const Place& place, Output& output);
+// Takes standard output for itself; log records go to `log` and to the client.
+int run_mcp(const Place& place, const utils::LogSink& log);
 
 // Shared by the commands.
 
@@ -54,6 +57,9 @@ std::unique_ptr<workers::wiki::WikiGenerator> open_at(const Place& place, const 
 // Brings the wiki's index and plan up to date behind a progress bar, and names on standard error what it left
 // out.
 void prepare_with_progress(workers::wiki::WikiGenerator& wiki);
+
+// The same, and takes over the committed pages of a branch that is new to this wiki.
+void bring_up_to_date(workers::wiki::WikiGenerator& wiki);
 
 // Prints an answer with `error`; gives kRefused.
 int print_refusal(const workers::wiki::Answer& answer, Output& output);

@@ -27,7 +27,7 @@ Map document_of(const PageContext& context) {
 int run_context(const Place& place, const std::string& page_id, Output& output) {
   require_utf8_argument(page_id, "PAGE");
   const auto wiki = open_at(place, "context");
-  prepare_with_progress(*wiki);
+  bring_up_to_date(*wiki);
   const auto found = wiki->page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
   const auto& context = std::get<PageContext>(found);

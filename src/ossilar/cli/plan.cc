@@ -38,7 +38,7 @@ std::vector<Output::Cell> row_of(const PageState& page) {
 
 int run_plan(const Place& place, Output& output) {
   const auto wiki = open_at(place, "plan");
-  prepare_with_progress(*wiki);
+  bring_up_to_date(*wiki);
   Map pages = Map::array();
   std::vector<std::vector<Output::Cell>> rows;
   for (const PageState& page : wiki->page_states()) {

@@ -12,13 +12,12 @@ namespace ossilar::cli {
 namespace {
 
 using workers::wiki::Answer;
+using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
 
 // Beyond the limit of a page, so that the answer can say how long the content is; what is longer still is not
 // read.
 constexpr std::size_t kReadLimit = 4 * workers::wiki::kLargestContent;
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 std::string read_content(const std::string& file) {
   utils::UniqueFd opened;
@@ -33,18 +32,19 @@ std::string read_content(const std::string& file) {
   const std::string name = fd == STDIN_FILENO ? "standard input" : file;
   auto content = utils::read_at_most(fd, kReadLimit, name);
   if (!content) throw utils::ConfigError(name + " is longer than a page can be (1 MiB)");
-  // Some editors put a byte order mark first; it says nothing of a text that is UTF-8 anyway.
-  if (content->compare(0, kByteOrderMark.size(), kByteOrderMark) == 0)
-    content->erase(0, kByteOrderMark.size());
   return *std::move(content);
+}
+
+// Relative to the current directory, where that is shorter to read.
+std::string shown_path(const std::filesystem::path& file) {
+  return std::filesystem::proximate(file).string();
 }
 
 void print_saved(const Answer& answer, const std::filesystem::path& wiki_dir, bool dry_run, Output& output) {
   const std::string page = utils::string_member(answer, "page_id");
-  const std::filesystem::path file =
-      std::filesystem::proximate(wiki_dir / utils::string_member(answer, "rel_path"));
+  const std::string file = shown_path(wiki_dir / utils::string_member(answer, "rel_path"));
   output.line(output.styled(Style::good, dry_run ? "would save" : "saved") + "  " +
-              output.styled(Style::bold, page) + "  " + output.styled(Style::plain, file.string()));
+              output.styled(Style::bold, page) + "  " + output.styled(Style::plain, file));
   output.line("       " + utils::text_form(answer.at("citations")) + " citation(s), " +
               utils::text_form(answer.at("words")) + " words");
   for (const Map& warning : answer.at("warnings")) {
@@ -60,11 +60,19 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
   const SaveRequest request{arguments.page_id, read_content(arguments.file), arguments.section,
                             arguments.title};
   if (const auto refusal = workers::wiki::refuse_request(request)) return print_refusal(*refusal, output);
-  prepare_with_progress(*wiki);
-  const Answer answer = arguments.dry_run ? wiki->preview_agent_page(request)
-                                          : wiki->save_agent_page(request.page_id, request.content,
-                                                                  request.section, request.title);
-  if (answer.contains("error")) return print_refusal(answer, output);
+  bring_up_to_date(*wiki);
+  const SaveOutcome outcome = arguments.dry_run
+                                  ? SaveOutcome{.answer = wiki->preview_agent_page(request), .kept = ""}
+                                  : wiki->save_page(request);
+  const Answer& answer = outcome.answer;
+  if (answer.contains("error")) {
+    print_refusal(answer, output);
+    if (!outcome.kept.empty()) {
+      output.line("your text is kept in " +
+                  output.styled(Style::plain, shown_path(wiki->paths().drafts() / outcome.kept)));
+    }
+    return kRefused;
+  }
   output.document(answer);
   print_saved(answer, wiki->paths().wiki, arguments.dry_run, output);
   return kDone;

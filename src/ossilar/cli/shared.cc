@@ -50,6 +50,14 @@ void prepare_with_progress(workers::wiki::WikiGenerator& wiki) {
   }
 }
 
+void bring_up_to_date(workers::wiki::WikiGenerator& wiki) {
+  prepare_with_progress(wiki);
+  if (const auto report = wiki.adopt_unseen_branch(); report.adopted > 0) {
+    Output::diagnostic("this branch is new here: took over " + std::to_string(report.adopted) +
+                       " committed page(s)");
+  }
+}
+
 int print_refusal(const workers::wiki::Answer& answer, Output& output) {
   output.document(answer);
   output.line(output.styled(Style::bad, "refused") + "  " +

@@ -21,7 +21,7 @@ int run_show(const Place& place, const ShowArguments& arguments, Output& output)
   const auto found = wiki->read_page(arguments.page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
 
-  std::string text = std::get<std::string>(found);
+  std::string text = std::get<workers::wiki::StoredPage>(found).text;
   const std::string authored = workers::wiki::split_authored(text, "").text();
   if (arguments.section) {
     const auto section = workers::wiki::section_text(authored, *arguments.section);

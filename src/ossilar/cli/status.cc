@@ -5,26 +5,13 @@ namespace {
 
 using workers::wiki::PageCondition;
 using workers::wiki::PageState;
+using workers::wiki::StateCounts;
 using workers::wiki::WikiStatus;
 
 // Stale pages that the screen names; `plan` lists all.
 constexpr std::size_t kMostNamed = 10;
 
-struct Counts {
-  std::size_t ok = 0, stale = 0, missing = 0;
-};
-
-Counts count(const std::vector<PageState>& pages) {
-  Counts counts;
-  for (const PageState& page : pages) {
-    if (page.condition == PageCondition::ok) ++counts.ok;
-    if (page.condition == PageCondition::stale) ++counts.stale;
-    if (page.condition == PageCondition::missing) ++counts.missing;
-  }
-  return counts;
-}
-
-Map document_of(const WikiStatus& status, const Counts& counts) {
+Map document_of(const WikiStatus& status, const StateCounts& counts) {
   Map document{{"branch", status.branch},
                {"commit", status.commit},
                {"indexed_files", status.indexed_files},
@@ -52,9 +39,9 @@ void print_stale(const WikiStatus& status, Output& output) {
 
 int run_status(const Place& place, Output& output) {
   const auto wiki = open_at(place, "status");
-  prepare_with_progress(*wiki);
+  bring_up_to_date(*wiki);
   const WikiStatus status = wiki->status();
-  const Counts counts = count(status.pages);
+  const StateCounts counts = workers::wiki::count_states(status.pages);
   output.document(document_of(status, counts));
   output.line("branch      " + output.styled(Style::bold, status.branch));
   output.line("commit      " + output.styled(Style::plain, status.commit.empty() ? "none" : status.commit));

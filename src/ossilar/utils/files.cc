@@ -19,7 +19,6 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0777;  // the umask takes away what the user wants taken away
 constexpr mode_t kFileMode = 0666;
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kReadStep = std::size_t{64} * 1024;
 
 template <class Call>
@@ -208,8 +207,7 @@ std::string read_text_file(const std::filesystem::path& path) {
   if (!file) throw IoError("cannot open " + path.string(), errno);
   const std::string text = read_at_most(file.get(), std::string::npos, path.string()).value_or("");
   require_utf8(text, path.string());
-  const bool marked = text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0;
-  return normalise_line_ends(std::string_view(text).substr(marked ? kByteOrderMark.size() : 0));
+  return normalise_line_ends(without_byte_order_mark(text));
 }
 
 std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {

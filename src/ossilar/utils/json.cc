@@ -1,6 +1,7 @@
 #include "ossilar/utils/json.h"
 
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/text.h"
 
 namespace ossilar::utils {
 namespace {
@@ -40,6 +41,16 @@ void append_json(std::string& out, const Map& value) {
   } else {
     out += value.dump();
   }
+}
+
+// The parser's own words without its number and position. They quote what was read, which may be all of a
+// long text.
+std::string reason_of(const Map::parse_error& error) {
+  constexpr std::size_t kLongest = 120;
+  const std::string_view words = error.what();
+  const std::size_t position = words.find(": ");
+  const std::string_view reason = words.substr(position == words.npos ? 0 : position + 2);
+  return valid_utf8(utf8_prefix(reason, kLongest));
 }
 
 }  // namespace
@@ -99,7 +110,8 @@ Map parse_json(std::string_view text, std::string_view what) {
   try {
     return Map::parse(text, bounded);
   } catch (const Map::parse_error& error) {
-    throw Error(std::string(what) + ": not JSON at byte " + std::to_string(error.byte) + ": " + error.what());
+    throw Error(std::string(what) + ": not JSON at byte " + std::to_string(error.byte) + ": " +
+                reason_of(error));
   }
 }
 

@@ -125,6 +125,11 @@ std::string_view strip(std::string_view text) {
   return text.substr(begin, end - begin);
 }
 
+std::string_view without_byte_order_mark(std::string_view text) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  return text.substr(text.starts_with(kMark) ? kMark.size() : 0);
+}
+
 std::string normalise_line_ends(std::string_view text) {
   std::string out;
   out.reserve(text.size());

@@ -20,6 +20,10 @@ std::string valid_utf8(std::string_view text);
 // 15). A byte that is not UTF-8 is no white space. The view points into `text`.
 std::string_view strip(std::string_view text);
 
+// `text` without a byte order mark at its start: some editors put one there, and it says nothing of a text
+// that is UTF-8 anyway.
+std::string_view without_byte_order_mark(std::string_view text);
+
 // CR LF and lone CR each become one LF.
 std::string normalise_line_ends(std::string_view text);
 

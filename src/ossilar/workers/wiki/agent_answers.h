@@ -15,10 +15,12 @@ Answer not_planned(const std::string& page_id, const Plans& plans);
 
 // What an agent or a user hands in for one save.
 struct SaveRequest {
-  std::string page_id;
-  std::string content;
-  std::optional<std::string> section;
-  std::optional<std::string> title;
+  std::string page_id = {};
+  std::string content = {};
+  std::optional<std::string> section = {};
+  std::optional<std::string> title = {};
+  // Save only if the page still is this version (see page_version.h), or with kNoVersion does not exist yet.
+  std::optional<std::string> if_version = {};
 };
 
 // Refuses a request that may not go further: a text that is not UTF-8 (naming argument and byte), or content

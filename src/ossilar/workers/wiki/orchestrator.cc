@@ -14,6 +14,7 @@
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/diagrams.h"
 #include "ossilar/workers/wiki/grounding.h"
+#include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/page_turn.h"
 #include "ossilar/workers/wiki/planner.h"
 #include "ossilar/workers/wiki/prose_words.h"
@@ -87,7 +88,8 @@ WikiGenerator::WikiGenerator(Services services)
       source_records_(std::make_unique<SourceRecords>(*store_)),
       indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
           .root = paths_.root, .excluded = excluded_from_index(config_), .records = source_records_.get()})),
-      lock_({.path = paths_.lock(), .timeout = config_.lock_timeout, .holder = std::move(services.writer)}) {
+      lock_({.path = paths_.lock(), .timeout = config_.lock_timeout, .holder = std::move(services.writer)}),
+      drafts_(paths_.drafts()) {
   existing_ = store_->get_wiki_pages(branch());
 }
 
@@ -98,6 +100,57 @@ Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::opt
                                       const std::optional<std::string>& title) {
   const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
   return AgentSaveMixin::save_agent_page(page_id, content, section, title);
+}
+
+SaveOutcome WikiGenerator::save_page(const SaveRequest& request) {
+  const std::string content(utils::without_byte_order_mark(request.content));
+  std::optional<ConditionalSave> conditional;
+  if (request.if_version) conditional.emplace(*request.if_version, content);
+  SaveOutcome outcome{.answer = save_agent_page(request.page_id, content, request.section, request.title),
+                      .kept = ""};
+  if (outcome.answer.contains("error")) {
+    if (!refuse_blank(request.content)) outcome.kept = drafts_.keep(request.page_id, request.content);
+  } else if (conditional) {
+    outcome.answer["version"] = conditional->drafted();
+  }
+  return outcome;
+}
+
+std::shared_ptr<const PlannedWiki> WikiGenerator::planned_with(const std::string& page_id) {
+  auto wiki = planned();
+  if (wiki->plans.find(page_id) == nullptr) wiki = prepare();
+  return wiki->plans.find(page_id) == nullptr ? nullptr : wiki;
+}
+
+// The row first: a commit writes the file first, so what is seen of one that is at work is no version.
+StandingPage WikiGenerator::standing_page(const std::string& page_id) {
+  StandingPage page;
+  page.basis = _basis(store_->get_wiki_pages(branch()).find(page_id));
+  const auto file = paths_.pages / (page_id + ".md");
+  if (utils::is_regular_file(file)) page.text = utils::read_text_file_within(paths_.pages, file);
+  return page;
+}
+
+// The first look spares the work; the second, at the version that the draft says it was made from, is what
+// makes the condition exact.
+std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::string& page_id,
+                                                                  std::string content,
+                                                                  const std::optional<std::string>& section,
+                                                                  const std::optional<std::string>& title) {
+  ConditionalSave* const save = ConditionalSave::current();
+  if (save == nullptr) return AgentSaveMixin::_draft_agent_page(page_id, std::move(content), section, title);
+  if (!planned_with(page_id)) return not_planned(page_id, planned()->plans);
+  for (;;) {
+    const StandingPage page = standing_page(page_id);
+    if (auto refusal = save->refusal(page_id, page, texts_)) return *std::move(refusal);
+    auto drafted = AgentSaveMixin::_draft_agent_page(page_id, content, section, title);
+    const auto* draft = std::get_if<_PageDraft>(&drafted);
+    if (draft == nullptr) return drafted;
+    if (draft->basis != page.basis) continue;
+    texts_.put(draft->markdown);
+    save->set_drafted(version_of(draft->markdown));
+    return drafted;
+  }
 }
 
 // ---- Plan and rows.
@@ -132,6 +185,7 @@ std::shared_ptr<const PlannedWiki> WikiGenerator::planned() {
 // Rows are read again too: what another process saved meanwhile is then seen before the draft instead of at
 // its commit, which would throw the draft away.
 AgentPreparation WikiGenerator::_agent_prepare() {
+  utils::begin_step("planning");
   const auto wiki = prepare();
   _reread_existing();
   titles_.update(_existing(), wiki->plans);
@@ -165,6 +219,7 @@ std::string WikiGenerator::_steering_text(const std::string& page_id) {
 }
 
 GatheredContext WikiGenerator::_gather_context(const PagePlan& plan) {
+  utils::begin_step("gathering the page's sources");
   const auto wiki = planned();
   const auto read = [this](const std::string& path) { return source::read_source(paths_.root, path); };
   Grounding grounding = gather_grounding(plan, wiki->plans, *wiki->index, steering_of(&plan), read);
@@ -195,6 +250,7 @@ Brackets WikiGenerator::brackets_of(const std::string& authored, const PlannedWi
 FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& authored,
                                        const std::vector<Diagram>& diagrams,
                                        const FinalizeOptions& /*options*/) {
+  utils::begin_step("checking citations");
   const std::string text = authored_text(authored);
   const Brackets brackets = brackets_of(text, *planned(), &plan);
   return assemble_page(plan, split_text(text), diagrams, page_links(brackets, plan.page_id, config_.dir));
@@ -251,6 +307,7 @@ std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
                                                  const std::vector<Map>& citations,
                                                  const StringSet& elsewhere) {
   const std::vector<search::Passage> passages = search::passages(searchable);
+  utils::begin_step("embedding " + std::to_string(passages.size()) + " passage(s)");
   std::vector<std::string> hashes;
   hashes.reserve(passages.size());
   for (const search::Passage& passage : passages) hashes.push_back(utils::sha256_hex(passage.text));
@@ -360,14 +417,19 @@ std::string WikiGenerator::_git_commit() {
 }
 
 void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
+  utils::begin_step("waiting for the write lock");
   try {
     lock_.acquire(options.wait);
+    shield_.emplace();
   } catch (const store::LockBusy& busy) {
     throw _WikiBusy(busy.what());
   }
 }
 
-void WikiGenerator::_release_write_lock() { lock_.release(); }
+void WikiGenerator::_release_write_lock() {
+  shield_.reset();
+  lock_.release();
+}
 
 AdoptionReport WikiGenerator::adopt_pages() {
   ManifestContent manifest = load_manifest(paths_.wiki);
@@ -389,11 +451,18 @@ AdoptionReport WikiGenerator::adopt_pages() {
   return report;
 }
 
+AdoptionReport WikiGenerator::adopt_unseen_branch() {
+  const bool unseen = stored_pages().empty() && utils::is_regular_file(paths_.wiki / "manifest.json");
+  return unseen ? adopt_pages() : AdoptionReport();
+}
+
 // ---- What the command and the server show.
 
 Answer WikiGenerator::preview_agent_page(const SaveRequest& request) {
   if (auto refusal = refuse_blank(request.content)) return *std::move(refusal);
-  auto drafted = _draft_agent_page(request.page_id, request.content, request.section, request.title);
+  auto drafted =
+      _draft_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
+                        request.section, request.title);
   if (auto* refusal = std::get_if<Answer>(&drafted)) return std::move(*refusal);
   Answer answer = std::move(std::get<_PageDraft>(drafted).answer);
   answer["saved"] = false;
@@ -421,6 +490,7 @@ std::variant<PageContext, Answer> WikiGenerator::page_context(const std::string&
   AgentPreparation prepared = _agent_prepare();
   const auto plan = prepared.plans.own(page_id);
   if (!plan) return not_planned(page_id, prepared.plans);
+  retitle(*plan, std::nullopt, prepared.plans, _existing());  // the title that a save will find it with
   GatheredContext gathered = _gather_context(*plan);
   backfill_source_files(*plan, gathered.files);
   plan->symbols = gathered.symbols;
@@ -428,17 +498,21 @@ std::variant<PageContext, Answer> WikiGenerator::page_context(const std::string&
   return PageContext{*plan, std::move(grounding), steering_of(plan.get())};
 }
 
-std::variant<std::string, Answer> WikiGenerator::read_page(const std::string& page_id) {
-  const auto wiki = prepare();
-  const store::StoredRows rows = store_->get_wiki_pages(branch());
-  if (wiki->plans.find(page_id) == nullptr && rows.find(page_id) == nullptr)
-    return not_planned(page_id, wiki->plans);
+bool WikiGenerator::has_page(const std::string& page_id) {
+  return planned_with(page_id) != nullptr || stored_pages().find(page_id) != nullptr;
+}
+
+std::variant<StoredPage, Answer> WikiGenerator::read_page(const std::string& page_id) {
+  if (!has_page(page_id)) return not_planned(page_id, planned()->plans);
   const auto file = paths_.pages / (page_id + ".md");
   if (!utils::is_regular_file(file)) {
     return Answer{{"error", "page '" + page_id + "' is not written yet; its context says what it needs"},
                   {"page_id", page_id}};
   }
-  return utils::read_text_file_within(paths_.pages, file);
+  std::string text = utils::read_text_file_within(paths_.pages, file);
+  texts_.put(text);
+  std::string version = version_of(text);
+  return StoredPage{.text = std::move(text), .version = std::move(version)};
 }
 
 }  // namespace ossilar::workers::wiki

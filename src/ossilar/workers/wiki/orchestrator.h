@@ -14,14 +14,17 @@
 #include "ossilar/source/indexer.h"
 #include "ossilar/store/repository.h"
 #include "ossilar/store/write_lock.h"
+#include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/agent_save.h"
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/grounding.h"
+#include "ossilar/workers/wiki/kept_drafts.h"
 #include "ossilar/workers/wiki/manifest.h"
 #include "ossilar/workers/wiki/module_graph.h"
 #include "ossilar/workers/wiki/page_state.h"
+#include "ossilar/workers/wiki/page_version.h"
 #include "ossilar/workers/wiki/title_index.h"
 #include "ossilar/workers/wiki/vector_cache.h"
 
@@ -37,6 +40,8 @@ struct WikiPaths {
   std::filesystem::path lock() const { return state / "write.lock"; }
   // The locks by which savers of one page take turns; a page has one of a fixed number of them.
   std::filesystem::path turns() const { return state / "turns"; }
+  // The texts of refused saves.
+  std::filesystem::path drafts() const { return state / "drafts"; }
 };
 
 // The plan of the wiki with the index that it was derived from. Immutable.
@@ -50,6 +55,16 @@ struct PageContext {
   PagePlan plan;
   Grounding grounding;
   std::string steering;
+};
+
+struct StoredPage {
+  std::string text;  // the page file's
+  std::string version;
+};
+
+struct SaveOutcome {
+  Answer answer;
+  std::string kept;  // the name of the kept draft when the answer refuses the text, else ""
 };
 
 struct WikiStatus {
@@ -89,6 +104,11 @@ class WikiGenerator final : public AgentSaveMixin {
                          const std::optional<std::string>& section = std::nullopt,
                          const std::optional<std::string>& title = std::nullopt) override;
 
+  // Saves as save_agent_page() does. With `if_version` only onto that version: it is compared before anything
+  // is paid for, and again with the version that the draft was made from, which the commit holds on to; the
+  // answer of a save that was made then has `version`, the page's now. A refused text is kept.
+  SaveOutcome save_page(const SaveRequest& request);
+
   // What save_agent_page() would answer, with `saved` false and `dry_run` true in it; nothing is written.
   Answer preview_agent_page(const SaveRequest& request);
 
@@ -99,17 +119,29 @@ class WikiGenerator final : public AgentSaveMixin {
   WikiStatus status();
   // The grounding of a planned page, or the answer that says that there is none.
   std::variant<PageContext, Answer> page_context(const std::string& page_id);
-  // The stored text of a page, or the answer that says why there is none.
-  std::variant<std::string, Answer> read_page(const std::string& page_id);
+  // A stored page, or the answer that says why there is none.
+  std::variant<StoredPage, Answer> read_page(const std::string& page_id);
+  // Whether the page is planned or stored.
+  bool has_page(const std::string& page_id);
+  // The rows of this branch as stored now.
+  store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
+  const KeptDrafts& kept_drafts() const { return drafts_; }
 
   // Makes rows for the committed page files that have none on this branch, from the manifest and the plan,
   // and writes index and manifest where they are missing. No page file is changed. Takes the write lock.
   AdoptionReport adopt_pages();
 
+  // The same where this branch has no row at all yet, as after a switch to it; else it does nothing.
+  AdoptionReport adopt_unseen_branch();
+
   const WikiPaths& paths() const { return paths_; }
+  std::int64_t min_citations() const { return config_.min_citations_per_page; }
   std::vector<std::string> skipped_sources() const { return indexer_->skipped(); }
 
  protected:
+  std::variant<_PageDraft, Answer> _draft_agent_page(const std::string& page_id, std::string content,
+                                                     const std::optional<std::string>& section,
+                                                     const std::optional<std::string>& title) override;
   store::Repository& repository() override { return *store_; }
   const std::string& branch() const override { return checkout_.branch; }
   const std::filesystem::path& pages_dir() const override { return paths_.pages; }
@@ -152,6 +184,9 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // The plan as last prepared; prepares it the first time.
   std::shared_ptr<const PlannedWiki> planned();
+  // The wiki with `page_id` in its plan, or null.
+  std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
+  StandingPage standing_page(const std::string& page_id);
   std::string steering_of(const PagePlan* plan) const;
   Brackets brackets_of(const std::string& authored, const PlannedWiki& wiki, const PagePlan* plan) const;
 
@@ -165,6 +200,8 @@ class WikiGenerator final : public AgentSaveMixin {
   store::WriteLock lock_;
   TitleIndex titles_;
   VectorCache vectors_;
+  ReadTexts texts_;
+  const KeptDrafts drafts_;
 
   std::mutex prepare_mutex_;  // one thread at a time derives the plan
   mutable std::mutex state_mutex_;
@@ -173,6 +210,7 @@ class WikiGenerator final : public AgentSaveMixin {
   store::PageDigests digests_;
 
   // Used by the holder of the write lock alone.
+  std::optional<utils::TaskShield> shield_;  // a commit is not cancelled
   WikiFilesRenderer renderer_;
   store::PageDigests reconciled_;
   Plans reconciled_plans_;

@@ -102,6 +102,15 @@ const char* condition_name(PageCondition condition) {
   return "";
 }
 
+StateCounts count_states(const std::vector<PageState>& pages) {
+  const auto in = [&](PageCondition condition) {
+    return static_cast<std::size_t>(std::count_if(
+        pages.begin(), pages.end(), [&](const PageState& page) { return page.condition == condition; }));
+  };
+  return {
+      .ok = in(PageCondition::ok), .stale = in(PageCondition::stale), .missing = in(PageCondition::missing)};
+}
+
 std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,
                                                  const source::SourceIndex& index,
                                                  const std::string& steering) {

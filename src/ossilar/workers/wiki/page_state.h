@@ -29,6 +29,11 @@ struct PageState {
   std::int64_t words = 0;
 };
 
+struct StateCounts {
+  std::size_t ok = 0, stale = 0, missing = 0;
+};
+StateCounts count_states(const std::vector<PageState>& pages);
+
 // The key beside the files in a row's source hashes that stands for the steering for every page.
 inline constexpr const char* kSteeringSource = "ossilar.toml [steering]";
 

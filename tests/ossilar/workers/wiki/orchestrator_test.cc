@@ -47,7 +47,7 @@ TEST(Host, SavesRefusesReplacesASectionAndReadsBack) {
   const Answer section = wiki->save_agent_page("alpha", "Other [src/alpha.cpp:L5].", "## two ##");
   ASSERT_TRUE(is_saved(section)) << section;
 
-  const auto text = std::get<std::string>(wiki->read_page("alpha"));
+  const auto text = std::get<StoredPage>(wiki->read_page("alpha")).text;
   EXPECT_EQ(
       split_authored(text, "").text(),
       "About alpha.\n\n## One\n\nFirst. [src/alpha.cpp:L1-L3]\n\n## Two\n\nOther [src/alpha.cpp:L5].\n");
