@@ -21,6 +21,7 @@ struct Arguments {
   std::string page_id;
   SaveArguments save;
   ShowArguments show;
+  utils::LogSink log;
   Command command;
 };
 
@@ -66,6 +67,12 @@ void add_reading_commands(CLI::App& app, Arguments& arguments) {
   show->add_flag("--authored", arguments.show.authored, "The author's text alone, as a save takes it");
   add_command(app, arguments, "status", "Show branch, pages by state, and the last write", "ossilar status",
               [&](Output& output) { return run_status(arguments.place, output); });
+}
+
+void add_mcp_command(CLI::App& app, Arguments& arguments) {
+  add_command(app, arguments, "mcp",
+              "Serve an agent's session: the Model Context Protocol on standard input and output",
+              "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
 }
 
 void add_save_command(CLI::App& app, Arguments& arguments) {
@@ -118,6 +125,7 @@ int run(int argc, char** argv) {
   add_globals(app, arguments);
   add_reading_commands(app, arguments);
   add_save_command(app, arguments);
+  add_mcp_command(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
@@ -126,7 +134,8 @@ int run(int argc, char** argv) {
     Output output(arguments.json, arguments.color);
     return fail(output, kUsage, usage_message(app, error));
   }
-  log_to_stderr();
+  arguments.log = stderr_sink();
+  utils::set_log_sink(arguments.log);
   Output output(arguments.json, arguments.color);
   const int code = run_command(arguments, output);
   if (output.flush()) return code;

@@ -41,15 +41,15 @@ std::string line_of(const utils::LogRecord& record) {
 
 }  // namespace
 
-void log_to_stderr() {
+utils::LogSink stderr_sink() {
   const auto logger = spdlog::stderr_color_mt("ossilar");
   logger->set_pattern("%n: %^%l%$: %v");
   logger->set_level(spdlog::level::warn);
   spdlog::set_default_logger(logger);
   spdlog::cfg::load_env_levels();
-  utils::set_log_sink([logger](const utils::LogRecord& record) {
+  return [logger](const utils::LogRecord& record) {
     logger->log(level_of(record.level), "{}", line_of(record));
-  });
+  };
 }
 
 }  // namespace ossilar::cli

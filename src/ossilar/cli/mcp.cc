@@ -1,0 +1,24 @@
+#include "ossilar/mcp/server.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "ossilar/cli/commands.h"
+#include "ossilar/mcp/transport.h"
+
+namespace ossilar::cli {
+
+int run_mcp(const Place& place, const utils::LogSink& log) {
+  const std::filesystem::path root = place.root();
+  if (isatty(STDIN_FILENO) == 1)
+    Output::diagnostic("this is for a program that speaks the Model Context Protocol; end it with Ctrl-D");
+  const utils::UniqueFd output = mcp::take_standard_output();
+  std::signal(SIGPIPE, SIG_IGN);  // a client that is gone shows in what write() gives
+  const bool ended = mcp::serve({.root = root, .input = STDIN_FILENO, .output = output.get(), .log = log});
+  if (!ended) std::_Exit(kDone);  // something hangs, and nobody waits for it any more
+  return kDone;
+}
+
+}  // namespace ossilar::cli

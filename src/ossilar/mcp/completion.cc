@@ -1,0 +1,84 @@
+#include <algorithm>
+
+#include "ossilar/mcp/message.h"
+#include "ossilar/mcp/params.h"
+#include "ossilar/mcp/prompts.h"
+#include "ossilar/mcp/uri.h"
+#include "ossilar/utils/fold.h"
+#include "ossilar/workers/wiki/finalize.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::PageCondition;
+using workers::wiki::PageState;
+using workers::wiki::StoredPage;
+using workers::wiki::WikiGenerator;
+
+constexpr std::size_t kMostValues = 100;  // the protocol's
+
+// What is completed: the arguments of a prompt or the variables of a template.
+struct Completed {
+  bool stale_only = false;
+};
+
+Completed completed(const Map& reference) {
+  const std::string type = required_string(reference, "type");
+  if (type == "ref/prompt") {
+    const std::string name = required_string(reference, "name");
+    if (name == kWritePage || name == kRefreshStale) return {.stale_only = name == kRefreshStale};
+    throw ProtocolError(error_code::kInvalidParams, "there is no prompt '" + name + "'");
+  }
+  if (type != "ref/resource")
+    throw ProtocolError(error_code::kInvalidParams, "params.ref.type must be ref/prompt or ref/resource");
+  const std::string uri = required_string(reference, "uri");
+  if (uri == kPageTemplate || uri == kSectionTemplate || uri == kDraftTemplate) return {};
+  throw ProtocolError(error_code::kInvalidParams, "there is no resource template '" + uri + "'");
+}
+
+std::vector<std::string> page_ids(WikiGenerator& wiki, bool stale_only) {
+  std::vector<std::string> ids;
+  for (const PageState& page : wiki.page_states()) {
+    if (!stale_only || page.condition == PageCondition::stale) ids.push_back(page.page_id);
+  }
+  return ids;
+}
+
+std::vector<std::string> headings(WikiGenerator& wiki, const Map& params) {
+  const Map& chosen = optional_object(optional_object(params, "context"), "arguments");
+  const auto found = wiki.read_page(optional_string(chosen, "page_id").value_or(""));
+  const auto* page = std::get_if<StoredPage>(&found);
+  if (page == nullptr) return {};
+  return workers::wiki::section_headings(workers::wiki::split_authored(page->text, "").text());
+}
+
+// Those that begin with what was typed first, then those that hold it elsewhere; case does not count.
+std::vector<std::string> matching(std::vector<std::string> candidates, const std::string& typed) {
+  const std::string wanted = utils::fold(typed);
+  const auto place = [&](const std::string& candidate) { return utils::fold(candidate).find(wanted); };
+  candidates.erase(std::remove_if(candidates.begin(), candidates.end(),
+                                  [&](const std::string& each) { return place(each) == each.npos; }),
+                   candidates.end());
+  std::stable_partition(candidates.begin(), candidates.end(),
+                        [&](const std::string& each) { return place(each) == 0; });
+  return candidates;
+}
+
+}  // namespace
+
+Map complete(WikiProvider& provider, Revision revision, const Map& params) {
+  const Completed reference = completed(required_object(params, "ref"));
+  const Map& argument = required_object(params, "argument");
+  const std::string name = required_string(argument, "name");
+  std::vector<std::string> candidates;
+  if (name == "page_id") candidates = page_ids(*provider.get(), reference.stale_only);
+  if (name == "section") candidates = headings(*provider.get(), params);
+  std::vector<std::string> values = matching(std::move(candidates), required_string(argument, "value"));
+  const std::size_t total = values.size();
+  values.resize(std::min(total, kMostValues));
+  return finished(
+      revision,
+      Map{{"completion", Map{{"values", values}, {"total", total}, {"hasMore", total > kMostValues}}}});
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,181 @@
+#include "ossilar/mcp/prompts.h"
+
+#include <fmt/format.h>
+
+#include "ossilar/mcp/message.h"
+#include "ossilar/mcp/params.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::Answer;
+using workers::wiki::PageCondition;
+using workers::wiki::PageContext;
+using workers::wiki::PageState;
+using workers::wiki::StoredPage;
+using workers::wiki::WikiGenerator;
+
+constexpr int kListMilliseconds = 60 * 60 * 1000;
+constexpr std::size_t kMostStale = 50;
+
+constexpr const char* kRules = R"(## Rules of a good page
+
+- Read the sources before you write. State only what they show; where they do not say why, do not guess.
+- Begin with a summary paragraph that stands alone, then `##` sections. No `#` title: the page has one.
+- Cite every claim about the code as [path/to/file:L10-L20] or [path/to/file:L10], outside code, with lines
+  that exist. At least {} valid citations, or the page is refused; one for each paragraph of facts is good.
+- Link other pages of the wiki by their titles in brackets: [Title of the page].
+- Keep between {} and {} words of prose. Explain what a reader cannot see from a file alone: purpose, how parts
+  meet, invariants, what fails and how. Do not retell the code line by line.
+- Name things as the code names them, in `code`.
+
+)";
+
+constexpr const char* kSaving = R"(## Saving
+
+Call save_page with page_id "{}"{} and if_version "{}". If it is refused, mend what the error says and save again;
+if the answer has warnings, mend what they name and save once more.
+)";
+
+Map prompt(const char* name, const char* title, const char* description, const Map& arguments,
+           Revision revision) {
+  Map shown{{"name", name}};
+  if (has_structured_results(revision)) shown["title"] = title;
+  shown["description"] = description;
+  shown["arguments"] = arguments;
+  return shown;
+}
+
+Map argument(const char* name, const char* description, bool required) {
+  return {{"name", name}, {"description", description}, {"required", required}};
+}
+
+PageContext context_of(WikiGenerator& wiki, const std::string& page_id) {
+  auto found = wiki.page_context(page_id);
+  if (const auto* refusal = std::get_if<Answer>(&found))
+    throw ProtocolError(error_code::kInvalidParams, utils::string_member(*refusal, "error"));
+  return std::get<PageContext>(std::move(found));
+}
+
+std::optional<StoredPage> stored_page(WikiGenerator& wiki, const std::string& page_id) {
+  auto found = wiki.read_page(page_id);
+  auto* page = std::get_if<StoredPage>(&found);
+  return page == nullptr ? std::nullopt : std::optional(std::move(*page));
+}
+
+std::string rules(const WikiGenerator& wiki, const PageContext& context) {
+  const auto& type = workers::wiki::plan_type(context.plan);
+  std::string text = fmt::format(kRules, wiki.min_citations(), type.least_words, type.most_words);
+  if (!type.required_sections.empty())
+    text += "Sections that this page must have: " + utils::join(type.required_sections, ", ") + ".\n\n";
+  return text;
+}
+
+// A block of text that no fence in it ends.
+std::string quoted(const std::string& text) {
+  std::string fence = "```";
+  while (text.find(fence) != text.npos) fence += '`';
+  return fence + "markdown\n" + text + (text.empty() || text.back() == '\n' ? "" : "\n") + fence + "\n\n";
+}
+
+std::string current_text(const std::optional<StoredPage>& page) {
+  if (!page) return "";
+  return "## The page as it is\n\n" + quoted(workers::wiki::split_authored(page->text, "").text());
+}
+
+std::string saving(const std::string& page_id, const std::string& section,
+                   const std::optional<StoredPage>& page) {
+  const std::string of_section = section.empty() ? "" : fmt::format(", section \"{}\"", section);
+  return fmt::format(kSaving, page_id, of_section,
+                     page ? page->version : std::string(workers::wiki::kNoVersion));
+}
+
+std::string write_page(WikiGenerator& wiki, const std::string& page_id, const std::string& section) {
+  const PageContext context = context_of(wiki, page_id);
+  const auto page = stored_page(wiki, page_id);
+  std::string text = section.empty()
+                         ? fmt::format("Write the wiki page '{}' (\"{}\").\n\n", page_id, context.plan.title)
+                         : fmt::format("Rewrite the section '{}' of the wiki page '{}' (\"{}\").\n\n",
+                                       section, page_id, context.plan.title);
+  return text + rules(wiki, context) + current_text(page) + context.grounding.text + "\n" +
+         saving(page_id, section, page);
+}
+
+std::string refresh_page(WikiGenerator& wiki, const std::string& page_id, const std::string& reason) {
+  const PageContext context = context_of(wiki, page_id);
+  const auto page = stored_page(wiki, page_id);
+  return fmt::format("Bring the wiki page '{}' (\"{}\") in line with the source. {}\n\n", page_id,
+                     context.plan.title,
+                     reason.empty() ? std::string("It is not stale.") : "It is stale: " + reason + ".") +
+         "Read what changed, keep what is still true, correct every citation whose lines moved, and replace "
+         "only "
+         "the sections that need it.\n\n" +
+         rules(wiki, context) + current_text(page) + context.grounding.text + "\n" +
+         saving(page_id, "", page);
+}
+
+std::string refresh_all(const std::vector<PageState>& pages) {
+  std::string list;
+  std::size_t stale = 0;
+  for (const PageState& page : pages) {
+    if (page.condition != PageCondition::stale) continue;
+    if (++stale <= kMostStale) list += fmt::format("- `{}`: {}\n", page.page_id, page.reason);
+  }
+  if (stale == 0) return "No page of the wiki is stale: there is nothing to bring in line with the source.";
+  std::string text = fmt::format("{} page(s) of the wiki no longer match the source:\n\n{}", stale, list);
+  if (stale > kMostStale) text += "- and more: list_pages with state \"stale\" names them all\n";
+  return text +
+         "\nBring each in line with the source: read_page and page_context, read what changed, then "
+         "save_page with "
+         "the version you read as if_version. Keep what is still true, correct every citation whose lines "
+         "moved, and "
+         "replace only the sections that need it.";
+}
+
+std::string refresh_stale(WikiGenerator& wiki, const std::string& page_id) {
+  const std::vector<PageState> pages = wiki.page_states();
+  if (page_id.empty()) return refresh_all(pages);
+  for (const PageState& page : pages) {
+    if (page.page_id == page_id) return refresh_page(wiki, page_id, page.reason);
+  }
+  return refresh_page(wiki, page_id, "");  // which says that there is no such page
+}
+
+std::string text_of(WikiGenerator& wiki, const std::string& name, const Map& arguments) {
+  const std::string page_id = optional_string(arguments, "page_id").value_or("");
+  if (name == kRefreshStale) return refresh_stale(wiki, page_id);
+  if (page_id.empty())
+    throw ProtocolError(error_code::kInvalidParams, "the prompt needs the argument 'page_id'");
+  return write_page(wiki, page_id, optional_string(arguments, "section").value_or(""));
+}
+
+}  // namespace
+
+Map list_prompts(WikiProvider& /*provider*/, Revision revision, const Map& params) {
+  if (optional_string(params, "cursor"))
+    throw ProtocolError(error_code::kInvalidParams, "the list of prompts has one page and no cursors");
+  const Map write = prompt(kWritePage, "Write a wiki page",
+                           "What the author of a page needs, and the rules of a good page, in one go",
+                           Map::array({argument("page_id", "the page to write", true),
+                                       argument("section", "only this `##` section of it", false)}),
+                           revision);
+  const Map refresh =
+      prompt(kRefreshStale, "Refresh stale pages",
+             "What no longer matches the source and how to bring it in line: one page, or all",
+             Map::array({argument("page_id", "one stale page; without it, all", false)}), revision);
+  return finished_for(revision, Map{{"prompts", Map::array({write, refresh})}}, kListMilliseconds);
+}
+
+Map get_prompt(WikiProvider& provider, Revision revision, const Map& params) {
+  const std::string name = required_string(params, "name");
+  if (name != kWritePage && name != kRefreshStale)
+    throw ProtocolError(error_code::kInvalidParams, "there is no prompt '" + name + "'");
+  const std::string text = text_of(*provider.get(), name, optional_object(params, "arguments"));
+  const Map message{{"role", "user"}, {"content", Map{{"type", "text"}, {"text", text}}}};
+  return finished(revision, Map{{"messages", Map::array({message})}});
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,107 @@
+#include "ossilar/mcp/resources.h"
+
+#include <algorithm>
+
+#include "ossilar/mcp/message.h"
+#include "ossilar/mcp/params.h"
+#include "ossilar/mcp/uri.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::StoredPage;
+using workers::wiki::WikiGenerator;
+
+constexpr std::size_t kPagesAList = 100;
+constexpr const char* kMarkdown = "text/markdown";
+constexpr int kTemplatesMilliseconds = 60 * 60 * 1000;
+constexpr int kPagesMilliseconds = 0;  // a page may be saved at any time
+
+[[noreturn]] void throw_not_found(Revision revision, const std::string& uri) {
+  const int code = is_stateless(revision) ? error_code::kInvalidParams : error_code::kResourceNotFound;
+  throw ProtocolError(code, "there is no resource '" + uri + "'", Map{{"uri", uri}});
+}
+
+Map described(const std::string& page_id, const Map& row, Revision revision) {
+  Map shown{{"uri", page_uri(page_id)}, {"name", page_id}};
+  if (has_structured_results(revision)) shown["title"] = utils::string_member(row, "title");
+  shown["description"] = utils::string_member(row, "summary");
+  shown["mimeType"] = kMarkdown;
+  return shown;
+}
+
+Map template_of(const char* uri, const char* name, const char* title, const char* description,
+                Revision revision) {
+  Map shown{{"uriTemplate", uri}, {"name", name}};
+  if (has_structured_results(revision)) shown["title"] = title;
+  shown["description"] = description;
+  shown["mimeType"] = kMarkdown;
+  return shown;
+}
+
+std::optional<std::string> text_of(WikiGenerator& wiki, const ResourceName& resource) {
+  if (resource.kind == ResourceName::Kind::draft) return wiki.kept_drafts().read(resource.name);
+  const auto found = wiki.read_page(resource.name);
+  const auto* page = std::get_if<StoredPage>(&found);
+  if (page == nullptr) return std::nullopt;
+  if (resource.kind == ResourceName::Kind::page) return page->text;
+  return workers::wiki::section_text(workers::wiki::split_authored(page->text, "").text(), resource.section);
+}
+
+}  // namespace
+
+// In the order of the page ids, which are their own cursors.
+Map list_resources(WikiProvider& provider, Revision revision, const Map& params) {
+  const auto cursor = optional_string(params, "cursor");
+  const store::StoredRows rows = provider.get()->stored_pages();
+  if (cursor && rows.find(*cursor) == nullptr)
+    throw ProtocolError(error_code::kInvalidParams, "this cursor is none; list from the start");
+  Map list = Map::array();
+  std::size_t left = 0;
+  rows.for_each([&](const std::string& page_id, const Map& row) {
+    if (cursor && page_id <= *cursor) return;
+    if (list.size() < kPagesAList) {
+      list.push_back(described(page_id, row, revision));
+    } else {
+      ++left;
+    }
+  });
+  Map result{{"resources", list}};
+  if (left > 0) result["nextCursor"] = list.back()["name"];
+  return finished_for(revision, std::move(result), kPagesMilliseconds);
+}
+
+Map list_resource_templates(WikiProvider& /*provider*/, Revision revision, const Map& params) {
+  if (optional_string(params, "cursor"))
+    throw ProtocolError(error_code::kInvalidParams, "the list of templates has one page and no cursors");
+  return finished_for(
+      revision,
+      Map{{"resourceTemplates",
+           Map::array(
+               {template_of(kPageTemplate, "page", "A wiki page", "A stored page as Markdown", revision),
+                template_of(kSectionTemplate, "section", "A section of a wiki page",
+                            "One `##` section, named by its heading", revision),
+                template_of(kDraftTemplate, "draft", "A refused text",
+                            "What was sent to save_page and refused, as its answer named it", revision)})}},
+      kTemplatesMilliseconds);
+}
+
+Map read_resource(WikiProvider& provider, Revision revision, const Map& params) {
+  const std::string uri = required_string(params, "uri");
+  const auto resource = parse_uri(uri);
+  if (!resource) throw_not_found(revision, uri);
+  const auto text = text_of(*provider.get(), *resource);
+  if (!text) throw_not_found(revision, uri);
+  const Map content{{"uri", uri}, {"mimeType", kMarkdown}, {"text", *text}};
+  return finished_for(revision, Map{{"contents", Map::array({content})}}, kPagesMilliseconds);
+}
+
+void require_page_uri(WikiProvider& provider, Revision revision, const std::string& uri) {
+  const auto resource = parse_uri(uri);
+  if (!resource || resource->kind != ResourceName::Kind::page || !provider.get()->has_page(resource->name))
+    throw_not_found(revision, uri);
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,51 @@
+// The revisions of the Model Context Protocol that are served, and what tells them apart.
+// https://modelcontextprotocol.io/specification
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "ossilar/utils/json.h"
+
+namespace ossilar::mcp {
+
+// Keys of `_meta` and of notifications since 2026-07-28.
+namespace meta_key {
+inline constexpr const char* kVersion = "io.modelcontextprotocol/protocolVersion";
+inline constexpr const char* kClientCapabilities = "io.modelcontextprotocol/clientCapabilities";
+inline constexpr const char* kLogLevel = "io.modelcontextprotocol/logLevel";
+inline constexpr const char* kServerInfo = "io.modelcontextprotocol/serverInfo";
+inline constexpr const char* kSubscription = "io.modelcontextprotocol/subscriptionId";
+}  // namespace meta_key
+
+// Ordered by their dates.
+enum class Revision { r2024_11_05, r2025_03_26, r2025_06_18, r2025_11_25, r2026_07_28 };
+
+// The revision of this name, or null.
+const Revision* find_revision(std::string_view name);
+const char* revision_name(Revision revision);
+
+// The newest revision that begins with `initialize`.
+inline constexpr Revision kLatestWithInitialize = Revision::r2025_11_25;
+
+// The names of all revisions that a client without `initialize` may ask for.
+std::vector<std::string_view> stateless_revisions();
+
+// Each request names its revision and nothing is remembered between requests.
+constexpr bool is_stateless(Revision revision) { return revision >= Revision::r2026_07_28; }
+constexpr bool has_batches(Revision revision) { return revision == Revision::r2025_03_26; }
+constexpr bool has_tool_annotations(Revision revision) { return revision >= Revision::r2025_03_26; }
+// Titles, structured results and their schemas.
+constexpr bool has_structured_results(Revision revision) { return revision >= Revision::r2025_06_18; }
+
+// What the server says of itself, by revision.
+Map server_info(Revision revision);
+Map server_capabilities(Revision revision);
+const char* instructions();
+
+// A result as the revision has it: since 2026-07-28 it says that it is complete and who made it.
+Map finished(Revision revision, Map result);
+// The same for results that a client may keep for `ttl_ms`.
+Map finished_for(Revision revision, Map result, int ttl_ms);
+
+}  // namespace ossilar::mcp

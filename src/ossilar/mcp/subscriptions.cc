@@ -1,0 +1,76 @@
+#include "ossilar/mcp/subscriptions.h"
+
+#include "ossilar/mcp/message.h"
+#include "ossilar/mcp/revision.h"
+
+namespace ossilar::mcp {
+namespace {
+
+Map shown(const ListenFilter& filter) {
+  Map honoured = Map::object();
+  if (filter.list_changed) honoured["resourcesListChanged"] = true;
+  if (!filter.uris.empty()) honoured["resourceSubscriptions"] = filter.uris;
+  return honoured;
+}
+
+}  // namespace
+
+void Subscriptions::begin_session() {
+  const std::lock_guard lock(mutex_);
+  session_ = true;
+}
+
+void Subscriptions::subscribe(const std::string& uri) {
+  const std::lock_guard lock(mutex_);
+  uris_.insert(uri);
+}
+
+void Subscriptions::unsubscribe(const std::string& uri) {
+  const std::lock_guard lock(mutex_);
+  uris_.erase(uri);
+}
+
+void Subscriptions::notify(const char* method, Map params, const Map& subscription) {
+  if (!subscription.is_null()) params["_meta"] = Map{{meta_key::kSubscription, subscription}};
+  output_.write(notification_line(method, params));
+}
+
+void Subscriptions::listen(const Map& id, const ListenFilter& filter) {
+  const std::lock_guard lock(mutex_);
+  notify("notifications/subscriptions/acknowledged", Map{{"notifications", shown(filter)}}, id);
+  listeners_[id.dump()] = {id, filter};
+}
+
+void Subscriptions::cancel(const Map& id) {
+  const std::lock_guard lock(mutex_);
+  listeners_.erase(id.dump());
+}
+
+bool Subscriptions::holds(const Map& id) {
+  const std::lock_guard lock(mutex_);
+  return listeners_.count(id.dump()) > 0;
+}
+
+void Subscriptions::finish() {
+  const std::lock_guard lock(mutex_);
+  for (const auto& [key, listener] : listeners_) {
+    Map result = finished(Revision::r2026_07_28, Map::object());
+    result["_meta"][meta_key::kSubscription] = listener.id;
+    output_.write(result_line(listener.id, result));
+  }
+  listeners_.clear();
+}
+
+void Subscriptions::page_changed(const std::string& uri, bool listed) {
+  constexpr const char* kUpdated = "notifications/resources/updated";
+  constexpr const char* kListChanged = "notifications/resources/list_changed";
+  const std::lock_guard lock(mutex_);
+  if (uris_.count(uri) > 0) notify(kUpdated, Map{{"uri", uri}}, {});
+  if (listed && session_) notify(kListChanged, Map::object(), {});
+  for (const auto& [key, listener] : listeners_) {
+    if (listener.filter.uris.count(uri) > 0) notify(kUpdated, Map{{"uri", uri}}, listener.id);
+    if (listed && listener.filter.list_changed) notify(kListChanged, Map::object(), listener.id);
+  }
+}
+
+}  // namespace ossilar::mcp

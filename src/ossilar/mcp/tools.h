@@ -1,0 +1,53 @@
+// The tools of an agent session.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ossilar/mcp/revision.h"
+#include "ossilar/mcp/wiki_provider.h"
+#include "ossilar/utils/json.h"
+
+namespace ossilar::mcp {
+
+struct ToolResult {
+  Map value;                       // fits the tool's output schema, or has `error`
+  std::vector<std::string> notes;  // for the reader of the result, beside it
+};
+
+struct Tool {
+  std::string_view name;
+  std::string_view title;
+  std::string_view description;
+  bool reads_only = true;
+  Map input_schema;
+  Map output_schema;  // null: results are text alone
+  ToolResult (*call)(workers::wiki::WikiGenerator& wiki, const Map& arguments);
+};
+
+inline constexpr std::string_view kSavePage = "save_page";
+
+// In the order in which clients list them.
+const std::vector<Tool>& tools();
+
+// The result of `tools/list`.
+Map list_tools(WikiProvider& provider, Revision revision, const Map& params);
+
+// The result of `tools/call`: what the tool gave, or a result with `isError` for arguments that do not fit
+// and for whatever failed in the tool. Throws ProtocolError for a tool that does not exist; utils::Cancelled
+// passes.
+Map call_tool(WikiProvider& provider, Revision revision, const Map& params);
+
+// What calls with these params must not run beside; "" for those that may run beside any.
+std::string serial_key(const Map& params);
+
+// The tools, each in a file of its own group.
+Tool list_pages_tool();
+Tool page_context_tool();
+Tool read_page_tool();
+Tool save_page_tool();
+Tool search_wiki_tool();
+Tool wiki_status_tool();
+
+}  // namespace ossilar::mcp

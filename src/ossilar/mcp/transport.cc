@@ -1,0 +1,115 @@
+#include "ossilar/mcp/transport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "ossilar/utils/error.h"
+
+namespace ossilar::mcp {
+namespace {
+
+constexpr std::size_t kBlock = std::size_t{64} * 1024;
+
+ssize_t read_uninterrupted(int fd, char* into, std::size_t size) {
+  ssize_t got = read(fd, into, size);
+  while (got < 0 && errno == EINTR) got = read(fd, into, size);
+  return got;
+}
+
+// A descriptor that somebody made non-blocking is waited for like any other.
+bool wait_for_room(int fd) {
+  pollfd wanted{.fd = fd, .events = POLLOUT, .revents = 0};
+  const int ready = poll(&wanted, 1, -1);
+  return ready > 0 || errno == EINTR;
+}
+
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(fd, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN ? !wait_for_room(fd) : errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+std::variant<Line, LineTooLong, EndOfInput> LineReader::next() {
+  for (;;) {
+    const std::size_t feed = buffer_.find('\n', searched_);
+    if (feed != buffer_.npos) return take(feed, feed + 1);
+    searched_ = buffer_.size();
+    if (buffer_.size() > kLongestLine) {
+      too_long_ = true;
+      buffer_.clear();
+      searched_ = 0;
+    }
+    if (!fill())
+      return buffer_.empty() && !too_long_ ? std::variant<Line, LineTooLong, EndOfInput>(EndOfInput{})
+                                           : take(buffer_.size(), buffer_.size());
+  }
+}
+
+// False when nobody reads the answers.
+bool LineReader::wait_for_input() const {
+  std::array<pollfd, 2> ends{pollfd{.fd = fd_, .events = POLLIN, .revents = 0},
+                             pollfd{.fd = answers_fd_, .events = 0, .revents = 0}};
+  while (poll(ends.data(), ends.size(), -1) < 0) {
+    if (errno != EINTR) return true;  // reading will tell
+  }
+  return ends[0].revents != 0;
+}
+
+bool LineReader::fill() {
+  if (ended_) return false;
+  if (!wait_for_input()) return !(ended_ = true);
+  const std::size_t before = buffer_.size();
+  buffer_.resize(before + kBlock);
+  const ssize_t got = read_uninterrupted(fd_, buffer_.data() + before, kBlock);
+  buffer_.resize(before + static_cast<std::size_t>(got > 0 ? got : 0));
+  ended_ = got <= 0;
+  return !ended_;
+}
+
+std::variant<Line, LineTooLong, EndOfInput> LineReader::take(std::size_t size, std::size_t with_feed) {
+  const bool too_long = too_long_ || size > kLongestLine;
+  Line line{too_long ? std::string() : buffer_.substr(0, size)};
+  buffer_.erase(0, with_feed);
+  // What a long line left reserved is given back.
+  if (buffer_.capacity() > 4 * kBlock) buffer_ = std::string(buffer_);
+  searched_ = 0;
+  too_long_ = false;
+  if (too_long) return LineTooLong{};
+  if (!line.text.empty() && line.text.back() == '\r') line.text.pop_back();
+  return line;
+}
+
+bool LineWriter::write(std::string_view text) {
+  std::string line(text);
+  line += '\n';
+  const std::lock_guard lock(mutex_);
+  if (!broken_) broken_ = !write_all(fd_, line);
+  return !broken_;
+}
+
+utils::UniqueFd take_standard_output() {
+  utils::UniqueFd output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
+  if (!output) throw utils::IoError("cannot take standard output for messages", errno);
+  if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+    throw utils::IoError("cannot send standard output to standard error", errno);
+  return output;
+}
+
+bool reader_is_gone(int fd) {
+  pollfd state{.fd = fd, .events = 0, .revents = 0};
+  return poll(&state, 1, 0) > 0 && (state.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,258 @@
+#include "ossilar/mcp/session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+
+#include "ossilar/utils/process.h"
+#include "support/mcp_client.h"
+#include "support/rows.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using testing::McpClient;
+using ::testing::Not;
+using testing::WikiRepo;
+
+Map save_arguments(const std::string& page_id, const std::string& content) {
+  return {{"page_id", page_id}, {"content", content}};
+}
+
+std::string line_of_row(const Map& line) {
+  if (line.is_string()) return line.get<std::string>();
+  std::string text;
+  if (line.contains("hex")) {
+    const std::string hex = line.at("hex").get<std::string>();
+    for (std::size_t i = 0; i < hex.size(); i += 2)
+      text += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    return text;
+  }
+  text = line.value("before", "");
+  for (int i = 0; i < line.at("times").get<int>(); ++i) text += line.at("repeat").get<std::string>();
+  return text + line.value("after", "");
+}
+
+// What a server writes that reads these lines from a file.
+std::string replies_to(const WikiRepo& repo, const std::string& lines) {
+  repo.dir.write("lines", lines);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen((repo.dir / "lines").c_str(), "r"),
+                                                           std::fclose);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen((repo.dir / "replies").c_str(), "w"),
+                                                            std::fclose);
+  WikiProvider provider(repo.dir.path());
+  LineWriter output(fileno(out.get()));
+  Session session(provider, output);
+  LineReader reader(fileno(in.get()), fileno(out.get()));
+  for (;;) {
+    const auto next = reader.next();
+    if (std::holds_alternative<EndOfInput>(next)) break;
+    const auto* line = std::get_if<Line>(&next);
+    line != nullptr ? session.receive(line->text) : session.receive_too_long();
+  }
+  EXPECT_TRUE(session.finish(std::chrono::minutes(1), false));
+  return repo.dir.read("replies");
+}
+
+TEST(Session, AnswersAwkwardLinesAsTheProtocolHasIt) {
+  const WikiRepo repo;
+  const std::vector<Map> rows = testing::rows_of("mcp/lines.txt");
+  EXPECT_GE(rows.size(), 30U);
+  for (const Map& row : rows) {
+    const std::string revision = row.at(1).get<std::string>();
+    std::string lines = line_of_row(row.at(2)) + "\n";
+    if (!revision.empty()) {
+      lines = R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":")" + revision +
+              "\"}}\n" + lines;
+    }
+    std::string replies = replies_to(repo, lines);
+    if (!revision.empty()) replies.erase(0, replies.find('\n') + 1);
+    EXPECT_EQ(replies, row.at(3).is_null() ? "" : row.at(3).get<std::string>() + "\n") << row.at(0);
+  }
+}
+
+// A page of so many sections, each with a citation.
+std::string sectioned(int sections) {
+  std::string text = "Many sections.\n";
+  for (int i = 0; i < sections; ++i) {
+    text += "\n## Section " + std::to_string(i) + "\n\nOld [src/alpha.cpp:L" + std::to_string(i % 10 + 1) +
+            "].\n";
+  }
+  return text;
+}
+
+TEST(Session, KeepsEveryOneOfTwentySectionSavesInFlightOnOnePage) {
+  constexpr int kSections = 20;
+  const WikiRepo repo;
+  McpClient client(repo.dir.path());
+  ASSERT_TRUE(client.tool("save_page", save_arguments("alpha", sectioned(kSections))).contains("saved"));
+  for (int i = 0; i < kSections; ++i) {
+    Map arguments =
+        save_arguments("alpha", "New " + std::to_string(i) + "! [src/alpha.cpp:L1] [src/alpha.cpp:L2]");
+    arguments["section"] = "Section " + std::to_string(i);
+    client.send("tools/call", Map{{"name", "save_page"}, {"arguments", arguments}});
+  }
+  for (int i = 0; i < kSections; ++i) {
+    const Map answer = client.next_that([](const Map& message) { return message.contains("result"); });
+    EXPECT_TRUE(McpClient::value_of(answer).contains("saved")) << answer;
+  }
+  for (int i = 0; i < kSections; ++i)
+    EXPECT_THAT(repo.page("alpha"), HasSubstr("\nNew " + std::to_string(i) + "! "));
+}
+
+TEST(Session, ACancelledSaveWritesNothingAndIsNotAnswered) {
+  const WikiRepo repo;
+  store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
+  McpClient client(repo.dir.path());
+  client.tool("wiki_status");
+  lock.acquire(false);
+  const int save =
+      client.send("tools/call", Map{{"name", "save_page"},
+                                    {"arguments", save_arguments("alpha", WikiRepo::text_about("alpha"))},
+                                    {"_meta", Map{{"progressToken", "t"}}}});
+  int last = 0;
+  client.next_that([&](const Map& message) {
+    const Map& params = utils::member(message, "params");
+    EXPECT_EQ(utils::member(params, "progressToken"), "t");
+    EXPECT_GT(params.at("progress").get<int>(), std::exchange(last, params.at("progress").get<int>()));
+    return utils::string_member(params, "message") == "waiting for the write lock";
+  });
+  client.notify("notifications/cancelled", Map{{"requestId", save}});
+  ASSERT_TRUE(client.session().finish(std::chrono::minutes(1), false));
+  lock.release();
+  EXPECT_TRUE(
+      client.tool("save_page", save_arguments("beta", WikiRepo::text_about("beta"))).contains("saved"));
+  for (const Map& message : client.messages()) EXPECT_NE(utils::member(message, "id"), save) << message;
+  EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"));
+}
+
+TEST(Session, TellsSubscribersOfPagesThatOthersSave) {
+  const WikiRepo repo;
+  const auto other = repo.open();
+  McpClient client(repo.dir.path());
+  client.call("resources/subscribe", Map{{"uri", "ossilar://pages/beta"}});
+  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  ASSERT_TRUE(other->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
+  const Map updated = client.notification("notifications/resources/updated");
+  EXPECT_EQ(updated.at("params").at("uri"), "ossilar://pages/beta")
+      << "and not alpha, which nobody asked about";
+  EXPECT_EQ(client.call("resources/list").at("result").at("resources").size(), 2U);
+}
+
+TEST(Session, ListensUntilItIsCancelled) {
+  const WikiRepo repo;
+  const auto other = repo.open();
+  McpClient client(repo.dir.path(), "");
+  const Map meta{{meta_key::kVersion, "2026-07-28"}, {meta_key::kClientCapabilities, Map::object()}};
+  const Map asked{{"resourceSubscriptions", Map::array({"ossilar://pages/alpha", "file:///etc/passwd"})},
+                  {"toolsListChanged", true}};
+  const int listening = client.send("subscriptions/listen", Map{{"notifications", asked}, {"_meta", meta}});
+  const Map acknowledged = client.next();
+  EXPECT_EQ(acknowledged.at("method"), "notifications/subscriptions/acknowledged") << "first of all";
+  EXPECT_EQ(acknowledged.at("params").at("notifications"),
+            (Map{{"resourceSubscriptions", Map::array({"ossilar://pages/alpha"})}}))
+      << "what is not honoured is not promised";
+  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  const Map updated = client.notification("notifications/resources/updated");
+  EXPECT_EQ(updated.at("params").at("_meta").at(meta_key::kSubscription), listening);
+
+  client.notify("notifications/cancelled", Map{{"requestId", listening}});
+  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
+  client.call("tools/call", Map{{"name", "wiki_status"}, {"_meta", meta}});
+  const int last =
+      client.send("subscriptions/listen", Map{{"notifications", Map::object()}, {"_meta", meta}});
+  client.notification("notifications/subscriptions/acknowledged");
+  client.session().finish(std::chrono::minutes(1), false);
+  EXPECT_EQ(client.answer(last).at("result").at("_meta").at(meta_key::kSubscription), last)
+      << "the end is said";
+  for (const Map& message : client.messages()) EXPECT_NE(utils::member(message, "id"), listening) << message;
+}
+
+TEST(Session, KeepsWhatItRefusedAndShowsItAgain) {
+  const WikiRepo repo;
+  McpClient client(repo.dir.path());
+  const Map answer = client.call(
+      "tools/call",
+      Map{{"name", "save_page"}, {"arguments", save_arguments("alpha", "No source.\r\n\xEF\xBB\xBF")}});
+  EXPECT_TRUE(answer.at("result").at("isError").get<bool>());
+  const std::string note = answer.at("result").at("content").at(1).at("text").get<std::string>();
+  const std::size_t at = note.find("ossilar://drafts/");
+  ASSERT_NE(at, note.npos) << note;
+  const std::string uri = note.substr(at, note.find(' ', at) - at);
+  const Map read = client.call("resources/read", Map{{"uri", uri}});
+  EXPECT_THAT(read.at("result").at("contents").at(0).at("text").get<std::string>(),
+              HasSubstr("No source.\n"));
+  EXPECT_EQ(repo.dir.read(".ossilar/drafts/" + uri.substr(std::string("ossilar://drafts/").size())),
+            "No source.\r\n\xEF\xBB\xBF")
+      << "as it was sent";
+}
+
+TEST(Session, ShowsOlderRevisionsNothingThatTheyDoNotKnow) {
+  struct Case {
+    const char* revision;
+    bool annotations, structured;
+  };
+  const WikiRepo repo;
+  for (const Case& each : {Case{"2024-11-05", false, false}, Case{"2025-03-26", true, false},
+                           Case{"2025-06-18", true, true}, Case{"2025-11-25", true, true}}) {
+    SCOPED_TRACE(each.revision);
+    McpClient client(repo.dir.path(), each.revision);
+    const Map tools = client.call("tools/list").at("result").at("tools");
+    EXPECT_FALSE(tools.empty());
+    for (const Map& tool : tools) {
+      EXPECT_EQ(tool.contains("annotations"), each.annotations);
+      EXPECT_EQ(tool.contains("outputSchema"), each.structured);
+      EXPECT_EQ(tool.contains("title"), each.structured);
+    }
+    const Map result = client.call("tools/call", Map{{"name", "wiki_status"}}).at("result");
+    EXPECT_EQ(result.contains("structuredContent"), each.structured);
+    EXPECT_FALSE(result.contains("resultType"));
+  }
+}
+
+TEST(Session, CompletesPagesAndHeadings) {
+  const WikiRepo repo;
+  McpClient client(repo.dir.path());
+  client.tool("save_page", save_arguments("alpha", WikiRepo::text_about("alpha")));
+  const Map prompt{{"type", "ref/prompt"}, {"name", "write-page"}};
+  const auto values = [&](const char* name, const char* value) {
+    return client
+        .call("completion/complete", Map{{"ref", prompt},
+                                         {"argument", Map{{"name", name}, {"value", value}}},
+                                         {"context", Map{{"arguments", Map{{"page_id", "alpha"}}}}}})
+        .at("result")
+        .at("completion")
+        .at("values");
+  };
+  EXPECT_EQ(values("page_id", "AL"), Map::array({"alpha"}));
+  EXPECT_EQ(values("page_id", "et"), Map::array({"beta"})) << "within a word too";
+  EXPECT_EQ(values("section", ""), Map::array({"One", "Two"}));
+}
+
+TEST(Session, FollowsASwitchOfBranch) {
+  const WikiRepo repo;
+  const auto git = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(),
+                     {"git", "-C", repo.dir.path(), "-c", "user.name=t", "-c", "user.email=t@t"});
+    ASSERT_EQ(utils::run_process(arguments, "").exit_code, 0);
+  };
+  git({"init", "-q", "-b", "one"});
+  git({"add", "-A"});
+  McpClient client(repo.dir.path());
+  EXPECT_TRUE(
+      client.tool("save_page", save_arguments("alpha", WikiRepo::text_about("alpha"))).contains("saved"));
+  git({"add", "-A"});
+  git({"commit", "-qm", "pages"});
+  git({"switch", "-qc", "two"});
+  const Map status = client.tool("wiki_status");
+  EXPECT_EQ(status.at("branch"), "two");
+  EXPECT_EQ(status.at("pages").at("ok"), 1) << "the committed page is taken over";
+}
+
+}  // namespace
+}  // namespace ossilar::mcp
