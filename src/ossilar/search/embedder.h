@@ -19,6 +19,8 @@ class Embedder {
   // Names the model; vectors of different models are never compared.
   virtual std::string model() const = 0;
   virtual std::size_t dimensions() const = 0;
+  // What a place in the ranking by these vectors counts where one in the ranking by words counts 1.
+  virtual double ranking_weight() const { return 1; }
   // One vector of dimensions() numbers and length 1 (0 for a text without words) per text, in their order.
   virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts) = 0;
 };

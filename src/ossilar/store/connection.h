@@ -60,6 +60,7 @@ class Query {
   // Of the row at hand, by column from 0.
   std::string text(int column) const;
   std::int64_t number(int column) const;
+  double real(int column) const { return statement_.getColumn(column).getDouble(); }
   std::string blob(int column) const { return text(column); }
   bool is_null(int column) const { return statement_.isColumnNull(column); }
 

@@ -39,6 +39,14 @@ class ForwardingStore : public WikiStore {
   std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
     return target_.chunks(branch, page_id);
   }
+  std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
+                                        const PassageFilter& filter, std::size_t limit) override {
+    return target_.match_words(branch, words, filter, limit);
+  }
+  std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model, const Vector& query,
+                                    const PassageFilter& filter, std::size_t limit) override {
+    return target_.nearest(branch, model, query, filter, limit);
+  }
   PageDigests load_digests(const std::string& branch) override { return target_.load_digests(branch); }
   void persist_digests(const std::string& branch, const PageDigests& digests) override {
     target_.persist_digests(branch, digests);

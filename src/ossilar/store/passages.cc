@@ -23,20 +23,6 @@ std::string vector_bytes(const Vector& vector) {
   return bytes;
 }
 
-Vector vector_of(const std::string& bytes, const std::string& hash) {
-  if (bytes.size() % kNumberBytes != 0)
-    throw utils::Error("the vector of the passage " + hash + " is damaged");
-  Vector vector;
-  vector.reserve(bytes.size() / kNumberBytes);
-  for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
-    std::uint32_t bits = 0;
-    for (std::size_t i = kNumberBytes; i-- > 0;)
-      bits = bits << 8U | static_cast<unsigned char>(bytes[at + i]);
-    vector.push_back(std::bit_cast<float>(bits));
-  }
-  return vector;
-}
-
 // Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
 // passage.
 constexpr const char* kSharedPassages =
@@ -97,6 +83,20 @@ PassageHashes held_passages(Connection& connection, std::int64_t page_key) {
 }
 
 }  // namespace
+
+Vector vector_of(const std::string& bytes, const std::string& hash) {
+  if (bytes.size() % kNumberBytes != 0)
+    throw utils::Error("the vector of the passage " + hash + " is damaged");
+  Vector vector;
+  vector.reserve(bytes.size() / kNumberBytes);
+  for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
+    std::uint32_t bits = 0;
+    for (std::size_t i = kNumberBytes; i-- > 0;)
+      bits = bits << 8U | static_cast<unsigned char>(bytes[at + i]);
+    vector.push_back(std::bit_cast<float>(bits));
+  }
+  return vector;
+}
 
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
                                     const std::string& page_id, const std::string& model) {

@@ -15,6 +15,9 @@
 
 namespace ossilar::store {
 
+// A stored vector; `hash` is its passage's, for the failure that reports a damaged one.
+Vector vector_of(const std::string& bytes, const std::string& hash);
+
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
                                     const std::string& page_id, const std::string& model);
 

@@ -104,6 +104,27 @@ inline constexpr const char* kCitations = "citations";  // those that stand in t
 inline constexpr const char* kEmbedding = "embedding";
 }  // namespace chunk_key
 
+// Which passages a search looks at; "" leaves a field open.
+struct PassageFilter {
+  std::string page_type = {};
+  // A source file or a folder: passages that cite it or something in it, and those of pages that rest on
+  // such.
+  std::string path = {};
+};
+
+// A passage with the place of the page at which it was found.
+struct FoundPassage {
+  std::string page_id = {};
+  std::string title = {};
+  std::string page_type = {};
+  std::string rel_path = {};
+  std::string section = {};
+  std::string text = {};
+  std::string hash = {};
+  Map citations = {};  // as in a chunk record
+  double score = 0;
+};
+
 // Everything that the host of a wiki keeps.
 class WikiStore : public Repository {
  public:
@@ -120,6 +141,19 @@ class WikiStore : public Repository {
                             const PassageHashes& shared_before) = 0;
   // The chunk records of a page in their order, embeddings left out.
   virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
+
+  // Search. Both give the best passages of the branch first, `limit` at most; one that several pages hold
+  // comes once for each.
+  //
+  // Passages that hold any of these words, caselessly and by their stems (of identifiers by their parts, see
+  // utils/identifiers.h). The score is BM25's, the more the better.
+  virtual std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
+                                                const PassageFilter& filter, std::size_t limit) = 0;
+  // Passages whose vectors of `model` have the largest cosines with `query`, which are their scores. Memory
+  // does not grow with the wiki. A passage without such a vector is not found.
+  virtual std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model,
+                                            const Vector& query, const PassageFilter& filter,
+                                            std::size_t limit) = 0;
 
   // Digests.
   virtual PageDigests load_digests(const std::string& branch) = 0;

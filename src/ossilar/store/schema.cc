@@ -14,6 +14,7 @@
 #include <string_view>
 #include <thread>
 
+#include "ossilar/store/word_index.h"
 #include "ossilar/utils/error.h"
 
 namespace ossilar::store {
@@ -25,8 +26,12 @@ namespace {
 // `revision` is the write transaction that last changed a row, counted over the whole file: who has read up
 // to a revision reads what is above it. A digest that is gone stays as a row without text, so that its going
 // is seen too.
+struct Step {
+  const char* sql;
+  void (*fill)(Connection& connection) = nullptr;  // what SQL alone cannot make of the rows that are there
+};
 constexpr std::array kSteps{
-    R"sql(
+    Step{R"sql(
 CREATE TABLE counter (revision INTEGER NOT NULL) STRICT;
 INSERT INTO counter VALUES (0);
 
@@ -107,7 +112,8 @@ CREATE TABLE source_records (
   path TEXT NOT NULL PRIMARY KEY,
   record TEXT NOT NULL
 ) STRICT;
-)sql",
+)sql"},
+    Step{kCreateWordIndex, fill_word_index},
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());
@@ -182,10 +188,12 @@ std::int64_t checked_version(SQLite::Database& database) {
 }
 
 // Another process may have migrated meanwhile, so the version is read again within the transaction.
-void migrate(SQLite::Database& database) {
+void migrate(Connection& connection) {
+  SQLite::Database& database = connection.database();
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
   for (auto at = static_cast<std::size_t>(schema_version(database)); at < kSteps.size(); ++at) {
-    database.exec(kSteps.at(at));
+    database.exec(kSteps.at(at).sql);
+    if (kSteps.at(at).fill != nullptr) kSteps.at(at).fill(connection);
   }
   database.exec("PRAGMA application_id = " + std::to_string(kApplicationId));
   database.exec("PRAGMA user_version = " + std::to_string(kSchemaVersion));
@@ -216,7 +224,7 @@ Connection open_database(const std::filesystem::path& file) {
   // it is.
   const std::int64_t version = checked_version(database);
   database.exec("PRAGMA synchronous = FULL");
-  if (version < kSchemaVersion) migrate(database);
+  if (version < kSchemaVersion) migrate(connection);
   use_write_ahead_log(database);
   database.exec("PRAGMA foreign_keys = ON");
   // The first indexing of a large repository is one transaction; its log is not to keep that size for ever.

@@ -10,6 +10,7 @@
 #include "ossilar/store/passages.h"
 #include "ossilar/store/rows.h"
 #include "ossilar/store/schema.h"
+#include "ossilar/store/word_index.h"
 
 namespace ossilar::store {
 namespace {
@@ -97,12 +98,28 @@ class SqliteStore final : public WikiStore {
   void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before) override {
     write("store the chunks of the page with the key " + std::to_string(page_key),
-          [&](Connection& connection) { replace_chunks(connection, page_key, chunks, shared_before); });
+          [&](Connection& connection) {
+            replace_chunks(connection, page_key, chunks, shared_before);
+            index_words(connection, page_key);
+          });
   }
 
   std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
     return read("read the chunks of the page " + page_id,
                 [&](Connection& connection) { return read_chunks(connection, branch, page_id); });
+  }
+
+  std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
+                                        const PassageFilter& filter, std::size_t limit) override {
+    return read("search the words of the branch " + branch,
+                [&](Connection& connection) { return find_words(connection, branch, words, filter, limit); });
+  }
+
+  std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model, const Vector& query,
+                                    const PassageFilter& filter, std::size_t limit) override {
+    return read("search the vectors of the branch " + branch, [&](Connection& connection) {
+      return find_nearest(connection, branch, {.model = model, .vector = query}, filter, limit);
+    });
   }
 
   PageDigests load_digests(const std::string& branch) override { return digest_snapshot(branch).entries; }

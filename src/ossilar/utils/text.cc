@@ -216,6 +216,12 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
   return out;
 }
 
+std::size_t utf8_size(std::string_view text, std::size_t at) {
+  const auto first = static_cast<unsigned char>(text[at]);
+  const std::size_t size = first < 0xC0 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  return std::min(size, text.size() - at);
+}
+
 std::string_view utf8_prefix(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   std::size_t end = limit;

@@ -46,6 +46,9 @@ std::string printable(std::string_view text);
 // `parts` with `separator` between each two.
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
+// How many bytes the character at `at` of UTF-8 text has; a stray byte counts as one. `at` is below the size.
+std::size_t utf8_size(std::string_view text, std::size_t at);
+
 // The longest prefix of `text` of at most `limit` bytes that does not end inside a UTF-8 character.
 std::string_view utf8_prefix(std::string_view text, std::size_t limit);
 

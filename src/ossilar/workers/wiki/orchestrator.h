@@ -27,6 +27,7 @@
 #include "ossilar/workers/wiki/page_version.h"
 #include "ossilar/workers/wiki/title_index.h"
 #include "ossilar/workers/wiki/vector_cache.h"
+#include "ossilar/workers/wiki/wiki_search.h"
 
 namespace ossilar::workers::wiki {
 
@@ -121,6 +122,10 @@ class WikiGenerator final : public AgentSaveMixin {
   std::variant<PageContext, Answer> page_context(const std::string& page_id);
   // A stored page, or the answer that says why there is none.
   std::variant<StoredPage, Answer> read_page(const std::string& page_id);
+  // The passages of the stored pages that answer the query best, or an answer that refuses it.
+  std::variant<SearchResult, Answer> search(const SearchRequest& request) {
+    return search_wiki(request, branch(), *store_, *embedder_);
+  }
   // Whether the page is planned or stored.
   bool has_page(const std::string& page_id);
   // The rows of this branch as stored now.

@@ -1,0 +1,165 @@
+#include "ossilar/store/word_index.h"
+
+#include <algorithm>
+#include <queue>
+#include <set>
+#include <tuple>
+
+#include "ossilar/store/passages.h"
+#include "ossilar/utils/identifiers.h"
+
+namespace ossilar::store {
+
+namespace {
+
+// A word's row is its chunk's: the page's key and the position in the page in one number.
+#define OSSILAR_POSITION_BITS "20"
+
+constexpr const char* kDropWords = "DELETE FROM words WHERE rowid >= ?1 << " OSSILAR_POSITION_BITS
+                                   " AND rowid < (?1 + 1) << " OSSILAR_POSITION_BITS;
+constexpr const char* kChunksOfPage =
+    "SELECT position, title, section, text FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash)"
+    " WHERE page_key = ?1";
+constexpr const char* kAddWords =
+    "INSERT INTO words (rowid, title, section, text) VALUES (?1 << " OSSILAR_POSITION_BITS
+    " | ?2, ?3, ?4, ?5)";
+constexpr const char* kIndexedPages = "SELECT DISTINCT page_key FROM chunks";
+
+// The pages of branch ?1, their chunks, and the filter: type ?2 and path ?3.
+#define OSSILAR_FILTERED                                                                            \
+  " page.branch = ?1 AND (?2 = '' OR page.page_type = ?2)"                                          \
+  " AND (?3 = '' OR EXISTS (SELECT 1 FROM json_each(page.source_files) AS file"                     \
+  " WHERE file.value = ?3 OR substr(file.value, 1, length(?3) + 1) = ?3 || '/')"                    \
+  " OR EXISTS (SELECT 1 FROM json_each(chunk.citations) AS cited WHERE cited.value ->> 'path' = ?3" \
+  " OR substr(cited.value ->> 'path', 1, length(?3) + 1) = ?3 || '/'))"
+
+// A title says what all of a page is about and a heading what its section is; a word there counts more.
+constexpr const char* kMatches =
+    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score"
+    " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
+    " JOIN chunks AS chunk ON chunk.page_key = page.page_key"
+    " AND chunk.position = words.rowid & ((1 << " OSSILAR_POSITION_BITS
+    ") - 1)"
+    " WHERE words MATCH ?4 AND" OSSILAR_FILTERED " ORDER BY score DESC, words.rowid LIMIT ?5";
+constexpr const char* kVectors =
+    "SELECT page.page_key, chunk.position, vectors.vector, chunk.hash FROM pages AS page"
+    " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.hash = chunk.hash AND vectors.model = ?4"
+    " WHERE" OSSILAR_FILTERED;
+constexpr const char* kFound =
+    "SELECT page_id, title, page_type, rel_path, section, text, hash, chunks.citations"
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash) WHERE page_key = ?1 AND position = "
+    "?2";
+
+// A question of many words finds what it asks for by its first.
+constexpr std::size_t kMostTerms = 64;
+
+// The words of `text` for the index: each part of an identifier, and the whole without its joints.
+std::string spelled_out(std::string_view text) {
+  std::string words;
+  for (const utils::Token& token : utils::tokens_of(text)) {
+    for (const std::string& part : token.parts) words.append(part).append(" ");
+    if (token.parts.size() > 1) words.append(token.joined()).append(" ");
+  }
+  return words;
+}
+
+// Any of the words; each is quoted, so none is taken for a part of FTS5's language.
+std::string match_expression(std::string_view words) {
+  std::string expression;
+  std::set<std::string> terms;
+  const auto add = [&](const std::string& term) {
+    if (terms.size() >= kMostTerms || !terms.insert(term).second) return;
+    expression.append(expression.empty() ? "\"" : " OR \"").append(term).append("\"");
+  };
+  for (const utils::Token& token : utils::tokens_of(words)) {
+    for (const std::string& part : token.parts) add(part);
+    if (token.parts.size() > 1) add(token.joined());
+  }
+  return expression;
+}
+
+struct Place {
+  double score;
+  std::int64_t page_key;
+  std::int64_t position;
+  // The better one first; of equals the one that comes first in the wiki, so that answers are the same each
+  // time.
+  bool operator<(const Place& other) const {
+    return std::tie(other.score, page_key, position) < std::tie(score, other.page_key, other.position);
+  }
+};
+
+std::vector<FoundPassage> describe(Connection& connection, const std::vector<Place>& places) {
+  std::vector<FoundPassage> found;
+  for (const Place& place : places) {
+    Query row(connection, kFound, place.page_key, place.position);
+    if (!row.next()) continue;
+    found.push_back({.page_id = row.text(0),
+                     .title = row.text(1),
+                     .page_type = row.text(2),
+                     .rel_path = row.text(3),
+                     .section = row.text(4),
+                     .text = row.text(5),
+                     .hash = row.text(6),
+                     .citations = utils::parse_json(row.text(7), chunk_key::kCitations),
+                     .score = place.score});
+  }
+  return found;
+}
+
+double dot(const Vector& a, const Vector& b) {
+  double sum = 0;
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) sum += static_cast<double>(a[i]) * b[i];
+  return sum;
+}
+
+}  // namespace
+
+void index_words(Connection& connection, std::int64_t page_key) {
+  Query(connection, kDropWords, page_key).run();
+  Query chunks(connection, kChunksOfPage, page_key);
+  while (chunks.next()) {
+    Query(connection, kAddWords, page_key, chunks.number(0), spelled_out(chunks.text(1)),
+          spelled_out(chunks.text(2)), spelled_out(chunks.text(3)))
+        .run();
+  }
+}
+
+void fill_word_index(Connection& connection) {
+  std::vector<std::int64_t> keys;
+  {
+    Query pages(connection, kIndexedPages);
+    while (pages.next()) keys.push_back(pages.number(0));
+  }
+  for (const std::int64_t key : keys) index_words(connection, key);
+}
+
+std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,
+                                     const std::string& words, const PassageFilter& filter,
+                                     std::size_t limit) {
+  const std::string expression = match_expression(words);
+  if (expression.empty()) return {};
+  std::vector<Place> places;
+  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression,
+             static_cast<std::int64_t>(limit));
+  while (rows.next()) places.push_back({rows.real(2), rows.number(0), rows.number(1)});
+  return describe(connection, places);
+}
+
+// The worst of the best so far is on top of the queue and goes when a better one comes.
+std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
+                                       const QueryVector& query, const PassageFilter& filter,
+                                       std::size_t limit) {
+  std::priority_queue<Place> best;
+  Query rows(connection, kVectors, branch, filter.page_type, filter.path, query.model);
+  while (rows.next()) {
+    best.push({dot(query.vector, vector_of(rows.blob(2), rows.text(3))), rows.number(0), rows.number(1)});
+    if (best.size() > limit) best.pop();
+  }
+  std::vector<Place> places;
+  for (; !best.empty(); best.pop()) places.push_back(best.top());
+  std::reverse(places.begin(), places.end());
+  return describe(connection, places);
+}
+
+}  // namespace ossilar::store
