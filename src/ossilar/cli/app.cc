@@ -4,10 +4,13 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
+#include "ossilar/cli/client_setup.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/log_sink.h"
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/text.h"
 
 namespace ossilar::cli {
 namespace {
@@ -19,8 +22,10 @@ struct Arguments {
   bool json = false;
   ColorChoice color = ColorChoice::automatic;
   std::string page_id;
+  std::vector<std::string> clients;
   SaveArguments save;
   ShowArguments show;
+  workers::wiki::SearchRequest search;
   utils::LogSink log;
   Command command;
 };
@@ -49,10 +54,21 @@ void add_globals(CLI::App& app, Arguments& arguments) {
       ->option_text("WHEN");
 }
 
+void add_init_command(CLI::App& app, Arguments& arguments) {
+  auto* init = add_command(
+      app, arguments, "init", "Set a wiki up here: its files, the index of the source, committed pages",
+      "ossilar init\n  ossilar init --client claude-code --client vscode",
+      [&](Output& output) { return run_init(arguments.place, arguments.clients, output); });
+  init->add_option(
+          "--client", arguments.clients,
+          "Set an agent's client up to run ossilar here, once for each: " + utils::join(client_names(), ", "))
+      ->check(CLI::IsMember(client_names()))
+      ->allow_extra_args(false)
+      ->type_name("NAME")
+      ->option_text("NAME");
+}
+
 void add_reading_commands(CLI::App& app, Arguments& arguments) {
-  add_command(app, arguments, "init",
-              "Set a wiki up here: its files, the index of the source, committed pages", "ossilar init",
-              [&](Output& output) { return run_init(arguments.place, output); });
   add_command(app, arguments, "plan", "List every page of the plan and its state", "ossilar plan",
               [&](Output& output) { return run_plan(arguments.place, output); });
   auto* context = add_command(
@@ -65,6 +81,21 @@ void add_reading_commands(CLI::App& app, Arguments& arguments) {
   show->add_option("PAGE", arguments.show.page_id, "The page's id")->required();
   show->add_option("--section", arguments.show.section, "One ## section")->type_name("HEADING");
   show->add_flag("--authored", arguments.show.authored, "The author's text alone, as a save takes it");
+  auto* search = add_command(
+      app, arguments, "search", "Find the passages of the wiki that answer a question",
+      "ossilar search \"who holds the write lock\" -n 3\n  ossilar search parseHTTPHeader --path src/net",
+      [&](Output& output) { return run_search(arguments.place, arguments.search, output); });
+  search
+      ->add_option("QUERY", arguments.search.query, "Words, a question, or names of the code in any spelling")
+      ->required();
+  search->add_option("-n", arguments.search.limit, "How many passages at most, 1 to 50 (default: 8)")
+      ->type_name("N");
+  search
+      ->add_option("--type", arguments.search.page_type,
+                   "Only pages of this type: overview, architecture, ...")
+      ->type_name("TYPE");
+  search->add_option("--path", arguments.search.path, "Only passages about this source file or folder")
+      ->type_name("PATH");
   add_command(app, arguments, "status", "Show branch, pages by state, and the last write", "ossilar status",
               [&](Output& output) { return run_status(arguments.place, output); });
 }
@@ -123,6 +154,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.fallthrough();
   add_globals(app, arguments);
+  add_init_command(app, arguments);
   add_reading_commands(app, arguments);
   add_save_command(app, arguments);
   add_mcp_command(app, arguments);

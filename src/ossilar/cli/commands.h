@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ossilar/cli/output.h"
 #include "ossilar/utils/logging.h"
@@ -41,11 +42,13 @@ struct ShowArguments {
   bool authored = false;
 };
 
-int run_init(const Place& place, Output& output);
+// Sets up the agent clients of these names too, each a name of client_names().
+int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output);
 int run_plan(const Place& place, Output& output);
 int run_context(const Place& place, const std::string& page_id, Output& output);
 int run_save(const Place& place, const SaveArguments& arguments, Output& output);
 int run_show(const Place& place, const ShowArguments& arguments, Output& output);
+int run_search(const Place& place, const workers::wiki::SearchRequest& request, Output& output);
 int run_status(const Place& place, Output& output);
 // Takes standard output for itself; log records go to `log` and to the client.
 int run_mcp(const Place& place, const utils::LogSink& log);

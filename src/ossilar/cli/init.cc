@@ -1,5 +1,6 @@
 #include <map>
 
+#include "ossilar/cli/client_files.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/open_wiki.h"
@@ -32,7 +33,7 @@ void print_next_steps(const WikiStatus& status, Output& output) {
 }
 
 Map document_of(const std::filesystem::path& root, const std::vector<std::string>& created,
-                const WikiStatus& status, const AdoptionReport& adoption) {
+                const WikiStatus& status, const AdoptionReport& adoption, const ClientFiles& clients) {
   return {{"root", utils::valid_utf8(root.string())},
           {"created", created},
           {"indexed_files", status.indexed_files},
@@ -40,20 +41,24 @@ Map document_of(const std::filesystem::path& root, const std::vector<std::string
           {"adopted", adoption.adopted},
           {"edited", adoption.edited},
           {"unplanned_files", adoption.unplanned},
-          {"failed", adoption.failed}};
+          {"failed", adoption.failed},
+          {"clients", clients.documents()},
+          {"client_configuration", server_on_this_machine(root)}};
 }
 
 }  // namespace
 
-int run_init(const Place& place, Output& output) {
+int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output) {
   const std::filesystem::path root = place.root_or_here();
+  const ClientFiles clients(root, client_names);
   const std::vector<std::string> created = workers::wiki::set_up_wiki(root);
   const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = wiki->adopt_pages();
   const WikiStatus status = wiki->status();
+  clients.write();
 
-  output.document(document_of(root, created, status, adoption));
+  output.document(document_of(root, created, status, adoption, clients));
   output.line(output.styled(Style::good, "ready") + "  " + output.styled(Style::bold, root.string()));
   if (!created.empty())
     output.line("Created " + output.styled(Style::plain, utils::join(created, ", ")) + ".");
@@ -61,6 +66,8 @@ int run_init(const Place& place, Output& output) {
               std::to_string(status.pages.size()) + " page(s) planned.");
   print_adoption(adoption, output);
   print_next_steps(status, output);
+  clients.print(output);
+  if (client_names.empty()) print_client_advice(root, output);
   return kDone;
 }
 

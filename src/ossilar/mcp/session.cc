@@ -77,9 +77,10 @@ bool is_known(std::string_view name, Revision revision) {
 
 Revision named_revision(const Map& meta) {
   const Map& version = utils::member(meta, meta_key::kVersion);
-  if (!version.is_string())
+  if (!version.is_string()) {
     throw ProtocolError(error_code::kInvalidParams,
                         std::string("params._meta.") + meta_key::kVersion + " must be a string");
+  }
   const auto& name = version.get_ref<const std::string&>();
   const Revision* revision = find_revision(name);
   if (revision == nullptr || !is_stateless(*revision)) {

@@ -67,7 +67,7 @@ ToolResult run(const Tool& tool, WikiProvider& provider, const Map& arguments) {
 
 const std::vector<Tool>& tools() {
   static const std::vector<Tool> all{list_pages_tool(), page_context_tool(), read_page_tool(),
-                                     save_page_tool(), wiki_status_tool()};
+                                     save_page_tool(),  wiki_status_tool(),  search_wiki_tool()};
   return all;
 }
 

@@ -51,9 +51,9 @@ std::variant<Line, LineTooLong, EndOfInput> LineReader::next() {
       buffer_.clear();
       searched_ = 0;
     }
-    if (!fill())
-      return buffer_.empty() && !too_long_ ? std::variant<Line, LineTooLong, EndOfInput>(EndOfInput{})
-                                           : take(buffer_.size(), buffer_.size());
+    if (fill()) continue;
+    if (buffer_.empty() && !too_long_) return EndOfInput{};
+    return take(buffer_.size(), buffer_.size());
   }
 }
 

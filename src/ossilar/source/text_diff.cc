@@ -24,7 +24,8 @@ std::string without_header(std::string_view patch) {
 std::string unified_diff(const NamedText& before, const NamedText& after) {
   if (before.text == after.text) return "";
   use_libgit2();
-  git_diff_options options = GIT_DIFF_OPTIONS_INIT;
+  git_diff_options options{};
+  git_diff_options_init(&options, GIT_DIFF_OPTIONS_VERSION);
   options.flags = GIT_DIFF_FORCE_TEXT;
   git_patch* made = nullptr;
   if (git_patch_from_buffers(&made, before.text.data(), before.text.size(), "text", after.text.data(),

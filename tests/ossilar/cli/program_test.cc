@@ -131,6 +131,31 @@ const std::vector<Case>& cases() {
       {"unknown command", {}, {"frob"}, "", 2, "unknown command or argument 'frob'"},
       {"no page", {}, {"save"}, "", 2, "PAGE is required"},
       {"no such file", {}, {"save", "alpha", "/nonexistent.md"}, "", 2, "cannot open /nonexistent.md"},
+      {"unknown client", {}, {"init", "--client", "emacs"}, "", 2, "emacs not in {claude-code,codex,"},
+      {"a client's file with comments",
+       [](const WikiRepo& repo) { repo.dir.write(".mcp.json", "{} // mine"); },
+       {"init", "--client", "codex", "--client", "claude-code"},
+       "",
+       2,
+       ".mcp.json is not plain JSON"},
+      {"a client's file not UTF-8",
+       [](const WikiRepo& repo) { repo.dir.write(".mcp.json", "{\"\xff\": 1}"); },
+       {"init", "--client", "claude-code"},
+       "",
+       3,
+       ".mcp.json is not UTF-8: byte 0xFF at offset 2"},
+      {"a client's file is a link",
+       [](const WikiRepo& repo) { fs::create_symlink("/etc/hostname", repo.dir / ".mcp.json"); },
+       {"init", "--client", "claude-code"},
+       "",
+       3,
+       ".mcp.json is a symbolic link"},
+      {"a client's folder is a link",
+       [](const WikiRepo& repo) { fs::create_directory_symlink("/tmp", repo.dir / ".vscode"); },
+       {"init", "--client", "vscode"},
+       "",
+       3,
+       ".vscode is a symbolic link"},
   };
   return kCases;
 }
@@ -176,6 +201,29 @@ TEST(Program, AFailedRefreshOfTheIndexIsLoggedAndThePageIsSaved) {
   EXPECT_THAT(repo.page("alpha"), HasSubstr("About alpha."));
 }
 
+TEST(Program, SetsClientsUpOnceAndChangesNoneWhenOneIsRefused) {
+  const TempDir dir;
+  dir.write("lib/one.py", "def one():\n    return 1\n");
+  dir.write(".cursor/mcp.json", "[]");
+  EXPECT_EQ(ossilar_in(dir.path(), {"init", "--client", "codex", "--client", "cursor"}).exit_code, 2);
+  EXPECT_FALSE(fs::exists(dir / ".codex") || fs::exists(dir / ".ossilar"));
+
+  const std::vector<std::string> init{"init",     "--client", "codex", "--client",
+                                      "windsurf", "--client", "codex"};
+  const ProcessResult first = ossilar_in(dir.path(), init);
+  EXPECT_THAT(first.output, HasSubstr("codex: wrote .codex/config.toml"));
+  EXPECT_THAT(first.output, HasSubstr("add to your ~/.codeium/windsurf/mcp_config.json:\n  {\n"));
+  EXPECT_THAT(dir.read(".codex/config.toml"), HasSubstr("[mcp_servers.ossilar]\ncommand = \"ossilar\"\n"));
+  EXPECT_THAT(ossilar_in(dir.path(), init).output, HasSubstr(".codex/config.toml has the server already"));
+
+  const Map json =
+      utils::parse_json(ossilar_in(dir.path(), {"init", "--json", "--client", "zed"}).output, "");
+  EXPECT_EQ(json.at("clients"),
+            (Map::array({{{"client", "zed"}, {"file", ".zed/settings.json"}, {"written", true}}})));
+  EXPECT_EQ(json.at("client_configuration")["mcpServers"]["ossilar"]["args"],
+            (Map{"--repo", dir.path().string(), "mcp"}));
+}
+
 // The whole way of a new user, in a folder outside git, with the output of each step.
 TEST(Program, SetsUpSavesShowsAndReports) {
   const TempDir dir;
@@ -184,6 +232,7 @@ TEST(Program, SetsUpSavesShowsAndReports) {
   ASSERT_EQ(init.exit_code, 0) << init.errors;
   EXPECT_THAT(init.output, HasSubstr("Created ossilar.toml, wiki/pages/, .ossilar/, .ossilar/.gitignore."));
   EXPECT_EQ(dir.read(".ossilar/.gitignore"), "*\n");
+  EXPECT_THAT(init.output, HasSubstr("ossilar init --client NAME"));
 
   const Map plan = utils::parse_json(ossilar_in(dir.path(), {"plan", "--json"}).output, "plan");
   std::string unit;

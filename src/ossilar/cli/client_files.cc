@@ -1,0 +1,131 @@
+#include "ossilar/cli/client_files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <system_error>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A configuration that a person writes has a few kilobytes.
+constexpr std::size_t kLargestFile = std::size_t{1} << 20U;
+
+// The bytes of `path`, "" when there is no such file. Follows no symbolic link, as atomic_write() would not.
+std::string bytes_of(const fs::path& path, const std::string& name) {
+  try {
+    const utils::UniqueFd directory = utils::open_directory(path.parent_path());
+    const utils::UniqueFd file(
+        openat(directory.get(), path.filename().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file && errno == ELOOP)
+      throw utils::IoError(name + " is a symbolic link, and ossilar writes through none", ELOOP);
+    if (!file) throw utils::IoError("cannot read " + name, errno);
+    const auto text = utils::read_at_most(file.get(), kLargestFile, name);
+    if (!text) throw utils::ConfigError(name + " is larger than 1 MiB; it cannot be a configuration");
+    utils::require_utf8(*text, name);
+    return *text;
+  } catch (const utils::IoError& error) {
+    if (error.error() == ENOENT) return {};
+    throw;
+  }
+}
+
+Invocation on_this_machine(const fs::path& root) {
+  std::error_code unknown;
+  const fs::path program = fs::read_symlink("/proc/self/exe", unknown);
+  return {.program = unknown ? "ossilar" : utils::valid_utf8(program.string()),
+          .repository = utils::valid_utf8(root.string())};
+}
+
+bool is_on_path() {
+  const char* path = std::getenv("PATH");
+  std::string folders = path == nullptr ? "" : path;
+  std::replace(folders.begin(), folders.end(), ':', '\n');
+  const auto lines = utils::split_lines(folders);
+  return std::any_of(lines.begin(), lines.end(), [](std::string_view folder) {
+    return access((fs::path(folder) / "ossilar").c_str(), X_OK) == 0;
+  });
+}
+
+void print_block(const std::string& text, Output& output) {
+  for (const std::string_view line : utils::split_lines(text)) output.line("  " + std::string(line));
+}
+
+}  // namespace
+
+ClientFiles::ClientFiles(const fs::path& root, const std::vector<std::string>& names) : root_(root) {
+  for (const std::string& name : names) {
+    const Client& client = client_named(name);
+    const auto is_it = [&](const File& file) { return file.client == &client; };
+    if (std::any_of(files_.begin(), files_.end(), is_it)) continue;
+    File file;
+    file.client = &client;
+    if (client.in_repository()) {
+      const std::string before = bytes_of(root / client.file, client.file);
+      file.text = with_server(client, before);
+      file.changed = file.text != before;
+    } else {
+      file.text = configuration(client, on_this_machine(root));
+    }
+    files_.push_back(std::move(file));
+  }
+}
+
+void ClientFiles::write() const {
+  for (const File& file : files_)
+    if (file.changed) utils::atomic_write(root_ / file.client->file, file.text);
+}
+
+void ClientFiles::print(const File& file, Output& output) const {
+  const std::string name = output.styled(Style::bold, file.client->name);
+  if (file.changed) {
+    output.line(name + ": wrote " + file.client->file + "; commit it for everybody");
+  } else if (file.client->in_repository()) {
+    output.line(name + ": " + file.client->file + " has the server already");
+  } else {
+    output.line(name + " reads no file of the repository; add to your " + file.client->file + ":");
+    print_block(file.text, output);
+  }
+}
+
+void ClientFiles::print(Output& output) const {
+  if (files_.empty()) return;
+  output.line();
+  for (const File& file : files_) print(file, output);
+  const auto in_repository = [](const File& file) { return file.client->in_repository(); };
+  if (std::any_of(files_.begin(), files_.end(), in_repository) && !is_on_path())
+    output.line(output.styled(Style::warn, "ossilar is not on your PATH") +
+                ", by which clients find it: " + on_this_machine(root_).program);
+}
+
+Map ClientFiles::documents() const {
+  Map all = Map::array();
+  for (const File& file : files_) {
+    Map one{{"client", file.client->name}, {"file", file.client->file}, {"written", file.changed}};
+    if (!file.client->in_repository()) one["to_add"] = file.text;
+    all.push_back(std::move(one));
+  }
+  return all;
+}
+
+void print_client_advice(const fs::path& root, Output& output) {
+  output.line();
+  output.line("Agents use the wiki through a client that runs ossilar. To set one up for this repository:");
+  output.line("  ossilar init --client NAME   NAME is one of " + utils::join(client_names(), ", "));
+  output.line("Any other client needs this, in the form it reads:");
+  output.line("  " + utils::json_text(server_on_this_machine(root)));
+}
+
+Map server_on_this_machine(const fs::path& root) { return common_configuration(on_this_machine(root)); }
+
+}  // namespace ossilar::cli
