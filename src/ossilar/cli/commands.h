@@ -64,6 +64,10 @@ void prepare_with_progress(workers::wiki::WikiGenerator& wiki);
 // The same, and takes over the committed pages of a branch that is new to this wiki.
 void bring_up_to_date(workers::wiki::WikiGenerator& wiki);
 
+// Embeds the wiki again when its embedding model changed, behind a progress bar, and says so; a service that
+// fails is named on standard error, and what it has not embedded is left for the next time.
+void reembed_with_progress(workers::wiki::WikiGenerator& wiki);
+
 // Prints an answer with `error`; gives kRefused.
 int print_refusal(const workers::wiki::Answer& answer, Output& output);
 

@@ -55,6 +55,7 @@ int run_init(const Place& place, const std::vector<std::string>& client_names, O
   const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = wiki->adopt_pages();
+  reembed_with_progress(*wiki);
   const WikiStatus status = wiki->status();
   clients.write();
 

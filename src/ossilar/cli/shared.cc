@@ -58,6 +58,21 @@ void bring_up_to_date(workers::wiki::WikiGenerator& wiki) {
   }
 }
 
+void reembed_with_progress(workers::wiki::WikiGenerator& wiki) {
+  const auto change = wiki.embedding_change();
+  if (!change) return;
+  Output::diagnostic("the embedding model changed from " + change->from + " to " + change->to +
+                     "; embedding " + std::to_string(change->passages) + " passage(s) again");
+  try {
+    ProgressBar bar("embedding");
+    wiki.reembed(bar.callback());
+  } catch (const utils::ConfigError&) {
+    throw;
+  } catch (const utils::Error& error) {
+    Output::diagnostic(std::string("not embedded: ") + error.what());
+  }
+}
+
 int print_refusal(const workers::wiki::Answer& answer, Output& output) {
   output.document(answer);
   output.line(output.styled(Style::bad, "refused") + "  " +

@@ -10,18 +10,34 @@ using workers::wiki::SearchRequest;
 using workers::wiki::SearchResult;
 using workers::wiki::WikiGenerator;
 
+// Embeds the wiki again when its model changed. Gives why that failed; the search then goes without what it
+// has not embedded.
+std::string embed_again(WikiGenerator& wiki) {
+  if (!wiki.embedding_change()) return "";
+  try {
+    wiki.reembed({});
+    return "";
+  } catch (const utils::ConfigError&) {
+    throw;
+  } catch (const utils::Error& error) {
+    return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
+  }
+}
+
 ToolResult call(WikiGenerator& wiki, const Map& arguments) {
   const SearchRequest request{.query = utils::string_member(arguments, "query"),
                               .limit = arguments.value("limit", workers::wiki::kDefaultHits),
                               .page_type = utils::string_member(arguments, "type"),
                               .path = utils::string_member(arguments, "path")};
+  std::string not_embedded = embed_again(wiki);
   const auto found = wiki.search(request);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
   const auto& result = std::get<SearchResult>(found);
   Map hits = Map::array();
   for (const SearchHit& hit : result.hits) hits.push_back(workers::wiki::hit_document(hit));
   Map value{{"hits", hits}};
-  if (!result.warning.empty()) value["warning"] = result.warning;
+  const std::string& warning = result.warning.empty() ? not_embedded : result.warning;
+  if (!warning.empty()) value["warning"] = warning;
   return {std::move(value), {}};
 }
 

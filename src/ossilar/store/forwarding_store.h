@@ -39,6 +39,20 @@ class ForwardingStore : public WikiStore {
   std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
     return target_.chunks(branch, page_id);
   }
+  std::optional<std::string> other_model(const std::string& model) override {
+    return target_.other_model(model);
+  }
+  std::size_t count_without_vector(const std::string& model) override {
+    return target_.count_without_vector(model);
+  }
+  std::vector<PassageText> passages_without_vector(const std::string& model, const std::string& after,
+                                                   std::size_t limit) override {
+    return target_.passages_without_vector(model, after, limit);
+  }
+  void add_vectors(const std::string& model, const std::map<std::string, Vector>& vectors) override {
+    target_.add_vectors(model, vectors);
+  }
+  bool keep_model(const std::string& model) override { return target_.keep_model(model); }
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                         const PassageFilter& filter, std::size_t limit) override {
     return target_.match_words(branch, words, filter, limit);

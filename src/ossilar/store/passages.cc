@@ -41,6 +41,18 @@ constexpr const char* kDeleteChunks = "DELETE FROM chunks WHERE page_key = ?1";
 constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
 constexpr const char* kKeepPassage = "INSERT INTO passages VALUES (?1, ?2) ON CONFLICT DO NOTHING";
 constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
+// Two seeks in the index by models, where one comparison would look at every chunk.
+constexpr const char* kOtherModel =
+    "SELECT min(model) FROM chunks WHERE model < ?1 UNION ALL SELECT min(model) FROM chunks WHERE model > ?1";
+#define OSSILAR_LACKING                                                                                    \
+  " FROM passages WHERE NOT EXISTS (SELECT 1 FROM vectors WHERE vectors.hash = passages.hash AND model = " \
+  "?1)"
+constexpr const char* kCountLacking = "SELECT count(*)" OSSILAR_LACKING;
+constexpr const char* kLacking = "SELECT hash, text" OSSILAR_LACKING " AND hash > ?2 ORDER BY hash LIMIT ?3";
+constexpr const char* kAddVector =
+    "INSERT INTO vectors SELECT hash, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
+constexpr const char* kRenameModel = "UPDATE chunks SET model = ?1 WHERE model != ?1";
+constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
 constexpr const char* kDropPassage =
     "DELETE FROM passages WHERE hash = ?1 AND NOT EXISTS (SELECT 1 FROM chunks WHERE hash = ?1)";
 
@@ -144,6 +156,43 @@ void replace_chunks(Connection& connection, std::int64_t page_key, const std::ve
   for (const std::string& hash : held_before) {
     if (!shared_before.contains(hash)) Query(connection, kDropPassage, hash).run();
   }
+}
+
+std::optional<std::string> read_other_model(Connection& connection, const std::string& model) {
+  Query rows(connection, kOtherModel, model);
+  while (rows.next()) {
+    if (!rows.is_null(0)) return rows.text(0);
+  }
+  return std::nullopt;
+}
+
+std::size_t count_lacking(Connection& connection, const std::string& model) {
+  Query row(connection, kCountLacking, model);
+  row.next();
+  return static_cast<std::size_t>(row.number(0));
+}
+
+std::vector<PassageText> read_lacking(Connection& connection, const std::string& model,
+                                      const std::string& after, std::size_t limit) {
+  std::vector<PassageText> passages;
+  Query rows(connection, kLacking, model, after, static_cast<std::int64_t>(limit));
+  while (rows.next()) passages.push_back({rows.text(0), rows.text(1)});
+  return passages;
+}
+
+void keep_vectors(Connection& connection, const std::string& model,
+                  const std::map<std::string, Vector>& vectors) {
+  for (const auto& [hash, vector] : vectors) {
+    const std::string bytes = vector_bytes(vector);
+    Query(connection, kAddVector, hash, model, Blob{bytes}).run();
+  }
+}
+
+bool drop_other_models(Connection& connection, const std::string& model) {
+  if (count_lacking(connection, model) > 0) return false;
+  Query(connection, kRenameModel, model).run();
+  Query(connection, kDropVectors, model).run();
+  return true;
 }
 
 }  // namespace ossilar::store

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,5 +30,14 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
 // WikiStore::store_chunks(). Throws utils::Error for a refusal; the transaction is then to be rolled back.
 void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before);
+
+// Changing the model; see WikiStore's members of the same meaning.
+std::optional<std::string> read_other_model(Connection& connection, const std::string& model);
+std::size_t count_lacking(Connection& connection, const std::string& model);
+std::vector<PassageText> read_lacking(Connection& connection, const std::string& model,
+                                      const std::string& after, std::size_t limit);
+void keep_vectors(Connection& connection, const std::string& model,
+                  const std::map<std::string, Vector>& vectors);
+bool drop_other_models(Connection& connection, const std::string& model);
 
 }  // namespace ossilar::store

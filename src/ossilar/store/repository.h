@@ -104,6 +104,11 @@ inline constexpr const char* kCitations = "citations";  // those that stand in t
 inline constexpr const char* kEmbedding = "embedding";
 }  // namespace chunk_key
 
+struct PassageText {
+  std::string hash;
+  std::string text;
+};
+
 // Which passages a search looks at; "" leaves a field open.
 struct PassageFilter {
   std::string page_type = {};
@@ -141,6 +146,20 @@ class WikiStore : public Repository {
                             const PassageHashes& shared_before) = 0;
   // The chunk records of a page in their order, embeddings left out.
   virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
+
+  // Changing the model. These are about all branches, as passages are.
+  //
+  // A model other than `model` that chunks are of; none when there is no such chunk.
+  virtual std::optional<std::string> other_model(const std::string& model) = 0;
+  virtual std::size_t count_without_vector(const std::string& model) = 0;
+  // Passages without a vector of `model` whose hashes come after `after`, in that order.
+  virtual std::vector<PassageText> passages_without_vector(const std::string& model, const std::string& after,
+                                                           std::size_t limit) = 0;
+  // Keeps vectors by passage hash; one of a passage that is gone meanwhile is left out.
+  virtual void add_vectors(const std::string& model, const std::map<std::string, Vector>& vectors) = 0;
+  // Makes all chunks those of `model` and drops the vectors of others. False, with nothing changed, when a
+  // passage has no vector of `model`.
+  virtual bool keep_model(const std::string& model) = 0;
 
   // Search. Both give the best passages of the branch first, `limit` at most; one that several pages hold
   // comes once for each.

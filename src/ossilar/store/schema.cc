@@ -114,6 +114,7 @@ CREATE TABLE source_records (
 ) STRICT;
 )sql"},
     Step{kCreateWordIndex, fill_word_index},
+    Step{"CREATE INDEX chunks_by_model ON chunks (model)"},
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -109,6 +109,32 @@ class SqliteStore final : public WikiStore {
                 [&](Connection& connection) { return read_chunks(connection, branch, page_id); });
   }
 
+  std::optional<std::string> other_model(const std::string& model) override {
+    return read("look for other models than " + model,
+                [&](Connection& connection) { return read_other_model(connection, model); });
+  }
+
+  std::size_t count_without_vector(const std::string& model) override {
+    return read("count passages without a vector of " + model,
+                [&](Connection& connection) { return count_lacking(connection, model); });
+  }
+
+  std::vector<PassageText> passages_without_vector(const std::string& model, const std::string& after,
+                                                   std::size_t limit) override {
+    return read("read passages without a vector of " + model,
+                [&](Connection& connection) { return read_lacking(connection, model, after, limit); });
+  }
+
+  void add_vectors(const std::string& model, const std::map<std::string, Vector>& vectors) override {
+    write("store vectors of " + model,
+          [&](Connection& connection) { keep_vectors(connection, model, vectors); });
+  }
+
+  bool keep_model(const std::string& model) override {
+    return write("drop vectors of other models than " + model,
+                 [&](Connection& connection) { return drop_other_models(connection, model); });
+  }
+
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                         const PassageFilter& filter, std::size_t limit) override {
     return read("search the words of the branch " + branch,

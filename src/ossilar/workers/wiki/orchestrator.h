@@ -25,6 +25,7 @@
 #include "ossilar/workers/wiki/module_graph.h"
 #include "ossilar/workers/wiki/page_state.h"
 #include "ossilar/workers/wiki/page_version.h"
+#include "ossilar/workers/wiki/reembedding.h"
 #include "ossilar/workers/wiki/title_index.h"
 #include "ossilar/workers/wiki/vector_cache.h"
 #include "ossilar/workers/wiki/wiki_search.h"
@@ -122,6 +123,9 @@ class WikiGenerator final : public AgentSaveMixin {
   std::variant<PageContext, Answer> page_context(const std::string& page_id);
   // A stored page, or the answer that says why there is none.
   std::variant<StoredPage, Answer> read_page(const std::string& page_id);
+  // Whether passages are embedded with another model than the one configured; reembed() brings them up to it.
+  std::optional<EmbeddingChange> embedding_change() { return wiki::embedding_change(*store_, *embedder_); }
+  void reembed(const source::Progress& progress) { wiki::reembed(*store_, *embedder_, progress); }
   // The passages of the stored pages that answer the query best, or an answer that refuses it.
   std::variant<SearchResult, Answer> search(const SearchRequest& request) {
     return search_wiki(request, branch(), *store_, *embedder_);
