@@ -64,6 +64,10 @@ using LineContent = std::variant<Message, std::vector<Message>>;
 // Reads a line. Time and memory are linear in it, whatever it holds.
 LineContent read_line(std::string_view line);
 
+// The id of the request that begins like this, as far as it can be read; null when it has not come by then.
+// Who waits for an answer is then told, whatever is wrong with the rest.
+Map id_in(std::string_view beginning);
+
 // Messages as compact JSON on one line.
 std::string result_line(const Map& id, const Map& result);
 std::string error_line(const Map& id, int code, const std::string& message, const Map& data = {});

@@ -18,7 +18,9 @@ inline constexpr std::size_t kLongestLine = std::size_t{12} * 1024 * 1024;
 struct Line {
   std::string text;  // without its line feed, and without a carriage return before it
 };
-struct LineTooLong {};
+struct LineTooLong {
+  std::string beginning;
+};
 struct EndOfInput {};
 
 // Reads lines from a descriptor. Memory stays below kLongestLine and a block, however long a line is.
@@ -43,7 +45,8 @@ class LineReader {
   const int answers_fd_;
   std::string buffer_;
   std::size_t searched_ = 0;  // of the buffer, known to hold no line feed
-  bool too_long_ = false;     // the line being read is, and the buffer holds none of its beginning
+  bool too_long_ = false;     // the line being read is, and of its beginning only this is kept:
+  std::string beginning_;
   bool ended_ = false;
 };
 

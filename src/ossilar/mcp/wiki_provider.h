@@ -11,8 +11,9 @@
 namespace ossilar::mcp {
 
 // Opens the wiki of a repository when it is first needed, so that a server is up at once, and changes nothing
-// for a client that only asks what there is. Opens it anew when the working tree is on another branch or
-// `ossilar.toml` is another file than at the last opening; who still works on the former one ends with it.
+// for a client that only asks what there is. Opens it anew when the working tree is on another branch, or
+// `ossilar.toml` or the database is another file than at the last opening; who still works on the former one
+// ends with it.
 //
 // Thread-safety: every member may be called from any thread.
 class WikiProvider {

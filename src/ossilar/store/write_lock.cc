@@ -179,6 +179,7 @@ void WriteLock::leave() {
 utils::UniqueFd WriteLock::lock_file(const Attempt& attempt) const {
   Pauses pauses;
   for (;;) {
+    utils::check_cancelled();
     utils::UniqueFd file = open_lock_file(options_.path);
     if (try_lock(file.get(), options_.path)) {
       if (has_name(file.get())) return file;
@@ -186,7 +187,6 @@ utils::UniqueFd WriteLock::lock_file(const Attempt& attempt) const {
     }
     const Clock::time_point now = Clock::now();
     if (now >= attempt.deadline) throw busy(holder_in(file.get()), now - attempt.began);
-    utils::check_cancelled();
     std::this_thread::sleep_for(std::min<Clock::duration>(pauses.next(), attempt.deadline - now));
   }
 }

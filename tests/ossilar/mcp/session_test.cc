@@ -53,7 +53,8 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
     const auto next = reader.next();
     if (std::holds_alternative<EndOfInput>(next)) break;
     const auto* line = std::get_if<Line>(&next);
-    line != nullptr ? session.receive(line->text) : session.receive_too_long();
+    line != nullptr ? session.receive(line->text)
+                    : session.receive_too_long(std::get<LineTooLong>(next).beginning);
   }
   EXPECT_TRUE(session.finish(std::chrono::minutes(1), false));
   return repo.dir.read("replies");
@@ -123,8 +124,8 @@ TEST(Session, ACancelledSaveWritesNothingAndIsNotAnswered) {
     return utils::string_member(params, "message") == "waiting for the write lock";
   });
   client.notify("notifications/cancelled", Map{{"requestId", save}});
+  lock.release();  // which the cancelled save must not take any more
   ASSERT_TRUE(client.session().finish(std::chrono::minutes(1), false));
-  lock.release();
   EXPECT_TRUE(
       client.tool("save_page", save_arguments("beta", WikiRepo::text_about("beta"))).contains("saved"));
   for (const Map& message : client.messages()) EXPECT_NE(utils::member(message, "id"), save) << message;
@@ -232,6 +233,20 @@ TEST(Session, CompletesPagesAndHeadings) {
   EXPECT_EQ(values("page_id", "AL"), Map::array({"alpha"}));
   EXPECT_EQ(values("page_id", "et"), Map::array({"beta"})) << "within a word too";
   EXPECT_EQ(values("section", ""), Map::array({"One", "Two"}));
+}
+
+TEST(Session, DoesNotWriteIntoADatabaseThatIsGone) {
+  const WikiRepo repo;
+  McpClient client(repo.dir.path());
+  EXPECT_TRUE(
+      client.tool("save_page", save_arguments("alpha", WikiRepo::text_about("alpha"))).contains("saved"));
+  std::filesystem::remove_all(repo.dir / ".ossilar");
+  EXPECT_THAT(client.tool("save_page", save_arguments("beta", WikiRepo::text_about("beta"))).at("error"),
+              HasSubstr("set it up with: ossilar init"));
+  workers::wiki::set_up_wiki(repo.dir.path());
+  EXPECT_TRUE(
+      client.tool("save_page", save_arguments("beta", WikiRepo::text_about("beta"))).contains("saved"));
+  EXPECT_EQ(client.tool("wiki_status").at("pages").at("ok"), 2) << "alpha was taken over from its file";
 }
 
 TEST(Session, FollowsASwitchOfBranch) {
