@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "ossilar/search/embedder.h"
+#include "ossilar/search/http_embedder.h"
 #include "ossilar/source/indexer.h"
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/utils/files.h"
@@ -22,7 +22,10 @@ constexpr std::string_view kConfigTemplate =
 # lock_timeout_s = 30
 
 [embedding]
-# provider = "local"
+# provider = "local"            # or "http", for a service with the usual /v1/embeddings request:
+# url = "https://host/v1"
+# model = "name-of-the-model"
+# api_key_env = "VARIABLE"      # holds the key; leave out where none is needed
 
 [steering]
 # text = "For every page: who reads it, what matters, which words to use."
@@ -50,6 +53,13 @@ void create_directory(const fs::path& root, const std::string& name, std::vector
   const bool present = is_there(root / name);
   utils::open_directory(root / name, utils::Missing::create);
   if (!present) created.push_back(name + "/");
+}
+
+std::unique_ptr<search::Embedder> make_embedder(const WikiConfig& config) {
+  if (config.embedding_provider == "local") return search::make_local_embedder();
+  return search::make_http_embedder({.url = config.embedding_url,
+                                     .model = config.embedding_model,
+                                     .key_variable = config.embedding_api_key_env});
 }
 
 fs::path config_file(const fs::path& root) { return root / "ossilar.toml"; }
@@ -83,22 +93,18 @@ std::vector<std::string> set_up_wiki(const fs::path& root) {
 
 std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string& writer) {
   WikiConfig config = load_config(config_file(root));
-  if (config.embedding_provider != "local") {
-    throw utils::ConfigError(config_file(root).string() + ": [embedding] provider = \"" +
-                             config.embedding_provider +
-                             "\" is not available in this version; use \"local\"");
-  }
   WikiPaths paths = wiki_paths(root, config);
   if (!is_there(paths.state)) {
     throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
   }
   utils::open_directory(paths.turns(), utils::Missing::create);
   auto store = store::open_sqlite_store(paths.database());
+  auto embedder = make_embedder(config);
   return std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = std::move(paths),
                                                                  .config = std::move(config),
                                                                  .checkout = source::read_checkout(root),
                                                                  .store = std::move(store),
-                                                                 .embedder = search::make_local_embedder(),
+                                                                 .embedder = std::move(embedder),
                                                                  .writer = writer});
 }
 

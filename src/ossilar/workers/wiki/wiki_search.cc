@@ -123,6 +123,8 @@ std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const s
     return found;
   } catch (const store::StorageError&) {
     throw;
+  } catch (const utils::ConfigError&) {
+    throw;
   } catch (const std::exception& error) {
     warning = std::string("searched by words alone: ") + error.what();
     return {};

@@ -1,0 +1,228 @@
+#include "ossilar/search/http_embedder.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <random>
+#include <thread>
+#include <utility>
+
+#include "ossilar/search/http_client.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/utils/task.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::search {
+namespace {
+
+using std::chrono::milliseconds;
+using Vectors = std::vector<std::vector<float>>;
+
+// What the usual services take in one request.
+constexpr std::size_t kMostTexts = 64;
+constexpr std::size_t kMostBytes = std::size_t{256} * 1024;
+// 64 vectors of 4,096 numbers, each some twenty characters long, fit several times.
+constexpr std::size_t kLargestAnswer = std::size_t{32} * 1024 * 1024;
+
+constexpr int kTries = 4;
+constexpr milliseconds kFirstPause(500);
+constexpr milliseconds kLongestPause = std::chrono::seconds(8);
+constexpr milliseconds kLongestAskedFor = std::chrono::seconds(30);
+constexpr milliseconds kSlice(50);  // between looks whether the task was cancelled
+
+constexpr std::size_t kShownBody = 200;
+
+void wait_asleep(milliseconds left) {
+  for (; left > milliseconds(0); left -= kSlice) {
+    utils::check_cancelled();
+    std::this_thread::sleep_for(std::min(left, kSlice));
+  }
+}
+
+double random_number() {
+  thread_local std::minstd_rand engine{std::random_device{}()};
+  return std::uniform_real_distribution<double>(0, 1)(engine);
+}
+
+// Exponential backoff with full jitter: Brooker, "Exponential Backoff And Jitter", AWS Architecture Blog,
+// 2015.
+milliseconds pause_after(int tries, double random) {
+  const milliseconds longest = std::min(kLongestPause, kFirstPause * (1 << (tries - 1)));
+  return std::chrono::duration_cast<milliseconds>(longest * random);
+}
+
+std::string with_path(std::string url) {
+  constexpr std::string_view kPath = "/embeddings";
+  const std::size_t end = std::min(url.find_first_of("?#"), url.size());
+  std::string path = url.substr(0, end);
+  while (path.ends_with("/")) path.pop_back();
+  return (path.ends_with(kPath) ? path : path.append(kPath)) + url.substr(end);
+}
+
+std::string shown(const std::string& body) {
+  return utils::printable(utils::valid_utf8(utils::utf8_prefix(body, kShownBody)));
+}
+
+std::vector<float> vector_in(const Map& item) {
+  const Map& numbers = utils::member(item, "embedding");
+  if (!numbers.is_array() || numbers.empty())
+    throw EmbeddingError("its answer has an item without an embedding");
+  std::vector<double> vector;
+  double squares = 0;
+  for (const Map& number : numbers) {
+    if (!number.is_number() || !std::isfinite(number.get<double>()))
+      throw EmbeddingError("its answer has an embedding with something that is no number");
+    vector.push_back(number.get<double>());
+    squares += vector.back() * vector.back();
+  }
+  const double length = squares > 0 ? std::sqrt(squares) : 1;
+  std::vector<float> scaled;
+  for (const double number : vector) scaled.push_back(static_cast<float>(number / length));
+  return scaled;
+}
+
+// The vectors of `count` texts in their order.
+Vectors vectors_in(const Map& answer, std::size_t count) {
+  const Map& data = utils::member(answer, "data");
+  if (!data.is_array() || data.size() != count) {
+    throw EmbeddingError("its answer has " + std::to_string(data.is_array() ? data.size() : 0) +
+                         " embeddings for " + std::to_string(count) + " texts");
+  }
+  Vectors vectors(count);
+  for (const Map& item : data) {
+    const Map& index = utils::member(item, "index");
+    if (!index.is_number_unsigned() || index.get<std::size_t>() >= count ||
+        !vectors[index.get<std::size_t>()].empty())
+      throw EmbeddingError("its answer has an item whose index is missing, out of range or there twice");
+    vectors[index.get<std::size_t>()] = vector_in(item);
+  }
+  return vectors;
+}
+
+class HttpEmbedder final : public Embedder {
+ public:
+  explicit HttpEmbedder(HttpEmbedderOptions options)
+      : options_(std::move(options)), url_(with_path(options_.url)), address_(parse_address(url_)) {
+    if (!options_.wait) options_.wait = wait_asleep;
+    if (!options_.random) options_.random = random_number;
+  }
+
+  std::string model() const override { return "http:" + address_.where + ":" + options_.model; }
+
+  std::size_t dimensions() const override {
+    if (dimensions_ == 0) embed_batch({"dimensions"});
+    return dimensions_;
+  }
+
+  Vectors embed(const std::vector<std::string>& texts) override {
+    Vectors all;
+    for (std::size_t begin = 0; begin < texts.size();) {
+      const std::size_t end = batch_end(texts, begin);
+      Vectors batch = embed_batch({texts.begin() + static_cast<std::ptrdiff_t>(begin),
+                                   texts.begin() + static_cast<std::ptrdiff_t>(end)});
+      std::move(batch.begin(), batch.end(), std::back_inserter(all));
+      begin = end;
+    }
+    return all;
+  }
+
+ private:
+  static std::size_t batch_end(const std::vector<std::string>& texts, std::size_t begin) {
+    std::size_t bytes = texts[begin].size();
+    std::size_t end = begin + 1;
+    while (end < texts.size() && end - begin < kMostTexts && bytes + texts[end].size() <= kMostBytes)
+      bytes += texts[end++].size();
+    return end;
+  }
+
+  Vectors embed_batch(const std::vector<std::string>& texts) const {
+    const Map body{{"model", options_.model}, {"input", texts}, {"encoding_format", "float"}};
+    const HttpAnswer answer = ask({.url = url_,
+                                   .json = body.dump(),
+                                   .bearer = key(),
+                                   .timeout = options_.timeout,
+                                   .largest_answer = kLargestAnswer});
+    try {
+      Vectors vectors = vectors_in(utils::parse_json(answer.body, "its answer"), texts.size());
+      for (const auto& vector : vectors) check_dimensions(vector.size());
+      return vectors;
+    } catch (const utils::Error& error) {
+      throw EmbeddingError(service() + ": " + error.what() +
+                           "; is the url that of an embedding service, and '" + options_.model +
+                           "' a model for embeddings?");
+    }
+  }
+
+  // The answer to the request, tried again while what fails may pass.
+  HttpAnswer ask(const HttpRequest& request) const {
+    for (int tries = 1;; ++tries) {
+      milliseconds pause = pause_after(tries, options_.random());
+      try {
+        HttpAnswer answer = post_json(request);
+        if (answer.status == 200) return answer;
+        if (!may_pass(answer.status) || tries == kTries) refuse(answer);
+        if (answer.retry_after) pause = std::min<milliseconds>(*answer.retry_after, kLongestAskedFor);
+      } catch (const HttpFailure& failure) {
+        if (!failure.is_passing() || tries == kTries) {
+          throw EmbeddingError("cannot reach " + service() + ": " + failure.what() +
+                               "; start the service, or correct [embedding] url");
+        }
+      }
+      options_.wait(pause);
+      utils::check_cancelled();
+    }
+  }
+
+  static bool may_pass(long status) { return status == 429 || status >= 500; }
+
+  [[noreturn]] void refuse(const HttpAnswer& answer) const {
+    std::string message =
+        service() + " answered with status " + std::to_string(answer.status) + ": " + shown(answer.body);
+    if (answer.status == 401 || answer.status == 403) {
+      message = options_.key_variable.empty()
+                    ? service() + " wants a key; name the variable that holds it as [embedding] api_key_env"
+                    : service() + " does not accept the key in " + options_.key_variable;
+    } else if (answer.status >= 300 && answer.status < 400) {
+      message = service() + " redirects elsewhere; give the address that it redirects to as [embedding] url";
+    }
+    throw EmbeddingError(message);
+  }
+
+  // The key, "" for none.
+  std::string key() const {
+    if (options_.key_variable.empty()) return "";
+    const char* value = std::getenv(options_.key_variable.c_str());
+    if (value == nullptr || *value == '\0') {
+      throw utils::ConfigError("the environment variable " + options_.key_variable +
+                               ", which [embedding] api_key_env names, is not set");
+    }
+    if (address_.scheme == "http" && !address_.is_loopback()) {
+      throw utils::ConfigError("[embedding] url: the key would go to " + address_.host +
+                               " without encryption; use https");
+    }
+    return value;
+  }
+
+  void check_dimensions(std::size_t size) const {
+    std::size_t known = 0;
+    if (dimensions_.compare_exchange_strong(known, size) || known == size) return;
+    throw EmbeddingError("its answer has a vector of " + std::to_string(size) +
+                         " numbers where others have " + std::to_string(known));
+  }
+
+  std::string service() const { return "the embedding service at " + address_.where; }
+
+  HttpEmbedderOptions options_;
+  const std::string url_;
+  const HttpAddress address_;
+  mutable std::atomic<std::size_t> dimensions_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Embedder> make_http_embedder(HttpEmbedderOptions options) {
+  return std::make_unique<HttpEmbedder>(std::move(options));
+}
+
+}  // namespace ossilar::search
