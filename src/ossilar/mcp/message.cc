@@ -45,49 +45,26 @@ Message message_of(Map value) {
   return Request{std::move(value.at("id")), std::move(method), std::move(params)};
 }
 
-// Looks for the id of a message that cannot be read to its end.
-class IdFinder final : public nlohmann::json_sax<Map> {
- public:
-  Map id;
+// Where the JSON string that begins at `at` ends: behind its closing quote, or at the end of the text.
+std::size_t string_end(std::string_view text, std::size_t at) {
+  for (++at; at < text.size(); ++at) {
+    if (text[at] == '"') return at + 1;
+    if (text[at] == '\\') ++at;
+  }
+  return text.size();
+}
 
-  bool null() override { return true; }
-  bool boolean(bool /*value*/) override { return true; }
-  bool number_integer(number_integer_t value) override { return take(value); }
-  bool number_unsigned(number_unsigned_t value) override { return take(value); }
-  bool number_float(number_float_t /*value*/, const string_t& /*text*/) override { return true; }
-  bool string(string_t& value) override { return take(value); }
-  bool binary(binary_t& /*value*/) override { return true; }
-  bool start_object(std::size_t /*size*/) override { return enter(); }
-  bool start_array(std::size_t /*size*/) override { return enter(); }
-  bool end_object() override { return leave(); }
-  bool end_array() override { return leave(); }
-  bool key(string_t& value) override {
-    at_id_ = depth_ == 1 && value == "id";
-    return true;
-  }
-  bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
-                   const nlohmann::detail::exception& /*error*/) override {
-    return false;
-  }
-
- private:
-  bool enter() {
-    at_id_ = false;
-    return ++depth_ <= utils::kMaxJsonDepth;
-  }
-  bool leave() {
-    --depth_;
-    return true;
-  }
-  template <class Value>
-  bool take(const Value& value) {
-    if (at_id_ && depth_ == 1) id = value;
-    at_id_ = false;
-    return true;
-  }
-  std::size_t depth_ = 0;
-  bool at_id_ = false;
-};
+// The id whose key ends right before `text`, and what follows it; null when there is none.
+Map id_value(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t";
+  std::size_t at = text.find_first_not_of(kBlanks);
+  if (at == text.npos || text[at] != ':') return {};
+  at = text.find_first_not_of(kBlanks, at + 1);
+  if (at == text.npos) return {};
+  const std::size_t end = text[at] == '"' ? string_end(text, at) : text.find_first_of(" \t,}", at);
+  const Map value = Map::parse(text.substr(at, end - at), nullptr, false);
+  return is_id(value) ? value : Map();
+}
 
 Map envelope(const Map& id) {
   Map message{{"jsonrpc", "2.0"}};
@@ -102,10 +79,31 @@ std::string line_of(const Map& message) {
   return message.dump(-1, ' ', false, Map::error_handler_t::replace);
 }
 
-Map id_in(std::string_view beginning) {
-  IdFinder finder;
-  Map::sax_parse(beginning, &finder);
-  return finder.id;
+// Strings are passed over and brackets counted; what is wrong with the rest does not matter.
+Map id_in(std::string_view line) {
+  constexpr std::string_view kKey = "\"id\"";
+  std::size_t depth = 0;
+  for (std::size_t at = 0; at < line.size();) {
+    const char c = line[at];
+    const std::size_t end = c == '"' ? string_end(line, at) : at + 1;
+    if (depth == 1 && line.substr(at, end - at) == kKey) {
+      Map id = id_value(line.substr(end));
+      if (!id.is_null()) return id;
+    }
+    if (c == '{' || c == '[') ++depth;
+    if ((c == '}' || c == ']') && depth > 0) --depth;
+    at = end;
+  }
+  return {};
+}
+
+Map id_in_cut(std::string_view beginning, std::string_view end) {
+  Map id = id_in(beginning);
+  const std::size_t key = end.rfind("\"id\"");
+  if (!id.is_null() || key == end.npos || (key > 0 && end[key - 1] == '\\')) return id;
+  // The message's own id is closed by the message's brace alone.
+  const std::string_view value = end.substr(key + 4);
+  return value.find('}') + 1 == value.size() ? id_value(value) : Map();
 }
 
 LineContent read_line(std::string_view line) {

@@ -64,9 +64,11 @@ using LineContent = std::variant<Message, std::vector<Message>>;
 // Reads a line. Time and memory are linear in it, whatever it holds.
 LineContent read_line(std::string_view line);
 
-// The id of the request that begins like this, as far as it can be read; null when it has not come by then.
-// Who waits for an answer is then told, whatever is wrong with the rest.
-Map id_in(std::string_view beginning);
+// The id of the request that `line` holds, as far as it can be made out; null when it cannot. Who waits for
+// an answer is then told, whatever is wrong with the rest. The second is for a line of which only the
+// beginning and the end are known.
+Map id_in(std::string_view line);
+Map id_in_cut(std::string_view beginning, std::string_view end);
 
 // Messages as compact JSON on one line.
 std::string result_line(const Map& id, const Map& result);

@@ -32,7 +32,7 @@ void receive_all(LineReader& reader, Session& session) {
     if (const auto* line = std::get_if<Line>(&next)) {
       session.receive(line->text);
     } else {
-      session.receive_too_long(std::get<LineTooLong>(next).beginning);
+      session.receive_too_long(std::get<LineTooLong>(next));
     }
   }
 }

@@ -156,8 +156,8 @@ void Session::receive(std::string_view line) {
   take(std::get<Message>(std::move(content)), write_reply());
 }
 
-void Session::receive_too_long(std::string_view beginning) {
-  output_.write(error_line(id_in(beginning), error_code::kInvalidRequest,
+void Session::receive_too_long(const LineTooLong& line) {
+  output_.write(error_line(id_in_cut(line.beginning, line.end), error_code::kInvalidRequest,
                            "a message is at most " + std::to_string(kLongestLine) + " bytes long"));
 }
 

@@ -40,8 +40,8 @@ class Session {
 
   // Takes a line on. Returns before it is answered; waits while too much is unanswered.
   void receive(std::string_view line);
-  // Takes on that there was a line over the limit, which began like this.
-  void receive_too_long(std::string_view beginning);
+  // Takes on that there was a line over the limit.
+  void receive_too_long(const LineTooLong& line);
 
   // Lets the requests under way end, within `patience`; those that do not are cancelled, and false is given
   // when some do not even then. With `abandoned` all are cancelled at once, as nobody reads the answers.

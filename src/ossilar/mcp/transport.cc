@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -12,7 +13,7 @@
 namespace ossilar::mcp {
 namespace {
 
-constexpr std::size_t kKeptBeginning = 4096;
+constexpr std::size_t kKept = 4096;  // of either end of a line that is too long
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
 ssize_t read_uninterrupted(int fd, char* into, std::size_t size) {
@@ -48,10 +49,10 @@ std::variant<Line, LineTooLong, EndOfInput> LineReader::next() {
     if (feed != buffer_.npos) return take(feed, feed + 1);
     searched_ = buffer_.size();
     if (buffer_.size() > kLongestLine) {
-      if (!too_long_) beginning_ = buffer_.substr(0, kKeptBeginning);
+      if (!too_long_) beginning_ = buffer_.substr(0, kKept);
       too_long_ = true;
-      buffer_.clear();
-      searched_ = 0;
+      buffer_.erase(0, buffer_.size() - kKept);
+      searched_ = buffer_.size();
     }
     if (fill()) continue;
     if (buffer_.empty() && !too_long_) return EndOfInput{};
@@ -82,15 +83,18 @@ bool LineReader::fill() {
 
 std::variant<Line, LineTooLong, EndOfInput> LineReader::take(std::size_t size, std::size_t with_feed) {
   const bool too_long = too_long_ || size > kLongestLine;
-  std::string beginning =
-      too_long_ ? std::move(beginning_) : buffer_.substr(0, too_long ? kKeptBeginning : 0);
+  LineTooLong cut;
+  if (too_long) {
+    cut.beginning = too_long_ ? std::move(beginning_) : buffer_.substr(0, kKept);
+    cut.end = buffer_.substr(size - std::min(size, kKept), std::min(size, kKept));
+  }
   Line line{too_long ? std::string() : buffer_.substr(0, size)};
   buffer_.erase(0, with_feed);
   // What a long line left reserved is given back.
   if (buffer_.capacity() > 4 * kBlock) buffer_ = std::string(buffer_);
   searched_ = 0;
   too_long_ = false;
-  if (too_long) return LineTooLong{std::move(beginning)};
+  if (too_long) return cut;
   if (!line.text.empty() && line.text.back() == '\r') line.text.pop_back();
   return line;
 }

@@ -19,7 +19,8 @@ struct Line {
   std::string text;  // without its line feed, and without a carriage return before it
 };
 struct LineTooLong {
-  std::string beginning;
+  std::string beginning;  // its first bytes
+  std::string end;        // its last
 };
 struct EndOfInput {};
 

@@ -53,8 +53,7 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
     const auto next = reader.next();
     if (std::holds_alternative<EndOfInput>(next)) break;
     const auto* line = std::get_if<Line>(&next);
-    line != nullptr ? session.receive(line->text)
-                    : session.receive_too_long(std::get<LineTooLong>(next).beginning);
+    line != nullptr ? session.receive(line->text) : session.receive_too_long(std::get<LineTooLong>(next));
   }
   EXPECT_TRUE(session.finish(std::chrono::minutes(1), false));
   return repo.dir.read("replies");

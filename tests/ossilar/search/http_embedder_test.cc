@@ -104,6 +104,8 @@ TEST(HttpEmbedder, SaysWhatIsWrongWithAnAnswer) {
       {data(item("0", "[1]") + "," + item("-1", "[1]")), "out of range"},
       {data(item("0", "[1]") + "," + item("1", "[]")), "without an embedding"},
       {data(item("0", "[1]") + "," + item("1", "[null]")), "no number"},
+      {data(item("0", "[1e200]") + "," + item("1", "[1]")), "beyond measure"},
+      {data(item("0", "[1e999]") + "," + item("1", "[1]")), "1e999"},
       {data(item("0", "[1]") + "," + item("1", "[1, 2]")), "a vector of 2 numbers where others have 1"},
       {HttpServer::ok(std::string(40 << 20, ' ')), "longer than"},
       {HttpServer::status("401 No", "secrets"), "wants a key"},
@@ -154,9 +156,16 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
   const std::string refused = Embedding(server, {.key_variable = "OSSILAR_TEST_KEY"}).embed();
   EXPECT_THAT(server.requests().at(0).head, HasSubstr("Authorization: Bearer sesame"));
   EXPECT_THAT(refused, AllOf(HasSubstr("OSSILAR_TEST_KEY"), Not(HasSubstr("sesame"))));
-  EXPECT_THAT(
-      Embedding(server, {.url = "http://host.invalid/v1", .key_variable = "OSSILAR_TEST_KEY"}).embed(),
-      HasSubstr("without encryption"));
+  for (const char* url : {"http://host.invalid/v1", "http://127.host.invalid/v1"}) {
+    EXPECT_THAT(Embedding(server, {.url = url, .key_variable = "OSSILAR_TEST_KEY"}).embed(),
+                HasSubstr("without encryption"));
+  }
+  const HttpServer echo([](const auto& request) { return HttpServer::status("400 No", request.head); });
+  EXPECT_THAT(Embedding(echo, {.key_variable = "OSSILAR_TEST_KEY"}).embed(),
+              AllOf(HasSubstr("status 400"), Not(HasSubstr("sesame"))));
+  setenv("OSSILAR_TEST_KEY", "open\r\nX-Other: sesame", 1);
+  EXPECT_THAT(Embedding(server, {.key_variable = "OSSILAR_TEST_KEY"}).embed(),
+              AllOf(HasSubstr("white space"), Not(HasSubstr("sesame"))));
   unsetenv("OSSILAR_TEST_KEY");
   EXPECT_THAT(Embedding(server, {.key_variable = "OSSILAR_TEST_KEY"}).embed(), HasSubstr("OSSILAR_TEST_KEY"));
   EXPECT_EQ(server.requests().size(), 1U);

@@ -109,9 +109,9 @@ TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
       if (++step == at) self->cancel();
     });
     self = &control;
-    const utils::TaskScope scope(control);
     bool ended = false;
     try {
+      const utils::TaskScope scope(control);
       wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
     } catch (const utils::Cancelled&) {
       ended = true;
