@@ -119,18 +119,23 @@ HttpAnswer post_json(const HttpRequest& request) {
 }
 
 bool HttpAddress::is_loopback() const {
-  return host == "localhost" || host.starts_with("127.") || host == "[::1]";
+  const bool is_number = host.find_first_not_of("0123456789.") == host.npos;  // no name such as 127.host.org
+  return host == "localhost" || (is_number && host.starts_with("127.")) || host == "[::1]";
 }
 
 HttpAddress parse_address(const std::string& url) {
   const std::unique_ptr<CURLU, AddressFree> address(curl_url());
-  if (!address || curl_url_set(address.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK)
-    throw utils::ConfigError("'" + url + "' is no address of a service");
-  HttpAddress parsed{.scheme = part_of(address.get(), CURLUPART_SCHEME),
-                     .host = part_of(address.get(), CURLUPART_HOST),
-                     .where = ""};
+  const bool readable = address && curl_url_set(address.get(), CURLUPART_URL, url.c_str(), 0) == CURLUE_OK;
+  HttpAddress parsed;
+  if (readable) {
+    parsed.scheme = part_of(address.get(), CURLUPART_SCHEME);
+    parsed.host = part_of(address.get(), CURLUPART_HOST);
+  }
   if (parsed.scheme != "http" && parsed.scheme != "https")
-    throw utils::ConfigError("'" + url + "' is no http or https address");
+    throw utils::ConfigError("[embedding] url is no http or https address");
+  if (!part_of(address.get(), CURLUPART_USER).empty())
+    throw utils::ConfigError(
+        "[embedding] url holds a user; name the variable of a key as api_key_env instead");
   const std::string port = part_of(address.get(), CURLUPART_PORT);
   parsed.where = parsed.host + (port.empty() ? "" : ":" + port) + part_of(address.get(), CURLUPART_PATH);
   while (parsed.where.ends_with("/")) parsed.where.pop_back();

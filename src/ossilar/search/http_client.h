@@ -43,12 +43,12 @@ struct HttpAnswer {
 // Thread-safety: may be called from any thread.
 HttpAnswer post_json(const HttpRequest& request);
 
-// The parts of an address that tell services apart. Throws utils::ConfigError for one that is no http or
-// https address.
+// The parts of an address that tell services apart. Throws utils::ConfigError, without quoting it, for one
+// that is no http or https address or that holds a user.
 struct HttpAddress {
-  std::string scheme;  // "http" or "https"
-  std::string host;
-  std::string where;  // host, port where it is given, and path without a slash at its end
+  std::string scheme = {};  // "http" or "https"
+  std::string host = {};
+  std::string where = {};  // host, port where it is given, and path without a slash at its end
   bool is_loopback() const;
 };
 HttpAddress parse_address(const std::string& url);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <thread>
 #include <utility>
@@ -52,12 +53,13 @@ milliseconds pause_after(int tries, double random) {
   return std::chrono::duration_cast<milliseconds>(longest * random);
 }
 
-std::string with_path(std::string url) {
+std::string with_path(std::string_view url) {
   constexpr std::string_view kPath = "/embeddings";
   const std::size_t end = std::min(url.find_first_of("?#"), url.size());
-  std::string path = url.substr(0, end);
+  std::string path(url.substr(0, end));
   while (path.ends_with("/")) path.pop_back();
-  return (path.ends_with(kPath) ? path : path.append(kPath)) + url.substr(end);
+  if (!path.ends_with(kPath)) path += kPath;
+  return path.append(url.substr(end));
 }
 
 std::string shown(const std::string& body) {
@@ -76,10 +78,19 @@ std::vector<float> vector_in(const Map& item) {
     vector.push_back(number.get<double>());
     squares += vector.back() * vector.back();
   }
+  if (!std::isfinite(squares))
+    throw EmbeddingError("its answer has an embedding with numbers beyond measure");
   const double length = squares > 0 ? std::sqrt(squares) : 1;
   std::vector<float> scaled;
+  scaled.reserve(vector.size());
   for (const double number : vector) scaled.push_back(static_cast<float>(number / length));
   return scaled;
+}
+
+void require_size(std::size_t size, std::size_t others) {
+  if (size == others) return;
+  throw EmbeddingError("its answer has a vector of " + std::to_string(size) + " numbers where others have " +
+                       std::to_string(others));
 }
 
 // The vectors of `count` texts in their order.
@@ -97,6 +108,7 @@ Vectors vectors_in(const Map& answer, std::size_t count) {
       throw EmbeddingError("its answer has an item whose index is missing, out of range or there twice");
     vectors[index.get<std::size_t>()] = vector_in(item);
   }
+  for (const auto& vector : vectors) require_size(vector.size(), vectors.front().size());
   return vectors;
 }
 
@@ -145,9 +157,9 @@ class HttpEmbedder final : public Embedder {
                                    .largest_answer = kLargestAnswer});
     try {
       Vectors vectors = vectors_in(utils::parse_json(answer.body, "its answer"), texts.size());
-      for (const auto& vector : vectors) check_dimensions(vector.size());
+      check_dimensions(vectors.front().size());
       return vectors;
-    } catch (const utils::Error& error) {
+    } catch (const std::exception& error) {  // the parser's too, for a number that no double holds
       throw EmbeddingError(service() + ": " + error.what() +
                            "; is the url that of an embedding service, and '" + options_.model +
                            "' a model for embeddings?");
@@ -161,7 +173,7 @@ class HttpEmbedder final : public Embedder {
       try {
         HttpAnswer answer = post_json(request);
         if (answer.status == 200) return answer;
-        if (!may_pass(answer.status) || tries == kTries) refuse(answer);
+        if (!may_pass(answer.status) || tries == kTries) refuse(answer, request.bearer);
         if (answer.retry_after) pause = std::min<milliseconds>(*answer.retry_after, kLongestAskedFor);
       } catch (const HttpFailure& failure) {
         if (!failure.is_passing() || tries == kTries) {
@@ -176,9 +188,10 @@ class HttpEmbedder final : public Embedder {
 
   static bool may_pass(long status) { return status == 429 || status >= 500; }
 
-  [[noreturn]] void refuse(const HttpAnswer& answer) const {
-    std::string message =
-        service() + " answered with status " + std::to_string(answer.status) + ": " + shown(answer.body);
+  [[noreturn]] void refuse(const HttpAnswer& answer, const std::string& key) const {
+    const bool tells_key = !key.empty() && answer.body.find(key) != answer.body.npos;
+    std::string message = service() + " answered with status " + std::to_string(answer.status) + ": " +
+                          (tells_key ? "(it repeats the key)" : shown(answer.body));
     if (answer.status == 401 || answer.status == 403) {
       message = options_.key_variable.empty()
                     ? service() + " wants a key; name the variable that holds it as [embedding] api_key_env"
@@ -201,14 +214,17 @@ class HttpEmbedder final : public Embedder {
       throw utils::ConfigError("[embedding] url: the key would go to " + address_.host +
                                " without encryption; use https");
     }
+    if (std::any_of(value, value + std::strlen(value),
+                    [](unsigned char c) { return c <= ' ' || c >= 0x7f; })) {
+      throw utils::ConfigError("the key in " + options_.key_variable +
+                               " holds white space or other characters that no header may have");
+    }
     return value;
   }
 
   void check_dimensions(std::size_t size) const {
     std::size_t known = 0;
-    if (dimensions_.compare_exchange_strong(known, size) || known == size) return;
-    throw EmbeddingError("its answer has a vector of " + std::to_string(size) +
-                         " numbers where others have " + std::to_string(known));
+    if (!dimensions_.compare_exchange_strong(known, size)) require_size(size, known);
   }
 
   std::string service() const { return "the embedding service at " + address_.where; }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <future>
 
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/task.h"
@@ -79,11 +80,12 @@ TEST(HttpEmbedder, SendsManyTextsInBatchesOfNumberAndSize) {
 
 TEST(HttpEmbedder, NamesServiceAndModelWhateverTheSpelling) {
   const auto model = [](const char* url) { return make_http_embedder({.url = url, .model = "m"})->model(); };
-  for (const char* url : {"https://user:pw@host/v1", "https://host/v1/", "http://host/v1/embeddings",
+  for (const char* url : {"https://host/v1", "https://host/v1/", "http://host/v1/embeddings",
                           "https://host/v1/embeddings/?a=b"})
     EXPECT_EQ(model(url), "http:host/v1/embeddings:m") << url;
   EXPECT_EQ(model("https://host:8080/v1"), "http:host:8080/v1/embeddings:m");
-  for (const char* url : {"ftp://host/v1", "host", ""}) EXPECT_THROW(model(url), utils::ConfigError) << url;
+  for (const char* url : {"ftp://host/v1", "host", "", "https://user:pw@host/v1"})
+    EXPECT_THROW(model(url), utils::ConfigError) << url;
 }
 
 TEST(HttpEmbedder, SaysWhatIsWrongWithAnAnswer) {
@@ -171,14 +173,27 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
-TEST(HttpEmbedder, EndsWhenItsTaskIsCancelled) {
+TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInATransfer) {
   utils::TaskControl control;
+  std::promise<void> ended;
   const HttpServer server([&](const auto&) {
-    control.cancel();  // while the request is on its way; an answer to it is never used
-    return HttpServer::status("503 Busy");
+    control.cancel();
+    ended.get_future().wait();  // no answer before the embedder gave up
+    return std::string();
   });
   const utils::TaskScope scope(control);
   EXPECT_THROW(make_http_embedder({.url = server.url(), .model = "m"})->embed({"a"}), utils::Cancelled);
+  ended.set_value();
+}
+
+TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInAWait) {
+  utils::TaskControl control;
+  const HttpServer server([](const auto&) { return HttpServer::status("503 Busy"); });
+  const auto embedder = make_http_embedder(
+      {.url = server.url(), .model = "m", .wait = [&](milliseconds) { control.cancel(); }});
+  const utils::TaskScope scope(control);
+  EXPECT_THROW(embedder->embed({"a"}), utils::Cancelled);
+  EXPECT_EQ(server.requests().size(), 1U);
 }
 
 TEST(HttpEmbedder, ServesSeveralThreads) {

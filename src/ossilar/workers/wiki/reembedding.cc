@@ -17,6 +17,7 @@ constexpr std::size_t kBatch = 64;
 std::map<std::string, store::Vector> embedded(const std::vector<PassageText>& batch,
                                               search::Embedder& embedder) {
   std::vector<std::string> texts;
+  texts.reserve(batch.size());
   for (const PassageText& passage : batch) texts.push_back(passage.text);
   std::vector<std::vector<float>> vectors = embedder.embed(texts);
   std::map<std::string, store::Vector> by_hash;

@@ -51,6 +51,7 @@ std::string index_path(std::string_view path) {
 
 std::vector<std::string> keys_of(const std::vector<FoundPassage>& found) {
   std::vector<std::string> keys;
+  keys.reserve(found.size());
   for (const FoundPassage& passage : found) keys.push_back(passage.hash);
   return keys;
 }
