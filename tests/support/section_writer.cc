@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <system_error>
 
 #include "ossilar/workers/wiki/open_wiki.h"
 
@@ -12,7 +13,8 @@ int main(int argc, char** argv) {
   const std::string page = argv[2];
   const std::string section = argv[3];
   const auto wiki = ossilar::workers::wiki::open_wiki(argv[1], "section_writer");
-  if (argc > 5) std::filesystem::remove_all(wiki->paths().turns());
+  std::error_code gone;  // the other process removes the same
+  if (argc > 5) std::filesystem::remove_all(wiki->paths().turns(), gone);
   std::string acknowledged;
   for (int i = 0; i < std::stoi(argv[4]); ++i) {
     const std::string line =
