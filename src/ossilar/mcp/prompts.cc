@@ -20,6 +20,7 @@ using workers::wiki::WikiGenerator;
 
 constexpr int kListMilliseconds = 60 * 60 * 1000;
 constexpr std::size_t kMostStale = 50;
+constexpr std::size_t kLongestQuoted = std::size_t{40} * 1024;  // some 10,000 tokens
 
 constexpr const char* kRules = R"(## Rules of a good page
 
@@ -83,7 +84,9 @@ std::string quoted(const std::string& text) {
 
 std::string current_text(const std::optional<StoredPage>& page) {
   if (!page) return "";
-  return "## The page as it is\n\n" + quoted(workers::wiki::split_authored(page->text, "").text());
+  const std::string text = workers::wiki::split_authored(page->text, "").text();
+  return "## The page as it is\n\n" +
+         (text.size() > kLongestQuoted ? "It is long: read it with read_page.\n\n" : quoted(text));
 }
 
 std::string saving(const std::string& page_id, const std::string& section,

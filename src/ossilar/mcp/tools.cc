@@ -54,6 +54,15 @@ Map result_of(const Tool& tool, const ToolResult& given, Revision revision) {
   return finished(revision, std::move(result));
 }
 
+// Agents write null for what they leave out.
+Map without_nulls(const Map& arguments) {
+  Map given = Map::object();
+  for (const auto& [key, value] : arguments.items()) {
+    if (!value.is_null()) given[key] = value;
+  }
+  return given;
+}
+
 ToolResult run(const Tool& tool, WikiProvider& provider, const Map& arguments) {
   if (const auto fault = misfit(tool.input_schema, arguments)) return {Map{{"error", *fault}}, {}};
   try {
@@ -84,7 +93,7 @@ Map call_tool(WikiProvider& provider, Revision revision, const Map& params) {
   const Map& arguments = optional_object(params, "arguments");
   const Tool* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
-  return result_of(*tool, run(*tool, provider, arguments), revision);
+  return result_of(*tool, run(*tool, provider, without_nulls(arguments)), revision);
 }
 
 std::string serial_key(const Map& params) {

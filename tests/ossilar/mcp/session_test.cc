@@ -234,6 +234,22 @@ TEST(Session, CompletesPagesAndHeadings) {
   EXPECT_EQ(values("section", ""), Map::array({"One", "Two"}));
 }
 
+TEST(Session, PassesLogRecordsOnFromTheLevelAskedFor) {
+  const WikiRepo repo;
+  McpClient client(repo.dir.path());
+  const auto log = [&](utils::LogLevel level, const char* text) {
+    client.session().log({.level = level, .logger = "test", .text = text, .arguments = {}, .failure = {}});
+  };
+  log(utils::LogLevel::info, "too low");
+  log(utils::LogLevel::warning, "heard");
+  EXPECT_EQ(client.next().at("params").at("data").at("message"), "heard");
+  client.call("logging/setLevel", Map{{"level", "info"}});
+  log(utils::LogLevel::debug, "too low");
+  log(utils::LogLevel::info, "heard too");
+  EXPECT_EQ(client.next().at("params"),
+            (Map{{"level", "info"}, {"logger", "test"}, {"data", Map{{"message", "heard too"}}}}));
+}
+
 TEST(Session, DoesNotWriteIntoADatabaseThatIsGone) {
   const WikiRepo repo;
   McpClient client(repo.dir.path());
