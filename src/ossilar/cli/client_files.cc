@@ -102,10 +102,13 @@ void ClientFiles::print(Output& output) const {
   if (files_.empty()) return;
   output.line();
   for (const File& file : files_) print(file, output);
+  if (std::any_of(files_.begin(), files_.end(), [](const File& file) { return file.changed; }))
+    output.line("A client may ask once whether you trust a server that comes with a repository.");
   const auto in_repository = [](const File& file) { return file.client->in_repository(); };
-  if (std::any_of(files_.begin(), files_.end(), in_repository) && !is_on_path())
+  if (std::any_of(files_.begin(), files_.end(), in_repository) && !is_on_path()) {
     output.line(output.styled(Style::warn, "ossilar is not on your PATH") +
                 ", by which clients find it: " + on_this_machine(root_).program);
+  }
 }
 
 Map ClientFiles::documents() const {

@@ -93,12 +93,13 @@ bool enters_servers(std::string_view line, std::string_view table) {
 
 // A table may stand at the end of any TOML text unless its parent was given inline.
 std::string with_toml_server(const Client& client, const std::string& text) {
-  const std::string ours = toml_table(client, {.repository = client.folder});
+  std::string ours = toml_table(client, {.repository = client.folder});
   if (("\n" + utils::normalise_line_ends(text) + "\n").find("\n" + ours) != std::string::npos) return text;
   for (const std::string_view line : utils::split_lines(text)) {
-    if (enters_servers(utils::strip(line), client.table))
+    if (enters_servers(utils::strip(line), client.table)) {
       refuse(client, "has another server named ossilar, or servers in a form that is not understood: " +
                          utils::printable(utils::strip(line)));
+    }
   }
   if (text.empty()) return ours;
   return text + (text.back() == '\n' ? "\n" : "\n\n") + ours;
