@@ -25,6 +25,12 @@ build() {
   step "build $preset" cmake --build --preset "$preset" "$@"
 }
 
+# npm_install FOLDER: what the folder's package-lock.json lists, when that is newer than what is installed.
+npm_install() {
+  [[ $1/node_modules/.package-lock.json -nt $1/package-lock.json ]] ||
+    npm ci --prefix "$1" --ignore-scripts --no-audit --no-fund --loglevel=error
+}
+
 die() {
   echo "$(basename "$script"): $1" >&2
   exit "${2:-1}"

@@ -1,0 +1,188 @@
+// What an agent's client does in a session, whichever library it is made with.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { holdWriteLock, makeWiki, pageAbout, sectionText, TOOLS } from './wiki.mjs';
+
+const PAGE = 'ossilar://pages/alpha';
+
+// Arguments with which each tool succeeds on a wiki whose page alpha is saved.
+const ARGUMENTS = {
+  list_pages: {},
+  page_context: { page_id: 'alpha' },
+  read_page: { page_id: 'alpha' },
+  save_page: { page_id: 'alpha', content: pageAbout('alpha') },
+  search_wiki: { query: 'alpha' },
+  wiki_status: {},
+};
+
+const names = (list) => list.map((each) => each.name);
+
+const waitFor = (register) => new Promise((resolve) => register(resolve));
+
+// `connect(wiki)` gives a session in the terms of this file: the library's client and what libraries do in
+// different ways (call, onUpdated, subscribe), and the errors that the library reported.
+export function testSessions(library, connect) {
+  const session = (what, run) =>
+    test(`${library}: ${what}`, async (t) => {
+      const wiki = makeWiki(t);
+      wiki.save('alpha', pageAbout('alpha'));
+      const made = await connect(wiki);
+      t.after(() => made.client.close());
+      await run(made, wiki);
+      assert.deepEqual(made.errors, [], 'the library has nothing to complain about');
+    });
+
+  session('lists what there is', async ({ client }) => {
+    const { tools } = await client.listTools();
+    for (const name of TOOLS) assert.ok(names(tools).includes(name), name);
+    for (const tool of tools) {
+      assert.equal(tool.annotations.readOnlyHint, tool.name !== 'save_page', tool.name);
+      assert.ok(tool.title && tool.description, tool.name);
+    }
+    assert.deepEqual(names((await client.listResources()).resources), ['alpha']);
+    assert.deepEqual(names((await client.listResourceTemplates()).resourceTemplates), [
+      'page',
+      'section',
+      'draft',
+    ]);
+    assert.deepEqual(names((await client.listPrompts()).prompts), ['write-page', 'refresh-stale']);
+    assert.equal(client.getServerVersion().name, 'ossilar');
+    assert.match(client.getInstructions(), /save_page/);
+  });
+
+  // The library holds each structured result against the tool's schema, once it has listed the tools.
+  session('calls every tool', async ({ client, call }) => {
+    const { tools } = await client.listTools();
+    for (const { name } of tools) {
+      assert.ok(ARGUMENTS[name], `this table has arguments for ${name}`);
+      const result = await call({ name, arguments: ARGUMENTS[name] });
+      assert.ok(!result.isError, JSON.stringify(result));
+      assert.ok(result.structuredContent, name);
+    }
+  });
+
+  const REFUSED = [
+    {
+      why: 'too few citations',
+      tool: 'save_page',
+      arguments: { page_id: 'alpha', content: 'none' },
+      says: /0 valid citation/,
+    },
+    {
+      why: 'no such section',
+      tool: 'save_page',
+      arguments: { page_id: 'alpha', section: 'Nope', content: 'x' },
+      says: /no section 'Nope'/,
+    },
+    { why: 'no such page', tool: 'page_context', arguments: { page_id: 'alfa' }, says: /alfa/ },
+    { why: 'not written yet', tool: 'read_page', arguments: { page_id: 'beta' }, says: /not written yet/ },
+    { why: 'a wrong type', tool: 'list_pages', arguments: { limit: 'x' }, says: /limit/ },
+    { why: 'an argument is missing', tool: 'save_page', arguments: { page_id: 'alpha' }, says: /content/ },
+  ];
+  session('reads why a call is refused', async ({ client, call }, wiki) => {
+    await client.listTools();
+    const before = wiki.page('alpha');
+    for (const { why, tool, arguments: given, says } of REFUSED) {
+      const result = await call({ name: tool, arguments: given });
+      assert.equal(result.isError, true, why);
+      assert.match(result.content[0].text, says, why);
+    }
+    assert.equal(wiki.page('alpha'), before);
+    await assert.rejects(call({ name: 'nope', arguments: {} }), { code: -32602 });
+  });
+
+  // As a text is that was cut inside a character: JSON can say it, UTF-8 cannot.
+  session('is told at once that a text is no text', async ({ call }) => {
+    const cut = { page_id: 'alpha', content: `${pageAbout('alpha')}\ud83d` };
+    await assert.rejects(call({ name: 'save_page', arguments: cut }), { code: -32700 });
+  });
+
+  session('saves a page and reads it back', async ({ client, call }, wiki) => {
+    const saved = await call({
+      name: 'save_page',
+      arguments: { page_id: 'beta', content: pageAbout('beta') },
+    });
+    assert.ok(saved.structuredContent.saved, JSON.stringify(saved));
+    const { contents } = await client.readResource({ uri: 'ossilar://pages/beta' });
+    assert.equal(contents[0].text, wiki.page('beta'));
+    const section = await client.readResource({ uri: 'ossilar://pages/beta#Section%201' });
+    assert.match(section.contents[0].text, /^## Section 1\n/);
+    const read = await call({ name: 'read_page', arguments: { page_id: 'beta', part: 'authored' } });
+    assert.equal(read.structuredContent.text, pageAbout('beta'));
+    await assert.rejects(client.readResource({ uri: 'ossilar://pages/nope' }), /no resource/);
+  });
+
+  session(
+    'hears of a page that it or another process saves',
+    async ({ call, onUpdated, subscribe }, wiki) => {
+      await subscribe(PAGE);
+      const savers = {
+        itself: (text) => call({ name: 'save_page', arguments: { page_id: 'alpha', content: text } }),
+        'another process': (text) => wiki.save('alpha', text),
+      };
+      for (const [who, save] of Object.entries(savers)) {
+        const updated = waitFor(onUpdated);
+        await save(pageAbout('alpha', 2, who));
+        assert.equal((await updated).params.uri, PAGE, who);
+      }
+    },
+  );
+
+  session('completes page ids and headings', async ({ client }) => {
+    const complete = async (name, value, chosen) => {
+      const ref = { type: 'ref/prompt', name: 'write-page' };
+      const context = chosen ? { arguments: chosen } : undefined;
+      return (await client.complete({ ref, argument: { name, value }, context })).completion.values;
+    };
+    assert.deepEqual(await complete('page_id', 'al'), ['alpha']);
+    assert.ok((await complete('page_id', '')).length > 2);
+    assert.deepEqual(await complete('section', 'SEC', { page_id: 'alpha' }), ['Section 0', 'Section 1']);
+    assert.deepEqual(await complete('section', '1', { page_id: 'alpha' }), ['Section 1']);
+    const ref = { type: 'ref/resource', uri: 'ossilar://pages/{+page_id}' };
+    const ids = await client.complete({ ref, argument: { name: 'page_id', value: 'bet' } });
+    assert.deepEqual(ids.completion.values, ['beta']);
+  });
+
+  session('gets prompts', async ({ client }) => {
+    const text = async (name, given) => {
+      const { messages } = await client.getPrompt({ name, arguments: given });
+      assert.deepEqual(
+        messages.map((each) => each.role),
+        ['user'],
+      );
+      return messages[0].content.text;
+    };
+    assert.match(await text('write-page', { page_id: 'beta' }), /src\/beta\.cpp/);
+    assert.match(await text('write-page', { page_id: 'alpha', section: 'Section 1' }), /Section 1/);
+    assert.match(await text('refresh-stale', {}), /No page of the wiki is stale/);
+    await assert.rejects(client.getPrompt({ name: 'nope' }), { code: -32602 });
+  });
+
+  session('is told of progress when it asks', async ({ call }) => {
+    const steps = [];
+    const save = { name: 'save_page', arguments: { page_id: 'alpha', content: pageAbout('alpha', 3) } };
+    await call(save, { onprogress: (step) => steps.push(step) });
+    assert.ok(steps.length >= 2, JSON.stringify(steps));
+    assert.ok(steps.every((step, i) => step.message && (i === 0 || step.progress > steps[i - 1].progress)));
+  });
+
+  session('cancels a save that waits, and nothing of it is saved', async ({ call }, wiki) => {
+    const before = wiki.page('alpha');
+    const release = await holdWriteLock(wiki);
+    const abort = new AbortController();
+    const waits = (step) => step.message.includes('lock') && abort.abort('enough');
+    const given = { page_id: 'alpha', section: 'Section 0', content: sectionText('alpha', 0, 'cancelled') };
+    await assert.rejects(
+      call({ name: 'save_page', arguments: given }, { signal: abort.signal, onprogress: waits }),
+      /enough/,
+    );
+    await call({ name: 'wiki_status', arguments: {} }); // whose answer says that the server has read on
+    await release();
+    // The next save of the page comes after whatever the cancelled one does.
+    const next = { page_id: 'alpha', section: 'Section 1', content: sectionText('alpha', 1, 'kept') };
+    assert.ok(!(await call({ name: 'save_page', arguments: next })).isError);
+    assert.ok(!wiki.page('alpha').includes('cancelled'), wiki.page('alpha'));
+    assert.ok(wiki.page('alpha').includes('kept'));
+    assert.ok(!before.includes('kept'));
+  });
+}
