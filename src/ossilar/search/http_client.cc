@@ -133,9 +133,10 @@ HttpAddress parse_address(const std::string& url) {
   }
   if (parsed.scheme != "http" && parsed.scheme != "https")
     throw utils::ConfigError("[embedding] url is no http or https address");
-  if (!part_of(address.get(), CURLUPART_USER).empty())
+  if (!part_of(address.get(), CURLUPART_USER).empty()) {
     throw utils::ConfigError(
         "[embedding] url holds a user; name the variable of a key as api_key_env instead");
+  }
   const std::string port = part_of(address.get(), CURLUPART_PORT);
   parsed.where = parsed.host + (port.empty() ? "" : ":" + port) + part_of(address.get(), CURLUPART_PATH);
   while (parsed.where.ends_with("/")) parsed.where.pop_back();

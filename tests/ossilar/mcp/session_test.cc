@@ -34,7 +34,13 @@ std::string line_of_row(const Map& line) {
     return text;
   }
   text = line.value("before", "");
-  for (int i = 0; i < line.at("times").get<int>(); ++i) text += line.at("repeat").get<std::string>();
+  const auto repeated = line.at("repeat").get<std::string>();
+  const auto times = line.at("times").get<std::size_t>();
+  if (repeated.size() == 1) {
+    text.append(times, repeated.front());  // millions of them
+  } else {
+    for (std::size_t i = 0; i < times; ++i) text += repeated;
+  }
   return text + line.value("after", "");
 }
 
