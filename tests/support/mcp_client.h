@@ -20,7 +20,7 @@ class McpClient {
   explicit McpClient(const std::filesystem::path& root, const std::string& revision = "2025-11-25")
       : provider_(root) {
     if (pipe(ends_.data()) != 0) throw std::runtime_error("no pipe");
-    output_ = std::make_unique<mcp::LineWriter>(ends_[1]);
+    output_ = std::make_unique<mcp::LineWriter>(ends_[1], -1);
     reader_ = std::make_unique<mcp::LineReader>(ends_[0], ends_[1]);
     session_ = std::make_unique<mcp::Session>(provider_, *output_);
     if (revision.empty()) return;

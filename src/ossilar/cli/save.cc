@@ -14,6 +14,7 @@ namespace {
 using workers::wiki::Answer;
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
+using workers::wiki::WikiGenerator;
 
 // Beyond the limit of a page, so that the answer can say how long the content is; what is longer still is not
 // read.
@@ -53,6 +54,16 @@ void print_saved(const Answer& answer, const std::filesystem::path& wiki_dir, bo
   }
 }
 
+SaveOutcome preview(WikiGenerator& wiki, const SaveRequest& request) {
+  SaveOutcome outcome;
+  outcome.answer = wiki.preview_agent_page(request);
+  return outcome;
+}
+
+std::string kept_text(const WikiGenerator& wiki, const SaveOutcome& outcome) {
+  return "your text is kept in " + shown_path(wiki.paths().drafts() / outcome.kept);
+}
+
 }  // namespace
 
 int run_save(const Place& place, const SaveArguments& arguments, Output& output) {
@@ -61,16 +72,15 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
                             arguments.title};
   if (const auto refusal = workers::wiki::refuse_request(request)) return print_refusal(*refusal, output);
   bring_up_to_date(*wiki);
-  const SaveOutcome outcome = arguments.dry_run
-                                  ? SaveOutcome{.answer = wiki->preview_agent_page(request), .kept = ""}
-                                  : wiki->save_page(request);
+  const SaveOutcome outcome = arguments.dry_run ? preview(*wiki, request) : wiki->save_page(request);
+  if (outcome.failure) {
+    if (!outcome.kept.empty()) Output::diagnostic(kept_text(*wiki, outcome));
+    std::rethrow_exception(outcome.failure);
+  }
   const Answer& answer = outcome.answer;
   if (answer.contains("error")) {
     print_refusal(answer, output);
-    if (!outcome.kept.empty()) {
-      output.line("your text is kept in " +
-                  output.styled(Style::plain, shown_path(wiki->paths().drafts() / outcome.kept)));
-    }
+    if (!outcome.kept.empty()) output.line(output.styled(Style::plain, kept_text(*wiki, outcome)));
     return kRefused;
   }
   output.document(answer);

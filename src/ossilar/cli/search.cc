@@ -40,7 +40,9 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   output.document(Map{{"hits", hits}, {"warning", result.warning}});
   if (!result.warning.empty()) Output::diagnostic(result.warning);
   if (result.hits.empty())
-    output.line("nothing found; try other words, or see what there is with: ossilar plan");
+    output.line("nothing found" +
+                (request.path.empty() ? "" : output.styled(Style::plain, " about " + request.path)) +
+                "; try other words, or see what there is with: ossilar plan");
   for (std::size_t i = 0; i < result.hits.size(); ++i) print_hit(i + 1, result.hits[i], output);
   return kDone;
 }

@@ -66,8 +66,6 @@ void reembed_with_progress(workers::wiki::WikiGenerator& wiki) {
   try {
     ProgressBar bar("embedding");
     wiki.reembed(bar.callback());
-  } catch (const utils::ConfigError&) {
-    throw;
   } catch (const utils::Error& error) {
     Output::diagnostic(std::string("not embedded: ") + error.what());
   }

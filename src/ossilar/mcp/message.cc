@@ -115,6 +115,9 @@ LineContent read_line(std::string_view line) {
     return Message(Malformed{.id = id_in(line), .code = error_code::kParse, .message = error.what()});
   }
   if (!value.is_array()) return message_of(std::move(value));
+  if (value.size() > kMostInBatch) {
+    return Message(invalid({}, "a batch has at most " + std::to_string(kMostInBatch) + " messages"));
+  }
   std::vector<Message> batch;
   batch.reserve(value.size());
   for (Map& member : value) batch.push_back(message_of(std::move(member)));

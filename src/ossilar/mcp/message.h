@@ -2,6 +2,7 @@
 // error about a message whose id is not known carries none.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,6 +58,9 @@ struct Malformed {
 };
 
 using Message = std::variant<Request, Notification, Response, Malformed>;
+
+// Each message of a batch may be answered by more than it says itself.
+inline constexpr std::size_t kMostInBatch = 100;
 
 // A line's one message, or the list of those that a batch holds.
 using LineContent = std::variant<Message, std::vector<Message>>;

@@ -21,6 +21,14 @@ std::vector<std::string> notes_on(const WikiGenerator& wiki, const SaveOutcome& 
           " too. Mend it as the error says and call save_page again."};
 }
 
+std::string message_of(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
 ToolResult call(WikiGenerator& wiki, const Map& arguments) {
   const SaveRequest request{.page_id = utils::string_member(arguments, "page_id"),
                             .content = utils::string_member(arguments, "content"),
@@ -30,6 +38,7 @@ ToolResult call(WikiGenerator& wiki, const Map& arguments) {
   if (auto refusal = workers::wiki::refuse_request(request)) return {*std::move(refusal), {}};
   SaveOutcome outcome = wiki.save_page(request);
   auto notes = notes_on(wiki, outcome);
+  if (outcome.failure) return {Map{{"error", message_of(outcome.failure)}}, std::move(notes)};
   return {std::move(outcome.answer), std::move(notes)};
 }
 

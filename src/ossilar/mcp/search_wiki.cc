@@ -17,8 +17,6 @@ std::string embed_again(WikiGenerator& wiki) {
   try {
     wiki.reembed({});
     return "";
-  } catch (const utils::ConfigError&) {
-    throw;
   } catch (const utils::Error& error) {
     return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
   }

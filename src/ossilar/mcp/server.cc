@@ -38,7 +38,8 @@ void receive_all(LineReader& reader, Session& session) {
 }
 
 struct Serving {
-  explicit Serving(const ServerOptions& options) : provider(options.root), output(options.output) {}
+  explicit Serving(const ServerOptions& options)
+      : provider(options.root), output(options.output, options.input) {}
   WikiProvider provider;
   LineWriter output;
   Session session{provider, output};

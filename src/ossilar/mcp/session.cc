@@ -30,6 +30,8 @@ constexpr std::array kMethods{
 constexpr std::array<std::string_view, 2> kSessionMethods{"resources/subscribe", "resources/unsubscribe"};
 constexpr std::string_view kListen = "subscriptions/listen";
 
+constexpr std::size_t kMostAddresses = 1000;  // of one listener
+
 constexpr int kDiscoverMilliseconds = 60 * 60 * 1000;
 
 // The levels of RFC 5424 by rank.
@@ -109,12 +111,22 @@ utils::TaskControl::Watcher progress_watcher(const Map& params, LineWriter& outp
   };
 }
 
+// What is not a page's address is left out, and so not promised.
 ListenFilter filter_of(const Map& params) {
   const Map& asked = required_object(params, "notifications");
+  const Map& uris = utils::member(asked, "resourceSubscriptions");
+  const bool listed = uris.is_null() ||
+                      (uris.is_array() && uris.size() <= kMostAddresses &&
+                       std::all_of(uris.begin(), uris.end(), [](const Map& uri) { return uri.is_string(); }));
+  if (!listed) {
+    throw ProtocolError(error_code::kInvalidParams,
+                        "params.notifications.resourceSubscriptions must be a list of at most " +
+                            std::to_string(kMostAddresses) + " strings");
+  }
   ListenFilter filter{.list_changed = utils::truthy(utils::member(asked, "resourcesListChanged")),
                       .uris = {}};
-  for (const Map& uri : utils::member(asked, "resourceSubscriptions")) {
-    const auto resource = uri.is_string() ? parse_uri(uri.get_ref<const std::string&>()) : std::nullopt;
+  for (const Map& uri : uris) {
+    const auto resource = parse_uri(uri.get_ref<const std::string&>());
     if (resource && resource->kind == ResourceName::Kind::page) filter.uris.insert(uri.get<std::string>());
   }
   return filter;
@@ -249,7 +261,6 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
   if (is_stateless(revision))
     return request.method == "server/discover" ? std::optional(discovered(revision)) : std::nullopt;
   if (request.method == "ping") return Map::object();
-  if (request.method == "initialize") return initialize(request.params);
   if (request.method != "logging/setLevel") return std::nullopt;
   const auto rank = level_rank(required_string(request.params, "level"));
   if (!rank) throw ProtocolError(error_code::kInvalidParams, "params.level is no level of RFC 5424");
@@ -324,7 +335,8 @@ void Session::listen(const Request& request) {
   watch_.look();
   const std::lock_guard lock(mutex_);  // cancel() finds it either under way or listening
   utils::check_cancelled();
-  subscriptions_.listen(request.id, filter);
+  if (!subscriptions_.listen(request.id, filter))
+    throw ProtocolError(error_code::kInvalidParams, "there are too many listeners; end one of them");
 }
 
 // ---- The end of requests and of the session.
@@ -343,6 +355,7 @@ void Session::cancel_all() {
 
 bool Session::finish(std::chrono::milliseconds patience, bool abandoned) {
   constexpr std::chrono::milliseconds kLastPatience(2000);  // the longest step between two looks
+  output_.input_has_ended();
   if (abandoned) cancel_all();
   bool done = scheduler_.drain(patience);
   if (!done) {

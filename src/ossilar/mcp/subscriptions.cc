@@ -6,6 +6,8 @@
 namespace ossilar::mcp {
 namespace {
 
+constexpr std::size_t kMostListeners = 64;
+
 Map shown(const ListenFilter& filter) {
   Map honoured = Map::object();
   if (filter.list_changed) honoured["resourcesListChanged"] = true;
@@ -35,10 +37,12 @@ void Subscriptions::notify(const char* method, Map params, const Map& subscripti
   output_.write(notification_line(method, params));
 }
 
-void Subscriptions::listen(const Map& id, const ListenFilter& filter) {
+bool Subscriptions::listen(const Map& id, const ListenFilter& filter) {
   const std::lock_guard lock(mutex_);
+  if (listeners_.size() >= kMostListeners) return false;
   notify("notifications/subscriptions/acknowledged", Map{{"notifications", shown(filter)}}, id);
   listeners_[id.dump()] = {id, filter};
+  return true;
 }
 
 void Subscriptions::cancel(const Map& id) {

@@ -31,7 +31,8 @@ class Subscriptions {
 
   // Since: each listener is the request with the id `id`, acknowledged here before anything else is sent to
   // it.
-  void listen(const Map& id, const ListenFilter& filter);
+  // False, with nothing said, when there are as many listeners as one session may have.
+  bool listen(const Map& id, const ListenFilter& filter);
   // Ends the listener of this id, if there is one, without a word: its client cancelled it.
   void cancel(const Map& id);
   bool holds(const Map& id);

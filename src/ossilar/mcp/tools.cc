@@ -20,10 +20,7 @@ const Tool* find_tool(std::string_view name) {
 
 Map annotations_of(const Tool& tool) {
   Map hints{{"title", tool.title}, {"readOnlyHint", tool.reads_only}};
-  if (!tool.reads_only) {
-    hints["destructiveHint"] = true;  // the text that was there is replaced
-    hints["idempotentHint"] = true;
-  }
+  if (!tool.reads_only) hints["destructiveHint"] = true;  // the text that was there is replaced
   hints["openWorldHint"] = false;
   return hints;
 }

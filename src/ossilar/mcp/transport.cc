@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 
 #include "ossilar/utils/error.h"
 
@@ -20,25 +21,6 @@ ssize_t read_uninterrupted(int fd, char* into, std::size_t size) {
   ssize_t got = read(fd, into, size);
   while (got < 0 && errno == EINTR) got = read(fd, into, size);
   return got;
-}
-
-// A descriptor that somebody made non-blocking is waited for like any other.
-bool wait_for_room(int fd) {
-  pollfd wanted{.fd = fd, .events = POLLOUT, .revents = 0};
-  const int ready = poll(&wanted, 1, -1);
-  return ready > 0 || errno == EINTR;
-}
-
-bool write_all(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(fd, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN ? !wait_for_room(fd) : errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
 }
 
 }  // namespace
@@ -103,8 +85,36 @@ bool LineWriter::write(std::string_view text) {
   std::string line(text);
   line += '\n';
   const std::lock_guard lock(mutex_);
-  if (!broken_) broken_ = !write_all(fd_, line);
+  if (!broken_) broken_ = !write_all(line);
   return !broken_;
+}
+
+// In pieces that a pipe with room takes whole, so that no write waits: a wait is to end when the reader is
+// gone.
+bool LineWriter::write_all(std::string_view text) {
+  while (!text.empty()) {
+    if (!wait_for_room()) return false;
+    const ssize_t written = ::write(fd_, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR && errno != EAGAIN) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// False when the reader's lines have ended and it makes no room within the patience.
+bool LineWriter::wait_for_room() const {
+  constexpr int kLookEvery = 100;  // milliseconds
+  for (std::chrono::milliseconds waited(0); waited < patience_;) {
+    std::array<pollfd, 2> ends{pollfd{.fd = fd_, .events = POLLOUT, .revents = 0},
+                               pollfd{.fd = input_fd_, .events = 0, .revents = 0}};
+    if (poll(ends.data(), ends.size(), 0) > 0 && ends[0].revents != 0) return true;
+    if (input_ended_ || ends[1].revents != 0) waited += std::chrono::milliseconds(kLookEvery);
+    if (poll(ends.data(), 1, kLookEvery) > 0) return true;
+  }
+  return false;
 }
 
 utils::UniqueFd take_standard_output() {

@@ -1,6 +1,8 @@
 // Messages as lines: whatever a line holds, it is a message to the layer above. Knows no methods.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -51,20 +53,32 @@ class LineReader {
   bool ended_ = false;
 };
 
-// Writes lines to a descriptor, each whole: lines of several threads never mix.
+// Writes lines to a descriptor, each whole: lines of several threads never mix. A reader that is slow is
+// waited for; one that has ended its own lines and takes none of ours for a while is given up like one that
+// is gone.
 //
 // Thread-safety: every member may be called from any thread.
 class LineWriter {
  public:
-  // `fd` stays the caller's.
-  explicit LineWriter(int fd) : fd_(fd) {}
+  // Both stay the caller's. `input_fd` is where the reader's own lines come from.
+  LineWriter(int fd, int input_fd, std::chrono::milliseconds patience = std::chrono::seconds(10))
+      : fd_(fd), input_fd_(input_fd), patience_(patience) {}
 
   // Writes `text`, which holds no line feed, and a line feed. False when nobody reads any more; then nothing
   // is written again.
   bool write(std::string_view text);
 
+  // The reader's lines have ended, also where the descriptor does not tell, as a file's.
+  void input_has_ended() { input_ended_ = true; }
+
  private:
+  bool write_all(std::string_view text);
+  bool wait_for_room() const;
+
   const int fd_;
+  const int input_fd_;
+  const std::chrono::milliseconds patience_;
+  std::atomic<bool> input_ended_ = false;
   std::mutex mutex_;
   bool broken_ = false;  // guarded by mutex_
 };

@@ -15,15 +15,21 @@ void append(std::string& text, const std::vector<std::int64_t>& numbers) {
   for (const std::int64_t number : numbers) text += ' ' + std::to_string(number);
 }
 
-// What an opened wiki depends on: the branch, the configuration file as it is, and which file the database
-// is, as one that was removed and made anew leaves who has it open alone with the former.
-std::string dependencies_of(const std::filesystem::path& root) {
+// The branch, and the configuration file as it is.
+std::string configuration_of(const std::filesystem::path& root) {
   std::string text = source::read_checkout(root).branch;
   struct stat info {};
-  if (stat((root / "ossilar.toml").c_str(), &info) == 0) {
-    append(text,
-           {static_cast<std::int64_t>(info.st_ino), info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec});
-  }
+  if (stat((root / "ossilar.toml").c_str(), &info) != 0) return text;
+  append(text,
+         {static_cast<std::int64_t>(info.st_ino), info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec});
+  return text;
+}
+
+// Which file the database is: one that was removed and made anew leaves who has it open alone with the
+// former.
+std::string database_of(const std::filesystem::path& root) {
+  std::string text;
+  struct stat info {};
   if (stat((root / ".ossilar/index.db").c_str(), &info) == 0)
     append(text, {static_cast<std::int64_t>(info.st_dev), static_cast<std::int64_t>(info.st_ino)});
   return text;
@@ -31,13 +37,24 @@ std::string dependencies_of(const std::filesystem::path& root) {
 
 }  // namespace
 
+// Pages are taken over outside the mutex, as that waits for the write lock; when it cannot be had, the next
+// call tries again.
 std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::get() {
+  const auto wiki = current();
+  wiki->adopt_unseen_branch();
+  return wiki;
+}
+
+// The configuration is looked at before the opening and the database, which the opening may make, after it: a
+// change in between is found by the next call.
+std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::current() {
   const std::lock_guard lock(mutex_);
-  if (!wiki_ || dependencies_of(root_) != opened_for_) {
+  std::string configuration = configuration_of(root_);
+  if (!wiki_ || configuration != configuration_ || database_of(root_) != database_) {
     wiki_.reset();
-    auto wiki = workers::wiki::open_wiki(root_, "ossilar mcp");
-    wiki->adopt_unseen_branch();
-    opened_for_ = dependencies_of(root_);
+    std::shared_ptr<workers::wiki::WikiGenerator> wiki = workers::wiki::open_wiki(root_, "ossilar mcp");
+    configuration_ = std::move(configuration);
+    database_ = database_of(root_);
     wiki_ = std::move(wiki);
   }
   return wiki_;

@@ -30,10 +30,13 @@ class WikiProvider {
   const std::filesystem::path& root() const { return root_; }
 
  private:
+  std::shared_ptr<workers::wiki::WikiGenerator> current();
+
   const std::filesystem::path root_;
   mutable std::mutex mutex_;
   std::shared_ptr<workers::wiki::WikiGenerator> wiki_;  // guarded by mutex_, as is what it was opened for
-  std::string opened_for_;
+  std::string configuration_;
+  std::string database_;
 };
 
 }  // namespace ossilar::mcp

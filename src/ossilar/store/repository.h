@@ -162,7 +162,7 @@ class WikiStore : public Repository {
   virtual bool keep_model(const std::string& model) = 0;
 
   // Search. Both give the best passages of the branch first, `limit` at most; one that several pages hold
-  // comes once for each.
+  // comes once, with one of its places.
   //
   // Passages that hold any of these words, caselessly and by their stems (of identifiers by their parts, see
   // utils/identifiers.h). The score is BM25's, the more the better.

@@ -1,7 +1,8 @@
 #include "ossilar/store/word_index.h"
 
 #include <algorithm>
-#include <queue>
+#include <iterator>
+#include <map>
 #include <set>
 #include <tuple>
 
@@ -35,12 +36,12 @@ constexpr const char* kIndexedPages = "SELECT DISTINCT page_key FROM chunks";
 
 // A title says what all of a page is about and a heading what its section is; a word there counts more.
 constexpr const char* kMatches =
-    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score"
+    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.hash"
     " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
     " JOIN chunks AS chunk ON chunk.page_key = page.page_key"
     " AND chunk.position = words.rowid & ((1 << " OSSILAR_POSITION_BITS
     ") - 1)"
-    " WHERE words MATCH ?4 AND" OSSILAR_FILTERED " ORDER BY score DESC, words.rowid LIMIT ?5";
+    " WHERE words MATCH ?4 AND" OSSILAR_FILTERED " ORDER BY score DESC, words.rowid";
 constexpr const char* kVectors =
     "SELECT page.page_key, chunk.position, vectors.vector, chunk.hash FROM pages AS page"
     " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.hash = chunk.hash AND vectors.model = ?4"
@@ -140,25 +141,34 @@ std::vector<FoundPassage> find_words(Connection& connection, const std::string& 
   const std::string expression = match_expression(words);
   if (expression.empty()) return {};
   std::vector<Place> places;
-  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression,
-             static_cast<std::int64_t>(limit));
-  while (rows.next()) places.push_back({rows.real(2), rows.number(0), rows.number(1)});
+  std::set<std::string> passages;
+  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression);
+  while (places.size() < limit && rows.next()) {
+    if (passages.insert(rows.text(3)).second)
+      places.push_back({rows.real(2), rows.number(0), rows.number(1)});
+  }
   return describe(connection, places);
 }
 
-// The worst of the best so far is on top of the queue and goes when a better one comes.
+// Of the best so far the worst goes when a better one comes. A passage has one vector and so one score,
+// wherever it stands: its second place is not better than its first.
 std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
                                        const QueryVector& query, const PassageFilter& filter,
                                        std::size_t limit) {
-  std::priority_queue<Place> best;
+  std::map<Place, std::string> best;  // with the passages' hashes
+  std::set<std::string> passages;
   Query rows(connection, kVectors, branch, filter.page_type, filter.path, query.model);
   while (rows.next()) {
-    best.push({dot(query.vector, vector_of(rows.blob(2), rows.text(3))), rows.number(0), rows.number(1)});
-    if (best.size() > limit) best.pop();
+    const std::string hash = rows.text(3);
+    if (!passages.insert(hash).second) continue;
+    best.emplace(Place{dot(query.vector, vector_of(rows.blob(2), hash)), rows.number(0), rows.number(1)},
+                 hash);
+    if (best.size() <= limit) continue;
+    passages.erase(std::prev(best.end())->second);
+    best.erase(std::prev(best.end()));
   }
   std::vector<Place> places;
-  for (; !best.empty(); best.pop()) places.push_back(best.top());
-  std::reverse(places.begin(), places.end());
+  for (const auto& [place, hash] : best) places.push_back(place);
   return describe(connection, places);
 }
 

@@ -52,7 +52,7 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen((repo.dir / "replies").c_str(), "w"),
                                                             std::fclose);
   WikiProvider provider(repo.dir.path());
-  LineWriter output(fileno(out.get()));
+  LineWriter output(fileno(out.get()), -1);
   Session session(provider, output);
   LineReader reader(fileno(in.get()), fileno(out.get()));
   for (;;) {

@@ -76,7 +76,7 @@ TEST(LineReader, EndsWhenNobodyReadsTheAnswers) {
 
 TEST(LineWriter, NeverMixesLinesOfSeveralThreads) {
   Pipe pipe;
-  LineWriter writer(pipe.out.get());
+  LineWriter writer(pipe.out.get(), -1);
   std::vector<std::thread> threads;
   for (char name = 'a'; name < 'e'; ++name) {
     threads.emplace_back([&writer, name] {
@@ -95,11 +95,26 @@ TEST(LineWriter, NeverMixesLinesOfSeveralThreads) {
 TEST(LineWriter, KnowsThatItsReaderIsGone) {
   std::signal(SIGPIPE, SIG_IGN);
   Pipe pipe;
-  LineWriter writer(pipe.out.get());
+  LineWriter writer(pipe.out.get(), -1);
   EXPECT_TRUE(writer.write("heard"));
   pipe.in = utils::UniqueFd();
   EXPECT_FALSE(writer.write("lost"));
   EXPECT_FALSE(writer.write("not tried again"));
+}
+
+TEST(LineWriter, GivesUpAReaderThatHasEndedAndReadsNoMore) {
+  Pipe answers;
+  Pipe questions;
+  const std::string much(1 << 20, 'x');  // more than a socket holds
+  LineWriter patient(answers.out.get(), questions.in.get(), std::chrono::milliseconds(1));
+  std::thread slow([&] {
+    LineReader reader(answers.in.get(), STDERR_FILENO);
+    EXPECT_EQ(std::get<Line>(reader.next()).text, much);
+  });
+  EXPECT_TRUE(patient.write(much)) << "one that is there is waited for, however long it takes";
+  slow.join();
+  questions.out = utils::UniqueFd();
+  EXPECT_FALSE(patient.write(much));
 }
 
 }  // namespace

@@ -106,10 +106,20 @@ SaveOutcome WikiGenerator::save_page(const SaveRequest& request) {
   const std::string content(utils::without_byte_order_mark(request.content));
   std::optional<ConditionalSave> conditional;
   if (request.if_version) conditional.emplace(*request.if_version, content);
-  SaveOutcome outcome{.answer = save_agent_page(request.page_id, content, request.section, request.title),
-                      .kept = ""};
-  if (outcome.answer.contains("error")) {
-    if (!refuse_blank(request.content)) outcome.kept = drafts_.keep(request.page_id, request.content);
+  const auto keep = [&] {
+    return refuse_blank(request.content) ? std::string() : drafts_.keep(request.page_id, request.content);
+  };
+  SaveOutcome outcome;
+  try {
+    outcome.answer = save_agent_page(request.page_id, content, request.section, request.title);
+  } catch (const utils::Cancelled&) {
+    keep();
+    throw;
+  } catch (const std::exception&) {
+    outcome.failure = std::current_exception();
+  }
+  if (outcome.failure || outcome.answer.contains("error")) {
+    outcome.kept = keep();
   } else if (conditional) {
     outcome.answer["version"] = conditional->drafted();
   }
@@ -151,6 +161,13 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
     save->set_drafted(version_of(draft->markdown));
     return drafted;
   }
+}
+
+// A row says nothing of what a hand did to the file meanwhile; the condition was about the file.
+std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft) {
+  const ConditionalSave* const save = ConditionalSave::current();
+  if (save != nullptr && standing_page(draft.plan->page_id).version() != save->wanted()) return std::nullopt;
+  return AgentSaveMixin::_commit_agent_page(draft);
 }
 
 // ---- Plan and rows.
@@ -456,7 +473,7 @@ AdoptionReport WikiGenerator::adopt_pages() {
 }
 
 AdoptionReport WikiGenerator::adopt_unseen_branch() {
-  const bool unseen = stored_pages().empty() && utils::is_regular_file(paths_.wiki / "manifest.json");
+  const bool unseen = stored_pages().empty() && !load_manifest(paths_.wiki).pages.empty();
   return unseen ? adopt_pages() : AdoptionReport();
 }
 

@@ -1,6 +1,7 @@
 // The host of saves: joins source index, plan, store and search into one wiki of one working tree.
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -65,8 +66,9 @@ struct StoredPage {
 };
 
 struct SaveOutcome {
-  Answer answer;
-  std::string kept;  // the name of the kept draft when the answer refuses the text, else ""
+  Answer answer;               // null when the save failed
+  std::exception_ptr failure;  // what it failed with
+  std::string kept;            // the name of the kept draft when the text was not saved, else ""
 };
 
 struct WikiStatus {
@@ -108,7 +110,8 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // Saves as save_agent_page() does. With `if_version` only onto that version: it is compared before anything
   // is paid for, and again with the version that the draft was made from, which the commit holds on to; the
-  // answer of a save that was made then has `version`, the page's now. A refused text is kept.
+  // answer of a save that was made then has `version`, the page's now. A text that is not saved, whatever the
+  // reason, is kept. utils::Cancelled passes.
   SaveOutcome save_page(const SaveRequest& request);
 
   // What save_agent_page() would answer, with `saved` false and `dry_run` true in it; nothing is written.
@@ -151,6 +154,7 @@ class WikiGenerator final : public AgentSaveMixin {
   std::variant<_PageDraft, Answer> _draft_agent_page(const std::string& page_id, std::string content,
                                                      const std::optional<std::string>& section,
                                                      const std::optional<std::string>& title) override;
+  std::optional<Answer> _commit_agent_page(const _PageDraft& draft) override;
   store::Repository& repository() override { return *store_; }
   const std::string& branch() const override { return checkout_.branch; }
   const std::filesystem::path& pages_dir() const override { return paths_.pages; }

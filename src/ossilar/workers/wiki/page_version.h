@@ -66,6 +66,8 @@ class ConditionalSave {
   std::optional<Answer> refusal(const std::string& page_id, const StandingPage& page,
                                 const ReadTexts& texts) const;
 
+  const std::string& wanted() const { return wanted_; }
+
   // The version that the save gives the page, as drafted last.
   void set_drafted(std::string version) { drafted_ = std::move(version); }
   const std::string& drafted() const { return drafted_; }

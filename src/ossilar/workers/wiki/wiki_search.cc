@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -42,11 +43,11 @@ std::optional<Answer> refuse(const SearchRequest& request) {
   return std::nullopt;
 }
 
-// As paths stand in the index: without "./" in front and "/" behind.
-std::string index_path(std::string_view path) {
-  while (path.starts_with("./")) path.remove_prefix(2);
-  while (path.ends_with("/")) path.remove_suffix(1);
-  return path == "." ? "" : std::string(path);
+// As paths stand in the index: without "." and empty parts, and without a slash at the end.
+std::string index_path(const std::string& path) {
+  std::string normal = std::filesystem::path(path).lexically_normal().generic_string();
+  while (normal.ends_with("/")) normal.pop_back();
+  return normal == "." ? "" : normal;
 }
 
 std::vector<std::string> keys_of(const std::vector<FoundPassage>& found) {
@@ -123,8 +124,6 @@ std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const s
                 found.end());
     return found;
   } catch (const store::StorageError&) {
-    throw;
-  } catch (const utils::ConfigError&) {
     throw;
   } catch (const std::exception& error) {
     warning = std::string("searched by words alone: ") + error.what();

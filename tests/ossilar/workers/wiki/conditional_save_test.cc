@@ -58,6 +58,27 @@ TEST_F(ConditionalSaves, SeeWhatAHandChanged) {
   EXPECT_TRUE(save(version_in(refused), "Mine.").contains("saved")) << "who has seen it may replace it";
 }
 
+TEST_F(ConditionalSaves, SeeWhatAHandChangedWhileTheyWaitedForTheLock) {
+  const std::string read = version_in(save("new"));
+  store::WriteLock lock({.path = repo_.dir / ".ossilar/write.lock", .holder = "the test"});
+  lock.acquire(false);
+  utils::TaskControl control([&](std::string_view step) {
+    if (step != "waiting for the write lock" || repo_.page("alpha").ends_with("By hand.\n")) return;
+    repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
+    lock.release();
+  });
+  const utils::TaskScope scope(control);
+  EXPECT_THAT(utils::string_member(save(read, "Mine."), "diff"), HasSubstr("+By hand."));
+}
+
+TEST_F(ConditionalSaves, KeepTheTextOfASaveThatFails) {
+  std::filesystem::remove_all(repo_.dir / "wiki/pages");
+  repo_.dir.write("wiki/pages", "a file where a folder must be");
+  const auto outcome = wiki_->save_page({.page_id = "alpha", .content = WikiRepo::text_about("alpha")});
+  EXPECT_TRUE(outcome.failure);
+  EXPECT_EQ(wiki_->kept_drafts().read(outcome.kept), WikiRepo::text_about("alpha"));
+}
+
 TEST_F(ConditionalSaves, OfManyOntoOneVersionOneIsMade) {
   const std::string read = version_in(save("new"));
   const auto other = repo_.open();

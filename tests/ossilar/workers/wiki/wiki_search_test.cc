@@ -87,7 +87,7 @@ TEST_F(Search, KeepsToTypesAndPaths) {
     std::vector<std::string> pages;
   };
   for (const Case& each :
-       {Case{"src/alpha.cpp", "", {"alpha#One"}}, Case{"./src/", "", {"alpha#One", "beta#Two"}},
+       {Case{"src/alpha.cpp", "", {"alpha#One"}}, Case{"./src//", "", {"alpha#One", "beta#Two"}},
         Case{"src/alpha", "", {}}, Case{"", "module", {"alpha#One", "beta#Two"}}, Case{"", "topic", {}},
         Case{".", "", {"alpha#One", "beta#Two"}}}) {
     std::vector<std::string> found;
