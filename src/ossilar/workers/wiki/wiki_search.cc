@@ -57,23 +57,39 @@ std::vector<std::string> keys_of(const std::vector<FoundPassage>& found) {
   return keys;
 }
 
-// Where the first line of `text` begins that holds most of the query's words, and there the first of them.
-std::size_t match_in(std::string_view text, const std::string& query) {
+struct Match {
+  std::size_t at;    // where the word begins
+  std::string part;  // the part of it that was asked for
+};
+
+std::vector<Match> matches_in(std::string_view text, const std::string& query) {
   std::set<std::string> wanted;
   for (const utils::Token& token : utils::tokens_of(query))
     wanted.insert(token.parts.begin(), token.parts.end());
-  std::size_t best = 0;
-  std::size_t most = 0;
-  for (const std::string_view line : utils::split_lines(text)) {
-    std::set<std::string> held;
-    for (const utils::Token& token : utils::tokens_of(line)) {
+  std::vector<Match> matches;
+  for (const std::string_view word : utils::split_words(text)) {
+    for (const utils::Token& token : utils::tokens_of(word)) {
       for (const std::string& part : token.parts) {
-        if (wanted.count(part) > 0) held.insert(part);
+        if (wanted.count(part) > 0)
+          matches.push_back({static_cast<std::size_t>(word.data() - text.data()), part});
       }
     }
+  }
+  return matches;
+}
+
+// Where the most of what was asked for begins to stand together; 0 when nothing of it is there.
+std::size_t densest(const std::vector<Match>& matches) {
+  constexpr std::size_t kTogether = kLongestExcerpt - 2 * kBeforeMatch;
+  std::size_t best = 0;
+  std::size_t most = 0;
+  for (std::size_t first = 0; first < matches.size(); ++first) {
+    std::set<std::string_view> held;
+    for (std::size_t i = first; i < matches.size() && matches[i].at < matches[first].at + kTogether; ++i)
+      held.insert(matches[i].part);
     if (held.size() <= most) continue;
     most = held.size();
-    best = static_cast<std::size_t>(line.data() - text.data());
+    best = matches[first].at;
   }
   return best;
 }
@@ -94,8 +110,8 @@ std::string_view below_heading(std::string_view text) {
 // Cut between words, and the cuts shown.
 std::string excerpt_of(std::string_view passage, const std::string& query) {
   const std::string_view text = below_heading(passage);
-  std::size_t begin = match_in(text, query);
-  begin = begin > kBeforeMatch && text.size() > kLongestExcerpt ? begin : 0;
+  std::size_t begin = text.size() > kLongestExcerpt ? densest(matches_in(text, query)) : 0;
+  begin = begin > kBeforeMatch ? text.find_first_of(" \n", begin - kBeforeMatch) + 1 : 0;
   std::string_view cut = utils::utf8_prefix(text.substr(begin), kLongestExcerpt);
   const bool is_cut = begin + cut.size() < text.size();
   if (is_cut) cut = cut.substr(0, std::min(cut.find_last_of(" \n"), cut.size()));
