@@ -39,10 +39,11 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   for (const SearchHit& hit : result.hits) hits.push_back(workers::wiki::hit_document(hit));
   output.document(Map{{"hits", hits}, {"warning", result.warning}});
   if (!result.warning.empty()) Output::diagnostic(result.warning);
-  if (result.hits.empty())
-    output.line("nothing found" +
-                (request.path.empty() ? "" : output.styled(Style::plain, " about " + request.path)) +
+  if (result.hits.empty()) {
+    const std::string about = request.path.empty() ? "" : " about " + request.path;
+    output.line("nothing found" + output.styled(Style::plain, about) +
                 "; try other words, or see what there is with: ossilar plan");
+  }
   for (std::size_t i = 0; i < result.hits.size(); ++i) print_hit(i + 1, result.hits[i], output);
   return kDone;
 }

@@ -40,7 +40,7 @@ std::string database_of(const std::filesystem::path& root) {
 // Pages are taken over outside the mutex, as that waits for the write lock; when it cannot be had, the next
 // call tries again.
 std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::get() {
-  const auto wiki = current();
+  auto wiki = current();
   wiki->adopt_unseen_branch();
   return wiki;
 }

@@ -168,6 +168,7 @@ std::vector<FoundPassage> find_nearest(Connection& connection, const std::string
     best.erase(std::prev(best.end()));
   }
   std::vector<Place> places;
+  places.reserve(best.size());
   for (const auto& [place, hash] : best) places.push_back(place);
   return describe(connection, places);
 }
