@@ -64,6 +64,17 @@ std::string kept_text(const WikiGenerator& wiki, const SaveOutcome& outcome) {
   return "your text is kept in " + shown_path(wiki.paths().drafts() / outcome.kept);
 }
 
+// The failure with `more` said in its line.
+[[noreturn]] void rethrow(const std::exception_ptr& failure, const std::string& more) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const utils::ConfigError& error) {
+    throw utils::ConfigError(error.what() + more);
+  } catch (const std::exception& error) {
+    throw utils::Error(error.what() + more);
+  }
+}
+
 }  // namespace
 
 int run_save(const Place& place, const SaveArguments& arguments, Output& output) {
@@ -73,10 +84,7 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
   if (const auto refusal = workers::wiki::refuse_request(request)) return print_refusal(*refusal, output);
   bring_up_to_date(*wiki);
   const SaveOutcome outcome = arguments.dry_run ? preview(*wiki, request) : wiki->save_page(request);
-  if (outcome.failure) {
-    if (!outcome.kept.empty()) Output::diagnostic(kept_text(*wiki, outcome));
-    std::rethrow_exception(outcome.failure);
-  }
+  if (outcome.failure) rethrow(outcome.failure, outcome.kept.empty() ? "" : "; " + kept_text(*wiki, outcome));
   const Answer& answer = outcome.answer;
   if (answer.contains("error")) {
     print_refusal(answer, output);
