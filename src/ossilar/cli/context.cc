@@ -5,21 +5,13 @@ namespace {
 
 using workers::wiki::Answer;
 using workers::wiki::PageContext;
-using workers::wiki::PageType;
 
 Map document_of(const PageContext& context) {
-  const PageType& type = workers::wiki::plan_type(context.plan);
-  return {{"page_id", context.plan.page_id},
-          {"title", context.plan.title},
-          {"type", type.name},
-          {"description", context.plan.description},
-          {"purpose", type.purpose},
-          {"required_sections", type.required_sections},
-          {"words", Map{{"least", type.least_words}, {"most", type.most_words}}},
-          {"steering", context.steering},
-          {"source_files", context.grounding.files},
-          {"symbols", context.grounding.symbols},
-          {"grounding", context.grounding.text}};
+  Map document = workers::wiki::author_brief(context);
+  document["source_files"] = context.grounding.files;
+  document["symbols"] = context.grounding.symbols;
+  document["grounding"] = context.grounding.text;
+  return document;
 }
 
 }  // namespace

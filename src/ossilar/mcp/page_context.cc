@@ -8,7 +8,6 @@ namespace {
 
 using workers::wiki::Answer;
 using workers::wiki::PageContext;
-using workers::wiki::PageType;
 using workers::wiki::StoredPage;
 using workers::wiki::WikiGenerator;
 
@@ -24,23 +23,15 @@ ToolResult call(WikiGenerator& wiki, const Map& arguments) {
   const auto found = wiki.page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
   const auto& context = std::get<PageContext>(found);
-  const PageType& type = workers::wiki::plan_type(context.plan);
   const auto stored = wiki.read_page(page_id);
   const auto* page = std::get_if<StoredPage>(&stored);
-  return {Map{{"page_id", page_id},
-              {"title", context.plan.title},
-              {"type", type.name},
-              {"description", context.plan.description},
-              {"purpose", type.purpose},
-              {"required_sections", type.required_sections},
-              {"words", Map{{"least", type.least_words}, {"most", type.most_words}}},
-              {"min_citations", wiki.min_citations()},
-              {"steering", context.steering},
-              {"version", page != nullptr ? page->version : std::string(workers::wiki::kNoVersion)},
-              {"source_files", first_files(context.grounding.files)},
-              {"source_file_count", context.grounding.files.size()},
-              {"grounding", context.grounding.text}},
-          {}};
+  Map value = workers::wiki::author_brief(context);
+  value["min_citations"] = wiki.min_citations();
+  value["version"] = page != nullptr ? page->version : std::string(workers::wiki::kNoVersion);
+  value["source_files"] = first_files(context.grounding.files);
+  value["source_file_count"] = context.grounding.files.size();
+  value["grounding"] = context.grounding.text;
+  return {std::move(value), {}};
 }
 
 }  // namespace

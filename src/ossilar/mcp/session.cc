@@ -32,6 +32,9 @@ constexpr std::string_view kListen = "subscriptions/listen";
 
 constexpr std::size_t kMostAddresses = 1000;  // of one listener
 
+constexpr std::size_t kThreads = 8;                    // most requests wait for a disk or for each other
+constexpr std::chrono::milliseconds kLookEvery(1000);  // for pages that other processes change
+
 constexpr int kDiscoverMilliseconds = 60 * 60 * 1000;
 
 // The levels of RFC 5424 by rank.
@@ -147,16 +150,16 @@ struct Session::UnderWay {
   utils::TaskControl control;
 };
 
-Session::Session(WikiProvider& provider, LineWriter& output, Options options)
+Session::Session(WikiProvider& provider, LineWriter& output)
     : provider_(provider),
       output_(output),
       log_level_(kNothing),
       subscriptions_(output),
-      watch_(provider, options.look_every,
+      watch_(provider, kLookEvery,
              [this](const std::string& page_id, bool listed) {
                subscriptions_.page_changed(page_uri(page_id), listed);
              }),
-      scheduler_(options.threads) {}
+      scheduler_(kThreads) {}
 
 // ---- What comes in.
 

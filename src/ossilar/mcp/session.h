@@ -30,13 +30,8 @@ namespace ossilar::mcp {
 // written by the threads of the pool, each line whole.
 class Session {
  public:
-  struct Options {
-    std::size_t threads = 8;  // requests that run side by side; most wait for a disk or for each other
-    std::chrono::milliseconds look_every{1000};  // for pages that other processes change
-  };
   // `provider` and `output` must outlive the session.
-  Session(WikiProvider& provider, LineWriter& output, Options options);
-  Session(WikiProvider& provider, LineWriter& output) : Session(provider, output, Options()) {}
+  Session(WikiProvider& provider, LineWriter& output);
 
   // Takes a line on. Returns before it is answered; waits while too much is unanswered.
   void receive(std::string_view line);

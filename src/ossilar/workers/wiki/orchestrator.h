@@ -60,6 +60,10 @@ struct PageContext {
   std::string steering;
 };
 
+// What the author of the page is told before the sources: its fields by name, in the order in which they are
+// shown.
+Map author_brief(const PageContext& context);
+
 struct StoredPage {
   std::string text;  // the page file's
   std::string version;

@@ -6,6 +6,18 @@
 
 namespace ossilar::workers::wiki {
 
+Map author_brief(const PageContext& context) {
+  const PageType& type = plan_type(context.plan);
+  return {{"page_id", context.plan.page_id},
+          {"title", context.plan.title},
+          {"type", type.name},
+          {"description", context.plan.description},
+          {"purpose", type.purpose},
+          {"required_sections", type.required_sections},
+          {"words", Map{{"least", type.least_words}, {"most", type.most_words}}},
+          {"steering", context.steering}};
+}
+
 Answer WikiGenerator::preview_agent_page(const SaveRequest& request) {
   if (auto refusal = refuse_blank(request.content)) return *std::move(refusal);
   auto drafted =
