@@ -1,10 +1,14 @@
 #include "ossilar/utils/files.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -59,6 +63,38 @@ void create_child_directory(int parent, const std::string& name, const std::file
   }
 }
 
+constexpr std::string_view kTemporaryStart = ".ossilar-";
+constexpr std::string_view kTemporaryEnd = ".tmp";
+constexpr std::size_t kTemporaryDigits = 16;
+
+bool is_temporary_name(std::string_view name) {
+  return name.size() == kTemporaryStart.size() + kTemporaryDigits + kTemporaryEnd.size() &&
+         name.substr(0, kTemporaryStart.size()) == kTemporaryStart &&
+         name.substr(name.size() - kTemporaryEnd.size()) == kTemporaryEnd;
+}
+
+bool has_name(int fd) {
+  struct stat info {};
+  return fstat(fd, &info) != 0 || info.st_nlink > 0;
+}
+
+// Calls `each` with the name of each temporary file that nobody writes any more, which stays locked
+// meanwhile.
+template <class Each>
+void for_each_leftover(const std::filesystem::path& path, Each each) {
+  std::error_code error;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(path, error))) return;
+  const UniqueFd directory = open_directory(path);
+  for (const auto& entry : std::filesystem::directory_iterator(path)) {
+    const std::string name = entry.path().filename().string();
+    if (!is_temporary_name(name)) continue;
+    const UniqueFd file(retry_interrupted([&] {
+      return openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    }));
+    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), name);
+  }
+}
+
 std::string random_name() {
   std::uint64_t number = 0;
   if (retry_interrupted([&] { return getrandom(&number, sizeof number, 0); }) !=
@@ -78,6 +114,14 @@ void write_all(int fd, std::string_view text, const std::filesystem::path& path)
   }
 }
 
+[[noreturn]] void throw_symbolic_link(const std::filesystem::path& path) {
+  throw IoError(path.string() + " is a symbolic link; put a regular file in its place or remove it", ELOOP);
+}
+
+[[noreturn]] void throw_not_regular(const std::filesystem::path& path, mode_t mode) {
+  throw IoError(path.string() + " is not a regular file; move it away", S_ISDIR(mode) ? EISDIR : EINVAL);
+}
+
 // The mode of the file that is about to be replaced, or none when there is none. Refuses what is no regular
 // file.
 std::optional<mode_t> mode_of_target(int directory, const std::string& name,
@@ -87,13 +131,8 @@ std::optional<mode_t> mode_of_target(int directory, const std::string& name,
     if (errno == ENOENT) return std::nullopt;
     throw IoError("cannot look at " + path.string(), errno);
   }
-  if (S_ISLNK(info.st_mode)) {
-    throw IoError(path.string() + " is a symbolic link; put a regular file in its place or remove it", ELOOP);
-  }
-  if (!S_ISREG(info.st_mode)) {
-    throw IoError(path.string() + " is not a regular file; move it away",
-                  S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
-  }
+  if (S_ISLNK(info.st_mode)) throw_symbolic_link(path);
+  if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
   return info.st_mode & 07777U;
 }
 
@@ -101,12 +140,10 @@ std::optional<mode_t> mode_of_target(int directory, const std::string& name,
 class TemporaryFile {
  public:
   TemporaryFile(int directory, std::optional<mode_t> mode, const std::filesystem::path& target)
-      : directory_(directory), name_(random_name()), target_(target) {
-    fd_ = UniqueFd(retry_interrupted([&] {
-      return openat(directory_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                    kFileMode);
-    }));
-    if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+      : directory_(directory), target_(target) {
+    do {
+      create();
+    } while (!has_name(fd_.get()));
     if (mode && fchmod(fd_.get(), *mode) != 0) {
       const int error = errno;
       unlinkat(directory_, name_.c_str(), 0);
@@ -132,6 +169,18 @@ class TemporaryFile {
   }
 
  private:
+  // The lock tells a file at work from one that was left. Who tidies up may come before it and remove the
+  // file.
+  void create() {
+    name_ = random_name();
+    fd_ = UniqueFd(retry_interrupted([&] {
+      return openat(directory_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                    kFileMode);
+    }));
+    if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+    retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
+  }
+
   int directory_;
   std::string name_;
   const std::filesystem::path& target_;
@@ -139,8 +188,24 @@ class TemporaryFile {
   bool placed_ = false;
 };
 
+// Opens a file for reading without leaving `directory`, see openat2(2). A kernel without that call, or a
+// sandbox that forbids it, follows no link at all.
+int open_beneath(int directory, const std::string& name) {
+  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+  open_how how{};
+  how.flags = kFlags;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+  for (;;) {
+    const auto fd = static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
+    if (fd >= 0 || (errno != EINTR && errno != EAGAIN)) {
+      const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
+      return is_unknown ? openat(directory, name.c_str(), kFlags | O_NOFOLLOW) : fd;
+    }
+  }
+}
+
 bool is_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
-  const auto relative = path.lexically_relative(directory);
+  const auto relative = path.lexically_normal().lexically_relative(directory.lexically_normal());
   return !relative.empty() && *relative.begin() != "..";
 }
 
@@ -175,11 +240,30 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
 
 void atomic_write(const std::filesystem::path& path, std::string_view text) {
   const UniqueFd directory = open_directory(path.parent_path(), Missing::create);
+  // Without the right to read a directory it cannot be synced: to be found out before anything is changed.
+  if ((fcntl(directory.get(), F_GETFL) & O_PATH) != 0) {
+    throw IoError("cannot open the directory " + path.parent_path().string(), EACCES);
+  }
   const std::string name = path.filename().string();
   TemporaryFile file(directory.get(), mode_of_target(directory.get(), name, path), path);
   file.fill(text);
   file.take_place(name);
   sync_or_throw(directory.get(), path.parent_path());
+}
+
+std::vector<std::string> leftovers(const std::filesystem::path& directory) {
+  std::vector<std::string> names;
+  for_each_leftover(directory, [&](int, const std::string& name) { names.push_back(name); });
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void remove_leftovers(const std::filesystem::path& directory) {
+  for_each_leftover(directory, [&](int opened, const std::string& name) {
+    if (unlinkat(opened, name.c_str(), 0) != 0) {
+      throw IoError("cannot remove " + (directory / name).string(), errno);
+    }
+  });
 }
 
 bool is_regular_file(const std::filesystem::path& path) {
@@ -202,23 +286,29 @@ std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::st
   }
 }
 
-std::string read_text_file(const std::filesystem::path& path) {
-  const UniqueFd file(retry_interrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
-  if (!file) throw IoError("cannot open " + path.string(), errno);
-  const std::string text = read_at_most(file.get(), std::string::npos, path.string()).value_or("");
-  require_utf8(text, path.string());
-  return normalise_line_ends(without_byte_order_mark(text));
-}
-
-std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
-  std::error_code error;
-  const auto target = std::filesystem::canonical(path, error);
-  if (error) throw IoError("cannot open " + path.string(), error.value());
-  if (!is_within(std::filesystem::canonical(directory), target)) {
+std::string read_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
+  if (!is_within(directory, path)) throw Error(path.string() + " lies outside " + directory.string());
+  const UniqueFd folder = open_directory(directory);
+  const std::string below = path.lexically_normal().lexically_relative(directory.lexically_normal()).string();
+  const UniqueFd file(open_beneath(folder.get(), below));
+  if (!file && errno == EXDEV) {
     throw Error(path.string() + " is a symbolic link that leads out of " + directory.string() +
                 "; put a regular file in its place or remove it");
   }
-  return read_text_file(target);
+  if (!file) throw IoError("cannot open " + path.string(), errno);
+  struct stat info {};
+  if (fstat(file.get(), &info) != 0) throw IoError("cannot look at " + path.string(), errno);
+  if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
+  return read_at_most(file.get(), std::string::npos, path.string()).value_or("");
+}
+
+std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
+  return text_of(read_file_within(directory, path), path.string());
+}
+
+std::string text_of(const std::string& bytes, const std::string& name) {
+  require_utf8(bytes, name);
+  return normalise_line_ends(without_byte_order_mark(bytes));
 }
 
 void require_utf8(std::string_view text, const std::string& name) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace ossilar::utils {
 
@@ -44,19 +45,31 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Mis
 // regular file, a symbolic link in its place, and a path with a symbolic link on the way.
 void atomic_write(const std::filesystem::path& path, std::string_view text);
 
+// The names of the temporary files that calls of atomic_write() left in `directory` (absolute, not what is
+// below it) because they were cut short; those of calls still at work are not among them. None where the
+// directory is not there.
+std::vector<std::string> leftovers(const std::filesystem::path& directory);
+
+// Removes them, also when one has just begun to write: that one takes another name.
+void remove_leftovers(const std::filesystem::path& directory);
+
 // Whether `path` is a regular file, symbolic links followed. Throws IoError when the system cannot say.
 bool is_regular_file(const std::filesystem::path& path);
 
 // The bytes of the open file `fd`, at most `limit` of them: none when it holds more. `name` is for messages.
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name);
 
-// The whole of `path` as text, line ends normalised and a byte order mark at its start left out. Throws
-// IoError when it cannot be read, Error naming the byte when it is not UTF-8.
-std::string read_text_file(const std::filesystem::path& path);
+// The bytes of the regular file `path` (absolute), which lies in `directory` or below. A relative symbolic
+// link in `directory` is followed; one that leads out of it is refused with Error, whatever is changed
+// meanwhile. Throws IoError when the file cannot be read.
+std::string read_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
 
-// The same for a file in `directory` or below: a symbolic link is followed, but one that leads out of
-// `directory` is refused with Error.
+// The same as text, line ends normalised and a byte order mark at its start left out. Throws Error naming the
+// byte when it is not UTF-8.
 std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
+
+// `bytes` as that text; `name` is for messages.
+std::string text_of(const std::string& bytes, const std::string& name);
 
 // Throws Error when `text` is not UTF-8: "NAME is not UTF-8: byte 0xFF at offset 12 (line 2)".
 void require_utf8(std::string_view text, const std::string& name);

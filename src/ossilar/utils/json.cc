@@ -50,7 +50,8 @@ std::string reason_of(const Map::parse_error& error) {
   const std::string_view words = error.what();
   const std::size_t position = words.find(": ");
   const std::string_view reason = words.substr(position == words.npos ? 0 : position + 2);
-  return valid_utf8(utf8_prefix(reason, kLongest));
+  std::string shown = valid_utf8(utf8_prefix(reason, kLongest));
+  return shown.size() < reason.size() ? shown + "..." : shown;
 }
 
 }  // namespace

@@ -106,27 +106,35 @@ TEST(AtomicWrite, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
 TEST(ReadTextFile, RefusesWhatIsNotUtf8NamingByteAndLine) {
   const TempDir dir;
   dir.write("a.md", "\xEF\xBB\xBFone\r\ntwo\rthree");
-  EXPECT_EQ(read_text_file(dir / "a.md"), "one\ntwo\nthree");
+  const auto read = [&](const char* name) { return read_text_file_within(dir.path(), dir / name); };
+  EXPECT_EQ(read("a.md"), "one\ntwo\nthree");
   using Row = std::pair<const char*, const char*>;
   for (const auto& [text, message] : {Row("\xFF", "byte 0xFF at offset 0 (line 1)"),
                                       Row("one\ntwo\n\xC3(", "byte 0xC3 at offset 8 (line 3)"),
                                       Row("one\ntw\xED\xA0\x80", "byte 0xED at offset 6 (line 2)")}) {
     dir.write("bad.md", text);
-    EXPECT_EQ(failure_of([&] { read_text_file(dir / "bad.md"); }).second,
+    EXPECT_EQ(failure_of([&] { read("bad.md"); }).second,
               (dir / "bad.md").string() + " is not UTF-8: " + message);
   }
-  EXPECT_EQ(failure_of([&] { read_text_file(dir / "none.md"); }).first, ENOENT);
-  EXPECT_EQ(failure_of([&] { read_text_file(dir.path()); }).first, EISDIR);
+  EXPECT_EQ(failure_of([&] { read("none.md"); }).first, ENOENT);
 }
 
-TEST(ReadTextFileWithin, FollowsLinksThatStayInside) {
+TEST(ReadTextFileWithin, ReadsRegularFilesAndFollowsLinksThatStayInside) {
   const TempDir dir;
   dir.write("wiki/page.md", "p");
   dir.write("wiki2/page.md", "q");
   fs::create_symlink("page.md", dir / "wiki/inside.md");
   fs::create_symlink("../wiki2/page.md", dir / "wiki/sibling.md");
+  fs::create_directory_symlink("../wiki2", dir / "wiki/folder");
+  EXPECT_EQ(mkfifo((dir / "wiki/pipe.md").c_str(), 0600), 0);
+  const auto read = [&](const char* name) {
+    return failure_of([&] { read_text_file_within(dir / "wiki", dir / "wiki" / name); });
+  };
   EXPECT_EQ(read_text_file_within(dir / "wiki", dir / "wiki/inside.md"), "p");
-  EXPECT_NE(failure_of([&] { read_text_file_within(dir / "wiki", dir / "wiki/sibling.md"); }).second, "");
+  for (const char* out : {"sibling.md", "folder/page.md"})
+    EXPECT_THAT(read(out).second, ::testing::HasSubstr("leads out of")) << out;
+  EXPECT_EQ(read("pipe.md").first, EINVAL);
+  EXPECT_THAT(read("../wiki2/page.md").second, ::testing::HasSubstr("lies outside"));
 }
 
 }  // namespace

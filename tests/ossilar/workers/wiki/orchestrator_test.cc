@@ -282,7 +282,7 @@ TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
   repo.dir.write("outside.txt", "precious\n");
   const auto wiki = repo.open();
   std::filesystem::create_symlink(repo.dir / "outside.txt", repo.dir / "wiki/pages/alpha.md");
-  EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha")), utils::IoError);
+  EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha")), utils::Error);
   EXPECT_EQ(repo.dir.read("outside.txt"), "precious\n");
   EXPECT_THROW(wiki->read_page("alpha"), utils::Error) << "nor read through";
 }
