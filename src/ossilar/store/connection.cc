@@ -29,15 +29,22 @@ constexpr std::array kAdvice{
     Advice{SQLITE_PERM, "check the permissions of the file and its folder"},
     Advice{SQLITE_CANTOPEN,
            "check that its folder is there and may be written, with no symbolic link on the way"},
-    Advice{SQLITE_NOTADB, "another program's file has this name; move it away"},
-    Advice{
-        SQLITE_CORRUPT,
-        "the file is damaged; move it and its -wal and -shm files away, and `ossilar init` takes the stored "
-        "pages up again"},
+    Advice{SQLITE_NOTADB,
+           "it is no database; `ossilar check --fix` moves it away and makes it anew from the wiki's files"},
+    Advice{SQLITE_CORRUPT, "the file is damaged; `ossilar check --fix` makes it anew from the wiki's files"},
+    Advice{SQLITE_ERROR, "`ossilar check --fix` makes it anew from the wiki's files"},
 };
 
+constexpr int kPrimaryCode = 0xff;  // of an error code; the rest tells kinds of it apart
+
+// SQLITE_ERROR, which stands for a statement that SQLite cannot make sense of, means that the tables are not
+// those that the statements are about.
+bool means_damage(int code) {
+  const int primary = code & kPrimaryCode;
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_ERROR;
+}
+
 std::string advice_on(int code) {
-  constexpr int kPrimaryCode = 0xff;  // the rest tells kinds of it apart
   for (const Advice& advice : kAdvice) {
     if (advice.code == (code & kPrimaryCode)) return std::string("; ") + advice.text;
   }
@@ -74,7 +81,10 @@ void rethrow_as_storage_error(const std::filesystem::path& file, const std::stri
   if (dynamic_cast<const StorageError*>(&error) != nullptr) throw;
   const std::string message = file.string() + ": cannot " + attempt + ": " + error.what();
   if (const auto* sqlite = dynamic_cast<const SQLite::Exception*>(&error)) {
-    throw StorageError(message + advice_on(sqlite->getErrorCode()));
+    throw StorageError(message + advice_on(sqlite->getErrorCode()), means_damage(sqlite->getErrorCode()));
+  }
+  if (dynamic_cast<const DamagedError*>(&error) != nullptr) {
+    throw StorageError(message + advice_on(SQLITE_CORRUPT), true);
   }
   if (dynamic_cast<const utils::Error*>(&error) != nullptr ||
       dynamic_cast<const Map::exception*>(&error) != nullptr) {

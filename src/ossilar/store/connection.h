@@ -12,7 +12,16 @@
 #include <string>
 #include <string_view>
 
+#include "ossilar/utils/error.h"
+
 namespace ossilar::store {
+
+// What is stored is not what this program stores.
+class DamagedError : public utils::Error {
+ public:
+  explicit DamagedError(const std::string& message, utils::Place place = utils::Place::current())
+      : Error(message, place) {}
+};
 
 // Bytes to bind as a BLOB.
 struct Blob {

@@ -24,6 +24,13 @@ class ForwardingStore : public WikiStore {
     target_.upsert_wiki_state(branch, fields);
   }
   StoredRows get_wiki_pages(const std::string& branch) override { return target_.get_wiki_pages(branch); }
+  std::optional<std::string> damage() override { return target_.damage(); }
+  std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
+    return target_.page_key(branch, page_id);
+  }
+  void remove_page(const std::string& branch, const std::string& page_id) override {
+    target_.remove_page(branch, page_id);
+  }
   SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
                                  const std::string& model) override {
     return target_.shared_passages(branch, page_id, model);

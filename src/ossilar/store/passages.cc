@@ -98,7 +98,7 @@ PassageHashes held_passages(Connection& connection, std::int64_t page_key) {
 
 Vector vector_of(const std::string& bytes, const std::string& hash) {
   if (bytes.size() % kNumberBytes != 0)
-    throw utils::Error("the vector of the passage " + hash + " is damaged");
+    throw DamagedError("the vector of the passage " + hash + " is damaged");
   Vector vector;
   vector.reserve(bytes.size() / kNumberBytes);
   for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
@@ -140,7 +140,7 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
                       {chunk_key::kText, rows.text(2)},
                       {chunk_key::kHash, rows.text(3)},
                       {chunk_key::kModel, rows.text(4)},
-                      {chunk_key::kCitations, utils::parse_json(rows.text(5), chunk_key::kCitations)}});
+                      {chunk_key::kCitations, read_json(rows.text(5), chunk_key::kCitations)}});
   }
   return chunks;
 }

@@ -20,8 +20,14 @@ namespace ossilar::store {
 // The store cannot do what was asked: a full disk, a damaged file, a database of another program.
 class StorageError : public utils::Error {
  public:
-  explicit StorageError(const std::string& message, utils::Place place = utils::Place::current())
-      : Error(message, place) {}
+  explicit StorageError(const std::string& message, bool damaged = false,
+                        utils::Place place = utils::Place::current())
+      : Error(message, place), damaged_(damaged) {}
+  // Whether what is stored cannot be read, so that trying again is of no use and making it anew is.
+  bool damaged() const { return damaged_; }
+
+ private:
+  bool damaged_;
 };
 
 // Stored rows by page id. A row has, in this order, the keys `page_id`, `title` and those of PageFields,
@@ -133,6 +139,15 @@ struct FoundPassage {
 // Everything that the host of a wiki keeps.
 class WikiStore : public Repository {
  public:
+  // Reads everything and gives what is damaged in it, in words; none when all is sound.
+  virtual std::optional<std::string> damage() = 0;
+
+  // The key of the page's row, or none.
+  virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
+  // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
+  // stays.
+  virtual void remove_page(const std::string& branch, const std::string& page_id) = 0;
+
   // Passages.
   virtual SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
                                          const std::string& model) = 0;

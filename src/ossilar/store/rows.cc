@@ -40,6 +40,9 @@ constexpr const char* kUpsertPage =
     " revision = excluded.revision"
     " RETURNING page_key";
 
+constexpr const char* kRemovePage = "DELETE FROM pages WHERE branch = ?1 AND page_id = ?2";
+constexpr const char* kNoteRemoval = "INSERT OR REPLACE INTO removed_pages VALUES (?1, ?2, ?3)";
+
 Map column_value(const Query& rows, int at, const Column& column) {
   switch (column.kind) {
     case Kind::text:
@@ -47,7 +50,7 @@ Map column_value(const Query& rows, int at, const Column& column) {
     case Kind::number:
       return rows.number(at);
     case Kind::json:
-      return utils::parse_json(rows.text(at), column.name);
+      return read_json(rows.text(at), column.name);
   }
   return nullptr;
 }
@@ -58,6 +61,17 @@ const char* const kChangedPages =
     "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
     " source_hashes, symbols, related_pages, citations, content_hash, model, status, summary, build_cache,"
     " page_type FROM pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+
+const char* const kRemovedPages =
+    "SELECT revision, page_id FROM removed_pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+
+Map read_json(const std::string& text, const std::string& what) {
+  try {
+    return utils::parse_json(text, what);
+  } catch (const utils::Error& error) {
+    throw DamagedError(error.what());
+  }
+}
 
 std::string stored_json(const Map& value, const std::string& what) {
   std::string text = utils::json_text(value);
@@ -76,6 +90,12 @@ std::int64_t write_page(Connection& connection, const std::string& branch, const
               fields.page_type, revision);
   query.next();
   return query.number(0);
+}
+
+void remove_row(Connection& connection, const std::string& branch, const std::string& page_id,
+                std::int64_t revision) {
+  Query(connection, kRemovePage, branch, page_id).run();
+  Query(connection, kNoteRemoval, branch, page_id, revision).run();
 }
 
 std::string page_id_of(const Query& rows) { return rows.text(kFirstColumn); }

@@ -13,6 +13,9 @@ namespace ossilar::store {
 // back: text that is not UTF-8, nesting too deep. `what` names it.
 std::string stored_json(const Map& value, const std::string& what);
 
+// What stored_json() made. Throws DamagedError for text that it did not make.
+Map read_json(const std::string& text, const std::string& what);
+
 // Inserts or updates the row and gives its key.
 std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
                         const std::string& title, const PageFields& fields, std::int64_t revision);
@@ -20,6 +23,14 @@ std::int64_t write_page(Connection& connection, const std::string& branch, const
 // The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes: the
 // revision, then the columns that the two functions read.
 extern const char* const kChangedPages;
+// The query for the pages of branch ?1 that were removed after revision ?2, in the order of their removal:
+// the revision and the page id. One that came back meanwhile is among the changed pages too.
+extern const char* const kRemovedPages;
+
+// Removes the row; what refers to it goes with it.
+void remove_row(Connection& connection, const std::string& branch, const std::string& page_id,
+                std::int64_t revision);
+
 std::string page_id_of(const Query& rows);
 Map page_row(const Query& rows);
 

@@ -24,8 +24,8 @@ namespace {
 // the schema is a new step at the end.
 //
 // `revision` is the write transaction that last changed a row, counted over the whole file: who has read up
-// to a revision reads what is above it. A digest that is gone stays as a row without text, so that its going
-// is seen too.
+// to a revision reads what is above it. A digest that is gone stays as a row without text, and a page that is
+// gone is noted in removed_pages, so that its going is seen too.
 struct Step {
   const char* sql;
   void (*fill)(Connection& connection) = nullptr;  // what SQL alone cannot make of the rows that are there
@@ -115,6 +115,14 @@ CREATE TABLE source_records (
 )sql"},
     Step{kCreateWordIndex, fill_word_index},
     Step{"CREATE INDEX chunks_by_model ON chunks (model)"},
+    Step{R"sql(
+CREATE TABLE removed_pages (
+  branch TEXT NOT NULL,
+  page_id TEXT NOT NULL,
+  revision INTEGER NOT NULL,
+  PRIMARY KEY (branch, page_id)
+) STRICT, WITHOUT ROWID;
+)sql"},
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -2,6 +2,7 @@
 
 #include <SQLiteCpp/Transaction.h>
 
+#include <algorithm>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -37,10 +38,33 @@ constexpr const char* kRecords = "SELECT path, record FROM source_records";
 constexpr const char* kPutRecord = "INSERT OR REPLACE INTO source_records VALUES (?1, ?2)";
 constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
 
+constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 AND page_id = ?2";
+// https://www.sqlite.org/pragma.html#pragma_quick_check
+constexpr const char* kStructure = "PRAGMA quick_check(1)";
+constexpr const char* kReferences = "PRAGMA foreign_key_check";
+constexpr const char* kUnindexed = "SELECT (SELECT count(*) FROM chunks) - (SELECT count(*) FROM words)";
+
 std::int64_t next_revision(Connection& connection) {
   Query query(connection, kNextRevision);
   query.next();
   return query.number(0);
+}
+
+std::optional<std::int64_t> key_of(Connection& connection, const std::string& branch,
+                                   const std::string& page_id) {
+  Query query(connection, kPageKey, branch, page_id);
+  if (!query.next()) return std::nullopt;
+  return query.number(0);
+}
+
+std::optional<std::string> first_damage(Connection& connection) {
+  Query structure(connection, kStructure);
+  if (structure.next() && structure.text(0) != "ok") return structure.text(0);
+  Query references(connection, kReferences);
+  if (references.next()) return "the table " + references.text(0) + " refers to what is not there";
+  Query words(connection, kUnindexed);
+  if (words.next() && words.number(0) != 0) return "the words do not belong to the chunks";
+  return std::nullopt;
 }
 
 // What was read last of one kind of rows of a branch, and the revision up to which it was read.
@@ -80,6 +104,25 @@ class SqliteStore final : public WikiStore {
   StoredRows get_wiki_pages(const std::string& branch) override {
     return read("read the pages of the branch " + branch,
                 [&](Connection& connection) { return read_pages(connection, branch); });
+  }
+
+  std::optional<std::string> damage() override {
+    return read("read all of it", [](Connection& connection) { return first_damage(connection); });
+  }
+
+  std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
+    return read("look for the page " + page_id,
+                [&](Connection& connection) { return key_of(connection, branch, page_id); });
+  }
+
+  void remove_page(const std::string& branch, const std::string& page_id) override {
+    write("remove the page " + page_id, [&](Connection& connection) {
+      const auto key = key_of(connection, branch, page_id);
+      if (!key) return;
+      replace_chunks(connection, *key, {}, {});
+      index_words(connection, *key);
+      remove_row(connection, branch, page_id, next_revision(connection));
+    });
   }
 
   SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
@@ -237,24 +280,31 @@ class SqliteStore final : public WikiStore {
     return write_locked(attempt, work);
   }
 
+  //
+  // A commit that fails may have reached the file: who opens it next may find it made.
   template <class Work>
   Result<Work> write_locked(const std::string& attempt, Work work) {
+    std::string doing = attempt;
     try {
-      return with_storage_errors(file_, attempt, [&] { return commit(work); });
+      return with_storage_errors(file_, doing, [&] {
+        return commit(work, [&] { doing = "say whether it could " + attempt + " (ossilar check can)"; });
+      });
     } catch (...) {
       forget_snapshots();
       throw;
     }
   }
 
-  template <class Work>
-  Result<Work> commit(Work work) {
+  template <class Work, class BeforeCommit>
+  Result<Work> commit(Work work, BeforeCommit before_commit) {
     SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
     if constexpr (std::is_void_v<Result<Work>>) {
       work(writer_);
+      before_commit();
       transaction.commit();
     } else {
       Result<Work> result = work(writer_);
+      before_commit();
       transaction.commit();
       return result;
     }
@@ -266,13 +316,19 @@ class SqliteStore final : public WikiStore {
     digests_.clear();
   }
 
-  // Rows are never removed; if they come to be, a row without content would tell, as it does for digests.
+  // Removals first: a page that came back after its removal has a row.
   StoredRows read_pages(Connection& connection, const std::string& branch) {
     Snapshot next = pages_[branch];
-    Query rows(connection, kChangedPages, branch, next.revision);
+    const std::int64_t seen = next.revision;
+    Query removed(connection, kRemovedPages, branch, seen);
+    while (removed.next()) {
+      next.entries.erase(removed.text(1));
+      next.revision = removed.number(0);
+    }
+    Query rows(connection, kChangedPages, branch, seen);
     while (rows.next()) {
       next.entries.set(page_id_of(rows), page_row(rows));
-      next.revision = rows.number(0);
+      next.revision = std::max(next.revision, rows.number(0));
     }
     pages_[branch] = next;
     return next.entries;
@@ -286,7 +342,7 @@ class SqliteStore final : public WikiStore {
         if (rows.is_null(2)) {
           next.entries.erase(rows.text(1));
         } else {
-          next.entries.set(rows.text(1), utils::parse_json(rows.text(2), "the digest of " + rows.text(1)));
+          next.entries.set(rows.text(1), read_json(rows.text(2), "the digest of " + rows.text(1)));
         }
         next.revision = rows.number(0);
       }

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "ossilar/store/passages.h"
+#include "ossilar/store/rows.h"
 #include "ossilar/utils/identifiers.h"
 
 namespace ossilar::store {
@@ -102,7 +103,7 @@ std::vector<FoundPassage> describe(Connection& connection, const std::vector<Pla
                      .section = row.text(4),
                      .text = row.text(5),
                      .hash = row.text(6),
-                     .citations = utils::parse_json(row.text(7), chunk_key::kCitations),
+                     .citations = read_json(row.text(7), chunk_key::kCitations),
                      .score = place.score});
   }
   return found;

@@ -134,7 +134,8 @@ TEST_F(Search, IndexesAWikiThatWasStoredBeforeThereWasAnIndex) {
   wiki_.reset();
   {
     SQLite::Database database(repo_.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE);
-    database.exec("DROP TABLE words; DROP INDEX chunks_by_model; PRAGMA user_version = 1");
+    database.exec(
+        "DROP TABLE words; DROP INDEX chunks_by_model; DROP TABLE removed_pages; PRAGMA user_version = 1");
   }
   wiki_ = repo_.open();
   EXPECT_THAT(places({.query = "parse_http_header", .limit = 1}), ElementsAre("alpha#Names"));
