@@ -26,6 +26,7 @@ struct Arguments {
   SaveArguments save;
   ShowArguments show;
   workers::wiki::SearchRequest search;
+  bool fix = false;
   utils::LogSink log;
   Command command;
 };
@@ -100,6 +101,17 @@ void add_reading_commands(CLI::App& app, Arguments& arguments) {
               [&](Output& output) { return run_status(arguments.place, output); });
 }
 
+void add_check_command(CLI::App& app, Arguments& arguments) {
+  auto* check = add_command(
+      app, arguments, "check",
+      "Find everything that is wrong: stale pages, citations that do not hold, files and rows that disagree",
+      "ossilar check\n  ossilar check --fix\n\n"
+      "--fix takes page files as they stand, makes anew what is derived from them, and removes leftovers.\n"
+      "Exit code 1 when something is found, or left after --fix.",
+      [&](Output& output) { return run_check(arguments.place, arguments.fix, output); });
+  check->add_flag("--fix", arguments.fix, "Set right what needs no author");
+}
+
 void add_mcp_command(CLI::App& app, Arguments& arguments) {
   add_command(app, arguments, "mcp",
               "Serve an agent's session: the Model Context Protocol on standard input and output",
@@ -150,13 +162,15 @@ int run_command(const Arguments& arguments, Output& output) {
 int run(int argc, char** argv) {
   Arguments arguments;
   CLI::App app("A wiki about this repository that agents write and that stays true.", "ossilar");
-  app.footer("Exit codes: 0 done, 1 refused, 2 wrong usage or configuration, 3 a failure.");
+  app.footer(
+      "Exit codes: 0 done, 1 refused or found something, 2 wrong usage or configuration, 3 a failure.");
   app.require_subcommand(1);
   app.fallthrough();
   add_globals(app, arguments);
   add_init_command(app, arguments);
   add_reading_commands(app, arguments);
   add_save_command(app, arguments);
+  add_check_command(app, arguments);
   add_mcp_command(app, arguments);
   try {
     app.parse(argc, argv);

@@ -14,7 +14,7 @@
 namespace ossilar::cli {
 
 inline constexpr int kDone = 0;
-inline constexpr int kRefused = 1;  // the answer is a refusal
+inline constexpr int kRefused = 1;  // the answer is a refusal, or a check found something
 inline constexpr int kUsage = 2;    // wrong usage or configuration
 inline constexpr int kFailed = 3;   // a disk, a database, a broken repository
 
@@ -50,6 +50,7 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
 int run_show(const Place& place, const ShowArguments& arguments, Output& output);
 int run_search(const Place& place, const workers::wiki::SearchRequest& request, Output& output);
 int run_status(const Place& place, Output& output);
+int run_check(const Place& place, bool fix, Output& output);
 // Takes standard output for itself; log records go to `log` and to the client.
 int run_mcp(const Place& place, const utils::LogSink& log);
 

@@ -16,24 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The Markdown files under `pages`, in order; symbolic links are left out.
-std::vector<fs::path> page_files(const fs::path& pages) {
-  std::vector<fs::path> files;
-  std::error_code ended;
-  for (fs::recursive_directory_iterator at(pages, ended), end; !ended && at != end; at.increment(ended)) {
-    if (at->symlink_status().type() == fs::file_type::regular && at->path().extension() == ".md") {
-      files.push_back(at->path());
-    }
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-std::string title_line(const std::string& text) {
-  if (text.compare(0, 2, "# ") != 0) return "";
-  return utils::plain_inline(std::string_view(text).substr(2, text.find('\n') - 2));
-}
-
 template <class Value>
 Value entry_value(const Map* entry, const char* key, Value otherwise) {
   if (entry == nullptr) return otherwise;
@@ -45,22 +27,32 @@ Value entry_value(const Map* entry, const char* key, Value otherwise) {
   }
 }
 
-// The title that stands for the page: as the manifest has it, as the file is headed, as it is planned.
+// The title that stands for the page: as it is headed, which a former entry may know in its own spelling, or
+// as it is planned.
 std::string adopted_title(const std::string& text, const PagePlan* plan, const Map* entry) {
-  std::string title = entry_value<std::string>(entry, "title", "");
-  if (title.empty()) title = title_line(text);
-  return title.empty() && plan != nullptr ? plan->title : title;
+  const std::string heading = title_line(text);
+  std::string known = entry_value<std::string>(entry, "title", "");
+  if (heading.empty()) return known.empty() && plan != nullptr ? plan->title : known;
+  return !known.empty() && utils::plain_inline(known) == heading ? known : heading;
 }
 
-Map adopted_cache(const FinalizedPage& page, const Map& sections, const Map* entry) {
+// A title that is not the planned one is somebody's choice and is to stay.
+std::string chosen_title(const std::string& title, const PagePlan* plan, const Map* entry) {
+  if (plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(title)) {
+    return entry_value<std::string>(entry, AGENT_TITLE_KEY, "");
+  }
+  return title;
+}
+
+Map adopted_cache(const FinalizedPage& page, const Map& sections, const std::string& chosen,
+                  const Map* entry) {
   Map cache{{"prose", page.authored.text()},
             {"diagrams", Map::array()},
             {"grounding_hash", ""},
             {"outline", page.outline},
             {"degraded", Map::array()}};
   for (const auto& [key, value] : sections.items()) cache[key] = value;
-  const auto title = entry_value<std::string>(entry, AGENT_TITLE_KEY, "");
-  if (!title.empty()) cache[AGENT_TITLE_KEY] = title;
+  if (!chosen.empty()) cache[AGENT_TITLE_KEY] = chosen;
   const auto former = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY, {});
   if (!former.empty()) cache[FORMER_TITLES_KEY] = former;
   return cache;
@@ -74,35 +66,56 @@ ManifestContent load_manifest(const fs::path& wiki_dir) {
   return parse_manifest(utils::read_text_file_within(wiki_dir, file), file.string());
 }
 
-AdoptionReport Adoption::run() {
-  planned_ = wiki_.prepare();
+std::string title_line(const std::string& text) {
+  if (text.compare(0, 2, "# ") != 0) return "";
+  return utils::plain_inline(std::string_view(text).substr(2, text.find('\n') - 2));
+}
+
+bool gives_digest(const PagePlan* plan) {
+  return plan != nullptr && plan_type(*plan).unit && plan->children.empty();
+}
+
+std::vector<fs::path> page_files(const fs::path& pages) {
+  std::vector<fs::path> files;
+  std::error_code ended;
+  for (fs::recursive_directory_iterator at(pages, ended), end; !ended && at != end; at.increment(ended)) {
+    if (at->symlink_status().type() == fs::file_type::regular && at->path().extension() == ".md") {
+      files.push_back(at->path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest)
+    : wiki_(wiki), manifest_(std::move(manifest)), planned_(wiki.prepare()) {
   wiki_._reread_existing();
   wiki_.titles_.update(wiki_._existing(), planned_->plans);
   wiki_._set_page_digests(wiki_._load_digests());
+}
+
+AdoptionReport Adoption::run() {
   const fs::path pages = wiki_.pages_dir();
   for (const fs::path& file : page_files(pages)) {
     adopt_file(file, file.lexically_relative(pages).replace_extension().string());
   }
-  wiki_._persist_digests();
+  store_digests();
   wiki_._reread_existing();
   return std::move(report_);
 }
 
 void Adoption::adopt_file(const fs::path& file, const std::string& page_id) {
   if (wiki_._existing().find(page_id) != nullptr) return;
-  const PagePlan* plan = planned_->plans.find(page_id);
-  const auto described = manifest_.pages.find(page_id);
-  const Map* entry = described == manifest_.pages.end() ? nullptr : &described->second;
-  if (plan == nullptr && entry == nullptr) {
+  const bool listed = manifest_.pages.count(page_id) > 0;
+  if (planned_->plans.find(page_id) == nullptr && !listed) {
     report_.unplanned.push_back(utils::valid_utf8(file.string()));
     return;
   }
   try {
     const std::string text = utils::read_text_file_within(wiki_.pages_dir(), file);
-    adopt_text(page_id, text, plan, entry);
+    adopt_text(page_id, text);
     ++report_.adopted;
-    const bool as_described = entry_value<std::string>(entry, "content_hash", "") == _text_hash(text);
-    if (entry != nullptr && !as_described) report_.edited.push_back(page_id);
+    if (listed && !is_described(page_id, text)) report_.edited.push_back(page_id);
   } catch (const store::StorageError&) {
     throw;
   } catch (const utils::Error& error) {
@@ -110,30 +123,69 @@ void Adoption::adopt_file(const fs::path& file, const std::string& page_id) {
   }
 }
 
-void Adoption::adopt_text(const std::string& page_id, const std::string& text, const PagePlan* plan,
-                          const Map* entry) {
+bool Adoption::is_described(const std::string& page_id, const std::string& text) const {
+  const std::string hash = _text_hash(text);
+  return entry_value<std::string>(manifest_.entry_of(page_id, hash), "content_hash", "") == hash;
+}
+
+Brackets Adoption::brackets_of(const std::string& page_id, const std::string& authored) const {
+  return wiki_.brackets_of(authored, *planned_, planned_->plans.find(page_id));
+}
+
+void Adoption::adopt_text(const std::string& page_id, const std::string& text) {
+  const bool described = is_described(page_id, text);
+  const Map* entry = manifest_.entry_of(page_id, _text_hash(text));
+  const store::StoredRows existing = wiki_._existing();
+  const Map* row = existing.find(page_id);
+  const Map former = row != nullptr ? manifest_entry(page_id, *row) : Map();
+  if (row != nullptr && !described) entry = &former;
+  const std::string title = adopted_title(text, planned_->plans.find(page_id), entry);
+
   FinalizedPage page;
   page.authored = split_authored(text, "");
-  const Brackets brackets = wiki_.brackets_of(page.authored.text(), *planned_, plan);
-  page.citations = page_links(brackets, page_id, wiki_.config_.dir).citations;
+  page.citations =
+      page_links(brackets_of(page_id, page.authored.text()), page_id, wiki_.config_.dir).citations;
   page.outline = section_headings(page.authored.text());
   const std::vector<Map> citations = page.citations;
-  const std::string body = page.authored.body;
 
-  const std::int64_t key =
-      wiki_.repository().upsert_wiki_page(wiki_.branch(), page_id, adopted_title(text, plan, entry),
-                                          fields_of(page_id, text, plan, entry, std::move(page)));
+  const auto marks = wiki_.store_->stale_marks(wiki_.branch());
+  const std::int64_t key = wiki_.repository().upsert_wiki_page(
+      wiki_.branch(), page_id, title, fields_of(page_id, text, title, entry, std::move(page)));
+  // Who changed the text here need not have looked at what the mark is about.
+  if (const auto mark = marks.find(page_id); mark != marks.end() && !described) {
+    wiki_.store_->mark_stale(wiki_.branch(), {*mark});
+  }
   const ChunkScope scope = wiki_._chunk_scope(page_id);
   wiki_._store_chunks(key, page_id, wiki_._chunk_and_embed(searchable_text(text), citations, scope.elsewhere),
                       scope.shared);
-  if (plan != nullptr && plan_type(*plan).unit && plan->children.empty()) {
-    wiki_._set_page_digest(page_id, _page_digest(*plan, body, citations));
-  }
+  settle_digest(page_id, text, title);
+}
+
+void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title) {
+  const PagePlan* plan = planned_->plans.find(page_id);
+  if (!gives_digest(plan)) return;
+  PagePlan titled = *plan;
+  titled.title = title;
+  const Authored authored = split_authored(text, "");
+  const auto citations =
+      page_links(brackets_of(page_id, authored.text()), page_id, wiki_.config_.dir).citations;
+  wiki_._set_page_digest(page_id, _page_digest(titled, authored.body, citations));
+  if (!is_described(page_id, text)) changed_here_.insert(page_id);
+}
+
+void Adoption::store_digests() {
+  std::vector<std::string> changed = changed_abstracts(wiki_._load_digests(), wiki_._page_digests());
+  changed.erase(std::remove_if(changed.begin(), changed.end(),
+                               [this](const std::string& id) { return changed_here_.count(id) == 0; }),
+                changed.end());
+  wiki_._mark_synthesis_stale(synthesis_dependents(planned_->plans, changed));
+  wiki_._persist_digests();
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
-                                      const PagePlan* plan, const Map* entry, FinalizedPage page) {
+                                      const std::string& title, const Map* entry, FinalizedPage page) {
   using Strings = std::vector<std::string>;
+  const PagePlan* plan = planned_->plans.find(page_id);
   const PagePlan planned = plan != nullptr ? *plan : PagePlan{};
   store::PageFields fields;
   fields.description = entry_value(entry, "description", planned.description);
@@ -153,7 +205,8 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   fields.status = "ok";
   fields.summary = entry_value(entry, "summary", planned.description);
   fields.build_cache =
-      utils::json_text(adopted_cache(page, wiki_._section_cache(page.authored.body, page.citations), entry));
+      utils::json_text(adopted_cache(page, wiki_._section_cache(page.authored.body, page.citations),
+                                     chosen_title(title, plan, entry), entry));
   fields.page_type = plan != nullptr ? planned.type : entry_value<std::string>(entry, "page_type", "topic");
   fields.citations = std::move(page.citations);
   return fields;

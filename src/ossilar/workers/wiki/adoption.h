@@ -1,36 +1,66 @@
-// Making rows for page files that came with a clone.
+// Making rows for page files that have none, or whose row is about another text: those of a clone, of a
+// branch that git switched to, of a hand, of a save that was cut short.
 #pragma once
 
 #include <filesystem>
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "ossilar/workers/wiki/manifest.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 
 namespace ossilar::workers::wiki {
 
-// One run of WikiGenerator::adopt_pages(); the write lock is held for its whole life.
+// The write lock is held for its whole life. No page file is changed.
 class Adoption {
  public:
-  Adoption(WikiGenerator& wiki, ManifestContent manifest) : wiki_(wiki), manifest_(std::move(manifest)) {}
+  Adoption(WikiGenerator& wiki, ManifestContent manifest);
+
+  // Adopts every page file that has no row.
   AdoptionReport run();
+
+  // Makes row and chunks those of `text`, the page file's. What it does not say is taken from the manifest's
+  // entry for this text, or from the former row, or from any entry, or from the plan. The page's digest waits
+  // for store_digests().
+  void adopt_text(const std::string& page_id, const std::string& text);
+
+  // The page's digest by its text; it waits for store_digests().
+  void settle_digest(const std::string& page_id, const std::string& text, const std::string& title);
+
+  // Stores the digests that wait. Where one changed that the manifest does not know, the pages that build on
+  // it are marked as stale first: who is cut short in between finds the digests unchanged and does both
+  // again.
+  void store_digests();
 
  private:
   void adopt_file(const std::filesystem::path& file, const std::string& page_id);
-  void adopt_text(const std::string& page_id, const std::string& text, const PagePlan* plan,
-                  const Map* entry);
-  store::PageFields fields_of(const std::string& page_id, const std::string& text, const PagePlan* plan,
+  store::PageFields fields_of(const std::string& page_id, const std::string& text, const std::string& title,
                               const Map* entry, FinalizedPage page);
 
   WikiGenerator& wiki_;
-  ManifestContent manifest_;
+  // Whether the manifest describes this very text: then it came with the wiki, whole, from where it was
+  // saved.
+  bool is_described(const std::string& page_id, const std::string& text) const;
+  Brackets brackets_of(const std::string& page_id, const std::string& authored) const;
+
+  const ManifestContent manifest_;
   std::shared_ptr<const PlannedWiki> planned_;
+  StringSet changed_here_;  // pages with texts that the manifest does not describe
   AdoptionReport report_;
 };
 
 // The manifest of the wiki at `wiki_dir`; empty when there is none.
 ManifestContent load_manifest(const std::filesystem::path& wiki_dir);
+
+// The Markdown files under `pages`, in order; symbolic links are left out.
+std::vector<std::filesystem::path> page_files(const std::filesystem::path& pages);
+
+// The title that the page file is headed with, as plain text; "" when it has none.
+std::string title_line(const std::string& text);
+
+// Whether the plan has the page give a digest.
+bool gives_digest(const PagePlan* plan);
 
 }  // namespace ossilar::workers::wiki

@@ -18,14 +18,6 @@ constexpr const char* kRowKeys[] = {
     "title",   "page_type",    "description",  "importance",    "level",         "parent_section", "rel_path",
     "summary", "content_hash", "source_files", "source_hashes", "related_pages", "citations"};
 
-std::string manifest_line(const std::string& page_id, const Map& row) {
-  Map page{{"page_id", page_id}};
-  for (const char* key : kRowKeys) page[key] = utils::member(row, key);
-  if (const auto title = agent_title(&row)) page[AGENT_TITLE_KEY] = *title;
-  page[FORMER_TITLES_KEY] = former_titles(&row);
-  return utils::json_text(page);
-}
-
 // Link text in a list: brackets and marks of a title stand for themselves.
 std::string escaped(const std::string& text) {
   std::string out;
@@ -76,13 +68,39 @@ std::vector<Listed> listed_pages(const store::StoredRows& rows, const Plans& pla
   return listed;
 }
 
+// Adds the page that `entry` is about; false when it is about none.
+bool add_entry(ManifestContent& content, const Map& entry) {
+  const std::string page_id = utils::string_member(entry, "page_id");
+  if (!is_page_id(page_id)) return false;
+  content.pages.emplace(page_id, entry);
+  return true;
+}
+
 }  // namespace
+
+Map manifest_entry(const std::string& page_id, const Map& row) {
+  Map page{{"page_id", page_id}};
+  for (const char* key : kRowKeys) page[key] = utils::member(row, key);
+  if (const auto title = agent_title(&row)) page[AGENT_TITLE_KEY] = *title;
+  page[FORMER_TITLES_KEY] = former_titles(&row);
+  return page;
+}
+
+const Map* ManifestContent::entry_of(const std::string& page_id, const std::string& content_hash) const {
+  const Map* entry = nullptr;
+  const auto [first, last] = pages.equal_range(page_id);
+  for (auto at = first; at != last; ++at) {
+    entry = &at->second;
+    if (utils::string_member(*entry, "content_hash") == content_hash) break;
+  }
+  return entry;
+}
 
 const WikiFilesRenderer::Rendered& WikiFilesRenderer::rendered(const std::string& page_id,
                                                                const store::StoredRows& rows) {
   Rendered& kept = rendered_[page_id];
   auto row = rows.share(page_id);
-  if (kept.row != row) kept = {row, manifest_line(page_id, *row), index_line(*row)};
+  if (kept.row != row) kept = {row, utils::json_text(manifest_entry(page_id, *row)), index_line(*row)};
   return kept;
 }
 
@@ -112,15 +130,30 @@ ManifestContent parse_manifest(std::string_view text, const std::string& name) {
   const Map manifest = utils::parse_json(text, name);
   if (utils::member(manifest, "format") != Map(kFormat)) {
     throw utils::Error(name + ": not a manifest of format " + std::to_string(kFormat) +
-                       "; restore it from version control, or remove it to start without");
+                       "; restore it from version control, or let ossilar check --fix write it anew");
   }
   ManifestContent content;
   content.lint = utils::member(manifest, "lint");
+  content.commit = utils::string_member(manifest, "commit");
   for (const Map& page : utils::member(manifest, "pages")) {
-    const std::string page_id = utils::string_member(page, "page_id");
-    if (!is_page_id(page_id))
-      throw utils::Error(name + ": '" + utils::printable(page_id) + "' is no page id");
-    content.pages[page_id] = page;
+    if (!add_entry(content, page)) {
+      throw utils::Error(name + ": '" + utils::printable(utils::string_member(page, "page_id")) +
+                         "' is no page id");
+    }
+  }
+  return content;
+}
+
+ManifestContent salvage_manifest(std::string_view text) {
+  ManifestContent content;
+  for (std::string_view line : utils::split_lines(text)) {
+    if (line.empty() || line.front() != '{') continue;
+    if (line.back() == ',') line.remove_suffix(1);
+    try {
+      add_entry(content, utils::parse_json(line, "a line"));
+    } catch (const utils::Error&) {
+      continue;  // it was not whole
+    }
   }
   return content;
 }

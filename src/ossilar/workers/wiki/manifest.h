@@ -33,13 +33,22 @@ class WikiFilesRenderer {
   std::map<std::string, Rendered> rendered_;
 };
 
-// What a manifest says: the pages by id, each as an object with the keys that manifest() writes, and `lint`.
+// What a manifest says of a page: an object with the keys that WikiFilesRenderer::manifest() writes.
+Map manifest_entry(const std::string& page_id, const Map& row);
+
 struct ManifestContent {
-  std::map<std::string, Map> pages;
+  std::multimap<std::string, Map> pages;  // entries by page id; a salvaged manifest may have several of one
+  std::string commit;
   Map lint;
+
+  // The entry of the page that describes a file with this hash, or else the last one, or null.
+  const Map* entry_of(const std::string& page_id, const std::string& content_hash) const;
 };
 
 // Reads a manifest. Throws utils::Error, naming `name`, for text that is no manifest of a format known here.
 ManifestContent parse_manifest(std::string_view text, const std::string& name);
+
+// What is left of a manifest that a merge or a hand has broken: the entries in whole lines.
+ManifestContent salvage_manifest(std::string_view text);
 
 }  // namespace ossilar::workers::wiki

@@ -30,6 +30,10 @@ constexpr std::size_t kMostWarnings = 20;
 // Some hundred saves of a page can go before within this time.
 constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 
+constexpr std::size_t kMostDrafts = 50;
+
+const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
+
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
 }
@@ -89,7 +93,8 @@ WikiGenerator::WikiGenerator(Services services)
       indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
           .root = paths_.root, .excluded = excluded_from_index(config_), .records = source_records_.get()})),
       lock_({.path = paths_.lock(), .timeout = config_.lock_timeout, .holder = std::move(services.writer)}),
-      drafts_(paths_.drafts()) {
+      drafts_(paths_.drafts(), kMostDrafts),
+      replaced_(paths_.replaced()) {
   existing_ = store_->get_wiki_pages(branch());
 }
 
@@ -99,6 +104,7 @@ Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::opt
                                       const std::optional<std::string>& section,
                                       const std::optional<std::string>& title) {
   const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
+  const SplicedInto splice;
   return AgentSaveMixin::save_agent_page(page_id, content, section, title);
 }
 
@@ -106,8 +112,14 @@ SaveOutcome WikiGenerator::save_page(const SaveRequest& request) {
   const std::string content(utils::without_byte_order_mark(request.content));
   std::optional<ConditionalSave> conditional;
   if (request.if_version) conditional.emplace(*request.if_version, content);
-  const auto keep = [&] {
-    return refuse_blank(request.content) ? std::string() : drafts_.keep(request.page_id, request.content);
+  const auto keep = [&]() -> std::string {
+    if (refuse_blank(request.content)) return "";
+    try {
+      return drafts_.keep(request.page_id, request.content);
+    } catch (const std::exception& error) {  // why it was not saved is what the author must hear of
+      host_logger.warning("a refused text could not be kept", error);
+      return "";
+    }
   };
   SaveOutcome outcome;
   try {
@@ -137,7 +149,10 @@ StandingPage WikiGenerator::standing_page(const std::string& page_id) {
   StandingPage page;
   page.basis = _basis(store_->get_wiki_pages(branch()).find(page_id));
   const auto file = paths_.pages / (page_id + ".md");
-  if (utils::is_regular_file(file)) page.text = utils::read_text_file_within(paths_.pages, file);
+  if (!utils::is_regular_file(file)) return page;
+  std::string bytes = utils::read_file_within(paths_.pages, file);
+  const bool is_text = !utils::first_invalid_utf8(bytes);
+  page.text = is_text ? utils::text_of(bytes, file.string()) : std::move(bytes);
   return page;
 }
 
@@ -163,11 +178,40 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
   }
 }
 
-// A row says nothing of what a hand did to the file meanwhile; the condition was about the file.
+Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,
+                                    const std::string& text) {
+  // Before the text is read, so that a change in between is not taken for what was read.
+  if (auto* splice = SplicedInto::current()) splice->version = standing_page(plan.page_id).version();
+  return AgentSaveMixin::_with_section(plan, heading, text);
+}
+
+// A row says nothing of what a hand did to the file. What the save was drafted from, or onto, is to be the
+// file that it replaces; and a text that no row knows is not to be lost by it.
 std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft) {
+  const StandingPage page = standing_page(draft.plan->page_id);
   const ConditionalSave* const save = ConditionalSave::current();
-  if (save != nullptr && standing_page(draft.plan->page_id).version() != save->wanted()) return std::nullopt;
-  return AgentSaveMixin::_commit_agent_page(draft);
+  if (save != nullptr && page.version() != save->wanted()) return std::nullopt;
+  const SplicedInto* const splice = SplicedInto::current();
+  const bool spliced = splice != nullptr && splice->version;
+  if (spliced && page.version() != *splice->version) return std::nullopt;
+
+  const std::string kept = keep_replaced(page, draft);
+  auto answer = AgentSaveMixin::_commit_agent_page(draft);
+  if (answer && !kept.empty() && answer->contains("warnings")) {
+    const std::string file = (paths_.replaced() / kept).lexically_relative(paths_.root).string();
+    answer->at("warnings")
+        .push_back("hand-edit: the page file was changed since it was last saved; " +
+                   std::string(spliced ? "what is outside this section stays, and " : "") +
+                   "the file as it was is kept in " + file);
+  }
+  return answer;
+}
+
+// The name under which the text that `draft` takes the place of is kept, "" when a row knows it.
+std::string WikiGenerator::keep_replaced(const StandingPage& page, const _PageDraft& draft) const {
+  if (!page.text || page.basis != draft.basis || *page.text == draft.markdown) return "";
+  if (page.basis && page.basis->first == _text_hash(*page.text)) return "";
+  return replaced_.keep(draft.plan->page_id, *page.text);
 }
 
 // ---- Plan and rows.
@@ -452,23 +496,30 @@ void WikiGenerator::_release_write_lock() {
   lock_.release();
 }
 
-AdoptionReport WikiGenerator::adopt_pages() {
-  ManifestContent manifest = load_manifest(paths_.wiki);
+void WikiGenerator::with_write_lock(const std::function<void()>& work) {
   _acquire_write_lock({.wait = true});
-  AdoptionReport report;
   try {
-    report = Adoption(*this, std::move(manifest)).run();
-    if (!utils::is_regular_file(paths_.wiki / "index.md") ||
-        !utils::is_regular_file(paths_.wiki / "manifest.json")) {
-      _write_index_and_manifest({.git_commit = _git_commit(),
-                                 .files_covered = _stored_files_covered(),
-                                 .lint = _prior_lint_summary()});
-    }
+    work();
   } catch (...) {
     _release_write_lock();
     throw;
   }
   _release_write_lock();
+}
+
+AdoptionReport WikiGenerator::adopt_pages() {
+  ManifestContent manifest = load_manifest(paths_.wiki);
+  AdoptionReport report;
+  with_write_lock([&] {
+    report = Adoption(*this, std::move(manifest)).run();
+    if (utils::is_regular_file(paths_.wiki / "index.md") &&
+        utils::is_regular_file(paths_.wiki / "manifest.json")) {
+      return;
+    }
+    _write_index_and_manifest({.git_commit = _git_commit(),
+                               .files_covered = _stored_files_covered(),
+                               .lint = _prior_lint_summary()});
+  });
   return report;
 }
 

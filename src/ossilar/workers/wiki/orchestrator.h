@@ -3,6 +3,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -21,7 +22,7 @@
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/grounding.h"
-#include "ossilar/workers/wiki/kept_drafts.h"
+#include "ossilar/workers/wiki/kept_texts.h"
 #include "ossilar/workers/wiki/manifest.h"
 #include "ossilar/workers/wiki/module_graph.h"
 #include "ossilar/workers/wiki/page_state.h"
@@ -29,6 +30,7 @@
 #include "ossilar/workers/wiki/reembedding.h"
 #include "ossilar/workers/wiki/title_index.h"
 #include "ossilar/workers/wiki/vector_cache.h"
+#include "ossilar/workers/wiki/wiki_check.h"
 #include "ossilar/workers/wiki/wiki_search.h"
 
 namespace ossilar::workers::wiki {
@@ -45,6 +47,8 @@ struct WikiPaths {
   std::filesystem::path turns() const { return state / "turns"; }
   // The texts of refused saves.
   std::filesystem::path drafts() const { return state / "drafts"; }
+  // The texts that a save or a repair took the place of and that no row knew.
+  std::filesystem::path replaced() const { return state / "replaced"; }
 };
 
 // The plan of the wiki with the index that it was derived from. Immutable.
@@ -141,7 +145,7 @@ class WikiGenerator final : public AgentSaveMixin {
   bool has_page(const std::string& page_id);
   // The rows of this branch as stored now.
   store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
-  const KeptDrafts& kept_drafts() const { return drafts_; }
+  const KeptTexts& kept_drafts() const { return drafts_; }
 
   // Makes rows for the committed page files that have none on this branch, from the manifest and the plan,
   // and writes index and manifest where they are missing. No page file is changed. Takes the write lock.
@@ -149,6 +153,9 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // The same where this branch has no row at all yet, as after a switch to it; else it does nothing.
   AdoptionReport adopt_unseen_branch();
+
+  // See check_wiki(). Throws store::StorageError for a database that is damaged.
+  CheckReport check(bool fix);
 
   const WikiPaths& paths() const { return paths_; }
   std::int64_t min_citations() const { return config_.min_citations_per_page; }
@@ -159,6 +166,7 @@ class WikiGenerator final : public AgentSaveMixin {
                                                      const std::optional<std::string>& section,
                                                      const std::optional<std::string>& title) override;
   std::optional<Answer> _commit_agent_page(const _PageDraft& draft) override;
+  Answer _with_section(const PagePlan& plan, const std::string& heading, const std::string& text) override;
   store::Repository& repository() override { return *store_; }
   const std::string& branch() const override { return checkout_.branch; }
   const std::filesystem::path& pages_dir() const override { return paths_.pages; }
@@ -198,12 +206,16 @@ class WikiGenerator final : public AgentSaveMixin {
  private:
   class SourceRecords;
   friend class Adoption;
+  friend class Inspection;
+  friend class Repair;
 
   // The plan as last prepared; prepares it the first time.
   std::shared_ptr<const PlannedWiki> planned();
   // The wiki with `page_id` in its plan, or null.
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
   StandingPage standing_page(const std::string& page_id);
+  std::string keep_replaced(const StandingPage& page, const _PageDraft& draft) const;
+  void with_write_lock(const std::function<void()>& work);
   std::string steering_of(const PagePlan* plan) const;
   Brackets brackets_of(const std::string& authored, const PlannedWiki& wiki, const PagePlan* plan) const;
 
@@ -218,7 +230,8 @@ class WikiGenerator final : public AgentSaveMixin {
   TitleIndex titles_;
   VectorCache vectors_;
   ReadTexts texts_;
-  const KeptDrafts drafts_;
+  const KeptTexts drafts_;
+  const KeptTexts replaced_;
 
   std::mutex prepare_mutex_;  // one thread at a time derives the plan
   mutable std::mutex state_mutex_;

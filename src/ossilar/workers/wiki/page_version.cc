@@ -19,6 +19,11 @@ ConditionalSave*& save_of_thread() {
   return save;
 }
 
+SplicedInto*& splice_of_thread() {
+  thread_local SplicedInto* splice = nullptr;
+  return splice;
+}
+
 std::string shortened(std::string diff) {
   if (diff.size() <= kLongestDiff) return diff;
   diff.resize(utils::utf8_prefix(diff, kLongestDiff).size());
@@ -67,6 +72,12 @@ ConditionalSave::ConditionalSave(std::string wanted, const std::string& content)
 ConditionalSave::~ConditionalSave() { save_of_thread() = nullptr; }
 
 ConditionalSave* ConditionalSave::current() { return save_of_thread(); }
+
+SplicedInto::SplicedInto() { splice_of_thread() = this; }
+
+SplicedInto::~SplicedInto() { splice_of_thread() = nullptr; }
+
+SplicedInto* SplicedInto::current() { return splice_of_thread(); }
 
 std::optional<Answer> ConditionalSave::refusal(const std::string& page_id, const StandingPage& page,
                                                const ReadTexts& texts) const {

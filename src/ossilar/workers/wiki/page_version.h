@@ -78,4 +78,19 @@ class ConditionalSave {
   std::string drafted_;
 };
 
+// The version of the page file that a section save of this thread is spliced into, from its making to its
+// end: a row does not tell that a hand changed the file after the draft read it.
+class SplicedInto {
+ public:
+  SplicedInto();
+  ~SplicedInto();
+  SplicedInto(const SplicedInto&) = delete;
+  SplicedInto& operator=(const SplicedInto&) = delete;
+
+  // That of the calling thread, or null.
+  static SplicedInto* current();
+
+  std::optional<std::string> version;  // none until a section is spliced
+};
+
 }  // namespace ossilar::workers::wiki

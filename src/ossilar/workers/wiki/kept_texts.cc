@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/kept_drafts.h"
+#include "ossilar/workers/wiki/kept_texts.h"
 
 #include <algorithm>
 #include <system_error>
@@ -6,16 +6,12 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
-#include "ossilar/utils/logging.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
 namespace fs = std::filesystem;
 
-const utils::Logger logger("ossilar.workers.wiki.kept_drafts");
-
-constexpr std::size_t kMostKept = 50;
 constexpr std::size_t kLongestPageId = 60;
 constexpr std::size_t kHashDigits = 12;
 constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
@@ -31,35 +27,30 @@ std::string file_name(const std::string& page_id, const std::string& content) {
 
 }  // namespace
 
-std::string KeptDrafts::keep(const std::string& page_id, const std::string& content) const {
+std::string KeptTexts::keep(const std::string& page_id, const std::string& content) const {
   std::string name = file_name(page_id, content);
-  try {
-    utils::atomic_write(directory_ / name, content);
-    drop_oldest();
-    return name;
-  } catch (const std::exception& error) {
-    logger.warning("a refused text could not be kept", error);
-    return "";
-  }
+  utils::atomic_write(directory_ / name, content);
+  if (most_ > 0) drop_oldest();
+  return name;
 }
 
-std::optional<std::string> KeptDrafts::read(const std::string& name) const {
+std::optional<std::string> KeptTexts::read(const std::string& name) const {
   if (name.empty() || name.front() == '.' || name.find('/') != name.npos) return std::nullopt;
   std::error_code error;
   if (!fs::is_regular_file(fs::symlink_status(directory_ / name, error))) return std::nullopt;
   return utils::read_text_file_within(directory_, directory_ / name);
 }
 
-void KeptDrafts::drop_oldest() const {
+void KeptTexts::drop_oldest() const {
   std::vector<std::pair<fs::file_time_type, fs::path>> kept;
   for (const fs::directory_entry& entry : fs::directory_iterator(directory_)) {
     std::error_code gone;  // another process tidies up too
     const auto time = entry.last_write_time(gone);
     if (!gone && entry.path().extension() == ".md") kept.emplace_back(time, entry.path());
   }
-  if (kept.size() <= kMostKept) return;
+  if (kept.size() <= most_) return;
   std::sort(kept.begin(), kept.end());
-  for (std::size_t i = 0; i < kept.size() - kMostKept; ++i) {
+  for (std::size_t i = 0; i < kept.size() - most_; ++i) {
     std::error_code gone;
     fs::remove(kept[i].second, gone);
   }

@@ -1,0 +1,67 @@
+#include "ossilar/cli/commands.h"
+#include "ossilar/cli/progress.h"
+#include "ossilar/workers/wiki/wiki_check.h"
+
+namespace ossilar::cli {
+namespace {
+
+using workers::wiki::CheckReport;
+using workers::wiki::Finding;
+
+Map document_of(const std::vector<Finding>& findings) {
+  Map list = Map::array();
+  for (const Finding& finding : findings) {
+    list.push_back(Map{{"kind", workers::wiki::fault_name(finding.fault)},
+                       {"subject", finding.subject},
+                       {"message", finding.message},
+                       {"advice", finding.advice},
+                       {"fixable", finding.fixable}});
+  }
+  return list;
+}
+
+std::string what_is_wrong(const Finding& finding, Output& output) {
+  return output.styled(Style::bold, finding.subject) + ": " + output.styled(Style::plain, finding.message);
+}
+
+std::string counted(std::size_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+void print_report(const CheckReport& report, Output& output) {
+  for (const Finding& finding : report.fixed)
+    output.line(output.styled(Style::good, "fixed") + "  " + what_is_wrong(finding, output));
+  std::size_t fixable = 0;
+  for (const Finding& finding : report.findings) {
+    output.line(output.styled(Style::warn, workers::wiki::fault_name(finding.fault)) + "  " +
+                what_is_wrong(finding, output) + "; " + output.styled(Style::plain, finding.advice));
+    if (finding.fixable) ++fixable;
+  }
+  if (report.findings.empty()) {
+    output.line(output.styled(Style::good, "ok") + "  " + counted(report.pages, "page") + ", nothing wrong");
+    return;
+  }
+  output.line(
+      counted(report.findings.size(), "finding") +
+      (fixable > 0 ? "; ossilar check --fix sets " + std::to_string(fixable) + " of them right" : ""));
+}
+
+}  // namespace
+
+int run_check(const Place& place, bool fix, Output& output) {
+  CheckReport report;
+  {
+    ProgressBar bar("indexing");
+    report = workers::wiki::check_wiki(place.root(),
+                                       {.fix = fix, .writer = "ossilar check", .indexing = bar.callback()});
+  }
+  Map document{{"clean", report.findings.empty()},
+               {"pages", report.pages},
+               {"findings", document_of(report.findings)}};
+  if (fix) document["fixed"] = document_of(report.fixed);
+  output.document(document);
+  print_report(report, output);
+  return report.findings.empty() ? kDone : kRefused;
+}
+
+}  // namespace ossilar::cli

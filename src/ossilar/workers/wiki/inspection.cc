@@ -1,0 +1,327 @@
+#include "ossilar/workers/wiki/inspection.h"
+
+#include <algorithm>
+#include <array>
+#include <system_error>
+
+#include "ossilar/search/chunking.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/adoption.h"
+#include "ossilar/workers/wiki/config.h"
+#include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kTakesItAsItStands = "ossilar check --fix takes it as it stands";
+constexpr const char* kMakesItAgain = "ossilar check --fix makes it again";
+
+// Of one page that are named; the rest is counted.
+constexpr std::size_t kMostCitations = 10;
+
+bool is_in_conflict(const std::string& text) {
+  bool ours = false;
+  for (const std::string_view line : utils::split_lines(text)) {
+    if (line.substr(0, 8) == "<<<<<<< ") ours = true;
+    if (ours && line.substr(0, 8) == ">>>>>>> ") return true;
+  }
+  return false;
+}
+
+// What the text alone settles of two digests; the cited files of a page change with the source.
+bool same_text_digest(const Map& a, const Map& b) {
+  static constexpr std::array kKeys{"title", "abstract", "headings"};
+  return std::all_of(kKeys.begin(), kKeys.end(),
+                     [&](const char* key) { return utils::member(a, key) == utils::member(b, key); });
+}
+
+}  // namespace
+
+std::vector<fs::path> written_directories(const WikiPaths& paths) {
+  std::vector<fs::path> directories{paths.root};
+  std::error_code error;
+  // The files of agents' clients lie in folders such as .vscode.
+  for (const auto& entry : fs::directory_iterator(paths.root, error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.front() == '.' && name != ".git" && entry.symlink_status().type() == fs::file_type::directory)
+      directories.push_back(entry.path());
+  }
+  if (paths.wiki != paths.root) directories.push_back(paths.wiki);
+  const auto add_below = [&](const fs::path& directory) {
+    fs::recursive_directory_iterator at(directory, error);
+    for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
+      if (at->symlink_status().type() == fs::file_type::directory) directories.push_back(at->path());
+    }
+  };
+  directories.push_back(paths.pages);
+  add_below(paths.pages);
+  add_below(paths.state);
+  return directories;
+}
+
+Inspection::Inspection(WikiGenerator& wiki) : wiki_(wiki), planned_(wiki.prepare()) {
+  wiki_._reread_existing();
+  rows_ = wiki_._existing();
+  digests_ = wiki_._load_digests();
+  wiki_.titles_.update(rows_, planned_->plans);
+}
+
+std::vector<Finding> Inspection::run() {
+  read_manifest();
+  inspect_setup();
+  inspect_folder();
+  inspect_rows();
+  inspect_digests();
+  inspect_generated();
+  for (const fs::path& directory : written_directories(wiki_.paths_)) inspect_leftovers(directory);
+  inspect_states();
+  return std::move(findings_);
+}
+
+std::string Inspection::relative(const fs::path& path) const {
+  return utils::valid_utf8(path.lexically_relative(wiki_.paths_.root).string());
+}
+
+std::string Inspection::page_path(const std::string& page_id) const {
+  return relative(wiki_.paths_.pages / (page_id + ".md"));
+}
+
+void Inspection::read_manifest() {
+  const fs::path file = wiki_.paths_.wiki / "manifest.json";
+  std::error_code error;
+  if (!fs::exists(fs::symlink_status(file, error))) return;
+  try {
+    manifest_text_ = utils::read_text_file_within(wiki_.paths_.wiki, file);
+    manifest_ = parse_manifest(*manifest_text_, file.filename().string());
+  } catch (const utils::Error& failure) {
+    manifest_failure_ = failure.what();
+    if (manifest_text_) manifest_ = salvage_manifest(*manifest_text_);
+  }
+}
+
+void Inspection::inspect_setup() {
+  std::error_code error;
+  const fs::path file = wiki_.paths_.state / ".gitignore";
+  if (fs::exists(fs::symlink_status(file, error))) return;
+  add({Fault::setup, relative(file), "", "is missing, so that git would see ossilar's local state",
+       kMakesItAgain, true});
+}
+
+// ---- Pages.
+
+void Inspection::inspect_folder() {
+  std::vector<fs::directory_entry> entries;
+  std::error_code error;
+  fs::recursive_directory_iterator at(wiki_.paths_.pages, error);
+  for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
+  if (error && error != std::errc::no_such_file_or_directory) {
+    add_unusable(wiki_.paths_.pages, "cannot be listed (" + error.message() + ")");
+  }
+  std::sort(entries.begin(), entries.end());
+  for (const fs::directory_entry& entry : entries) inspect_entry(entry);
+}
+
+void Inspection::add_unusable(const fs::path& file, const std::string& message) {
+  add({Fault::page_file, relative(file), "", message, "put a regular file in its place, or remove it",
+       false});
+}
+
+void Inspection::inspect_entry(const fs::directory_entry& entry) {
+  const fs::path& file = entry.path();
+  const fs::file_type type = entry.symlink_status().type();
+  const bool is_page = file.extension() == ".md";
+  const std::string page_id = file.lexically_relative(wiki_.paths_.pages).replace_extension().string();
+  if (type == fs::file_type::directory) return;
+  if (is_page) seen_.insert(page_id);
+  if (type == fs::file_type::symlink)
+    return add_unusable(file, "is a symbolic link, which ossilar does not follow");
+  if (!is_page) return;
+  if (type != fs::file_type::regular) return add_unusable(file, "is no regular file");
+  inspect_page(file, page_id);
+}
+
+void Inspection::inspect_page(const fs::path& file, const std::string& page_id) {
+  std::string text;
+  try {
+    text = utils::read_text_file_within(wiki_.paths_.pages, file);
+  } catch (const utils::Error& error) {
+    return add({Fault::page_file, relative(file), page_id, error.what(),
+                "mend the file, or save the page again", false});
+  }
+  const Map* row = rows_.find(page_id);
+  const bool known = row != nullptr && utils::string_member(*row, "content_hash") == _text_hash(text);
+  if (!known && is_in_conflict(text)) {
+    return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
+                "resolve the conflict, then run ossilar check --fix", false});
+  }
+  if (row == nullptr) return inspect_stranger(page_id, text);
+  if (known) {
+    inspect_derived(page_id, text, *row);
+  } else {
+    inspect_difference(page_id, text, *row);
+  }
+  inspect_citations(page_id, text);
+}
+
+void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
+  const bool planned = planned_->plans.find(page_id) != nullptr;
+  if (planned || manifest_.pages.count(page_id) > 0) {
+    add({Fault::file_without_row, page_path(page_id), page_id, "is a page that the database does not know",
+         kTakesItAsItStands, true});
+    return inspect_citations(page_id, text);
+  }
+  add({Fault::file_without_row, page_path(page_id), page_id, "belongs to no page of the plan",
+       is_page_id(page_id)
+           ? "add a [[page]] with the id \"" + page_id + "\" to ossilar.toml, or remove the file"
+           : "rename it to what can be a page id, or remove it",
+       false});
+}
+
+// The text of the page file if it had been saved.
+std::string Inspection::rendered(const std::string& page_id, const std::string& text, const Map& row) {
+  auto context = wiki_.page_context(page_id);
+  auto* found = std::get_if<PageContext>(&context);
+  if (found == nullptr) return "";
+  PagePlan& plan = found->plan;
+  const std::string heading = title_line(text);
+  for (const std::string& title : {utils::string_member(row, "title"), heading}) {
+    plan.title = title;
+    const auto diagrams = wiki_.config_.diagrams ? wiki_._build_diagrams(plan) : std::vector<Diagram>();
+    std::string page = wiki_._finalize(plan, split_authored(text, "").text(), diagrams, {}).markdown;
+    if (page == text) return page;
+  }
+  return "";
+}
+
+void Inspection::inspect_difference(const std::string& page_id, const std::string& text, const Map& row) {
+  const Map* entry = manifest_.entry_of(page_id, _text_hash(text));
+  const bool described = entry != nullptr && utils::string_member(*entry, "content_hash") == _text_hash(text);
+  if (described) {
+    return add({Fault::newer_page, page_path(page_id), page_id,
+                "is newer than its row: it came with its manifest, by version control", kTakesItAsItStands,
+                true});
+  }
+  if (rendered(page_id, text, row) == text) {
+    return add({Fault::newer_page, page_path(page_id), page_id,
+                "is newer than its row: a save was cut short, or a hand or version control changed the text",
+                kTakesItAsItStands, true});
+  }
+  add({Fault::edited_page, page_path(page_id), page_id,
+       "was edited by hand: what ossilar adds below the marker does not fit its text",
+       std::string(kTakesItAsItStands) + "; saving it brings the rest in line", true});
+}
+
+void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
+  std::vector<std::string> stored;
+  for (const Map& chunk : wiki_.store_->chunks(wiki_.branch(), page_id))
+    stored.push_back(utils::string_member(chunk, store::chunk_key::kHash));
+  std::vector<std::string> expected;
+  for (const search::Passage& passage : search::passages(searchable_text(text)))
+    expected.push_back(utils::sha256_hex(passage.text));
+  if (stored != expected) {
+    add({Fault::chunks, page_path(page_id), page_id, "is searched by another version of its text",
+         kMakesItAgain, true});
+  }
+  const PagePlan* plan = planned_->plans.find(page_id);
+  if (!gives_digest(plan)) return;
+  PagePlan titled = *plan;
+  titled.title = utils::string_member(row, "title");
+  const Map* digest = digests_.find(page_id);
+  if (digest != nullptr &&
+      same_text_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
+    return;
+  }
+  add({Fault::digest, page_path(page_id), page_id,
+       "is known to the pages above it by another version of its text", kMakesItAgain, true});
+}
+
+void Inspection::inspect_citations(const std::string& page_id, const std::string& text) {
+  const Brackets brackets =
+      wiki_.brackets_of(split_authored(text, "").text(), *planned_, planned_->plans.find(page_id));
+  const std::size_t named = std::min(brackets.invalid.size(), kMostCitations);
+  const std::string advice = "save the page with a citation that holds";
+  for (std::size_t i = 0; i < named; ++i) {
+    add({Fault::citations, page_path(page_id), page_id,
+         invalid_citation_warning(brackets.invalid[i], *planned_->index), advice, false});
+  }
+  if (const std::size_t more = brackets.invalid.size() - named; more > 0) {
+    add({Fault::citations, page_path(page_id), page_id,
+         std::to_string(more) + " more citation(s) that do not hold", advice, false});
+  }
+}
+
+// ---- What is not about a page file.
+
+void Inspection::inspect_rows() {
+  rows_.for_each([&](const std::string& page_id, const Map&) {
+    if (seen_.count(page_id) > 0) return;
+    add({Fault::row_without_file, page_path(page_id), page_id, "is gone, and the database still has the page",
+         "restore the file, or let ossilar check --fix forget the page (its text goes to .ossilar/replaced)",
+         true});
+  });
+}
+
+void Inspection::inspect_digests() {
+  digests_.for_each([&](const std::string& page_id, const Map&) {
+    if (rows_.find(page_id) != nullptr) return;
+    add({Fault::digest, page_path(page_id), page_id, "is known to the pages above it and is no stored page",
+         "ossilar check --fix forgets it", true});
+  });
+}
+
+// Commit and lint summary are of the last save, and nothing else knows them.
+void Inspection::inspect_generated() {
+  const auto inspect = [&](Fault fault, const char* name, const std::optional<std::string>& text,
+                           const std::string& expected) {
+    if (text == expected) return;
+    add({fault, relative(wiki_.paths_.wiki / name), "",
+         !text ? "is missing" : "does not list the pages as they are stored", kMakesItAgain, true});
+  };
+  const fs::path index = wiki_.paths_.wiki / "index.md";
+  std::optional<std::string> index_text;
+  if (utils::is_regular_file(index)) index_text = utils::read_file_within(wiki_.paths_.wiki, index);
+  inspect(Fault::index, "index.md", index_text, wiki_.renderer_.index(rows_, planned_->plans));
+  if (!manifest_failure_.empty()) {
+    return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
+                "cannot be read: " + manifest_failure_, kMakesItAgain, true});
+  }
+  inspect(Fault::manifest, "manifest.json", manifest_text_,
+          wiki_.renderer_.manifest(rows_, {.git_commit = manifest_.commit,
+                                           .files_covered = wiki_._stored_files_covered(),
+                                           .lint = manifest_.lint}));
+}
+
+void Inspection::inspect_leftovers(const fs::path& directory) {
+  std::vector<std::string> names;
+  try {
+    names = utils::leftovers(directory);
+  } catch (const utils::IoError&) {
+    return;  // where nothing can be looked at, nothing was written either
+  }
+  for (const std::string& name : names) {
+    add({Fault::leftover, relative(directory / name), "", "was left by a write that was cut short",
+         "ossilar check --fix removes it", true});
+  }
+}
+
+void Inspection::inspect_states() {
+  const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store_->stale_marks(wiki_.branch()),
+                                        *planned_->index, wiki_.config_.steering);
+  for (const PageState& state : states) {
+    if (state.condition != PageCondition::stale) continue;
+    const bool planned = planned_->plans.find(state.page_id) != nullptr;
+    add({Fault::stale, page_path(state.page_id), state.page_id, "is stale: " + state.reason,
+         planned ? "write it anew (ossilar context " + state.page_id + ") and save it"
+                 : "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix",
+         false});
+  }
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,34 @@
+// Setting right what an inspection found and what needs no author.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ossilar/workers/wiki/adoption.h"
+#include "ossilar/workers/wiki/wiki_check.h"
+
+namespace ossilar::workers::wiki {
+
+// The write lock is held for its whole life. Every step leaves the wiki at least as whole as it was, so that
+// who is cut short can begin anew: a page file is never changed, rows follow the files, and what is derived
+// from both comes last.
+class Repair {
+ public:
+  // `manifest` is what could be read of it, and may be more than what is written in its place.
+  Repair(WikiGenerator& wiki, const ManifestContent& manifest);
+  void run(const std::vector<Finding>& findings);
+
+ private:
+  void mend(const Finding& finding);
+  void take_over(const std::string& page_id);
+  void chunk_again(const std::string& page_id);
+  void settle_digest(const std::string& page_id);
+  void forget_page(const std::string& page_id);
+  std::string text_of(const std::string& page_id) const;
+
+  WikiGenerator& wiki_;
+  const Map lint_;
+  Adoption adoption_;
+};
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,185 @@
+#include "ossilar/workers/wiki/wiki_check.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include "ossilar/store/write_lock.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/inspection.h"
+#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/repair.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kDatabaseName = ".ossilar/index.db";
+
+Finding damaged_database(const std::string& message) {
+  return {Fault::database,
+          kDatabaseName,
+          "",
+          message,
+          "ossilar check --fix sets it aside and makes it anew from the wiki's files",
+          true};
+}
+
+bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+
+// The first name that is free for all of the database's files.
+fs::path free_name(const fs::path& database) {
+  for (int number = 1;; ++number) {
+    fs::path name = database;
+    name += ".damaged-" + std::to_string(number);
+    if (!is_there(name) && !is_there(name.string() + "-wal") && !is_there(name.string() + "-shm"))
+      return name;
+  }
+}
+
+void move_if_there(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::rename(from, to, error);
+  if (error && error != std::errc::no_such_file_or_directory) {
+    throw utils::IoError("cannot move " + from.string() + " to " + to.string(), error.value());
+  }
+}
+
+// The write-ahead log first: without it the database is an older one, whereas the log without its database
+// would be taken for the new one's.
+void set_aside_database(const fs::path& database) {
+  const fs::path aside = free_name(database);
+  for (const char* part : {"-wal", "-shm", ""})
+    move_if_there(database.string() + part, aside.string() + part);
+}
+
+struct Identity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool operator==(const Identity&) const = default;
+};
+
+Identity identity_of(const fs::path& file) {
+  struct stat info {};
+  return stat(file.c_str(), &info) == 0 ? Identity{info.st_dev, info.st_ino} : Identity{};
+}
+
+// Unless another process has done it meanwhile: `damaged` is the file that was found to be.
+void set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
+               Identity damaged) {
+  store::WriteLock lock({.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer});
+  lock.acquire(true);
+  try {
+    if (identity_of(paths.database()) == damaged) set_aside_database(paths.database());
+  } catch (...) {
+    lock.release();
+    throw;
+  }
+  lock.release();
+}
+
+std::vector<Finding> without(const std::vector<Finding>& findings, const std::vector<Finding>& left) {
+  std::vector<Finding> gone;
+  std::copy_if(findings.begin(), findings.end(), std::back_inserter(gone), [&](const Finding& finding) {
+    return finding.fixable && std::find(left.begin(), left.end(), finding) == left.end();
+  });
+  return gone;
+}
+
+}  // namespace
+
+const char* fault_name(Fault fault) {
+  switch (fault) {
+    case Fault::database:
+      return "database";
+    case Fault::setup:
+      return "setup";
+    case Fault::newer_page:
+      return "newer-page";
+    case Fault::edited_page:
+      return "edited-page";
+    case Fault::file_without_row:
+      return "file-without-row";
+    case Fault::row_without_file:
+      return "row-without-file";
+    case Fault::page_file:
+      return "page-file";
+    case Fault::chunks:
+      return "chunks";
+    case Fault::digest:
+      return "digest";
+    case Fault::index:
+      return "index";
+    case Fault::manifest:
+      return "manifest";
+    case Fault::leftover:
+      return "leftover";
+    case Fault::citations:
+      return "citations";
+    case Fault::stale:
+      return "stale";
+  }
+  return "";
+}
+
+CheckReport WikiGenerator::check(bool fix) {
+  prepare();
+  // With `fix`, what is adopted is reported; and a branch without rows may have a manifest that is broken.
+  if (!fix) {
+    try {
+      adopt_unseen_branch();
+    } catch (const store::StorageError&) {
+      throw;
+    } catch (const utils::Error&) {
+      // The inspection names it.
+    }
+  }
+  CheckReport report;
+  with_write_lock([&] {
+    if (const auto damage = store_->damage()) {
+      throw store::StorageError(paths_.database().string() + ": " + *damage, true);
+    }
+    Inspection inspection(*this);
+    report.findings = inspection.run();
+    if (fix && !report.findings.empty()) {
+      Repair(*this, inspection.manifest()).run(report.findings);
+      std::vector<Finding> left = Inspection(*this).run();
+      report.fixed = without(report.findings, left);
+      report.findings = std::move(left);
+    }
+  });
+  report.pages = stored_pages().size();
+  return report;
+}
+
+CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
+  const WikiConfig config = load_config(root / "ossilar.toml");
+  const WikiPaths paths = wiki_paths(root, config);
+  const Identity database = identity_of(paths.database());
+  const auto check = [&] {
+    const auto wiki = open_wiki(root, options.writer);
+    wiki->prepare(options.indexing);
+    return wiki->check(options.fix);
+  };
+  std::string damage;
+  try {
+    return check();
+  } catch (const store::StorageError& error) {
+    if (!error.damaged()) throw;
+    damage = error.what();
+  }
+  CheckReport report;
+  if (options.fix) {
+    set_aside(paths, config, options.writer, database);
+    report = check();
+  }
+  auto& list = options.fix ? report.fixed : report.findings;
+  list.insert(list.begin(), damaged_database(damage));
+  return report;
+}
+
+}  // namespace ossilar::workers::wiki

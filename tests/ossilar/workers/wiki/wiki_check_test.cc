@@ -1,0 +1,241 @@
+#include "ossilar/workers/wiki/wiki_check.h"
+
+#include <SQLiteCpp/Database.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "ossilar/store/sqlite_store.h"
+#include "ossilar/utils/text.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+using ossilar::testing::WikiRepo;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+// The pages alpha and beta, saved, and nothing open.
+struct World {
+  World() {
+    const auto wiki = repo.open();
+    wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+    wiki->save_agent_page("beta", WikiRepo::text_about("beta"));
+  }
+
+  std::string file(const std::string& name) const { return repo.dir.read(name); }
+  void put(const std::string& name, const std::string& text) const { repo.dir.write(name, text); }
+  void append(const std::string& name, const std::string& text) const { put(name, file(name) + text); }
+  void replace(const std::string& name, const std::string& from, const std::string& to) const {
+    std::string text = file(name);
+    text.replace(text.find(from), from.size(), to);
+    put(name, text);
+  }
+  void sql(const char* statement) const {
+    SQLite::Database(repo.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE).exec(statement);
+  }
+
+  CheckReport check(bool fix = false) const {
+    return check_wiki(repo.dir.path(), {.fix = fix, .writer = "test"});
+  }
+  static std::string names(const std::vector<Finding>& findings) {
+    std::vector<std::string> names;
+    names.reserve(findings.size());
+    for (const Finding& finding : findings)
+      names.push_back(std::string(fault_name(finding.fault)) + " " + finding.subject);
+    return utils::join(names, "\n");
+  }
+
+  WikiRepo repo;
+};
+
+struct Case {
+  const char* why;
+  void (*arrange)(const World& world);
+  const char* found;
+  const char* left;  // after a repair
+};
+
+// The alpha page as another save would have left it.
+void save_elsewhere(const World& world, const std::string& text) {
+  const fs::path other = world.repo.dir.path().string() + "-other";
+  fs::copy(world.repo.dir.path(), other, fs::copy_options::recursive);
+  open_wiki(other, "test")->save_agent_page("alpha", text);
+  for (const char* name : {"wiki/pages/alpha.md", "wiki/manifest.json"})
+    fs::copy_file(other / name, world.repo.dir / name, fs::copy_options::overwrite_existing);
+  fs::remove_all(other);
+}
+
+const Case kCases[] = {
+    {"nothing", [](const World&) {}, "", ""},
+    {"a save cut short between file and row",
+     [](const World& world) {
+       const std::string manifest = world.file("wiki/manifest.json");
+       save_elsewhere(world, WikiRepo::text_about("alpha", "Later."));
+       world.put("wiki/manifest.json", manifest);
+     },
+     "newer-page wiki/pages/alpha.md", ""},
+    {"a page with its manifest by version control",
+     [](const World& world) { save_elsewhere(world, WikiRepo::text_about("alpha", "Theirs.")); },
+     "newer-page wiki/pages/alpha.md\nmanifest wiki/manifest.json", ""},
+    {"a hand's new citation without its link",
+     [](const World& world) { world.replace("wiki/pages/alpha.md", "First.", "F [src/alpha.cpp:L7]."); },
+     "edited-page wiki/pages/alpha.md", ""},
+    {"a hand's title", [](const World& world) { world.replace("wiki/pages/alpha.md", "# Alpha", "# First"); },
+     "newer-page wiki/pages/alpha.md", ""},
+    {"a citation out of range",
+     [](const World& world) { world.replace("wiki/pages/alpha.md", "First.", "F [src/alpha.cpp:L99]."); },
+     "newer-page wiki/pages/alpha.md\ncitations wiki/pages/alpha.md", "citations wiki/pages/alpha.md"},
+    {"marks of a merge",
+     [](const World& world) { world.append("wiki/pages/beta.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n"); },
+     "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
+    {"a file that is gone", [](const World& world) { fs::remove(world.repo.dir / "wiki/pages/beta.md"); },
+     "row-without-file wiki/pages/beta.md", ""},
+    {"a planned page that no row knows",
+     [](const World& world) { world.put("wiki/pages/overview.md", "# All\n\nOf it.\n"); },
+     "file-without-row wiki/pages/overview.md", ""},
+    {"a page of nobody's", [](const World& world) { world.put("wiki/pages/stray.md", "x\n"); },
+     "file-without-row wiki/pages/stray.md", "file-without-row wiki/pages/stray.md"},
+    {"no text", [](const World& world) { world.append("wiki/pages/beta.md", "\xff"); },
+     "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
+    {"a link in a page's place",
+     [](const World& world) {
+       fs::remove(world.repo.dir / "wiki/pages/beta.md");
+       fs::create_symlink("alpha.md", world.repo.dir / "wiki/pages/beta.md");
+     },
+     "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
+    {"passages of another text",
+     [](const World& world) {
+       world.sql("DELETE FROM chunks WHERE position = 1; DELETE FROM words WHERE rowid & 7 = 1");
+     },
+     "chunks wiki/pages/alpha.md\nchunks wiki/pages/beta.md", ""},
+    {"a digest of another text",
+     [](const World& world) { world.sql("UPDATE digests SET digest = '{}' WHERE page_id = 'alpha'"); },
+     "digest wiki/pages/alpha.md", ""},
+    {"a digest of no page",
+     [](const World& world) { world.sql("INSERT INTO digests VALUES ('default', 'gone', '{}', 99)"); },
+     "digest wiki/pages/gone.md", ""},
+    {"index and manifest of another state",
+     [](const World& world) {
+       world.append("wiki/index.md", "- more\n");
+       fs::remove(world.repo.dir / "wiki/manifest.json");
+     },
+     "index wiki/index.md\nmanifest wiki/manifest.json", ""},
+    {"a manifest in conflict",
+     [](const World& world) { world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\""); },
+     "manifest wiki/manifest.json", ""},
+    {"temporary files",
+     [](const World& world) {
+       for (const char* folder : {"", "wiki/", "wiki/pages/", ".ossilar/", ".ossilar/drafts/", ".vscode/"})
+         world.put(folder + std::string(".ossilar-0123456789abcdef.tmp"), "half");
+     },
+     "leftover .ossilar-0123456789abcdef.tmp\nleftover .ossilar/.ossilar-0123456789abcdef.tmp\n"
+     "leftover .vscode/.ossilar-0123456789abcdef.tmp\nleftover wiki/.ossilar-0123456789abcdef.tmp\n"
+     "leftover wiki/pages/.ossilar-0123456789abcdef.tmp\nleftover "
+     ".ossilar/drafts/.ossilar-0123456789abcdef.tmp",
+     ""},
+    {"a stale page", [](const World& world) { world.put("src/alpha.cpp", WikiRepo::ten_lines("new")); },
+     "stale wiki/pages/alpha.md", "stale wiki/pages/alpha.md"},
+    {"a set-up cut short", [](const World& world) { fs::remove(world.repo.dir / ".ossilar/.gitignore"); },
+     "setup .ossilar/.gitignore", ""},
+    {"a database cut off",
+     [](const World& world) { fs::resize_file(world.repo.dir / ".ossilar/index.db", 20'000); },
+     "database .ossilar/index.db", ""},
+    {"no database at all", [](const World& world) { world.put(".ossilar/index.db", std::string(9000, 'x')); },
+     "database .ossilar/index.db", ""},
+    {"a row that is no row", [](const World& world) { world.sql("UPDATE pages SET citations = '['"); },
+     "database .ossilar/index.db", ""},
+    {"tables that are gone", [](const World& world) { world.sql("DROP TABLE stale_marks"); },
+     "database .ossilar/index.db", ""},
+    {"words that are gone", [](const World& world) { world.sql("DELETE FROM words"); },
+     "database .ossilar/index.db", ""},
+    {"a database that is gone", [](const World& world) { fs::remove(world.repo.dir / ".ossilar/index.db"); },
+     "", ""},
+};
+
+TEST(WikiCheck, NamesWhatIsWrongAndSetsRightWhatNeedsNoAuthor) {
+  for (const Case& each : kCases) {
+    SCOPED_TRACE(each.why);
+    const World world;
+    each.arrange(world);
+    const std::string alpha = world.file("wiki/pages/alpha.md");
+    EXPECT_EQ(World::names(world.check().findings), each.found);
+    const CheckReport repaired = world.check(true);
+    EXPECT_EQ(World::names(repaired.findings), each.left);
+    EXPECT_EQ(World::names(world.check().findings), each.left) << "nothing else was to be found";
+    EXPECT_EQ(world.file("wiki/pages/alpha.md"), alpha) << "a repair changes no page file";
+    if (fs::is_symlink(world.repo.dir / "wiki/pages/beta.md")) continue;
+    EXPECT_TRUE(world.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
+  }
+}
+
+TEST(WikiCheck, MakesTheDatabaseAnewFromTheWikisFilesAlone) {
+  const World world;
+  const std::string manifest = world.file("wiki/manifest.json");
+  world.put(".ossilar/index.db", "no database");
+  EXPECT_EQ(world.check(true).fixed.front().fault, Fault::database);
+  EXPECT_EQ(world.file("wiki/manifest.json"), manifest);
+  EXPECT_EQ(world.file(".ossilar/index.db.damaged-1"), "no database");
+  EXPECT_EQ(world.repo.open()->status().pages.size(), 5U);
+}
+
+TEST(WikiCheck, ABrokenManifestStillSaysWhatOnlyItKnows) {
+  const World world;
+  world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "Chosen");
+  world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\"");
+  fs::remove_all(world.repo.dir / ".ossilar");
+  set_up_wiki(world.repo.dir.path());
+  EXPECT_TRUE(world.check(true).findings.empty());
+  world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again."));
+  EXPECT_THAT(world.file("wiki/pages/alpha.md"), ::testing::StartsWith("# Chosen\n")) << "the agent's title";
+}
+
+TEST(WikiCheck, ForgetsAPageThatIsGoneAndKeepsItsText) {
+  const World world;
+  fs::remove(world.repo.dir / "wiki/pages/beta.md");
+  const auto other = world.repo.open();
+  EXPECT_EQ(other->stored_pages().size(), 2U);
+  EXPECT_EQ(world.check(true).pages, 1U);
+  EXPECT_EQ(other->stored_pages().size(), 1U) << "a process that had read the row hears of it";
+  const auto kept = fs::directory_iterator(world.repo.dir / ".ossilar/replaced")->path();
+  EXPECT_EQ(world.file(kept.lexically_relative(world.repo.dir.path())),
+            "# Beta\n\n" + WikiRepo::text_about("beta"));
+}
+
+TEST(WikiCheck, AHandsChangeMarksThePagesAboveItLikeASave) {
+  World world;
+  world.put("wiki/pages/overview.md", "# All\n\nOf it.\n");
+  world.check(true);
+  world.replace("wiki/pages/alpha.md", "First.", "Another opening.");
+  EXPECT_THAT(World::names(world.check(true).findings), HasSubstr("stale wiki/pages/overview.md"));
+}
+
+TEST(HandEdits, AreKeptWhenASaveReplacesThem) {
+  const World world;
+  const auto wiki = world.repo.open();
+  const auto warning_of = [](const Answer& answer) {
+    for (const Map& warning : answer.at("warnings"))
+      if (const auto text = warning.get<std::string>(); text.starts_with("hand-edit: ")) return text;
+    return std::string();
+  };
+  const auto kept_in = [&](const std::string& warning) {
+    return world.file(warning.substr(warning.find(".ossilar/replaced/")));
+  };
+  world.replace("wiki/pages/alpha.md", "First.", "By hand.");
+  const std::string edited = world.file("wiki/pages/alpha.md");
+  const std::string section = warning_of(wiki->save_agent_page("alpha", "Now. [src/alpha.cpp:L9]", "Two"));
+  EXPECT_EQ(kept_in(section), edited);
+  EXPECT_THAT(world.file("wiki/pages/alpha.md"), HasSubstr("By hand."))
+      << "a section save keeps it in the page";
+  EXPECT_EQ(warning_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))), "") << "a row knew it";
+
+  world.put("wiki/pages/alpha.md", "not UTF-8: \xff");
+  const std::string whole = warning_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "New.")));
+  EXPECT_EQ(kept_in(whole), "not UTF-8: \xff");
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki
