@@ -81,12 +81,12 @@ bool is_directory(int parent, const dirent& entry) {
 
 // Reads the open regular file `fd`, whose metadata was `before`.
 Reading read_open_file(int fd, const struct stat& before, const std::string& name) {
-  Reading reading{.kind = kind_of(before), .stamp = stamp_of(before), .is_steady = false, .content = {}};
+  Reading reading{.kind = kind_of(before), .stamp = stamp_of(before), .content = {}};
   if (reading.kind == FileKind::large) return reading;
   auto content = utils::read_at_most(fd, kLargestFile, name);
   struct stat after {};
   if (fstat(fd, &after) != 0) throw utils::IoError("cannot look at " + name, errno);
-  if (!content) return {.kind = FileKind::large, .stamp = stamp_of(after), .is_steady = false, .content = {}};
+  if (!content) return {.kind = FileKind::large, .stamp = stamp_of(after), .content = {}};
   reading.is_steady = stamp_of(after) == reading.stamp && content->size() == reading.stamp.size;
   if (content->find('\0') != std::string::npos) reading.kind = FileKind::binary;
   reading.content = *std::move(content);
@@ -134,9 +134,9 @@ std::optional<Look> Tree::look(const std::string& path) {
   if (parent < 0 || fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     if (is_absent(errno)) return std::nullopt;
     throw_if_exhausted(errno, root_ / path);
-    return Look{.kind = FileKind::unreadable, .is_directory = false, .stamp = {}};
+    return Look{.kind = FileKind::unreadable, .error = errno, .stamp = {}};
   }
-  return Look{.kind = kind_of(info), .is_directory = S_ISDIR(info.st_mode), .stamp = stamp_of(info)};
+  return Look{.kind = kind_of(info), .is_directory = S_ISDIR(info.st_mode), .error = 0, .stamp = stamp_of(info)};
 }
 
 std::optional<Reading> Tree::read(const std::string& path) {
@@ -151,14 +151,14 @@ std::optional<Reading> Tree::read(const std::string& path) {
   if (!file) {
     if (is_absent(errno)) return std::nullopt;
     throw_if_exhausted(errno, root_ / path);
-    return Reading{.kind = FileKind::unreadable, .stamp = {}, .content = {}};
+    return Reading{.kind = FileKind::unreadable, .stamp = {}, .error = errno, .content = {}};
   }
   struct stat info {};
   if (fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
   try {
     return read_open_file(file.get(), info, (root_ / path).string());
-  } catch (const utils::IoError&) {
-    return Reading{.kind = FileKind::unreadable, .stamp = {}, .content = {}};
+  } catch (const utils::IoError& error) {
+    return Reading{.kind = FileKind::unreadable, .stamp = {}, .error = error.error(), .content = {}};
   }
 }
 

@@ -26,6 +26,7 @@ struct Stamp {
 struct Look {
   FileKind kind = FileKind::text;  // text stands for every regular file of readable size
   bool is_directory = false;       // then kind is special
+  int error = 0;                   // of what cannot be looked at: the errno value
   Stamp stamp;
 };
 
@@ -33,6 +34,7 @@ struct Reading {
   FileKind kind = FileKind::text;
   Stamp stamp;
   bool is_steady = false;  // the stamp was the same before and after
+  int error = 0;           // of an unreadable file: the errno value
   std::string content;     // of text and binary files
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <set>
 #include <utility>
 
 #include "ossilar/source/ctags.h"
@@ -11,11 +12,15 @@
 #include "ossilar/source/listing.h"
 #include "ossilar/source/record.h"
 #include "ossilar/utils/best_effort.h"
+#include "ossilar/utils/error.h"
 #include "ossilar/utils/hash.h"
+#include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {
 namespace {
+
+const utils::Logger logger("ossilar.source.indexer");
 
 // The coarsest times that file systems in use keep (FAT: two seconds). A file whose times are younger than
 // this when it is read can be written again without a change of its times, as git's racily clean entries can.
@@ -130,10 +135,14 @@ class Refresh {
     return std::move(entries_);
   }
 
+  // The files that could not be read, with the system's reasons.
+  const std::vector<utils::IoError>& failures() const { return failures_; }
+
  private:
   void survey(const Listed& listed) {
     const auto look = tree_.look(listed.path);
     if (!look || (look->is_directory && !listed.is_submodule)) return;
+    note_failure(listed.path, look->error);
     const Entry* known = find_entry(known_, listed.path);
     if (look->is_directory || look->kind != FileKind::text) {
       const FileKind kind = look->is_directory ? FileKind::submodule : look->kind;
@@ -164,6 +173,7 @@ class Refresh {
     const std::string& path = to_read_[id];
     const auto reading = tree_.read(path);
     if (!reading) return;  // it went away since it was listed
+    note_failure(path, reading->error);
     const Entry* known = find_entry(known_, path);
     if (reading->kind != FileKind::text && reading->kind != FileKind::binary) {
       return keep(path, unread_entry(path, reading->kind, reading->stamp, known));
@@ -193,6 +203,10 @@ class Refresh {
     if (!queue.problem().empty()) tool_.fail(queue.problem());
   }
 
+  void note_failure(const std::string& path, int error) {
+    if (error != 0) failures_.emplace_back("cannot read " + path, error);
+  }
+
   void keep(const std::string& path, Entry entry) { entries_.insert_or_assign(path, std::move(entry)); }
 
   Tree& tree_;
@@ -200,6 +214,7 @@ class Refresh {
   std::int64_t now_;
   ToolOfRefresh tool_;
   std::vector<std::string> to_read_;
+  std::vector<utils::IoError> failures_;
   Entries entries_;
 };
 
@@ -241,7 +256,9 @@ class Indexer::Impl {
     const std::int64_t now = options_.clock();
     Tree tree(options_.root);
     Listing listing = list_files(options_.root, excluded_, tree);
-    Entries entries = Refresh(tree, *entries_, now, options_.symbols).run(listing.files, progress);
+    Refresh refresh(tree, *entries_, now, options_.symbols);
+    Entries entries = refresh.run(listing.files, progress);
+    tell(refresh.failures());
     save(changes_between(*entries_, entries));
     entries_ = std::move(entries);
     if (!index_ || !has_files_of(*index_, *entries_)) index_ = index_of(*entries_);
@@ -256,6 +273,12 @@ class Indexer::Impl {
   }
 
  private:
+  // Each once: a file that may not be read is met by every refresh.
+  void tell(const std::vector<utils::IoError>& failures) {
+    for (const utils::IoError& failure : failures)
+      if (told_.insert(failure.what()).second) logger.warning("%s", {failure.what()});
+  }
+
   // A damaged record stands as an entry without a file, so that it is replaced or removed.
   Entries load() {
     Entries entries;
@@ -276,6 +299,7 @@ class Indexer::Impl {
   std::mutex refreshing_;           // guards what follows
   std::optional<Entries> entries_;  // none before the records are loaded
   std::shared_ptr<const SourceIndex> index_;
+  std::set<std::string> told_;
   mutable std::mutex skipping_;  // guards skipped_, which is read while a refresh runs
   std::vector<std::string> skipped_;
 };
