@@ -45,7 +45,7 @@ void append_json(std::string& out, const Map& value) {
 
 // The parser's own words without its number and position. They quote what was read, which may be all of a
 // long text.
-std::string reason_of(const Map::parse_error& error) {
+std::string reason_of(const Map::exception& error) {
   constexpr std::size_t kLongest = 120;
   const std::string_view words = error.what();
   const std::size_t position = words.find(": ");
@@ -113,6 +113,8 @@ Map parse_json(std::string_view text, std::string_view what) {
   } catch (const Map::parse_error& error) {
     throw Error(std::string(what) + ": not JSON at byte " + std::to_string(error.byte) + ": " +
                 reason_of(error));
+  } catch (const Map::exception& error) {  // a number beyond every range
+    throw Error(std::string(what) + ": not JSON: " + reason_of(error));
   }
 }
 

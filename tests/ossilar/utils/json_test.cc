@@ -45,7 +45,7 @@ TEST(Json, DepthIsBounded) {
 }
 
 TEST(Json, MalformedTextIsRefused) {
-  for (const char* text : {"{\"a\": }", "[1,]", "", "[1] x", "\"\xFF\""})
+  for (const char* text : {"{\"a\": }", "[1,]", "", "[1] x", "\"\xFF\"", "1e999"})
     EXPECT_THROW(parse_json(text, "it"), Error) << text;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <set>
@@ -82,6 +83,7 @@ struct Meaning {
   std::optional<Citation> citation;  // of the proper form, valid or not
   bool malformed = false;
   std::string page_id;
+  bool operator==(const Meaning&) const = default;
 };
 
 std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIndex& index,
@@ -116,6 +118,37 @@ Candidates find_candidates(std::string_view authored, const source::SourceIndex&
   return candidates;
 }
 
+bool is_link(const Meaning& meaning, const source::SourceIndex& index) {
+  return !meaning.malformed && (!meaning.citation || is_valid(*meaning.citation, index));
+}
+
+// The candidates that the page will have link definitions for.
+Candidates defined_candidates(const Candidates& all, const source::SourceIndex& index) {
+  Candidates defined;
+  for (const auto& [key, twins] : all) {
+    std::vector<Candidate> links;
+    std::copy_if(twins.begin(), twins.end(), std::back_inserter(links),
+                 [&](const Candidate& twin) { return is_link(twin.meaning, index); });
+    const bool one_meaning = std::all_of(links.begin(), links.end(), [&](const Candidate& twin) {
+      return twin.meaning == links.front().meaning;
+    });
+    if (one_meaning && !links.empty()) defined.emplace(key, std::move(links));
+  }
+  return defined;
+}
+
+bool has(const Candidates& candidates, const std::string& label) {
+  const auto twins = candidates.find(utils::fold_label(label));
+  return twins != candidates.end() && std::any_of(twins->second.begin(), twins->second.end(),
+                                                  [&](const Candidate& twin) { return twin.label == label; });
+}
+
+std::size_t count_labels(const Candidates& candidates) {
+  std::size_t count = 0;
+  for (const auto& [key, twins] : candidates) count += twins.size();
+  return count;
+}
+
 const Candidate& candidate_for(const std::vector<Candidate>& twins, const std::string& link_text) {
   if (twins.size() == 1) return twins.front();
   const auto found = std::find_if(twins.begin(), twins.end(), [&](const Candidate& twin) {
@@ -146,6 +179,27 @@ std::vector<Candidate> linked_candidates(std::string_view authored, const Candid
     if (seen.insert(candidate.label).second) linked.push_back(candidate);
   }
   return linked;
+}
+
+// The candidates that are links in the page, and what looks like one and is none. Of two brackets side by
+// side the second takes the first for its text only where it is defined, so what gets no definition is asked
+// about by itself.
+std::vector<Candidate> meant_candidates(std::string_view authored, const Candidates& candidates,
+                                        const source::SourceIndex& index) {
+  const Candidates defined = defined_candidates(candidates, index);
+  std::vector<Candidate> links = linked_candidates(authored, defined);
+  if (count_labels(defined) == count_labels(candidates)) return links;
+  std::vector<Candidate> meant;
+  auto link = links.begin();
+  for (Candidate& candidate : linked_candidates(authored, candidates)) {
+    if (!has(defined, candidate.label)) {
+      meant.push_back(std::move(candidate));
+    } else if (link != links.end()) {
+      meant.push_back(std::move(*link++));
+    }
+  }
+  std::move(link, links.end(), std::back_inserter(meant));
+  return meant;
 }
 
 std::string percent_encoded(const std::string& path) {
@@ -264,8 +318,9 @@ Brackets read_brackets(std::string_view authored, const source::SourceIndex& ind
   Brackets brackets;
   const Candidates candidates = find_candidates(authored, index, page_by_title);
   if (candidates.empty()) return brackets;
+  const std::vector<Candidate> linked = meant_candidates(authored, candidates, index);
   std::set<Citation> known;
-  for (const Candidate& candidate : linked_candidates(authored, candidates)) {
+  for (const Candidate& candidate : linked) {
     const Meaning& meaning = candidate.meaning;
     if (meaning.malformed) {
       brackets.malformed.push_back(candidate.label);

@@ -1,63 +1,30 @@
 // What holds for every text: the laws of finalize.h and sections.h, on the examples of the CommonMark Spec
 // and on generated pages. What a page says is read here with the parser itself.
-#include <cmark-gfm.h>
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-#include <memory>
 #include <random>
 
 #include "ossilar/utils/fold.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/sections.h"
 #include "support/markdown_corpus.h"
+#include "support/rendered.h"
 #include "support/wiki_texts.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
+using ::ossilar::testing::bare;
 using ::ossilar::testing::brackets_of;
 using ::ossilar::testing::markdown_corpus;
+using ::ossilar::testing::Rendered;
+using ::ossilar::testing::rendered;
 using ::ossilar::testing::saved;
 using Strings = std::vector<std::string>;
-
-// A heading's text without brackets: they show where no definition makes them a link, in a part of a page
-// more often than in the page.
-std::string bare(std::string text) {
-  std::erase_if(text, [](char c) { return c == '[' || c == ']'; });
-  return utils::collapse_label(text);
-}
 
 Strings marked(const std::string& mark, Strings texts) {
   for (std::string& text : texts) text = bare(text).insert(0, mark);
   return texts;
-}
-
-// What the parser sees in a page.
-struct Rendered {
-  std::vector<std::pair<std::size_t, std::string>>
-      headings;  // at the top level: line from 1, and text with its mark
-  std::set<std::string> urls;
-};
-
-Rendered rendered(const std::string& markdown) {
-  Rendered out;
-  const std::unique_ptr<cmark_node, decltype(&cmark_node_free)> root(
-      cmark_parse_document(markdown.data(), markdown.size(), CMARK_OPT_DEFAULT), &cmark_node_free);
-  const std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iter(cmark_iter_new(root.get()),
-                                                                     &cmark_iter_free);
-  for (auto event = cmark_iter_next(iter.get()); event != CMARK_EVENT_DONE;
-       event = cmark_iter_next(iter.get())) {
-    if (event != CMARK_EVENT_ENTER) continue;
-    cmark_node* node = cmark_iter_get_node(iter.get());
-    if (cmark_node_get_type(node) == CMARK_NODE_LINK) out.urls.insert(cmark_node_get_url(node));
-    if (cmark_node_get_type(node) != CMARK_NODE_HEADING || cmark_node_parent(node) != root.get()) continue;
-    const std::unique_ptr<char, decltype(&std::free)> text(cmark_render_plaintext(node, CMARK_OPT_DEFAULT, 0),
-                                                           &std::free);
-    const std::string mark(static_cast<std::size_t>(cmark_node_get_heading_level(node)), '#');
-    out.headings.emplace_back(cmark_node_get_start_line(node), mark + bare(text.get()));
-  }
-  return out;
 }
 
 // The headings of level 1 and 2 in `count` lines of `text` from `first` on, with their distance from there.
@@ -65,7 +32,7 @@ Strings headings_in(const std::string& text, std::size_t first, std::size_t coun
   Strings out;
   for (const auto& [line, heading] : rendered("\n" + text).headings) {
     const std::size_t at = line - 2;
-    if (!heading.starts_with("###") && at >= first && at < first + count)
+    if (heading.find(' ') < 3 && at >= first && at < first + count)
       out.push_back(std::to_string(at - first) + heading);
   }
   return out;
@@ -102,7 +69,7 @@ TEST(SavingLaw, NothingButTitlesIsTakenOff) {
     const std::string off = whole.substr(0, whole.size() - authored.size());
     Strings titles;
     for (const auto& [line, heading] : rendered("\n" + off).headings) titles.push_back(heading);
-    ASSERT_EQ(titles, marked("#", leading_titles(text))) << text;
+    ASSERT_EQ(titles, marked("# ", leading_titles(text))) << text;
     ASSERT_EQ(titles.empty(), off.empty()) << text;
     ASSERT_THAT(rendered("\n" + off + "\n\n[foo]").urls, ::testing::IsEmpty())
         << "a link definition went: " << text;
@@ -113,12 +80,12 @@ TEST(SavingLaw, ThePageReadsAsTheAuthorsTextAlone) {
   for (const std::string& text : texts()) {
     const FinalizedPage page = saved(text);
     const Rendered seen = rendered(page.markdown);
-    ASSERT_EQ(seen.headings.front().second, "#A *fine* title #") << text;
+    ASSERT_EQ(seen.headings.front().second, "# A *fine* title #") << text;
     Strings headings;
     for (const auto& [line, heading] : seen.headings) {
-      if (heading.starts_with("##") && !heading.starts_with("###")) headings.push_back(heading);
+      if (heading.starts_with("## ")) headings.push_back(heading);
     }
-    ASSERT_EQ(headings, marked("##", page.outline)) << text;
+    ASSERT_EQ(headings, marked("## ", page.outline)) << text;
     ASSERT_EQ(page.outline, section_headings(page.markdown)) << text;
     // What counts as a citation is what a reader sees as a link to its lines.
     std::set<std::string> counted;

@@ -1,0 +1,39 @@
+// JSON and the manifest made of it.
+#include "laws.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/json.h"
+#include "ossilar/workers/wiki/config.h"
+#include "ossilar/workers/wiki/manifest.h"
+
+namespace wiki = ossilar::workers::wiki;
+using ossilar::Map;
+using ossilar::fuzz::require;
+
+namespace {
+
+void check_pages(const wiki::ManifestContent& content) {
+  for (const auto& [page_id, entry] : content.pages)
+    require(wiki::is_page_id(page_id), "a page id is one", page_id);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  try {
+    const Map value = ossilar::utils::parse_json(text, "input");
+    const std::string written = ossilar::utils::json_text(value);
+    require(written.find('\n') == written.npos, "it is one line", written);
+    const Map again = ossilar::utils::parse_json(written, "what was written");
+    require(ossilar::utils::json_text(again) == written, "what was written reads as it was", written);
+  } catch (const ossilar::utils::Error&) {
+    // Refused.
+  }
+  try {
+    check_pages(wiki::parse_manifest(text, "manifest.json"));
+  } catch (const ossilar::utils::Error&) {
+    // Refused.
+  }
+  check_pages(wiki::salvage_manifest(text));
+  return 0;
+}
