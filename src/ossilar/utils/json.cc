@@ -1,5 +1,11 @@
 #include "ossilar/utils/json.h"
 
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 
@@ -45,7 +51,7 @@ void append_json(std::string& out, const Map& value) {
 
 // The parser's own words without its number and position. They quote what was read, which may be all of a
 // long text.
-std::string reason_of(const Map::exception& error) {
+std::string reason_of(const nlohmann::detail::exception& error) {
   constexpr std::size_t kLongest = 120;
   const std::string_view words = error.what();
   const std::size_t position = words.find(": ");
@@ -53,6 +59,97 @@ std::string reason_of(const Map::exception& error) {
   std::string shown = valid_utf8(utf8_prefix(reason, kLongest));
   return shown.size() < reason.size() ? shown + "..." : shown;
 }
+
+// Builds a value from the parser's events. The library's own builder looks through all members of an object,
+// or all elements of a list, for each one that it adds, which a long text makes it do for minutes.
+class Builder final : public nlohmann::json_sax<Map> {
+ public:
+  explicit Builder(std::string_view what) : what_(what) {}
+  Map take() { return std::move(root_); }
+
+  bool null() override { return put(nullptr) != nullptr; }
+  bool boolean(bool value) override { return put(value) != nullptr; }
+  bool number_integer(number_integer_t value) override { return put(value) != nullptr; }
+  bool number_unsigned(number_unsigned_t value) override { return put(value) != nullptr; }
+  bool number_float(number_float_t value, const string_t& /*text*/) override { return put(value) != nullptr; }
+  bool string(string_t& value) override { return put(std::move(value)) != nullptr; }
+  bool binary(binary_t& value) override { return put(std::move(value)) != nullptr; }
+  bool start_object(std::size_t /*size*/) override { return open(Map::object()); }
+  bool start_array(std::size_t /*size*/) override { return open(Map::array()); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+  bool key(string_t& name) override {
+    key_ = std::move(name);
+    return true;
+  }
+  bool parse_error(std::size_t position, const std::string& /*token*/,
+                   const nlohmann::detail::exception& error) override {
+    throw Error(std::string(what_) + ": not JSON at byte " + std::to_string(position) + ": " +
+                reason_of(error));
+  }
+
+ private:
+  struct Level {
+    Map* container;  // stays where it is until the level is closed: only its parent's next element moves it
+    std::unordered_map<std::string, std::size_t> places;  // of the members by key, once there are many
+  };
+  static constexpr std::size_t kFewMembers = 16;  // so few are as quickly looked through
+
+  bool open(Map container) {
+    if (levels_.size() >= kMaxJsonDepth) {
+      throw Error(std::string(what_) + ": JSON nested deeper than " + std::to_string(kMaxJsonDepth));
+    }
+    levels_.push_back({put(std::move(container)), {}});
+    return true;
+  }
+
+  bool close() {
+    levels_.pop_back();
+    return true;
+  }
+
+  Map* put(Map value) {
+    if (levels_.empty()) {
+      root_ = std::move(value);
+      return &root_;
+    }
+    Level& level = levels_.back();
+    if (level.container->is_object()) return put_member(level, std::move(value));
+    level.container->push_back(std::move(value));
+    return &level.container->back();
+  }
+
+  // A key that comes again keeps its place and gets the later value.
+  Map* put_member(Level& level, Map value) {
+    auto& members = level.container->get_ref<Map::object_t&>();
+    const std::size_t place = place_of_key(level, members);
+    const auto offset = static_cast<std::ptrdiff_t>(place);
+    if (place < members.size()) {
+      members.begin()[offset].second = std::move(value);
+    } else {
+      members.emplace_back(std::move(key_), std::move(value));
+    }
+    return &members.begin()[offset].second;
+  }
+
+  // Where the member of the key is or will be.
+  std::size_t place_of_key(Level& level, const Map::object_t& members) {
+    if (members.size() < kFewMembers) {
+      const auto found = std::find_if(members.begin(), members.end(),
+                                      [&](const auto& member) { return member.first == key_; });
+      return static_cast<std::size_t>(found - members.begin());
+    }
+    if (level.places.empty()) {
+      for (const auto& member : members) level.places.emplace(member.first, level.places.size());
+    }
+    return level.places.emplace(key_, members.size()).first->second;
+  }
+
+  std::string_view what_;
+  Map root_;
+  std::string key_;
+  std::vector<Level> levels_;
+};
 
 }  // namespace
 
@@ -101,21 +198,9 @@ std::string string_member(const Map& object, std::string_view key) {
 }
 
 Map parse_json(std::string_view text, std::string_view what) {
-  const auto bounded = [&](int depth, Map::parse_event_t event, Map&) {
-    const bool opens = event == Map::parse_event_t::object_start || event == Map::parse_event_t::array_start;
-    if (opens && depth >= static_cast<int>(kMaxJsonDepth)) {
-      throw Error(std::string(what) + ": JSON nested deeper than " + std::to_string(kMaxJsonDepth));
-    }
-    return true;
-  };
-  try {
-    return Map::parse(text, bounded);
-  } catch (const Map::parse_error& error) {
-    throw Error(std::string(what) + ": not JSON at byte " + std::to_string(error.byte) + ": " +
-                reason_of(error));
-  } catch (const Map::exception& error) {  // a number beyond every range
-    throw Error(std::string(what) + ": not JSON: " + reason_of(error));
-  }
+  Builder builder(what);
+  Map::sax_parse(text, &builder);
+  return builder.take();
 }
 
 }  // namespace ossilar::utils
