@@ -136,7 +136,8 @@ std::optional<Look> Tree::look(const std::string& path) {
     throw_if_exhausted(errno, root_ / path);
     return Look{.kind = FileKind::unreadable, .error = errno, .stamp = {}};
   }
-  return Look{.kind = kind_of(info), .is_directory = S_ISDIR(info.st_mode), .error = 0, .stamp = stamp_of(info)};
+  return Look{
+      .kind = kind_of(info), .is_directory = S_ISDIR(info.st_mode), .error = 0, .stamp = stamp_of(info)};
 }
 
 std::optional<Reading> Tree::read(const std::string& path) {

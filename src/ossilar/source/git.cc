@@ -23,9 +23,13 @@ void set_options() {
   throw utils::Error(root.string() + " is a bare git repository; run ossilar in a checkout of it");
 }
 
+// What cannot be looked at is not taken for absent: outside git the same pages are of another branch.
 bool holds_git(const std::filesystem::path& root) {
-  std::error_code ignored;
-  return std::filesystem::exists(std::filesystem::symlink_status(root / ".git", ignored));
+  std::error_code error;
+  const auto status = std::filesystem::symlink_status(root / ".git", error);
+  if (status.type() == std::filesystem::file_type::not_found) return false;
+  if (error) throw utils::IoError("cannot look at " + (root / ".git").string(), error.value());
+  return true;
 }
 
 // Opened as a bare one: libgit2 1.5 leaks memory for each setting when it opens a checkout whose
