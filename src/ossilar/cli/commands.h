@@ -62,7 +62,7 @@ std::unique_ptr<workers::wiki::WikiGenerator> open_at(const Place& place, const 
 // out.
 void prepare_with_progress(workers::wiki::WikiGenerator& wiki);
 
-// The same, and takes over the committed pages of a branch that is new to this wiki.
+// The same, and takes over the pages that came with their manifest.
 void bring_up_to_date(workers::wiki::WikiGenerator& wiki);
 
 // Embeds the wiki again when its embedding model changed, behind a progress bar, and says so; a service that

@@ -3,12 +3,15 @@
 #include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Exception.h>
 #include <sqlite3.h>
+#include <sys/statvfs.h>
 
+#include <algorithm>
 #include <array>
 
 #include "ossilar/store/repository.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
 
 namespace ossilar::store {
 namespace {
@@ -51,11 +54,34 @@ std::string advice_on(int code) {
   return "";
 }
 
+// What is to be said of the disk that `file` lies on, where that explains a failure: SQLite seldom says more
+// than that it could not.
+std::string state_of_disk(const std::filesystem::path& file) {
+  constexpr fsblkcnt_t kFewBlocks = 64;
+  struct statvfs disk {};
+  if (statvfs(file.parent_path().c_str(), &disk) != 0) return "";
+  if ((disk.f_flag & ST_RDONLY) != 0) return " (the file system is read-only)";
+  if (disk.f_files != 0 && disk.f_favail == 0) return " (the disk has no room for another file)";
+  if (disk.f_bavail >= kFewBlocks) return "";
+  return " (the disk is full but for " + std::to_string(disk.f_bavail * disk.f_frsize / 1024) + " KiB)";
+}
+
+bool is_about_the_disk(int code) {
+  static constexpr std::array kCodes{SQLITE_CANTOPEN, SQLITE_FULL, SQLITE_IOERR, SQLITE_READONLY};
+  return std::find(kCodes.begin(), kCodes.end(), code & kPrimaryCode) != kCodes.end();
+}
+
 }  // namespace
 
 Connection::Connection(const std::filesystem::path& file, int flags)
     : database_(std::filesystem::absolute(file).string(),
                 flags | SQLite::OPEN_NOMUTEX | SQLite::OPEN_NOFOLLOW, kBusyTimeoutMs) {}
+
+void Connection::require_in_place() {
+  int moved = 0;
+  database_.check(sqlite3_file_control(database_.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved));
+  if (moved != 0) throw utils::Error("it was moved or removed while it was open; try again");
+}
 
 SQLite::Statement& Connection::prepared(const char* sql) {
   const auto found = statements_.find(sql);
@@ -63,7 +89,17 @@ SQLite::Statement& Connection::prepared(const char* sql) {
   return statements_.emplace(sql, SQLite::Statement(database_, sql)).first->second;
 }
 
-std::string Query::text(int column) const { return statement_.getColumn(column).getString(); }
+void require_utf8(std::string_view text) {
+  if (utils::first_invalid_utf8(text)) throw DamagedError("a text that is stored is not UTF-8");
+}
+
+std::string Query::text(int column) const {
+  std::string text = blob(column);
+  require_utf8(text);
+  return text;
+}
+
+std::string Query::blob(int column) const { return statement_.getColumn(column).getString(); }
 
 std::int64_t Query::number(int column) const { return statement_.getColumn(column).getInt64(); }
 
@@ -81,7 +117,9 @@ void rethrow_as_storage_error(const std::filesystem::path& file, const std::stri
   if (dynamic_cast<const StorageError*>(&error) != nullptr) throw;
   const std::string message = file.string() + ": cannot " + attempt + ": " + error.what();
   if (const auto* sqlite = dynamic_cast<const SQLite::Exception*>(&error)) {
-    throw StorageError(message + advice_on(sqlite->getErrorCode()), means_damage(sqlite->getErrorCode()));
+    const int code = sqlite->getErrorCode();
+    throw StorageError(message + (is_about_the_disk(code) ? state_of_disk(file) : "") + advice_on(code),
+                       means_damage(code));
   }
   if (dynamic_cast<const DamagedError*>(&error) != nullptr) {
     throw StorageError(message + advice_on(SQLITE_CORRUPT), true);

@@ -35,6 +35,9 @@ class Connection {
   Connection(const std::filesystem::path& file, int flags);
 
   SQLite::Database& database() { return database_; }
+  // Throws utils::Error when the file is no longer where it was opened: what is written to it then is nowhere
+  // to be found, and what is read from it is of the past.
+  void require_in_place();
   // The statement of `sql`, which must outlive the connection, as string literals do.
   SQLite::Statement& prepared(const char* sql);
 
@@ -70,7 +73,7 @@ class Query {
   std::string text(int column) const;
   std::int64_t number(int column) const;
   double real(int column) const { return statement_.getColumn(column).getDouble(); }
-  std::string blob(int column) const { return text(column); }
+  std::string blob(int column) const;
   bool is_null(int column) const { return statement_.isColumnNull(column); }
 
  private:
@@ -80,6 +83,9 @@ class Query {
 
   SQLite::Statement& statement_;
 };
+
+// Throws DamagedError for a stored text that is not UTF-8.
+void require_utf8(std::string_view text);
 
 // Throws `error` as StorageError: "FILE: cannot ATTEMPT: the error's words", with what to do where that is
 // known. A StorageError stays as it is, and so does what is no failure of SQLite, JSON or ours.

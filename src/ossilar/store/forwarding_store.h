@@ -25,6 +25,10 @@ class ForwardingStore : public WikiStore {
   }
   StoredRows get_wiki_pages(const std::string& branch) override { return target_.get_wiki_pages(branch); }
   std::optional<std::string> damage() override { return target_.damage(); }
+  std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
+                                   const std::string& title, const PageFields& fields) override {
+    return target_.upsert_keeping_mark(branch, page_id, title, fields);
+  }
   std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
     return target_.page_key(branch, page_id);
   }
@@ -69,8 +73,9 @@ class ForwardingStore : public WikiStore {
     return target_.nearest(branch, model, query, filter, limit);
   }
   PageDigests load_digests(const std::string& branch) override { return target_.load_digests(branch); }
-  void persist_digests(const std::string& branch, const PageDigests& digests) override {
-    target_.persist_digests(branch, digests);
+  void persist_digests(const std::string& branch, const PageDigests& digests,
+                       const std::map<std::string, std::string>& stale) override {
+    target_.persist_digests(branch, digests, stale);
   }
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
     target_.mark_stale(branch, reasons);

@@ -39,7 +39,10 @@ constexpr const char* kChunks =
 constexpr const char* kHeldPassages = "SELECT DISTINCT hash FROM chunks WHERE page_key = ?1";
 constexpr const char* kDeleteChunks = "DELETE FROM chunks WHERE page_key = ?1";
 constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
-constexpr const char* kKeepPassage = "INSERT INTO passages VALUES (?1, ?2) ON CONFLICT DO NOTHING";
+// The hash is of the text: what differs is damaged, and is set right.
+constexpr const char* kKeepPassage =
+    "INSERT INTO passages VALUES (?1, ?2)"
+    " ON CONFLICT DO UPDATE SET text = excluded.text WHERE text != excluded.text";
 constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
 // Two seeks in the index by models, where one comparison would look at every chunk.
 constexpr const char* kOtherModel =

@@ -142,6 +142,9 @@ class WikiStore : public Repository {
   // Reads everything and gives what is damaged in it, in words; none when all is sound.
   virtual std::optional<std::string> damage() = 0;
 
+  // As upsert_wiki_page(), but a stale mark stays.
+  virtual std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
+                                           const std::string& title, const PageFields& fields) = 0;
   // The key of the page's row, or none.
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
   // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
@@ -191,8 +194,10 @@ class WikiStore : public Repository {
 
   // Digests.
   virtual PageDigests load_digests(const std::string& branch) = 0;
-  // Makes `digests` the branch's digests; writes only what differs from what is stored.
-  virtual void persist_digests(const std::string& branch, const PageDigests& digests) = 0;
+  // Makes `digests` the branch's digests, and sets the stale marks that this causes, as mark_stale() does:
+  // both or none. Writes only what differs from what is stored.
+  virtual void persist_digests(const std::string& branch, const PageDigests& digests,
+                               const std::map<std::string, std::string>& stale) = 0;
 
   // Stale marks: page id to reason. Marks are set on pages that have a row; a page's next upsert takes its
   // mark away.

@@ -196,14 +196,18 @@ std::int64_t checked_version(SQLite::Database& database) {
   return version;
 }
 
+void take_steps_from(Connection& connection, std::size_t version) {
+  for (std::size_t at = version; at < kSteps.size(); ++at) {
+    connection.database().exec(kSteps.at(at).sql);
+    if (kSteps.at(at).fill != nullptr) kSteps.at(at).fill(connection);
+  }
+}
+
 // Another process may have migrated meanwhile, so the version is read again within the transaction.
 void migrate(Connection& connection) {
   SQLite::Database& database = connection.database();
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-  for (auto at = static_cast<std::size_t>(schema_version(database)); at < kSteps.size(); ++at) {
-    database.exec(kSteps.at(at).sql);
-    if (kSteps.at(at).fill != nullptr) kSteps.at(at).fill(connection);
-  }
+  take_steps_from(connection, static_cast<std::size_t>(schema_version(database)));
   database.exec("PRAGMA application_id = " + std::to_string(kApplicationId));
   database.exec("PRAGMA user_version = " + std::to_string(kSchemaVersion));
   transaction.commit();
@@ -225,6 +229,19 @@ void use_write_ahead_log(SQLite::Database& database) {
 }
 
 }  // namespace
+
+std::optional<std::string> missing_from_schema(Connection& connection) {
+  Connection as_made("as-made", SQLite::OPEN_READWRITE | SQLite::OPEN_MEMORY);
+  take_steps_from(as_made, 0);
+  Query made(as_made, "SELECT type, name, ifnull(sql, '') FROM sqlite_schema");
+  while (made.next()) {
+    Query found(connection,
+                "SELECT 1 FROM sqlite_schema WHERE type = ?1 AND name = ?2 AND ifnull(sql, '') = ?3",
+                made.text(0), made.text(1), made.text(2));
+    if (!found.next()) return made.text(0) + " " + made.text(1);
+  }
+  return std::nullopt;
+}
 
 Connection open_database(const std::filesystem::path& file) {
   Connection connection(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);

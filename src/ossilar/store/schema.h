@@ -2,6 +2,8 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
 
 #include "ossilar/store/connection.h"
 
@@ -14,5 +16,8 @@ inline constexpr int kApplicationId = 0x4f73736c;
 // that is not ours or of a newer schema is refused before a byte of it is written. Throws SQLite::Exception,
 // utils::Error.
 Connection open_database(const std::filesystem::path& file);
+
+// The first of the tables and indexes that is not there as it was made, or none.
+std::optional<std::string> missing_from_schema(Connection& connection);
 
 }  // namespace ossilar::store

@@ -20,7 +20,7 @@ constexpr const char* kNextRevision = "UPDATE counter SET revision = revision + 
 constexpr const char* kClearMark = "DELETE FROM stale_marks WHERE page_key = ?1";
 constexpr const char* kMark =
     "INSERT INTO stale_marks SELECT page_key, ?3 FROM pages WHERE branch = ?1 AND page_id = ?2"
-    " ON CONFLICT DO UPDATE SET reason = excluded.reason";
+    " ON CONFLICT DO UPDATE SET reason = excluded.reason WHERE reason != excluded.reason";
 constexpr const char* kMarks =
     "SELECT page_id, reason FROM stale_marks JOIN pages USING (page_key) WHERE branch = ?1";
 constexpr const char* kChangedDigests =
@@ -39,15 +39,29 @@ constexpr const char* kPutRecord = "INSERT OR REPLACE INTO source_records VALUES
 constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
 
 constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 AND page_id = ?2";
-// https://www.sqlite.org/pragma.html#pragma_quick_check
-constexpr const char* kStructure = "PRAGMA quick_check(1)";
+// https://www.sqlite.org/pragma.html#pragma_integrity_check, and https://www.sqlite.org/fts5.html, 6.4: a
+// statement of the form of a write that reads only.
+constexpr const char* kStructure = "PRAGMA integrity_check(1)";
+constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
 constexpr const char* kReferences = "PRAGMA foreign_key_check";
 constexpr const char* kUnindexed = "SELECT (SELECT count(*) FROM chunks) - (SELECT count(*) FROM words)";
+constexpr const char* kTables =
+    "SELECT format('SELECT * FROM \"%w\"', name) FROM sqlite_schema"
+    " WHERE type = 'table' AND name NOT LIKE 'words%'";
+constexpr const char* kNoJson =
+    "SELECT page_id FROM pages WHERE NOT (json_valid(source_files) AND json_valid(source_hashes)"
+    " AND json_valid(symbols) AND json_valid(related_pages) AND json_valid(citations))"
+    " UNION ALL SELECT page_id FROM digests WHERE digest IS NOT NULL AND NOT json_valid(digest)";
 
 std::int64_t next_revision(Connection& connection) {
   Query query(connection, kNextRevision);
   query.next();
   return query.number(0);
+}
+
+void write_marks(Connection& connection, const std::string& branch,
+                 const std::map<std::string, std::string>& reasons) {
+  for (const auto& [page_id, reason] : reasons) Query(connection, kMark, branch, page_id, reason).run();
 }
 
 std::optional<std::int64_t> key_of(Connection& connection, const std::string& branch,
@@ -57,13 +71,31 @@ std::optional<std::int64_t> key_of(Connection& connection, const std::string& br
   return query.number(0);
 }
 
+// Throws DamagedError for a text of the table that is not UTF-8, which Query::text() does not let through.
+void require_texts(Connection& connection, const std::string& all_rows) {
+  SQLite::Statement rows(connection.database(), all_rows);
+  while (rows.executeStep()) {
+    for (int column = 0; column < rows.getColumnCount(); ++column) {
+      const SQLite::Column value = rows.getColumn(column);
+      if (value.isText()) require_utf8(value.getString());
+    }
+  }
+}
+
 std::optional<std::string> first_damage(Connection& connection) {
   Query structure(connection, kStructure);
   if (structure.next() && structure.text(0) != "ok") return structure.text(0);
+  if (const auto missing = missing_from_schema(connection))
+    return "the " + *missing + " is not as it was made";
+  Query(connection, kWordsStructure).run();
   Query references(connection, kReferences);
   if (references.next()) return "the table " + references.text(0) + " refers to what is not there";
   Query words(connection, kUnindexed);
   if (words.next() && words.number(0) != 0) return "the words do not belong to the chunks";
+  Query tables(connection, kTables);
+  while (tables.next()) require_texts(connection, tables.text(0));
+  Query broken(connection, kNoJson);
+  if (broken.next()) return "what is stored of the page " + broken.text(0) + " cannot be read";
   return std::nullopt;
 }
 
@@ -93,6 +125,13 @@ class SqliteStore final : public WikiStore {
     });
   }
 
+  std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
+                                   const std::string& title, const PageFields& fields) override {
+    return write("store the page " + page_id, [&](Connection& connection) {
+      return write_page(connection, branch, page_id, title, fields, next_revision(connection));
+    });
+  }
+
   void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
     write("store the state of the branch " + branch, [&](Connection& connection) {
       Query(connection, kPutState, branch, fields.last_built_at, fields.last_commit,
@@ -107,7 +146,7 @@ class SqliteStore final : public WikiStore {
   }
 
   std::optional<std::string> damage() override {
-    return read("read all of it", [](Connection& connection) { return first_damage(connection); });
+    return write("read all of it", [](Connection& connection) { return first_damage(connection); });
   }
 
   std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
@@ -195,12 +234,14 @@ class SqliteStore final : public WikiStore {
 
   // What was persisted becomes the snapshot that the next call compares with, so that a caller who changes
   // one digest of many and persists again shares all others with it.
-  void persist_digests(const std::string& branch, const PageDigests& digests) override {
+  void persist_digests(const std::string& branch, const PageDigests& digests,
+                       const std::map<std::string, std::string>& stale) override {
     Snapshot persisted{.entries = digests};
     const std::lock_guard writing(writer_mutex_);
     write_locked("store the digests of the branch " + branch, [&](Connection& connection) {
       const Snapshot stored = digest_snapshot(branch);  // nobody writes meanwhile
       persisted.revision = write_differences(connection, branch, stored, digests);
+      write_marks(connection, branch, stale);
     });
     const std::lock_guard reading(reader_mutex_);
     digests_[branch] = std::move(persisted);
@@ -208,9 +249,8 @@ class SqliteStore final : public WikiStore {
 
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
     if (reasons.empty()) return;
-    write("mark pages of the branch " + branch + " as stale", [&](Connection& connection) {
-      for (const auto& [page_id, reason] : reasons) Query(connection, kMark, branch, page_id, reason).run();
-    });
+    write("mark pages of the branch " + branch + " as stale",
+          [&](Connection& connection) { write_marks(connection, branch, reasons); });
   }
 
   std::map<std::string, std::string> stale_marks(const std::string& branch) override {
@@ -267,6 +307,7 @@ class SqliteStore final : public WikiStore {
   Result<Work> read(const std::string& attempt, Work work) {
     const std::lock_guard lock(reader_mutex_);
     return with_storage_errors(file_, attempt, [&] {
+      reader_.require_in_place();
       const SQLite::Transaction snapshot(reader_.database());  // its end, a rollback, changes nothing
       return work(reader_);
     });
@@ -297,6 +338,7 @@ class SqliteStore final : public WikiStore {
 
   template <class Work, class BeforeCommit>
   Result<Work> commit(Work work, BeforeCommit before_commit) {
+    writer_.require_in_place();
     SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
     if constexpr (std::is_void_v<Result<Work>>) {
       work(writer_);

@@ -8,10 +8,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <ctime>
 #include <random>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -78,6 +81,13 @@ void write_holder(int fd, const std::string& line) {
   if (written >= 0 && ftruncate(fd, written) != 0) return;
 }
 
+// Whether the process is there, as far as this one can see.
+bool is_alive(const std::string& process) {
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(process.data(), process.data() + process.size(), pid);
+  return error == std::errc() && (kill(pid, 0) == 0 || errno != ESRCH);
+}
+
 // Who holds the lock by the file's first line, and what to do about it. The line is another program's text.
 std::string holder_in(int fd) {
   std::array<char, kLongestLine> buffer{};
@@ -90,7 +100,10 @@ std::string holder_in(int fd) {
     return "another process";
   const std::string process(line.substr(4, on - 4));
   const std::string host(line.substr(on + 4, comma - on - 4));
-  if (process == std::to_string(getpid()) && host == host_name()) return "another save of this process";
+  if (host == host_name()) {
+    if (process == std::to_string(getpid())) return "another save of this process";
+    if (!is_alive(process)) return "another process";  // the line is of one that was killed before
+  }
   return utils::printable("process " + process + " on " + host + " (" + std::string(line.substr(comma + 2)) +
                           ")");
 }
@@ -102,31 +115,19 @@ LockBusy busy(const std::string& holder, Clock::duration waited) {
                   (holder.starts_with("process ") ? ", or end that process" : ""));
 }
 
-utils::UniqueFd open_lock_file(const std::filesystem::path& path) {
-  const utils::UniqueFd folder = utils::open_directory(path.parent_path());
-  const int fd = openat(folder.get(), path.filename().c_str(),
-                        O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kFileMode);
-  if (fd < 0) throw utils::IoError("cannot open the lock file " + path.string(), errno);
-  return utils::UniqueFd(fd);
-}
-
 int flock_uninterrupted(int fd, int operation) {
   int result = flock(fd, operation);
   while (result != 0 && errno == EINTR) result = flock(fd, operation);
   return result;
 }
 
-// False when another holds the lock.
-bool try_lock(int fd, const std::filesystem::path& path) {
-  if (flock_uninterrupted(fd, LOCK_EX | LOCK_NB) == 0) return true;
-  if (errno == EWOULDBLOCK) return false;
-  throw utils::IoError("cannot lock " + path.string(), errno);
-}
-
-// Whether the open file still has a name: the lock of one that somebody removed keeps nobody out.
-bool has_name(int fd) {
-  struct stat info {};
-  return fstat(fd, &info) == 0 && info.st_nlink > 0;
+// Whether the open file is the one that others find there: the lock of one that somebody removed or moved
+// keeps nobody out.
+bool is_at(int fd, const std::filesystem::path& path) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+         opened.st_ino == named.st_ino;
 }
 
 }  // namespace
@@ -138,10 +139,10 @@ void WriteLock::acquire(bool wait) {
   attempt.deadline = attempt.began + (wait ? std::min(options_.timeout, kLongestTimeout) : milliseconds(0));
   enter(attempt);
   try {
-    file_ = lock_file(attempt);
-    write_holder(file_.get(), holder_line(options_.holder));
+    files_ = lock_files(attempt);
+    write_holder(files_.file.get(), holder_line(options_.holder));
   } catch (...) {
-    file_ = utils::UniqueFd();
+    files_ = Files();
     leave();
     throw;
   }
@@ -150,8 +151,10 @@ void WriteLock::acquire(bool wait) {
 // The unlock is explicit: closing would leave the lock with a child process that was forked just now and has
 // not yet closed its copy of the descriptor.
 void WriteLock::release() {
-  const utils::UniqueFd file = std::move(file_);
-  const int result = flock_uninterrupted(file.get(), LOCK_UN);
+  const Files files = std::move(files_);
+  write_holder(files.file.get(), "");
+  flock_uninterrupted(files.folder.get(), LOCK_UN);
+  const int result = flock_uninterrupted(files.file.get(), LOCK_UN);
   const int error = errno;
   leave();
   if (result != 0) throw utils::IoError("cannot unlock " + options_.path.string(), error);
@@ -176,17 +179,35 @@ void WriteLock::leave() {
   left_.notify_one();
 }
 
-utils::UniqueFd WriteLock::lock_file(const Attempt& attempt) const {
+WriteLock::Files WriteLock::open_files(const std::filesystem::path& path) {
+  Files files;
+  files.folder = utils::open_directory(path.parent_path());
+  files.file = utils::UniqueFd(openat(files.folder.get(), path.filename().c_str(),
+                                      O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kFileMode));
+  if (!files.file) throw utils::IoError("cannot open the lock file " + path.string(), errno);
+  return files;
+}
+
+// False when another holds the lock, or when the file was moved away before it was locked.
+bool WriteLock::try_lock(const Files& files) const {
+  if (flock_uninterrupted(files.file.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EWOULDBLOCK) return false;
+    throw utils::IoError("cannot lock " + options_.path.string(), errno);
+  }
+  if (!is_at(files.file.get(), options_.path)) return false;
+  if (!options_.guards_folder) return true;
+  // A network file system may be unable to lock a folder.
+  return flock_uninterrupted(files.folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+WriteLock::Files WriteLock::lock_files(const Attempt& attempt) const {
   Pauses pauses;
   for (;;) {
     utils::check_cancelled();
-    utils::UniqueFd file = open_lock_file(options_.path);
-    if (try_lock(file.get(), options_.path)) {
-      if (has_name(file.get())) return file;
-      continue;
-    }
+    Files files = open_files(options_.path);
+    if (try_lock(files)) return files;
     const Clock::time_point now = Clock::now();
-    if (now >= attempt.deadline) throw busy(holder_in(file.get()), now - attempt.began);
+    if (now >= attempt.deadline) throw busy(holder_in(files.file.get()), now - attempt.began);
     std::this_thread::sleep_for(std::min<Clock::duration>(pauses.next(), attempt.deadline - now));
   }
 }

@@ -20,7 +20,8 @@ class LockBusy : public utils::Error {
 };
 
 // A lock on the file `path` by flock(2), which the kernel gives back when the holder is gone, however it
-// went. The file is created where it is missing, never removed, and names its holder for the one who waits.
+// went. The file is created where it is missing, never removed, and names its holder, while there is one, for
+// the one who waits.
 // Several objects on one path exclude each other too. A network file system may give the same lock to two
 // machines at once; a wiki on one is to be written from one machine.
 //
@@ -31,6 +32,9 @@ class WriteLock {
     std::filesystem::path path;  // absolute
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};
     std::string holder;  // who we are, for others' messages: "ossilar save"
+    // Locks the folder of the file too, where the file system can: one who finds another file at the path,
+    // since somebody removed or moved the one that is locked, is kept out all the same.
+    bool guards_folder = false;
   };
   explicit WriteLock(Options options);
 
@@ -44,16 +48,22 @@ class WriteLock {
 
  private:
   struct Attempt;  // when a call of acquire() began and when it gives up
+  struct Files {
+    utils::UniqueFd folder;
+    utils::UniqueFd file;
+  };
 
   void enter(const Attempt& attempt);
   void leave();
-  utils::UniqueFd lock_file(const Attempt& attempt) const;
+  static Files open_files(const std::filesystem::path& path);
+  bool try_lock(const Files& files) const;
+  Files lock_files(const Attempt& attempt) const;
 
   const Options options_;
   std::mutex mutex_;
   std::condition_variable left_;
   bool entered_ = false;  // a thread holds the lock through this object, or waits for the file to be free
-  utils::UniqueFd file_;  // open and locked while the lock is held; belongs to the thread that has entered
+  Files files_;           // open and locked while the lock is held; belong to the thread that has entered
 };
 
 }  // namespace ossilar::store

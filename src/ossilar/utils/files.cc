@@ -85,8 +85,11 @@ void for_each_leftover(const std::filesystem::path& path, Each each) {
   std::error_code error;
   if (!std::filesystem::exists(std::filesystem::symlink_status(path, error))) return;
   const UniqueFd directory = open_directory(path);
-  for (const auto& entry : std::filesystem::directory_iterator(path)) {
-    const std::string name = entry.path().filename().string();
+  std::vector<std::string> names;
+  for (std::filesystem::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
+    names.push_back(at->path().filename().string());
+  if (error) throw IoError("cannot list " + path.string(), error.value());
+  for (const std::string& name : names) {
     if (!is_temporary_name(name)) continue;
     const UniqueFd file(retry_interrupted([&] {
       return openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
@@ -264,6 +267,15 @@ void remove_leftovers(const std::filesystem::path& directory) {
       throw IoError("cannot remove " + (directory / name).string(), errno);
     }
   });
+}
+
+FileStamp stamp_of(const std::filesystem::path& path) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) return {};
+  return {.device = info.st_dev,
+          .inode = info.st_ino,
+          .size = static_cast<std::uint64_t>(info.st_size),
+          .modified = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec};
 }
 
 bool is_regular_file(const std::filesystem::path& path) {

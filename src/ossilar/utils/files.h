@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -52,6 +53,18 @@ std::vector<std::string> leftovers(const std::filesystem::path& directory);
 
 // Removes them, also when one has just begun to write: that one takes another name.
 void remove_leftovers(const std::filesystem::path& directory);
+
+// Which file a path names, and in which state: another one, or one that was written meanwhile, has another
+// stamp. All zero where there is none. Times are nanoseconds since the epoch.
+struct FileStamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t size = 0;
+  std::int64_t modified = 0;
+  bool operator==(const FileStamp&) const = default;
+  bool is_same_file(const FileStamp& other) const { return device == other.device && inode == other.inode; }
+};
+FileStamp stamp_of(const std::filesystem::path& path);
 
 // Whether `path` is a regular file, symbolic links followed. Throws IoError when the system cannot say.
 bool is_regular_file(const std::filesystem::path& path);

@@ -86,12 +86,12 @@ TEST_F(StoreTest, StaleMarksBelongToRowsAndGoWithTheNextUpsert) {
 TEST_F(StoreTest, DigestsAreWrittenAndReadByTheirDifferences) {
   const auto other = open_sqlite_store(file);
   PageDigests digests{{"a", {{"topics", {"x"}}}}, {"b", 1}, {"c", nullptr}};
-  store.persist_digests("main", digests);
+  store.persist_digests("main", digests, {});
   const PageDigests before = other->load_digests("main");
   digests.set("a", Map(*digests.find("a")));  // the same again in another object is no difference
   digests.set("b", Map(2));
   digests.erase("c");
-  for (int round = 0; round < 2; ++round) store.persist_digests("main", digests);
+  for (int round = 0; round < 2; ++round) store.persist_digests("main", digests, {});
   EXPECT_EQ(stored("SELECT count(*) FROM digests JOIN counter USING (revision) WHERE revision = 2"), 2);
   const PageDigests after = other->load_digests("main");
   EXPECT_THAT(after.keys(), ElementsAre("a", "b"));

@@ -16,6 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+fs::path file_of(const fs::path& pages, const std::string& page_id) { return pages / (page_id + ".md"); }
+
 template <class Value>
 Value entry_value(const Map* entry, const char* key, Value otherwise) {
   if (entry == nullptr) return otherwise;
@@ -87,6 +89,20 @@ std::vector<fs::path> page_files(const fs::path& pages) {
   return files;
 }
 
+std::vector<std::string> pages_to_adopt(const ManifestContent& manifest, const store::StoredRows& rows,
+                                        const fs::path& pages) {
+  std::vector<std::string> wanted;
+  for (const auto& [page_id, entry] : manifest.pages) {
+    const std::string hash = utils::string_member(entry, "content_hash");
+    const Map* row = rows.find(page_id);
+    if (row != nullptr && utils::string_member(*row, "content_hash") == hash) continue;
+    const fs::path file = file_of(pages, page_id);
+    if (utils::is_regular_file(file) && _text_hash(utils::read_text_file_within(pages, file)) == hash)
+      wanted.push_back(page_id);
+  }
+  return wanted;
+}
+
 Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest)
     : wiki_(wiki), manifest_(std::move(manifest)), planned_(wiki.prepare()) {
   wiki_._reread_existing();
@@ -98,6 +114,16 @@ AdoptionReport Adoption::run() {
   const fs::path pages = wiki_.pages_dir();
   for (const fs::path& file : page_files(pages)) {
     adopt_file(file, file.lexically_relative(pages).replace_extension().string());
+  }
+  store_digests();
+  wiki_._reread_existing();
+  return std::move(report_);
+}
+
+AdoptionReport Adoption::run_described() {
+  for (const std::string& page_id : pages_to_adopt(manifest_, wiki_._existing(), wiki_.pages_dir())) {
+    adopt_text(page_id, utils::read_text_file_within(wiki_.pages_dir(), file_of(wiki_.pages_dir(), page_id)));
+    ++report_.adopted;
   }
   store_digests();
   wiki_._reread_existing();
@@ -148,20 +174,19 @@ void Adoption::adopt_text(const std::string& page_id, const std::string& text) {
   page.outline = section_headings(page.authored.text());
   const std::vector<Map> citations = page.citations;
 
-  const auto marks = wiki_.store_->stale_marks(wiki_.branch());
-  const std::int64_t key = wiki_.repository().upsert_wiki_page(
-      wiki_.branch(), page_id, title, fields_of(page_id, text, title, entry, std::move(page)));
-  // Who changed the text here need not have looked at what the mark is about.
-  if (const auto mark = marks.find(page_id); mark != marks.end() && !described) {
-    wiki_.store_->mark_stale(wiki_.branch(), {*mark});
-  }
+  const store::PageFields fields = fields_of(page_id, text, title, entry, std::move(page));
+  // Who changed the text here need not have looked at what a mark is about.
+  const std::int64_t key = described
+                               ? wiki_.store_->upsert_wiki_page(wiki_.branch(), page_id, title, fields)
+                               : wiki_.store_->upsert_keeping_mark(wiki_.branch(), page_id, title, fields);
   const ChunkScope scope = wiki_._chunk_scope(page_id);
   wiki_._store_chunks(key, page_id, wiki_._chunk_and_embed(searchable_text(text), citations, scope.elsewhere),
                       scope.shared);
-  settle_digest(page_id, text, title);
+  settle_digest(page_id, text, title, !described);
 }
 
-void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title) {
+void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
+                             bool changed_here) {
   const PagePlan* plan = planned_->plans.find(page_id);
   if (!gives_digest(plan)) return;
   PagePlan titled = *plan;
@@ -170,16 +195,12 @@ void Adoption::settle_digest(const std::string& page_id, const std::string& text
   const auto citations =
       page_links(brackets_of(page_id, authored.text()), page_id, wiki_.config_.dir).citations;
   wiki_._set_page_digest(page_id, _page_digest(titled, authored.body, citations));
-  if (!is_described(page_id, text)) changed_here_.insert(page_id);
+  if (changed_here) changed_here_.insert(page_id);
 }
 
 void Adoption::store_digests() {
-  std::vector<std::string> changed = changed_abstracts(wiki_._load_digests(), wiki_._page_digests());
-  changed.erase(std::remove_if(changed.begin(), changed.end(),
-                               [this](const std::string& id) { return changed_here_.count(id) == 0; }),
-                changed.end());
-  wiki_._mark_synthesis_stale(synthesis_dependents(planned_->plans, changed));
-  wiki_._persist_digests();
+  wiki_.persist_digests(planned_->plans,
+                        [this](const std::string& page_id) { return changed_here_.count(page_id) > 0; });
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
@@ -201,7 +222,7 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
                   source_hashes(planned.stored_source_files(), *planned_->index, wiki_.config_.steering));
   fields.related_pages = entry_value<Strings>(entry, "related_pages", planned.related_pages);
   fields.content_hash = _text_hash(text);
-  fields.model = "adopted";
+  fields.model = kModel;
   fields.status = "ok";
   fields.summary = entry_value(entry, "summary", planned.description);
   fields.build_cache =

@@ -21,18 +21,28 @@ class Adoption {
   // Adopts every page file that has no row.
   AdoptionReport run();
 
+  // Adopts the pages_to_adopt() of the manifest.
+  AdoptionReport run_described();
+
   // Makes row and chunks those of `text`, the page file's. What it does not say is taken from the manifest's
   // entry for this text, or from the former row, or from any entry, or from the plan. The page's digest waits
   // for store_digests().
   void adopt_text(const std::string& page_id, const std::string& text);
 
-  // The page's digest by its text; it waits for store_digests().
-  void settle_digest(const std::string& page_id, const std::string& text, const std::string& title);
+  // The page's digest by its text; it waits for store_digests(). A text that was `changed_here`, and did not
+  // come whole from where the pages above it were written for it, makes those stale.
+  void settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
+                     bool changed_here);
 
-  // Stores the digests that wait. Where one changed that the manifest does not know, the pages that build on
-  // it are marked as stale first: who is cut short in between finds the digests unchanged and does both
-  // again.
+  // Whether the manifest describes this very text: then it came with the wiki, whole, from where it was
+  // saved.
+  bool is_described(const std::string& page_id, const std::string& text) const;
+
+  // Stores the digests that wait, with the stale marks that they cause.
   void store_digests();
+
+  // The model of rows that were made here.
+  static constexpr const char* kModel = "adopted";
 
  private:
   void adopt_file(const std::filesystem::path& file, const std::string& page_id);
@@ -40,19 +50,20 @@ class Adoption {
                               const Map* entry, FinalizedPage page);
 
   WikiGenerator& wiki_;
-  // Whether the manifest describes this very text: then it came with the wiki, whole, from where it was
-  // saved.
-  bool is_described(const std::string& page_id, const std::string& text) const;
   Brackets brackets_of(const std::string& page_id, const std::string& authored) const;
 
   const ManifestContent manifest_;
   std::shared_ptr<const PlannedWiki> planned_;
-  StringSet changed_here_;  // pages with texts that the manifest does not describe
+  StringSet changed_here_;
   AdoptionReport report_;
 };
 
 // The manifest of the wiki at `wiki_dir`; empty when there is none.
 ManifestContent load_manifest(const std::filesystem::path& wiki_dir);
+
+// The pages whose file under `pages` is what the manifest describes, and whose row is not.
+std::vector<std::string> pages_to_adopt(const ManifestContent& manifest, const store::StoredRows& rows,
+                                        const std::filesystem::path& pages);
 
 // The Markdown files under `pages`, in order; symbolic links are left out.
 std::vector<std::filesystem::path> page_files(const std::filesystem::path& pages);

@@ -75,12 +75,13 @@ Inspection::Inspection(WikiGenerator& wiki) : wiki_(wiki), planned_(wiki.prepare
 
 std::vector<Finding> Inspection::run() {
   read_manifest();
+  const StringSet left = leftover_files();
   inspect_setup();
   inspect_folder();
   inspect_rows();
   inspect_digests();
   inspect_generated();
-  for (const fs::path& directory : written_directories(wiki_.paths_)) inspect_leftovers(directory);
+  inspect_leftovers(left);
   inspect_states();
   return std::move(findings_);
 }
@@ -96,10 +97,12 @@ std::string Inspection::page_path(const std::string& page_id) const {
 void Inspection::read_manifest() {
   const fs::path file = wiki_.paths_.wiki / "manifest.json";
   std::error_code error;
-  if (!fs::exists(fs::symlink_status(file, error))) return;
+  if (fs::symlink_status(file, error).type() != fs::file_type::regular) return;
   try {
     manifest_text_ = utils::read_text_file_within(wiki_.paths_.wiki, file);
     manifest_ = parse_manifest(*manifest_text_, file.filename().string());
+  } catch (const utils::IoError&) {
+    throw;  // what cannot be read for a moment is not to be thrown away
   } catch (const utils::Error& failure) {
     manifest_failure_ = failure.what();
     if (manifest_text_) manifest_ = salvage_manifest(*manifest_text_);
@@ -121,9 +124,9 @@ void Inspection::inspect_folder() {
   std::error_code error;
   fs::recursive_directory_iterator at(wiki_.paths_.pages, error);
   for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
-  if (error && error != std::errc::no_such_file_or_directory) {
-    add_unusable(wiki_.paths_.pages, "cannot be listed (" + error.message() + ")");
-  }
+  // From half a list it would follow that the other half is gone.
+  const bool is_there = fs::symlink_status(wiki_.paths_.pages).type() != fs::file_type::not_found;
+  if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths_.pages.string(), error.value());
   std::sort(entries.begin(), entries.end());
   for (const fs::directory_entry& entry : entries) inspect_entry(entry);
 }
@@ -138,7 +141,8 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   const fs::file_type type = entry.symlink_status().type();
   const bool is_page = file.extension() == ".md";
   const std::string page_id = file.lexically_relative(wiki_.paths_.pages).replace_extension().string();
-  if (type == fs::file_type::directory) return;
+  const bool is_known = planned_->plans.find(page_id) != nullptr || rows_.find(page_id) != nullptr;
+  if (type == fs::file_type::directory && !(is_page && is_known)) return;
   if (is_page) seen_.insert(page_id);
   if (type == fs::file_type::symlink)
     return add_unusable(file, "is a symbolic link, which ossilar does not follow");
@@ -160,6 +164,10 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
   if (!known && is_in_conflict(text)) {
     return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
                 "resolve the conflict, then run ossilar check --fix", false});
+  }
+  if (!known && utils::strip(text).empty()) {
+    return add({Fault::page_file, relative(file), page_id, "is empty",
+                "restore the file, or save the page again", false});
   }
   if (row == nullptr) return inspect_stranger(page_id, text);
   if (known) {
@@ -184,20 +192,19 @@ void Inspection::inspect_stranger(const std::string& page_id, const std::string&
        false});
 }
 
-// The text of the page file if it had been saved.
-std::string Inspection::rendered(const std::string& page_id, const std::string& text, const Map& row) {
+// Whether a save of the page's text would give this very file.
+bool Inspection::is_whole(const std::string& page_id, const std::string& text, const Map& row) {
   auto context = wiki_.page_context(page_id);
   auto* found = std::get_if<PageContext>(&context);
-  if (found == nullptr) return "";
+  if (found == nullptr) return false;
   PagePlan& plan = found->plan;
   const std::string heading = title_line(text);
   for (const std::string& title : {utils::string_member(row, "title"), heading}) {
     plan.title = title;
     const auto diagrams = wiki_.config_.diagrams ? wiki_._build_diagrams(plan) : std::vector<Diagram>();
-    std::string page = wiki_._finalize(plan, split_authored(text, "").text(), diagrams, {}).markdown;
-    if (page == text) return page;
+    if (wiki_._finalize(plan, split_authored(text, "").text(), diagrams, {}).markdown == text) return true;
   }
-  return "";
+  return false;
 }
 
 void Inspection::inspect_difference(const std::string& page_id, const std::string& text, const Map& row) {
@@ -208,7 +215,7 @@ void Inspection::inspect_difference(const std::string& page_id, const std::strin
                 "is newer than its row: it came with its manifest, by version control", kTakesItAsItStands,
                 true});
   }
-  if (rendered(page_id, text, row) == text) {
+  if (is_whole(page_id, text, row)) {
     return add({Fault::newer_page, page_path(page_id), page_id,
                 "is newer than its row: a save was cut short, or a hand or version control changed the text",
                 kTakesItAsItStands, true});
@@ -221,7 +228,7 @@ void Inspection::inspect_difference(const std::string& page_id, const std::strin
 void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
   std::vector<std::string> stored;
   for (const Map& chunk : wiki_.store_->chunks(wiki_.branch(), page_id))
-    stored.push_back(utils::string_member(chunk, store::chunk_key::kHash));
+    stored.push_back(utils::sha256_hex(utils::string_member(chunk, store::chunk_key::kText)));
   std::vector<std::string> expected;
   for (const search::Passage& passage : search::passages(searchable_text(text)))
     expected.push_back(utils::sha256_hex(passage.text));
@@ -278,35 +285,49 @@ void Inspection::inspect_digests() {
 
 // Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
-  const auto inspect = [&](Fault fault, const char* name, const std::optional<std::string>& text,
-                           const std::string& expected) {
-    if (text == expected) return;
-    add({fault, relative(wiki_.paths_.wiki / name), "",
-         !text ? "is missing" : "does not list the pages as they are stored", kMakesItAgain, true});
-  };
-  const fs::path index = wiki_.paths_.wiki / "index.md";
-  std::optional<std::string> index_text;
-  if (utils::is_regular_file(index)) index_text = utils::read_file_within(wiki_.paths_.wiki, index);
-  inspect(Fault::index, "index.md", index_text, wiki_.renderer_.index(rows_, planned_->plans));
-  if (!manifest_failure_.empty()) {
+  inspect_list(Fault::index, "index.md", wiki_.renderer_.index(rows_, planned_->plans));
+  if (!manifest_failure_.empty() && manifest_text_) {
     return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
                 "cannot be read: " + manifest_failure_, kMakesItAgain, true});
   }
-  inspect(Fault::manifest, "manifest.json", manifest_text_,
-          wiki_.renderer_.manifest(rows_, {.git_commit = manifest_.commit,
-                                           .files_covered = wiki_._stored_files_covered(),
-                                           .lint = manifest_.lint}));
+  inspect_list(Fault::manifest, "manifest.json",
+               wiki_.renderer_.manifest(rows_, {.git_commit = manifest_.commit,
+                                                .files_covered = wiki_._stored_files_covered(),
+                                                .lint = manifest_.lint}));
 }
 
-void Inspection::inspect_leftovers(const fs::path& directory) {
-  std::vector<std::string> names;
-  try {
-    names = utils::leftovers(directory);
-  } catch (const utils::IoError&) {
-    return;  // where nothing can be looked at, nothing was written either
+void Inspection::inspect_list(Fault fault, const char* name, const std::string& expected) {
+  const fs::path file = wiki_.paths_.wiki / name;
+  const fs::file_type type = fs::symlink_status(file).type();
+  if (type != fs::file_type::regular && type != fs::file_type::not_found) {
+    return add({fault, relative(file), "", "is no regular file", "move it away, then run ossilar check --fix",
+                false});
   }
-  for (const std::string& name : names) {
-    add({Fault::leftover, relative(directory / name), "", "was left by a write that was cut short",
+  std::optional<std::string> text;
+  if (type == fs::file_type::regular)
+    text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths_.wiki, file));
+  if (text == expected) return;
+  add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
+       kMakesItAgain, true});
+}
+
+StringSet Inspection::leftover_files() const {
+  StringSet files;
+  for (const fs::path& directory : written_directories(wiki_.paths_)) {
+    try {
+      for (const std::string& name : utils::leftovers(directory)) files.insert(relative(directory / name));
+    } catch (const utils::IoError&) {
+      continue;  // where nothing can be looked at, nothing was written either
+    }
+  }
+  return files;
+}
+
+// Those that were there `before` too: a file of this moment may be one whose writer has not locked it yet.
+void Inspection::inspect_leftovers(const StringSet& before) {
+  for (const std::string& file : leftover_files()) {
+    if (before.count(file) == 0) continue;
+    add({Fault::leftover, file, "", "was left by a write that was cut short",
          "ossilar check --fix removes it", true});
   }
 }

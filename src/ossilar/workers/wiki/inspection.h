@@ -37,9 +37,11 @@ class Inspection {
   void inspect_rows();
   void inspect_digests();
   void inspect_generated();
-  void inspect_leftovers(const std::filesystem::path& directory);
+  StringSet leftover_files() const;
+  void inspect_leftovers(const StringSet& before);
   void inspect_states();
-  std::string rendered(const std::string& page_id, const std::string& text, const Map& row);
+  void inspect_list(Fault fault, const char* name, const std::string& expected);
+  bool is_whole(const std::string& page_id, const std::string& text, const Map& row);
   std::string relative(const std::filesystem::path& path) const;
   std::string page_path(const std::string& page_id) const;
   void add(Finding finding) { findings_.push_back(std::move(finding)); }

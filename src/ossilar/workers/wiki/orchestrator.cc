@@ -13,6 +13,7 @@
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/diagrams.h"
+#include "ossilar/workers/wiki/digests.h"
 #include "ossilar/workers/wiki/grounding.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/page_turn.h"
@@ -58,6 +59,15 @@ Map citations_in(const std::string& text, const std::set<std::string>& known) {
   return found;
 }
 
+std::map<std::string, std::string> stale_reasons(
+    const std::map<std::string, std::vector<std::string>>& dependents) {
+  std::map<std::string, std::string> reasons;
+  for (const auto& [page_id, causes] : dependents) {
+    reasons[page_id] = "what it builds on changed: " + utils::join(causes, ", ");
+  }
+  return reasons;
+}
+
 template <class Describe>
 void append_warnings(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
                      Describe describe) {
@@ -92,7 +102,10 @@ WikiGenerator::WikiGenerator(Services services)
       source_records_(std::make_unique<SourceRecords>(*store_)),
       indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
           .root = paths_.root, .excluded = excluded_from_index(config_), .records = source_records_.get()})),
-      lock_({.path = paths_.lock(), .timeout = config_.lock_timeout, .holder = std::move(services.writer)}),
+      lock_({.path = paths_.lock(),
+             .timeout = config_.lock_timeout,
+             .holder = std::move(services.writer),
+             .guards_folder = true}),
       drafts_(paths_.drafts(), kMostDrafts),
       replaced_(paths_.replaced()) {
   existing_ = store_->get_wiki_pages(branch());
@@ -432,15 +445,23 @@ void WikiGenerator::_reconcile_digests(const Plans& plans, const store::StoredRo
   if (options.persist) _persist_digests();
 }
 
-void WikiGenerator::_persist_digests() { store_->persist_digests(branch(), _page_digests()); }
+// With the marks that the caller is about to ask for, in one transaction: cut short in between, nothing would
+// tell afterwards that they are missing.
+void WikiGenerator::_persist_digests() {
+  persist_digests(reconciled_plans_, [](const std::string&) { return true; });
+}
+
+void WikiGenerator::persist_digests(const Plans& plans,
+                                    const std::function<bool(const std::string&)>& marks_others) {
+  const store::PageDigests digests = _page_digests();
+  std::vector<std::string> changed;
+  for (std::string& page_id : changed_abstracts(store_->load_digests(branch()), digests))
+    if (digests.find(page_id) != nullptr && marks_others(page_id)) changed.push_back(std::move(page_id));
+  store_->persist_digests(branch(), digests, stale_reasons(synthesis_dependents(plans, changed)));
+}
 
 void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vector<std::string>>& dependents) {
-  if (dependents.empty()) return;
-  std::map<std::string, std::string> reasons;
-  for (const auto& [page_id, causes] : dependents) {
-    reasons[page_id] = "what it builds on changed: " + utils::join(causes, ", ");
-  }
-  store_->mark_stale(branch(), reasons);
+  store_->mark_stale(branch(), stale_reasons(dependents));
 }
 
 // ---- The wiki's own files and state.
@@ -449,6 +470,7 @@ void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
   const store::StoredRows rows = store_->get_wiki_pages(branch());
   _atomic_write(paths_.wiki / "index.md", renderer_.index(rows, planned()->plans));
   _atomic_write(paths_.wiki / "manifest.json", renderer_.manifest(rows, result));
+  note_manifest();
 }
 
 std::int64_t WikiGenerator::_stored_files_covered() {
@@ -523,9 +545,34 @@ AdoptionReport WikiGenerator::adopt_pages() {
   return report;
 }
 
-AdoptionReport WikiGenerator::adopt_unseen_branch() {
-  const bool unseen = stored_pages().empty() && !load_manifest(paths_.wiki).pages.empty();
-  return unseen ? adopt_pages() : AdoptionReport();
+void WikiGenerator::note_manifest() {
+  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
+  const std::lock_guard lock(state_mutex_);
+  seen_manifest_ = stamp;
+}
+
+AdoptionReport WikiGenerator::adopt_described() {
+  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
+  {
+    const std::lock_guard lock(state_mutex_);
+    if (stamp == seen_manifest_) return {};
+  }
+  AdoptionReport report;
+  try {
+    ManifestContent manifest = load_manifest(paths_.wiki);
+    if (!pages_to_adopt(manifest, stored_pages(), paths_.pages).empty()) {
+      with_write_lock([&] { report = Adoption(*this, std::move(manifest)).run_described(); });
+    }
+  } catch (const store::StorageError&) {
+    throw;
+  } catch (const _WikiBusy&) {
+    throw;
+  } catch (const utils::Error& error) {
+    host_logger.warning("no page is taken over from the manifest", error);
+  }
+  const std::lock_guard lock(state_mutex_);
+  seen_manifest_ = stamp;
+  return report;
 }
 
 }  // namespace ossilar::workers::wiki

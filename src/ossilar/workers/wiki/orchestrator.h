@@ -16,6 +16,7 @@
 #include "ossilar/source/indexer.h"
 #include "ossilar/store/repository.h"
 #include "ossilar/store/write_lock.h"
+#include "ossilar/utils/files.h"
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/agent_save.h"
@@ -151,8 +152,10 @@ class WikiGenerator final : public AgentSaveMixin {
   // and writes index and manifest where they are missing. No page file is changed. Takes the write lock.
   AdoptionReport adopt_pages();
 
-  // The same where this branch has no row at all yet, as after a switch to it; else it does nothing.
-  AdoptionReport adopt_unseen_branch();
+  // The same for the pages that came with their manifest, from a clone, another branch or a pull: those whose
+  // file is what the manifest describes and whose row is not. Looks only when the manifest is another one
+  // than the last time. A manifest that cannot be read is logged.
+  AdoptionReport adopt_described();
 
   // See check_wiki(). Throws store::StorageError for a database that is damaged.
   CheckReport check(bool fix);
@@ -216,6 +219,10 @@ class WikiGenerator final : public AgentSaveMixin {
   StandingPage standing_page(const std::string& page_id);
   std::string keep_replaced(const StandingPage& page, const _PageDraft& draft) const;
   void with_write_lock(const std::function<void()>& work);
+  void note_manifest();
+  // Stores the digests, and with them the stale marks of the pages that build on one that changed and of
+  // which `marks_others` holds.
+  void persist_digests(const Plans& plans, const std::function<bool(const std::string&)>& marks_others);
   std::string steering_of(const PagePlan* plan) const;
   Brackets brackets_of(const std::string& authored, const PlannedWiki& wiki, const PagePlan* plan) const;
 
@@ -235,7 +242,8 @@ class WikiGenerator final : public AgentSaveMixin {
 
   std::mutex prepare_mutex_;  // one thread at a time derives the plan
   mutable std::mutex state_mutex_;
-  std::shared_ptr<const PlannedWiki> planned_;  // guarded by state_mutex_, as are the two below
+  std::shared_ptr<const PlannedWiki> planned_;  // guarded by state_mutex_, as are the three below
+  utils::FileStamp seen_manifest_;
   store::StoredRows existing_;
   store::PageDigests digests_;
 

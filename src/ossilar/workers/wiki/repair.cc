@@ -1,5 +1,7 @@
 #include "ossilar/workers/wiki/repair.h"
 
+#include <algorithm>
+
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/inspection.h"
 #include "ossilar/workers/wiki/link_text.h"
@@ -18,12 +20,20 @@ void Repair::run(const std::vector<Finding>& findings) {
   }
   if (!fixable) return;
   adoption_.store_digests();
-  for (const auto& directory : written_directories(wiki_.paths_)) {
-    if (!utils::leftovers(directory).empty()) utils::remove_leftovers(directory);
-  }
   wiki_._reread_existing();
+  if (std::any_of(findings.begin(), findings.end(),
+                  [this](const Finding& finding) { return keeps_lists(finding); }))
+    return;
   wiki_._write_index_and_manifest(
       {.git_commit = wiki_._git_commit(), .files_covered = wiki_._stored_files_covered(), .lint = lint_});
+}
+
+// Whether index and manifest cannot be written, or would lose what they alone know of a page whose file has
+// to be mended first.
+bool Repair::keeps_lists(const Finding& finding) const {
+  if (finding.fixable) return false;
+  if (finding.fault == Fault::index || finding.fault == Fault::manifest) return true;
+  return finding.fault == Fault::page_file && wiki_._existing().find(finding.page_id) == nullptr;
 }
 
 // What is not here is set right for the whole wiki at the end of run().
@@ -42,6 +52,8 @@ void Repair::mend(const Finding& finding) {
       return chunk_again(finding.page_id);
     case Fault::digest:
       return settle_digest(finding.page_id);
+    case Fault::leftover:
+      return utils::remove_leftovers((wiki_.paths_.root / finding.subject).parent_path());
     default:
       return;
   }
@@ -51,7 +63,22 @@ std::string Repair::text_of(const std::string& page_id) const {
   return utils::read_text_file_within(wiki_.paths_.pages, wiki_.paths_.pages / (page_id + ".md"));
 }
 
-void Repair::take_over(const std::string& page_id) { adoption_.adopt_text(page_id, text_of(page_id)); }
+// What the row alone knows of the page goes to where replaced texts are, before the row goes or is about
+// another text.
+void Repair::keep_former(const std::string& page_id, const Map& row) const {
+  const Map cache = build_cache_of(&row);
+  const std::string prose = utils::string_member(cache, "prose");
+  if (!prose.empty())
+    wiki_.replaced_.keep(page_id, "# " + utils::string_member(row, "title") + "\n\n" + prose);
+}
+
+void Repair::take_over(const std::string& page_id) {
+  const std::string text = text_of(page_id);
+  const store::StoredRows rows = wiki_._existing();
+  const Map* row = rows.find(page_id);
+  if (row != nullptr && !adoption_.is_described(page_id, text)) keep_former(page_id, *row);
+  adoption_.adopt_text(page_id, text);
+}
 
 void Repair::chunk_again(const std::string& page_id) {
   const auto key = wiki_.store_->page_key(wiki_.branch(), page_id);
@@ -68,21 +95,21 @@ void Repair::chunk_again(const std::string& page_id) {
 void Repair::settle_digest(const std::string& page_id) {
   const store::StoredRows rows = wiki_._existing();
   if (const Map* row = rows.find(page_id); row != nullptr) {
-    return adoption_.settle_digest(page_id, text_of(page_id), utils::string_member(*row, "title"));
+    const std::string text = text_of(page_id);
+    const bool came_whole =
+        utils::string_member(*row, "model") == Adoption::kModel && adoption_.is_described(page_id, text);
+    return adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"), !came_whole);
   }
   store::PageDigests digests = wiki_._page_digests();
   digests.erase(page_id);
   wiki_._set_page_digests(std::move(digests));
 }
 
-// The page's text goes to where replaced texts are before its last place goes.
 void Repair::forget_page(const std::string& page_id) {
   const store::StoredRows rows = wiki_._existing();
   const Map* row = rows.find(page_id);
   if (row == nullptr) return;
-  const Map cache = build_cache_of(row);
-  wiki_.replaced_.keep(
-      page_id, "# " + utils::string_member(*row, "title") + "\n\n" + utils::string_member(cache, "prose"));
+  keep_former(page_id, *row);
   wiki_.store_->remove_page(wiki_.branch(), page_id);
   store::PageDigests digests = wiki_._page_digests();
   digests.erase(page_id);

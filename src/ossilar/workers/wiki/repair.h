@@ -20,10 +20,12 @@ class Repair {
 
  private:
   void mend(const Finding& finding);
+  bool keeps_lists(const Finding& finding) const;
   void take_over(const std::string& page_id);
   void chunk_again(const std::string& page_id);
   void settle_digest(const std::string& page_id);
   void forget_page(const std::string& page_id);
+  void keep_former(const std::string& page_id, const Map& row) const;
   std::string text_of(const std::string& page_id) const;
 
   WikiGenerator& wiki_;

@@ -1,12 +1,11 @@
 #include "ossilar/workers/wiki/wiki_check.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <iterator>
 #include <system_error>
 #include <utility>
 
+#include "ossilar/store/sqlite_store.h"
 #include "ossilar/store/write_lock.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/inspection.h"
@@ -57,24 +56,25 @@ void set_aside_database(const fs::path& database) {
     move_if_there(database.string() + part, aside.string() + part);
 }
 
-struct Identity {
-  dev_t device = 0;
-  ino_t inode = 0;
-  bool operator==(const Identity&) const = default;
-};
-
-Identity identity_of(const fs::path& file) {
-  struct stat info {};
-  return stat(file.c_str(), &info) == 0 ? Identity{info.st_dev, info.st_ino} : Identity{};
+// SQLite takes a disk that failed once for damage too.
+bool is_damaged(const fs::path& database) {
+  try {
+    return store::open_sqlite_store(database)->damage().has_value();
+  } catch (const store::StorageError& error) {
+    if (!error.damaged()) throw;
+    return true;
+  }
 }
 
-// Unless another process has done it meanwhile: `damaged` is the file that was found to be.
+// Unless another process has done it meanwhile: `found` is the file that was found to be damaged.
 void set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
-               Identity damaged) {
-  store::WriteLock lock({.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer});
+               const utils::FileStamp& found) {
+  store::WriteLock lock(
+      {.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer, .guards_folder = true});
   lock.acquire(true);
   try {
-    if (identity_of(paths.database()) == damaged) set_aside_database(paths.database());
+    const fs::path database = paths.database();
+    if (utils::stamp_of(database).is_same_file(found) && is_damaged(database)) set_aside_database(database);
   } catch (...) {
     lock.release();
     throw;
@@ -128,16 +128,8 @@ const char* fault_name(Fault fault) {
 
 CheckReport WikiGenerator::check(bool fix) {
   prepare();
-  // With `fix`, what is adopted is reported; and a branch without rows may have a manifest that is broken.
-  if (!fix) {
-    try {
-      adopt_unseen_branch();
-    } catch (const store::StorageError&) {
-      throw;
-    } catch (const utils::Error&) {
-      // The inspection names it.
-    }
-  }
+  // With `fix`, what is taken over is reported.
+  if (!fix) adopt_described();
   CheckReport report;
   with_write_lock([&] {
     if (const auto damage = store_->damage()) {
@@ -159,7 +151,7 @@ CheckReport WikiGenerator::check(bool fix) {
 CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
   const WikiConfig config = load_config(root / "ossilar.toml");
   const WikiPaths paths = wiki_paths(root, config);
-  const Identity database = identity_of(paths.database());
+  const utils::FileStamp database = utils::stamp_of(paths.database());
   const auto check = [&] {
     const auto wiki = open_wiki(root, options.writer);
     wiki->prepare(options.indexing);

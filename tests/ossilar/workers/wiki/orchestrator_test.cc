@@ -233,9 +233,10 @@ class FailingStore final : public store::ForwardingStore {
     count();
     ForwardingStore::store_chunks(key, chunks, shared);
   }
-  void persist_digests(const std::string& branch, const store::PageDigests& digests) override {
+  void persist_digests(const std::string& branch, const store::PageDigests& digests,
+                       const std::map<std::string, std::string>& stale) override {
     count();
-    ForwardingStore::persist_digests(branch, digests);
+    ForwardingStore::persist_digests(branch, digests, stale);
   }
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
     count();
@@ -257,8 +258,12 @@ class FailingStore final : public store::ForwardingStore {
 TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
   int failures = 0;
   for (int fail_at = 1;; ++fail_at) {
-    const WikiRepo repo;
+    const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n");
+    repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Before."));
+    ASSERT_TRUE(is_saved(repo.open()->save_agent_page("overview", "All of it.\n")));
     const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
+    const auto digest_of_alpha = [&] { return *real->load_digests("default").find("alpha"); };
+    const Map digest_before = digest_of_alpha();
     WatchedWiki faulty(repo, std::make_unique<FailingStore>(*real, fail_at));
     const std::string text = WikiRepo::text_about("alpha");
     bool failed = false;
@@ -269,6 +274,8 @@ TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
     }
     EXPECT_EQ(split_authored(repo.page("alpha"), "").text(), text) << "write " << fail_at;
     const auto wiki = repo.open();
+    EXPECT_EQ(real->stale_marks("default").contains("overview"), digest_of_alpha() != digest_before)
+        << "what builds on the page is marked with the page's digest, or neither is; write " << fail_at;
     ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Next.")))) << fail_at;
     EXPECT_THAT(repo.page("alpha"), HasSubstr("Next."));
     if (!failed) break;
