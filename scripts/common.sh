@@ -31,6 +31,9 @@ npm_install() {
     npm ci --prefix "$1" --ignore-scripts --no-audit --no-fund --loglevel=error
 }
 
+# Whether we may mount file systems: root in a container seldom may.
+can_mount() { unshare --mount true 2>/dev/null; }
+
 die() {
   echo "$(basename "$script"): $1" >&2
   exit "${2:-1}"

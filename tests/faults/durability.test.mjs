@@ -71,7 +71,9 @@ test('everything a save writes is on disk before its answer', (t) => {
     assert.ok(renamed(calls).includes(join(wiki.root, 'wiki/pages/alpha.md')), `${what}: the page takes its place`);
     assert.ok(wrote(calls), `${what}: its row is written`);
     assert.deepEqual(broken(calls), [], what);
-    t.diagnostic(`${what}: ${calls.length} calls, ${calls.filter((call) => /sync/.test(call.name)).length} syncs, nothing left`);
+    t.diagnostic(
+      `${what}: ${calls.length} calls, ${calls.filter((call) => /sync/.test(call.name)).length} syncs, nothing left`,
+    );
   }
 });
 
@@ -86,7 +88,10 @@ test('so is what a refused save keeps, and what a repair makes', (t) => {
       return log.split('\n').map(readCall).filter(Boolean);
     }
   })();
-  assert.ok(renamed(refused).some((path) => path.includes('/drafts/')), 'the text is kept');
+  assert.ok(
+    renamed(refused).some((path) => path.includes('/drafts/')),
+    'the text is kept',
+  );
   assert.deepEqual(broken(refused), []);
   execFileSync('sed', ['-i', 's/first/second/', join(wiki.root, 'wiki/pages/alpha.md')]);
   assert.deepEqual(broken(callsOf(wiki, ['check', '--fix'], '')), []);

@@ -11,8 +11,19 @@ import { test } from 'node:test';
 import { makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
 import { ossilar, pageText, scratch, sweep } from './sweep.mjs';
 
-const ALWAYS = [['EIO', ''], ['ENOSPC', '+']];
-const IN_TURN = [['EINTR', ''], ['EACCES', ''], ['EMFILE', '+'], ['EIO', '+'], ['ENOSPC', ''], ['EACCES', '+'], ['EMFILE', '']];
+const ALWAYS = [
+  ['EIO', ''],
+  ['ENOSPC', '+'],
+];
+const IN_TURN = [
+  ['EINTR', ''],
+  ['EACCES', ''],
+  ['EMFILE', '+'],
+  ['EIO', '+'],
+  ['ENOSPC', ''],
+  ['EACCES', '+'],
+  ['EMFILE', ''],
+];
 const errorsAt = (k) =>
   process.env.OSSILAR_SWEEP === 'all' ? [...ALWAYS, ...IN_TURN] : [...ALWAYS, IN_TURN[k % IN_TURN.length]];
 

@@ -120,6 +120,12 @@ for (const [what, damage] of DAMAGES) {
     const folder = scratch(t);
     const world = worldWith(t, folder, 'world', damage);
     const action = { args: ['check', '--fix'], input: '' };
-    await killAtEveryPoint(t, { what: `a repair of ${what}`, folder, world, action, texts: [pageText(world, 'alpha')] });
+    await killAtEveryPoint(t, {
+      what: `a repair of ${what}`,
+      folder,
+      world,
+      action,
+      texts: [pageText(world, 'alpha')],
+    });
   });
 }

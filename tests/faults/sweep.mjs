@@ -11,9 +11,29 @@ import { program } from '../clients/wiki.mjs';
 
 // Calls that change something, or whose failure can keep it from being changed.
 export const WRITES = [
-  'write', 'pwrite64', 'writev', 'ftruncate', 'fallocate', 'rename', 'renameat', 'renameat2', 'unlink', 'unlinkat',
-  'mkdir', 'mkdirat', 'rmdir', 'link', 'linkat', 'symlink', 'symlinkat', 'chmod', 'fchmod', 'fsync', 'fdatasync',
-  'flock', 'openat',
+  'write',
+  'pwrite64',
+  'writev',
+  'ftruncate',
+  'fallocate',
+  'rename',
+  'renameat',
+  'renameat2',
+  'unlink',
+  'unlinkat',
+  'mkdir',
+  'mkdirat',
+  'rmdir',
+  'link',
+  'linkat',
+  'symlink',
+  'symlinkat',
+  'chmod',
+  'fchmod',
+  'fsync',
+  'fdatasync',
+  'flock',
+  'openat',
 ];
 
 // A folder for worlds and their copies, gone at the end of the test.

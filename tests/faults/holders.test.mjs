@@ -1,0 +1,217 @@
+// Who holds the write lock and does not give it back: one that is stopped, one that is killed, one whose child has the
+// descriptor too, one whose lock file is taken away. And files whose times are nonsense.
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import {
+  existsSync,
+  lutimesSync,
+  readFileSync,
+  readdirSync,
+  renameSync,
+  rmSync,
+  statSync,
+  utimesSync,
+  writeFileSync,
+} from 'node:fs';
+import { hostname } from 'node:os';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { test } from 'node:test';
+import { holdWriteLock, LATEST, lineClient, makeWiki, pageAbout, program } from '../clients/wiki.mjs';
+import { ossilar, pageText } from './sweep.mjs';
+
+const lockFile = (wiki) => join(wiki.root, '.ossilar/write.lock');
+
+// A wiki with the page alpha, whose lock is waited for so long.
+function impatientWiki(t, seconds = 1) {
+  const wiki = makeWiki(t);
+  const config = join(wiki.root, 'ossilar.toml');
+  writeFileSync(config, `[wiki]\nlock_timeout_s = ${seconds}\n\n${readFileSync(config, 'utf8')}`);
+  wiki.save('alpha', pageAbout('alpha'));
+  return wiki;
+}
+
+const until = (process, output, wanted) =>
+  new Promise((resolve, reject) => {
+    createInterface({ input: output }).on('line', (line) => {
+      const match = wanted.exec(line);
+      if (match) resolve(match);
+    });
+    process.once('close', () => reject(new Error(`it ended before ${wanted}`)));
+  });
+
+// A save of alpha that is stopped with the lock in its hand: right after its page file has taken its place.
+async function stoppedSave(t, wiki) {
+  const stop = ['-f', '-e', 'trace=renameat', '-e', 'inject=renameat:signal=STOP:when=1'];
+  const tracer = spawn('strace', [...stop, program, '--repo', wiki.root, 'save', 'alpha'], {
+    stdio: ['pipe', 'ignore', 'pipe'],
+  });
+  const ended = once(tracer, 'close');
+  tracer.stdin.end(pageAbout('alpha', 2, 'stopped'));
+  await until(tracer, tracer.stderr, /stopped by SIGSTOP/);
+  const pid = Number(/^pid (\d+) /.exec(readFileSync(lockFile(wiki), 'utf8'))[1]);
+  const holder = { pid, ended, signal: (name) => process.kill(pid, name) };
+  t.after(() => tracer.exitCode === null && tracer.signalCode === null && holder.signal('SIGKILL'));
+  return holder;
+}
+
+const saveBeta = (wiki) => ossilar(wiki.root, ['save', 'beta'], pageAbout('beta'));
+
+// Starts a save in the session and gives its id once it waits for the lock.
+async function startWaitingSave(client, save) {
+  const id = client.start('tools/call', { name: 'save_page', arguments: save, _meta: { progressToken: 1 } });
+  const waits = (message) => message.method === 'notifications/progress' && /lock/.test(message.params.message);
+  await client.until(waits);
+  return id;
+}
+
+async function assertSound(wiki) {
+  for (const args of [['check', '--fix'], ['save', 'beta'], ['check']]) {
+    const result = await ossilar(wiki.root, args, pageAbout('beta'));
+    assert.equal(result.code, 0, `${args}: ${result.stdout}${result.stderr}`);
+  }
+}
+
+test('a holder that is stopped is named, and keeps nobody from reading', async (t) => {
+  const wiki = impatientWiki(t);
+  const client = await lineClient(t, wiki, LATEST);
+  await client.call('wiki_status', {});
+  const holder = await stoppedSave(t, wiki);
+  const who = `process ${holder.pid} on ${hostname()} \\(ossilar save, since .*\\)`;
+  const named = new RegExp(`${who}; waited 1\\.\\d s; try again, or end that process`);
+  const refused = await saveBeta(wiki);
+  assert.equal(refused.code, 1, refused.stderr);
+  assert.match(refused.stdout, named);
+  const kept = /kept in (\S+)/.exec(refused.stdout)[1];
+  assert.equal(readFileSync(kept, 'utf8'), pageAbout('beta'));
+  const saveInSession = () => client.call('save_page', { page_id: 'beta', content: pageAbout('beta') });
+  const reply = await saveInSession();
+  assert.equal(reply.result.isError, true);
+  assert.match(reply.result.content[0].text, named);
+  assert.match((await ossilar(wiki.root, ['check'])).stderr, named);
+  for (const args of [['status'], ['plan'], ['show', 'alpha'], ['context', 'beta'], ['search', 'alpha']])
+    assert.equal((await ossilar(wiki.root, args)).code, 0, args[0]);
+  holder.signal('SIGCONT');
+  assert.deepEqual(await holder.ended, [0, null]);
+  assert.match(pageText(wiki.root, 'alpha'), /stopped/);
+  assert.equal((await saveInSession()).result.structuredContent.saved, true);
+  await assertSound(wiki);
+});
+
+test('a holder that is killed makes room for who waits', async (t) => {
+  const wiki = impatientWiki(t, 60);
+  const client = await lineClient(t, wiki, LATEST);
+  const holder = await stoppedSave(t, wiki);
+  const id = await startWaitingSave(client, { page_id: 'beta', content: pageAbout('beta') });
+  holder.signal('SIGKILL');
+  assert.equal((await client.reply(id)).result.structuredContent.saved, true);
+  await assertSound(wiki);
+});
+
+test('a child that kept the descriptor is no process to be named by what its parent wrote', async (t) => {
+  const wiki = impatientWiki(t);
+  const killed = await stoppedSave(t, wiki);
+  killed.signal('SIGKILL');
+  await killed.ended;
+  const holder = spawn('flock', [lockFile(wiki), '-c', 'sleep 600 >/dev/null & echo $!; wait'], {
+    stdio: ['ignore', 'pipe', 'ignore'],
+  });
+  const child = Number((await until(holder, holder.stdout, /^\d+$/))[0]);
+  t.after(() => existsSync(`/proc/${child}`) && process.kill(child, 'SIGKILL'));
+  holder.kill('SIGKILL');
+  await once(holder, 'exit');
+  const refused = await saveBeta(wiki);
+  assert.match(refused.stdout, /being written by another process; waited 1\.\d s; try again$/m);
+  process.kill(child, 'SIGKILL');
+  await assertSound(wiki);
+});
+
+const TAKEN_AWAY = [
+  ['removed', (file) => rmSync(file)],
+  ['moved', (file) => renameSync(file, `${file}.moved`)],
+  [
+    'replaced',
+    (file) => {
+      renameSync(file, `${file}.moved`);
+      writeFileSync(file, '');
+    },
+  ],
+];
+
+for (const [how, takeAway] of TAKEN_AWAY) {
+  test(`a lock file that is ${how} while it is held lets no second holder in`, async (t) => {
+    const wiki = impatientWiki(t);
+    const holder = await stoppedSave(t, wiki);
+    takeAway(lockFile(wiki));
+    const refused = await saveBeta(wiki);
+    assert.equal(refused.code, 1, refused.stdout);
+    assert.match(refused.stdout, /being written by another process/);
+    holder.signal('SIGCONT');
+    assert.deepEqual(await holder.ended, [0, null]);
+    assert.match(pageText(wiki.root, 'alpha'), /stopped/);
+    await assertSound(wiki);
+  });
+}
+
+// Sets the times of every file of the wiki and of the sources.
+function setTimes(root, when) {
+  for (const entry of readdirSync(root, { recursive: true, withFileTypes: true })) {
+    const path = join(entry.parentPath, entry.name);
+    if (!path.startsWith(join(root, '.git'))) lutimesSync(path, when, when);
+  }
+}
+
+// Another text of the same length under the same times.
+function swapText(file, from, to) {
+  const { atime, mtime } = statSync(file);
+  writeFileSync(file, readFileSync(file, 'utf8').replace(from, to));
+  utimesSync(file, atime, mtime);
+}
+
+async function stateOfAlpha(wiki) {
+  const { pages } = JSON.parse((await ossilar(wiki.root, ['--json', 'plan'])).stdout);
+  return pages.find((page) => page.page_id === 'alpha').state;
+}
+
+for (const when of ['1970-01-01T00:00:00Z', '2100-01-01T00:00:00Z']) {
+  test(`files of ${when.slice(0, 4)} are seen to change as others are`, async (t) => {
+    const wiki = impatientWiki(t);
+    const [source, page] = ['src/alpha.cpp', 'wiki/pages/alpha.md'].map((path) => join(wiki.root, path));
+    setTimes(wiki.root, new Date(when));
+    assert.equal(await stateOfAlpha(wiki), 'ok');
+    swapText(source, 'int alpha2', 'int Alpha2');
+    assert.equal(await stateOfAlpha(wiki), 'stale');
+    swapText(source, 'int Alpha2', 'int alpha2');
+    assert.equal(await stateOfAlpha(wiki), 'ok');
+    swapText(page, 'first', 'fjrst');
+    const { stdout } = await ossilar(wiki.root, ['--json', 'check']);
+    assert.deepEqual(
+      JSON.parse(stdout).findings.map((finding) => finding.kind),
+      ['newer-page'],
+    );
+    await assertSound(wiki);
+  });
+}
+
+// As a repair of a damaged database does, and somebody who begins anew.
+test('a save that waits while the database is taken away does not save into what was taken', async (t) => {
+  const wiki = impatientWiki(t, 60);
+  const database = join(wiki.root, '.ossilar/index.db');
+  const before = pageText(wiki.root, 'alpha');
+  const client = await lineClient(t, wiki, LATEST);
+  await client.call('wiki_status', {});
+  const release = await holdWriteLock(wiki);
+  const save = { page_id: 'alpha', content: pageAbout('alpha', 2, 'late') };
+  const id = await startWaitingSave(client, save);
+  for (const part of ['', '-wal', '-shm'].filter((each) => existsSync(database + each)))
+    renameSync(database + part, `${database}-old${part}`);
+  await release();
+  const reply = await client.reply(id);
+  assert.equal(reply.result.isError, true, JSON.stringify(reply));
+  assert.match(reply.result.content[0].text, /index\.db: .*it was moved or removed while it was open; try again/);
+  assert.equal(pageText(wiki.root, 'alpha'), before);
+  assert.equal((await client.call('save_page', save)).result.structuredContent.saved, true);
+  assert.match(pageText(wiki.root, 'alpha'), /late/);
+  await assertSound(wiki);
+});
