@@ -169,26 +169,23 @@ StandingPage WikiGenerator::standing_page(const std::string& page_id) {
   return page;
 }
 
-// The first look spares the work; the second, at the version that the draft says it was made from, is what
-// makes the condition exact.
+// This look spares the work of a draft that is to be refused; the one under the lock makes the condition
+// exact.
 std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::string& page_id,
                                                                   std::string content,
                                                                   const std::optional<std::string>& section,
                                                                   const std::optional<std::string>& title) {
   ConditionalSave* const save = ConditionalSave::current();
-  if (save == nullptr) return AgentSaveMixin::_draft_agent_page(page_id, std::move(content), section, title);
-  if (!planned_with(page_id)) return not_planned(page_id, planned()->plans);
-  for (;;) {
-    const StandingPage page = standing_page(page_id);
-    if (auto refusal = save->refusal(page_id, page, texts_)) return *std::move(refusal);
-    auto drafted = AgentSaveMixin::_draft_agent_page(page_id, content, section, title);
-    const auto* draft = std::get_if<_PageDraft>(&drafted);
-    if (draft == nullptr) return drafted;
-    if (draft->basis != page.basis) continue;
+  if (save != nullptr) {
+    if (!planned_with(page_id)) return not_planned(page_id, planned()->plans);
+    if (auto refusal = save->refusal(page_id, standing_page(page_id), texts_)) return *std::move(refusal);
+  }
+  auto drafted = AgentSaveMixin::_draft_agent_page(page_id, std::move(content), section, title);
+  if (const auto* draft = std::get_if<_PageDraft>(&drafted); save != nullptr && draft != nullptr) {
     texts_.put(draft->markdown);
     save->set_drafted(version_of(draft->markdown));
-    return drafted;
   }
+  return drafted;
 }
 
 Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,

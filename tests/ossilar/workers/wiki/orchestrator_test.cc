@@ -284,6 +284,17 @@ TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
   EXPECT_EQ(failures, 4) << "row, chunks, digests, stale marks; a failed state is only logged";
 }
 
+TEST(Host, AnAdoptionThatFailsGivesTheLockBack) {
+  const WikiRepo repo("[wiki]\nlock_timeout_s = 1\n");
+  repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  std::filesystem::remove(repo.dir / ".ossilar/index.db");
+  const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
+  const int fail_at = 1;
+  WatchedWiki faulty(repo, std::make_unique<FailingStore>(*real, fail_at));
+  EXPECT_THROW(faulty.wiki->adopt_pages(), store::StorageError);
+  EXPECT_TRUE(is_saved(faulty.wiki->save_agent_page("beta", WikiRepo::text_about("beta"))));
+}
+
 TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
   const WikiRepo repo;
   repo.dir.write("outside.txt", "precious\n");
