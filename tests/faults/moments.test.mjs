@@ -113,6 +113,24 @@ for (const nth of [1, 2, 3]) {
   });
 }
 
+// Else the draft of whoever is slower would be thrown away, again and again.
+test('who saves a page waits for who saves it already', async (t) => {
+  const save = (said) => ({ args: ['save', 'alpha'], input: pageAbout('alpha', 2, said) });
+  const drafting = { ...save('former'), call: 'flock', wanted: /turns/ };
+  const { root, resume } = await stopAfter(t, wikiWithAlpha(t), drafting);
+  const { args, input } = save('latter');
+  const latter = spawn('strace', tracing('openat', root, args), { stdio: ['pipe', 'ignore', 'pipe'] });
+  const ended = once(latter, 'close');
+  latter.stdin.end(input);
+  let said = '';
+  latter.stderr.on('data', (data) => (said += data));
+  while (latter.exitCode === null && !/turns\/.* EAGAIN/.test(said))
+    await Promise.race([once(latter.stderr, 'data'), ended]);
+  assert.equal((await resume()).code, 0);
+  assert.deepEqual(await ended, [0, null]);
+  assert.match(pageText(root, 'alpha'), /latter/);
+});
+
 test('a damaged database is set aside by who holds the lock', async (t) => {
   const wiki = wikiWithAlpha(t);
   const config = join(wiki.root, 'ossilar.toml');
