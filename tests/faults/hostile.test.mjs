@@ -139,6 +139,7 @@ const LINKS = [
   ['.ossilar/index.db', 'index.db'],
   ['.ossilar/index.db-wal', 'index.db'],
   ['.ossilar/write.lock', 'secret.md'],
+  ['.ossilar/write.lock', 'none.md'],
   ['.ossilar/turns', 'folder'],
   ['.ossilar/drafts', 'folder'],
   ['.ossilar/replaced', 'folder'],

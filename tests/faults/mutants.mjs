@@ -12,6 +12,7 @@ const STORE = 'store/sqlite_store.cc';
 const CONNECTION = 'store/connection.cc';
 const SAVE = 'workers/wiki/agent_save.cc';
 const HOST = 'workers/wiki/orchestrator.cc';
+const GUARDED = 'workers/wiki/guarded_save.cc';
 const CHECK = 'workers/wiki/wiki_check.cc';
 
 // What is taken away: its name, the file below src/ossilar, the text there and what takes its place, and the tests
@@ -94,28 +95,28 @@ const MUTANTS = [
   ],
   [
     'version that was asked for, first look',
-    HOST,
+    GUARDED,
     '    if (auto refusal = save->refusal(page_id, page, texts_)) return *std::move(refusal);\n',
     '',
     'host',
   ],
   [
     'version that was asked for, under the lock',
-    HOST,
+    GUARDED,
     '  if (save != nullptr && page.version() != save->wanted()) return',
     '  if (save != nullptr && page.version() == "") return',
     'host',
   ],
   [
     'version that a section goes into',
-    HOST,
+    GUARDED,
     '  if (spliced && page.version() != *splice->version) return std::nullopt;\n',
     '',
     'faults.moments',
   ],
   [
     'version that a section goes into, taken before its text',
-    HOST,
+    GUARDED,
     '  if (auto* splice = SplicedInto::current()) splice->version = standing_page(plan.page_id).version();\n' +
       '  return AgentSaveMixin::_with_section(plan, heading, text);\n',
     '  Answer spliced = AgentSaveMixin::_with_section(plan, heading, text);\n' +
@@ -125,7 +126,7 @@ const MUTANTS = [
   ],
   [
     'text that no row knows',
-    HOST,
+    GUARDED,
     '  const std::string kept = keep_replaced(page, draft);\n',
     '  const std::string kept = page.text ? "" : keep_replaced(page, draft);\n',
     'host',
@@ -244,7 +245,7 @@ const MUTANTS = [
   ],
   [
     'turns of those who save one page',
-    HOST,
+    GUARDED,
     '  const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));\n',
     '  static_cast<void>(kTurnPatience);\n',
     'faults.moments',

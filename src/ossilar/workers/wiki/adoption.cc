@@ -16,6 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const utils::Logger adoption_logger("ossilar.workers.wiki.adoption");
+
 fs::path file_of(const fs::path& pages, const std::string& page_id) { return pages / (page_id + ".md"); }
 
 template <class Value>
@@ -231,6 +233,54 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   fields.page_type = plan != nullptr ? planned.type : entry_value<std::string>(entry, "page_type", "topic");
   fields.citations = std::move(page.citations);
   return fields;
+}
+
+// ---- The host's entries.
+
+AdoptionReport WikiGenerator::adopt_pages() {
+  ManifestContent manifest = load_manifest(paths_.wiki);
+  AdoptionReport report;
+  with_write_lock([&] {
+    report = Adoption(*this, std::move(manifest)).run();
+    if (utils::is_regular_file(paths_.wiki / "index.md") &&
+        utils::is_regular_file(paths_.wiki / "manifest.json")) {
+      return;
+    }
+    _write_index_and_manifest({.git_commit = _git_commit(),
+                               .files_covered = _stored_files_covered(),
+                               .lint = _prior_lint_summary()});
+  });
+  return report;
+}
+
+void WikiGenerator::note_manifest() {
+  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
+  const std::lock_guard lock(state_mutex_);
+  seen_manifest_ = stamp;
+}
+
+AdoptionReport WikiGenerator::adopt_described() {
+  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
+  {
+    const std::lock_guard lock(state_mutex_);
+    if (stamp == seen_manifest_) return {};
+  }
+  AdoptionReport report;
+  try {
+    ManifestContent manifest = load_manifest(paths_.wiki);
+    if (!pages_to_adopt(manifest, stored_pages(), paths_.pages).empty()) {
+      with_write_lock([&] { report = Adoption(*this, std::move(manifest)).run_described(); });
+    }
+  } catch (const store::StorageError&) {
+    throw;
+  } catch (const _WikiBusy&) {
+    throw;
+  } catch (const utils::Error& error) {
+    adoption_logger.warning("no page is taken over from the manifest", error);
+  }
+  const std::lock_guard lock(state_mutex_);
+  seen_manifest_ = stamp;
+  return report;
 }
 
 }  // namespace ossilar::workers::wiki
