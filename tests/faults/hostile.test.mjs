@@ -137,6 +137,7 @@ const LINKS = [
   ['wiki/manifest.json', 'secret.json'],
   ['.ossilar', 'folder'],
   ['.ossilar/index.db', 'index.db'],
+  ['.ossilar/index.db', 'none.db'],
   ['.ossilar/index.db-wal', 'index.db'],
   ['.ossilar/write.lock', 'secret.md'],
   ['.ossilar/write.lock', 'none.md'],
