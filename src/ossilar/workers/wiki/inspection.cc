@@ -131,8 +131,8 @@ void Inspection::inspect_folder() {
   for (const fs::directory_entry& entry : entries) inspect_entry(entry);
 }
 
-void Inspection::add_unusable(const fs::path& file, const std::string& message) {
-  add({Fault::page_file, relative(file), "", message, "put a regular file in its place, or remove it",
+void Inspection::add_unusable(const fs::path& file, const std::string& page_id, const std::string& message) {
+  add({Fault::page_file, relative(file), page_id, message, "put a regular file in its place, or remove it",
        false});
 }
 
@@ -145,9 +145,9 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   if (type == fs::file_type::directory && !(is_page && is_known)) return;
   if (is_page) seen_.insert(page_id);
   if (type == fs::file_type::symlink)
-    return add_unusable(file, "is a symbolic link, which ossilar does not follow");
+    return add_unusable(file, page_id, "is a symbolic link, which ossilar does not follow");
   if (!is_page) return;
-  if (type != fs::file_type::regular) return add_unusable(file, "is no regular file");
+  if (type != fs::file_type::regular) return add_unusable(file, page_id, "is no regular file");
   inspect_page(file, page_id);
 }
 
@@ -286,10 +286,8 @@ void Inspection::inspect_digests() {
 // Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
   inspect_list(Fault::index, "index.md", wiki_.renderer_.index(rows_, planned_->plans));
-  if (!manifest_failure_.empty() && manifest_text_) {
-    return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
-                "cannot be read: " + manifest_failure_, kMakesItAgain, true});
-  }
+  if (!manifest_failure_.empty() && manifest_text_)
+    return add_list(Fault::manifest, "manifest.json", "cannot be read: " + manifest_failure_);
   inspect_list(Fault::manifest, "manifest.json",
                wiki_.renderer_.manifest(rows_, {.git_commit = manifest_.commit,
                                                 .files_covered = wiki_._stored_files_covered(),
@@ -307,8 +305,18 @@ void Inspection::inspect_list(Fault fault, const char* name, const std::string& 
   if (type == fs::file_type::regular)
     text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths_.wiki, file));
   if (text == expected) return;
-  add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
-       kMakesItAgain, true});
+  add_list(fault, name, !text ? "is missing" : "does not list the pages as they are stored");
+}
+
+// Made from the rows, the lists would lose what they alone know of a page whose file has to be mended first.
+void Inspection::add_list(Fault fault, const char* name, const std::string& message) {
+  const auto first = std::find_if(findings_.begin(), findings_.end(), [this](const Finding& finding) {
+    return finding.fault == Fault::page_file && rows_.find(finding.page_id) == nullptr &&
+           manifest_.pages.count(finding.page_id) > 0;
+  });
+  const bool waits = first != findings_.end();
+  add({fault, relative(wiki_.paths_.wiki / name), "", message,
+       waits ? "mend " + first->subject + ", then run ossilar check --fix" : kMakesItAgain, !waits});
 }
 
 StringSet Inspection::leftover_files() const {

@@ -45,7 +45,9 @@ class Inspection {
   std::string relative(const std::filesystem::path& path) const;
   std::string page_path(const std::string& page_id) const;
   void add(Finding finding) { findings_.push_back(std::move(finding)); }
-  void add_unusable(const std::filesystem::path& file, const std::string& message);
+  void add_unusable(const std::filesystem::path& file, const std::string& page_id,
+                    const std::string& message);
+  void add_list(Fault fault, const char* name, const std::string& message);
 
   WikiGenerator& wiki_;
   std::shared_ptr<const PlannedWiki> planned_;

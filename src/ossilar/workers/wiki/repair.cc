@@ -9,6 +9,15 @@
 
 namespace ossilar::workers::wiki {
 
+namespace {
+
+// Index and manifest are written together, or neither.
+bool keeps_lists(const Finding& finding) {
+  return !finding.fixable && (finding.fault == Fault::index || finding.fault == Fault::manifest);
+}
+
+}  // namespace
+
 Repair::Repair(WikiGenerator& wiki, const ManifestContent& manifest)
     : wiki_(wiki), lint_(manifest.lint), adoption_(wiki, manifest) {}
 
@@ -21,19 +30,9 @@ void Repair::run(const std::vector<Finding>& findings) {
   if (!fixable) return;
   adoption_.store_digests();
   wiki_._reread_existing();
-  if (std::any_of(findings.begin(), findings.end(),
-                  [this](const Finding& finding) { return keeps_lists(finding); }))
-    return;
+  if (std::any_of(findings.begin(), findings.end(), keeps_lists)) return;
   wiki_._write_index_and_manifest(
       {.git_commit = wiki_._git_commit(), .files_covered = wiki_._stored_files_covered(), .lint = lint_});
-}
-
-// Whether index and manifest cannot be written, or would lose what they alone know of a page whose file has
-// to be mended first.
-bool Repair::keeps_lists(const Finding& finding) const {
-  if (finding.fixable) return false;
-  if (finding.fault == Fault::index || finding.fault == Fault::manifest) return true;
-  return finding.fault == Fault::page_file && wiki_._existing().find(finding.page_id) == nullptr;
 }
 
 // What is not here is set right for the whole wiki at the end of run().

@@ -20,7 +20,6 @@ class Repair {
 
  private:
   void mend(const Finding& finding);
-  bool keeps_lists(const Finding& finding) const;
   void take_over(const std::string& page_id);
   void chunk_again(const std::string& page_id);
   void settle_digest(const std::string& page_id);

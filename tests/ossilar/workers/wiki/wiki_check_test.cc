@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <set>
 
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/utils/text.h"
@@ -22,7 +23,7 @@ using ::testing::HasSubstr;
 
 // The pages alpha and beta, saved, and nothing open.
 struct World {
-  World() {
+  explicit World(const std::string& more_config = "") : repo(more_config) {
     const auto wiki = repo.open();
     wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
     wiki->save_agent_page("beta", WikiRepo::text_about("beta"));
@@ -93,6 +94,13 @@ const Case kCases[] = {
     {"marks of a merge",
      [](const World& world) { world.append("wiki/pages/beta.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n"); },
      "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
+    {"a page that only the manifest knows, and that is to be mended first",
+     [](const World& world) {
+       world.append("wiki/pages/beta.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n");
+       fs::remove(world.repo.dir / ".ossilar/index.db");
+     },
+     "page-file wiki/pages/beta.md\nindex wiki/index.md\nmanifest wiki/manifest.json",
+     "page-file wiki/pages/beta.md\nindex wiki/index.md\nmanifest wiki/manifest.json"},
     {"a page that lost its text", [](const World& world) { world.put("wiki/pages/beta.md", ""); },
      "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
     {"a folder in a page's place",
@@ -206,6 +214,43 @@ TEST(WikiCheck, NamesWhatIsWrongAndSetsRightWhatNeedsNoAuthor) {
       continue;
     EXPECT_TRUE(world.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
   }
+}
+
+std::set<std::string> kinds(const std::vector<Finding>& findings) {
+  std::set<std::string> kinds;
+  for (const Finding& finding : findings) kinds.insert(fault_name(finding.fault));
+  return kinds;
+}
+
+TEST(WikiCheck, NamesEveryKindOfFaultSideBySide) {
+  const World world(
+      "[[page]]\nid = \"gamma\"\nsources = [\"src/beta.cpp\"]\n"
+      "[[page]]\nid = \"delta\"\nsources = [\"src/beta.cpp\"]\n");
+  for (const char* page : {"gamma", "delta"})
+    world.repo.open()->save_agent_page(page, WikiRepo::text_about("beta"));
+  world.replace("wiki/pages/alpha.md", "First.", "F [src/alpha.cpp:L99].");
+  world.replace("wiki/pages/delta.md", "First.", "F [src/beta.cpp:L7].");
+  fs::remove(world.repo.dir / "wiki/pages/beta.md");
+  world.put("wiki/pages/overview.md", "# All\n\nOf it.\n");
+  world.put("wiki/pages/merged.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n");
+  world.sql(
+      "DELETE FROM chunks WHERE position = 1 AND page_key = (SELECT page_key FROM pages WHERE page_id = "
+      "'gamma');"
+      "DELETE FROM words WHERE rowid = (SELECT page_key << 20 | 1 FROM pages WHERE page_id = 'gamma');"
+      "INSERT INTO digests VALUES ('default', 'gone', '{}', 99)");
+  world.append("wiki/index.md", "- more\n");
+  fs::remove(world.repo.dir / "wiki/manifest.json");
+  world.put("wiki/pages/.ossilar-0123456789abcdef.tmp", "half");
+  fs::remove(world.repo.dir / ".ossilar/.gitignore");
+  world.put("src/beta.cpp", WikiRepo::ten_lines("new"));
+  const std::set<std::string> author{"citations", "page-file", "stale"};
+  const std::set<std::string> repaired{"chunks",   "digest",   "edited-page", "file-without-row", "index",
+                                       "leftover", "manifest", "newer-page",  "row-without-file", "setup"};
+  std::set<std::string> all = author;
+  all.insert(repaired.begin(), repaired.end());
+  EXPECT_EQ(kinds(world.check().findings), all);
+  EXPECT_EQ(kinds(world.check(true).fixed), repaired);
+  EXPECT_EQ(kinds(world.check().findings), author);
 }
 
 TEST(WikiCheck, MakesTheDatabaseAnewFromTheWikisFilesAlone) {
