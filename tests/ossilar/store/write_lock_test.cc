@@ -87,11 +87,12 @@ TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    WriteLock childs(options(std::chrono::minutes(5)));
+    WriteLock childs(options(std::chrono::seconds(30)));
     childs.acquire(true);
     if (write(pipe_ends[1], "x", 1) != 1) _exit(1);
     for (;;) pause();
   }
+  close(pipe_ends[1]);  // so that a child that ends is no wait for ever
   lock.release();
   char held = 0;
   ASSERT_EQ(read(pipe_ends[0], &held, 1), 1);
@@ -100,7 +101,7 @@ TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   kill(child, SIGKILL);
   ASSERT_EQ(waitpid(child, nullptr, 0), child);
   EXPECT_EQ(busy_message(other, false), "");
-  for (const int end : pipe_ends) close(end);
+  close(pipe_ends[0]);
 }
 
 TEST_F(WriteLockTest, FailureToOpenLeavesItUsable) {
