@@ -40,7 +40,9 @@ async function isStored(root, text, mayBeLeft) {
   return findings?.every((finding) => mayBeLeft.includes(finding.kind));
 }
 
-const namesWhatFailed = (stderr) =>
+// A repair that could not look somewhere may name what it found there as left.
+const namesWhatFailed = ({ code, stdout, stderr }) =>
+  (code === 1 && /^\d+ findings?;/m.test(stdout)) ||
   stderr.split('\n').some((line) => /^ossilar|error while loading/.test(line) && /\/|standard output/.test(line));
 
 // Nothing can be said where nothing can be written.
@@ -51,7 +53,7 @@ async function faultsOf(root, result, point, { what, before, after, mayBeLeft = 
   const where = `${what}, ${point.call}:${point.injection}`;
   const said = `${where}: exit ${result.code}\n${result.stdout}${result.stderr}`;
   if (result.code === 0) return (await isStored(root, after, mayBeLeft)) ? {} : { lie: said };
-  if (!namesWhatFailed(result.stderr) && !isSpeechless(point)) return { unnamed: said };
+  if (!namesWhatFailed(result) && !isSpeechless(point)) return { unnamed: said };
   const text = pageText(root, 'alpha');
   if (text !== before && text !== after && after !== undefined) return { bad: `${said}\n${text}` };
   const fixed = await ossilar(root, after === undefined ? ['init'] : ['check', '--fix']);
