@@ -12,9 +12,8 @@ namespace {
 // one, the system says so by this signal and by no failed call.
 extern "C" void end_without_disk(int /*signal*/) {
   constexpr std::string_view kMessage =
-      "ossilar: the disk is full, or it failed, under a file that is in memory (.ossilar/index.db-shm); free "
-      "some "
-      "space and try again\n";
+      "ossilar: the disk is full, or it failed, under a file that is in memory (.ossilar/index.db-shm);"
+      " free some space and try again\n";
   const ssize_t ignored = write(STDERR_FILENO, kMessage.data(), kMessage.size());
   static_cast<void>(ignored);
   _exit(ossilar::cli::kFailed);
