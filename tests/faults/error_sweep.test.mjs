@@ -42,7 +42,7 @@ async function isStored(root, text, mayBeLeft) {
 
 // A repair that could not look somewhere may name what it found there as left.
 const namesWhatFailed = ({ code, stdout, stderr }) =>
-  (code === 1 && /^\d+ findings?;/m.test(stdout)) ||
+  (code === 1 && /^\d+ findings?\b/m.test(stdout)) ||
   stderr.split('\n').some((line) => /^ossilar|error while loading/.test(line) && /\/|standard output/.test(line));
 
 // Nothing can be said where nothing can be written.
