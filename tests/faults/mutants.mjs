@@ -96,7 +96,7 @@ const MUTANTS = [
   [
     'version that was asked for, first look',
     GUARDED,
-    '    if (auto refusal = save->refusal(page_id, page, texts_)) return *std::move(refusal);\n',
+    '    if (auto refusal = save->refusal(page_id, standing_page(page_id), texts_)) return *std::move(refusal);\n',
     '',
     'host',
   ],
@@ -227,7 +227,7 @@ const MUTANTS = [
     STORE,
     'TransactionBehavior::IMMEDIATE',
     'TransactionBehavior::DEFERRED',
-    'store|faults.races',
+    'store',
   ],
   [
     'patience with another that writes the database',

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <latch>
 #include <limits>
 #include <thread>
 #include <vector>
@@ -136,6 +137,24 @@ TEST_F(StoreTest, WritersThatShareAStoreOrOpenOneNewFileLoseNothingAndReadTheirO
   EXPECT_EQ(unseen, 0);
   EXPECT_EQ(open_sqlite_store(fresh)->get_wiki_pages("main").size(), kWriters * 4);
   EXPECT_EQ(store.get_wiki_pages("main").size(), kWriters * 4);
+}
+
+// SQLite refuses to write upon what was read before another's commit, and waits for nothing then.
+TEST_F(StoreTest, AWriteThatReadsFirstComesAfterAnothersCommit) {
+  const std::int64_t key = store.upsert_wiki_page("main", "p", "P", {});
+  Connection other(file, SQLite::OPEN_READWRITE);
+  for (int round = 0; round < 20; ++round) {
+    std::latch begun(1);
+    other.database().exec("BEGIN IMMEDIATE");
+    std::thread writer([&] {
+      begun.count_down();
+      EXPECT_EQ(refusal([&] { store.store_chunks(key, {chunk(0, "x")}, {}); }), "");
+    });
+    begun.wait();
+    for (int i = 0; i < 1000; ++i) other.database().exec("UPDATE counter SET revision = revision + 1");
+    other.database().exec("COMMIT");
+    writer.join();
+  }
 }
 
 class PassagesTest : public StoreTest {
