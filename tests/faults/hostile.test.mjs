@@ -160,6 +160,19 @@ for (const [path, target] of LINKS) {
   });
 }
 
+test('a kernel that cannot be told to stay below a folder', async (t) => {
+  const { wiki, outside } = world(t);
+  symlinkSync(outside, join(wiki.root, 'wiki/pages/topics'));
+  for (const error of ['ENOSYS', 'EPERM']) {
+    const inject = ['-f', '-o', join(wiki.root, '.git/calls'), '-e', `inject=openat2:error=${error}`];
+    const show = (id) => run('strace', [...inject, program, '--repo', wiki.root, 'show', id]);
+    const { code, stdout } = await show('topics/secret');
+    assert.notEqual(code, 0);
+    assert.ok(!stdout.includes(SECRET));
+    assert.equal((await show('alpha')).code, 0);
+  }
+});
+
 const PIPES = [
   'wiki/pages/alpha.md',
   'wiki/index.md',

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
 #include "ossilar/workers/wiki/wiki_check.h"
@@ -20,8 +22,15 @@ Map document_of(const std::vector<Finding>& findings) {
   return list;
 }
 
+// A file's name may hold a line feed.
+std::string in_one_line(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
 std::string what_is_wrong(const Finding& finding, Output& output) {
-  return output.styled(Style::bold, finding.subject) + ": " + output.styled(Style::plain, finding.message);
+  return output.styled(Style::bold, in_one_line(finding.subject)) + ": " +
+         output.styled(Style::plain, in_one_line(finding.message));
 }
 
 std::string counted(std::size_t count, const std::string& what) {
@@ -34,16 +43,16 @@ void print_report(const CheckReport& report, Output& output) {
   std::size_t fixable = 0;
   for (const Finding& finding : report.findings) {
     output.line(output.styled(Style::warn, workers::wiki::fault_name(finding.fault)) + "  " +
-                what_is_wrong(finding, output) + "; " + output.styled(Style::plain, finding.advice));
+                what_is_wrong(finding, output) + "; " +
+                output.styled(Style::plain, in_one_line(finding.advice)));
     if (finding.fixable) ++fixable;
   }
   if (report.findings.empty()) {
     output.line(output.styled(Style::good, "ok") + "  " + counted(report.pages, "page") + ", nothing wrong");
     return;
   }
-  output.line(
-      counted(report.findings.size(), "finding") +
-      (fixable > 0 ? "; ossilar check --fix sets " + std::to_string(fixable) + " of them right" : ""));
+  output.line(counted(report.findings.size(), "finding") +
+              (fixable > 0 ? "; ossilar check --fix repairs " + std::to_string(fixable) : ""));
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   require_utf8_argument(request.query, "QUERY");
   require_utf8_argument(request.path, "--path");
   const auto wiki = open_at(place, "search");
+  wiki->adopt_described(false);
   reembed_with_progress(*wiki);
   const auto found = wiki->search(request);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);

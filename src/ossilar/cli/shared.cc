@@ -52,7 +52,7 @@ void prepare_with_progress(workers::wiki::WikiGenerator& wiki) {
 
 void bring_up_to_date(workers::wiki::WikiGenerator& wiki) {
   prepare_with_progress(wiki);
-  if (const auto report = wiki.adopt_described(); report.adopted > 0) {
+  if (const auto report = wiki.adopt_described(false); report.adopted > 0) {
     Output::diagnostic("took over " + std::to_string(report.adopted) +
                        " page(s) that came with the wiki's manifest");
   }

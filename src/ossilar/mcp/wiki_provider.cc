@@ -41,7 +41,7 @@ std::string database_of(const std::filesystem::path& root) {
 // call tries again.
 std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::get() {
   auto wiki = current();
-  wiki->adopt_described();
+  wiki->adopt_described(false);
   return wiki;
 }
 

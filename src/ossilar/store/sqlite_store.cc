@@ -3,6 +3,7 @@
 #include <SQLiteCpp/Transaction.h>
 
 #include <algorithm>
+#include <array>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -48,10 +49,20 @@ constexpr const char* kUnindexed = "SELECT (SELECT count(*) FROM chunks) - (SELE
 constexpr const char* kTables =
     "SELECT format('SELECT * FROM \"%w\"', name) FROM sqlite_schema"
     " WHERE type = 'table' AND name NOT LIKE 'words%'";
-constexpr const char* kNoJson =
-    "SELECT page_id FROM pages WHERE NOT (json_valid(source_files) AND json_valid(source_hashes)"
-    " AND json_valid(symbols) AND json_valid(related_pages) AND json_valid(citations))"
-    " UNION ALL SELECT page_id FROM digests WHERE digest IS NOT NULL AND NOT json_valid(digest)";
+constexpr const char* kCutVectors =
+    "SELECT hash FROM vectors WHERE length(vector) = 0 OR length(vector) % 4 != 0";
+
+// JSON by where it is stored.
+struct Shape {
+  const char* table;
+  const char* text;
+  const char* type;
+};
+constexpr std::array kShapes{
+    Shape{"pages", "source_files", "array"}, Shape{"pages", "source_hashes", "object"},
+    Shape{"pages", "symbols", "array"},      Shape{"pages", "related_pages", "array"},
+    Shape{"pages", "citations", "array"},    Shape{"pages", "nullif(build_cache, '')", "object"},
+    Shape{"chunks", "citations", "array"},   Shape{"digests", "digest", "object"}};
 
 std::int64_t next_revision(Connection& connection) {
   Query query(connection, kNextRevision);
@@ -82,6 +93,15 @@ void require_texts(Connection& connection, const std::string& all_rows) {
   }
 }
 
+bool holds_shape(Connection& connection, const Shape& shape) {
+  const std::string text = shape.text;
+  SQLite::Statement others(connection.database(), std::string("SELECT 1 FROM ") + shape.table + " WHERE " +
+                                                      text + " IS NOT NULL AND iif(json_valid(" + text +
+                                                      "), json_type(" + text + ") != ?1, TRUE)");
+  others.bind(1, shape.type);
+  return !others.executeStep();
+}
+
 std::optional<std::string> first_damage(Connection& connection) {
   Query structure(connection, kStructure);
   if (structure.next() && structure.text(0) != "ok") return structure.text(0);
@@ -94,8 +114,11 @@ std::optional<std::string> first_damage(Connection& connection) {
   if (words.next() && words.number(0) != 0) return "the words do not belong to the chunks";
   Query tables(connection, kTables);
   while (tables.next()) require_texts(connection, tables.text(0));
-  Query broken(connection, kNoJson);
-  if (broken.next()) return "what is stored of the page " + broken.text(0) + " cannot be read";
+  Query cut(connection, kCutVectors);
+  if (cut.next()) return "the vector of the passage " + cut.text(0) + " is cut off";
+  for (const Shape& shape : kShapes)
+    if (!holds_shape(connection, shape))
+      return std::string("what is stored in ") + shape.table + " cannot be read";
   return std::nullopt;
 }
 
@@ -321,7 +344,6 @@ class SqliteStore final : public WikiStore {
     return write_locked(attempt, work);
   }
 
-  //
   // A commit that fails may have reached the file: who opens it next may find it made.
   template <class Work>
   Result<Work> write_locked(const std::string& attempt, Work work) {

@@ -69,8 +69,9 @@ constexpr std::size_t kTemporaryDigits = 16;
 
 bool is_temporary_name(std::string_view name) {
   return name.size() == kTemporaryStart.size() + kTemporaryDigits + kTemporaryEnd.size() &&
-         name.substr(0, kTemporaryStart.size()) == kTemporaryStart &&
-         name.substr(name.size() - kTemporaryEnd.size()) == kTemporaryEnd;
+         name.starts_with(kTemporaryStart) && name.ends_with(kTemporaryEnd) &&
+         name.substr(kTemporaryStart.size(), kTemporaryDigits).find_first_not_of("0123456789abcdef") ==
+             name.npos;
 }
 
 bool has_name(int fd) {
@@ -94,7 +95,9 @@ void for_each_leftover(const std::filesystem::path& path, Each each) {
     const UniqueFd file(retry_interrupted([&] {
       return openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     }));
-    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), name);
+    struct stat info {};
+    if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) continue;
+    if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), name);
   }
 }
 
@@ -191,18 +194,30 @@ class TemporaryFile {
   bool placed_ = false;
 };
 
+constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+
+// Opens a file below `directory` for reading, along no link at all.
+int open_along_no_link(int directory, const std::filesystem::path& below) {
+  UniqueFd step;
+  for (const auto& part : below.parent_path()) {
+    const int from = step ? step.get() : directory;
+    step = UniqueFd(openat(from, part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!step) return -1;
+  }
+  return openat(step ? step.get() : directory, below.filename().c_str(), kReadFlags | O_NOFOLLOW);
+}
+
 // Opens a file for reading without leaving `directory`, see openat2(2). A kernel without that call, or a
-// sandbox that forbids it, follows no link at all.
+// sandbox that forbids it, follows no link.
 int open_beneath(int directory, const std::string& name) {
-  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
   open_how how{};
-  how.flags = kFlags;
+  how.flags = kReadFlags;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
   for (;;) {
     const auto fd = static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
     if (fd >= 0 || (errno != EINTR && errno != EAGAIN)) {
       const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
-      return is_unknown ? openat(directory, name.c_str(), kFlags | O_NOFOLLOW) : fd;
+      return is_unknown ? open_along_no_link(directory, name) : fd;
     }
   }
 }

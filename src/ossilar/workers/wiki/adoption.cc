@@ -40,9 +40,10 @@ std::string adopted_title(const std::string& text, const PagePlan* plan, const M
   return !known.empty() && utils::plain_inline(known) == heading ? known : heading;
 }
 
-// A title that is not the planned one is somebody's choice and is to stay.
-std::string chosen_title(const std::string& title, const PagePlan* plan, const Map* entry) {
-  if (plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(title)) {
+// A title that is not the planned one is somebody's choice and is to stay, unless the manifest tells of this
+// text that it is not: then the plan had it, and has another now.
+std::string chosen_title(const std::string& title, const PagePlan* plan, const Map* entry, bool described) {
+  if (described || plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(title)) {
     return entry_value<std::string>(entry, AGENT_TITLE_KEY, "");
   }
   return title;
@@ -91,18 +92,36 @@ std::vector<fs::path> page_files(const fs::path& pages) {
   return files;
 }
 
-std::vector<std::string> pages_to_adopt(const ManifestContent& manifest, const store::StoredRows& rows,
-                                        const fs::path& pages) {
-  std::vector<std::string> wanted;
+Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const fs::path& pages) {
+  Arrivals arrivals;
   for (const auto& [page_id, entry] : manifest.pages) {
     const std::string hash = utils::string_member(entry, "content_hash");
     const Map* row = rows.find(page_id);
     if (row != nullptr && utils::string_member(*row, "content_hash") == hash) continue;
     const fs::path file = file_of(pages, page_id);
-    if (utils::is_regular_file(file) && _text_hash(utils::read_text_file_within(pages, file)) == hash)
-      wanted.push_back(page_id);
+    const utils::FileStamp stamp = utils::stamp_of(file);
+    try {
+      if (utils::is_regular_file(file) && _text_hash(utils::read_text_file_within(pages, file)) == hash) {
+        arrivals.whole.push_back(page_id);
+        continue;
+      }
+    } catch (const utils::Error& error) {
+      adoption_logger.warning("a page is not taken over", error);
+    }
+    arrivals.awaited.emplace(file, stamp);
   }
-  return wanted;
+  return arrivals;
+}
+
+std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, const store::StoredRows& rows,
+                                           const fs::path& pages) {
+  std::map<std::string, Map> waiting;
+  for (const auto& [page_id, entry] : manifest.pages) {
+    std::error_code error;
+    if (rows.find(page_id) == nullptr && fs::exists(fs::symlink_status(file_of(pages, page_id), error)))
+      waiting.insert_or_assign(page_id, entry);
+  }
+  return waiting;
 }
 
 Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest)
@@ -123,7 +142,7 @@ AdoptionReport Adoption::run() {
 }
 
 AdoptionReport Adoption::run_described() {
-  for (const std::string& page_id : pages_to_adopt(manifest_, wiki_._existing(), wiki_.pages_dir())) {
+  for (const std::string& page_id : arrivals_of(manifest_, wiki_._existing(), wiki_.pages_dir()).whole) {
     adopt_text(page_id, utils::read_text_file_within(wiki_.pages_dir(), file_of(wiki_.pages_dir(), page_id)));
     ++report_.adopted;
   }
@@ -181,6 +200,7 @@ void Adoption::adopt_text(const std::string& page_id, const std::string& text) {
   const std::int64_t key = described
                                ? wiki_.store_->upsert_wiki_page(wiki_.branch(), page_id, title, fields)
                                : wiki_.store_->upsert_keeping_mark(wiki_.branch(), page_id, title, fields);
+  if (described) arrived_.insert(page_id);
   const ChunkScope scope = wiki_._chunk_scope(page_id);
   wiki_._store_chunks(key, page_id, wiki_._chunk_and_embed(searchable_text(text), citations, scope.elsewhere),
                       scope.shared);
@@ -196,13 +216,13 @@ void Adoption::settle_digest(const std::string& page_id, const std::string& text
   const Authored authored = split_authored(text, "");
   const auto citations =
       page_links(brackets_of(page_id, authored.text()), page_id, wiki_.config_.dir).citations;
+  if (changed_here || wiki_._page_digests().find(page_id) != nullptr) changed_.insert(page_id);
   wiki_._set_page_digest(page_id, _page_digest(titled, authored.body, citations));
-  if (changed_here) changed_here_.insert(page_id);
 }
 
 void Adoption::store_digests() {
-  wiki_.persist_digests(planned_->plans,
-                        [this](const std::string& page_id) { return changed_here_.count(page_id) > 0; });
+  wiki_.persist_digests(
+      planned_->plans, [this](const std::string& page_id) { return changed_.count(page_id) > 0; }, arrived_);
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
@@ -229,7 +249,7 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   fields.summary = entry_value(entry, "summary", planned.description);
   fields.build_cache =
       utils::json_text(adopted_cache(page, wiki_._section_cache(page.authored.body, page.citations),
-                                     chosen_title(title, plan, entry), entry));
+                                     chosen_title(title, plan, entry, is_described(page_id, text)), entry));
   fields.page_type = plan != nullptr ? planned.type : entry_value<std::string>(entry, "page_type", "topic");
   fields.citations = std::move(page.citations);
   return fields;
@@ -253,33 +273,34 @@ AdoptionReport WikiGenerator::adopt_pages() {
   return report;
 }
 
-void WikiGenerator::note_manifest() {
-  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
+bool WikiGenerator::has_news(const utils::FileStamp& manifest) const {
   const std::lock_guard lock(state_mutex_);
-  seen_manifest_ = stamp;
+  return manifest != seen_.manifest ||
+         std::any_of(seen_.awaited.begin(), seen_.awaited.end(),
+                     [](const auto& each) { return utils::stamp_of(each.first) != each.second; });
 }
 
-AdoptionReport WikiGenerator::adopt_described() {
+AdoptionReport WikiGenerator::adopt_described(bool wait) {
   const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
-  {
-    const std::lock_guard lock(state_mutex_);
-    if (stamp == seen_manifest_) return {};
-  }
+  if (!has_news(stamp)) return {};
   AdoptionReport report;
+  Arrivals arrivals;
   try {
     ManifestContent manifest = load_manifest(paths_.wiki);
-    if (!pages_to_adopt(manifest, stored_pages(), paths_.pages).empty()) {
-      with_write_lock([&] { report = Adoption(*this, std::move(manifest)).run_described(); });
+    arrivals = arrivals_of(manifest, stored_pages(), paths_.pages);
+    if (!arrivals.whole.empty()) {
+      with_write_lock([&] { report = Adoption(*this, std::move(manifest)).run_described(); }, wait);
     }
   } catch (const store::StorageError&) {
     throw;
   } catch (const _WikiBusy&) {
-    throw;
+    if (wait) throw;
+    return {};
   } catch (const utils::Error& error) {
     adoption_logger.warning("no page is taken over from the manifest", error);
   }
   const std::lock_guard lock(state_mutex_);
-  seen_manifest_ = stamp;
+  seen_ = {.manifest = stamp, .awaited = std::move(arrivals.awaited)};
   return report;
 }
 

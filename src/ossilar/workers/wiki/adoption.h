@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/manifest.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 
@@ -21,7 +22,7 @@ class Adoption {
   // Adopts every page file that has no row.
   AdoptionReport run();
 
-  // Adopts the pages_to_adopt() of the manifest.
+  // Adopts the pages that arrived whole with the manifest.
   AdoptionReport run_described();
 
   // Makes row and chunks those of `text`, the page file's. What it does not say is taken from the manifest's
@@ -29,8 +30,8 @@ class Adoption {
   // for store_digests().
   void adopt_text(const std::string& page_id, const std::string& text);
 
-  // The page's digest by its text; it waits for store_digests(). A text that was `changed_here`, and did not
-  // come whole from where the pages above it were written for it, makes those stale.
+  // The page's digest by its text; it waits for store_digests(). A text that was `changed_here`, or takes the
+  // place of another, makes the pages above it stale, but for those that arrive whole with it.
   void settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
                      bool changed_here);
 
@@ -49,21 +50,32 @@ class Adoption {
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const std::string& title,
                               const Map* entry, FinalizedPage page);
 
-  WikiGenerator& wiki_;
   Brackets brackets_of(const std::string& page_id, const std::string& authored) const;
 
+  WikiGenerator& wiki_;
   const ManifestContent manifest_;
   std::shared_ptr<const PlannedWiki> planned_;
-  StringSet changed_here_;
+  StringSet changed_;
+  StringSet arrived_;
   AdoptionReport report_;
 };
 
 // The manifest of the wiki at `wiki_dir`; empty when there is none.
 ManifestContent load_manifest(const std::filesystem::path& wiki_dir);
 
-// The pages whose file under `pages` is what the manifest describes, and whose row is not.
-std::vector<std::string> pages_to_adopt(const ManifestContent& manifest, const store::StoredRows& rows,
-                                        const std::filesystem::path& pages);
+// What a manifest tells of pages beyond their rows.
+struct Arrivals {
+  std::vector<std::string> whole;  // whose file is what the manifest describes
+  // Files that are something else: of a checkout that is still at work, perhaps.
+  std::map<std::filesystem::path, utils::FileStamp> awaited;
+};
+Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows,
+                     const std::filesystem::path& pages);
+
+// The entries of pages that have no row and something in their file's place, by page id: nothing else knows
+// what they say.
+std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, const store::StoredRows& rows,
+                                           const std::filesystem::path& pages);
 
 // The Markdown files under `pages`, in order; symbolic links are left out.
 std::vector<std::filesystem::path> page_files(const std::filesystem::path& pages);

@@ -16,7 +16,7 @@ namespace {
 // Some hundred saves of a page can go before within this time.
 constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 
-const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
+const utils::Logger save_logger("ossilar.workers.wiki.guarded_save");
 
 }  // namespace
 
@@ -37,7 +37,7 @@ SaveOutcome WikiGenerator::save_page(const SaveRequest& request) {
     try {
       return drafts_.keep(request.page_id, request.content);
     } catch (const std::exception& error) {  // why it was not saved is what the author must hear of
-      host_logger.warning("a refused text could not be kept", error);
+      save_logger.warning("a refused text could not be kept", error);
       return "";
     }
   };

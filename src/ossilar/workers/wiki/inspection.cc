@@ -144,6 +144,7 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   const bool is_known = planned_->plans.find(page_id) != nullptr || rows_.find(page_id) != nullptr;
   if (type == fs::file_type::directory && !(is_page && is_known)) return;
   if (is_page) seen_.insert(page_id);
+  if (type == fs::file_type::symlink && !is_page) blocked_.push_back(file);
   if (type == fs::file_type::symlink)
     return add_unusable(file, page_id, "is a symbolic link, which ossilar does not follow");
   if (!is_page) return;
@@ -155,12 +156,18 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
   std::string text;
   try {
     text = utils::read_text_file_within(wiki_.paths_.pages, file);
+  } catch (const utils::IoError& error) {
+    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
+                "make the file readable, then run ossilar check", false});
   } catch (const utils::Error& error) {
-    return add({Fault::page_file, relative(file), page_id, error.what(),
+    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
                 "mend the file, or save the page again", false});
   }
   const Map* row = rows_.find(page_id);
-  const bool known = row != nullptr && utils::string_member(*row, "content_hash") == _text_hash(text);
+  const std::string hash = _text_hash(text);
+  const bool is_row = row != nullptr && utils::string_member(*row, "content_hash") == hash;
+  const Map* entry = manifest_.entry_of(page_id, hash);
+  const bool known = is_row || (entry != nullptr && utils::string_member(*entry, "content_hash") == hash);
   if (!known && is_in_conflict(text)) {
     return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
                 "resolve the conflict, then run ossilar check --fix", false});
@@ -170,7 +177,7 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
                 "restore the file, or save the page again", false});
   }
   if (row == nullptr) return inspect_stranger(page_id, text);
-  if (known) {
+  if (is_row) {
     inspect_derived(page_id, text, *row);
   } else {
     inspect_difference(page_id, text, *row);
@@ -212,13 +219,14 @@ void Inspection::inspect_difference(const std::string& page_id, const std::strin
   const bool described = entry != nullptr && utils::string_member(*entry, "content_hash") == _text_hash(text);
   if (described) {
     return add({Fault::newer_page, page_path(page_id), page_id,
-                "is newer than its row: it came with its manifest, by version control", kTakesItAsItStands,
-                true});
+                "was changed since ossilar last stored it: it came with its manifest, by version control",
+                kTakesItAsItStands, true});
   }
   if (is_whole(page_id, text, row)) {
-    return add({Fault::newer_page, page_path(page_id), page_id,
-                "is newer than its row: a save was cut short, or a hand or version control changed the text",
-                kTakesItAsItStands, true});
+    return add(
+        {Fault::newer_page, page_path(page_id), page_id,
+         "was changed since ossilar last stored it: by a save that was cut short, a hand, or version control",
+         kTakesItAsItStands, true});
   }
   add({Fault::edited_page, page_path(page_id), page_id,
        "was edited by hand: what ossilar adds below the marker does not fit its text",
@@ -266,9 +274,15 @@ void Inspection::inspect_citations(const std::string& page_id, const std::string
 
 // ---- What is not about a page file.
 
+bool Inspection::is_blocked(const std::string& page_id) const {
+  return std::any_of(blocked_.begin(), blocked_.end(), [&](const fs::path& folder) {
+    return (wiki_.paths_.pages / page_id).string().starts_with(folder.string() + "/");
+  });
+}
+
 void Inspection::inspect_rows() {
   rows_.for_each([&](const std::string& page_id, const Map&) {
-    if (seen_.count(page_id) > 0) return;
+    if (seen_.count(page_id) > 0 || is_blocked(page_id)) return;
     add({Fault::row_without_file, page_path(page_id), page_id, "is gone, and the database still has the page",
          "restore the file, or let ossilar check --fix forget the page (its text goes to .ossilar/replaced)",
          true});
@@ -287,11 +301,14 @@ void Inspection::inspect_digests() {
 void Inspection::inspect_generated() {
   inspect_list(Fault::index, "index.md", wiki_.renderer_.index(rows_, planned_->plans));
   if (!manifest_failure_.empty() && manifest_text_)
-    return add_list(Fault::manifest, "manifest.json", "cannot be read: " + manifest_failure_);
+    return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
+                "cannot be read: " + manifest_failure_, kMakesItAgain, true});
   inspect_list(Fault::manifest, "manifest.json",
-               wiki_.renderer_.manifest(rows_, {.git_commit = manifest_.commit,
-                                                .files_covered = wiki_._stored_files_covered(),
-                                                .lint = manifest_.lint}));
+               wiki_.renderer_.manifest(rows_,
+                                        {.git_commit = manifest_.commit,
+                                         .files_covered = wiki_._stored_files_covered(),
+                                         .lint = manifest_.lint},
+                                        waiting_entries(manifest_, rows_, wiki_.paths_.pages)));
 }
 
 void Inspection::inspect_list(Fault fault, const char* name, const std::string& expected) {
@@ -305,18 +322,8 @@ void Inspection::inspect_list(Fault fault, const char* name, const std::string& 
   if (type == fs::file_type::regular)
     text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths_.wiki, file));
   if (text == expected) return;
-  add_list(fault, name, !text ? "is missing" : "does not list the pages as they are stored");
-}
-
-// Made from the rows, the lists would lose what they alone know of a page whose file has to be mended first.
-void Inspection::add_list(Fault fault, const char* name, const std::string& message) {
-  const auto first = std::find_if(findings_.begin(), findings_.end(), [this](const Finding& finding) {
-    return finding.fault == Fault::page_file && rows_.find(finding.page_id) == nullptr &&
-           manifest_.pages.count(finding.page_id) > 0;
-  });
-  const bool waits = first != findings_.end();
-  add({fault, relative(wiki_.paths_.wiki / name), "", message,
-       waits ? "mend " + first->subject + ", then run ossilar check --fix" : kMakesItAgain, !waits});
+  add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
+       kMakesItAgain, true});
 }
 
 StringSet Inspection::leftover_files() const {

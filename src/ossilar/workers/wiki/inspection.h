@@ -42,12 +42,12 @@ class Inspection {
   void inspect_states();
   void inspect_list(Fault fault, const char* name, const std::string& expected);
   bool is_whole(const std::string& page_id, const std::string& text, const Map& row);
+  bool is_blocked(const std::string& page_id) const;
   std::string relative(const std::filesystem::path& path) const;
   std::string page_path(const std::string& page_id) const;
   void add(Finding finding) { findings_.push_back(std::move(finding)); }
   void add_unusable(const std::filesystem::path& file, const std::string& page_id,
                     const std::string& message);
-  void add_list(Fault fault, const char* name, const std::string& message);
 
   WikiGenerator& wiki_;
   std::shared_ptr<const PlannedWiki> planned_;
@@ -56,7 +56,8 @@ class Inspection {
   ManifestContent manifest_;
   std::optional<std::string> manifest_text_;  // none: there is no file
   std::string manifest_failure_;
-  StringSet seen_;  // page ids with something in their file's place
+  StringSet seen_;                              // page ids with something in their file's place
+  std::vector<std::filesystem::path> blocked_;  // folders of pages that cannot be looked into
   std::vector<Finding> findings_;
 };
 

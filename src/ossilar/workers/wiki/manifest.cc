@@ -104,16 +104,23 @@ const WikiFilesRenderer::Rendered& WikiFilesRenderer::rendered(const std::string
   return kept;
 }
 
-std::string WikiFilesRenderer::manifest(const store::StoredRows& rows, const WikiBuildResult& result) {
+std::string WikiFilesRenderer::manifest(const store::StoredRows& rows, const WikiBuildResult& result,
+                                        const std::map<std::string, Map>& waiting) {
   std::string out = "{\n\"format\": " + std::to_string(kFormat);
   out += ",\n\"commit\": " + utils::json_text(result.git_commit);
   out += ",\n\"files_covered\": " + std::to_string(result.files_covered);
   out += ",\n\"lint\": " + utils::json_text(result.lint) + ",\n\"pages\": [";
   const char* separator = "\n";
-  rows.for_each([&](const std::string& page_id, const Map&) {
-    out += separator + rendered(page_id, rows).manifest_line;
+  const auto add = [&](const std::string& line) {
+    out += separator + line;
     separator = ",\n";
+  };
+  auto waits = waiting.begin();
+  rows.for_each([&](const std::string& page_id, const Map&) {
+    for (; waits != waiting.end() && waits->first < page_id; ++waits) add(utils::json_text(waits->second));
+    add(rendered(page_id, rows).manifest_line);
   });
+  for (; waits != waiting.end(); ++waits) add(utils::json_text(waits->second));
   return out + "\n]\n}\n";
 }
 

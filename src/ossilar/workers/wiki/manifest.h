@@ -18,8 +18,10 @@ namespace ossilar::workers::wiki {
 // Thread-safety: none; used by the holder of the write lock.
 class WikiFilesRenderer {
  public:
-  // One page a line, so that saves of different pages merge.
-  std::string manifest(const store::StoredRows& rows, const WikiBuildResult& result);
+  // One page a line, so that saves of different pages merge. `waiting` are entries of pages without a row, by
+  // page id.
+  std::string manifest(const store::StoredRows& rows, const WikiBuildResult& result,
+                       const std::map<std::string, Map>& waiting);
   // The pages in the order of the plan, nested by parent; pages that no plan has come last.
   std::string index(const store::StoredRows& rows, const Plans& plans);
 

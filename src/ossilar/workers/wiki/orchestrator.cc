@@ -16,7 +16,6 @@
 #include "ossilar/workers/wiki/digests.h"
 #include "ossilar/workers/wiki/grounding.h"
 #include "ossilar/workers/wiki/page_title.h"
-#include "ossilar/workers/wiki/page_turn.h"
 #include "ossilar/workers/wiki/planner.h"
 #include "ossilar/workers/wiki/prose_words.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -329,16 +328,19 @@ void WikiGenerator::_reconcile_digests(const Plans& plans, const store::StoredRo
 // With the marks that the caller is about to ask for, in one transaction: cut short in between, nothing would
 // tell afterwards that they are missing.
 void WikiGenerator::_persist_digests() {
-  persist_digests(reconciled_plans_, [](const std::string&) { return true; });
+  persist_digests(reconciled_plans_, [](const std::string&) { return true; }, {});
 }
 
 void WikiGenerator::persist_digests(const Plans& plans,
-                                    const std::function<bool(const std::string&)>& marks_others) {
+                                    const std::function<bool(const std::string&)>& marks_others,
+                                    const StringSet& spared) {
   const store::PageDigests digests = _page_digests();
   std::vector<std::string> changed;
   for (std::string& page_id : changed_abstracts(store_->load_digests(branch()), digests))
     if (digests.find(page_id) != nullptr && marks_others(page_id)) changed.push_back(std::move(page_id));
-  store_->persist_digests(branch(), digests, stale_reasons(synthesis_dependents(plans, changed)));
+  auto stale = stale_reasons(synthesis_dependents(plans, changed));
+  std::erase_if(stale, [&](const auto& mark) { return spared.count(mark.first) > 0; });
+  store_->persist_digests(branch(), digests, stale);
 }
 
 void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vector<std::string>>& dependents) {
@@ -347,11 +349,27 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 
 // ---- The wiki's own files and state.
 
+// A manifest of another's may tell of pages that are not taken over yet. One that cannot be read, in the
+// midst of a merge perhaps, is left to whoever mends it.
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
+  ManifestContent known;
+  if (utils::stamp_of(paths_.wiki / "manifest.json") == listed_.manifest) {
+    known.pages = {listed_.waiting.begin(), listed_.waiting.end()};
+  } else {
+    known = load_manifest(paths_.wiki);
+  }
+  write_lists(result, known);
+}
+
+void WikiGenerator::write_lists(const WikiBuildResult& result, const ManifestContent& known) {
   const store::StoredRows rows = store_->get_wiki_pages(branch());
+  auto waiting = waiting_entries(known, rows, paths_.pages);
   _atomic_write(paths_.wiki / "index.md", renderer_.index(rows, planned()->plans));
-  _atomic_write(paths_.wiki / "manifest.json", renderer_.manifest(rows, result));
-  note_manifest();
+  _atomic_write(paths_.wiki / "manifest.json", renderer_.manifest(rows, result, waiting));
+  listed_ = {.manifest = utils::stamp_of(paths_.wiki / "manifest.json"), .waiting = std::move(waiting)};
+  if (!listed_.waiting.empty()) return;
+  const std::lock_guard lock(state_mutex_);
+  seen_ = {.manifest = listed_.manifest, .awaited = {}};
 }
 
 std::int64_t WikiGenerator::_stored_files_covered() {
@@ -399,8 +417,8 @@ void WikiGenerator::_release_write_lock() {
   lock_.release();
 }
 
-void WikiGenerator::with_write_lock(const std::function<void()>& work) {
-  _acquire_write_lock({.wait = true});
+void WikiGenerator::with_write_lock(const std::function<void()>& work, bool wait) {
+  _acquire_write_lock({.wait = wait});
   try {
     work();
   } catch (...) {

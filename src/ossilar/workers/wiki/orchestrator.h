@@ -154,8 +154,10 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // The same for the pages that came with their manifest, from a clone, another branch or a pull: those whose
   // file is what the manifest describes and whose row is not. Looks only when the manifest is another one
-  // than the last time. A manifest that cannot be read is logged.
-  AdoptionReport adopt_described();
+  // than the last time, or a file that was not yet what it describes. Takes the write lock when there is
+  // something to adopt; with `wait` false, not while another holds it. A manifest that cannot be read is
+  // logged.
+  AdoptionReport adopt_described(bool wait);
 
   // See check_wiki(). Throws store::StorageError for a database that is damaged.
   CheckReport check(bool fix);
@@ -218,11 +220,15 @@ class WikiGenerator final : public AgentSaveMixin {
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
   StandingPage standing_page(const std::string& page_id);
   std::string keep_replaced(const StandingPage& page, const _PageDraft& draft) const;
-  void with_write_lock(const std::function<void()>& work);
-  void note_manifest();
+  void with_write_lock(const std::function<void()>& work, bool wait = true);
+  bool has_news(const utils::FileStamp& manifest) const;
+  // Writes index and manifest from the rows, with the entries of `known` that wait for theirs.
+  void write_lists(const WikiBuildResult& result, const ManifestContent& known);
   // Stores the digests, and with them the stale marks of the pages that build on one that changed and of
   // which `marks_others` holds.
-  void persist_digests(const Plans& plans, const std::function<bool(const std::string&)>& marks_others);
+  // `spared` are not marked.
+  void persist_digests(const Plans& plans, const std::function<bool(const std::string&)>& marks_others,
+                       const StringSet& spared);
   std::string steering_of(const PagePlan* plan) const;
   Brackets brackets_of(const std::string& authored, const PlannedWiki& wiki, const PagePlan* plan) const;
 
@@ -243,7 +249,10 @@ class WikiGenerator final : public AgentSaveMixin {
   std::mutex prepare_mutex_;  // one thread at a time derives the plan
   mutable std::mutex state_mutex_;
   std::shared_ptr<const PlannedWiki> planned_;  // guarded by state_mutex_, as are the three below
-  utils::FileStamp seen_manifest_;
+  struct {
+    utils::FileStamp manifest;
+    std::map<std::filesystem::path, utils::FileStamp> awaited;
+  } seen_;  // what adopt_described() looked at last
   store::StoredRows existing_;
   store::PageDigests digests_;
 
@@ -255,6 +264,10 @@ class WikiGenerator final : public AgentSaveMixin {
   store::StoredRows covered_rows_;
   std::map<std::string, int> covered_files_;  // file to the number of pages that rest on it
   std::optional<Map> prior_lint_;
+  struct {
+    utils::FileStamp manifest;
+    std::map<std::string, Map> waiting;
+  } listed_;  // what was written last
 };
 
 }  // namespace ossilar::workers::wiki

@@ -12,27 +12,31 @@ namespace ossilar::workers::wiki {
 namespace {
 
 // Index and manifest are written together, or neither.
-bool keeps_lists(const Finding& finding) {
+bool is_unusable_list(const Finding& finding) {
   return !finding.fixable && (finding.fault == Fault::index || finding.fault == Fault::manifest);
+}
+
+// Whether mending it changes what index or manifest tell.
+bool is_listed(const Finding& finding) {
+  return finding.fixable && finding.fault != Fault::leftover && finding.fault != Fault::setup;
 }
 
 }  // namespace
 
 Repair::Repair(WikiGenerator& wiki, const ManifestContent& manifest)
-    : wiki_(wiki), lint_(manifest.lint), adoption_(wiki, manifest) {}
+    : wiki_(wiki), manifest_(manifest), adoption_(wiki, manifest) {}
 
 void Repair::run(const std::vector<Finding>& findings) {
-  bool fixable = false;
-  for (const Finding& finding : findings) {
+  for (const Finding& finding : findings)
     if (finding.fixable) mend(finding);
-    fixable = fixable || finding.fixable;
-  }
-  if (!fixable) return;
   adoption_.store_digests();
   wiki_._reread_existing();
-  if (std::any_of(findings.begin(), findings.end(), keeps_lists)) return;
-  wiki_._write_index_and_manifest(
-      {.git_commit = wiki_._git_commit(), .files_covered = wiki_._stored_files_covered(), .lint = lint_});
+  const bool can_list = std::none_of(findings.begin(), findings.end(), is_unusable_list);
+  if (!can_list || std::none_of(findings.begin(), findings.end(), is_listed)) return;
+  wiki_.write_lists({.git_commit = manifest_.commit.empty() ? wiki_._git_commit() : manifest_.commit,
+                     .files_covered = wiki_._stored_files_covered(),
+                     .lint = manifest_.lint},
+                    manifest_);
 }
 
 // What is not here is set right for the whole wiki at the end of run().

@@ -28,7 +28,7 @@ class Repair {
   std::string text_of(const std::string& page_id) const;
 
   WikiGenerator& wiki_;
-  const Map lint_;
+  const ManifestContent manifest_;
   Adoption adoption_;
 };
 

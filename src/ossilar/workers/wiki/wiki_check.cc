@@ -129,7 +129,7 @@ const char* fault_name(Fault fault) {
 CheckReport WikiGenerator::check(bool fix) {
   prepare();
   // With `fix`, what is taken over is reported.
-  if (!fix) adopt_described();
+  if (!fix) adopt_described(true);
   CheckReport report;
   with_write_lock([&] {
     if (const auto damage = store_->damage()) {

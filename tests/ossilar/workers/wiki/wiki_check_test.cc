@@ -7,9 +7,11 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "ossilar/store/sqlite_store.h"
+#include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
 #include "support/wiki_repo.h"
 
@@ -100,7 +102,25 @@ const Case kCases[] = {
        fs::remove(world.repo.dir / ".ossilar/index.db");
      },
      "page-file wiki/pages/beta.md\nindex wiki/index.md\nmanifest wiki/manifest.json",
-     "page-file wiki/pages/beta.md\nindex wiki/index.md\nmanifest wiki/manifest.json"},
+     "page-file wiki/pages/beta.md"},
+    {"marks of a merge that are what the page is about",
+     [](const World& world) {
+       world.repo.open()->save_agent_page(
+           "beta", WikiRepo::text_about("beta", "```\n<<<<<<< a\n>>>>>>> b\n```\n\nSo."));
+       fs::remove(world.repo.dir / ".ossilar/index.db");
+     },
+     "", ""},
+    {"a folder of pages that is a link",
+     [](const World& world) {
+       world.put("ossilar.toml",
+                 world.file("ossilar.toml") + "[[page]]\nid = \"x/y\"\nsources = [\"src/beta.cpp\"]\n");
+       world.repo.open()->save_agent_page("x/y", WikiRepo::text_about("beta"));
+       fs::rename(world.repo.dir / "wiki/pages/x", world.repo.dir / "x");
+       fs::create_symlink("../../x", world.repo.dir / "wiki/pages/x");
+     },
+     "page-file wiki/pages/x", "page-file wiki/pages/x"},
+    {"a page whose name is no text", [](const World& world) { world.put("wiki/pages/\xff.md", "\xff"); },
+     "page-file wiki/pages/\ufffd.md", "page-file wiki/pages/\ufffd.md"},
     {"a page that lost its text", [](const World& world) { world.put("wiki/pages/beta.md", ""); },
      "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
     {"a folder in a page's place",
@@ -126,7 +146,8 @@ const Case kCases[] = {
      "index wiki/index.md", "index wiki/index.md"},
     {"a folder that is nobody's business",
      [](const World& world) {
-       fs::create_directory(world.repo.dir / ".private"), chmod((world.repo.dir / ".private").c_str(), 0);
+       fs::create_directory(world.repo.dir / ".private");
+       chmod((world.repo.dir / ".private").c_str(), 0);
      },
      "", ""},
     {"a file that is gone", [](const World& world) { fs::remove(world.repo.dir / "wiki/pages/beta.md"); },
@@ -174,6 +195,12 @@ const Case kCases[] = {
      ".vscode/.ossilar-0123456789abcdef.tmp\n"
      "leftover wiki/.ossilar-0123456789abcdef.tmp\nleftover wiki/pages/.ossilar-0123456789abcdef.tmp",
      ""},
+    {"what has the look of a temporary file",
+     [](const World& world) {
+       fs::create_directory(world.repo.dir / ".ossilar-0123456789abcdef.tmp");
+       world.put(".ossilar-my-own-notes-00.tmp", "mine");
+     },
+     "", ""},
     {"a stale page", [](const World& world) { world.put("src/alpha.cpp", WikiRepo::ten_lines("new")); },
      "stale wiki/pages/alpha.md", "stale wiki/pages/alpha.md"},
     {"a set-up cut short", [](const World& world) { fs::remove(world.repo.dir / ".ossilar/.gitignore"); },
@@ -184,6 +211,12 @@ const Case kCases[] = {
     {"no database at all", [](const World& world) { world.put(".ossilar/index.db", std::string(9000, 'x')); },
      "database .ossilar/index.db", ""},
     {"a row that is no row", [](const World& world) { world.sql("UPDATE pages SET citations = '['"); },
+     "database .ossilar/index.db", ""},
+    {"citations of a passage that are none",
+     [](const World& world) { world.sql("UPDATE chunks SET citations = '7'"); }, "database .ossilar/index.db",
+     ""},
+    {"vectors that are cut off",
+     [](const World& world) { world.sql("UPDATE vectors SET vector = x'010203'"); },
      "database .ossilar/index.db", ""},
     {"bytes that are no text",
      [](const World& world) { world.sql("UPDATE pages SET summary = CAST(x'ff' AS TEXT)"); },
@@ -292,6 +325,75 @@ TEST(WikiCheck, AHandsChangeMarksThePagesAboveItLikeASave) {
   world.check(true);
   world.replace("wiki/pages/alpha.md", "First.", "Another opening.");
   EXPECT_THAT(World::names(world.check(true).findings), HasSubstr("stale wiki/pages/overview.md"));
+}
+
+// Another clone, which what is committed of the wiki goes to and comes from.
+struct Clone {
+  explicit Clone(const World& world) : root(world.repo.dir.path().string() + "-clone") {
+    fs::copy(world.repo.dir.path(), root, fs::copy_options::recursive);
+  }
+  ~Clone() { fs::remove_all(root); }
+  Clone(const Clone&) = delete;
+  Clone& operator=(const Clone&) = delete;
+
+  void take(const World& world, const std::string& name) const {
+    fs::copy_file(world.repo.dir / name, root / name, fs::copy_options::overwrite_existing);
+  }
+  std::string manifest() const { return utils::read_text_file_within(root, root / "wiki/manifest.json"); }
+  const fs::path root;
+};
+
+std::string state_of(WikiGenerator& wiki, const std::string& page_id) {
+  for (const PageState& state : wiki.status().pages)
+    if (state.page_id == page_id) return state.condition == PageCondition::stale ? "stale" : "not stale";
+  return "not planned";
+}
+
+TEST(Pull, IsTakenOverPageByPageAsItArrives) {
+  World theirs;
+  theirs.put("wiki/pages/overview.md", "# All\n\nOf it.\n");
+  theirs.check(true);
+  const Clone ours(theirs);
+  const auto wiki = open_wiki(ours.root, "session");
+  wiki->prepare();
+  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U);
+
+  theirs.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Another opening."));
+  theirs.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta", "Another, too."));
+  ours.take(theirs, "wiki/manifest.json");
+  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U) << "the pages are still to come";
+  ours.take(theirs, "wiki/pages/alpha.md");
+  EXPECT_EQ(wiki->adopt_described(true).adopted, 1U);
+  EXPECT_EQ(state_of(*wiki, "overview"), "stale") << "it was not written for this alpha";
+  std::ofstream(ours.root / "wiki/pages/beta.md") << "\xff";
+  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U);
+  ours.take(theirs, "wiki/pages/beta.md");
+  EXPECT_EQ(wiki->adopt_described(true).adopted, 1U);
+}
+
+TEST(Pull, AManifestKeepsWhatItAloneKnowsWhenAnotherPageIsSaved) {
+  const World world;
+  const auto wiki = world.repo.open();
+  world.sql("DELETE FROM pages WHERE page_id = 'beta'");
+  world.append("wiki/pages/beta.md", "By hand.\n");
+  EXPECT_TRUE(
+      world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
+  EXPECT_THAT(world.file("wiki/manifest.json"), HasSubstr("\"page_id\": \"beta\""));
+  world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\"");
+  const std::string conflict = world.file("wiki/manifest.json");
+  EXPECT_TRUE(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Once more.")).contains("saved"));
+  EXPECT_EQ(world.file("wiki/manifest.json"), conflict) << "left to whoever merges it";
+}
+
+TEST(Pull, AClonesPageTakesANewPlannedTitle) {
+  const World world;
+  world.replace("ossilar.toml", "title = \"Alpha\"", "title = \"First\"");
+  fs::remove_all(world.repo.dir / ".ossilar");
+  set_up_wiki(world.repo.dir.path());
+  const auto wiki = world.repo.open();
+  wiki->adopt_pages();
+  wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  EXPECT_THAT(world.file("wiki/pages/alpha.md"), ::testing::StartsWith("# First\n"));
 }
 
 TEST(HandEdits, AreKeptWhenASaveReplacesThem) {
