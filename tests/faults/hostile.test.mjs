@@ -4,6 +4,7 @@ import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import {
+  appendFileSync,
   chmodSync,
   existsSync,
   lstatSync,
@@ -162,6 +163,9 @@ for (const [path, target] of LINKS) {
 
 test('a kernel that cannot be told to stay below a folder', async (t) => {
   const { wiki, outside } = world(t);
+  appendFileSync(join(wiki.root, 'ossilar.toml'), '[[page]]\nid = "topics/secret"\nsources = ["src/alpha.cpp"]\n');
+  wiki.save('topics/secret', pageAbout('alpha'));
+  rmSync(join(wiki.root, 'wiki/pages/topics'), { recursive: true });
   symlinkSync(outside, join(wiki.root, 'wiki/pages/topics'));
   for (const error of ['ENOSYS', 'EPERM']) {
     const inject = ['-f', '-o', join(wiki.root, '.git/calls'), '-e', `inject=openat2:error=${error}`];
