@@ -190,15 +190,15 @@ const MUTANTS = [
     'lock around the setting aside of a database',
     CHECK,
     '  lock.acquire(true);\n  try {\n',
-    '  if (utils::stamp_of(paths.database()).is_same_file(found)) set_aside_database(paths.database());\n' +
+    '  if (utils::stamp_of(paths.database()).is_same_file(found)) kept = set_aside_database(paths.database());\n' +
       '  lock.acquire(true);\n  try {\n',
     'faults.moments',
   ],
   [
     'second look at a damaged database',
     CHECK,
-    '.is_same_file(found) && is_damaged(database)) set',
-    '.is_same_file(found) && (true || is_damaged(database))) set',
+    '.is_same_file(found) && is_damaged(database))',
+    '.is_same_file(found) && (true || is_damaged(database)))',
     'faults.moments',
   ],
   [

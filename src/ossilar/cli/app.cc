@@ -104,9 +104,11 @@ void add_reading_commands(CLI::App& app, Arguments& arguments) {
 void add_check_command(CLI::App& app, Arguments& arguments) {
   auto* check = add_command(
       app, arguments, "check",
-      "Find everything that is wrong: stale pages, citations that do not hold, files and rows that disagree",
+      "Find what is wrong: stale pages, citations that do not hold, what crashes, hands and git left behind",
       "ossilar check\n  ossilar check --fix\n\n"
-      "--fix takes page files as they stand, makes anew what is derived from them, and removes leftovers.\n"
+      "--fix takes page files as they stand and changes none, makes anew what is derived from them, forgets "
+      "pages\n"
+      "whose file is gone (their text goes to .ossilar/replaced), and removes leftovers of writes.\n"
       "Exit code 1 when something is found, or left after --fix.",
       [&](Output& output) { return run_check(arguments.place, arguments.fix, output); });
   check->add_flag("--fix", arguments.fix, "Set right what needs no author");

@@ -146,7 +146,7 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   if (is_page) seen_.insert(page_id);
   if (type == fs::file_type::symlink && !is_page) blocked_.push_back(file);
   if (type == fs::file_type::symlink)
-    return add_unusable(file, page_id, "is a symbolic link, which ossilar does not follow");
+    return add_unusable(file, page_id, "is a symbolic link, and ossilar writes through none");
   if (!is_page) return;
   if (type != fs::file_type::regular) return add_unusable(file, page_id, "is no regular file");
   inspect_page(file, page_id);

@@ -19,11 +19,18 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDatabaseName = ".ossilar/index.db";
 
-Finding damaged_database(const std::string& message) {
+// What is wrong by the message of a StorageError, whose path and advice a finding has in places of their own.
+std::string damage_in(std::string message, const fs::path& database) {
+  const std::string path = database.string() + ": ";
+  if (message.starts_with(path)) message.erase(0, path.size());
+  return message.substr(0, message.find("; `ossilar check"));
+}
+
+Finding damaged_database(const std::string& damage) {
   return {Fault::database,
           kDatabaseName,
           "",
-          message,
+          "is damaged: " + damage,
           "ossilar check --fix sets it aside and makes it anew from the wiki's files",
           true};
 }
@@ -49,11 +56,12 @@ void move_if_there(const fs::path& from, const fs::path& to) {
 }
 
 // The write-ahead log first: without it the database is an older one, whereas the log without its database
-// would be taken for the new one's.
-void set_aside_database(const fs::path& database) {
+// would be taken for the new one's. Gives the name under which it is kept.
+std::string set_aside_database(const fs::path& database) {
   const fs::path aside = free_name(database);
   for (const char* part : {"-wal", "-shm", ""})
     move_if_there(database.string() + part, aside.string() + part);
+  return aside.filename().string();
 }
 
 // SQLite takes a disk that failed once for damage too.
@@ -66,20 +74,24 @@ bool is_damaged(const fs::path& database) {
   }
 }
 
-// Unless another process has done it meanwhile: `found` is the file that was found to be damaged.
-void set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
-               const utils::FileStamp& found) {
+// The name under which the database is kept; "" when another process has set it aside meanwhile, or when it
+// is sound. `found` is the file that was found to be damaged.
+std::string set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
+                      const utils::FileStamp& found) {
   store::WriteLock lock(
       {.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer, .guards_folder = true});
+  std::string kept;
   lock.acquire(true);
   try {
     const fs::path database = paths.database();
-    if (utils::stamp_of(database).is_same_file(found) && is_damaged(database)) set_aside_database(database);
+    if (utils::stamp_of(database).is_same_file(found) && is_damaged(database))
+      kept = set_aside_database(database);
   } catch (...) {
     lock.release();
     throw;
   }
   lock.release();
+  return kept;
 }
 
 std::vector<Finding> without(const std::vector<Finding>& findings, const std::vector<Finding>& left) {
@@ -162,15 +174,13 @@ CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
     return check();
   } catch (const store::StorageError& error) {
     if (!error.damaged()) throw;
-    damage = error.what();
+    damage = damage_in(error.what(), paths.database());
   }
-  CheckReport report;
-  if (options.fix) {
-    set_aside(paths, config, options.writer, database);
-    report = check();
-  }
-  auto& list = options.fix ? report.fixed : report.findings;
-  list.insert(list.begin(), damaged_database(damage));
+  if (!options.fix) return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}};
+  const std::string kept = set_aside(paths, config, options.writer, database);
+  CheckReport report = check();
+  if (!kept.empty())
+    report.fixed.insert(report.fixed.begin(), damaged_database(damage + "; it is kept as .ossilar/" + kept));
   return report;
 }
 
