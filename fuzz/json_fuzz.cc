@@ -24,6 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Map value = ossilar::utils::parse_json(text, "input");
     const std::string written = ossilar::utils::json_text(value);
     require(written.find('\n') == written.npos, "it is one line", written);
+    using Library = nlohmann::json;
+    require(Library::parse(written) == Library::parse(text), "it is what the library reads", written);
     const Map again = ossilar::utils::parse_json(written, "what was written");
     require(ossilar::utils::json_text(again) == written, "what was written reads as it was", written);
   } catch (const ossilar::utils::Error&) {
