@@ -116,9 +116,11 @@ std::optional<std::string> first_damage(Connection& connection) {
   while (tables.next()) require_texts(connection, tables.text(0));
   Query cut(connection, kCutVectors);
   if (cut.next()) return "the vector of the passage " + cut.text(0) + " is cut off";
-  for (const Shape& shape : kShapes)
-    if (!holds_shape(connection, shape))
+  for (const Shape& shape : kShapes) {
+    if (!holds_shape(connection, shape)) {
       return std::string("what is stored in ") + shape.table + " cannot be read";
+    }
+  }
   return std::nullopt;
 }
 

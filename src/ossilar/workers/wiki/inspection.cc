@@ -300,9 +300,10 @@ void Inspection::inspect_digests() {
 // Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
   inspect_list(Fault::index, "index.md", wiki_.renderer_.index(rows_, planned_->plans));
-  if (!manifest_failure_.empty() && manifest_text_)
+  if (!manifest_failure_.empty() && manifest_text_) {
     return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
                 "cannot be read: " + manifest_failure_, kMakesItAgain, true});
+  }
   inspect_list(Fault::manifest, "manifest.json",
                wiki_.renderer_.manifest(rows_,
                                         {.git_commit = manifest_.commit,
