@@ -71,12 +71,10 @@ try {
       // The texts are made before, so that the client's own work is the same and small.
       const calls = numbers(saves / ROUNDS).map((k) => call(k % PAGES, ++edition));
       one[way].push(...(await timedCalls(calls.length, 1, (i) => client.call(...calls[i]))));
-      const begun = performance.now();
       const more = numbers(saves / ROUNDS).map((k) => call(k % PAGES, ++edition));
       const start = performance.now();
       eight[way].push(...(await timedCalls(more.length, 8, (i) => client.call(...more[i]))));
       seconds[way] += (performance.now() - start) / 1000;
-      void begun;
     }
     floors.push(...floor(folder, saves / ROUNDS).map((each) => each / 1000));
   }

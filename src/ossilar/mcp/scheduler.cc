@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "ossilar/utils/files.h"
+
 namespace ossilar::mcp {
 namespace {
 
@@ -57,13 +59,18 @@ void Scheduler::work() {
     ++running_;
     changed_.notify_all();
     lock.unlock();
-    entry.job();
-    entry.job = nullptr;  // what it holds goes before it counts as done
+    {
+      const utils::ReplacedFilesKept replaced;  // freed when the next job of the key may run already
+      entry.job();
+      entry.job = nullptr;  // what it holds goes before it counts as done
+      lock.lock();
+      --running_;
+      busy_keys_.erase(entry.key);
+      changed_.notify_all();
+      may_run_.notify_one();
+      lock.unlock();
+    }
     lock.lock();
-    --running_;
-    busy_keys_.erase(entry.key);
-    changed_.notify_all();
-    may_run_.notify_one();
   }
 }
 

@@ -142,57 +142,24 @@ std::optional<mode_t> mode_of_target(int directory, const std::string& name,
   return info.st_mode & 07777U;
 }
 
-// A file under a name that nobody can foresee, removed again unless it takes the place of its target.
-class TemporaryFile {
- public:
-  TemporaryFile(int directory, std::optional<mode_t> mode, const std::filesystem::path& target)
-      : directory_(directory), target_(target) {
-    do {
-      create();
-    } while (!has_name(fd_.get()));
-    if (mode && fchmod(fd_.get(), *mode) != 0) {
-      const int error = errno;
-      unlinkat(directory_, name_.c_str(), 0);
-      throw IoError("cannot keep the mode of " + target_.string(), error);
-    }
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() {
-    if (!placed_) unlinkat(directory_, name_.c_str(), 0);
-  }
+FileStamp stamp_from(const struct stat& info) {
+  return {.device = info.st_dev,
+          .inode = info.st_ino,
+          .size = static_cast<std::uint64_t>(info.st_size),
+          .modified = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec};
+}
 
-  void fill(std::string_view text) const {
-    write_all(fd_.get(), text, target_);
-    sync_or_throw(fd_.get(), target_);
-  }
+ReplacedFilesKept*& kept_of_thread() {
+  thread_local ReplacedFilesKept* kept = nullptr;
+  return kept;
+}
 
-  void take_place(const std::string& name) {
-    if (renameat(directory_, name_.c_str(), directory_, name.c_str()) != 0) {
-      throw IoError("cannot put the new " + target_.string() + " in place", errno);
-    }
-    placed_ = true;
-  }
-
- private:
-  // The lock tells a file at work from one that was left. Who tidies up may come before it and remove the
-  // file.
-  void create() {
-    name_ = random_name();
-    fd_ = UniqueFd(retry_interrupted([&] {
-      return openat(directory_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                    kFileMode);
-    }));
-    if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
-    retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
-  }
-
-  int directory_;
-  std::string name_;
-  const std::filesystem::path& target_;
-  UniqueFd fd_;
-  bool placed_ = false;
-};
+// Holds the file that is about to be replaced where somebody keeps such; nothing is lost when it cannot be
+// held.
+UniqueFd hold_replaced(int directory, const std::string& name) {
+  if (ReplacedFilesKept::current() == nullptr) return {};
+  return UniqueFd(openat(directory, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+}
 
 constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 
@@ -256,18 +223,74 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   return directory;
 }
 
-void atomic_write(const std::filesystem::path& path, std::string_view text) {
-  const UniqueFd directory = open_directory(path.parent_path(), Missing::create);
-  // Without the right to read a directory it cannot be synced: to be found out before anything is changed.
-  if ((fcntl(directory.get(), F_GETFL) & O_PATH) != 0) {
-    throw IoError("cannot open the directory " + path.parent_path().string(), EACCES);
+// Without the right to read a directory it cannot be synced: to be found out before anything is changed.
+StagedFile::StagedFile(std::filesystem::path path, std::string_view text)
+    : target_(std::move(path)), directory_(open_directory(target_.parent_path(), Missing::create)) {
+  if ((fcntl(directory_.get(), F_GETFL) & O_PATH) != 0)
+    throw IoError("cannot open the directory " + target_.parent_path().string(), EACCES);
+  const auto mode = mode_of_target(directory_.get(), target_.filename().string(), target_);
+  do {
+    create();
+  } while (!has_name(fd_.get()));
+  try {
+    if (mode && fchmod(fd_.get(), *mode) != 0)
+      throw IoError("cannot keep the mode of " + target_.string(), errno);
+    write_all(fd_.get(), text, target_);
+    sync_or_throw(fd_.get(), target_);
+  } catch (...) {
+    unlinkat(directory_.get(), name_.c_str(), 0);
+    throw;
   }
-  const std::string name = path.filename().string();
-  TemporaryFile file(directory.get(), mode_of_target(directory.get(), name, path), path);
-  file.fill(text);
-  file.take_place(name);
-  sync_or_throw(directory.get(), path.parent_path());
 }
+
+StagedFile::StagedFile(StagedFile&& other) noexcept
+    : target_(std::move(other.target_)),
+      directory_(std::move(other.directory_)),
+      name_(std::exchange(other.name_, {})),
+      fd_(std::move(other.fd_)) {}
+
+StagedFile::~StagedFile() {
+  if (!name_.empty()) unlinkat(directory_.get(), name_.c_str(), 0);
+}
+
+// The lock tells a file at work from one that was left. Who tidies up may come before it and remove the file.
+void StagedFile::create() {
+  name_ = random_name();
+  fd_ = UniqueFd(retry_interrupted([&] {
+    return openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  kFileMode);
+  }));
+  if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+  retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
+}
+
+FileStamp StagedFile::stamp() const {
+  struct stat info {};
+  return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
+}
+
+void StagedFile::place() {
+  const std::string name = target_.filename().string();
+  UniqueFd replaced = hold_replaced(directory_.get(), name);
+  if (renameat(directory_.get(), name_.c_str(), directory_.get(), name.c_str()) != 0)
+    throw IoError("cannot put the new " + target_.string() + " in place", errno);
+  name_.clear();
+  if (replaced) ReplacedFilesKept::current()->keep(std::move(replaced));
+}
+
+void StagedFile::sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
+
+void atomic_write(const std::filesystem::path& path, std::string_view text) {
+  StagedFile file(path, text);
+  file.place();
+  file.sync_directory();
+}
+
+ReplacedFilesKept::ReplacedFilesKept() { kept_of_thread() = this; }
+
+ReplacedFilesKept::~ReplacedFilesKept() { kept_of_thread() = nullptr; }
+
+ReplacedFilesKept* ReplacedFilesKept::current() { return kept_of_thread(); }
 
 std::vector<std::string> leftovers(const std::filesystem::path& directory) {
   std::vector<std::string> names;
@@ -286,11 +309,7 @@ void remove_leftovers(const std::filesystem::path& directory) {
 
 FileStamp stamp_of(const std::filesystem::path& path) {
   struct stat info {};
-  if (stat(path.c_str(), &info) != 0) return {};
-  return {.device = info.st_dev,
-          .inode = info.st_ino,
-          .size = static_cast<std::uint64_t>(info.st_size),
-          .modified = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec};
+  return stat(path.c_str(), &info) == 0 ? stamp_from(info) : FileStamp{};
 }
 
 bool is_regular_file(const std::filesystem::path& path) {

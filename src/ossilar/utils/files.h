@@ -40,20 +40,6 @@ enum class Missing { fail, create };
 // link.
 UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Missing::fail);
 
-// Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is
-// the old one or the new one, whole, and when this returns the new one is on disk. Missing directories are
-// created. An existing file's mode is kept. Refuses, with IoError and nothing changed, a target that is no
-// regular file, a symbolic link in its place, and a path with a symbolic link on the way.
-void atomic_write(const std::filesystem::path& path, std::string_view text);
-
-// The names of the temporary files that calls of atomic_write() left in `directory` (absolute, not what is
-// below it) because they were cut short; those of calls still at work are not among them. None where the
-// directory is not there.
-std::vector<std::string> leftovers(const std::filesystem::path& directory);
-
-// Removes them, also when one has just begun to write: that one takes another name.
-void remove_leftovers(const std::filesystem::path& directory);
-
 // Which file a path names, and in which state: another one, or one that was written meanwhile, has another
 // stamp. All zero where there is none. Times are nanoseconds since the epoch.
 struct FileStamp {
@@ -65,6 +51,65 @@ struct FileStamp {
   bool is_same_file(const FileStamp& other) const { return device == other.device && inode == other.inode; }
 };
 FileStamp stamp_of(const std::filesystem::path& path);
+
+// A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
+// unless it was placed. For the errors see atomic_write(), which is the making and the placing of one.
+class StagedFile {
+ public:
+  // Makes missing directories; when this returns the text is on disk.
+  StagedFile(std::filesystem::path path, std::string_view text);
+  StagedFile(StagedFile&& other) noexcept;
+  StagedFile& operator=(StagedFile&&) = delete;
+  StagedFile(const StagedFile&) = delete;
+  StagedFile& operator=(const StagedFile&) = delete;
+  ~StagedFile();
+
+  // What stamp_of(path) is once this file is placed.
+  FileStamp stamp() const;
+  // Takes the place of the file; on disk with the next sync of the directory.
+  void place();
+  void sync_directory() const;
+
+ private:
+  void create();
+
+  std::filesystem::path target_;
+  UniqueFd directory_;
+  std::string name_;
+  UniqueFd fd_;
+};
+
+// Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is
+// the old one or the new one, whole, and when this returns the new one is on disk. Missing directories are
+// created. An existing file's mode is kept. Refuses, with IoError and nothing changed, a target that is no
+// regular file, a symbolic link in its place, and a path with a symbolic link on the way.
+void atomic_write(const std::filesystem::path& path, std::string_view text);
+
+// While one lives on the thread that made it, the files that are replaced there are kept open: to
+// free the blocks of a file can take longer than to write, sync and place the one that replaces it (ext4 with
+// `discard`: ten times as long). They are freed at its end, when nobody waits any more. Scopes do not nest.
+class ReplacedFilesKept {
+ public:
+  ReplacedFilesKept();
+  ~ReplacedFilesKept();
+  ReplacedFilesKept(const ReplacedFilesKept&) = delete;
+  ReplacedFilesKept& operator=(const ReplacedFilesKept&) = delete;
+
+  // That of the calling thread, or null.
+  static ReplacedFilesKept* current();
+  void keep(UniqueFd file) { files_.push_back(std::move(file)); }
+
+ private:
+  std::vector<UniqueFd> files_;
+};
+
+// The names of the temporary files that staged files left in `directory` (absolute, not what is
+// below it) because they were cut short; those of calls still at work are not among them. None where the
+// directory is not there.
+std::vector<std::string> leftovers(const std::filesystem::path& directory);
+
+// Removes them, also when one has just begun to write: that one takes another name.
+void remove_leftovers(const std::filesystem::path& directory);
 
 // Whether `path` is a regular file, symbolic links followed. Throws IoError when the system cannot say.
 bool is_regular_file(const std::filesystem::path& path);
