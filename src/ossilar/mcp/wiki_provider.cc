@@ -16,8 +16,8 @@ void append(std::string& text, const std::vector<std::int64_t>& numbers) {
 }
 
 // The branch, and the configuration file as it is.
-std::string configuration_of(const std::filesystem::path& root) {
-  std::string text = source::read_checkout(root).branch;
+std::string configuration_of(const std::filesystem::path& root, source::CheckoutReader& checkout) {
+  std::string text = checkout.read().branch;
   struct stat info {};
   if (stat((root / "ossilar.toml").c_str(), &info) != 0) return text;
   append(text,
@@ -49,10 +49,10 @@ std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::get() {
 // change in between is found by the next call.
 std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::current() {
   const std::lock_guard lock(mutex_);
-  std::string configuration = configuration_of(root_);
+  std::string configuration = configuration_of(root_, checkout_);
   if (!wiki_ || configuration != configuration_ || database_of(root_) != database_) {
     wiki_.reset();
-    std::shared_ptr<workers::wiki::WikiGenerator> wiki = workers::wiki::open_wiki(root_, "ossilar mcp");
+    std::shared_ptr<workers::wiki::WikiGenerator> wiki = workers::wiki::open_wiki(root_, "ossilar mcp", true);
     configuration_ = std::move(configuration);
     database_ = database_of(root_);
     wiki_ = std::move(wiki);

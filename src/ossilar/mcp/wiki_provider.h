@@ -19,7 +19,7 @@ namespace ossilar::mcp {
 class WikiProvider {
  public:
   // `root` as for open_wiki().
-  explicit WikiProvider(std::filesystem::path root) : root_(std::move(root)) {}
+  explicit WikiProvider(std::filesystem::path root) : root_(std::move(root)), checkout_(root_) {}
 
   // The wiki as of now. Throws what open_wiki() throws; the next call tries again.
   std::shared_ptr<workers::wiki::WikiGenerator> get();
@@ -33,6 +33,7 @@ class WikiProvider {
   std::shared_ptr<workers::wiki::WikiGenerator> current();
 
   const std::filesystem::path root_;
+  source::CheckoutReader checkout_;
   mutable std::mutex mutex_;
   std::shared_ptr<workers::wiki::WikiGenerator> wiki_;  // guarded by mutex_, as is what it was opened for
   std::string configuration_;

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -76,8 +78,46 @@ Checkout read_checkout(const std::filesystem::path& root) {
   const GitHandle<git_reference> head(found);
   if (result < 0) throw git_error("cannot read HEAD of " + where);
   const bool on_branch = git_reference_type(head.get()) == GIT_REFERENCE_SYMBOLIC;
-  checkout.branch = on_branch ? branch_name(git_reference_symbolic_target(head.get())) : "HEAD";
+  if (on_branch) checkout.reference = git_reference_symbolic_target(head.get());
+  checkout.branch = on_branch ? branch_name(checkout.reference) : "HEAD";
   checkout.commit = commit_of(repository.get(), "HEAD", where);
+  return checkout;
+}
+
+// Of everything that read_checkout() reads, in a linked working tree too. None when a reference leads on to
+// another, whose changes would not be seen.
+CheckoutReader::Stamps CheckoutReader::stamps_of(const Checkout& checkout) const {
+  constexpr std::uint64_t kDirectReference = GIT_OID_HEXSZ + 1;
+  Stamps stamps;
+  const auto add = [&](const std::filesystem::path& path) { stamps[path] = utils::stamp_of(path); };
+  std::error_code error;
+  // A folder's own stamp tells of every lock that git takes in it.
+  if (!std::filesystem::is_directory(root_ / ".git", error)) add(root_ / ".git");
+  const auto repository = open_repository(root_);
+  if (repository == nullptr) return stamps;
+  const std::filesystem::path own = git_repository_path(repository.get());
+  const std::filesystem::path common = git_repository_commondir(repository.get());
+  for (const auto& path : {own / "HEAD", common / "config", common / "packed-refs"}) add(path);
+  if (checkout.reference.empty()) return stamps;
+  const std::filesystem::path reference = common / checkout.reference;
+  add(reference);
+  const utils::FileStamp& stamp = stamps[reference];
+  return stamp == utils::FileStamp{} || stamp.size == kDirectReference ? stamps : Stamps{};
+}
+
+Checkout CheckoutReader::read() {
+  // A file that is younger than the coarsest clock's tick can change again and look the same.
+  constexpr std::int64_t kTick = 2'000'000'000;
+  const std::lock_guard lock(mutex_);
+  const auto is_same = [](const auto& each) { return utils::stamp_of(each.first) == each.second; };
+  if (last_ && std::all_of(stamps_.begin(), stamps_.end(), is_same)) return *last_;
+  const std::int64_t now =
+      std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+  stamps_ = stamps_of(read_checkout(root_));
+  Checkout checkout = read_checkout(root_);
+  const auto is_settled = [&](const auto& each) { return each.second.modified <= now - kTick; };
+  last_.reset();
+  if (!stamps_.empty() && std::all_of(stamps_.begin(), stamps_.end(), is_settled)) last_ = checkout;
   return checkout;
 }
 

@@ -1,16 +1,19 @@
 #include "ossilar/source/indexer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <set>
 #include <utility>
 
 #include "ossilar/source/ctags.h"
 #include "ossilar/source/file_reader.h"
+#include "ossilar/source/git.h"
 #include "ossilar/source/imports.h"
 #include "ossilar/source/language.h"
 #include "ossilar/source/listing.h"
 #include "ossilar/source/record.h"
+#include "ossilar/source/tree_watch.h"
 #include "ossilar/utils/best_effort.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/hash.h"
@@ -135,6 +138,9 @@ class Refresh {
     return std::move(entries_);
   }
 
+  // Why symbols are missing, or "".
+  const std::string& symbol_problem() const { return tool_.problem(); }
+
   // The files that could not be read, with the system's reasons.
   const std::vector<utils::IoError>& failures() const { return failures_; }
 
@@ -242,20 +248,108 @@ bool has_files_of(const SourceIndex& index, const Entries& entries) {
   return std::equal(index.files().begin(), index.files().end(), entries.begin(), entries.end(), same);
 }
 
+// The folders whose watches tell of every change to these files, of their coming and going too.
+std::set<std::string> folders_of(const Listing& listing) {
+  std::set<std::string> folders(listing.walked.begin(), listing.walked.end());
+  folders.insert("");
+  for (const Listed& file : listing.files) {
+    std::string folder = file.path;
+    for (std::size_t slash = folder.rfind('/'); slash != folder.npos; slash = folder.rfind('/')) {
+      folder.resize(slash);
+      if (!folders.insert(folder).second) break;  // and so those above it
+    }
+  }
+  return folders;
+}
+
+// Whether `path` is one of the files, which are in order, or a folder that one is in.
+bool leads_to(const std::vector<Listed>& files, const std::string& path) {
+  const auto found =
+      std::lower_bound(files.begin(), files.end(), path,
+                       [](const Listed& file, const std::string& at) { return file.path < at; });
+  if (found != files.end() && found->path == path) return true;
+  const std::string below = path + "/";
+  const auto first =
+      std::lower_bound(files.begin(), files.end(), below,
+                       [](const Listed& file, const std::string& at) { return file.path < at; });
+  return first != files.end() && first->path.starts_with(below);
+}
+
+// The file in which git keeps what it tracks; none outside git.
+std::filesystem::path git_index_file(const std::filesystem::path& root) {
+  const auto repository = open_repository(root);
+  return repository ? std::filesystem::path(git_repository_path(repository.get())) / "index"
+                    : std::filesystem::path();
+}
+
+constexpr std::int64_t kLongestHearsay = 60'000'000'000;  // nanoseconds
+
+// What a watch tells about the last look at a tree.
+class Hearing {
+ public:
+  Hearing(const std::filesystem::path& root, const Exclusions& excluded)
+      : root_(root), excluded_(excluded), watch_(root) {}
+
+  // Whether what was seen at the last look still is so.
+  bool is_unchanged(std::int64_t now) {
+    const bool quiet = watch_.is_quiet([this](const std::string& path) { return concerns(path); });
+    const bool recent = now >= looked_at_ && now - looked_at_ < kLongestHearsay;
+    return std::exchange(complete_, false) && quiet && recent &&
+           (complete_ = index_file_.empty() || utils::stamp_of(index_file_) == index_stamp_);
+  }
+
+  // Lists the files, so that what happens to them from now on is heard of.
+  Listing list(Tree& tree) {
+    index_file_ = git_index_file(root_);
+    index_stamp_ = utils::stamp_of(index_file_);
+    Listing listing = list_files(root_, excluded_, tree);
+    // What came into a folder between its listing and its watching is in the next listing.
+    while (watch_.add(folders_of(listing)) && !listing.from_git) listing = list_files(root_, excluded_, tree);
+    from_git_ = listing.from_git;
+    files_ = listing.files;
+    return listing;
+  }
+
+  // The look that list() began is done.
+  void set_looked(std::int64_t now) {
+    looked_at_ = now;
+    complete_ = watch_.is_trusted();
+  }
+
+ private:
+  bool concerns(const std::string& path) const {
+    if (excluded_.covers(path)) return false;
+    return !from_git_ || path == ".git" || leads_to(files_, path);
+  }
+
+  const std::filesystem::path& root_;
+  const Exclusions& excluded_;
+  TreeWatch watch_;
+  std::filesystem::path index_file_;
+  utils::FileStamp index_stamp_;
+  bool from_git_ = false;
+  std::vector<Listed> files_;
+  std::int64_t looked_at_ = 0;
+  bool complete_ = false;  // the last look came to its end
+};
+
 }  // namespace
 
 class Indexer::Impl {
  public:
   explicit Impl(Options options) : options_(std::move(options)), excluded_(options_.excluded) {
     if (!options_.clock) options_.clock = system_clock;
+    if (options_.watch) hearing_.emplace(options_.root, excluded_);
   }
 
   std::shared_ptr<const SourceIndex> refresh(const Progress& progress) {
     const std::scoped_lock lock(refreshing_);
     if (!entries_) entries_ = load();
     const std::int64_t now = options_.clock();
+    if (hearing_ && hearing_->is_unchanged(now)) return index_;
+    ++looks_;
     Tree tree(options_.root);
-    Listing listing = list_files(options_.root, excluded_, tree);
+    Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
     Refresh refresh(tree, *entries_, now, options_.symbols);
     Entries entries = refresh.run(listing.files, progress);
     tell(refresh.failures());
@@ -264,8 +358,12 @@ class Indexer::Impl {
     if (!index_ || !has_files_of(*index_, *entries_)) index_ = index_of(*entries_);
     const std::scoped_lock skipped_lock(skipping_);
     skipped_ = std::move(listing.skipped);
+    // Where symbols are missing they are to be asked for again, and to be said to be missing.
+    if (hearing_ && refresh.symbol_problem().empty()) hearing_->set_looked(now);
     return index_;
   }
+
+  std::size_t looks() const { return looks_; }
 
   std::vector<std::string> skipped() const {
     const std::scoped_lock lock(skipping_);
@@ -299,7 +397,9 @@ class Indexer::Impl {
   std::mutex refreshing_;           // guards what follows
   std::optional<Entries> entries_;  // none before the records are loaded
   std::shared_ptr<const SourceIndex> index_;
+  std::optional<Hearing> hearing_;
   std::set<std::string> told_;
+  std::atomic<std::size_t> looks_ = 0;
   mutable std::mutex skipping_;  // guards skipped_, which is read while a refresh runs
   std::vector<std::string> skipped_;
 };
@@ -312,6 +412,8 @@ std::shared_ptr<const SourceIndex> Indexer::refresh(const Progress& progress) {
 }
 
 std::vector<std::string> Indexer::skipped() const { return impl_->skipped(); }
+
+std::size_t Indexer::looks() const { return impl_->looks(); }
 
 std::optional<std::string> read_source(const std::filesystem::path& root, const std::string& path) {
   const auto reading = Tree(root).read(path);

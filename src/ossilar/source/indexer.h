@@ -9,9 +9,11 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ossilar/source/source_index.h"
+#include "ossilar/utils/files.h"
 
 namespace ossilar::source {
 
@@ -44,6 +46,7 @@ class Indexer {
     RecordStore* records = nullptr;            // must outlive the indexer; null keeps nothing
     bool symbols = true;                       // ask the symbol tool
     std::function<std::int64_t()> clock = {};  // nanoseconds since the epoch; the system's clock when empty
+    bool watch = false;  // hear of changes instead of looking, where the system tells of them
   };
   explicit Indexer(Options options);
   ~Indexer();
@@ -51,12 +54,17 @@ class Indexer {
   // Looks at every file's metadata, reads what changed since the last time, and gives the index as of now:
   // the same object when nothing changed. A file counts as unchanged only when size, times, inode and device
   // are the same and its times are old enough that a later write must have moved them. Where the symbol tool
-  // is missing, files have no symbols and utils::degraded("symbols", ...) is noted, on every call. Throws
-  // utils::Error for a root that cannot be listed or a repository that is damaged.
+  // is missing, files have no symbols and utils::degraded("symbols", ...) is noted, on every call. With
+  // Options::watch nothing is looked at when nothing was heard since the last look and that is not a minute
+  // old: a write through a memory mapping or another hard link is not heard of. Throws utils::Error for a
+  // root that cannot be listed or a repository that is damaged.
   std::shared_ptr<const SourceIndex> refresh(const Progress& progress = {});
 
   // Paths that are no UTF-8 text and so are in no index, as text fit for messages.
   std::vector<std::string> skipped() const;
+
+  // How many times refresh() has looked at every file.
+  std::size_t looks() const;
 
  private:
   class Impl;
@@ -76,11 +84,31 @@ struct Checkout {
   bool in_git = false;
   std::string branch = "default";  // "HEAD" when detached
   std::string commit;              // 40 hexadecimal digits; "" before the first commit and outside git
+  std::string reference = {};      // "refs/heads/main"; "" when detached and outside git
 };
 
 // Reads the checkout whose working tree has `root` as its root (the caller has found it). Runs no program,
 // whatever the repository's configuration says. Throws utils::Error for a repository that is damaged or bare.
 Checkout read_checkout(const std::filesystem::path& root);
+
+// Reads the checkout of one root again and again: from git's files only when one of them changed since.
+//
+// Thread-safety: read() may be called from any thread.
+class CheckoutReader {
+ public:
+  // `root` as for read_checkout().
+  explicit CheckoutReader(std::filesystem::path root) : root_(std::move(root)) {}
+  Checkout read();
+
+ private:
+  using Stamps = std::map<std::filesystem::path, utils::FileStamp>;
+  Stamps stamps_of(const Checkout& checkout) const;
+
+  const std::filesystem::path root_;
+  std::mutex mutex_;
+  std::optional<Checkout> last_;  // guarded by mutex_, as is the next
+  Stamps stamps_;                 // of what it was read from
+};
 
 // The root of the working tree that `folder` is in: the nearest folder upward that holds `.git`, `.ossilar`
 // or `ossilar.toml`; none when there is none.

@@ -24,6 +24,8 @@ class Collector {
     listing_.skipped.push_back(utils::printable(path));
     return false;
   }
+  void add_folder(const std::string& path) { listing_.walked.push_back(path); }
+  void set_from_git() { listing_.from_git = true; }
   void add(std::string path, bool is_submodule) { listing_.files.push_back({std::move(path), is_submodule}); }
 
   Listing take() {
@@ -95,6 +97,7 @@ void collect_walk(Tree& tree, Collector& out) {
   while (!folders.empty()) {
     const std::string folder = std::move(folders.back());
     folders.pop_back();
+    out.add_folder(folder);
     collect_folder(folder, list_folder(tree, folder), out, folders);
   }
 }
@@ -120,6 +123,7 @@ bool Exclusions::covers(std::string_view path) const {
 Listing list_files(const std::filesystem::path& root, const Exclusions& excluded, Tree& tree) {
   Collector out(excluded);
   if (const auto repository = open_repository(root)) {
+    out.set_from_git();
     collect_index(repository.get(), root, out);
   } else {
     collect_walk(tree, out);

@@ -16,9 +16,6 @@
 namespace ossilar::store {
 namespace {
 
-// Writers hold the file for milliseconds; one that holds it this long is stuck.
-constexpr int kBusyTimeoutMs = 10'000;
-
 struct Advice {
   int code;
   const char* text;

@@ -16,6 +16,9 @@
 
 namespace ossilar::store {
 
+// Writers hold the file for milliseconds; one that holds it this long is stuck.
+inline constexpr int kBusyTimeoutMs = 10'000;
+
 // What is stored is not what this program stores.
 class DamagedError : public utils::Error {
  public:

@@ -24,6 +24,9 @@ class ForwardingStore : public WikiStore {
     target_.upsert_wiki_state(branch, fields);
   }
   StoredRows get_wiki_pages(const std::string& branch) override { return target_.get_wiki_pages(branch); }
+  std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
+    return target_.begin_group(attempt);
+  }
   std::optional<std::string> damage() override { return target_.damage(); }
   std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
                                    const std::string& title, const PageFields& fields) override {

@@ -68,7 +68,8 @@ struct WikiStateFields {
   std::string manifest_hash = {};
 };
 
-// The index gateway that a save writes through. Each write is on disk when its call returns.
+// The index gateway that a save writes through. Each write is on disk when its call returns; in a group of
+// writes, see WikiStore::begin_group(), when the group is committed.
 //
 // Thread-safety: every member may be called from any thread. Errors: StorageError.
 class Repository {
@@ -136,9 +137,28 @@ struct FoundPassage {
   double score = 0;
 };
 
+// Writes of one thread that become one transaction. Without commit() its end takes them back.
+class WriteGroup {
+ public:
+  WriteGroup() = default;
+  WriteGroup(const WriteGroup&) = delete;
+  WriteGroup& operator=(const WriteGroup&) = delete;
+  virtual ~WriteGroup() = default;
+
+  // Puts what was written on disk, all of it or, with StorageError, nothing that anybody may rely on: a
+  // commit that fails may have reached the file.
+  virtual void commit() = 0;
+};
+
 // Everything that the host of a wiki keeps.
 class WikiStore : public Repository {
  public:
+  // From now to the end of the result, the calling thread's writes are one transaction, and its reads see
+  // them before others do; other writers, those of other processes too, wait. A write that fails takes itself
+  // back and no other; where the failure took back more, commit() says so. `attempt` is what commit() says it
+  // could not do: "store the page a". Groups do not nest, and end on the thread that began them.
+  virtual std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) = 0;
+
   // Reads everything and gives what is damaged in it, in words; none when all is sound.
   virtual std::optional<std::string> damage() = 0;
 
@@ -208,7 +228,8 @@ class WikiStore : public Repository {
 
   // The records of a source index, opaque here, by path.
   virtual std::map<std::string, std::string> source_records() = 0;
-  // In one transaction: a text replaces the record of its path, none removes it.
+  // In one transaction: a text replaces the record of its path, none removes it. They save reading what can
+  // be read again, so nobody waits for long to store them: while another writes, nothing is stored.
   virtual void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) = 0;
 };
 

@@ -256,6 +256,8 @@ Connection open_database(const std::filesystem::path& file) {
   if (version < kSchemaVersion) migrate(connection);
   use_write_ahead_log(database);
   database.exec("PRAGMA foreign_keys = ON");
+  // What a step of a group would take back is kept in memory, not in a file elsewhere.
+  database.exec("PRAGMA temp_store = MEMORY");
   // The first indexing of a large repository is one transaction; its log is not to keep that size for ever.
   database.exec("PRAGMA journal_size_limit = 16777216");
   return connection;

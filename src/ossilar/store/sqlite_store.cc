@@ -1,10 +1,15 @@
 #include "ossilar/store/sqlite_store.h"
 
+#include <SQLiteCpp/Exception.h>
 #include <SQLiteCpp/Transaction.h>
+
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <mutex>
+#include <thread>
 #include <type_traits>
 #include <utility>
 
@@ -13,9 +18,12 @@
 #include "ossilar/store/rows.h"
 #include "ossilar/store/schema.h"
 #include "ossilar/store/word_index.h"
+#include "ossilar/utils/logging.h"
 
 namespace ossilar::store {
 namespace {
+
+const utils::Logger logger("ossilar.store");
 
 constexpr const char* kNextRevision = "UPDATE counter SET revision = revision + 1 RETURNING revision";
 constexpr const char* kClearMark = "DELETE FROM stale_marks WHERE page_key = ?1";
@@ -75,6 +83,16 @@ void write_marks(Connection& connection, const std::string& branch,
   for (const auto& [page_id, reason] : reasons) Query(connection, kMark, branch, page_id, reason).run();
 }
 
+void write_records(Connection& connection, const std::map<std::string, std::optional<std::string>>& changes) {
+  for (const auto& [path, record] : changes) {
+    if (record) {
+      Query(connection, kPutRecord, path, *record).run();
+    } else {
+      Query(connection, kRemoveRecord, path).run();
+    }
+  }
+}
+
 std::optional<std::int64_t> key_of(Connection& connection, const std::string& branch,
                                    const std::string& page_id) {
   Query query(connection, kPageKey, branch, page_id);
@@ -130,15 +148,115 @@ struct Snapshot {
   std::int64_t revision = 0;
 };
 
+// Snapshots by branch.
+struct Snapshots {
+  std::map<std::string, Snapshot> pages;
+  std::map<std::string, Snapshot> digests;
+};
+
+// Removals first: a page that came back after its removal has a row.
+StoredRows read_pages(Connection& connection, Snapshot& last, const std::string& branch) {
+  Snapshot next = last;
+  Query removed(connection, kRemovedPages, branch, last.revision);
+  while (removed.next()) {
+    next.entries.erase(removed.text(1));
+    next.revision = removed.number(0);
+  }
+  Query rows(connection, kChangedPages, branch, last.revision);
+  while (rows.next()) {
+    next.entries.set(page_id_of(rows), page_row(rows));
+    next.revision = std::max(next.revision, rows.number(0));
+  }
+  last = next;
+  return next.entries;
+}
+
+Snapshot read_digests(Connection& connection, Snapshot& last, const std::string& branch) {
+  Snapshot next = last;
+  Query rows(connection, kChangedDigests, branch, next.revision);
+  while (rows.next()) {
+    if (rows.is_null(2)) {
+      next.entries.erase(rows.text(1));
+    } else {
+      next.entries.set(rows.text(1), read_json(rows.text(2), "the digest of " + rows.text(1)));
+    }
+    next.revision = rows.number(0);
+  }
+  return last = next;
+}
+
+// What `Work` gives that asks a connection, or a connection and its snapshots.
+template <class Work>
+using Result = typename std::conditional_t<std::is_invocable_v<Work, Connection&, Snapshots&>,
+                                           std::invoke_result<Work, Connection&, Snapshots&>,
+                                           std::invoke_result<Work, Connection&>>::type;
+
+template <class Work>
+Result<Work> ask(Work& work, Connection& connection, Snapshots& last) {
+  if constexpr (std::is_invocable_v<Work, Connection&, Snapshots&>) {
+    return work(connection, last);
+  } else {
+    return work(connection);
+  }
+}
+
+// What `work` gives, after `then` was called.
+template <class Work, class Then>
+std::invoke_result_t<Work> and_then(Work work, Then then) {
+  if constexpr (std::is_void_v<std::invoke_result_t<Work>>) {
+    work();
+    then();
+  } else {
+    auto result = work();
+    then();
+    return result;
+  }
+}
+
+// A part of a group's transaction that can be taken back alone.
+class Step {
+ public:
+  explicit Step(Connection& connection) : connection_(connection) {
+    Query(connection_, "SAVEPOINT step").run();
+  }
+  // SQLite may have ended the whole transaction, and the step with it; whoever commits is told.
+  ~Step() {
+    if (done_) return;
+    try {
+      Query(connection_, "ROLLBACK TO step").run();
+      Query(connection_, "RELEASE step").run();
+    } catch (const SQLite::Exception&) {
+      return;
+    }
+  }
+  Step(const Step&) = delete;
+  Step& operator=(const Step&) = delete;
+
+  void keep() {
+    Query(connection_, "RELEASE step").run();
+    done_ = true;
+  }
+
+ private:
+  Connection& connection_;
+  bool done_ = false;
+};
+
 // One connection writes and one reads, each under a mutex of its own, so that drafts read while a commit
-// waits for the disk. A thread that holds both took the writer's first.
+// waits for the disk. A thread that holds both took the writer's first. Within a group the group's thread
+// reads by the connection that writes, and holds its mutex from the group's begin to its end.
 //
-// The snapshots belong to the reader. They are only what a read gave or a commit has made so; after a write
-// that failed, whose outcome only the file knows, they are dropped.
+// The snapshots belong to the reader; a group has its own, which become the reader's when it is committed.
+// They are only what a read gave or a commit has made so; after a write that failed, whose outcome only the
+// file knows, they are dropped.
 class SqliteStore final : public WikiStore {
  public:
   explicit SqliteStore(const std::filesystem::path& file)
       : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {}
+
+  std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
+    return std::make_unique<Group>(*this, attempt);
+  }
 
   std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
                                 const std::string& title, const PageFields& fields) override {
@@ -166,8 +284,9 @@ class SqliteStore final : public WikiStore {
   }
 
   StoredRows get_wiki_pages(const std::string& branch) override {
-    return read("read the pages of the branch " + branch,
-                [&](Connection& connection) { return read_pages(connection, branch); });
+    return read("read the pages of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      return read_pages(connection, last.pages[branch], branch);
+    });
   }
 
   std::optional<std::string> damage() override {
@@ -255,21 +374,26 @@ class SqliteStore final : public WikiStore {
     });
   }
 
-  PageDigests load_digests(const std::string& branch) override { return digest_snapshot(branch).entries; }
+  PageDigests load_digests(const std::string& branch) override {
+    return read("read the digests of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      return read_digests(connection, last.digests[branch], branch).entries;
+    });
+  }
 
   // What was persisted becomes the snapshot that the next call compares with, so that a caller who changes
   // one digest of many and persists again shares all others with it.
   void persist_digests(const std::string& branch, const PageDigests& digests,
                        const std::map<std::string, std::string>& stale) override {
     Snapshot persisted{.entries = digests};
-    const std::lock_guard writing(writer_mutex_);
-    write_locked("store the digests of the branch " + branch, [&](Connection& connection) {
-      const Snapshot stored = digest_snapshot(branch);  // nobody writes meanwhile
-      persisted.revision = write_differences(connection, branch, stored, digests);
-      write_marks(connection, branch, stale);
-    });
-    const std::lock_guard reading(reader_mutex_);
-    digests_[branch] = std::move(persisted);
+    write(
+        "store the digests of the branch " + branch,
+        [&](Connection& connection) {
+          Snapshot stored = known_digests(branch);
+          stored = read_digests(connection, stored, branch);  // nobody writes meanwhile
+          persisted.revision = write_differences(connection, branch, stored, digests);
+          write_marks(connection, branch, stale);
+        },
+        [&](Snapshots& last) { last.digests[branch] = std::move(persisted); });
   }
 
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
@@ -310,49 +434,77 @@ class SqliteStore final : public WikiStore {
   }
 
   void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
-    if (changes.empty()) return;
-    write("store the source index", [&](Connection& connection) {
-      for (const auto& [path, record] : changes) {
-        if (record) {
-          Query(connection, kPutRecord, path, *record).run();
-        } else {
-          Query(connection, kRemoveRecord, path).run();
-        }
-      }
-    });
+    const std::string attempt = "store the source index";
+    if (changes.empty() || !is_writable_soon(attempt)) return;
+    write(attempt, [&](Connection& connection) { write_records(connection, changes); });
   }
 
  private:
-  using Snapshots = std::map<std::string, Snapshot>;  // by branch
-  template <class Work>
-  using Result = std::invoke_result_t<Work, Connection&>;
+  class Group final : public WriteGroup {
+   public:
+    Group(SqliteStore& store, std::string attempt)
+        : store_(store), attempt_(std::move(attempt)), writing_(store.writer_mutex_) {
+      store_.begin_group_locked(attempt_);
+    }
+    ~Group() override {
+      if (!ended_) store_.end_group_locked();
+    }
+    void commit() override {
+      ended_ = true;
+      store_.commit_group_locked(attempt_);
+    }
+
+   private:
+    SqliteStore& store_;
+    const std::string attempt_;
+    const std::unique_lock<std::mutex> writing_;
+    bool ended_ = false;
+  };
+
+  bool in_group() const { return grouping_ == std::this_thread::get_id(); }
 
   // Runs `work` in one read transaction.
   template <class Work>
   Result<Work> read(const std::string& attempt, Work work) {
+    if (in_group()) return with_storage_errors(file_, attempt, [&] { return ask(work, writer_, grouped_); });
     const std::lock_guard lock(reader_mutex_);
     return with_storage_errors(file_, attempt, [&] {
       reader_.require_in_place();
       const SQLite::Transaction snapshot(reader_.database());  // its end, a rollback, changes nothing
-      return work(reader_);
+      return ask(work, reader_, last_);
     });
   }
 
-  // Runs `work` in one write transaction, which is on disk at the return. It locks at its begin: one that
-  // reads first and locks later fails at once when another process has written in between.
+  // Runs `work` in one write transaction, which is on disk at the return, or as one step of the group's;
+  // `written` tells the snapshots then. A transaction locks at its begin: one that reads first and locks
+  // later fails at once when another process has written in between.
+  template <class Work, class Written>
+  Result<Work> write(const std::string& attempt, Work work, Written written) {
+    if (in_group()) return write_step(attempt, work, written);
+    const std::lock_guard lock(writer_mutex_);
+    return write_locked(attempt, work, written);
+  }
+
   template <class Work>
   Result<Work> write(const std::string& attempt, Work work) {
-    const std::lock_guard lock(writer_mutex_);
-    return write_locked(attempt, work);
+    return write(attempt, work, [](Snapshots&) {});
   }
 
   // A commit that fails may have reached the file: who opens it next may find it made.
-  template <class Work>
-  Result<Work> write_locked(const std::string& attempt, Work work) {
+  template <class Work, class Written>
+  Result<Work> write_locked(const std::string& attempt, Work& work, Written& written) {
     std::string doing = attempt;
     try {
       return with_storage_errors(file_, doing, [&] {
-        return commit(work, [&] { doing = "say whether it could " + attempt + " (ossilar check can)"; });
+        writer_.require_in_place();
+        SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
+        return and_then([&] { return work(writer_); },
+                        [&] {
+                          doing = unsure_of(attempt);
+                          transaction.commit();
+                          const std::lock_guard reading(reader_mutex_);
+                          written(last_);
+                        });
       });
     } catch (...) {
       forget_snapshots();
@@ -360,61 +512,95 @@ class SqliteStore final : public WikiStore {
     }
   }
 
-  template <class Work, class BeforeCommit>
-  Result<Work> commit(Work work, BeforeCommit before_commit) {
-    writer_.require_in_place();
-    SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
-    if constexpr (std::is_void_v<Result<Work>>) {
-      work(writer_);
-      before_commit();
-      transaction.commit();
-    } else {
-      Result<Work> result = work(writer_);
-      before_commit();
-      transaction.commit();
-      return result;
+  template <class Work, class Written>
+  Result<Work> write_step(const std::string& attempt, Work& work, Written& written) {
+    return with_storage_errors(file_, attempt, [&] {
+      require_group();
+      Step step(writer_);
+      return and_then([&] { return work(writer_); },
+                      [&] {
+                        step.keep();
+                        written(grouped_);
+                      });
+    });
+  }
+
+  // Whether nobody else is in the midst of writing, or is done within a moment.
+  bool is_writable_soon(const std::string& attempt) {
+    constexpr int kMomentMs = 500;
+    if (in_group()) return true;
+    const std::lock_guard lock(writer_mutex_);
+    return with_storage_errors(file_, attempt, [&] {
+      SQLite::Database& database = writer_.database();
+      database.setBusyTimeout(kMomentMs);
+      const int code = database.tryExec("BEGIN IMMEDIATE");
+      database.setBusyTimeout(kBusyTimeoutMs);
+      if (code == SQLITE_OK) database.exec("ROLLBACK");
+      if (code != SQLITE_OK && code != SQLITE_BUSY) throw SQLite::Exception(database.getHandle(), code);
+      return code == SQLITE_OK;
+    });
+  }
+
+  static std::string unsure_of(const std::string& attempt) {
+    return "say whether it could " + attempt + " (ossilar check can)";
+  }
+
+  void begin_group_locked(const std::string& attempt) {
+    with_storage_errors(file_, attempt, [&] {
+      writer_.require_in_place();
+      Query(writer_, "BEGIN IMMEDIATE").run();
+    });
+    {
+      const std::lock_guard reading(reader_mutex_);
+      grouped_ = last_;
+    }
+    grouping_ = std::this_thread::get_id();
+  }
+
+  // SQLite itself ends a transaction after some failures, of a full disk for one.
+  void require_group() {
+    if (sqlite3_get_autocommit(writer_.database().getHandle()) != 0)
+      throw utils::Error("what was written before was taken back by a failure; try again");
+  }
+
+  void commit_group_locked(const std::string& attempt) {
+    std::string doing = attempt;
+    try {
+      with_storage_errors(file_, doing, [&] {
+        require_group();
+        doing = unsure_of(attempt);
+        Query(writer_, "COMMIT").run();
+      });
+    } catch (...) {
+      end_group_locked();
+      forget_snapshots();
+      throw;
+    }
+    grouping_ = std::thread::id();
+    const std::lock_guard reading(reader_mutex_);
+    last_ = std::move(grouped_);
+  }
+
+  void end_group_locked() {
+    grouping_ = std::thread::id();
+    grouped_ = {};
+    try {
+      if (sqlite3_get_autocommit(writer_.database().getHandle()) == 0) Query(writer_, "ROLLBACK").run();
+    } catch (const std::exception& error) {
+      logger.warning("what a save wrote could not be taken back", error);
     }
   }
 
   void forget_snapshots() {
     const std::lock_guard lock(reader_mutex_);
-    pages_.clear();
-    digests_.clear();
+    last_ = {};
   }
 
-  // Removals first: a page that came back after its removal has a row.
-  StoredRows read_pages(Connection& connection, const std::string& branch) {
-    Snapshot next = pages_[branch];
-    const std::int64_t seen = next.revision;
-    Query removed(connection, kRemovedPages, branch, seen);
-    while (removed.next()) {
-      next.entries.erase(removed.text(1));
-      next.revision = removed.number(0);
-    }
-    Query rows(connection, kChangedPages, branch, seen);
-    while (rows.next()) {
-      next.entries.set(page_id_of(rows), page_row(rows));
-      next.revision = std::max(next.revision, rows.number(0));
-    }
-    pages_[branch] = next;
-    return next.entries;
-  }
-
-  Snapshot digest_snapshot(const std::string& branch) {
-    return read("read the digests of the branch " + branch, [&](Connection& connection) {
-      Snapshot next = digests_[branch];
-      Query rows(connection, kChangedDigests, branch, next.revision);
-      while (rows.next()) {
-        if (rows.is_null(2)) {
-          next.entries.erase(rows.text(1));
-        } else {
-          next.entries.set(rows.text(1), read_json(rows.text(2), "the digest of " + rows.text(1)));
-        }
-        next.revision = rows.number(0);
-      }
-      digests_[branch] = next;
-      return next;
-    });
+  // The digests of the branch as they were read last.
+  Snapshot known_digests(const std::string& branch) {
+    if (in_group()) return grouped_.digests[branch];
+    const std::lock_guard lock(reader_mutex_);
+    return last_.digests[branch];
   }
 
   // Makes the stored digests those in `digests`; gives the revision that they then have.
@@ -442,8 +628,9 @@ class SqliteStore final : public WikiStore {
   Connection writer_;
   std::mutex reader_mutex_;
   Connection reader_;
-  Snapshots pages_;
-  Snapshots digests_;
+  Snapshots last_;
+  std::atomic<std::thread::id> grouping_{};  // the thread whose group it is, while there is one
+  Snapshots grouped_;                        // that thread's
 };
 
 }  // namespace

@@ -52,5 +52,37 @@ TEST(CheckoutTest, RootIsTheNearestFolderWithAMark) {
   EXPECT_EQ(find_root(folder / "missing"), std::nullopt);
 }
 
+// A reader gives what is there, whatever it has read before.
+TEST(CheckoutTest, AReaderSeesEveryChange) {
+  const char* const kSettle = "find r/.git w -exec touch -h -d '1 minute ago' {} + 2>/dev/null || true";
+  for (const char* root : {"r", "w"}) {  // a working tree and one that is linked to it
+    for (const char* change : {"commit $R", "git -C $R switch -qc other", "git -C $R checkout -q --detach",
+                               "git -C $R pack-refs --all", "git -C $R pack-refs --all; commit $R",
+                               "git -C $R remote add origin https://host/team/tool.git",
+                               "git -C $R update-ref -d HEAD", "rm -rf $R/.git",
+                               "git -C $R symbolic-ref refs/heads/alias refs/heads/main; git -C $R "
+                               "symbolic-ref HEAD refs/heads/alias"}) {
+      SCOPED_TRACE(std::string(root) + ": " + change);
+      const Repository repository;
+      repository.run("git init -q r; commit r; git -C r worktree add -qb tree ../w");
+      CheckoutReader reader(repository / root);
+      const auto expect_same = [&] {
+        const Checkout seen = reader.read();
+        const Checkout now = read_checkout(repository / root);
+        EXPECT_EQ(std::tie(seen.name, seen.in_git, seen.branch, seen.commit),
+                  std::tie(now.name, now.in_git, now.branch, now.commit));
+      };
+      for (int round = 0; round < 2; ++round) {
+        repository.run(kSettle);
+        expect_same();
+        expect_same();
+        repository.run(std::string("R=") + root + "; " +
+                       (round == 0 ? change : "test -e $R/.git && commit $R || true"));
+        expect_same();
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace ossilar::source

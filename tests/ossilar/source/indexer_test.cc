@@ -225,5 +225,95 @@ TEST_F(IndexerTest, ReadSourceReadsOnlyRegularTextFilesBelowTheRoot) {
   EXPECT_EQ(read_source(root, std::string("d/ok\0", 5)), std::nullopt);
 }
 
+// What is done to a tree, and whether it is to be looked at again.
+struct Change {
+  const char* what;
+  const char* script;
+  bool concerns = true;
+};
+
+const std::vector<Change> kChanges{
+    {"a text is written", "echo 'int more();' > src/a.cc"},
+    {"a text grows", "echo 'int more();' >> src/a.cc"},
+    {"a text is cut", ": > src/a.cc"},
+    {"another file takes the place", "echo x > new; mv new src/a.cc"},
+    {"a file goes", "rm src/a.cc"},
+    {"a file may be read no more", "chmod 0 src/a.cc"},
+    {"a folder is moved away", "mv src elsewhere"},
+    {"a folder is moved away and changed there",
+     "mv src elsewhere; mv elsewhere src; echo 1 >> src/deep/b.cc"},
+    {"a link takes a folder's place", "mv src elsewhere; ln -s elsewhere src"},
+    {"a folder comes back as another", "rm -r src/deep; mkdir src/deep; echo 'int c();' > src/deep/b.cc"},
+};
+
+class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<bool, Change>> {
+ protected:
+  Repository repo;
+};
+
+// Another change comes after it, as what a change does to the watches shows at the next one.
+TEST_P(WatchedIndexerTest, HearsOfIt) {
+  const auto& [in_git, change] = GetParam();
+  SCOPED_TRACE(change.what);
+  repo.run(
+      "mkdir -p src/deep wiki; echo 'int a();' > src/a.cc; echo 'int b();' > src/deep/b.cc; echo t > t.md");
+  if (in_git) repo.run("git init -q; git add -A; git commit -qm m");
+  Indexer watched({.root = repo.path(), .excluded = {"wiki"}, .symbols = false, .watch = true});
+  auto index = watched.refresh();
+  EXPECT_EQ(watched.refresh(), index);
+  EXPECT_EQ(watched.looks(), 1);
+  for (int round = 0; round < 2; ++round) {
+    repo.run(round == 0 ? change.script
+                        : "mkdir -p src; test -d src && echo 'int again();' > src/a.cc; true");
+    const std::size_t looks = watched.looks();
+    index = watched.refresh();
+    const std::size_t expected = change.concerns ? 1 : 0;
+    EXPECT_TRUE(round == 1 || watched.looks() - looks == expected) << watched.looks() - looks;
+    Indexer fresh({.root = repo.path(), .excluded = {"wiki"}, .symbols = false});
+    const auto seen = fresh.refresh();
+    ASSERT_EQ(index->files().size(), seen->files().size()) << "in round " << round;
+    for (std::size_t i = 0; i < seen->files().size(); ++i) {
+      EXPECT_EQ(index->files()[i]->path, seen->files()[i]->path);
+      EXPECT_EQ(index->files()[i]->sha256, seen->files()[i]->sha256) << seen->files()[i]->path;
+    }
+  }
+}
+
+std::vector<std::tuple<bool, Change>> changes_of_trees() {
+  std::vector<std::tuple<bool, Change>> all;
+  for (const Change& change : kChanges) {
+    all.emplace_back(false, change);
+    all.emplace_back(true, change);
+  }
+  all.emplace_back(false, Change{"a file comes", "echo 'int c();' > src/c.cc"});
+  all.emplace_back(false, Change{"a file comes in a new folder", "mkdir -p x/y; echo 'int c();' > x/y/c.cc"});
+  all.emplace_back(false, Change{"what is left out changes", "echo 1 > wiki/page.md", false});
+  all.emplace_back(true, Change{"what is left out changes", "echo 1 > wiki/page.md", false});
+  all.emplace_back(true,
+                   Change{"a file comes that git does not know", "echo 1 > src/c.cc; echo 1 > d.o", false});
+  all.emplace_back(true, Change{"a file is added", "echo 'int c();' > src/c.cc; git add src/c.cc"});
+  all.emplace_back(true, Change{"a file is removed from git", "git rm -q --cached src/a.cc"});
+  all.emplace_back(
+      true, Change{"a commit is taken back", "git rm -qr src; git commit -qm n; git reset -q --hard HEAD~1"});
+  return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, WatchedIndexerTest, ::testing::ValuesIn(changes_of_trees()));
+
+TEST_F(IndexerTest, AWatchedTreeIsLookedAtWhenNothingWasHeardForAMinute) {
+  const Repository repo;
+  repo.run("echo a > a.txt");
+  std::int64_t now = 1'000'000'000'000;
+  Indexer watched(
+      {.root = repo.path(), .excluded = {}, .symbols = false, .clock = [&] { return now; }, .watch = true});
+  watched.refresh();
+  now += 59'000'000'000;
+  watched.refresh();
+  EXPECT_EQ(watched.looks(), 1);
+  now += 1'000'000'000;
+  watched.refresh();
+  EXPECT_EQ(watched.looks(), 2);
+}
+
 }  // namespace
 }  // namespace ossilar::source

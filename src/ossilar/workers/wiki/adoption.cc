@@ -266,14 +266,15 @@ AdoptionReport WikiGenerator::adopt_pages() {
         utils::is_regular_file(paths_.wiki / "manifest.json")) {
       return;
     }
-    _write_index_and_manifest({.git_commit = _git_commit(),
-                               .files_covered = _stored_files_covered(),
-                               .lint = _prior_lint_summary()});
+    write_lists({.git_commit = _git_commit(),
+                 .files_covered = _stored_files_covered(),
+                 .lint = _prior_lint_summary()});
   });
   return report;
 }
 
 bool WikiGenerator::has_news(const utils::FileStamp& manifest) const {
+  if (lists_.is_own(manifest)) return false;
   const std::lock_guard lock(state_mutex_);
   return manifest != seen_.manifest ||
          std::any_of(seen_.awaited.begin(), seen_.awaited.end(),

@@ -113,7 +113,7 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
   if (spliced && page.version() != *splice->version) return std::nullopt;
 
   const std::string kept = keep_replaced(page, draft);
-  auto answer = AgentSaveMixin::_commit_agent_page(draft);
+  auto answer = commit_as_one(draft);
   if (answer && !kept.empty() && answer->contains("warnings")) {
     const std::string file = (paths_.replaced() / kept).lexically_relative(paths_.root).string();
     answer->at("warnings")
@@ -121,6 +121,25 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
                    std::string(spliced ? "what is outside this section stays, and " : "") +
                    "the file as it was is kept in " + file);
   }
+  return answer;
+}
+
+// The rows of a save are one transaction. What was written before a failure stays, as that of the page file
+// does.
+std::optional<Answer> WikiGenerator::commit_as_one(const _PageDraft& draft) {
+  const auto group = store_->begin_group("store the page " + draft.plan->page_id);
+  std::optional<Answer> answer;
+  try {
+    answer = AgentSaveMixin::_commit_agent_page(draft);
+  } catch (...) {
+    try {
+      group->commit();
+    } catch (const std::exception& error) {  // the first failure is the one to tell of
+      save_logger.warning("what the failed save wrote before could not be stored", error);
+    }
+    throw;
+  }
+  group->commit();
   return answer;
 }
 

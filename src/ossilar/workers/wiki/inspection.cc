@@ -299,17 +299,18 @@ void Inspection::inspect_digests() {
 
 // Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
-  inspect_list(Fault::index, "index.md", wiki_.renderer_.index(rows_, planned_->plans));
+  const ListContent content{.rows = rows_,
+                            .plans = planned_->plans,
+                            .result = {.git_commit = manifest_.commit,
+                                       .files_covered = wiki_._stored_files_covered(),
+                                       .lint = manifest_.lint}};
+  inspect_list(Fault::index, "index.md", wiki_.lists_.index(content));
   if (!manifest_failure_.empty() && manifest_text_) {
     return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
                 "cannot be read: " + manifest_failure_, kMakesItAgain, true});
   }
   inspect_list(Fault::manifest, "manifest.json",
-               wiki_.renderer_.manifest(rows_,
-                                        {.git_commit = manifest_.commit,
-                                         .files_covered = wiki_._stored_files_covered(),
-                                         .lint = manifest_.lint},
-                                        waiting_entries(manifest_, rows_, wiki_.paths_.pages)));
+               wiki_.lists_.manifest(content, waiting_entries(manifest_, rows_, wiki_.paths_.pages)));
 }
 
 void Inspection::inspect_list(Fault fault, const char* name, const std::string& expected) {

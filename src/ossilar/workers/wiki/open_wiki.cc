@@ -40,6 +40,9 @@ constexpr std::string_view kConfigTemplate =
 # steering = "Name the exception types."
 )";
 
+// Written and synced in about the time that one page takes.
+constexpr std::uint64_t kSmallLists = std::uint64_t{256} * 1024;
+
 bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
 
 void create_file(const fs::path& root, const std::string& name, std::string_view text,
@@ -91,7 +94,7 @@ std::vector<std::string> set_up_wiki(const fs::path& root) {
   return created;
 }
 
-std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string& writer) {
+std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string& writer, bool stays) {
   WikiConfig config = load_config(config_file(root));
   WikiPaths paths = wiki_paths(root, config);
   if (!is_there(paths.state)) {
@@ -100,12 +103,15 @@ std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string
   utils::open_directory(paths.turns(), utils::Missing::create);
   auto store = store::open_sqlite_store(paths.database());
   auto embedder = make_embedder(config);
-  return std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = std::move(paths),
-                                                                 .config = std::move(config),
-                                                                 .checkout = source::read_checkout(root),
-                                                                 .store = std::move(store),
-                                                                 .embedder = std::move(embedder),
-                                                                 .writer = writer});
+  return std::make_unique<WikiGenerator>(
+      WikiGenerator::Services{.paths = std::move(paths),
+                              .config = std::move(config),
+                              .checkout = source::read_checkout(root),
+                              .store = std::move(store),
+                              .embedder = std::move(embedder),
+                              .writer = writer,
+                              .lists_follow_above = stays ? std::optional(kSmallLists) : std::nullopt,
+                              .watch_sources = stays});
 }
 
 }  // namespace ossilar::workers::wiki

@@ -21,7 +21,9 @@ WikiPaths wiki_paths(const std::filesystem::path& root, const WikiConfig& config
 std::vector<std::string> set_up_wiki(const std::filesystem::path& root);
 
 // Opens the wiki of the repository at `root`. `writer` names this program to others that wait for its lock.
+// With `stays` the process is there to follow up on its saves: see Services::lists_follow_above.
 // Throws utils::ConfigError for a repository that was never set up, and for a configuration that is wrong.
-std::unique_ptr<WikiGenerator> open_wiki(const std::filesystem::path& root, const std::string& writer);
+std::unique_ptr<WikiGenerator> open_wiki(const std::filesystem::path& root, const std::string& writer,
+                                         bool stays = false);
 
 }  // namespace ossilar::workers::wiki

@@ -91,21 +91,29 @@ WikiGenerator::WikiGenerator(Services services)
     : paths_(std::move(services.paths)),
       config_(std::move(services.config)),
       checkout_(std::move(services.checkout)),
+      checkout_now_(paths_.root),
       store_(std::move(services.store)),
       embedder_(std::move(services.embedder)),
       source_records_(std::make_unique<SourceRecords>(*store_)),
-      indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
-          .root = paths_.root, .excluded = excluded_from_index(config_), .records = source_records_.get()})),
+      indexer_(
+          std::make_unique<source::Indexer>(source::Indexer::Options{.root = paths_.root,
+                                                                     .excluded = excluded_from_index(config_),
+                                                                     .records = source_records_.get(),
+                                                                     .watch = services.watch_sources})),
       lock_({.path = paths_.lock(),
              .timeout = config_.lock_timeout,
              .holder = std::move(services.writer),
              .guards_folder = true}),
       drafts_(paths_.drafts(), kMostDrafts),
-      replaced_(paths_.replaced()) {
+      replaced_(paths_.replaced()),
+      lists_(paths_.wiki, paths_.pages),
+      lists_follow_above_(services.lists_follow_above.value_or(0)) {
   existing_ = store_->get_wiki_pages(branch());
+  if (services.lists_follow_above)
+    following_ = std::make_unique<Background>([this] { return follow_with_lists(); });
 }
 
-WikiGenerator::~WikiGenerator() = default;
+WikiGenerator::~WikiGenerator() { following_.reset(); }
 
 // ---- Plan and rows.
 
@@ -349,27 +357,57 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 
 // ---- The wiki's own files and state.
 
-// A manifest of another's may tell of pages that are not taken over yet. One that cannot be read, in the
-// midst of a merge perhaps, is left to whoever mends it.
+// Written whole, they cost what the wiki has pages: where somebody is there to follow up, the save goes
+// without.
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
-  ManifestContent known;
-  if (utils::stamp_of(paths_.wiki / "manifest.json") == listed_.manifest) {
-    known.pages = {listed_.waiting.begin(), listed_.waiting.end()};
-  } else {
-    known = load_manifest(paths_.wiki);
-  }
-  write_lists(result, known);
+  if (!following_) return write_lists(result);
+  const std::lock_guard lock(state_mutex_);
+  due_ = result;
+  lists_due_ = true;
 }
 
-void WikiGenerator::write_lists(const WikiBuildResult& result, const ManifestContent& known) {
-  const store::StoredRows rows = store_->get_wiki_pages(branch());
-  auto waiting = waiting_entries(known, rows, paths_.pages);
-  _atomic_write(paths_.wiki / "index.md", renderer_.index(rows, planned()->plans));
-  _atomic_write(paths_.wiki / "manifest.json", renderer_.manifest(rows, result, waiting));
-  listed_ = {.manifest = utils::stamp_of(paths_.wiki / "manifest.json"), .waiting = std::move(waiting)};
-  if (!listed_.waiting.empty()) return;
-  const std::lock_guard lock(state_mutex_);
-  seen_ = {.manifest = listed_.manifest, .awaited = {}};
+bool WikiGenerator::lists_follow() const {
+  return following_ && utils::stamp_of(paths_.wiki / "manifest.json").size > lists_follow_above_;
+}
+
+ListContent WikiGenerator::list_content(const WikiBuildResult& result) {
+  return {.rows = store_->get_wiki_pages(branch()), .plans = planned()->plans, .result = result};
+}
+
+void WikiGenerator::write_lists(const WikiBuildResult& result, const ManifestContent* known) {
+  lists_.place(lists_.stage(list_content(result), known));
+}
+
+// The lists are made without the lock, from rows that are read after the manifest was looked at: if it is
+// still the same under the lock, what takes its place is not older.
+bool WikiGenerator::follow_with_lists() {
+  try {
+    std::optional<WikiBuildResult> result;
+    {
+      const std::lock_guard lock(state_mutex_);
+      result = std::exchange(due_, std::nullopt);
+    }
+    if (!result || !is_checked_out() || !std::filesystem::exists(paths_.lock())) return false;
+    WikiLists::Staged staged = lists_.stage(list_content(*result));
+    bool placed = false;
+    with_write_lock([&] {
+      placed = lists_.is_current(staged) || !is_checked_out();
+      if (placed && is_checked_out()) lists_.place(std::move(staged));
+    });
+    if (placed) return false;
+    const std::lock_guard lock(state_mutex_);
+    if (!due_) due_ = std::move(result);
+    return true;
+  } catch (const std::exception& error) {
+    logger.warning(
+        "index and manifest could not be written; the next save, or ossilar check --fix, writes them", error);
+    return false;
+  }
+}
+
+// The lists of one branch are not to be put among the pages of another.
+bool WikiGenerator::is_checked_out() const {
+  return !checkout_.in_git || checkout_now_.read().branch == branch();
 }
 
 std::int64_t WikiGenerator::_stored_files_covered() {
@@ -394,9 +432,7 @@ Map WikiGenerator::_prior_lint_summary() {
   return *prior_lint_;
 }
 
-std::string WikiGenerator::_git_commit() {
-  return checkout_.in_git ? source::read_checkout(paths_.root).commit : "";
-}
+std::string WikiGenerator::_git_commit() { return checkout_.in_git ? checkout_now_.read().commit : ""; }
 
 void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
   utils::begin_step("waiting for the write lock");
@@ -414,7 +450,9 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
 
 void WikiGenerator::_release_write_lock() {
   shield_.reset();
+  const bool lists_due = std::exchange(lists_due_, false);
   lock_.release();
+  if (lists_due) following_->ask();
 }
 
 void WikiGenerator::with_write_lock(const std::function<void()>& work, bool wait) {

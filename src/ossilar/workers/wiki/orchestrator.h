@@ -20,6 +20,7 @@
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/background.h"
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/grounding.h"
@@ -32,6 +33,7 @@
 #include "ossilar/workers/wiki/title_index.h"
 #include "ossilar/workers/wiki/vector_cache.h"
 #include "ossilar/workers/wiki/wiki_check.h"
+#include "ossilar/workers/wiki/wiki_lists.h"
 #include "ossilar/workers/wiki/wiki_search.h"
 
 namespace ossilar::workers::wiki {
@@ -106,6 +108,10 @@ class WikiGenerator final : public AgentSaveMixin {
     std::unique_ptr<store::WikiStore> store;
     std::unique_ptr<search::Embedder> embedder;
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
+    // Above this size of the manifest, in bytes, index and manifest are written soon after a save by a thread
+    // of their own: what is written whole costs what the wiki has pages. None: always within the save.
+    std::optional<std::uint64_t> lists_follow_above = {};
+    bool watch_sources = false;  // see Indexer::Options::watch
   };
   explicit WikiGenerator(Services services);
   ~WikiGenerator() override;
@@ -219,11 +225,18 @@ class WikiGenerator final : public AgentSaveMixin {
   // The wiki with `page_id` in its plan, or null.
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
   StandingPage standing_page(const std::string& page_id);
+  std::optional<Answer> commit_as_one(const _PageDraft& draft);
   std::string keep_replaced(const StandingPage& page, const _PageDraft& draft) const;
   void with_write_lock(const std::function<void()>& work, bool wait = true);
   bool has_news(const utils::FileStamp& manifest) const;
-  // Writes index and manifest from the rows, with the entries of `known` that wait for theirs.
-  void write_lists(const WikiBuildResult& result, const ManifestContent& known);
+  bool lists_follow() const;
+  ListContent list_content(const WikiBuildResult& result);
+  // Writes index and manifest from the rows, with the entries of `known` (the manifest in place, where it is
+  // not given) that wait for theirs.
+  void write_lists(const WikiBuildResult& result, const ManifestContent* known = nullptr);
+  // Has the lists written that the last commit asked for; gives whether that is to be tried again.
+  bool follow_with_lists();
+  bool is_checked_out() const;
   // Stores the digests, and with them the stale marks of the pages that build on one that changed and of
   // which `marks_others` holds.
   // `spared` are not marked.
@@ -235,6 +248,7 @@ class WikiGenerator final : public AgentSaveMixin {
   const WikiPaths paths_;
   const WikiConfig config_;
   const source::Checkout checkout_;
+  mutable source::CheckoutReader checkout_now_;
   const std::unique_ptr<store::WikiStore> store_;
   const std::unique_ptr<search::Embedder> embedder_;
   const std::unique_ptr<SourceRecords> source_records_;
@@ -258,16 +272,17 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // Used by the holder of the write lock alone.
   std::optional<utils::TaskShield> shield_;  // a commit is not cancelled
-  WikiFilesRenderer renderer_;
   store::PageDigests reconciled_;
   Plans reconciled_plans_;
   store::StoredRows covered_rows_;
   std::map<std::string, int> covered_files_;  // file to the number of pages that rest on it
   std::optional<Map> prior_lint_;
-  struct {
-    utils::FileStamp manifest;
-    std::map<std::string, Map> waiting;
-  } listed_;  // what was written last
+  bool lists_due_ = false;  // by the commit at work
+
+  WikiLists lists_;
+  const std::uint64_t lists_follow_above_;
+  std::optional<WikiBuildResult> due_;  // what the lists are to say beside the rows; guarded by state_mutex_
+  std::unique_ptr<Background> following_;  // ends first: it uses all others
 };
 
 }  // namespace ossilar::workers::wiki

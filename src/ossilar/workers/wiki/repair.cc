@@ -36,7 +36,7 @@ void Repair::run(const std::vector<Finding>& findings) {
   wiki_.write_lists({.git_commit = manifest_.commit.empty() ? wiki_._git_commit() : manifest_.commit,
                      .files_covered = wiki_._stored_files_covered(),
                      .lint = manifest_.lint},
-                    manifest_);
+                    &manifest_);
 }
 
 // What is not here is set right for the whole wiki at the end of run().

@@ -1,0 +1,85 @@
+#include "ossilar/workers/wiki/wiki_lists.h"
+
+#include <utility>
+
+#include "ossilar/workers/wiki/adoption.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+const char* const kIndex = "index.md";
+const char* const kManifest = "manifest.json";
+
+}  // namespace
+
+WikiLists::WikiLists(std::filesystem::path wiki, std::filesystem::path pages)
+    : wiki_(std::move(wiki)), pages_(std::move(pages)) {}
+
+std::string WikiLists::index(const ListContent& content) {
+  const std::lock_guard lock(rendering_);
+  return renderer_.index(content.rows, content.plans);
+}
+
+std::string WikiLists::manifest(const ListContent& content, const std::map<std::string, Map>& waiting) {
+  const std::lock_guard lock(rendering_);
+  return renderer_.manifest(content.rows, content.result, waiting);
+}
+
+// A manifest of another's may tell of pages that are not taken over yet.
+std::map<std::string, Map> WikiLists::entries_waiting(const utils::FileStamp& manifest,
+                                                      const ListContent& content,
+                                                      const ManifestContent* known) const {
+  if (known != nullptr) return waiting_entries(*known, content.rows, pages_);
+  ManifestContent last;
+  {
+    const std::lock_guard lock(mutex_);
+    if (manifest == last_.manifest) last.pages = {last_.waiting.begin(), last_.waiting.end()};
+  }
+  if (last.pages.empty() && !is_own(manifest)) last = load_manifest(wiki_);
+  return waiting_entries(last, content.rows, pages_);
+}
+
+WikiLists::Staged WikiLists::stage(const ListContent& content, const ManifestContent* known) {
+  Staged staged;
+  staged.over = utils::stamp_of(wiki_ / kManifest);
+  staged.waiting = entries_waiting(staged.over, content, known);
+  staged.index_text = index(content);
+  const utils::FileStamp in_place = utils::stamp_of(wiki_ / kIndex);
+  bool is_same = false;
+  {
+    const std::lock_guard lock(mutex_);
+    is_same = in_place == last_.index && staged.index_text == last_.index_text;
+  }
+  if (!is_same) staged.index.emplace(wiki_ / kIndex, staged.index_text);
+  staged.manifest.emplace(wiki_ / kManifest, manifest(content, staged.waiting));
+  return staged;
+}
+
+bool WikiLists::is_current(const Staged& staged) const {
+  return utils::stamp_of(wiki_ / kManifest) == staged.over;
+}
+
+void WikiLists::place(Staged staged) {
+  {
+    const std::lock_guard lock(mutex_);
+    last_.coming = staged.waiting.empty() ? staged.manifest->stamp() : utils::FileStamp{};
+  }
+  if (staged.index) staged.index->place();
+  staged.manifest->place();
+  staged.manifest->sync_directory();
+  const std::lock_guard lock(mutex_);
+  if (staged.index) {
+    last_.index = staged.index->stamp();
+    last_.index_text = std::move(staged.index_text);
+  }
+  last_.manifest = staged.manifest->stamp();
+  last_.waiting = std::move(staged.waiting);
+}
+
+bool WikiLists::is_own(const utils::FileStamp& manifest) const {
+  const std::lock_guard lock(mutex_);
+  if (manifest == utils::FileStamp{}) return false;
+  return (manifest == last_.manifest && last_.waiting.empty()) || manifest == last_.coming;
+}
+
+}  // namespace ossilar::workers::wiki

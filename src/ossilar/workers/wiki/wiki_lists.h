@@ -1,0 +1,73 @@
+// Writing the wiki's generated lists, `index.md` and `manifest.json`.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "ossilar/store/repository.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/manifest.h"
+#include "ossilar/workers/wiki/types.h"
+
+namespace ossilar::workers::wiki {
+
+// What the lists tell of.
+struct ListContent {
+  store::StoredRows rows;
+  Plans plans;
+  WikiBuildResult result;
+};
+
+// Thread-safety: every member may be called from any thread.
+class WikiLists {
+ public:
+  WikiLists(std::filesystem::path wiki, std::filesystem::path pages);
+
+  // How the lists are to read; `waiting` are entries of pages without a row, by page id.
+  std::string index(const ListContent& content);
+  std::string manifest(const ListContent& content, const std::map<std::string, Map>& waiting);
+
+  // Both lists on disk beside their places.
+  struct Staged {
+    utils::FileStamp over;  // the manifest that they were made from
+    std::map<std::string, Map> waiting;
+    std::string index_text;
+    std::optional<utils::StagedFile> index;  // none when the one in place reads the same
+    std::optional<utils::StagedFile> manifest;
+  };
+  // Stages the lists, which may tell of what `known` (the manifest in place, where it is not given) tells of
+  // pages that have no row yet. A manifest that cannot be read, in the midst of a merge perhaps, is left to
+  // whoever mends it: utils::Error.
+  Staged stage(const ListContent& content, const ManifestContent* known = nullptr);
+
+  // Whether the manifest in place still is the one that they were made from.
+  bool is_current(const Staged& staged) const;
+  // Puts the lists in their places; the caller holds the write lock.
+  void place(Staged staged);
+
+  // Whether the manifest with this stamp is one that was written here, with no entry that waits for its page:
+  // nothing is to be learnt from it.
+  bool is_own(const utils::FileStamp& manifest) const;
+
+ private:
+  std::map<std::string, Map> entries_waiting(const utils::FileStamp& manifest, const ListContent& content,
+                                             const ManifestContent* known) const;
+
+  const std::filesystem::path wiki_;
+  const std::filesystem::path pages_;
+  mutable std::mutex rendering_;
+  WikiFilesRenderer renderer_;  // guarded by rendering_
+  mutable std::mutex mutex_;
+  struct {
+    utils::FileStamp manifest;
+    utils::FileStamp coming;  // the manifest that is being put in place
+    std::map<std::string, Map> waiting;
+    utils::FileStamp index;
+    std::string index_text;
+  } last_;  // what was written last; guarded by mutex_
+};
+
+}  // namespace ossilar::workers::wiki
