@@ -15,10 +15,12 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
-#include <map>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "ossilar/utils/identifiers.h"
 #include "ossilar/utils/text.h"
@@ -51,6 +53,23 @@ constexpr std::array<std::string_view, 52> kFunctionWords{
     "that", "the",   "their", "them",  "then", "there", "they", "this", "to", "was", "we",
     "what", "when",  "where", "which", "who",  "why",   "with", "you"};
 static_assert(std::is_sorted(kFunctionWords.begin(), kFunctionWords.end()));
+// The first bytes of a word as one number, which orders words as their bytes do as far as it reaches.
+constexpr std::size_t kInNumber = sizeof(std::uint64_t);
+constexpr std::uint64_t beginning_of(std::string_view word) {
+  std::uint64_t beginning = 0;
+  for (std::size_t i = 0; i < kInNumber; ++i)
+    beginning = (beginning << 8U) | (i < word.size() ? static_cast<unsigned char>(word[i]) : 0U);
+  return beginning;
+}
+
+constexpr std::array<std::uint64_t, kFunctionWords.size()> kFunctionNumbers = [] {
+  std::array<std::uint64_t, kFunctionWords.size()> numbers{};
+  std::transform(kFunctionWords.begin(), kFunctionWords.end(), numbers.begin(), beginning_of);
+  return numbers;
+}();
+constexpr std::size_t kLongestFunctionWord = 5;
+static_assert(std::all_of(kFunctionWords.begin(), kFunctionWords.end(),
+                          [](std::string_view word) { return word.size() <= kLongestFunctionWord; }));
 
 using Sums = std::array<double, kDimensions>;
 
@@ -58,11 +77,12 @@ using Sums = std::array<double, kDimensions>;
 class Hash {
  public:
   explicit Hash(char kind, std::string_view bytes = {}) {
-    add({&kind, 1});
+    add(kind);
     add(bytes);
   }
+  void add(char byte) { state_ = (state_ ^ static_cast<unsigned char>(byte)) * 0x100000001B3ULL; }
   void add(std::string_view bytes) {
-    for (const char byte : bytes) state_ = (state_ ^ static_cast<unsigned char>(byte)) * 0x100000001B3ULL;
+    for (const char byte : bytes) add(byte);
   }
   // FNV's last bytes reach only some bits; the finaliser of SplitMix64 spreads them over all.
   std::uint64_t value() const {
@@ -76,76 +96,162 @@ class Hash {
   std::uint64_t state_ = 0xCBF29CE484222325ULL;
 };
 
+// A weight is never negative; the hash's first bit becomes its sign.
 void add_feature(Sums& sums, std::uint64_t hash, double weight) {
-  const bool negative = (hash >> 63U) != 0;
-  sums[hash % kDimensions] += negative ? -weight : weight;
+  constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63U;
+  sums[hash % kDimensions] += std::bit_cast<double>(std::bit_cast<std::uint64_t>(weight) ^ (hash & kSignBit));
 }
 
-// How often each word stands in a text; in the order of the words, so that sums come out the same everywhere.
-using Bag = std::map<std::string, std::uint64_t>;
-
-Bag words_of(std::string_view text) {
-  Bag bag;
-  for (const utils::Token& token : utils::tokens_of(text)) {
-    for (const std::string& part : token.parts) ++bag[part];
-    if (token.parts.size() > 1) ++bag[token.joined()];
-  }
-  return bag;
-}
-
-// Where the characters of `text` begin, and last its size.
-std::vector<std::size_t> character_offsets(std::string_view text) {
-  std::vector<std::size_t> offsets;
-  for (std::size_t at = 0; at < text.size(); at += utils::utf8_size(text, at)) offsets.push_back(at);
-  offsets.push_back(text.size());
-  return offsets;
-}
-
-struct Gram {
-  std::uint64_t hash;
-  double weight;
-};
-
-std::vector<Gram> grams_of(std::string_view marked, const std::vector<std::size_t>& offsets) {
-  std::vector<Gram> grams;
-  const std::size_t characters = offsets.size() - 1;
-  for (std::size_t first = 0; first + kShortestGram <= characters; ++first) {
-    Hash hash('n');
-    const std::size_t longest = std::min(first + kLongestGram, characters);
-    for (std::size_t end = first + 1; end <= longest; ++end) {
-      hash.add(marked.substr(offsets[end - 1], offsets[end] - offsets[end - 1]));
-      if (end - first >= kShortestGram)
-        grams.push_back({hash.value(), end == characters ? kEndGramShare : 1.0});
+// The words of a text, one for each time that it stands there.
+class Words {
+ public:
+  explicit Words(std::string_view text) {
+    letters_.reserve(2 * text.size());
+    places_.reserve(text.size() / 4);
+    for (utils::TokenReader token(text); token.next();) {
+      for (std::size_t i = 0; i < token.size(); ++i) add(token.part(i));
+      if (token.size() > 1) add(token.joined());
     }
   }
-  return grams;
+
+  // Calls visit(word, how often it stands in the text) in the order of the words' bytes, so that sums come
+  // out the same everywhere.
+  template <class Visit>
+  void visit(Visit visit) {
+    std::sort(places_.begin(), places_.end(),
+              [this](const Place& a, const Place& b) { return is_before(a, b); });
+    for (auto at = places_.begin(); at != places_.end();) {
+      const std::string_view word = word_at(*at);
+      const auto next =
+          std::find_if(at, places_.end(), [&](const Place& place) { return !is_same(place, *at); });
+      visit(word, static_cast<std::uint64_t>(next - at));
+      at = next;
+    }
+  }
+
+ private:
+  struct Place {
+    std::uint64_t beginning;
+    std::size_t begin;
+    std::size_t size;
+  };
+
+  void add(std::string_view word) {
+    places_.push_back({beginning_of(word), letters_.size(), word.size()});
+    letters_ += word;
+  }
+
+  std::string_view word_at(const Place& place) const {
+    return std::string_view(letters_).substr(place.begin, place.size);
+  }
+
+  static bool is_short(const Place& place) { return place.size <= kInNumber; }
+
+  bool is_before(const Place& a, const Place& b) const {
+    if (a.beginning != b.beginning) return a.beginning < b.beginning;
+    return is_short(a) && is_short(b) ? a.size < b.size : word_at(a) < word_at(b);
+  }
+
+  bool is_same(const Place& a, const Place& b) const {
+    return a.beginning == b.beginning && a.size == b.size && (is_short(a) || word_at(a) == word_at(b));
+  }
+
+  std::string letters_;  // of all words, one after the other
+  std::vector<Place> places_;
+};
+
+// The sum of the squares of the weights of a word's n-grams.
+constexpr double gram_squares(std::size_t characters) {
+  double squares = 0;
+  for (std::size_t first = 0; first + kShortestGram <= characters; ++first) {
+    const std::size_t longest = std::min(first + kLongestGram, characters);
+    for (std::size_t end = first + kShortestGram; end <= longest; ++end)
+      squares += end == characters ? kEndGramShare * kEndGramShare : 1.0;
+  }
+  return squares;
 }
 
-void add_grams(Sums& sums, std::string_view marked, const std::vector<std::size_t>& offsets, double weight) {
-  const std::vector<Gram> grams = grams_of(marked, offsets);
-  double squares = 0;
-  for (const Gram& gram : grams) squares += gram.weight * gram.weight;
-  for (const Gram& gram : grams) add_feature(sums, gram.hash, weight * gram.weight / std::sqrt(squares));
+constexpr std::size_t kMostKnown = 32;  // characters; longer words are rare
+constexpr std::array<double, kMostKnown> kGramSquares = [] {
+  std::array<double, kMostKnown> squares{};
+  for (std::size_t characters = 0; characters < kMostKnown; ++characters)
+    squares[characters] = gram_squares(characters);
+  return squares;
+}();
+
+// Adds words to a sum; what it needs for one it keeps for the next.
+class Adder {
+ public:
+  explicit Adder(Sums& sums) : sums_(sums) {}
+  void add(std::string_view word, std::uint64_t count);
+
+ private:
+  void mark(std::string_view word);
+  void add_grams(double weight);
+  void add_grams_from(std::size_t first, double inner, double at_end);
+  std::size_t characters() const { return offsets_.size() - 1; }  // of the marked word
+
+  Sums& sums_;
+  std::string marked_;                // "<word>"
+  std::vector<std::size_t> offsets_;  // where its characters begin, and last its size
+};
+
+void Adder::mark(std::string_view word) {
+  marked_.assign(1, '<').append(word) += '>';
+  offsets_.clear();
+  for (std::size_t at = 0; at < marked_.size();) {
+    offsets_.push_back(at);
+    at += (marked_[at] & '\x80') == 0 ? 1 : utils::utf8_size(marked_, at);
+  }
+  offsets_.push_back(marked_.size());
+}
+
+void Adder::add_grams(double weight) {
+  const double squares = characters() < kMostKnown ? kGramSquares[characters()] : gram_squares(characters());
+  const double length = std::sqrt(squares);
+  const double inner = weight * 1.0 / length;
+  const double at_end = weight * kEndGramShare / length;
+  for (std::size_t first = 0; first + kShortestGram <= characters(); ++first)
+    add_grams_from(first, inner, at_end);
+}
+
+// Where every character is a byte, which is nearly always, the hashes are made byte by byte.
+void Adder::add_grams_from(std::size_t first, double inner, double at_end) {
+  const std::size_t longest = std::min(first + kLongestGram, characters());
+  const bool bytes = characters() == marked_.size();
+  const auto add = [&](Hash& hash, std::size_t character) {
+    if (bytes) return hash.add(marked_[character]);
+    const std::size_t begin = offsets_[character];
+    hash.add(std::string_view(marked_).substr(begin, offsets_[character + 1] - begin));
+  };
+  Hash hash('n');
+  for (std::size_t i = 0; i + 1 < kShortestGram; ++i) add(hash, first + i);
+  for (std::size_t end = first + kShortestGram; end <= longest; ++end) {
+    add(hash, end - 1);
+    add_feature(sums_, hash.value(), end == characters() ? at_end : inner);
+  }
+}
+
+bool is_function_word(std::string_view word) {
+  return word.size() <= kLongestFunctionWord &&
+         std::binary_search(kFunctionNumbers.begin(), kFunctionNumbers.end(), beginning_of(word));
 }
 
 double weight_of(std::string_view word, std::size_t characters, std::uint64_t count) {
-  const double kind = std::binary_search(kFunctionWords.begin(), kFunctionWords.end(), word)
-                          ? kFunctionWordWeight
-                          : static_cast<double>(std::min(characters, kFullWeightLength)) /
-                                static_cast<double>(kFullWeightLength);
-  return kind * (1.0 + std::log(static_cast<double>(count)));
+  const double kind = is_function_word(word) ? kFunctionWordWeight
+                                             : static_cast<double>(std::min(characters, kFullWeightLength)) /
+                                                   static_cast<double>(kFullWeightLength);
+  return count == 1 ? kind : kind * (1.0 + std::log(static_cast<double>(count)));
 }
 
-void add_word(Sums& sums, const std::string& word, std::uint64_t count) {
-  const std::string marked = "<" + word + ">";
-  const std::vector<std::size_t> offsets = character_offsets(marked);
-  const std::size_t characters = offsets.size() - 3;  // without the marks
-  const double weight = weight_of(word, characters, count);
-  const std::string_view beginning =
-      std::string_view(word).substr(0, offsets[std::min(characters, kBeginning) + 1] - 1);
-  add_feature(sums, Hash('w', word).value(), weight * kWordWeight);
-  add_feature(sums, Hash('b', beginning).value(), weight * kBeginningWeight);
-  add_grams(sums, marked, offsets, weight * kGramsWeight);
+void Adder::add(std::string_view word, std::uint64_t count) {
+  mark(word);
+  const std::size_t letters = characters() - 2;  // without the marks
+  const double weight = weight_of(word, letters, count);
+  const std::string_view beginning = word.substr(0, offsets_[std::min(letters, kBeginning) + 1] - 1);
+  add_feature(sums_, Hash('w', word).value(), weight * kWordWeight);
+  add_feature(sums_, Hash('b', beginning).value(), weight * kBeginningWeight);
+  add_grams(weight * kGramsWeight);
 }
 
 std::vector<float> normalised(const Sums& sums) {
@@ -162,7 +268,8 @@ std::vector<float> normalised(const Sums& sums) {
 
 std::vector<float> embed_text(std::string_view text) {
   Sums sums{};
-  for (const auto& [word, count] : words_of(text)) add_word(sums, word, count);
+  Adder adder(sums);
+  Words(text).visit([&](std::string_view word, std::uint64_t count) { adder.add(word, count); });
   return normalised(sums);
 }
 

@@ -1,6 +1,7 @@
 #include "ossilar/utils/identifiers.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "ossilar/utils/fold.h"
@@ -15,14 +16,25 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_upper(char c) { return c >= 'A' && c <= 'Z'; }
 bool is_lower(char c) { return c >= 'a' && c <= 'z'; }
 
-// Whether the character at `at` belongs to a word. Outside ASCII everything does but the blocks of white
-// space, punctuation and symbols: Latin-1 up to U+00BF, U+2000 to U+2BFF and U+3000 to U+303F.
-bool is_word_character(std::string_view text, std::size_t at) {
-  const char c = text[at];
+// What a byte of ASCII is; flags, so that those of a run can be taken together.
+enum ByteKind : std::uint8_t { kNoWord = 0, kSmallLetter = 1, kOtherInWord = 2 };
+constexpr std::array<std::uint8_t, 128> kByteKinds = [] {
+  std::array<std::uint8_t, 128> kinds{};
+  for (std::size_t c = 0; c < kinds.size(); ++c) {
+    const bool other = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || c == '_';
+    kinds[c] = c >= 'a' && c <= 'z' ? kSmallLetter : other ? kOtherInWord : kNoWord;
+  }
+  return kinds;
+}();
+
+// What the character at `at` is. Outside ASCII everything belongs to words but the blocks of white space,
+// punctuation and symbols: Latin-1 up to U+00BF, U+2000 to U+2BFF and U+3000 to U+303F.
+std::uint8_t kind_at(std::string_view text, std::size_t at) {
   const std::uint8_t first = byte_at(text, at);
-  if (first < 0x80) return is_digit(c) || is_upper(c) || is_lower(c) || c == '_';
+  if (first < 0x80) return kByteKinds[first];
   const std::uint8_t second = at + 1 < text.size() ? byte_at(text, at + 1) : 0;
-  return first != 0xC2 && !(first == 0xE2 && second < 0xB0) && !(first == 0xE3 && second == 0x80);
+  const bool word = first != 0xC2 && !(first == 0xE2 && second < 0xB0) && !(first == 0xE3 && second == 0x80);
+  return word ? kOtherInWord : kNoWord;
 }
 
 bool part_begins(std::string_view token, std::size_t at) {
@@ -34,33 +46,21 @@ bool part_begins(std::string_view token, std::size_t at) {
   return is_upper(before) && is_upper(here) && next_is_lower;
 }
 
-// The parts of an identifier: snake_case, camelCase, HTTPHeader, utf8.
-std::vector<std::string_view> parts_of(std::string_view token) {
-  std::vector<std::string_view> parts;
-  std::size_t begin = 0;
-  const auto end_part = [&](std::size_t end) {
-    if (end > begin) parts.push_back(token.substr(begin, end - begin));
-  };
-  for (std::size_t at = 0; at < token.size(); ++at) {
-    if (token[at] == '_') {
-      end_part(at);
-      begin = at + 1;
-    } else if (at > begin && part_begins(token, at)) {
-      end_part(at);
-      begin = at;
-    }
-  }
-  end_part(token.size());
-  return parts;
-}
+struct Run {
+  std::size_t end = 0;
+  std::uint8_t kinds = kNoWord;  // of its characters
+};
 
-// fold(), which for ASCII is no more than this.
-std::string folded(std::string_view word) {
-  const bool ascii = std::all_of(word.begin(), word.end(), [](char c) { return (c & '\x80') == 0; });
-  if (!ascii) return fold(word);
-  std::string out(word);
-  for (char& c : out) c = is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
-  return out;
+// The run of word characters at the start of `text`.
+Run first_run(std::string_view text) {
+  Run run;
+  while (run.end < text.size()) {
+    const std::uint8_t kind = kind_at(text, run.end);
+    if (kind == kNoWord) break;
+    run.kinds |= kind;
+    run.end += kind == kSmallLetter ? 1 : utf8_size(text, run.end);
+  }
+  return run;
 }
 
 }  // namespace
@@ -71,23 +71,68 @@ std::string Token::joined() const {
   return all;
 }
 
+bool TokenReader::next() {
+  folded_.clear();
+  ends_.clear();
+  while (ends_.empty() && !rest_.empty()) {
+    const Run run = first_run(rest_);
+    if (run.kinds == kSmallLetter) {
+      folded_ = rest_.substr(0, run.end);
+      ends_.push_back(run.end);
+    } else {
+      take(rest_.substr(0, run.end));
+    }
+    rest_.remove_prefix(run.end);
+    if (!rest_.empty()) rest_.remove_prefix(utf8_size(rest_, 0));  // what ended the run
+  }
+  return !ends_.empty();
+}
+
+std::string_view TokenReader::part(std::size_t number) const {
+  const std::size_t begin = number == 0 ? 0 : ends_[number - 1];
+  return std::string_view(folded_).substr(begin, ends_[number] - begin);
+}
+
+// The parts of an identifier: snake_case, camelCase, HTTPHeader, utf8.
+void TokenReader::take(std::string_view run) {
+  std::size_t begin = 0;
+  const auto end_part = [&](std::size_t end) {
+    if (end > begin) add_part(run.substr(begin, end - begin));
+  };
+  for (std::size_t at = 0; at < run.size(); ++at) {
+    if (run[at] == '_') {
+      end_part(at);
+      begin = at + 1;
+    } else if (at > begin && part_begins(run, at)) {
+      end_part(at);
+      begin = at;
+    }
+  }
+  end_part(run.size());
+}
+
+// fold(), which for ASCII is no more than small letters.
+void TokenReader::add_part(std::string_view part) {
+  const bool ascii = std::all_of(part.begin(), part.end(), [](char c) { return (c & '\x80') == 0; });
+  if (ascii) {
+    const std::size_t begin = folded_.size();
+    folded_ += part;
+    for (std::size_t at = begin; at < folded_.size(); ++at) {
+      if (is_upper(folded_[at])) folded_[at] = static_cast<char>(folded_[at] - 'A' + 'a');
+    }
+  } else {
+    folded_ += fold(part);
+  }
+  ends_.push_back(folded_.size());
+}
+
 std::vector<Token> tokens_of(std::string_view text) {
   std::vector<Token> tokens;
-  const auto add = [&](std::string_view run) {
-    Token token;
-    for (const std::string_view part : parts_of(run)) token.parts.push_back(folded(part));
-    if (!token.parts.empty()) tokens.push_back(std::move(token));
-  };
-  std::size_t begin = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t next = at + utf8_size(text, at);
-    if (!is_word_character(text, at)) {
-      add(text.substr(begin, at - begin));
-      begin = next;
-    }
-    at = next;
+  for (TokenReader reader(text); reader.next();) {
+    Token& token = tokens.emplace_back();
+    token.parts.reserve(reader.size());
+    for (std::size_t i = 0; i < reader.size(); ++i) token.parts.emplace_back(reader.part(i));
   }
-  add(text.substr(begin));
   return tokens;
 }
 
