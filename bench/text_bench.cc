@@ -6,10 +6,13 @@
 #include "ossilar/search/chunking.h"
 #include "ossilar/search/embedder.h"
 #include "ossilar/source/source_index.h"
+#include "ossilar/utils/identifiers.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/prose_words.h"
 #include "ossilar/workers/wiki/sections.h"
+#include "ossilar/workers/wiki/type_lint.h"
 
 namespace ossilar {
 namespace {
@@ -47,6 +50,51 @@ void build_cache_text(benchmark::State& state) {
   set_speed(state, text);
 }
 
+void json_reading(benchmark::State& state) {
+  const std::string text = utils::json_text(Map{{"prose", page_of(state.range(0))}});
+  for (auto _ : state) benchmark::DoNotOptimize(utils::parse_json(text, "a page"));
+  set_speed(state, text);
+}
+
+// From what an agent sends to the page file, with the checks of a save; a page about nothing but itself.
+void finalizing(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  const source::SourceIndex index = one_file_index();
+  const auto no_page = [](std::string_view) { return std::optional<std::string>(); };
+  workers::wiki::PagePlan plan;
+  plan.page_id = plan.title = "parser";
+  plan.type = "module";
+  for (auto _ : state) {
+    const std::string authored = workers::wiki::authored_text(text);
+    const auto brackets = workers::wiki::read_brackets(authored, index, no_page);
+    benchmark::DoNotOptimize(
+        workers::wiki::assemble_page(plan, workers::wiki::split_text(authored), {},
+                                     workers::wiki::page_links(brackets, plan.page_id, "wiki")));
+  }
+  set_speed(state, text);
+}
+
+void page_check(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  const std::string stored =
+      "# parser\n\n" + text + "\n" + std::string(workers::wiki::kGeneratedMarker) + "\n";
+  const Map row{{"page_id", "parser"}, {"level", 1}, {"title", "parser"}, {"build_cache", Map::object()}};
+  for (auto _ : state) benchmark::DoNotOptimize(workers::wiki::page_type_findings(row, stored));
+  set_speed(state, text);
+}
+
+void word_count(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  for (auto _ : state) benchmark::DoNotOptimize(workers::wiki::prose_words(text));
+  set_speed(state, text);
+}
+
+void tokenising(benchmark::State& state) {
+  const std::string text = page_of(state.range(0));
+  for (auto _ : state) benchmark::DoNotOptimize(utils::tokens_of(text));
+  set_speed(state, text);
+}
+
 void section_replacement(benchmark::State& state) {
   const std::string text = page_of(state.range(0));
   for (auto _ : state)
@@ -79,6 +127,11 @@ void embedding(benchmark::State& state) {
 
 // 10 sections are a page of some 6 KB, 100 one of 60 KB.
 BENCHMARK(build_cache_text)->Arg(10)->Arg(100);
+BENCHMARK(json_reading)->Arg(10)->Arg(100);
+BENCHMARK(finalizing)->Arg(10)->Arg(100);
+BENCHMARK(page_check)->Arg(10)->Arg(100);
+BENCHMARK(word_count)->Arg(10)->Arg(100);
+BENCHMARK(tokenising)->Arg(10)->Arg(100);
 BENCHMARK(section_replacement)->Arg(10)->Arg(100);
 BENCHMARK(citation_scan)->Arg(10)->Arg(100);
 BENCHMARK(chunking)->Arg(10)->Arg(100);

@@ -3,15 +3,39 @@
 #include <openssl/evp.h>
 
 #include <array>
+#include <memory>
 
 #include "ossilar/utils/error.h"
 
 namespace ossilar::utils {
 
+namespace {
+
+using Context = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
+using Algorithm = std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)>;
+
+// The library looks an algorithm up, which takes longer than a short text's hash; once is enough.
+const EVP_MD* sha256() {
+  static const Algorithm algorithm(EVP_MD_fetch(nullptr, "SHA256", nullptr), &EVP_MD_free);
+  return algorithm.get();
+}
+
+EVP_MD_CTX* context_of_thread() {
+  thread_local const Context context(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
+  return context.get();
+}
+
+}  // namespace
+
 std::string sha256_hex(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int size = 0;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
+  EVP_MD_CTX* const context = context_of_thread();
+  const bool made = context != nullptr && sha256() != nullptr &&
+                    EVP_DigestInit_ex2(context, sha256(), nullptr) == 1 &&
+                    EVP_DigestUpdate(context, bytes.data(), bytes.size()) == 1 &&
+                    EVP_DigestFinal_ex(context, digest.data(), &size) == 1;
+  if (!made) {
     throw Error("cannot compute a SHA-256: the crypto library refused");
   }
   static constexpr char kDigits[] = "0123456789abcdef";

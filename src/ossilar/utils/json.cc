@@ -1,6 +1,7 @@
 #include "ossilar/utils/json.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -14,12 +15,53 @@ namespace {
 
 void append_json(std::string& out, const Map& value);
 
+// Whether the library writes the character as it is.
+bool is_verbatim(char c) { return static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\'; }
+
+// What the library writes for `text`. It takes an object and a block of memory for every value that it is
+// asked to write, and looks at every byte of a text by itself.
+void append_text(std::string& out, const std::string& text) {
+  const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return (c & '\x80') == 0; });
+  if (!ascii && first_invalid_utf8(text)) {
+    out += Map(text).dump();  // which says what is wrong with it
+    return;
+  }
+  out += '"';
+  for (auto at = text.begin(); at != text.end();) {
+    const auto end = std::find_if_not(at, text.end(), is_verbatim);
+    out.append(at, end);
+    if ((at = end) == text.end()) break;
+    if (*at == '\n') {
+      out += "\\n";
+    } else if (*at == '"' || *at == '\\') {
+      out += {'\\', *at};
+    } else {
+      const std::string written = Map(std::string(1, *at)).dump();
+      out.append(written, 1, written.size() - 2);
+    }
+    ++at;
+  }
+  out += '"';
+}
+
+void append_scalar(std::string& out, const Map& value) {
+  if (value.is_string()) {
+    append_text(out, value.get_ref<const std::string&>());
+  } else if (value.is_number_unsigned()) {
+    out += std::to_string(value.get<std::uint64_t>());
+  } else if (value.is_number_integer()) {
+    out += std::to_string(value.get<std::int64_t>());
+  } else {
+    out += value.dump();
+  }
+}
+
 void append_object(std::string& out, const Map& object) {
   const char* separator = "";
   out += '{';
   for (const auto& [key, value] : object.items()) {
     out += separator;
-    out += Map(key).dump();
+    append_text(out, key);
     out += ": ";
     append_json(out, value);
     separator = ", ";
@@ -45,7 +87,7 @@ void append_json(std::string& out, const Map& value) {
   } else if (value.is_array()) {
     append_array(out, value);
   } else {
-    out += value.dump();
+    append_scalar(out, value);
   }
 }
 

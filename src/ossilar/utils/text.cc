@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 namespace ossilar::utils {
 namespace {
@@ -54,6 +55,17 @@ Decoded decode(std::string_view text, std::size_t at) {
   return {};
 }
 
+// The end of the run of ASCII that begins at `at`, which is most of most texts: eight bytes at a time.
+std::size_t ascii_end(std::string_view text, std::size_t at) {
+  std::uint64_t eight = 0;
+  for (; at + sizeof eight <= text.size(); at += sizeof eight) {
+    std::memcpy(&eight, text.data() + at, sizeof eight);
+    if ((eight & 0x8080808080808080U) != 0) break;
+  }
+  while (at < text.size() && byte_at(text, at) < 0x80) ++at;
+  return at;
+}
+
 bool is_white_space(char32_t c) {
   return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
          (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F ||
@@ -62,6 +74,7 @@ bool is_white_space(char32_t c) {
 
 // The size of the white space character at `at`, or 0.
 std::size_t white_space_size(std::string_view text, std::size_t at) {
+  if (byte_at(text, at) < 0x80) return is_white_space(byte_at(text, at)) ? 1 : 0;
   const Decoded decoded = decode(text, at);
   return decoded.size > 0 && is_white_space(decoded.code) ? decoded.size : 0;
 }
@@ -90,7 +103,7 @@ std::string visible_escape(char32_t code) {
 }  // namespace
 
 std::optional<std::size_t> first_invalid_utf8(std::string_view text) {
-  for (std::size_t at = 0; at < text.size();) {
+  for (std::size_t at = ascii_end(text, 0); at < text.size(); at = ascii_end(text, at)) {
     const Decoded decoded = decode(text, at);
     if (decoded.size == 0) return at;
     at += decoded.size;
@@ -131,6 +144,7 @@ std::string_view without_byte_order_mark(std::string_view text) {
 }
 
 std::string normalise_line_ends(std::string_view text) {
+  if (text.find('\r') == text.npos) return std::string(text);
   std::string out;
   out.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); ++at) {

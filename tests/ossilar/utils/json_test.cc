@@ -35,6 +35,18 @@ TEST(Json, TruthAndText) {
   EXPECT_THROW(json_text(Map{{"k", "\xFF"}}), Map::type_error);
 }
 
+// Keys and texts are written without the library, and must come out as it writes them.
+TEST(JsonText, WritesEachCharacterAsTheLibraryDoes) {
+  std::vector<std::string> texts{"", "\xC3\xA9\n\"", "\xF0\x9F\x98\x80", "a\\b\tc", std::string(3, '\0')};
+  for (int c = 0; c < 0x80; ++c) texts.push_back("a" + std::string(1, static_cast<char>(c)) + "b");
+  for (const std::string& text : texts) {
+    EXPECT_EQ(json_text(text), Map(text).dump());
+    EXPECT_EQ(json_text(Map{{text, 1}}), "{" + Map(text).dump() + ": 1}");
+  }
+  for (const Map& number : {Map(-5), Map(INT64_MIN), Map(UINT64_MAX), Map(1.5), Map(1e300), Map(0)})
+    EXPECT_EQ(json_text(number), number.dump());
+}
+
 TEST(Json, DepthIsBounded) {
   const auto parse_nested = [](std::size_t depth) {
     return parse_json(std::string(depth, '[') + std::string(depth, ']'), "it");

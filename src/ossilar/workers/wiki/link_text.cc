@@ -18,10 +18,20 @@ Map build_cache_of(const Map* row) {
   }
 }
 
+// A key stands in the text as it is, unless someone else wrote it with an escape for one of its letters.
+Map build_cache_member(const Map* row, const char* key) {
+  if (row == nullptr) return {};
+  const Map& text = utils::member(*row, "build_cache");
+  if (!text.is_string()) return {};
+  const auto& cache = text.get_ref<const std::string&>();
+  const bool may_have = cache.find('"' + std::string(key) + '"') != std::string::npos ||
+                        cache.find("\\u00") != std::string::npos;
+  return may_have ? utils::member(build_cache_of(row), key) : Map();
+}
+
 std::vector<std::string> former_titles(const Map* row) {
   std::vector<std::string> titles;
-  const Map cache = build_cache_of(row);
-  for (const Map& title : utils::member(cache, FORMER_TITLES_KEY)) {
+  for (const Map& title : build_cache_member(row, FORMER_TITLES_KEY)) {
     if (title.is_string()) titles.push_back(title.get<std::string>());
   }
   return titles;

@@ -51,9 +51,9 @@ Answer refuse_title(const std::string& page_id, const std::string& title, const 
 }  // namespace
 
 std::optional<std::string> agent_title(const Map* row) {
-  const Map cache = build_cache_of(row);
-  std::string title = utils::string_member(cache, AGENT_TITLE_KEY);
-  return title.empty() ? std::nullopt : std::optional(std::move(title));
+  const Map title = build_cache_member(row, AGENT_TITLE_KEY);
+  const bool given = title.is_string() && !title.get_ref<const std::string&>().empty();
+  return given ? std::optional(title.get<std::string>()) : std::nullopt;
 }
 
 Answer retitle(PagePlan& plan, const std::optional<std::string>& title, const Plans& plans,
