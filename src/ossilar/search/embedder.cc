@@ -18,8 +18,11 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "ossilar/utils/identifiers.h"
@@ -95,12 +98,6 @@ class Hash {
  private:
   std::uint64_t state_ = 0xCBF29CE484222325ULL;
 };
-
-// A weight is never negative; the hash's first bit becomes its sign.
-void add_feature(Sums& sums, std::uint64_t hash, double weight) {
-  constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63U;
-  sums[hash % kDimensions] += std::bit_cast<double>(std::bit_cast<std::uint64_t>(weight) ^ (hash & kSignBit));
-}
 
 // The words of a text, one for each time that it stands there.
 class Words {
@@ -179,57 +176,104 @@ constexpr std::array<double, kMostKnown> kGramSquares = [] {
   return squares;
 }();
 
-// Adds words to a sum; what it needs for one it keeps for the next.
-class Adder {
+// One feature of a word: where it is added, and how much of it.
+class Feature {
  public:
-  explicit Adder(Sums& sums) : sums_(sums) {}
-  void add(std::string_view word, std::uint64_t count);
+  Feature(std::uint64_t hash, bool at_end)
+      : place_(static_cast<std::uint16_t>(hash % kDimensions)),
+        negative_(static_cast<std::uint8_t>(hash >> 63U)),
+        at_end_(at_end) {}
+
+  // Takes the weights of n-grams within the word and at its end. (Neither is negative.)
+  void add_to(Sums& sums, const std::array<double, 2>& weights) const {
+    const auto weight = std::bit_cast<std::uint64_t>(weights[at_end_]);
+    sums[place_] += std::bit_cast<double>(weight | (std::uint64_t{negative_} << 63U));
+  }
 
  private:
-  void mark(std::string_view word);
-  void add_grams(double weight);
-  void add_grams_from(std::size_t first, double inner, double at_end);
+  std::uint16_t place_;
+  std::uint8_t negative_;
+  std::uint8_t at_end_;
+};
+
+struct Features {
+  std::size_t letters = 0;   // characters of the word without its marks
+  double gram_length = 0;    // of the vector of its n-grams' weights
+  std::vector<Feature> all;  // the word itself, its beginning, then its n-grams in their order
+};
+
+// Reads the features of words; what it needs for one it keeps for the next.
+class FeatureReader {
+ public:
+  Features read(std::string_view word) {
+    mark(word);
+    Features features;
+    features.letters = characters() - 2;
+    const double squares =
+        characters() < kMostKnown ? kGramSquares[characters()] : gram_squares(characters());
+    features.gram_length = std::sqrt(squares);
+    const std::string_view beginning =
+        word.substr(0, offsets_[std::min(features.letters, kBeginning) + 1] - 1);
+    features.all.reserve(2 + 3 * characters());
+    features.all.emplace_back(Hash('w', word).value(), false);
+    features.all.emplace_back(Hash('b', beginning).value(), false);
+    for (std::size_t first = 0; first + kShortestGram <= characters(); ++first)
+      add_grams(features.all, first);
+    return features;
+  }
+
+ private:
   std::size_t characters() const { return offsets_.size() - 1; }  // of the marked word
 
-  Sums& sums_;
+  void mark(std::string_view word) {
+    marked_.assign(1, '<').append(word) += '>';
+    offsets_.clear();
+    for (std::size_t at = 0; at < marked_.size(); at += utils::utf8_size(marked_, at)) offsets_.push_back(at);
+    offsets_.push_back(marked_.size());
+  }
+
+  void add_grams(std::vector<Feature>& features, std::size_t first) const {
+    const std::size_t longest = std::min(first + kLongestGram, characters());
+    Hash hash('n');
+    for (std::size_t end = first + 1; end <= longest; ++end) {
+      const std::size_t begin = offsets_[end - 1];
+      hash.add(std::string_view(marked_).substr(begin, offsets_[end] - begin));
+      if (end - first >= kShortestGram) features.emplace_back(hash.value(), end == characters());
+    }
+  }
+
   std::string marked_;                // "<word>"
   std::vector<std::size_t> offsets_;  // where its characters begin, and last its size
 };
 
-void Adder::mark(std::string_view word) {
-  marked_.assign(1, '<').append(word) += '>';
-  offsets_.clear();
-  for (std::size_t at = 0; at < marked_.size();) {
-    offsets_.push_back(at);
-    at += (marked_[at] & '\x80') == 0 ? 1 : utils::utf8_size(marked_, at);
+// The features of the words that came last: texts of one wiki have most of their words in common.
+class FeatureCache {
+ public:
+  const Features& of(std::string_view word) {
+    if (const auto known = features_.find(word); known != features_.end()) return known->second;
+    Features read = reader_.read(word);
+    if (word.size() > kLongestKept) return unkept_ = std::move(read);
+    if (features_.size() >= kMostKept) features_.clear();
+    return features_.emplace(word, std::move(read)).first->second;
   }
-  offsets_.push_back(marked_.size());
-}
 
-void Adder::add_grams(double weight) {
-  const double squares = characters() < kMostKnown ? kGramSquares[characters()] : gram_squares(characters());
-  const double length = std::sqrt(squares);
-  const double inner = weight * 1.0 / length;
-  const double at_end = weight * kEndGramShare / length;
-  for (std::size_t first = 0; first + kShortestGram <= characters(); ++first)
-    add_grams_from(first, inner, at_end);
-}
+ private:
+  static constexpr std::size_t kMostKept = 4096;   // words; some 600 KB
+  static constexpr std::size_t kLongestKept = 32;  // bytes
 
-// Where every character is a byte, which is nearly always, the hashes are made byte by byte.
-void Adder::add_grams_from(std::size_t first, double inner, double at_end) {
-  const std::size_t longest = std::min(first + kLongestGram, characters());
-  const bool bytes = characters() == marked_.size();
-  const auto add = [&](Hash& hash, std::size_t character) {
-    if (bytes) return hash.add(marked_[character]);
-    const std::size_t begin = offsets_[character];
-    hash.add(std::string_view(marked_).substr(begin, offsets_[character + 1] - begin));
+  struct WordHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view word) const { return std::hash<std::string_view>()(word); }
   };
-  Hash hash('n');
-  for (std::size_t i = 0; i + 1 < kShortestGram; ++i) add(hash, first + i);
-  for (std::size_t end = first + kShortestGram; end <= longest; ++end) {
-    add(hash, end - 1);
-    add_feature(sums_, hash.value(), end == characters() ? at_end : inner);
-  }
+
+  FeatureReader reader_;
+  std::unordered_map<std::string, Features, WordHash, std::equal_to<>> features_;
+  Features unkept_;
+};
+
+FeatureCache& features_of_thread() {
+  thread_local FeatureCache cache;
+  return cache;
 }
 
 bool is_function_word(std::string_view word) {
@@ -244,14 +288,14 @@ double weight_of(std::string_view word, std::size_t characters, std::uint64_t co
   return count == 1 ? kind : kind * (1.0 + std::log(static_cast<double>(count)));
 }
 
-void Adder::add(std::string_view word, std::uint64_t count) {
-  mark(word);
-  const std::size_t letters = characters() - 2;  // without the marks
-  const double weight = weight_of(word, letters, count);
-  const std::string_view beginning = word.substr(0, offsets_[std::min(letters, kBeginning) + 1] - 1);
-  add_feature(sums_, Hash('w', word).value(), weight * kWordWeight);
-  add_feature(sums_, Hash('b', beginning).value(), weight * kBeginningWeight);
-  add_grams(weight * kGramsWeight);
+void add_word(Sums& sums, std::string_view word, const Features& features, std::uint64_t count) {
+  const double weight = weight_of(word, features.letters, count);
+  features.all[0].add_to(sums, {weight * kWordWeight, 0});
+  features.all[1].add_to(sums, {weight * kBeginningWeight, 0});
+  const double grams = weight * kGramsWeight;
+  const std::array<double, 2> weights{grams * 1.0 / features.gram_length,
+                                      grams * kEndGramShare / features.gram_length};
+  for (auto gram = features.all.begin() + 2; gram != features.all.end(); ++gram) gram->add_to(sums, weights);
 }
 
 std::vector<float> normalised(const Sums& sums) {
@@ -268,8 +312,9 @@ std::vector<float> normalised(const Sums& sums) {
 
 std::vector<float> embed_text(std::string_view text) {
   Sums sums{};
-  Adder adder(sums);
-  Words(text).visit([&](std::string_view word, std::uint64_t count) { adder.add(word, count); });
+  FeatureCache& features = features_of_thread();
+  Words(text).visit(
+      [&](std::string_view word, std::uint64_t count) { add_word(sums, word, features.of(word), count); });
   return normalised(sums);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "ossilar/utils/text.h"
 
@@ -30,25 +31,54 @@ std::string mapped(std::string_view text, int options) {
   return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(size)};
 }
 
+bool is_ascii(std::string_view text) {
+  unsigned char all = 0;
+  for (const char c : text) all |= static_cast<unsigned char>(c);
+  return all < 0x80;
+}
+
+char small(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// What mapping comes to for ASCII.
+std::string small_letters(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), small);
+  return text;
+}
+
+// `text` with each run of white space, which `is_blank` tells, as one blank and none at the ends.
+template <class IsBlank>
+std::string collapsed(std::string_view text, IsBlank is_blank) {
+  std::string out;
+  out.reserve(text.size());
+  bool blank = false;  // one that is written before the next character, if there is one
+  for (const char c : text) {
+    if (is_blank(c)) {
+      blank = !out.empty();
+      continue;
+    }
+    if (blank) out += ' ';
+    blank = false;
+    out += c;
+  }
+  return out;
+}
+
 }  // namespace
 
 std::string fold(std::string_view text) {
+  const auto is_blank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+  if (is_ascii(text)) return small_letters(collapsed(text, is_blank));
   return mapped(collapse_blanks(text),
                 UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_COMPAT | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
 }
 
 std::string collapse_label(std::string_view text) {
-  static constexpr std::string_view kBlanks = " \t\r\n";
-  std::string out;
-  for (std::size_t at = text.find_first_not_of(kBlanks); at != std::string_view::npos;) {
-    const std::size_t end = std::min(text.find_first_of(kBlanks, at), text.size());
-    if (!out.empty()) out += ' ';
-    out += text.substr(at, end - at);
-    at = text.find_first_not_of(kBlanks, end);
-  }
-  return out;
+  return collapsed(text, [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });
 }
 
-std::string fold_label(std::string_view text) { return mapped(collapse_label(text), UTF8PROC_CASEFOLD); }
+std::string fold_label(std::string_view text) {
+  std::string label = collapse_label(text);
+  return is_ascii(label) ? small_letters(std::move(label)) : mapped(label, UTF8PROC_CASEFOLD);
+}
 
 }  // namespace ossilar::utils

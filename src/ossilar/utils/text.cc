@@ -94,6 +94,16 @@ bool is_hidden(char32_t c) {
   return control || bidi;
 }
 
+// Whether all of it is ASCII that is shown as it is.
+bool is_plain_ascii(std::string_view text) {
+  unsigned found = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    found |= byte >= 0x7F || (byte < 0x20 && c != '\t' && c != '\n') ? 1U : 0U;
+  }
+  return found == 0;
+}
+
 std::string visible_escape(char32_t code) {
   std::array<char, 16> text{};
   std::snprintf(text.data(), text.size(), code < 0x100 ? "<%02X>" : "<U+%04X>", static_cast<unsigned>(code));
@@ -204,6 +214,7 @@ std::vector<std::string_view> split_words(std::string_view text) {
 }
 
 std::string printable(std::string_view text) {
+  if (is_plain_ascii(text)) return std::string(text);
   std::string out;
   out.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {

@@ -46,6 +46,21 @@ TEST(LocalEmbedder, SameWordsSameVector) {
   }
 }
 
+// What is kept of words changes no vector: neither that they came before nor that too many came between.
+TEST(LocalEmbedder, VectorsDoNotDependOnTheTextsBefore) {
+  const std::vector<std::string> texts{"one index of words", "words of an index", "caf\xC3\xA9 index",
+                                       std::string(100, 'w') + " index"};
+  std::vector<std::vector<float>> first;
+  for (const std::string& text : texts) first.push_back(embedded(text));
+  for (int i = 0; i < 3; ++i) {
+    std::string many;
+    for (int word = 0; word < 3000; ++word)
+      many += "w" + std::string(1 + word % 7, 'x') + std::to_string(word) + " ";
+    embedded(many);
+    for (std::size_t at = texts.size(); at-- > 0;) EXPECT_EQ(embedded(texts[at]), first[at]) << texts[at];
+  }
+}
+
 // Stored vectors are compared with those of other machines: what a model of one name gives must not move.
 TEST(LocalEmbedder, TheModelsNumbersStay) {
   EXPECT_EQ(make_local_embedder()->model(), "local-hash-v1-384");

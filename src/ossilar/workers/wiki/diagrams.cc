@@ -153,7 +153,13 @@ std::string label(std::string_view text) {
   line = utils::printable(line);
   if (line.size() > kLongestLabel) line = std::string(utils::utf8_prefix(line, kLongestLabel)) + "...";
   std::string out;
-  for (const char c : line) out += is_plain(c) ? std::string(1, c) : "#" + std::to_string(int{c}) + ";";
+  for (const char c : line) {
+    if (is_plain(c)) {
+      out += c;
+    } else {
+      out += "#" + std::to_string(int{c}) + ";";
+    }
+  }
   return out;
 }
 

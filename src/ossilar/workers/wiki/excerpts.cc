@@ -33,10 +33,23 @@ int kind_rank(std::string_view kind) {
   return std::find(kFunctions.begin(), kFunctions.end(), kind) != kFunctions.end() ? 1 : 2;
 }
 
-std::string numbered_line(std::size_t number, std::string_view line) {
-  const std::string_view cut = utils::utf8_prefix(line, kLongestLine);
-  return std::to_string(number) + "  " + std::string(cut) + (cut.size() < line.size() ? "\u2026\n" : "\n");
-}
+constexpr std::string_view kCut = "\u2026";  // stands for the rest of a line
+
+struct NumberedLine {
+  std::string number;
+  std::string_view shown;
+  std::string_view cut;
+
+  NumberedLine(std::size_t place, std::string_view line)
+      : number(std::to_string(place)),
+        shown(utils::utf8_prefix(line, kLongestLine)),
+        cut(shown.size() < line.size() ? kCut : "") {}
+
+  std::size_t size() const { return number.size() + 2 + shown.size() + cut.size() + 1; }
+  void append_to(std::string& out) const {
+    out.append(number).append("  ").append(shown).append(cut).append("\n");
+  }
+};
 
 // Past a licence at the head of the file, which tells nothing about the code.
 std::size_t first_telling_line(const std::vector<std::string_view>& lines) {
@@ -61,7 +74,7 @@ class Selection {
   bool take(std::size_t first, std::size_t last) {
     for (std::size_t i = first; i < std::min(last, lines_.size()); ++i) {
       if (chosen_[i]) continue;
-      const std::size_t size = numbered_line(i + 1, lines_[i]).size();
+      const std::size_t size = NumberedLine(i + 1, lines_[i]).size();
       if (size > room_) return false;
       room_ -= size;
       chosen_[i] = true;
@@ -74,7 +87,7 @@ class Selection {
     bool gap = false;
     for (std::size_t i = 0; i < lines_.size(); ++i) {
       if (chosen_[i] && gap && !out.empty()) out += "...\n";
-      if (chosen_[i]) out += numbered_line(i + 1, lines_[i]);
+      if (chosen_[i]) NumberedLine(i + 1, lines_[i]).append_to(out);
       gap = !chosen_[i];
     }
     return out;

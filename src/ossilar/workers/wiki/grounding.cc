@@ -65,7 +65,10 @@ std::string quoted(const std::string& text) { return "`" + one_line(text) + "`";
 // In a table a bar would begin the next cell, inside code too.
 std::string cell(const std::string& text) {
   std::string out;
-  for (const char c : one_line(text)) out += c == '|' ? std::string("\\|") : std::string(1, c);
+  for (const char c : one_line(text)) {
+    if (c == '|') out += '\\';
+    out += c;
+  }
   return out;
 }
 
@@ -188,7 +191,8 @@ std::string symbols_part(const std::vector<const SourceFile*>& files, const std:
   for (const SourceFile* file : files) {
     std::string line;
     for (const Map& symbol : symbols) {
-      if (utils::string_member(symbol, "file") != file->path) continue;
+      const Map& of = utils::member(symbol, "file");
+      if (!of.is_string() || of.get_ref<const std::string&>() != file->path) continue;
       line += (line.empty() ? "- " + quoted(file->path) + ": " : ", ") +
               quoted(utils::string_member(symbol, "name")) + " " + utils::string_member(symbol, "kind") +
               " L" + utils::text_form(utils::member(symbol, "line"));

@@ -1,10 +1,20 @@
 #include "ossilar/workers/wiki/link_text.h"
 
 #include <algorithm>
+#include <cstring>
+#include <string_view>
 
 #include "ossilar/utils/error.h"
 
 namespace ossilar::workers::wiki {
+namespace {
+
+// The C library's search stops less often than the string's own, which looks at every first character.
+bool holds(std::string_view text, std::string_view wanted) {
+  return memmem(text.data(), text.size(), wanted.data(), wanted.size()) != nullptr;
+}
+
+}  // namespace
 
 Map build_cache_of(const Map* row) {
   if (row == nullptr) return Map::object();
@@ -24,8 +34,7 @@ Map build_cache_member(const Map* row, const char* key) {
   const Map& text = utils::member(*row, "build_cache");
   if (!text.is_string()) return {};
   const auto& cache = text.get_ref<const std::string&>();
-  const bool may_have = cache.find('"' + std::string(key) + '"') != std::string::npos ||
-                        cache.find("\\u00") != std::string::npos;
+  const bool may_have = holds(cache, '"' + std::string(key) + '"') || holds(cache, "\\u00");
   return may_have ? utils::member(build_cache_of(row), key) : Map();
 }
 

@@ -25,10 +25,6 @@ std::string_view without_marks(std::string_view heading) {
   return marked ? utils::strip(heading.substr(text)) : heading;
 }
 
-std::string heading_key(std::string_view heading) {
-  return utils::fold(utils::plain_inline(without_marks(heading)));
-}
-
 // An exact match first, so that two headings that differ in case alone can both be named.
 std::optional<Section> find_section(std::string_view body, std::string_view heading) {
   const std::vector<Section> sections = sections_of(body);
@@ -93,6 +89,10 @@ std::vector<Section> sections_of(std::string_view body) {
       sections.push_back({std::move(block.text), body.substr(block.begin), block.marks_end - block.begin});
   }
   return sections;
+}
+
+std::string heading_key(std::string_view heading) {
+  return utils::fold(utils::plain_inline(without_marks(heading)));
 }
 
 bool same_heading(std::string_view a, std::string_view b) { return heading_key(a) == heading_key(b); }

@@ -18,6 +18,9 @@ struct Section {
 
 std::vector<Section> sections_of(std::string_view body);
 
+// What two headings that are the same have in common.
+std::string heading_key(std::string_view heading);
+
 // Whether both name the same section: caseless, with or without `##` marks, blanks and inline markup.
 bool same_heading(std::string_view a, std::string_view b);
 

@@ -26,10 +26,11 @@ Map finding(const std::string& kind, const std::string& detail) {
 void find_missing_sections(const Map& row, std::vector<Map>& findings) {
   const Map& outline = utils::member(utils::member(row, "build_cache"), "outline");
   const PageType& type = type_of_row(row);
+  std::vector<std::string> keys;
+  for (const Map& heading : outline)
+    if (heading.is_string()) keys.push_back(heading_key(heading.get_ref<const std::string&>()));
   for (const std::string& required : type.required_sections) {
-    const bool present = std::any_of(outline.begin(), outline.end(), [&](const Map& heading) {
-      return heading.is_string() && same_heading(heading.get_ref<const std::string&>(), required);
-    });
+    const bool present = std::find(keys.begin(), keys.end(), heading_key(required)) != keys.end();
     if (!present) {
       findings.push_back(
           finding("missing-section", "a page of type " + type.name + " has a section '" + required + "'"));
