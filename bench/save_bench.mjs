@@ -33,7 +33,9 @@ const figures = (what, durations, seconds) => ({
   p50_ms: percentile(durations, 50),
   p95_ms: percentile(durations, 95),
   p99_ms: percentile(durations, 99),
-  per_second: seconds ? durations.length / seconds : 1000 / (durations.reduce((a, b) => a + b) / durations.length),
+  per_second: seconds
+    ? durations.length / seconds
+    : 1000 / (durations.reduce((a, b) => a + b) / durations.length),
 });
 
 const folder = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));

@@ -19,7 +19,8 @@ export function randomNumbers(seed) {
   };
 }
 
-const WORDS = `parser token lock page writer reader commit draft queue buffer index chunk section digest row branch
+const WORDS =
+  `parser token lock page writer reader commit draft queue buffer index chunk section digest row branch
   file folder link handle request answer client session timeout error retry state version manifest title source symbol
   keeps reads writes opens closes waits returns checks takes gives holds drops moves builds finds counts merges splits
   until before after while unless because with without into from over under between each every another first last only
@@ -35,7 +36,10 @@ export function pageText(source, edition = 0) {
   let seed = edition + 1;
   for (const c of source) seed = Math.imul(seed, 31) + c.charCodeAt(0);
   const random = randomNumbers(seed);
-  const prose = () => numbers(6).map(() => sentence(random)).join(' ');
+  const prose = () =>
+    numbers(6)
+      .map(() => sentence(random))
+      .join(' ');
   const section = (s) => `## Part ${s}\n\n${prose()} [${source}:L${s + 1}]\n`;
   return `${sentence(random)}\n\n${numbers(10).map(section).join('\n')}`;
 }
@@ -62,7 +66,10 @@ export const wikiServer = (root) => ({ command: program, args: ['--repo', root, 
 // A public server by the path of its script.
 export const peerServer = (file, ...args) => ({
   command: process.execPath,
-  args: [fileURLToPath(new URL(`peers/node_modules/@modelcontextprotocol/${file}`, import.meta.url)), ...args],
+  args: [
+    fileURLToPath(new URL(`peers/node_modules/@modelcontextprotocol/${file}`, import.meta.url)),
+    ...args,
+  ],
 });
 
 // Speaks in lines, and keeps nothing of what has been answered.
@@ -101,13 +108,18 @@ export class Client {
 
   async begin() {
     const clientInfo = { name: 'bench', version: '1' };
-    await this.request('initialize', { protocolVersion: LATEST_WITH_INITIALIZE, capabilities: {}, clientInfo });
+    await this.request('initialize', {
+      protocolVersion: LATEST_WITH_INITIALIZE,
+      capabilities: {},
+      clientInfo,
+    });
     this.send({ method: 'notifications/initialized' });
   }
 
   async call(tool, given) {
     const reply = await this.request('tools/call', { name: tool, arguments: given });
-    if (reply.error || reply.result.isError) throw new Error(`${tool}: ${JSON.stringify(reply).slice(0, 400)}`);
+    if (reply.error || reply.result.isError)
+      throw new Error(`${tool}: ${JSON.stringify(reply).slice(0, 400)}`);
     return reply.result;
   }
 

@@ -65,12 +65,18 @@ std::string required_text(const Map& chunk, const char* key) {
   return value.get<std::string>();
 }
 
+std::string embedded_bytes(const Map& embedding) {
+  if (!embedding.is_binary()) return vector_bytes(embedding.get<Vector>());
+  const Map::binary_t& bytes = embedding.get_binary();
+  return {bytes.begin(), bytes.end()};
+}
+
 void keep_passage(Connection& connection, const Map& chunk) {
   const std::string hash = required_text(chunk, chunk_key::kHash);
   Query(connection, kKeepPassage, hash, required_text(chunk, chunk_key::kText)).run();
   const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
   if (embedding.is_null()) return;
-  const std::string bytes = vector_bytes(embedding.get<Vector>());
+  const std::string bytes = embedded_bytes(embedding);
   Query(connection, kKeepVector, hash, required_text(chunk, chunk_key::kModel), Blob{bytes}).run();
 }
 
@@ -98,6 +104,11 @@ PassageHashes held_passages(Connection& connection, std::int64_t page_key) {
 }
 
 }  // namespace
+
+Map embedding_form(const Vector& vector) {
+  const std::string bytes = vector_bytes(vector);
+  return Map::binary({bytes.begin(), bytes.end()});
+}
 
 Vector vector_of(const std::string& bytes, const std::string& hash) {
   if (bytes.size() % kNumberBytes != 0)

@@ -99,8 +99,8 @@ struct SharedPassages {
   PassageHashes all;
 };
 
-// The keys of a chunk record. `kEmbedding` is a list of numbers, or null for a passage whose vector is kept
-// already.
+// The keys of a chunk record. `kEmbedding` is a list of numbers, or embedding_form() of them, or null for a
+// passage whose vector is kept already.
 namespace chunk_key {
 inline constexpr const char* kPosition = "position";  // 0, 1, ... in the order of the page
 inline constexpr const char* kSection = "section";    // the heading it stands under, "" above the first
@@ -110,6 +110,9 @@ inline constexpr const char* kModel = "model";          // of the embedder
 inline constexpr const char* kCitations = "citations";  // those that stand in the passage
 inline constexpr const char* kEmbedding = "embedding";
 }  // namespace chunk_key
+
+// The vector as it is stored, in one piece: a list would be a value for each number.
+Map embedding_form(const Vector& vector);
 
 struct PassageText {
   std::string hash;

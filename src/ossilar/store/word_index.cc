@@ -58,9 +58,10 @@ constexpr std::size_t kMostTerms = 64;
 // The words of `text` for the index: each part of an identifier, and the whole without its joints.
 std::string spelled_out(std::string_view text) {
   std::string words;
-  for (const utils::Token& token : utils::tokens_of(text)) {
-    for (const std::string& part : token.parts) words.append(part).append(" ");
-    if (token.parts.size() > 1) words.append(token.joined()).append(" ");
+  words.reserve(text.size() + text.size() / 2);
+  for (utils::TokenReader token(text); token.next();) {
+    for (std::size_t i = 0; i < token.size(); ++i) words.append(token.part(i)).append(" ");
+    if (token.size() > 1) words.append(token.joined()).append(" ");
   }
   return words;
 }

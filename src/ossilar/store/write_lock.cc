@@ -11,6 +11,7 @@
 #include <charconv>
 #include <csignal>
 #include <ctime>
+#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -201,14 +202,16 @@ bool WriteLock::try_lock(const Files& files) const {
 }
 
 WriteLock::Files WriteLock::lock_files(const Attempt& attempt) const {
-  Pauses pauses;
+  std::optional<Pauses>
+      pauses;  // made when it has to wait: its random numbers are the system's to begin with
   for (;;) {
     utils::check_cancelled();
     Files files = open_files(options_.path);
     if (try_lock(files)) return files;
     const Clock::time_point now = Clock::now();
     if (now >= attempt.deadline) throw busy(holder_in(files.file.get()), now - attempt.began);
-    std::this_thread::sleep_for(std::min<Clock::duration>(pauses.next(), attempt.deadline - now));
+    if (!pauses) pauses.emplace();
+    std::this_thread::sleep_for(std::min<Clock::duration>(pauses->next(), attempt.deadline - now));
   }
 }
 

@@ -37,8 +37,14 @@ void check_cancelled() {
   if (cancel_requested()) throw Cancelled{};
 }
 
+void begin_stage(std::string_view stage) {
+  const Current& work = current();
+  if (work.control != nullptr && work.control->probe_) work.control->probe_(stage);
+}
+
 void begin_step(std::string_view step) {
   check_cancelled();
+  begin_stage(step);
   const Current& work = current();
   if (work.control != nullptr && work.shields == 0 && work.control->watcher_) work.control->watcher_(step);
 }

@@ -21,8 +21,12 @@ class TaskControl {
   // Is told each step as it begins, on the thread that does the work.
   using Watcher = std::function<void(std::string_view step)>;
 
+  // Is told what begins, every step and every stage, behind a shield too: it must not wait for anything.
+  using Probe = std::function<void(std::string_view stage)>;
+
   TaskControl() = default;
-  explicit TaskControl(Watcher watcher) : watcher_(std::move(watcher)) {}
+  explicit TaskControl(Watcher watcher, Probe probe = {})
+      : watcher_(std::move(watcher)), probe_(std::move(probe)) {}
 
   void cancel() { cancelled_ = true; }
   bool cancelled() const { return cancelled_; }
@@ -32,7 +36,9 @@ class TaskControl {
  private:
   friend class TaskShield;
   friend void begin_step(std::string_view step);
+  friend void begin_stage(std::string_view stage);
   const Watcher watcher_;
+  const Probe probe_;
   std::atomic<bool> cancelled_ = false;
   std::atomic<bool> shielded_ = false;
 };
@@ -69,5 +75,8 @@ void check_cancelled();
 // Tells the watcher that `step` begins, a few words such as "embedding 12 passages"; throws Cancelled when
 // the work is to end.
 void begin_step(std::string_view step);
+
+// Tells the probe alone that `stage` begins, a part of a step that only who measures asks about.
+void begin_stage(std::string_view stage);
 
 }  // namespace ossilar::utils

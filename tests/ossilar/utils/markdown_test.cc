@@ -75,6 +75,26 @@ TEST(Inlines, ArePlainText) {
   EXPECT_EQ(urls, "a=u http://x=http://x d=y ");
 }
 
+// What was read of one text is never taken for another's, in whatever order they come again.
+TEST(Inlines, AreThoseOfTheirOwnText) {
+  const auto all_of = [](const std::string& text) {
+    std::string all = prose_text(text) + "|" + closing_line(text) + "|" + plain_inline(text);
+    for (const Block& block : top_level_blocks(text)) all += "|" + block.text + std::to_string(block.begin);
+    for (const Link& link : links(text)) all += "|" + link.url + link.text;
+    return all;
+  };
+  const std::vector<std::string> texts = ::ossilar::testing::generated_pages(40);
+  std::vector<std::string> first;
+  for (const std::string& text : texts) first.push_back(all_of(text));
+  for (std::size_t step = 1; step < 8; ++step) {
+    for (std::size_t i = 0; i < 200; ++i) {
+      const std::size_t at = i * step / 3 % texts.size();
+      ASSERT_EQ(all_of(texts[at]), first[at]) << texts[at];
+    }
+  }
+  EXPECT_NE(prose_text(std::string(40'000, 'a')), prose_text(std::string(40'000, 'b')));
+}
+
 // What has one key in fold_label() is one label to the parser, and what has two is two.
 TEST(FoldLabel, AgreesWithTheParser) {
   using Pair = std::pair<const char*, const char*>;

@@ -139,6 +139,7 @@ std::optional<Answer> WikiGenerator::commit_as_one(const _PageDraft& draft) {
     }
     throw;
   }
+  utils::begin_stage("committing the rows");
   group->commit();
   return answer;
 }

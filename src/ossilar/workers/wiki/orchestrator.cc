@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "ossilar/search/chunking.h"
 #include "ossilar/utils/files.h"
@@ -33,22 +34,27 @@ std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
 }
 
-std::set<std::string> citation_keys(const std::vector<Map>& citations) {
-  std::set<std::string> keys;
-  for (const Map& citation : citations) keys.insert(utils::json_text(citation));
-  return keys;
+using CitedLines = std::tuple<std::string, std::int64_t, std::int64_t>;  // path, first, last
+
+std::set<CitedLines> cited_lines(const std::vector<Map>& citations) {
+  std::set<CitedLines> lines;
+  for (const Map& citation : citations) {
+    lines.emplace(utils::string_member(citation, "path"), citation.at("first").get<std::int64_t>(),
+                  citation.at("last").get<std::int64_t>());
+  }
+  return lines;
 }
 
 // The citations of `known` that stand in `text`.
-Map citations_in(const std::string& text, const std::set<std::string>& known) {
+Map citations_in(const std::string& text, const std::set<CitedLines>& known) {
   Map found = Map::array();
-  std::set<std::string> seen;
+  std::set<CitedLines> seen;
   for (const std::string_view label : bracketed(text)) {
     const auto citation = parse_citation(label);
     if (!citation) continue;
-    const Map record{{"path", citation->path}, {"first", citation->first}, {"last", citation->last}};
-    const std::string key = utils::json_text(record);
-    if (known.count(key) > 0 && seen.insert(key).second) found.push_back(record);
+    CitedLines lines(citation->path, citation->first, citation->last);
+    if (known.count(lines) == 0 || !seen.insert(std::move(lines)).second) continue;
+    found.push_back({{"path", citation->path}, {"first", citation->first}, {"last", citation->last}});
   }
   return found;
 }
@@ -165,6 +171,12 @@ void WikiGenerator::_reread_existing() {
   existing_ = std::move(rows);
 }
 
+// A commit asks for it to store the row, and to store the state at last.
+store::Repository& WikiGenerator::repository() {
+  utils::begin_stage("storing row or state");
+  return *store_;
+}
+
 // ---- The draft's services.
 
 std::string WikiGenerator::steering_of(const PagePlan* plan) const {
@@ -219,7 +231,7 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
 }
 
 Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
-  const std::set<std::string> known = citation_keys(citations);
+  const std::set<CitedLines> known = cited_lines(citations);
   Map sections = Map::array();
   for (const Section& section : sections_of(body)) {
     const std::string text(section.text);
@@ -274,25 +286,27 @@ std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
   hashes.reserve(passages.size());
   for (const search::Passage& passage : passages) hashes.push_back(utils::sha256_hex(passage.text));
   const auto vectors = passage_vectors(passages, hashes, elsewhere, *store_, *embedder_, vectors_);
-  const std::set<std::string> known = citation_keys(citations);
+  const std::set<CitedLines> known = cited_lines(citations);
   std::vector<Map> chunks;
   for (std::size_t i = 0; i < passages.size(); ++i) {
     const auto vector = vectors.find(hashes[i]);
-    chunks.push_back(
-        Map{{store::chunk_key::kPosition, i},
-            {store::chunk_key::kSection, passages[i].section},
-            {store::chunk_key::kText, passages[i].text},
-            {store::chunk_key::kHash, hashes[i]},
-            {store::chunk_key::kModel, embedder_->model()},
-            {store::chunk_key::kCitations, citations_in(passages[i].text, known)},
-            {store::chunk_key::kEmbedding, vector == vectors.end() ? Map() : Map(vector->second)}});
+    chunks.push_back(Map{{store::chunk_key::kPosition, i},
+                         {store::chunk_key::kSection, passages[i].section},
+                         {store::chunk_key::kText, passages[i].text},
+                         {store::chunk_key::kHash, hashes[i]},
+                         {store::chunk_key::kModel, embedder_->model()},
+                         {store::chunk_key::kCitations, citations_in(passages[i].text, known)},
+                         {store::chunk_key::kEmbedding,
+                          vector == vectors.end() ? Map() : store::embedding_form(vector->second)}});
   }
   return chunks;
 }
 
 void WikiGenerator::_store_chunks(std::int64_t page_key, const std::string& /*page_id*/,
                                   const std::vector<Map>& chunks, const StringSet& shared_before) {
+  utils::begin_stage("storing chunks and words");
   store_->store_chunks(page_key, chunks, shared_before);
+  utils::begin_stage("storing digest and state");
 }
 
 // ---- Digests.
@@ -357,10 +371,9 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 
 // ---- The wiki's own files and state.
 
-// Written whole, they cost what the wiki has pages: where somebody is there to follow up, the save goes
-// without.
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
-  if (!following_) return write_lists(result);
+  utils::begin_stage("writing index and manifest");
+  if (!lists_follow()) return write_lists(result);
   const std::lock_guard lock(state_mutex_);
   due_ = result;
   lists_due_ = true;
@@ -438,6 +451,7 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
   utils::begin_step("waiting for the write lock");
   try {
     lock_.acquire(options.wait);
+    utils::begin_stage("looking again");
     if (utils::cancel_requested()) {
       lock_.release();
       utils::check_cancelled();
@@ -451,7 +465,9 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
 void WikiGenerator::_release_write_lock() {
   shield_.reset();
   const bool lists_due = std::exchange(lists_due_, false);
+  utils::begin_stage("releasing the lock");
   lock_.release();
+  utils::begin_stage("answering");
   if (lists_due) following_->ask();
 }
 

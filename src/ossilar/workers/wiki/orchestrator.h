@@ -178,7 +178,7 @@ class WikiGenerator final : public AgentSaveMixin {
                                                      const std::optional<std::string>& title) override;
   std::optional<Answer> _commit_agent_page(const _PageDraft& draft) override;
   Answer _with_section(const PagePlan& plan, const std::string& heading, const std::string& text) override;
-  store::Repository& repository() override { return *store_; }
+  store::Repository& repository() override;
   const std::string& branch() const override { return checkout_.branch; }
   const std::filesystem::path& pages_dir() const override { return paths_.pages; }
   store::StoredRows _existing() const override;

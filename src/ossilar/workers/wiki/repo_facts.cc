@@ -5,6 +5,7 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::workers::wiki {
 
@@ -20,6 +21,7 @@ std::string _now_iso() {
 }
 
 void _atomic_write(const std::filesystem::path& path, std::string_view text) {
+  utils::begin_stage("writing the page file");
   utils::atomic_write(path, text);
 }
 

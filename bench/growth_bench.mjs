@@ -1,0 +1,145 @@
+// What a save costs, and what a server takes, as wiki and repository grow: trees of a size each, made by a generator
+// that imitates a real one (folders of uneven size, files of uneven length, classes, functions and includes of each
+// other), in git, with every page written. Prints figures and asserts nothing.
+//   OSSILAR_PROGRAM=... tests/clients/node bench/growth_bench.mjs [MOST-PAGES]
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { program } from '../tests/clients/wiki.mjs';
+import {
+  Client,
+  median,
+  numbers,
+  pageText,
+  percentile,
+  printTable,
+  randomNumbers,
+  timed,
+  timedCalls,
+  wikiServer,
+  write,
+} from './support.mjs';
+
+const SIZES = [
+  { pages: 10, files: 1_000 },
+  { pages: 100, files: 1_000 },
+  { pages: 1_000, files: 10_000 },
+  { pages: 10_000, files: 100_000 },
+];
+const SAVES = 200;
+const WARM_UP = 20;
+
+// The paths of the files: a folder takes the next file with a chance that grows with what it holds.
+function treePaths(count) {
+  const random = randomNumbers(7);
+  const folders = ['src'];
+  const folderOfFile = [];
+  return numbers(count).map((i) => {
+    if (random(20) === 0) folders.push(`${folders[random(folders.length)]}/part${folders.length}`);
+    const old = folderOfFile.length > 0 && random(4) > 0;
+    const folder = old ? folderOfFile[random(folderOfFile.length)] : random(folders.length);
+    folderOfFile.push(folder);
+    return `${folders[folder]}/unit${i}.cpp`;
+  });
+}
+
+// Most files are short and a few are long.
+function sourceText(i, paths, random) {
+  const includes = numbers(random(5)).map(() => `#include "${paths[random(paths.length)]}"\n`);
+  const functions = 10 + Math.floor(90 / (1 + random(12)));
+  const body = (f) => `int Unit${i}::step${f}(int given) {\n  return given + ${f};\n}\n\n`;
+  return `${includes.join('')}class Unit${i} {};\n\n${numbers(functions).map(body).join('')}`;
+}
+
+function makeTree(root, { pages, files }) {
+  const paths = treePaths(files);
+  const random = randomNumbers(11);
+  for (const [i, path] of paths.entries()) write(join(root, path), sourceText(i, paths, random));
+  const page = (i) => `[[page]]\nid = "page${i}"\ntype = "module"\nsources = ["${paths[i]}"]\n`;
+  write(join(root, 'ossilar.toml'), numbers(pages).map(page).join(''));
+  for (const i of numbers(pages))
+    write(join(root, `wiki/pages/page${i}.md`), `# page${i}\n\n${pageText(paths[i])}`);
+  const git = (...args) => execFileSync('git', ['-C', root, ...args], { stdio: 'pipe', maxBuffer: 1 << 28 });
+  git('init', '--quiet', '--initial-branch=main');
+  git('add', '.');
+  git(
+    '-c',
+    'user.name=b',
+    '-c',
+    'user.email=b@example.org',
+    'commit',
+    '--quiet',
+    '--no-gpg-sign',
+    '--message=tree',
+  );
+  return paths;
+}
+
+const command = (root, ...args) =>
+  timed(() => {
+    try {
+      execFileSync(program, ['--repo', root, ...args], { stdio: 'pipe', maxBuffer: 1 << 28 });
+    } catch (error) {
+      if (error.status !== 1) throw error; // `check` has something to say
+    }
+  });
+
+async function measure(size) {
+  const root = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
+  try {
+    const paths = makeTree(root, size);
+    const init = await command(root, 'init');
+    const again = await command(root, 'init');
+    const status = await command(root, 'status');
+    const search = await command(root, 'search', 'what does the parser keep');
+    const check = await command(root, 'check');
+
+    const begun = performance.now();
+    const client = new Client(wikiServer(root));
+    await client.begin();
+    const first = performance.now() - begun;
+    await client.call('list_pages', {});
+    const list = performance.now() - begun;
+    const save = (k) => {
+      const i = (k * 7919) % size.pages;
+      return client.call('save_page', { page_id: `page${i}`, content: pageText(paths[i], k + 1) });
+    };
+    await timedCalls(WARM_UP, 1, save);
+    const saves = await timedCalls(SAVES, 1, (k) => save(k + WARM_UP));
+    const searches = await timedCalls(10, 1, (k) =>
+      client.call('search_wiki', { query: `what does the parser keep ${k}` }),
+    );
+    const row = {
+      ...size,
+      save_p50_ms: median(saves),
+      save_p99_ms: percentile(saves, 99),
+      memory_mib: client.memory('VmRSS'),
+      peak_mib: client.memory('VmHWM'),
+      first_answer_ms: first,
+      first_list_ms: list,
+      search_ms: median(searches),
+      init_s: init / 1000,
+      init_again_s: again / 1000,
+      status_s: status / 1000,
+      search_cli_s: search / 1000,
+      check_s: check / 1000,
+    };
+    await client.end();
+    return row;
+  } finally {
+    rmSync(root, { recursive: true, force: true });
+  }
+}
+
+const most = Number(process.argv[2] ?? Infinity);
+const rows = [];
+for (const size of SIZES.filter(({ pages }) => pages <= most)) {
+  rows.push(await measure(size));
+  console.error(`${size.pages} pages, ${size.files} files: measured`);
+}
+printTable(rows);
+console.log(
+  `p50 of the largest / the smallest: ${(rows.at(-1).save_p50_ms / rows[0].save_p50_ms).toFixed(2)}`,
+);
+console.log(JSON.stringify({ saves: SAVES, rows }));
