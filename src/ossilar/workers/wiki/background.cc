@@ -20,25 +20,33 @@ Background::~Background() {
 void Background::ask() {
   {
     const std::lock_guard lock(mutex_);
-    asked_ = true;
+    ++asked_;
   }
   changed_.notify_all();
+}
+
+void Background::wait(std::chrono::milliseconds patience) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, patience, [this, asked = asked_] { return done_ >= asked; });
 }
 
 void Background::run() {
   std::unique_lock lock(mutex_);
   for (int last_tries = 0; last_tries < kMostLastTries;) {
-    changed_.wait(lock, [this] { return asked_ || stopping_; });
-    if (!asked_) return;
+    changed_.wait(lock, [this] { return asked_ > done_ || stopping_; });
+    if (asked_ == done_) return;
     if (stopping_) ++last_tries;
-    asked_ = false;
+    const std::uint64_t asked = asked_;
     lock.unlock();
     const Clock::time_point begun = Clock::now();
-    const bool again = work_();
-    const Clock::time_point done = Clock::now();
+    const Outcome outcome = work_();
+    const Clock::time_point ended = Clock::now();
     lock.lock();
-    asked_ = asked_ || again;
-    changed_.wait_until(lock, done + kRest * (done - begun), [this] { return stopping_; });
+    if (outcome == Outcome::again) continue;
+    done_ = asked;
+    changed_.notify_all();
+    if (outcome == Outcome::rest)
+      changed_.wait_until(lock, ended + kRest * (ended - begun), [this] { return stopping_; });
   }
 }
 

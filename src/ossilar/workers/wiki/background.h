@@ -3,34 +3,45 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <thread>
 
 namespace ossilar::workers::wiki {
 
-// Does `work` after each ask(), once for all that came before it began. It rests for nine times as long as it
-// worked, so that it never takes more than a tenth of a core. What was asked for is done before the end.
+// Does `work` after each ask(), once for all that came before it began. What was asked for is done before the
+// end.
 //
 // Thread-safety: every member may be called from any thread.
 class Background {
  public:
-  // `work` handles its own failures; it gives whether it is to be done again.
-  explicit Background(std::function<bool()> work) : work_(std::move(work)), thread_([this] { run(); }) {}
+  enum class Outcome {
+    done,
+    again,  // not done; it is to be tried again at once
+    rest,   // done, at a price: nine times as long as it took nothing is done, so that it takes a tenth of a
+            // core
+  };
+
+  // `work` handles its own failures.
+  explicit Background(std::function<Outcome()> work) : work_(std::move(work)), thread_([this] { run(); }) {}
   ~Background();
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
 
   void ask();
+  // Waits until everything asked for so far is done, but not for longer than `patience`.
+  void wait(std::chrono::milliseconds patience);
 
  private:
   using Clock = std::chrono::steady_clock;
   void run();
 
-  const std::function<bool()> work_;
+  const std::function<Outcome()> work_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  bool asked_ = false;  // guarded by mutex_, as is the next
+  std::uint64_t asked_ = 0;  // how often; guarded by mutex_, as are the next two
+  std::uint64_t done_ = 0;   // how much of it
   bool stopping_ = false;
   std::thread thread_;  // the last member: it uses the others
 };

@@ -16,6 +16,9 @@ namespace {
 // Some hundred saves of a page can go before within this time.
 constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 
+// Another process that holds the lock is not to keep a save from being answered that is on disk.
+constexpr std::chrono::milliseconds kListsPatience = std::chrono::seconds(2);
+
 const utils::Logger save_logger("ossilar.workers.wiki.guarded_save");
 
 }  // namespace
@@ -25,7 +28,12 @@ Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::opt
                                       const std::optional<std::string>& title) {
   const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
   const SplicedInto splice;
-  return AgentSaveMixin::save_agent_page(page_id, content, section, title);
+  Answer answer = AgentSaveMixin::save_agent_page(page_id, content, section, title);
+  if (following_ && !answer.contains("error") && !lists_are_long()) {
+    utils::begin_stage("waiting for index and manifest");
+    following_->wait(kListsPatience);
+  }
+  return answer;
 }
 
 SaveOutcome WikiGenerator::save_page(const SaveRequest& request) {
@@ -141,6 +149,8 @@ std::optional<Answer> WikiGenerator::commit_as_one(const _PageDraft& draft) {
   }
   utils::begin_stage("committing the rows");
   group->commit();
+  const std::lock_guard lock(state_mutex_);
+  last_committed_ = commits_;
   return answer;
 }
 

@@ -371,16 +371,20 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 
 // ---- The wiki's own files and state.
 
+// Where a thread is there for it, the lists are made while the commit waits for the disk.
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
   utils::begin_stage("writing index and manifest");
-  if (!lists_follow()) return write_lists(result);
-  const std::lock_guard lock(state_mutex_);
-  due_ = result;
-  lists_due_ = true;
+  if (!following_) return write_lists(result);
+  ListContent content = list_content(result);
+  {
+    const std::lock_guard lock(state_mutex_);
+    due_ = {.content = std::move(content), .commit = ++commits_};
+  }
+  following_->ask();
 }
 
-bool WikiGenerator::lists_follow() const {
-  return following_ && utils::stamp_of(paths_.wiki / "manifest.json").size > lists_follow_above_;
+bool WikiGenerator::lists_are_long() const {
+  return utils::stamp_of(paths_.wiki / "manifest.json").size > lists_follow_above_;
 }
 
 ListContent WikiGenerator::list_content(const WikiBuildResult& result) {
@@ -391,31 +395,47 @@ void WikiGenerator::write_lists(const WikiBuildResult& result, const ManifestCon
   lists_.place(lists_.stage(list_content(result), known));
 }
 
-// The lists are made without the lock, from rows that are read after the manifest was looked at: if it is
-// still the same under the lock, what takes its place is not older.
-bool WikiGenerator::follow_with_lists() {
+// The lists are made without the lock, from the rows as the commit leaves them, or as they are read after the
+// manifest was looked at: if that is still the same under the lock, what takes its place is not older.
+Background::Outcome WikiGenerator::follow_with_lists() {
   try {
-    std::optional<WikiBuildResult> result;
+    std::optional<DueLists> due;
     {
       const std::lock_guard lock(state_mutex_);
-      result = std::exchange(due_, std::nullopt);
+      due = std::exchange(due_, std::nullopt);
     }
-    if (!result || !is_checked_out() || !std::filesystem::exists(paths_.lock())) return false;
-    WikiLists::Staged staged = lists_.stage(list_content(*result));
-    bool placed = false;
-    with_write_lock([&] {
-      placed = lists_.is_current(staged) || !is_checked_out();
-      if (placed && is_checked_out()) lists_.place(std::move(staged));
-    });
-    if (placed) return false;
+    if (!due || !is_checked_out() || !std::filesystem::exists(paths_.lock()))
+      return Background::Outcome::done;
+    const auto outcome = place_lists(lists_.stage(due->content), due->commit);
+    if (outcome != Background::Outcome::again) return outcome;
+    due->content.rows = store_->get_wiki_pages(branch());
     const std::lock_guard lock(state_mutex_);
-    if (!due_) due_ = std::move(result);
-    return true;
+    if (!due_) due_ = std::move(due);
+    return outcome;
   } catch (const std::exception& error) {
     logger.warning(
         "index and manifest could not be written; the next save, or ossilar check --fix, writes them", error);
-    return false;
+    return Background::Outcome::done;
   }
+}
+
+// The lock is had when the commit that asked for the lists has ended; one that failed has left nothing to
+// list.
+Background::Outcome WikiGenerator::place_lists(WikiLists::Staged staged, std::uint64_t commit) {
+  auto outcome = Background::Outcome::done;
+  with_write_lock([&] {
+    {
+      const std::lock_guard lock(state_mutex_);
+      if (commit > last_committed_) return;
+    }
+    if (!is_checked_out()) return;
+    if (!lists_.is_current(staged)) {
+      outcome = Background::Outcome::again;
+    } else {
+      lists_.place(std::move(staged));
+    }
+  });
+  return outcome == Background::Outcome::done && lists_are_long() ? Background::Outcome::rest : outcome;
 }
 
 // The lists of one branch are not to be put among the pages of another.
@@ -464,11 +484,9 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
 
 void WikiGenerator::_release_write_lock() {
   shield_.reset();
-  const bool lists_due = std::exchange(lists_due_, false);
   utils::begin_stage("releasing the lock");
   lock_.release();
   utils::begin_stage("answering");
-  if (lists_due) following_->ask();
 }
 
 void WikiGenerator::with_write_lock(const std::function<void()>& work, bool wait) {

@@ -108,8 +108,9 @@ class WikiGenerator final : public AgentSaveMixin {
     std::unique_ptr<store::WikiStore> store;
     std::unique_ptr<search::Embedder> embedder;
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
-    // Above this size of the manifest, in bytes, index and manifest are written soon after a save by a thread
-    // of their own: what is written whole costs what the wiki has pages. None: always within the save.
+    // For a process that stays: index and manifest are written by a thread of their own, beside the commit.
+    // Up to this size of the manifest, in bytes, a save is answered when they are on disk; above it they
+    // follow it. None: they are written within the commit.
     std::optional<std::uint64_t> lists_follow_above = {};
     bool watch_sources = false;  // see Indexer::Options::watch
   };
@@ -229,13 +230,14 @@ class WikiGenerator final : public AgentSaveMixin {
   std::string keep_replaced(const StandingPage& page, const _PageDraft& draft) const;
   void with_write_lock(const std::function<void()>& work, bool wait = true);
   bool has_news(const utils::FileStamp& manifest) const;
-  bool lists_follow() const;
+  bool lists_are_long() const;
   ListContent list_content(const WikiBuildResult& result);
   // Writes index and manifest from the rows, with the entries of `known` (the manifest in place, where it is
   // not given) that wait for theirs.
   void write_lists(const WikiBuildResult& result, const ManifestContent* known = nullptr);
-  // Has the lists written that the last commit asked for; gives whether that is to be tried again.
-  bool follow_with_lists();
+  // Writes the lists that the last commit asked for.
+  Background::Outcome follow_with_lists();
+  Background::Outcome place_lists(WikiLists::Staged staged, std::uint64_t commit);
   bool is_checked_out() const;
   // Stores the digests, and with them the stale marks of the pages that build on one that changed and of
   // which `marks_others` holds.
@@ -277,11 +279,16 @@ class WikiGenerator final : public AgentSaveMixin {
   store::StoredRows covered_rows_;
   std::map<std::string, int> covered_files_;  // file to the number of pages that rest on it
   std::optional<Map> prior_lint_;
-  bool lists_due_ = false;  // by the commit at work
+  std::uint64_t commits_ = 0;  // that asked for lists, the one at work among them
 
   WikiLists lists_;
   const std::uint64_t lists_follow_above_;
-  std::optional<WikiBuildResult> due_;  // what the lists are to say beside the rows; guarded by state_mutex_
+  struct DueLists {
+    ListContent content;
+    std::uint64_t commit = 0;  // which asks for them
+  };
+  std::optional<DueLists> due_;            // guarded by state_mutex_, as is the next
+  std::uint64_t last_committed_ = 0;       // of the commits that ask for lists
   std::unique_ptr<Background> following_;  // ends first: it uses all others
 };
 

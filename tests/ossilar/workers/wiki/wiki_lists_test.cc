@@ -4,11 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <atomic>
+#include <chrono>
 #include <latch>
 #include <thread>
 
 #include "ossilar/search/embedder.h"
+#include "ossilar/store/forwarding_store.h"
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/background.h"
@@ -93,7 +95,7 @@ TEST(Background, DoesWhatWasAskedForOnceForAllAndBeforeItsEnd) {
     Background background([&] {
       if (++done == 1) begun.count_down();
       may_go_on.wait();
-      return false;
+      return Background::Outcome::done;
     });
     background.ask();
     begun.wait();
@@ -106,24 +108,41 @@ TEST(Background, DoesWhatWasAskedForOnceForAllAndBeforeItsEnd) {
 TEST(Background, TriesAgainWhatSaysSoButNotForEver) {
   int done = 0;
   {
-    Background([&] { return ++done > 0; }).ask();
+    Background background([&] {
+      ++done;
+      return Background::Outcome::again;
+    });
+    background.ask();
   }
   EXPECT_GT(done, 1);
 }
 
-// Whose lists follow every save but the first, as those of a large wiki do.
-std::unique_ptr<WikiGenerator> follower(const WikiRepo& repo) {
+TEST(Background, WhoWaitsHearsWhenWhatWasAskedForIsDone) {
+  std::atomic<int> done = 0;
+  Background background([&] {
+    ++done;
+    return done == 1 ? Background::Outcome::again : Background::Outcome::done;
+  });
+  background.ask();
+  background.wait(std::chrono::hours(1));
+  EXPECT_EQ(done, 2);
+  background.wait(std::chrono::hours(1));  // nothing is asked for
+}
+
+// What is open in a process that stays.
+std::unique_ptr<WikiGenerator> follower(const WikiRepo& repo, std::uint64_t above = 0,
+                                        std::unique_ptr<store::WikiStore> store = nullptr) {
   const auto root = repo.dir.path();
   WikiConfig config = load_config(root / "ossilar.toml");
   WikiPaths paths = wiki_paths(root, config);
-  auto store = store::open_sqlite_store(paths.database());
+  if (!store) store = store::open_sqlite_store(paths.database());
   return std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = std::move(paths),
                                                                  .config = std::move(config),
                                                                  .checkout = source::read_checkout(root),
                                                                  .store = std::move(store),
                                                                  .embedder = search::make_local_embedder(),
                                                                  .writer = "follower",
-                                                                 .lists_follow_above = 0});
+                                                                 .lists_follow_above = above});
 }
 
 TEST(FollowingLists, TellOfEverySaveOnceAllHaveEnded) {
@@ -146,6 +165,47 @@ TEST(FollowingLists, TellOfEverySaveOnceAllHaveEnded) {
     beta.join();
   }
   EXPECT_THAT(repo.open()->check(false).findings, IsEmpty());
+}
+
+TEST(FollowingLists, AreThereWithTheAnswerAsLongAsTheyAreShort) {
+  const WikiRepo repo;
+  const auto wiki = follower(repo, 1'000'000);
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_TRUE(
+        wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Round " + std::to_string(round) + "."))
+            .contains("saved"));
+    ASSERT_THAT(repo.open()->check(false).findings, IsEmpty()) << "in round " << round;
+  }
+}
+
+// A store that cannot commit a group.
+class NoCommit final : public store::ForwardingStore {
+ public:
+  using ForwardingStore::ForwardingStore;
+  std::unique_ptr<store::WriteGroup> begin_group(const std::string& attempt) override {
+    class Group final : public store::WriteGroup {
+     public:
+      explicit Group(std::unique_ptr<store::WriteGroup> inner) : inner_(std::move(inner)) {}
+      void commit() override { throw store::StorageError("disk full"); }
+
+     private:
+      std::unique_ptr<store::WriteGroup> inner_;
+    };
+    return std::make_unique<Group>(ForwardingStore::begin_group(attempt));
+  }
+};
+
+TEST(FollowingLists, DoNotTellOfASaveThatWasNotCommitted) {
+  const WikiRepo repo;
+  ASSERT_TRUE(repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  const std::string before = repo.dir.read("wiki/manifest.json");
+  const auto sqlite = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
+  {
+    const auto wiki = follower(repo, 1'000'000, std::make_unique<NoCommit>(*sqlite));
+    EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Another.")),
+                 store::StorageError);
+  }
+  EXPECT_EQ(repo.dir.read("wiki/manifest.json"), before);
 }
 
 }  // namespace
