@@ -236,13 +236,7 @@ const MUTANTS = [
     'TransactionBehavior::DEFERRED',
     'store',
   ],
-  [
-    'lock of the database before a save reads it',
-    STORE,
-    '"BEGIN IMMEDIATE"',
-    '"BEGIN DEFERRED"',
-    'store',
-  ],
+  ['lock of the database before a save reads it', STORE, '"BEGIN IMMEDIATE"', '"BEGIN DEFERRED"', 'store'],
   [
     'look whether what a save wrote was taken back',
     STORE,
@@ -253,8 +247,15 @@ const MUTANTS = [
   [
     'rows of a save are committed before its answer',
     GUARDED,
-    '  group->commit();\n  return answer;\n',
-    '  return answer;\n',
+    '  group->commit();\n  const std::lock_guard',
+    '  const std::lock_guard',
+    'host',
+  ],
+  [
+    'look whether the commit that the lists are about was made',
+    HOST,
+    'if (commit > last_committed_) return;',
+    'static_cast<void>(commit);',
     'host',
   ],
   [
