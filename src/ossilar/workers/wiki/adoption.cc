@@ -1,6 +1,8 @@
 #include "ossilar/workers/wiki/adoption.h"
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <vector>
 
 #include "ossilar/utils/files.h"
@@ -131,21 +133,54 @@ Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest)
   wiki_._set_page_digests(wiki_._load_digests());
 }
 
+// Many pages in one transaction, which is not to keep other processes from writing for long.
+class Adoption::Batches {
+ public:
+  explicit Batches(store::WikiStore& store) : store_(store) {}
+
+  template <class Work>
+  void add(Work work) {
+    if (!group_) {
+      group_ = store_.begin_group("adopt pages");
+      begun_ = std::chrono::steady_clock::now();
+    }
+    work();
+    if (std::chrono::steady_clock::now() - begun_ > kLongest) end();
+  }
+  void end() {
+    if (group_) group_->commit();
+    group_.reset();
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kLongest{100};
+  store::WikiStore& store_;
+  std::unique_ptr<store::WriteGroup> group_;
+  std::chrono::steady_clock::time_point begun_;
+};
+
 AdoptionReport Adoption::run() {
   const fs::path pages = wiki_.pages_dir();
+  Batches batches(*wiki_.store_);
   for (const fs::path& file : page_files(pages)) {
-    adopt_file(file, file.lexically_relative(pages).replace_extension().string());
+    batches.add([&] { adopt_file(file, file.lexically_relative(pages).replace_extension().string()); });
   }
+  batches.end();
   store_digests();
   wiki_._reread_existing();
   return std::move(report_);
 }
 
 AdoptionReport Adoption::run_described() {
+  Batches batches(*wiki_.store_);
   for (const std::string& page_id : arrivals_of(manifest_, wiki_._existing(), wiki_.pages_dir()).whole) {
-    adopt_text(page_id, utils::read_text_file_within(wiki_.pages_dir(), file_of(wiki_.pages_dir(), page_id)));
+    batches.add([&] {
+      adopt_text(page_id,
+                 utils::read_text_file_within(wiki_.pages_dir(), file_of(wiki_.pages_dir(), page_id)));
+    });
     ++report_.adopted;
   }
+  batches.end();
   store_digests();
   wiki_._reread_existing();
   return std::move(report_);

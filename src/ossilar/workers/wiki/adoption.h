@@ -46,6 +46,7 @@ class Adoption {
   static constexpr const char* kModel = "adopted";
 
  private:
+  class Batches;
   void adopt_file(const std::filesystem::path& file, const std::string& page_id);
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const std::string& title,
                               const Map* entry, FinalizedPage page);

@@ -1,5 +1,7 @@
 #include "ossilar/workers/wiki/background.h"
 
+#include "ossilar/utils/files.h"
+
 namespace ossilar::workers::wiki {
 namespace {
 
@@ -37,14 +39,19 @@ void Background::run() {
     if (asked_ == done_) return;
     if (stopping_) ++last_tries;
     const std::uint64_t asked = asked_;
-    lock.unlock();
     const Clock::time_point begun = Clock::now();
-    const Outcome outcome = work_();
+    auto outcome = Outcome::done;
+    lock.unlock();
+    {
+      const utils::ReplacedFilesKept replaced;  // freed when nobody waits any more
+      outcome = work_();
+      lock.lock();
+      if (outcome != Outcome::again) done_ = asked;
+      changed_.notify_all();
+      lock.unlock();
+    }
     const Clock::time_point ended = Clock::now();
     lock.lock();
-    if (outcome == Outcome::again) continue;
-    done_ = asked;
-    changed_.notify_all();
     if (outcome == Outcome::rest)
       changed_.wait_until(lock, ended + kRest * (ended - begun), [this] { return stopping_; });
   }
