@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -62,47 +63,61 @@ std::string cloned_name(git_repository* repository) {
   return known ? utils::valid_utf8(name_in_address(address)) : "";
 }
 
-}  // namespace
+// Gets the path of each file that a checkout is read from, before it is read.
+using Reads = std::function<void(const std::filesystem::path&)>;
 
-Checkout read_checkout(const std::filesystem::path& root) {
+// A repository keeps some references of a linked working tree with that and the others in one place for all.
+void tell_reference(const Reads& reads, git_repository* repository, const std::string& name) {
+  const std::filesystem::path own = git_repository_path(repository);
+  const std::filesystem::path common = git_repository_commondir(repository);
+  reads(own / name);
+  if (common != own) reads(common / name);
+}
+
+// The name that the reference `name` leads to, or "" when it is a commit's. Only HEAD has to be there; what
+// is wrong with another is commit_of()'s to say.
+std::string target_of(git_repository* repository, const std::string& name, const std::string& where) {
+  git_reference* found = nullptr;
+  const int result = git_reference_lookup(&found, repository, name.c_str());
+  const GitHandle<git_reference> reference(found);
+  if (result < 0 && name == "HEAD") throw git_error("cannot read HEAD of " + where);
+  if (result < 0) return "";
+  const bool is_symbolic = git_reference_type(reference.get()) == GIT_REFERENCE_SYMBOLIC;
+  return is_symbolic ? git_reference_symbolic_target(reference.get()) : "";
+}
+
+// More than libgit2 follows, which is ten.
+constexpr int kMostSteps = 16;
+
+Checkout read_telling(const std::filesystem::path& root, const Reads& reads) {
   Checkout checkout;
   checkout.root = root;
   checkout.name = utils::valid_utf8(root.filename().string());
+  std::error_code error;
+  // A folder's own stamp tells of every lock that git takes in it.
+  if (!std::filesystem::is_directory(root / ".git", error)) reads(root / ".git");
   const auto repository = open_repository(root);
   if (repository == nullptr) return checkout;
   checkout.in_git = true;
+  const std::filesystem::path common = git_repository_commondir(repository.get());
+  for (const char* name : {"config", "packed-refs"}) reads(common / name);
   if (std::string name = cloned_name(repository.get()); !name.empty()) checkout.name = std::move(name);
   const std::string where = "the git repository at " + root.string();
-  git_reference* found = nullptr;
-  const int result = git_reference_lookup(&found, repository.get(), "HEAD");
-  const GitHandle<git_reference> head(found);
-  if (result < 0) throw git_error("cannot read HEAD of " + where);
-  const bool on_branch = git_reference_type(head.get()) == GIT_REFERENCE_SYMBOLIC;
-  if (on_branch) checkout.reference = git_reference_symbolic_target(head.get());
-  checkout.branch = on_branch ? branch_name(checkout.reference) : "HEAD";
+  checkout.branch = "HEAD";
+  std::string reference = "HEAD";
+  for (int step = 0; step < kMostSteps && !reference.empty(); ++step) {
+    tell_reference(reads, repository.get(), reference);
+    reference = target_of(repository.get(), reference, where);
+    if (step == 0 && !reference.empty()) checkout.branch = branch_name(reference);
+  }
   checkout.commit = commit_of(repository.get(), "HEAD", where);
   return checkout;
 }
 
-// Of everything that read_checkout() reads, in a linked working tree too. None when a reference leads on to
-// another, whose changes would not be seen.
-CheckoutReader::Stamps CheckoutReader::stamps_of(const Checkout& checkout) const {
-  constexpr std::uint64_t kDirectReference = GIT_OID_HEXSZ + 1;
-  Stamps stamps;
-  const auto add = [&](const std::filesystem::path& path) { stamps[path] = utils::stamp_of(path); };
-  std::error_code error;
-  // A folder's own stamp tells of every lock that git takes in it.
-  if (!std::filesystem::is_directory(root_ / ".git", error)) add(root_ / ".git");
-  const auto repository = open_repository(root_);
-  if (repository == nullptr) return stamps;
-  const std::filesystem::path own = git_repository_path(repository.get());
-  const std::filesystem::path common = git_repository_commondir(repository.get());
-  for (const auto& path : {own / "HEAD", common / "config", common / "packed-refs"}) add(path);
-  if (checkout.reference.empty()) return stamps;
-  const std::filesystem::path reference = common / checkout.reference;
-  add(reference);
-  const utils::FileStamp& stamp = stamps[reference];
-  return stamp == utils::FileStamp{} || stamp.size == kDirectReference ? stamps : Stamps{};
+}  // namespace
+
+Checkout read_checkout(const std::filesystem::path& root) {
+  return read_telling(root, [](const auto&) {});
 }
 
 Checkout CheckoutReader::read() {
@@ -113,11 +128,12 @@ Checkout CheckoutReader::read() {
   if (last_ && std::all_of(stamps_.begin(), stamps_.end(), is_same)) return *last_;
   const std::int64_t now =
       std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
-  stamps_ = stamps_of(read_checkout(root_));
-  Checkout checkout = read_checkout(root_);
-  const auto is_settled = [&](const auto& each) { return each.second.modified <= now - kTick; };
   last_.reset();
-  if (!stamps_.empty() && std::all_of(stamps_.begin(), stamps_.end(), is_settled)) last_ = checkout;
+  stamps_.clear();
+  Checkout checkout =
+      read_telling(root_, [this](const auto& path) { stamps_.try_emplace(path, utils::stamp_of(path)); });
+  const auto is_settled = [&](const auto& each) { return each.second.modified <= now - kTick; };
+  if (std::all_of(stamps_.begin(), stamps_.end(), is_settled)) last_ = checkout;
   return checkout;
 }
 

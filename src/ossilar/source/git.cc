@@ -121,4 +121,8 @@ GitHandle<git_repository> open_repository(const std::filesystem::path& root) {
   return repository;
 }
 
+std::filesystem::path index_file_of(git_repository* repository) {
+  return std::filesystem::path(git_repository_path(repository)) / "index";
+}
+
 }  // namespace ossilar::source

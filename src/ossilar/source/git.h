@@ -31,6 +31,9 @@ void use_libgit2();
 // program. Throws Error for a repository that is damaged or bare.
 GitHandle<git_repository> open_repository(const std::filesystem::path& root);
 
+// Where the repository keeps what it tracks, for a linked working tree too; the file need not be there.
+std::filesystem::path index_file_of(git_repository* repository);
+
 // The failure of the last libgit2 call of this thread: "WHAT: its reason".
 utils::Error git_error(const std::string& what, utils::Place place = utils::Place::current());
 

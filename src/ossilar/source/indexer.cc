@@ -113,6 +113,8 @@ class ToolOfRefresh {
   }
   void fail(std::string problem) { problem_ = std::move(problem); }
   const std::string& problem() const { return problem_; }
+  // Whether it was asked for and is not there.
+  bool is_missing() const { return tool_ && tool_->arguments.empty(); }
 
  private:
   bool is_wanted_;
@@ -138,8 +140,9 @@ class Refresh {
     return std::move(entries_);
   }
 
-  // Why symbols are missing, or "".
-  const std::string& symbol_problem() const { return tool_.problem(); }
+  // Whether nothing was left for the next refresh that it has to look at files for.
+  bool is_complete() const { return tool_.problem().empty() || tool_.is_missing(); }
+  bool lacks_tool() const { return tool_.is_missing(); }
 
   // The files that could not be read, with the system's reasons.
   const std::vector<utils::IoError>& failures() const { return failures_; }
@@ -248,11 +251,19 @@ bool has_files_of(const SourceIndex& index, const Entries& entries) {
   return std::equal(index.files().begin(), index.files().end(), entries.begin(), entries.end(), same);
 }
 
+std::string_view folder_of(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return path.substr(0, slash == path.npos ? 0 : slash);
+}
+
 // The folders whose watches tell of every change to these files, of their coming and going too.
 std::set<std::string> folders_of(const Listing& listing) {
   std::set<std::string> folders(listing.walked.begin(), listing.walked.end());
   folders.insert("");
+  std::string_view last;
   for (const Listed& file : listing.files) {
+    const std::string_view in = folder_of(file.path);
+    if (std::exchange(last, in) == in) continue;
     std::string folder = file.path;
     for (std::size_t slash = folder.rfind('/'); slash != folder.npos; slash = folder.rfind('/')) {
       folder.resize(slash);
@@ -275,13 +286,6 @@ bool leads_to(const std::vector<Listed>& files, const std::string& path) {
   return first != files.end() && first->path.starts_with(below);
 }
 
-// The file in which git keeps what it tracks; none outside git.
-std::filesystem::path git_index_file(const std::filesystem::path& root) {
-  const auto repository = open_repository(root);
-  return repository ? std::filesystem::path(git_repository_path(repository.get())) / "index"
-                    : std::filesystem::path();
-}
-
 constexpr std::int64_t kLongestHearsay = 60'000'000'000;  // nanoseconds
 
 // What a watch tells about the last look at a tree.
@@ -294,43 +298,58 @@ class Hearing {
   bool is_unchanged(std::int64_t now) {
     const bool quiet = watch_.is_quiet([this](const std::string& path) { return concerns(path); });
     const bool recent = now >= looked_at_ && now - looked_at_ < kLongestHearsay;
-    return std::exchange(complete_, false) && quiet && recent &&
-           (complete_ = index_file_.empty() || utils::stamp_of(index_file_) == index_stamp_);
+    // What happens to a folder above one that is watched is not heard of.
+    complete_ = complete_ && quiet && recent && utils::stamp_of(root_).is_same_file(root_stamp_) &&
+                utils::stamp_of(index_file_) == index_stamp_;
+    return complete_;
   }
 
-  // Lists the files, so that what happens to them from now on is heard of.
+  // Lists the files, so that what happens to them from now on is heard of. What is listed was watched before,
+  // but for folders outside git: what came into one between its listing and its watching is in the next
+  // listing.
   Listing list(Tree& tree) {
-    index_file_ = git_index_file(root_);
-    index_stamp_ = utils::stamp_of(index_file_);
-    Listing listing = list_files(root_, excluded_, tree);
-    // What came into a folder between its listing and its watching is in the next listing.
-    while (watch_.add(folders_of(listing)) && !listing.from_git) listing = list_files(root_, excluded_, tree);
-    from_git_ = listing.from_git;
-    files_ = listing.files;
-    return listing;
+    complete_ = false;
+    root_stamp_ = utils::stamp_of(root_);
+    watch_.add({""});
+    for (;;) {
+      index_file_ = find_index_file();
+      if (!index_file_.empty()) watch_.add_beside(index_file_.parent_path().string());
+      index_stamp_ = utils::stamp_of(index_file_);
+      Listing listing = list_files(root_, excluded_, tree);
+      const bool is_new = watch_.add(folders_of(listing));
+      if (listing.index_file == index_file_ && !(is_new && index_file_.empty())) return listing;
+    }
   }
 
   // The look that list() began is done.
-  void set_looked(std::int64_t now) {
+  void set_looked(std::int64_t now, Listing listing) {
     looked_at_ = now;
+    files_ = std::move(listing.files);
     complete_ = watch_.is_trusted();
   }
 
  private:
+  std::filesystem::path find_index_file() const {
+    const auto repository = open_repository(root_);
+    return repository ? index_file_of(repository.get()) : std::filesystem::path();
+  }
+
   bool concerns(const std::string& path) const {
-    if (excluded_.covers(path)) return false;
-    return !from_git_ || path == ".git" || leads_to(files_, path);
+    if (index_file_.empty()) return !excluded_.covers(path);
+    // A second index within a tick of the file system's clock may have the stamp of the first.
+    if (path == ".git" || path == index_file_.native()) return true;
+    return !excluded_.covers(path) && leads_to(files_, path);
   }
 
   const std::filesystem::path& root_;
   const Exclusions& excluded_;
   TreeWatch watch_;
-  std::filesystem::path index_file_;
+  utils::FileStamp root_stamp_;
+  std::filesystem::path index_file_;  // empty outside git
   utils::FileStamp index_stamp_;
-  bool from_git_ = false;
-  std::vector<Listed> files_;
+  std::vector<Listed> files_;  // of the last look, in order
   std::int64_t looked_at_ = 0;
-  bool complete_ = false;  // the last look came to its end
+  bool complete_ = false;  // the last look came to its end, and nothing happened since
 };
 
 }  // namespace
@@ -346,7 +365,7 @@ class Indexer::Impl {
     const std::scoped_lock lock(refreshing_);
     if (!entries_) entries_ = load();
     const std::int64_t now = options_.clock();
-    if (hearing_ && hearing_->is_unchanged(now)) return index_;
+    if (hearing_ && hearing_->is_unchanged(now) && !has_tool_come()) return index_;
     ++looks_;
     Tree tree(options_.root);
     Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
@@ -358,8 +377,8 @@ class Indexer::Impl {
     if (!index_ || !has_files_of(*index_, *entries_)) index_ = index_of(*entries_);
     const std::scoped_lock skipped_lock(skipping_);
     skipped_ = std::move(listing.skipped);
-    // Where symbols are missing they are to be asked for again, and to be said to be missing.
-    if (hearing_ && refresh.symbol_problem().empty()) hearing_->set_looked(now);
+    lacks_tool_ = refresh.lacks_tool();
+    if (hearing_ && refresh.is_complete()) hearing_->set_looked(now, std::move(listing));
     return index_;
   }
 
@@ -375,6 +394,14 @@ class Indexer::Impl {
   void tell(const std::vector<utils::IoError>& failures) {
     for (const utils::IoError& failure : failures)
       if (told_.insert(failure.what()).second) logger.warning("%s", {failure.what()});
+  }
+
+  // Whether the symbol tool, which was missing at the last look, is there now; notes that it is not.
+  bool has_tool_come() const {
+    if (!lacks_tool_) return false;
+    const SymbolTool tool = find_symbol_tool();
+    if (tool.arguments.empty()) utils::degraded("symbols", tool.problem);
+    return !tool.arguments.empty();
   }
 
   // A damaged record stands as an entry without a file, so that it is replaced or removed.
@@ -398,6 +425,7 @@ class Indexer::Impl {
   std::optional<Entries> entries_;  // none before the records are loaded
   std::shared_ptr<const SourceIndex> index_;
   std::optional<Hearing> hearing_;
+  bool lacks_tool_ = false;
   std::set<std::string> told_;
   std::atomic<std::size_t> looks_ = 0;
   mutable std::mutex skipping_;  // guards skipped_, which is read while a refresh runs

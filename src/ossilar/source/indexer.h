@@ -84,14 +84,14 @@ struct Checkout {
   bool in_git = false;
   std::string branch = "default";  // "HEAD" when detached
   std::string commit;              // 40 hexadecimal digits; "" before the first commit and outside git
-  std::string reference = {};      // "refs/heads/main"; "" when detached and outside git
 };
 
 // Reads the checkout whose working tree has `root` as its root (the caller has found it). Runs no program,
 // whatever the repository's configuration says. Throws utils::Error for a repository that is damaged or bare.
 Checkout read_checkout(const std::filesystem::path& root);
 
-// Reads the checkout of one root again and again: from git's files only when one of them changed since.
+// Reads the checkout of one root again and again: from git's files only when one of them changed since. (What
+// the repository's configuration includes from other files is not among them; the name may come from there.)
 //
 // Thread-safety: read() may be called from any thread.
 class CheckoutReader {
@@ -101,13 +101,10 @@ class CheckoutReader {
   Checkout read();
 
  private:
-  using Stamps = std::map<std::filesystem::path, utils::FileStamp>;
-  Stamps stamps_of(const Checkout& checkout) const;
-
   const std::filesystem::path root_;
   std::mutex mutex_;
-  std::optional<Checkout> last_;  // guarded by mutex_, as is the next
-  Stamps stamps_;                 // of what it was read from
+  std::optional<Checkout> last_;                              // guarded by mutex_, as is the next
+  std::map<std::filesystem::path, utils::FileStamp> stamps_;  // of what it was read from
 };
 
 // The root of the working tree that `folder` is in: the nearest folder upward that holds `.git`, `.ossilar`

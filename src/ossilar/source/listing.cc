@@ -25,7 +25,7 @@ class Collector {
     return false;
   }
   void add_folder(const std::string& path) { listing_.walked.push_back(path); }
-  void set_from_git() { listing_.from_git = true; }
+  void set_index_file(std::filesystem::path file) { listing_.index_file = std::move(file); }
   void add(std::string path, bool is_submodule) { listing_.files.push_back({std::move(path), is_submodule}); }
 
   Listing take() {
@@ -123,7 +123,7 @@ bool Exclusions::covers(std::string_view path) const {
 Listing list_files(const std::filesystem::path& root, const Exclusions& excluded, Tree& tree) {
   Collector out(excluded);
   if (const auto repository = open_repository(root)) {
-    out.set_from_git();
+    out.set_index_file(index_file_of(repository.get()));
     collect_index(repository.get(), root, out);
   } else {
     collect_walk(tree, out);

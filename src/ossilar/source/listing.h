@@ -29,8 +29,8 @@ struct Listed {
 struct Listing {
   std::vector<Listed> files;         // in the order of their paths' bytes, each once
   std::vector<std::string> skipped;  // paths that are not UTF-8, fit for messages
-  bool from_git = false;
-  std::vector<std::string> walked;  // outside git: the folders that were listed, "" among them
+  std::filesystem::path index_file;  // where git keeps what it tracks; empty outside git
+  std::vector<std::string> walked;   // outside git: the folders that were listed, "" among them
 };
 
 // The files that git tracks (whether or not the working tree still holds them), or outside git all that lie

@@ -10,10 +10,15 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <system_error>
 #include <utility>
+
+#include "ossilar/utils/logging.h"
 
 namespace ossilar::source {
 namespace {
+
+const utils::Logger logger("ossilar.source.watch");
 
 constexpr std::uint32_t kEvents = IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
                                   IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW |
@@ -35,6 +40,12 @@ constexpr std::array<std::uint32_t, 9> kLocal{
     0xCA451A4E,  // bcachefs
 };
 
+// Of a relative path; "" for what lies in the root.
+std::string parent_of(const std::string& folder) {
+  const std::size_t slash = folder.rfind('/');
+  return folder.substr(0, slash == std::string::npos ? 0 : slash);
+}
+
 }  // namespace
 
 TreeWatch::TreeWatch(std::filesystem::path root) : root_(std::move(root)) { begin(); }
@@ -43,9 +54,13 @@ void TreeWatch::begin() {
   folders_.clear();
   watched_.clear();
   fd_ = utils::UniqueFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (!fd_) give_up(root_, std::generic_category().message(errno));
 }
 
-void TreeWatch::give_up() {
+// As long as the indexer lives: what is in the way, a limit or a network's file system, seldom goes by
+// itself.
+void TreeWatch::give_up(const std::filesystem::path& folder, const std::string& reason) {
+  logger.info("cannot watch %s (%s): every source file is looked at each time", {folder.string(), reason});
   folders_.clear();
   watched_.clear();
   fd_ = utils::UniqueFd();
@@ -63,55 +78,74 @@ bool TreeWatch::is_local(const std::filesystem::path& folder) {
   return devices_[info.st_dev] = local;
 }
 
-TreeWatch::Added TreeWatch::add_one(const std::string& folder) {
+bool TreeWatch::add_one(const std::string& folder) {
   const std::filesystem::path path = folder.empty() ? root_ : root_ / folder;
   const int watch = inotify_add_watch(fd_.get(), path.c_str(), kEvents);
-  if (watch < 0) return errno == ENOENT || errno == ENOTDIR ? Added::absent : Added::impossible;
-  if (!is_local(path)) return Added::impossible;
-  folders_[watch] = folder;
+  if (watch < 0) {
+    if (errno != ENOENT && errno != ENOTDIR) give_up(path, std::generic_category().message(errno));
+    return false;
+  }
+  if (!is_local(path)) {
+    give_up(path, "another machine may change it");
+    return false;
+  }
+  folders_.emplace(watch, folder);
   watched_.insert(folder);
-  return Added::yes;
+  return true;
 }
 
 bool TreeWatch::add(const std::set<std::string>& folders) {
   bool any = false;
   for (const std::string& folder : folders) {
     if (!is_trusted()) return false;
-    if (watched_.count(folder) > 0) continue;
-    const Added added = add_one(folder);
-    if (added == Added::impossible) give_up();
-    any = any || added == Added::yes;
+    // The system follows a link on the way to a folder, so what is behind one must not be asked for.
+    const bool is_below = folder.empty() || watched_.count(parent_of(folder)) > 0;
+    if (is_below && watched_.count(folder) == 0 && add_one(folder)) any = true;
   }
   return any && is_trusted();
 }
 
-bool TreeWatch::is_quiet(const std::function<bool(const std::string&)>& concerns) {
+void TreeWatch::add_beside(const std::string& folder) {
+  if (is_trusted() && watched_.count(folder) == 0) add_one(folder);
+}
+
+bool TreeWatch::is_concerned(int watch, const std::string& name, const Concerns& concerns) const {
+  const auto [first, last] = folders_.equal_range(watch);
+  return std::any_of(first, last, [&](const auto& folder) {
+    const std::string& in = folder.second;
+    const std::string path = in.empty() || name.empty() ? in + name : in + "/" + name;
+    return path.empty() || concerns(path);
+  });
+}
+
+void TreeWatch::hear(const char* events, std::size_t size, const Concerns& concerns, Heard& heard) const {
+  for (std::size_t at = 0; at < size;) {
+    inotify_event event{};
+    std::memcpy(&event, events + at, sizeof event);
+    // The name is padded with zeros.
+    const std::string name = event.len == 0 ? "" : events + at + sizeof event;
+    at += sizeof event + event.len;
+    if ((event.mask & kUpheavals) != 0 || folders_.count(event.wd) == 0) {
+      heard.upheaval = true;
+    } else if (!heard.concerning) {
+      heard.concerning = is_concerned(event.wd, name, concerns);
+    }
+  }
+}
+
+bool TreeWatch::is_quiet(const Concerns& concerns) {
   if (!is_trusted()) return false;
-  bool quiet = true;
-  bool upheaval = false;
+  Heard heard;
   alignas(inotify_event) std::array<char, std::size_t{16} * 1024> buffer{};
   for (;;) {
     const ssize_t got = read(fd_.get(), buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && errno != EAGAIN) heard.upheaval = true;
     if (got <= 0) break;
-    for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
-      inotify_event event{};
-      std::memcpy(&event, buffer.data() + at, sizeof event);
-      const char* name = buffer.data() + at + sizeof event;
-      at += sizeof event + event.len;
-      const auto folder = folders_.find(event.wd);
-      if ((event.mask & kUpheavals) != 0 || folder == folders_.end()) {
-        upheaval = true;
-      } else if (quiet && event.len > 0) {
-        const std::string path = folder->second.empty() ? name : folder->second + "/" + name;
-        quiet = !concerns(path);
-        // What is below a folder that was moved goes on being watched where it is now.
-        upheaval = upheaval || (!quiet && (event.mask & IN_ISDIR) != 0);
-      }
-    }
+    hear(buffer.data(), static_cast<std::size_t>(got), concerns, heard);
   }
-  if (upheaval) begin();
-  return quiet && !upheaval;
+  if (heard.upheaval) begin();
+  return !heard.concerning && !heard.upheaval;
 }
 
 }  // namespace ossilar::source

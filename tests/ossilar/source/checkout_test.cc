@@ -61,7 +61,11 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
                                "git -C $R remote add origin https://host/team/tool.git",
                                "git -C $R update-ref -d HEAD", "rm -rf $R/.git",
                                "git -C $R symbolic-ref refs/heads/alias refs/heads/main; git -C $R "
-                               "symbolic-ref HEAD refs/heads/alias"}) {
+                               "symbolic-ref HEAD refs/heads/alias",
+                               // This link's text is as long as that of a commit.
+                               "git -C $R symbolic-ref refs/heads/exactly-24-characters-in refs/heads/main; "
+                               "git -C $R symbolic-ref refs/heads/link refs/heads/exactly-24-characters-in; "
+                               "git -C $R symbolic-ref HEAD refs/heads/link"}) {
       SCOPED_TRACE(std::string(root) + ": " + change);
       const Repository repository;
       repository.run("git init -q r; commit r; git -C r worktree add -qb tree ../w");
@@ -82,6 +86,18 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
       }
     }
   }
+}
+
+TEST(CheckoutTest, AReaderReadsAgainOnlyWhatChanged) {
+  const Repository repository;
+  repository.run("git init -q r; commit r; find r/.git -exec touch -d '1 minute ago' {} +");
+  CheckoutReader reader(repository / "r");
+  const Checkout before = reader.read();
+  repository.run("mv r/.git/objects r/.git/gone");
+  EXPECT_EQ(reader.read().commit, before.commit);
+  repository.run("touch r/.git/HEAD");
+  EXPECT_THROW(reader.read(), utils::Error);
+  EXPECT_THROW(reader.read(), utils::Error) << "what was read before a failure is not given again";
 }
 
 }  // namespace

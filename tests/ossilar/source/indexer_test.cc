@@ -10,6 +10,7 @@
 
 #include "ossilar/source/repository.h"
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
 
@@ -232,6 +233,8 @@ struct Change {
   bool concerns = true;
 };
 
+void PrintTo(const Change& change, std::ostream* out) { *out << change.what; }
+
 const std::vector<Change> kChanges{
     {"a text is written", "echo 'int more();' > src/a.cc"},
     {"a text grows", "echo 'int more();' >> src/a.cc"},
@@ -243,58 +246,78 @@ const std::vector<Change> kChanges{
     {"a folder is moved away and changed there",
      "mv src elsewhere; mv elsewhere src; echo 1 >> src/deep/b.cc"},
     {"a link takes a folder's place", "mv src elsewhere; ln -s elsewhere src"},
+    {"the root may be entered no more, and again", "chmod 0 .; chmod 700 ."},
     {"a folder comes back as another", "rm -r src/deep; mkdir src/deep; echo 'int c();' > src/deep/b.cc"},
+    {"what is left out changes", "echo 1 > wiki/page.md", false},
 };
 
-class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<bool, Change>> {
+const std::vector<Change> kChangesOfFolders{
+    {"a file comes", "echo 'int c();' > src/c.cc"},
+    {"a file comes in a new folder", "mkdir -p x/y; echo 'int c();' > x/y/c.cc"},
+    {"git comes", "git init -q; git add src"},
+};
+
+const std::vector<Change> kChangesInGit{
+    {"a file comes that git does not know", "echo 1 > src/c.cc; mkdir x; echo 1 > x/d.o", false},
+    {"a file is added", "echo 'int c();' > src/c.cc; git add src/c.cc"},
+    {"a file is removed from git", "git rm -q --cached src/a.cc"},
+    {"a commit is taken back", "git rm -qr src; git commit -qm n; git reset -q --hard HEAD~1"},
+    {"git goes", "rm -r .git"},
+    {"a text is written after more than the system tells", "cd src; seq 9000 | xargs touch; echo 1 > a.cc"},
+};
+
+// Which kind of tree it is done to.
+enum class In { folder, git, linked };
+
+class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change>> {
  protected:
-  Repository repo;
+  // Runs in the root of the tree.
+  void run(const std::string& script) const { repo.run("cd tree; " + script); }
+  std::filesystem::path root() const { return repo / "tree"; }
+
+  void SetUp() override {
+    const In in = std::get<0>(GetParam());
+    repo.run(in == In::linked ? "git init -q main; commit main; git -C main worktree add -qb b ../tree"
+                              : "mkdir tree");
+    run("mkdir -p src/deep wiki; echo 'int a();' > src/a.cc; echo 'int b();' > src/deep/b.cc; echo t > t.md");
+    if (in != In::folder) run("test -e .git || git init -q; git add -A; git commit -qm m");
+  }
+
+  void expect_what_is_there(const SourceIndex& index) const {
+    const auto there = Indexer({.root = root(), .excluded = {"wiki"}, .symbols = false}).refresh();
+    ASSERT_EQ(index.files().size(), there->files().size());
+    for (std::size_t i = 0; i < there->files().size(); ++i) {
+      const SourceFile& file = *there->files()[i];
+      EXPECT_EQ(index.files()[i]->path, file.path);
+      EXPECT_EQ(index.files()[i]->kind, file.kind) << file.path;
+      EXPECT_EQ(index.files()[i]->sha256, file.sha256) << file.path;
+    }
+  }
+
+  const Repository repo;
 };
 
 // Another change comes after it, as what a change does to the watches shows at the next one.
 TEST_P(WatchedIndexerTest, HearsOfIt) {
-  const auto& [in_git, change] = GetParam();
-  SCOPED_TRACE(change.what);
-  repo.run(
-      "mkdir -p src/deep wiki; echo 'int a();' > src/a.cc; echo 'int b();' > src/deep/b.cc; echo t > t.md");
-  if (in_git) repo.run("git init -q; git add -A; git commit -qm m");
-  Indexer watched({.root = repo.path(), .excluded = {"wiki"}, .symbols = false, .watch = true});
-  auto index = watched.refresh();
+  const Change& change = std::get<1>(GetParam());
+  Indexer watched({.root = root(), .excluded = {"wiki"}, .symbols = false, .watch = true});
+  const auto index = watched.refresh();
   EXPECT_EQ(watched.refresh(), index);
-  EXPECT_EQ(watched.looks(), 1);
-  for (int round = 0; round < 2; ++round) {
-    repo.run(round == 0 ? change.script
-                        : "mkdir -p src; test -d src && echo 'int again();' > src/a.cc; true");
-    const std::size_t looks = watched.looks();
-    index = watched.refresh();
-    const std::size_t expected = change.concerns ? 1 : 0;
-    EXPECT_TRUE(round == 1 || watched.looks() - looks == expected) << watched.looks() - looks;
-    Indexer fresh({.root = repo.path(), .excluded = {"wiki"}, .symbols = false});
-    const auto seen = fresh.refresh();
-    ASSERT_EQ(index->files().size(), seen->files().size()) << "in round " << round;
-    for (std::size_t i = 0; i < seen->files().size(); ++i) {
-      EXPECT_EQ(index->files()[i]->path, seen->files()[i]->path);
-      EXPECT_EQ(index->files()[i]->sha256, seen->files()[i]->sha256) << seen->files()[i]->path;
-    }
-  }
+  EXPECT_EQ(watched.looks(), 1U);
+  run(change.script);
+  expect_what_is_there(*watched.refresh());
+  EXPECT_EQ(watched.looks(), change.concerns ? 2U : 1U);
+  run("mkdir -p src; test ! -d src || echo 'int again();' > src/a.cc");
+  expect_what_is_there(*watched.refresh());
 }
 
-std::vector<std::tuple<bool, Change>> changes_of_trees() {
-  std::vector<std::tuple<bool, Change>> all;
-  for (const Change& change : kChanges) {
-    all.emplace_back(false, change);
-    all.emplace_back(true, change);
-  }
-  all.emplace_back(false, Change{"a file comes", "echo 'int c();' > src/c.cc"});
-  all.emplace_back(false, Change{"a file comes in a new folder", "mkdir -p x/y; echo 'int c();' > x/y/c.cc"});
-  all.emplace_back(false, Change{"what is left out changes", "echo 1 > wiki/page.md", false});
-  all.emplace_back(true, Change{"what is left out changes", "echo 1 > wiki/page.md", false});
-  all.emplace_back(true,
-                   Change{"a file comes that git does not know", "echo 1 > src/c.cc; echo 1 > d.o", false});
-  all.emplace_back(true, Change{"a file is added", "echo 'int c();' > src/c.cc; git add src/c.cc"});
-  all.emplace_back(true, Change{"a file is removed from git", "git rm -q --cached src/a.cc"});
-  all.emplace_back(
-      true, Change{"a commit is taken back", "git rm -qr src; git commit -qm n; git reset -q --hard HEAD~1"});
+std::vector<std::tuple<In, Change>> changes_of_trees() {
+  std::vector<std::tuple<In, Change>> all;
+  for (const In in : {In::folder, In::git, In::linked})
+    for (const Change& change : kChanges) all.emplace_back(in, change);
+  for (const Change& change : kChangesOfFolders) all.emplace_back(In::folder, change);
+  for (const In in : {In::git, In::linked})
+    for (const Change& change : kChangesInGit) all.emplace_back(in, change);
   return all;
 }
 
@@ -313,6 +336,71 @@ TEST_F(IndexerTest, AWatchedTreeIsLookedAtWhenNothingWasHeardForAMinute) {
   now += 1'000'000'000;
   watched.refresh();
   EXPECT_EQ(watched.looks(), 2);
+}
+
+// A link of another folder's name to a folder that is watched.
+TEST_F(IndexerTest, HearsOfAFolderThatALinkLeadsTo) {
+  const Repository repo;
+  repo.run(R"(mkdir -p lib/x old/x; echo 1 > lib/x/a.c; echo 1 > old/x/b.c; git init -q; commit .
+    rm -r old; ln -s lib old)");
+  Indexer watched({.root = repo.path(), .excluded = {}, .symbols = false, .watch = true});
+  watched.refresh();
+  repo.run("echo 2 > lib/x/a.c");
+  index = watched.refresh();
+  expect_content("lib/x/a.c", "2\n");
+}
+
+TEST_F(IndexerTest, LooksWhereNothingIsToBeHeard) {
+  Indexer watched({.root = "/proc/sys/fs/inotify", .excluded = {}, .symbols = false, .watch = true});
+  index = watched.refresh();
+  EXPECT_FALSE(index->files().empty());
+  watched.refresh();
+  EXPECT_EQ(watched.looks(), 2U);
+}
+
+// The system tells who watches a folder nothing of those above it.
+TEST_F(IndexerTest, HearsOfARootWhoseFolderGoes) {
+  const Repository repo;
+  repo.run("mkdir -p a/r new/r; echo 1 > a/r/file; echo 2 > new/r/file");
+  Indexer watched({.root = repo / "a/r", .excluded = {}, .symbols = false, .watch = true});
+  watched.refresh();
+  repo.run("mv a old; mv new a");
+  index = watched.refresh();
+  expect_content("file", "2\n");
+  repo.run("rm -r a");
+  EXPECT_THROW(watched.refresh(), utils::Error);
+  repo.run("mv old a");
+  index = watched.refresh();
+  expect_content("file", "1\n");
+}
+
+// As two that come within a tick of the file system's clock may be.
+TEST_F(IndexerTest, HearsOfAnIndexOfGitThatLooksLikeTheOneBefore) {
+  const Repository repo;
+  repo.run(R"(git init -q; echo > a; echo > b; git add a; cp .git/index with_a
+    git rm -q --cached a; git add b; cp .git/index with_b
+    cat with_a > .git/index; touch -r with_a .git/index)");
+  Indexer watched({.root = repo.path(), .excluded = {}, .symbols = false, .watch = true});
+  const auto stamp = utils::stamp_of(repo / ".git/index");
+  index = watched.refresh();
+  EXPECT_NE(index->find("a"), nullptr);
+  repo.run("cat with_b > .git/index; touch -r with_a .git/index");
+  ASSERT_EQ(utils::stamp_of(repo / ".git/index"), stamp);
+  index = watched.refresh();
+  EXPECT_NE(index->find("b"), nullptr);
+}
+
+TEST_F(IndexerTest, AFailedLookIsMadeAgain) {
+  repository.write("r/a.c", "1");
+  Indexer watched(
+      {.root = repository / "r", .excluded = {}, .records = &records, .symbols = false, .watch = true});
+  watched.refresh();
+  repository.write("r/a.c", "2");
+  records.fails = true;
+  EXPECT_THROW(watched.refresh(), utils::Error);
+  records.fails = false;
+  index = watched.refresh();
+  expect_content("a.c", "2");
 }
 
 }  // namespace

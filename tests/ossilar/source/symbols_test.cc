@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 
 #include "ossilar/source/ctags.h"
 #include "ossilar/source/indexer.h"
@@ -46,7 +47,7 @@ class SymbolsTest : public ::testing::Test {
   // The reason for which symbols were noted as degraded, or "".
   std::string refresh() {
     const auto scope = utils::degraded_steps();
-    index = indexer.refresh();
+    index = indexer->refresh();
     return scope.entered()->empty() ? "" : utils::string_member(scope.entered()->at(0), "reason");
   }
   std::string symbols(const std::string& path) const { return shown(index->find(path)->symbols); }
@@ -58,9 +59,16 @@ class SymbolsTest : public ::testing::Test {
 
   TempDir root;
   TempDir tools;
-  Indexer indexer{{.root = root.path(), .excluded = {}, .records = nullptr, .symbols = true, .clock = [] {
-                     return std::int64_t{1} << 62;
-                   }}};
+  void make_indexer(bool watch) {
+    indexer = std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
+                                                         .excluded = {},
+                                                         .records = nullptr,
+                                                         .symbols = true,
+                                                         .clock = [] { return std::int64_t{1} << 62; },
+                                                         .watch = watch});
+  }
+  void SetUp() override { make_indexer(false); }
+  std::unique_ptr<Indexer> indexer;
   std::shared_ptr<const SourceIndex> index;
 };
 
@@ -77,13 +85,18 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
   }
 }
 
-TEST_F(SymbolsTest, ComeWhenTheToolComesAndStayWithTheContent) {
+class SymbolToolTest : public SymbolsTest, public ::testing::WithParamInterface<bool> {};
+
+// Also for an indexer that is told of changes, to which the tool's coming is none.
+TEST_P(SymbolToolTest, ComesAndItsSymbolsStayWithTheContent) {
+  make_indexer(GetParam());
   root.write("a.py", "def f(): pass\n");
   {
     const Path nothing(tools.path());
     EXPECT_THAT(refresh(), HasSubstr("no ctags"));
     EXPECT_EQ(symbols("a.py"), "");
     EXPECT_THAT(refresh(), HasSubstr("no ctags")) << "on every refresh";
+    EXPECT_EQ(indexer->looks(), GetParam() ? 1U : 2U) << "a tool that is missing is no reason to look";
     stand_in("echo Exuberant Ctags; exit 1\n");
     EXPECT_THAT(refresh(), HasSubstr("cannot write JSON"));
     stand_in("case $* in *list*) echo 'json x'; echo 'interactive x';; *) echo broken >&2;; esac\n");
@@ -100,6 +113,8 @@ TEST_F(SymbolsTest, ComeWhenTheToolComesAndStayWithTheContent) {
   EXPECT_EQ(refresh(), "") << "nothing is started for what is known";
   EXPECT_EQ(index, with);
 }
+
+INSTANTIATE_TEST_SUITE_P(Watch, SymbolToolTest, ::testing::Bool());
 
 TEST_F(SymbolsTest, OneTextThatTheToolDiesOfLeavesTheOthersTheirs) {
   const char* script =
