@@ -54,7 +54,7 @@ TEST(LocalEmbedder, VectorsDoNotDependOnTheTextsBefore) {
   for (const std::string& text : texts) first.push_back(embedded(text));
   for (int i = 0; i < 3; ++i) {
     std::string many;
-    for (int word = 0; word < 3000; ++word)
+    for (std::size_t word = 0; word < 3000; ++word)
       many += "w" + std::string(1 + word % 7, 'x') + std::to_string(word) + " ";
     embedded(many);
     for (std::size_t at = texts.size(); at-- > 0;) EXPECT_EQ(embedded(texts[at]), first[at]) << texts[at];

@@ -294,7 +294,7 @@ class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change
     }
   }
 
-  const Repository repo;
+  Repository repo;
 };
 
 // Another change comes after it, as what a change does to the watches shows at the next one.
