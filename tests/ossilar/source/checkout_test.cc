@@ -68,7 +68,8 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
                                "git -C $R symbolic-ref HEAD refs/heads/link"}) {
       SCOPED_TRACE(std::string(root) + ": " + change);
       const Repository repository;
-      repository.run("git init -q r; commit r; git -C r worktree add -qb tree ../w");
+      repository.run(
+          "git init -q r; commit r; git -C r worktree add -qb tree ../w; git -C r pack-refs --all");
       CheckoutReader reader(repository / root);
       const auto expect_same = [&] {
         const Checkout seen = reader.read();
@@ -86,6 +87,17 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
       }
     }
   }
+}
+
+// It may be written again within a tick of the file system's clock.
+TEST(CheckoutTest, AReaderTakesNoYoungFileForOneThatStays) {
+  const Repository repository;
+  repository.run("git init -q r; commit r; git -C r branch old; git -C r commit -q --allow-empty -m n");
+  repository.run("find r/.git -exec touch -d '1 minute ago' {} +; touch -d '1 hour' r/.git/refs/heads/main");
+  CheckoutReader reader(repository / "r");
+  const std::string before = reader.read().commit;
+  repository.run("cd r/.git/refs/heads; touch -r main ../time; cat old > main; touch -r ../time main");
+  EXPECT_NE(reader.read().commit, before);
 }
 
 TEST(CheckoutTest, AReaderReadsAgainOnlyWhatChanged) {

@@ -245,6 +245,7 @@ const std::vector<Change> kChanges{
     {"a folder is moved away", "mv src elsewhere"},
     {"a folder is moved away and changed there",
      "mv src elsewhere; mv elsewhere src; echo 1 >> src/deep/b.cc"},
+    {"a folder is moved away and its copy takes the place", "mv src elsewhere; cp -r elsewhere src"},
     {"a link takes a folder's place", "mv src elsewhere; ln -s elsewhere src"},
     {"the root may be entered no more, and again", "chmod 0 .; chmod 700 ."},
     {"a folder comes back as another", "rm -r src/deep; mkdir src/deep; echo 'int c();' > src/deep/b.cc"},
@@ -341,10 +342,13 @@ TEST_F(IndexerTest, AWatchedTreeIsLookedAtWhenNothingWasHeardForAMinute) {
 // A link of another folder's name to a folder that is watched.
 TEST_F(IndexerTest, HearsOfAFolderThatALinkLeadsTo) {
   const Repository repo;
-  repo.run(R"(mkdir -p lib/x old/x; echo 1 > lib/x/a.c; echo 1 > old/x/b.c; git init -q; commit .
-    rm -r old; ln -s lib old)");
+  repo.run(
+      R"(mkdir -p lib/x old/x out/sys; for file in lib/x/a.c old/x/b.c out/sys/c.c; do echo 1 > $file; done
+    git init -q; commit .; rm -r old out; ln -s lib old; ln -s /proc out)");
   Indexer watched({.root = repo.path(), .excluded = {}, .symbols = false, .watch = true});
   watched.refresh();
+  watched.refresh();
+  EXPECT_EQ(watched.looks(), 1U) << "what cannot be watched is behind a link, not in the tree";
   repo.run("echo 2 > lib/x/a.c");
   index = watched.refresh();
   expect_content("lib/x/a.c", "2\n");
