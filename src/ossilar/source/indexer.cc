@@ -131,8 +131,9 @@ const Entry* find_entry(const Entries& entries, const std::string& path) {
 class Refresh {
  public:
   Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
-      : tree_(tree), known_(known), now_(now), tool_(symbols) {}
+      : tree_(tree), known_(known), next_(known.begin()), now_(now), tool_(symbols) {}
 
+  // `files` are in order.
   Entries run(const std::vector<Listed>& files, const Progress& progress) {
     for (const Listed& file : files) survey(file);
     read_all(progress);
@@ -152,7 +153,7 @@ class Refresh {
     const auto look = tree_.look(listed.path);
     if (!look || (look->is_directory && !listed.is_submodule)) return;
     note_failure(listed.path, look->error);
-    const Entry* known = find_entry(known_, listed.path);
+    const Entry* known = next_known(listed.path);
     if (look->is_directory || look->kind != FileKind::text) {
       const FileKind kind = look->is_directory ? FileKind::submodule : look->kind;
       keep(listed.path, unread_entry(listed.path, kind, look->stamp, known));
@@ -161,6 +162,12 @@ class Refresh {
     } else {
       to_read_.push_back(listed.path);
     }
+  }
+
+  // As find_entry(), for paths in order.
+  const Entry* next_known(const std::string& path) {
+    while (next_ != known_.end() && next_->first < path) ++next_;
+    return next_ != known_.end() && next_->first == path ? &next_->second : nullptr;
   }
 
   bool is_up_to_date(const Entry& known, const Look& look) {
@@ -216,10 +223,13 @@ class Refresh {
     if (error != 0) failures_.emplace_back("cannot read " + path, error);
   }
 
-  void keep(const std::string& path, Entry entry) { entries_.insert_or_assign(path, std::move(entry)); }
+  void keep(const std::string& path, Entry entry) {
+    entries_.insert_or_assign(entries_.end(), path, std::move(entry));  // most come in order
+  }
 
   Tree& tree_;
   const Entries& known_;
+  Entries::const_iterator next_;  // the first that no survey has passed
   std::int64_t now_;
   ToolOfRefresh tool_;
   std::vector<std::string> to_read_;
@@ -229,13 +239,18 @@ class Refresh {
 
 Changes changes_between(const Entries& before, const Entries& after) {
   Changes changes;
+  auto known = before.begin();
+  const auto pass_removed = [&](const auto& is_passed) {
+    for (; known != before.end() && is_passed(known->first); ++known)
+      changes.emplace(known->first, std::nullopt);
+  };
   for (const auto& [path, entry] : after) {
-    const Entry* old_entry = find_entry(before, path);
-    if (old_entry == nullptr || *old_entry != entry) changes.emplace(path, record_text(entry));
+    pass_removed([&, &at = path](const std::string& other) { return other < at; });
+    const bool is_known = known != before.end() && known->first == path;
+    if (!is_known || known->second != entry) changes.emplace(path, record_text(entry));
+    if (is_known) ++known;
   }
-  for (const auto& [path, entry] : before) {
-    if (find_entry(after, path) == nullptr) changes.emplace(path, std::nullopt);
-  }
+  pass_removed([](const std::string&) { return true; });
   return changes;
 }
 

@@ -30,7 +30,9 @@ class Collector {
 
   Listing take() {
     auto& files = listing_.files;
-    std::sort(files.begin(), files.end(), [](const Listed& a, const Listed& b) { return a.path < b.path; });
+    const auto before = [](const Listed& a, const Listed& b) { return a.path < b.path; };
+    // git's index mostly is in order.
+    if (!std::is_sorted(files.begin(), files.end(), before)) std::sort(files.begin(), files.end(), before);
     // A path in conflict stands in the index once a side.
     const auto same = [](const Listed& a, const Listed& b) { return a.path == b.path; };
     files.erase(std::unique(files.begin(), files.end(), same), files.end());
