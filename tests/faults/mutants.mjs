@@ -254,15 +254,15 @@ const MUTANTS = [
   [
     'look whether the commit that the lists are about was made',
     HOST,
-    'if (commit > last_committed_) return;',
-    'static_cast<void>(commit);',
+    'if (due.commit > last_committed_) return;',
+    '',
     'host',
   ],
   [
     'look whether the manifest is still the one that the lists were made from',
     'workers/wiki/wiki_lists.cc',
-    'return utils::stamp_of(wiki_ / kManifest) == staged.over;',
-    'return staged.over == staged.over;',
+    'return staged.over->is_in_place();',
+    'return staged.over != nullptr;',
     'host',
   ],
   [

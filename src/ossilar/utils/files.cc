@@ -223,6 +223,17 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   return directory;
 }
 
+HeldFile::HeldFile(std::filesystem::path path)
+    : path_(std::move(path)), fd_(open(path_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC)) {
+  struct stat info {};
+  if (fd_ && fstat(fd_.get(), &info) == 0) stamp_ = stamp_from(info);
+}
+
+bool HeldFile::is_in_place() const {
+  struct stat info {};
+  return (lstat(path_.c_str(), &info) == 0 ? stamp_from(info) : FileStamp{}) == stamp_;
+}
+
 // Without the right to read a directory it cannot be synced: to be found out before anything is changed.
 StagedFile::StagedFile(std::filesystem::path path, std::string_view text)
     : target_(std::move(path)), directory_(open_directory(target_.parent_path(), Missing::create)) {

@@ -52,6 +52,22 @@ struct FileStamp {
 };
 FileStamp stamp_of(const std::filesystem::path& path);
 
+// A file that is held open, so that none that takes its place can look the same: the number of a file that is
+// gone is given to a new one, and the clock of a file system stands still for milliseconds.
+class HeldFile {
+ public:
+  // What `path` names now, or nothing. A symbolic link is not followed.
+  explicit HeldFile(std::filesystem::path path);
+  // Whether the path still names it, unchanged.
+  bool is_in_place() const;
+  const FileStamp& stamp() const { return stamp_; }
+
+ private:
+  std::filesystem::path path_;
+  UniqueFd fd_;
+  FileStamp stamp_;
+};
+
 // A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
 // unless it was placed. For the errors see atomic_write(), which is the making and the placing of one.
 class StagedFile {

@@ -299,7 +299,8 @@ void Inspection::inspect_digests() {
 
 // Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
-  const ListContent content{.rows = rows_,
+  const ListContent content{.over = {},
+                            .rows = rows_,
                             .plans = planned_->plans,
                             .result = {.git_commit = manifest_.commit,
                                        .files_covered = wiki_._stored_files_covered(),

@@ -388,15 +388,19 @@ bool WikiGenerator::lists_are_long() const {
 }
 
 ListContent WikiGenerator::list_content(const WikiBuildResult& result) {
-  return {.rows = store_->get_wiki_pages(branch()), .plans = planned()->plans, .result = result};
+  ListContent content{
+      .over = lists_.manifest_in_place(), .rows = {}, .plans = planned()->plans, .result = result};
+  content.rows = store_->get_wiki_pages(branch());
+  return content;
 }
 
 void WikiGenerator::write_lists(const WikiBuildResult& result, const ManifestContent* known) {
   lists_.place(lists_.stage(list_content(result), known));
 }
 
-// The lists are made without the lock, from the rows as the commit leaves them, or as they are read after the
-// manifest was looked at: if that is still the same under the lock, what takes its place is not older.
+// The lists are made without the lock, from the rows as the commit leaves them, or as they are read when
+// another came before. If the manifest that was there before the rows is still there under the lock, what
+// takes its place is not older.
 Background::Outcome WikiGenerator::follow_with_lists() {
   try {
     std::optional<DueLists> due;
@@ -406,9 +410,8 @@ Background::Outcome WikiGenerator::follow_with_lists() {
     }
     if (!due || !is_checked_out() || !std::filesystem::exists(paths_.lock()))
       return Background::Outcome::done;
-    const auto outcome = place_lists(lists_.stage(due->content), due->commit);
+    const auto outcome = place_lists(*due);
     if (outcome != Background::Outcome::again) return outcome;
-    due->content.rows = store_->get_wiki_pages(branch());
     const std::lock_guard lock(state_mutex_);
     if (!due_) due_ = std::move(due);
     return outcome;
@@ -421,19 +424,20 @@ Background::Outcome WikiGenerator::follow_with_lists() {
 
 // The lock is had when the commit that asked for the lists has ended; one that failed has left nothing to
 // list.
-Background::Outcome WikiGenerator::place_lists(WikiLists::Staged staged, std::uint64_t commit) {
+Background::Outcome WikiGenerator::place_lists(DueLists& due) {
+  WikiLists::Staged staged = lists_.stage(due.content);
   auto outcome = Background::Outcome::done;
   with_write_lock([&] {
     {
       const std::lock_guard lock(state_mutex_);
-      if (commit > last_committed_) return;
+      if (due.commit > last_committed_) return;
     }
     if (!is_checked_out()) return;
-    if (!lists_.is_current(staged)) {
-      outcome = Background::Outcome::again;
-    } else {
-      lists_.place(std::move(staged));
-    }
+    if (lists_.is_current(staged)) return lists_.place(std::move(staged));
+    outcome = Background::Outcome::again;
+    due.content = list_content({.git_commit = _git_commit(),
+                                .files_covered = _stored_files_covered(),
+                                .lint = due.content.result.lint});
   });
   return outcome == Background::Outcome::done && lists_are_long() ? Background::Outcome::rest : outcome;
 }

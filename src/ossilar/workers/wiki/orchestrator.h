@@ -221,6 +221,11 @@ class WikiGenerator final : public AgentSaveMixin {
   friend class Inspection;
   friend class Repair;
 
+  struct DueLists {
+    ListContent content;
+    std::uint64_t commit = 0;  // which asks for them
+  };
+
   // The plan as last prepared; prepares it the first time.
   std::shared_ptr<const PlannedWiki> planned();
   // The wiki with `page_id` in its plan, or null.
@@ -237,7 +242,8 @@ class WikiGenerator final : public AgentSaveMixin {
   void write_lists(const WikiBuildResult& result, const ManifestContent* known = nullptr);
   // Writes the lists that the last commit asked for.
   Background::Outcome follow_with_lists();
-  Background::Outcome place_lists(WikiLists::Staged staged, std::uint64_t commit);
+  // Gives `due` new content when another process placed its lists first.
+  Background::Outcome place_lists(DueLists& due);
   bool is_checked_out() const;
   // Stores the digests, and with them the stale marks of the pages that build on one that changed and of
   // which `marks_others` holds.
@@ -283,10 +289,6 @@ class WikiGenerator final : public AgentSaveMixin {
 
   WikiLists lists_;
   const std::uint64_t lists_follow_above_;
-  struct DueLists {
-    ListContent content;
-    std::uint64_t commit = 0;  // which asks for them
-  };
   std::optional<DueLists> due_;            // guarded by state_mutex_, as is the next
   std::uint64_t last_committed_ = 0;       // of the commits that ask for lists
   std::unique_ptr<Background> following_;  // ends first: it uses all others

@@ -41,8 +41,8 @@ std::map<std::string, Map> WikiLists::entries_waiting(const utils::FileStamp& ma
 
 WikiLists::Staged WikiLists::stage(const ListContent& content, const ManifestContent* known) {
   Staged staged;
-  staged.over = utils::stamp_of(wiki_ / kManifest);
-  staged.waiting = entries_waiting(staged.over, content, known);
+  staged.over = content.over;
+  staged.waiting = entries_waiting(utils::stamp_of(wiki_ / kManifest), content, known);
   staged.index_text = index(content);
   const utils::FileStamp in_place = utils::stamp_of(wiki_ / kIndex);
   bool is_same = false;
@@ -55,9 +55,11 @@ WikiLists::Staged WikiLists::stage(const ListContent& content, const ManifestCon
   return staged;
 }
 
-bool WikiLists::is_current(const Staged& staged) const {
-  return utils::stamp_of(wiki_ / kManifest) == staged.over;
+std::shared_ptr<const utils::HeldFile> WikiLists::manifest_in_place() const {
+  return std::make_shared<const utils::HeldFile>(wiki_ / kManifest);
 }
+
+bool WikiLists::is_current(const Staged& staged) const { return staged.over->is_in_place(); }
 
 void WikiLists::place(Staged staged) {
   {
@@ -73,6 +75,7 @@ void WikiLists::place(Staged staged) {
     last_.index_text = std::move(staged.index_text);
   }
   last_.manifest = staged.manifest->stamp();
+  last_.placed.emplace(*std::move(staged.manifest));
   last_.waiting = std::move(staged.waiting);
 }
 

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -16,6 +17,9 @@ namespace ossilar::workers::wiki {
 
 // What the lists tell of.
 struct ListContent {
+  // The manifest as it was before the rows were read: where it is another one by now, that may tell of newer
+  // rows.
+  std::shared_ptr<const utils::HeldFile> over = {};
   store::StoredRows rows;
   Plans plans;
   WikiBuildResult result;
@@ -30,9 +34,12 @@ class WikiLists {
   std::string index(const ListContent& content);
   std::string manifest(const ListContent& content, const std::map<std::string, Map>& waiting);
 
+  // The manifest that is in place, for ListContent::over.
+  std::shared_ptr<const utils::HeldFile> manifest_in_place() const;
+
   // Both lists on disk beside their places.
   struct Staged {
-    utils::FileStamp over;  // the manifest that they were made from
+    std::shared_ptr<const utils::HeldFile> over;  // see ListContent
     std::map<std::string, Map> waiting;
     std::string index_text;
     std::optional<utils::StagedFile> index;  // none when the one in place reads the same
@@ -43,7 +50,7 @@ class WikiLists {
   // whoever mends it: utils::Error.
   Staged stage(const ListContent& content, const ManifestContent* known = nullptr);
 
-  // Whether the manifest in place still is the one that they were made from.
+  // Whether the manifest in place still is the one that was there before their rows were read.
   bool is_current(const Staged& staged) const;
   // Puts the lists in their places; the caller holds the write lock.
   void place(Staged staged);
@@ -63,7 +70,8 @@ class WikiLists {
   mutable std::mutex mutex_;
   struct {
     utils::FileStamp manifest;
-    utils::FileStamp coming;  // the manifest that is being put in place
+    std::optional<utils::StagedFile> placed;  // that manifest, held open for the sake of its stamp
+    utils::FileStamp coming;                  // the manifest that is being put in place
     std::map<std::string, Map> waiting;
     utils::FileStamp index;
     std::string index_text;
