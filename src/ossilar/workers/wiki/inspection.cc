@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <system_error>
+#include <thread>
 
 #include "ossilar/search/chunking.h"
 #include "ossilar/utils/files.h"
@@ -19,6 +21,11 @@ namespace ossilar::workers::wiki {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// The time that a writer's thread may have to wait for a processor, and in which steps it is given.
+constexpr auto kTimeToLock = 250ms;
+constexpr auto kLookEvery = 25ms;
 
 constexpr const char* kTakesItAsItStands = "ossilar check --fix takes it as it stands";
 constexpr const char* kMakesItAgain = "ossilar check --fix makes it again";
@@ -341,10 +348,17 @@ StringSet Inspection::leftover_files() const {
   return files;
 }
 
-// Those that were there `before` too: a file of this moment may be one whose writer has not locked it yet.
+// Those that were there `before` and stay for a while: a writer makes its file and then locks it, and on a busy
+// machine it may have to wait for its turn in between.
 void Inspection::inspect_leftovers(const StringSet& before) {
-  for (const std::string& file : leftover_files()) {
-    if (before.count(file) == 0) continue;
+  StringSet left = before;
+  for (auto waited = 0ms; !left.empty(); waited += kLookEvery) {
+    const StringSet now = leftover_files();
+    std::erase_if(left, [&](const std::string& file) { return now.count(file) == 0; });
+    if (waited >= kTimeToLock) break;
+    if (!left.empty()) std::this_thread::sleep_for(kLookEvery);
+  }
+  for (const std::string& file : left) {
     add({Fault::leftover, file, "", "was left by a write that was cut short",
          "ossilar check --fix removes it", true});
   }

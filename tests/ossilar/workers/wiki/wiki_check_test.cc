@@ -4,11 +4,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/utils/files.h"
@@ -247,6 +251,20 @@ TEST(WikiCheck, NamesWhatIsWrongAndSetsRightWhatNeedsNoAuthor) {
       continue;
     EXPECT_TRUE(world.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
   }
+}
+
+// Its writer has made it and not come to lock it.
+TEST(WikiCheck, ATemporaryFileOfThisMomentIsNotLeft) {
+  const World world;
+  const char* const name = "wiki/.ossilar-0123456789abcdef.tmp";
+  world.put(name, "half");
+  const utils::UniqueFd file(open((world.repo.dir / name).c_str(), O_RDONLY | O_CLOEXEC));
+  std::thread writer([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    flock(file.get(), LOCK_EX);
+  });
+  EXPECT_EQ(World::names(world.check().findings), "");
+  writer.join();
 }
 
 std::set<std::string> kinds(const std::vector<Finding>& findings) {
