@@ -50,6 +50,7 @@ class ForwardingStore : public WikiStore {
                     const PassageHashes& shared_before) override {
     target_.store_chunks(page_key, chunks, shared_before);
   }
+  void index_waiting_words(std::size_t most_left) override { target_.index_waiting_words(most_left); }
   std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
     return target_.chunks(branch, page_id);
   }

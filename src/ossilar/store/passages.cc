@@ -2,6 +2,8 @@
 
 #include <bit>
 #include <cstddef>
+#include <set>
+#include <tuple>
 
 #include "ossilar/store/rows.h"
 #include "ossilar/utils/error.h"
@@ -26,38 +28,44 @@ std::string vector_bytes(const Vector& vector) {
 // Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
 // passage.
 constexpr const char* kSharedPassages =
-    "SELECT DISTINCT own.hash, EXISTS (SELECT 1 FROM vectors WHERE hash = own.hash AND model = ?3)"
-    " FROM pages JOIN chunks AS own USING (page_key)"
+    "SELECT DISTINCT hash, EXISTS (SELECT 1 FROM vectors WHERE passage_key = own.passage_key AND model = ?3)"
+    " FROM pages JOIN chunks AS own USING (page_key) JOIN passages USING (passage_key)"
     " WHERE branch = ?1 AND page_id = ?2"
-    " AND (EXISTS (SELECT 1 FROM chunks WHERE hash = own.hash AND page_key < own.page_key)"
-    " OR EXISTS (SELECT 1 FROM chunks WHERE hash = own.hash AND page_key > own.page_key))";
-constexpr const char* kVector = "SELECT vector FROM vectors WHERE hash = ?1 AND model = ?2";
+    " AND (EXISTS (SELECT 1 FROM chunks WHERE passage_key = own.passage_key AND page_key < own.page_key)"
+    " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = own.passage_key AND page_key > own.page_key))";
+constexpr const char* kVector =
+    "SELECT vector FROM passages JOIN vectors USING (passage_key) WHERE hash = ?1 AND model = ?2";
 constexpr const char* kChunks =
     "SELECT position, section, text, hash, chunks.model, chunks.citations"
-    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash)"
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
     " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
-constexpr const char* kHeldPassages = "SELECT DISTINCT hash FROM chunks WHERE page_key = ?1";
-constexpr const char* kDeleteChunks = "DELETE FROM chunks WHERE page_key = ?1";
+constexpr const char* kHeldPassages =
+    "SELECT DISTINCT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1";
+constexpr const char* kRowsOfChunks =
+    "SELECT position, section, passage_key, model, citations FROM chunks WHERE page_key = ?1";
+constexpr const char* kDeleteChunk = "DELETE FROM chunks WHERE page_key = ?1 AND position = ?2";
 constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
-// The hash is of the text: what differs is damaged, and is set right.
-constexpr const char* kKeepPassage =
-    "INSERT INTO passages VALUES (?1, ?2)"
-    " ON CONFLICT DO UPDATE SET text = excluded.text WHERE text != excluded.text";
+constexpr const char* kPassage = "SELECT passage_key, text FROM passages WHERE hash = ?1";
+constexpr const char* kHashOf = "SELECT hash FROM passages WHERE passage_key = ?1";
+constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2) RETURNING passage_key";
+constexpr const char* kSetPassage = "UPDATE passages SET text = ?2 WHERE passage_key = ?1";
+constexpr const char* kHasVector = "SELECT 1 FROM vectors WHERE passage_key = ?1 AND model = ?2";
 constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
 // Two seeks in the index by models, where one comparison would look at every chunk.
 constexpr const char* kOtherModel =
     "SELECT min(model) FROM chunks WHERE model < ?1 UNION ALL SELECT min(model) FROM chunks WHERE model > ?1";
-#define OSSILAR_LACKING                                                                                    \
-  " FROM passages WHERE NOT EXISTS (SELECT 1 FROM vectors WHERE vectors.hash = passages.hash AND model = " \
-  "?1)"
+#define OSSILAR_LACKING                                    \
+  " FROM passages WHERE NOT EXISTS (SELECT 1 FROM vectors" \
+  " WHERE vectors.passage_key = passages.passage_key AND model = ?1)"
 constexpr const char* kCountLacking = "SELECT count(*)" OSSILAR_LACKING;
 constexpr const char* kLacking = "SELECT hash, text" OSSILAR_LACKING " AND hash > ?2 ORDER BY hash LIMIT ?3";
 constexpr const char* kAddVector =
-    "INSERT INTO vectors SELECT hash, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
+    "INSERT INTO vectors SELECT passage_key, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
 constexpr const char* kRenameModel = "UPDATE chunks SET model = ?1 WHERE model != ?1";
 constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
 constexpr const char* kDropPassage =
-    "DELETE FROM passages WHERE hash = ?1 AND NOT EXISTS (SELECT 1 FROM chunks WHERE hash = ?1)";
+    "DELETE FROM passages WHERE passage_key = ?1"
+    " AND NOT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1)";
 
 std::string required_text(const Map& chunk, const char* key) {
   const Map& value = utils::member(chunk, key);
@@ -71,36 +79,73 @@ std::string embedded_bytes(const Map& embedding) {
   return {bytes.begin(), bytes.end()};
 }
 
-void keep_passage(Connection& connection, const Map& chunk) {
-  const std::string hash = required_text(chunk, chunk_key::kHash);
-  Query(connection, kKeepPassage, hash, required_text(chunk, chunk_key::kText)).run();
-  const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
-  if (embedding.is_null()) return;
-  const std::string bytes = embedded_bytes(embedding);
-  Query(connection, kKeepVector, hash, required_text(chunk, chunk_key::kModel), Blob{bytes}).run();
+// The hash is of the text: what differs is damaged, and is set right.
+std::int64_t keep_text(Connection& connection, const std::string& hash, const std::string& text) {
+  {
+    Query known(connection, kPassage, hash);
+    if (known.next()) {
+      const std::int64_t key = known.number(0);
+      if (known.blob(1) != text) Query(connection, kSetPassage, key, text).run();
+      return key;
+    }
+  }
+  Query added(connection, kAddPassage, hash, text);
+  added.next();
+  return added.number(0);
 }
 
-void require_vector(Connection& connection, const Map& chunk) {
-  const std::string hash = required_text(chunk, chunk_key::kHash);
-  const std::string model = required_text(chunk, chunk_key::kModel);
-  if (Query(connection, kVector, hash, model).next()) return;
-  throw utils::Error("the passage " + hash + " has no vector of the model " + model +
+std::int64_t keep_passage(Connection& connection, const Map& chunk) {
+  const std::int64_t key =
+      keep_text(connection, required_text(chunk, chunk_key::kHash), required_text(chunk, chunk_key::kText));
+  const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
+  if (embedding.is_null()) return key;
+  const std::string bytes = embedded_bytes(embedding);
+  Query(connection, kKeepVector, key, required_text(chunk, chunk_key::kModel), Blob{bytes}).run();
+  return key;
+}
+
+// A row of `chunks`, without its page.
+using ChunkRow = std::tuple<std::int64_t, std::string, std::int64_t, std::string, std::string>;
+
+ChunkRow row_of(const Map& chunk, std::int64_t passage_key) {
+  return {utils::member(chunk, chunk_key::kPosition).get<std::int64_t>(),
+          required_text(chunk, chunk_key::kSection), passage_key, required_text(chunk, chunk_key::kModel),
+          stored_json(utils::member(chunk, chunk_key::kCitations), chunk_key::kCitations)};
+}
+
+void require_vector(Connection& connection, const ChunkRow& chunk) {
+  const auto& [position, section, passage_key, model, citations] = chunk;
+  if (Query(connection, kHasVector, passage_key, model).next()) return;
+  Query passage(connection, kHashOf, passage_key);
+  passage.next();
+  throw utils::Error("the passage " + passage.text(0) + " has no vector of the model " + model +
                      " any more; embed it and try again");
 }
 
-void insert_chunk(Connection& connection, std::int64_t page_key, const Map& chunk) {
-  Query(connection, kInsertChunk, page_key, utils::member(chunk, chunk_key::kPosition).get<std::int64_t>(),
-        required_text(chunk, chunk_key::kSection), required_text(chunk, chunk_key::kHash),
-        required_text(chunk, chunk_key::kModel),
-        stored_json(utils::member(chunk, chunk_key::kCitations), chunk_key::kCitations))
-      .run();
+// Of most saves most chunks are as they were: those are not written.
+void write_chunks(Connection& connection, std::int64_t page_key, const std::vector<ChunkRow>& chunks) {
+  std::set<ChunkRow> gone;
+  {
+    Query rows(connection, kRowsOfChunks, page_key);
+    while (rows.next())
+      gone.emplace(rows.number(0), rows.text(1), rows.number(2), rows.text(3), rows.text(4));
+  }
+  std::vector<const ChunkRow*> added;
+  for (const ChunkRow& chunk : chunks)
+    if (gone.erase(chunk) == 0) added.push_back(&chunk);
+  for (const ChunkRow& chunk : gone) Query(connection, kDeleteChunk, page_key, std::get<0>(chunk)).run();
+  for (const ChunkRow* chunk : added) {
+    const auto& [position, section, passage_key, model, citations] = *chunk;
+    Query(connection, kInsertChunk, page_key, position, section, passage_key, model, citations).run();
+  }
 }
 
-PassageHashes held_passages(Connection& connection, std::int64_t page_key) {
-  PassageHashes hashes;
+// The keys of the passages that the page holds, by their hashes.
+std::map<std::string, std::int64_t> held_passages(Connection& connection, std::int64_t page_key) {
+  std::map<std::string, std::int64_t> held;
   Query rows(connection, kHeldPassages, page_key);
-  while (rows.next()) hashes.insert(rows.text(0));
-  return hashes;
+  while (rows.next()) held.emplace(rows.text(0), rows.number(1));
+  return held;
 }
 
 }  // namespace
@@ -110,9 +155,8 @@ Map embedding_form(const Vector& vector) {
   return Map::binary({bytes.begin(), bytes.end()});
 }
 
-Vector vector_of(const std::string& bytes, const std::string& hash) {
-  if (bytes.size() % kNumberBytes != 0)
-    throw DamagedError("the vector of the passage " + hash + " is damaged");
+Vector vector_of(const std::string& bytes) {
+  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is cut off");
   Vector vector;
   vector.reserve(bytes.size() / kNumberBytes);
   for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
@@ -140,7 +184,7 @@ std::map<std::string, Vector> read_vectors(Connection& connection, const std::st
   std::map<std::string, Vector> vectors;
   for (const std::string& hash : hashes) {
     Query row(connection, kVector, hash, model);
-    if (row.next()) vectors.emplace(hash, vector_of(row.blob(0), hash));
+    if (row.next()) vectors.emplace(hash, vector_of(row.blob(0)));
   }
   return vectors;
 }
@@ -161,14 +205,15 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
 
 void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before) {
-  const PassageHashes held_before = held_passages(connection, page_key);
-  for (const Map& chunk : chunks) keep_passage(connection, chunk);
-  for (const Map& chunk : chunks) require_vector(connection, chunk);
-  Query(connection, kDeleteChunks, page_key).run();
-  for (const Map& chunk : chunks) insert_chunk(connection, page_key, chunk);
+  const auto held_before = held_passages(connection, page_key);
+  std::vector<ChunkRow> rows;
+  rows.reserve(chunks.size());
+  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk)));
+  for (const ChunkRow& row : rows) require_vector(connection, row);
+  write_chunks(connection, page_key, rows);
   // `shared_before` saves looking; what it lacks is still found to be held.
-  for (const std::string& hash : held_before) {
-    if (!shared_before.contains(hash)) Query(connection, kDropPassage, hash).run();
+  for (const auto& [hash, passage_key] : held_before) {
+    if (!shared_before.contains(hash)) Query(connection, kDropPassage, passage_key).run();
   }
 }
 

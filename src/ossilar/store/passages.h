@@ -1,8 +1,9 @@
 // Passages, their vectors, and the chunks by which pages hold them. Internal to this room.
 //
-// A passage is kept once by the hash of its text, its vectors by model beside it. A page's chunks name the
-// passages that it holds, in order. Each function is to be called within a transaction, so that it sees one
-// state.
+// A passage is kept once by the hash of its text, its vectors by model beside it. Within the database it has
+// a number, so that what a page holds lies together, which hashes would spread over all of it. A page's
+// chunks name the passages that it holds, in order. Each function is to be called within a transaction, so
+// that it sees one state.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +17,8 @@
 
 namespace ossilar::store {
 
-// A stored vector; `hash` is its passage's, for the failure that reports a damaged one.
-Vector vector_of(const std::string& bytes, const std::string& hash);
+// A stored vector. Throws DamagedError for one that is cut off.
+Vector vector_of(const std::string& bytes);
 
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
                                     const std::string& page_id, const std::string& model);

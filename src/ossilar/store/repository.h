@@ -185,6 +185,9 @@ class WikiStore : public Repository {
   // with nothing changed, when a chunk without an embedding names a passage that has no vector of its model.
   virtual void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
                             const PassageHashes& shared_before) = 0;
+  // Indexes words for match_words(), which does it too, of pages whose chunks were stored, until at most
+  // `most_left` wait for it. A transaction is a few pages; in a group it is a part of that.
+  virtual void index_waiting_words(std::size_t most_left) = 0;
   // The chunk records of a page in their order, embeddings left out.
   virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
 

@@ -26,12 +26,8 @@ namespace {
 // `revision` is the write transaction that last changed a row, counted over the whole file: who has read up
 // to a revision reads what is above it. A digest that is gone stays as a row without text, and a page that is
 // gone is noted in removed_pages, so that its going is seen too.
-struct Step {
-  const char* sql;
-  void (*fill)(Connection& connection) = nullptr;  // what SQL alone cannot make of the rows that are there
-};
 constexpr std::array kSteps{
-    Step{R"sql(
+    R"sql(
 CREATE TABLE counter (revision INTEGER NOT NULL) STRICT;
 INSERT INTO counter VALUES (0);
 
@@ -112,17 +108,64 @@ CREATE TABLE source_records (
   path TEXT NOT NULL PRIMARY KEY,
   record TEXT NOT NULL
 ) STRICT;
-)sql"},
-    Step{kCreateWordIndex, fill_word_index},
-    Step{"CREATE INDEX chunks_by_model ON chunks (model)"},
-    Step{R"sql(
+)sql",
+    kCreateWordIndex,  // its words are due with a later step
+    "CREATE INDEX chunks_by_model ON chunks (model)",
+    R"sql(
 CREATE TABLE removed_pages (
   branch TEXT NOT NULL,
   page_id TEXT NOT NULL,
   revision INTEGER NOT NULL,
   PRIMARY KEY (branch, page_id)
 ) STRICT, WITHOUT ROWID;
-)sql"},
+)sql",
+    R"sql(
+ALTER TABLE passages RENAME TO former_passages;
+ALTER TABLE vectors RENAME TO former_vectors;
+ALTER TABLE chunks RENAME TO former_chunks;
+DROP INDEX chunks_by_hash;
+DROP INDEX chunks_by_model;
+
+CREATE TABLE passages (
+  passage_key INTEGER PRIMARY KEY,
+  hash TEXT NOT NULL UNIQUE,
+  text TEXT NOT NULL
+) STRICT;
+
+CREATE TABLE vectors (
+  passage_key INTEGER NOT NULL REFERENCES passages (passage_key) ON DELETE CASCADE,
+  model TEXT NOT NULL,
+  vector BLOB NOT NULL,
+  PRIMARY KEY (passage_key, model)
+) STRICT;
+
+CREATE TABLE chunks (
+  page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
+  position INTEGER NOT NULL,
+  section TEXT NOT NULL,
+  passage_key INTEGER NOT NULL REFERENCES passages (passage_key),
+  model TEXT NOT NULL,
+  citations TEXT NOT NULL,
+  PRIMARY KEY (page_key, position)
+) STRICT, WITHOUT ROWID;
+CREATE INDEX chunks_by_passage ON chunks (passage_key, page_key);
+CREATE INDEX chunks_by_model ON chunks (model);
+
+CREATE TABLE due_words (
+  page_key INTEGER PRIMARY KEY REFERENCES pages (page_key) ON DELETE CASCADE
+) STRICT;
+
+INSERT INTO passages (hash, text) SELECT hash, text FROM former_passages;
+INSERT INTO vectors
+  SELECT passage_key, model, vector FROM former_vectors JOIN passages USING (hash) ORDER BY passage_key;
+INSERT INTO chunks
+  SELECT page_key, position, section, passage_key, model, citations FROM former_chunks JOIN passages USING (hash);
+INSERT INTO due_words
+  SELECT DISTINCT page_key FROM chunks WHERE (SELECT count(*) FROM chunks) != (SELECT count(*) FROM words);
+DROP TABLE former_chunks;
+DROP TABLE former_vectors;
+DROP TABLE former_passages;
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());
@@ -197,10 +240,7 @@ std::int64_t checked_version(SQLite::Database& database) {
 }
 
 void take_steps_from(Connection& connection, std::size_t version) {
-  for (std::size_t at = version; at < kSteps.size(); ++at) {
-    connection.database().exec(kSteps.at(at).sql);
-    if (kSteps.at(at).fill != nullptr) kSteps.at(at).fill(connection);
-  }
+  for (std::size_t at = version; at < kSteps.size(); ++at) connection.database().exec(kSteps.at(at));
 }
 
 // Another process may have migrated meanwhile, so the version is read again within the transaction.

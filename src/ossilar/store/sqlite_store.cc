@@ -53,12 +53,19 @@ constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 A
 constexpr const char* kStructure = "PRAGMA integrity_check(1)";
 constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
 constexpr const char* kReferences = "PRAGMA foreign_key_check";
-constexpr const char* kUnindexed = "SELECT (SELECT count(*) FROM chunks) - (SELECT count(*) FROM words)";
+constexpr const char* kUnindexed =
+    "SELECT (SELECT count(*) FROM chunks WHERE page_key NOT IN (SELECT page_key FROM due_words))"
+    " - (SELECT count(*) FROM words"
+    " WHERE rowid >> " OSSILAR_POSITION_BITS " NOT IN (SELECT page_key FROM due_words))";
 constexpr const char* kTables =
     "SELECT format('SELECT * FROM \"%w\"', name) FROM sqlite_schema"
     " WHERE type = 'table' AND name NOT LIKE 'words%'";
 constexpr const char* kCutVectors =
-    "SELECT hash FROM vectors WHERE length(vector) = 0 OR length(vector) % 4 != 0";
+    "SELECT hash FROM vectors JOIN passages USING (passage_key)"
+    " WHERE length(vector) = 0 OR length(vector) % 4 != 0";
+
+// Pages whose words are indexed in one transaction, which others wait for.
+constexpr std::size_t kWordsTogether = 16;
 
 // JSON by where it is stored.
 struct Shape {
@@ -303,7 +310,7 @@ class SqliteStore final : public WikiStore {
       const auto key = key_of(connection, branch, page_id);
       if (!key) return;
       replace_chunks(connection, *key, {}, {});
-      index_words(connection, *key);
+      store::index_words(connection, *key);
       remove_row(connection, branch, page_id, next_revision(connection));
     });
   }
@@ -326,7 +333,7 @@ class SqliteStore final : public WikiStore {
     write("store the chunks of the page with the key " + std::to_string(page_key),
           [&](Connection& connection) {
             replace_chunks(connection, page_key, chunks, shared_before);
-            index_words(connection, page_key);
+            make_words_due(connection, page_key);
           });
   }
 
@@ -361,8 +368,23 @@ class SqliteStore final : public WikiStore {
                  [&](Connection& connection) { return drop_other_models(connection, model); });
   }
 
+  void index_waiting_words(std::size_t most_left) override {
+    const std::string attempt = "index the words of pages";
+    for (;;) {
+      const std::size_t due = read(attempt, count_due_words);
+      if (due <= most_left) return;
+      const std::size_t most = in_group() ? due : std::min(due - most_left, kWordsTogether);
+      write(attempt, [&](Connection& connection) { index_due_words(connection, most); });
+    }
+  }
+
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                         const PassageFilter& filter, std::size_t limit) override {
+    try {
+      index_waiting_words(0);
+    } catch (const StorageError& error) {
+      logger.warning("pages that were saved last are not found by their words", error);
+    }
     return read("search the words of the branch " + branch,
                 [&](Connection& connection) { return find_words(connection, branch, words, filter, limit); });
   }

@@ -14,18 +14,18 @@ namespace ossilar::store {
 
 namespace {
 
-// A word's row is its chunk's: the page's key and the position in the page in one number.
-#define OSSILAR_POSITION_BITS "20"
-
 constexpr const char* kDropWords = "DELETE FROM words WHERE rowid >= ?1 << " OSSILAR_POSITION_BITS
                                    " AND rowid < (?1 + 1) << " OSSILAR_POSITION_BITS;
 constexpr const char* kChunksOfPage =
-    "SELECT position, title, section, text FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash)"
-    " WHERE page_key = ?1";
+    "SELECT position, title, section, text FROM pages JOIN chunks USING (page_key)"
+    " JOIN passages USING (passage_key) WHERE page_key = ?1";
 constexpr const char* kAddWords =
     "INSERT INTO words (rowid, title, section, text) VALUES (?1 << " OSSILAR_POSITION_BITS
     " | ?2, ?3, ?4, ?5)";
-constexpr const char* kIndexedPages = "SELECT DISTINCT page_key FROM chunks";
+constexpr const char* kMakeDue = "INSERT OR IGNORE INTO due_words VALUES (?1)";
+constexpr const char* kCountDue = "SELECT count(*) FROM due_words";
+constexpr const char* kDue = "SELECT page_key FROM due_words ORDER BY page_key LIMIT ?1";
+constexpr const char* kDoneWith = "DELETE FROM due_words WHERE page_key = ?1";
 
 // The pages of branch ?1, their chunks, and the filter: type ?2 and path ?3.
 #define OSSILAR_FILTERED                                                                            \
@@ -37,20 +37,20 @@ constexpr const char* kIndexedPages = "SELECT DISTINCT page_key FROM chunks";
 
 // A title says what all of a page is about and a heading what its section is; a word there counts more.
 constexpr const char* kMatches =
-    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.hash"
+    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.passage_key"
     " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
     " JOIN chunks AS chunk ON chunk.page_key = page.page_key"
     " AND chunk.position = words.rowid & ((1 << " OSSILAR_POSITION_BITS
     ") - 1)"
     " WHERE words MATCH ?4 AND" OSSILAR_FILTERED " ORDER BY score DESC, words.rowid";
 constexpr const char* kVectors =
-    "SELECT page.page_key, chunk.position, vectors.vector, chunk.hash FROM pages AS page"
-    " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.hash = chunk.hash AND vectors.model = ?4"
-    " WHERE" OSSILAR_FILTERED;
+    "SELECT page.page_key, chunk.position, vectors.vector, chunk.passage_key FROM pages AS page"
+    " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.passage_key = chunk.passage_key"
+    " AND vectors.model = ?4 WHERE" OSSILAR_FILTERED;
 constexpr const char* kFound =
     "SELECT page_id, title, page_type, rel_path, section, text, hash, chunks.citations"
-    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (hash) WHERE page_key = ?1 AND position = "
-    "?2";
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
+    " WHERE page_key = ?1 AND position = ?2";
 
 // A question of many words finds what it asks for by its first.
 constexpr std::size_t kMostTerms = 64;
@@ -128,13 +128,26 @@ void index_words(Connection& connection, std::int64_t page_key) {
   }
 }
 
-void fill_word_index(Connection& connection) {
+void make_words_due(Connection& connection, std::int64_t page_key) {
+  Query(connection, kMakeDue, page_key).run();
+}
+
+std::size_t count_due_words(Connection& connection) {
+  Query row(connection, kCountDue);
+  row.next();
+  return static_cast<std::size_t>(row.number(0));
+}
+
+void index_due_words(Connection& connection, std::size_t most) {
   std::vector<std::int64_t> keys;
   {
-    Query pages(connection, kIndexedPages);
-    while (pages.next()) keys.push_back(pages.number(0));
+    Query due(connection, kDue, static_cast<std::int64_t>(most));
+    while (due.next()) keys.push_back(due.number(0));
   }
-  for (const std::int64_t key : keys) index_words(connection, key);
+  for (const std::int64_t key : keys) {
+    index_words(connection, key);
+    Query(connection, kDoneWith, key).run();
+  }
 }
 
 std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,
@@ -143,10 +156,10 @@ std::vector<FoundPassage> find_words(Connection& connection, const std::string& 
   const std::string expression = match_expression(words);
   if (expression.empty()) return {};
   std::vector<Place> places;
-  std::set<std::string> passages;
+  std::set<std::int64_t> passages;
   Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression);
   while (places.size() < limit && rows.next()) {
-    if (passages.insert(rows.text(3)).second)
+    if (passages.insert(rows.number(3)).second)
       places.push_back({rows.real(2), rows.number(0), rows.number(1)});
   }
   return describe(connection, places);
@@ -157,21 +170,20 @@ std::vector<FoundPassage> find_words(Connection& connection, const std::string& 
 std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
                                        const QueryVector& query, const PassageFilter& filter,
                                        std::size_t limit) {
-  std::map<Place, std::string> best;  // with the passages' hashes
-  std::set<std::string> passages;
+  std::map<Place, std::int64_t> best;  // with the passages' keys
+  std::set<std::int64_t> passages;
   Query rows(connection, kVectors, branch, filter.page_type, filter.path, query.model);
   while (rows.next()) {
-    const std::string hash = rows.text(3);
-    if (!passages.insert(hash).second) continue;
-    best.emplace(Place{dot(query.vector, vector_of(rows.blob(2), hash)), rows.number(0), rows.number(1)},
-                 hash);
+    const std::int64_t passage = rows.number(3);
+    if (!passages.insert(passage).second) continue;
+    best.emplace(Place{dot(query.vector, vector_of(rows.blob(2))), rows.number(0), rows.number(1)}, passage);
     if (best.size() <= limit) continue;
     passages.erase(std::prev(best.end())->second);
     best.erase(std::prev(best.end()));
   }
   std::vector<Place> places;
   places.reserve(best.size());
-  for (const auto& [place, hash] : best) places.push_back(place);
+  for (const auto& [place, passage] : best) places.push_back(place);
   return describe(connection, places);
 }
 

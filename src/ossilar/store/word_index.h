@@ -16,11 +16,18 @@ namespace ossilar::store {
 inline constexpr const char* kCreateWordIndex =
     "CREATE VIRTUAL TABLE words USING fts5 (title, section, text, tokenize = 'porter unicode61')";
 
-// Indexes every chunk that there is.
-void fill_word_index(Connection& connection);
+// The row of a chunk's words is the page's key and the position in the page in one number.
+#define OSSILAR_POSITION_BITS "20"
 
 // Makes the words of the page with this key those of its chunks as stored now.
 void index_words(Connection& connection, std::int64_t page_key);
+
+// Notes that this is to be done before words are searched. Indexing costs more than storing what is indexed,
+// and of pages together much less than of one page after another, so no save does it.
+void make_words_due(Connection& connection, std::int64_t page_key);
+std::size_t count_due_words(Connection& connection);
+// Indexes `most` of the pages that are due.
+void index_due_words(Connection& connection, std::size_t most);
 
 // WikiStore::match_words().
 std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,

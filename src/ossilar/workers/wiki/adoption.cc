@@ -148,7 +148,9 @@ class Adoption::Batches {
     if (std::chrono::steady_clock::now() - begun_ > kLongest) end();
   }
   void end() {
-    if (group_) group_->commit();
+    if (!group_) return;
+    store_.index_waiting_words(0);
+    group_->commit();
     group_.reset();
   }
 

@@ -50,6 +50,7 @@ void Background::run() {
       changed_.notify_all();
       lock.unlock();
     }
+    if (outcome != Outcome::again) afterwards_();
     const Clock::time_point ended = Clock::now();
     lock.lock();
     if (outcome == Outcome::rest)

@@ -23,8 +23,10 @@ class Background {
             // core
   };
 
-  // `work` handles its own failures.
-  explicit Background(std::function<Outcome()> work) : work_(std::move(work)), thread_([this] { run(); }) {}
+  // `afterwards` is done after `work`, when nobody waits any more. Both handle their own failures.
+  explicit Background(
+      std::function<Outcome()> work, std::function<void()> afterwards = [] {})
+      : work_(std::move(work)), afterwards_(std::move(afterwards)), thread_([this] { run(); }) {}
   ~Background();
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
@@ -38,6 +40,7 @@ class Background {
   void run();
 
   const std::function<Outcome()> work_;
+  const std::function<void()> afterwards_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::uint64_t asked_ = 0;  // how often; guarded by mutex_, as are the next two

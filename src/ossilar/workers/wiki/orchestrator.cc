@@ -116,7 +116,8 @@ WikiGenerator::WikiGenerator(Services services)
       lists_follow_above_(services.lists_follow_above.value_or(0)) {
   existing_ = store_->get_wiki_pages(branch());
   if (services.lists_follow_above)
-    following_ = std::make_unique<Background>([this] { return follow_with_lists(); });
+    following_ =
+        std::make_unique<Background>([this] { return follow_with_lists(); }, [this] { tidy_store(); });
 }
 
 WikiGenerator::~WikiGenerator() { following_.reset(); }
@@ -440,6 +441,16 @@ Background::Outcome WikiGenerator::place_lists(DueLists& due) {
                                 .lint = due.content.result.lint});
   });
   return outcome == Background::Outcome::done && lists_are_long() ? Background::Outcome::rest : outcome;
+}
+
+// The first search is not to wait for the words of everything that was ever saved.
+void WikiGenerator::tidy_store() {
+  constexpr std::size_t kMostPagesWaiting = 64;
+  try {
+    store_->index_waiting_words(kMostPagesWaiting);
+  } catch (const std::exception& error) {
+    logger.warning("the words of saved pages could not be indexed; a search will do it", error);
+  }
 }
 
 // The lists of one branch are not to be put among the pages of another.

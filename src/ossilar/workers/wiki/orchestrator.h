@@ -242,6 +242,7 @@ class WikiGenerator final : public AgentSaveMixin {
   void write_lists(const WikiBuildResult& result, const ManifestContent* known = nullptr);
   // Writes the lists that the last commit asked for.
   Background::Outcome follow_with_lists();
+  void tidy_store();
   // Gives `due` new content when another process placed its lists first.
   Background::Outcome place_lists(DueLists& due);
   bool is_checked_out() const;

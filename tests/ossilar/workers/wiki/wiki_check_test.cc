@@ -230,7 +230,11 @@ const Case kCases[] = {
      "chunks wiki/pages/alpha.md\nchunks wiki/pages/beta.md", ""},
     {"tables that are gone", [](const World& world) { world.sql("DROP TABLE stale_marks"); },
      "database .ossilar/index.db", ""},
-    {"words that are gone", [](const World& world) { world.sql("DELETE FROM words"); },
+    {"words that are gone",
+     [](const World& world) {
+       world.repo.open()->search({.query = "first"});
+       world.sql("DELETE FROM words");
+     },
      "database .ossilar/index.db", ""},
     {"a database that is gone", [](const World& world) { fs::remove(world.repo.dir / ".ossilar/index.db"); },
      "", ""},

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ossilar/store/sqlite_store.h"
 #include "support/retrieval.h"
 #include "support/wiki_repo.h"
 
@@ -129,16 +130,55 @@ TEST_F(Search, RefusesWhatItCannotAnswer) {
   }
 }
 
-TEST_F(Search, IndexesAWikiThatWasStoredBeforeThereWasAnIndex) {
+// The tables as they were until words were indexed by the first search after a save.
+constexpr const char* kFormerTables = R"sql(
+ALTER TABLE passages RENAME TO now_passages;
+ALTER TABLE vectors RENAME TO now_vectors;
+ALTER TABLE chunks RENAME TO now_chunks;
+DROP INDEX chunks_by_model;
+CREATE TABLE passages (hash TEXT NOT NULL PRIMARY KEY, text TEXT NOT NULL) STRICT;
+CREATE TABLE vectors (hash TEXT NOT NULL REFERENCES passages (hash) ON DELETE CASCADE, model TEXT NOT NULL,
+  vector BLOB NOT NULL, PRIMARY KEY (hash, model)) STRICT;
+CREATE TABLE chunks (page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
+  position INTEGER NOT NULL, section TEXT NOT NULL, hash TEXT NOT NULL REFERENCES passages (hash),
+  model TEXT NOT NULL, citations TEXT NOT NULL, PRIMARY KEY (page_key, position)) STRICT, WITHOUT ROWID;
+CREATE INDEX chunks_by_hash ON chunks (hash, page_key);
+CREATE INDEX chunks_by_model ON chunks (model);
+INSERT INTO passages SELECT hash, text FROM now_passages;
+INSERT INTO vectors SELECT hash, model, vector FROM now_vectors JOIN now_passages USING (passage_key);
+INSERT INTO chunks SELECT page_key, position, section, hash, model, citations
+  FROM now_chunks JOIN now_passages USING (passage_key);
+DROP TABLE now_chunks;
+DROP TABLE now_vectors;
+DROP TABLE now_passages;
+DROP TABLE due_words;
+PRAGMA user_version = 4;
+)sql";
+
+TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
+  const struct {
+    const char* why;
+    bool words_are_indexed;
+    const char* further;
+  } cases[] = {
+      {"words by chunks", true, ""},
+      {"no words yet", false,
+       "DROP TABLE words; DROP INDEX chunks_by_model; DROP TABLE removed_pages; PRAGMA user_version = 1"},
+  };
   save("alpha", "Alpha.\n\n## Names\n\nIt calls `parseHTTPHeader`.");
-  wiki_.reset();
-  {
+  for (const auto& each : cases) {
+    if (each.words_are_indexed) wiki_->search({.query = "names"});
+    wiki_.reset();
     SQLite::Database database(repo_.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE);
-    database.exec(
-        "DROP TABLE words; DROP INDEX chunks_by_model; DROP TABLE removed_pages; PRAGMA user_version = 1");
+    database.exec(kFormerTables);
+    database.exec(each.further);
+    wiki_ = repo_.open();
+    EXPECT_THAT(places({.query = "parse_http_header", .limit = 1}), ElementsAre("alpha#Names")) << each.why;
+    EXPECT_FALSE(store::open_sqlite_store(repo_.dir / ".ossilar/index.db")->damage()) << each.why;
+    const auto held = [&](const char* sql) { return database.execAndGet(sql).getInt(); };
+    EXPECT_EQ(held("SELECT count(*) FROM due_words"), 0) << each.why;
+    EXPECT_EQ(held("SELECT count(*) FROM vectors"), held("SELECT count(DISTINCT passage_key) FROM chunks"));
   }
-  wiki_ = repo_.open();
-  EXPECT_THAT(places({.query = "parse_http_header", .limit = 1}), ElementsAre("alpha#Names"));
 }
 
 }  // namespace
