@@ -27,6 +27,7 @@ class ForwardingStore : public WikiStore {
   std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
     return target_.begin_group(attempt);
   }
+  void checkpoint() override { target_.checkpoint(); }
   std::optional<std::string> damage() override { return target_.damage(); }
   std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
                                    const std::string& title, const PageFields& fields) override {

@@ -162,6 +162,10 @@ class WikiStore : public Repository {
   // could not do: "store the page a". Groups do not nest, and end on the thread that began them.
   virtual std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) = 0;
 
+  // Takes a part of the work of commits to come over, without keeping them waiting; to be called now and
+  // then.
+  virtual void checkpoint() = 0;
+
   // Reads everything and gives what is damaged in it, in words; none when all is sound.
   virtual std::optional<std::string> damage() = 0;
 

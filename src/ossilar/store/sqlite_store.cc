@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -66,6 +67,11 @@ constexpr const char* kCutVectors =
 
 // Pages whose words are indexed in one transaction, which others wait for.
 constexpr std::size_t kWordsTogether = 16;
+
+// Of the write-ahead log, a save writes some fifty. From the first number on, who has the time moves them
+// into the database; from the second on a commit does so, which then takes several times as long.
+constexpr int kManyLogPages = 1000;
+constexpr int kMostLogPages = 4000;
 
 // JSON by where it is stored.
 struct Shape {
@@ -259,7 +265,9 @@ class Step {
 class SqliteStore final : public WikiStore {
  public:
   explicit SqliteStore(const std::filesystem::path& file)
-      : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {}
+      : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {
+    sqlite3_wal_hook(writer_.database().getHandle(), &SqliteStore::committed, this);
+  }
 
   std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
     return std::make_unique<Group>(*this, attempt);
@@ -378,6 +386,19 @@ class SqliteStore final : public WikiStore {
     }
   }
 
+  void checkpoint() override {
+    if (log_pages_ < kManyLogPages) return;
+    const std::lock_guard lock(checkpointer_mutex_);
+    with_storage_errors(file_, "move the log into it", [&] {
+      if (!checkpointer_) {
+        checkpointer_.emplace(file_, SQLite::OPEN_READWRITE);
+        checkpointer_->database().exec("PRAGMA synchronous = FULL");
+      }
+      checkpointer_->require_in_place();
+      checkpointer_->database().exec("PRAGMA wal_checkpoint(PASSIVE)");
+    });
+  }
+
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                         const PassageFilter& filter, std::size_t limit) override {
     try {
@@ -482,6 +503,15 @@ class SqliteStore final : public WikiStore {
     const std::unique_lock<std::mutex> writing_;
     bool ended_ = false;
   };
+
+  // https://www.sqlite.org/c3ref/wal_hook.html; in the place of SQLite's own, which moves at a thousand
+  // pages. What is not moved stays in the log.
+  static int committed(void* store, sqlite3* database, const char* name, int log_pages) {
+    static_cast<SqliteStore*>(store)->log_pages_ = log_pages;
+    if (log_pages >= kMostLogPages)
+      sqlite3_wal_checkpoint_v2(database, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    return SQLITE_OK;
+  }
 
   bool in_group() const { return grouping_ == std::this_thread::get_id(); }
 
@@ -646,8 +676,11 @@ class SqliteStore final : public WikiStore {
   }
 
   const std::filesystem::path file_;
+  std::atomic<int> log_pages_ = 0;
   std::mutex writer_mutex_;
   Connection writer_;
+  std::mutex checkpointer_mutex_;
+  std::optional<Connection> checkpointer_;
   std::mutex reader_mutex_;
   Connection reader_;
   Snapshots last_;

@@ -29,7 +29,10 @@ void Background::ask() {
 
 void Background::wait(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
+  ++waiting_;
+  changed_.notify_all();
   changed_.wait_for(lock, patience, [this, asked = asked_] { return done_ >= asked; });
+  --waiting_;
 }
 
 void Background::run() {
@@ -54,7 +57,8 @@ void Background::run() {
     const Clock::time_point ended = Clock::now();
     lock.lock();
     if (outcome == Outcome::rest)
-      changed_.wait_until(lock, ended + kRest * (ended - begun), [this] { return stopping_; });
+      changed_.wait_until(lock, ended + kRest * (ended - begun),
+                          [this] { return stopping_ || waiting_ > 0; });
   }
 }
 

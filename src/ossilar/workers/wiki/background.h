@@ -19,8 +19,8 @@ class Background {
   enum class Outcome {
     done,
     again,  // not done; it is to be tried again at once
-    rest,   // done, at a price: nine times as long as it took nothing is done, so that it takes a tenth of a
-            // core
+    rest,   // done, at a price: nine times as long as it took nothing is done unless somebody waits, so that
+            // it takes a tenth of a core
   };
 
   // `afterwards` is done after `work`, when nobody waits any more. Both handle their own failures.
@@ -43,8 +43,9 @@ class Background {
   const std::function<void()> afterwards_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::uint64_t asked_ = 0;  // how often; guarded by mutex_, as are the next two
+  std::uint64_t asked_ = 0;  // how often; guarded by mutex_, as are the next three
   std::uint64_t done_ = 0;   // how much of it
+  int waiting_ = 0;
   bool stopping_ = false;
   std::thread thread_;  // the last member: it uses the others
 };

@@ -1,4 +1,5 @@
 // What the host adds to a save: a turn, the version that it is made onto, and texts that no row knows.
+#include <atomic>
 #include <chrono>
 #include <exception>
 
@@ -19,6 +20,18 @@ constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 // Another process that holds the lock is not to keep a save from being answered that is on disk.
 constexpr std::chrono::milliseconds kListsPatience = std::chrono::seconds(2);
 
+// One more while it lives.
+class Counted {
+ public:
+  explicit Counted(std::atomic<int>& count) : count_(count) { ++count_; }
+  ~Counted() { --count_; }
+  Counted(const Counted&) = delete;
+  Counted& operator=(const Counted&) = delete;
+
+ private:
+  std::atomic<int>& count_;
+};
+
 const utils::Logger save_logger("ossilar.workers.wiki.guarded_save");
 
 }  // namespace
@@ -26,10 +39,12 @@ const utils::Logger save_logger("ossilar.workers.wiki.guarded_save");
 Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::optional<std::string>& content,
                                       const std::optional<std::string>& section,
                                       const std::optional<std::string>& title) {
+  const Counted at_work(saves_at_work_);
   const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
   const SplicedInto splice;
   Answer answer = AgentSaveMixin::save_agent_page(page_id, content, section, title);
-  if (following_ && !answer.contains("error") && !lists_are_long()) {
+  // Of saves side by side the last waits for the lists of all.
+  if (following_ && saves_at_work_ == 1 && !answer.contains("error") && !lists_are_long()) {
     utils::begin_stage("waiting for index and manifest");
     following_->wait(kListsPatience);
   }

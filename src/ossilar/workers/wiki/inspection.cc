@@ -348,8 +348,8 @@ StringSet Inspection::leftover_files() const {
   return files;
 }
 
-// Those that were there `before` and stay for a while: a writer makes its file and then locks it, and on a busy
-// machine it may have to wait for its turn in between.
+// Those that were there `before` and stay for a while: a writer makes its file and then locks it, and on a
+// busy machine it may have to wait for its turn in between.
 void Inspection::inspect_leftovers(const StringSet& before) {
   StringSet left = before;
   for (auto waited = 0ms; !left.empty(); waited += kLookEvery) {

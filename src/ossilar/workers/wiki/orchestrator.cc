@@ -440,16 +440,19 @@ Background::Outcome WikiGenerator::place_lists(DueLists& due) {
                                 .files_covered = _stored_files_covered(),
                                 .lint = due.content.result.lint});
   });
-  return outcome == Background::Outcome::done && lists_are_long() ? Background::Outcome::rest : outcome;
+  const bool can_follow = lists_are_long() || saves_at_work_ > 1;
+  return outcome == Background::Outcome::done && can_follow ? Background::Outcome::rest : outcome;
 }
 
-// The first search is not to wait for the words of everything that was ever saved.
+// A save is not to wait for the database's log, nor the first search for the words of everything that was
+// ever saved.
 void WikiGenerator::tidy_store() {
   constexpr std::size_t kMostPagesWaiting = 64;
   try {
+    store_->checkpoint();
     store_->index_waiting_words(kMostPagesWaiting);
   } catch (const std::exception& error) {
-    logger.warning("the words of saved pages could not be indexed; a search will do it", error);
+    logger.warning("the database could not be tidied; a later save or search will do it", error);
   }
 }
 

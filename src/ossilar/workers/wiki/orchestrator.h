@@ -288,6 +288,7 @@ class WikiGenerator final : public AgentSaveMixin {
   std::optional<Map> prior_lint_;
   std::uint64_t commits_ = 0;  // that asked for lists, the one at work among them
 
+  std::atomic<int> saves_at_work_ = 0;
   WikiLists lists_;
   const std::uint64_t lists_follow_above_;
   std::optional<DueLists> due_;            // guarded by state_mutex_, as is the next
