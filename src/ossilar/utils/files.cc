@@ -149,6 +149,28 @@ FileStamp stamp_from(const struct stat& info) {
           .modified = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec};
 }
 
+bool is_same_file(int a, int b) {
+  struct stat first {};
+  struct stat second {};
+  return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+WrittenAhead*& ahead_of_thread() {
+  thread_local WrittenAhead* ahead = nullptr;
+  return ahead;
+}
+
+std::optional<StagedFile> staged_or_none(const std::filesystem::path& path, const std::string& text) {
+  std::error_code error;
+  if (!std::filesystem::is_directory(path.parent_path(), error)) return std::nullopt;
+  try {
+    return std::optional<StagedFile>(std::in_place, path, text);
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
 ReplacedFilesKept*& kept_of_thread() {
   thread_local ReplacedFilesKept* kept = nullptr;
   return kept;
@@ -239,12 +261,12 @@ StagedFile::StagedFile(std::filesystem::path path, std::string_view text)
     : target_(std::move(path)), directory_(open_directory(target_.parent_path(), Missing::create)) {
   if ((fcntl(directory_.get(), F_GETFL) & O_PATH) != 0)
     throw IoError("cannot open the directory " + target_.parent_path().string(), EACCES);
-  const auto mode = mode_of_target(directory_.get(), target_.filename().string(), target_);
+  mode_ = mode_of_target(directory_.get(), target_.filename().string(), target_);
   do {
     create();
   } while (!has_name(fd_.get()));
   try {
-    if (mode && fchmod(fd_.get(), *mode) != 0)
+    if (mode_ && fchmod(fd_.get(), *mode_) != 0)
       throw IoError("cannot keep the mode of " + target_.string(), errno);
     write_all(fd_.get(), text, target_);
     sync_or_throw(fd_.get(), target_);
@@ -257,6 +279,7 @@ StagedFile::StagedFile(std::filesystem::path path, std::string_view text)
 StagedFile::StagedFile(StagedFile&& other) noexcept
     : target_(std::move(other.target_)),
       directory_(std::move(other.directory_)),
+      mode_(other.mode_),
       name_(std::exchange(other.name_, {})),
       fd_(std::move(other.fd_)) {}
 
@@ -275,6 +298,16 @@ void StagedFile::create() {
   retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
 }
 
+bool StagedFile::fits() const {
+  try {
+    const UniqueFd directory = open_directory(target_.parent_path(), Missing::fail);
+    return has_name(fd_.get()) && is_same_file(directory.get(), directory_.get()) &&
+           mode_of_target(directory.get(), target_.filename().string(), target_) == mode_;
+  } catch (const IoError&) {
+    return false;
+  }
+}
+
 FileStamp StagedFile::stamp() const {
   struct stat info {};
   return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
@@ -291,7 +324,36 @@ void StagedFile::place() {
 
 void StagedFile::sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
 
+WrittenAhead::WrittenAhead(How how) : how_(how) { ahead_of_thread() = this; }
+
+WrittenAhead::~WrittenAhead() { ahead_of_thread() = nullptr; }
+
+WrittenAhead* WrittenAhead::current() { return ahead_of_thread(); }
+
+void WrittenAhead::announce(const std::filesystem::path& path, const std::string& text) {
+  file_ = {};
+  path_ = path;
+  text_ = text;
+}
+
+void WrittenAhead::begin() {
+  if (path_.empty() || file_.valid()) return;
+  file_ = std::async(how_ == How::beside ? std::launch::async : std::launch::deferred,
+                     [this] { return staged_or_none(path_, text_); });
+  if (how_ == How::at_once) file_.wait();
+}
+
+bool WrittenAhead::place(const std::filesystem::path& path, std::string_view text) {
+  if (!file_.valid() || path_ != path || text_ != text) return false;
+  auto file = file_.get();
+  if (!file || !file->fits()) return false;
+  file->place();
+  file->sync_directory();
+  return true;
+}
+
 void atomic_write(const std::filesystem::path& path, std::string_view text) {
+  if (auto* ahead = WrittenAhead::current(); ahead != nullptr && ahead->place(path, text)) return;
   StagedFile file(path, text);
   file.place();
   file.sync_directory();

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,6 +81,9 @@ class StagedFile {
   StagedFile& operator=(const StagedFile&) = delete;
   ~StagedFile();
 
+  const std::filesystem::path& target() const { return target_; }
+  // Whether the directory, and the file to be replaced, are still what this was made for.
+  bool fits() const;
   // What stamp_of(path) is once this file is placed.
   FileStamp stamp() const;
   // Takes the place of the file; on disk with the next sync of the directory.
@@ -91,8 +95,38 @@ class StagedFile {
 
   std::filesystem::path target_;
   UniqueFd directory_;
+  std::optional<mode_t> mode_;  // of the file to be replaced; none where there is none
   std::string name_;
   UniqueFd fd_;
+};
+
+// A text that is put on disk before it is decided that it replaces a file. While one lives on the thread that
+// made it, atomic_write() of the same text to the same file has only to put it in place. Scopes do not nest.
+class WrittenAhead {
+ public:
+  enum class How { at_once, beside };  // `beside`: on a thread of its own, while the caller goes on
+
+  explicit WrittenAhead(How how);
+  ~WrittenAhead();
+  WrittenAhead(const WrittenAhead&) = delete;
+  WrittenAhead& operator=(const WrittenAhead&) = delete;
+
+  // That of the calling thread, or null.
+  static WrittenAhead* current();
+
+  // Says what is to be written; what was written before is given up.
+  void announce(const std::filesystem::path& path, const std::string& text);
+  // Writes what was announced, once, where its directory is there. What fails is left to atomic_write(),
+  // which will say so.
+  void begin();
+  // False, with nothing changed, when it was not written, or is not in that place any more.
+  bool place(const std::filesystem::path& path, std::string_view text);
+
+ private:
+  const How how_;
+  std::filesystem::path path_;
+  std::string text_;
+  std::future<std::optional<StagedFile>> file_;
 };
 
 // Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is

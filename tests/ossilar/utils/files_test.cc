@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 #include "ossilar/utils/error.h"
 #include "support/temp_dir.h"
@@ -101,6 +102,69 @@ TEST(AtomicWrite, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
   EXPECT_EQ(failure.first, EFBIG);
   EXPECT_EQ(dir.read("page.md"), "old");
   EXPECT_THAT(everything_in(dir), ElementsAre("page.md"));
+}
+
+TEST(WrittenAhead, IsPutInPlaceOnlyWhereItWasMadeFor) {
+  const struct {
+    const char* why;
+    void (*meanwhile)(const TempDir& dir);
+    const char* written;
+  } cases[] = {
+      {"nothing happened", [](const TempDir&) {}, "new"},
+      {"another text is to be written", [](const TempDir&) {}, "newer"},
+      {"another file stands there", [](const TempDir& dir) { dir.write("pages/a.md", "hand"); }, "new"},
+      {"the directory is another one",
+       [](const TempDir& dir) {
+         fs::rename(dir / "pages", dir / "former");
+         dir.write("pages/a.md", "of another branch");
+       },
+       "new"},
+      {"it was removed",
+       [](const TempDir& dir) {
+         for (const auto& entry : fs::directory_iterator(dir / "pages"))
+           if (entry.path().extension() == ".tmp") fs::remove(entry.path());
+       },
+       "new"},
+      {"the file has another mode",
+       [](const TempDir& dir) { fs::permissions(dir / "pages/a.md", fs::perms::owner_read); }, "new"},
+  };
+  for (const auto& each : cases) {
+    for (const auto how : {WrittenAhead::How::at_once, WrittenAhead::How::beside}) {
+      SCOPED_TRACE(each.why);
+      const TempDir dir;
+      dir.write("pages/a.md", "old");
+      const fs::path path = dir / "pages/a.md";
+      {
+        WrittenAhead ahead(how);
+        ahead.announce(path, "given up");
+        ahead.begin();
+        ahead.announce(path, "new");
+        ahead.begin();
+        while (everything_in(dir).size() < 3) std::this_thread::yield();
+        each.meanwhile(dir);
+        const auto mode = fs::status(path).permissions();
+        atomic_write(path, each.written);
+        EXPECT_EQ(ahead.place(path, each.written), false) << "it is placed once";
+        EXPECT_EQ(dir.read("pages/a.md"), each.written);
+        EXPECT_EQ(fs::status(path).permissions(), mode);
+      }
+      EXPECT_EQ(everything_in(dir).size(), fs::exists(dir / "former") ? 4U : 2U) << "nothing is left";
+    }
+  }
+}
+
+TEST(WrittenAhead, LeavesItToTheWriteToFail) {
+  const TempDir dir;
+  dir.write("pages/a.md", "old");
+  fs::create_symlink("a.md", dir / "pages/link.md");
+  WrittenAhead ahead(WrittenAhead::How::at_once);
+  for (const char* name : {"pages/link.md", "none/a.md"}) {
+    ahead.announce(dir / name, "new");
+    ahead.begin();
+    EXPECT_FALSE(ahead.place(dir / name, "new")) << name;
+  }
+  EXPECT_EQ(everything_in(dir), (std::vector<std::string>{"pages", "pages/a.md", "pages/link.md"}));
+  EXPECT_EQ(failure_of([&] { atomic_write(dir / "pages/link.md", "new"); }).first, ELOOP);
 }
 
 TEST(ReadTextFile, RefusesWhatIsNotUtf8NamingByteAndLine) {

@@ -112,7 +112,7 @@ WikiGenerator::WikiGenerator(Services services)
              .guards_folder = true}),
       drafts_(paths_.drafts(), kMostDrafts),
       replaced_(paths_.replaced()),
-      lists_(paths_.wiki, paths_.pages),
+      lists_(paths_.wiki, paths_.pages, services.lists_follow_above.has_value()),
       lists_follow_above_(services.lists_follow_above.value_or(0)) {
   existing_ = store_->get_wiki_pages(branch());
   if (services.lists_follow_above)
@@ -228,7 +228,11 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
   utils::begin_step("checking citations");
   const std::string text = authored_text(authored);
   const Brackets brackets = brackets_of(text, *planned(), &plan);
-  return assemble_page(plan, split_text(text), diagrams, page_links(brackets, plan.page_id, config_.dir));
+  FinalizedPage page =
+      assemble_page(plan, split_text(text), diagrams, page_links(brackets, plan.page_id, config_.dir));
+  if (auto* ahead = utils::WrittenAhead::current())
+    ahead->announce(paths_.pages / (plan.page_id + ".md"), page.markdown);
+  return page;
 }
 
 Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
@@ -281,6 +285,8 @@ ChunkScope WikiGenerator::_chunk_scope(const std::string& page_id) {
 std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
                                                  const std::vector<Map>& citations,
                                                  const StringSet& elsewhere) {
+  // The page has its citations. The disk takes its text meanwhile, and not while the lock is held.
+  if (auto* ahead = utils::WrittenAhead::current()) ahead->begin();
   const std::vector<search::Passage> passages = search::passages(searchable);
   utils::begin_step("embedding " + std::to_string(passages.size()) + " passage(s)");
   std::vector<std::string> hashes;

@@ -1,5 +1,6 @@
 #include "ossilar/workers/wiki/wiki_lists.h"
 
+#include <future>
 #include <utility>
 
 #include "ossilar/workers/wiki/adoption.h"
@@ -12,8 +13,8 @@ const char* const kManifest = "manifest.json";
 
 }  // namespace
 
-WikiLists::WikiLists(std::filesystem::path wiki, std::filesystem::path pages)
-    : wiki_(std::move(wiki)), pages_(std::move(pages)) {}
+WikiLists::WikiLists(std::filesystem::path wiki, std::filesystem::path pages, bool beside)
+    : wiki_(std::move(wiki)), pages_(std::move(pages)), beside_(beside) {}
 
 std::string WikiLists::index(const ListContent& content) {
   const std::lock_guard lock(rendering_);
@@ -50,8 +51,13 @@ WikiLists::Staged WikiLists::stage(const ListContent& content, const ManifestCon
     const std::lock_guard lock(mutex_);
     is_same = in_place == last_.index && staged.index_text == last_.index_text;
   }
-  if (!is_same) staged.index.emplace(wiki_ / kIndex, staged.index_text);
+  std::future<void> index_staged;
+  if (!is_same) {
+    index_staged = std::async(beside_ ? std::launch::async : std::launch::deferred,
+                              [&] { staged.index.emplace(wiki_ / kIndex, staged.index_text); });
+  }
   staged.manifest.emplace(wiki_ / kManifest, manifest(content, staged.waiting));
+  if (index_staged.valid()) index_staged.get();
   return staged;
 }
 

@@ -28,7 +28,8 @@ struct ListContent {
 // Thread-safety: every member may be called from any thread.
 class WikiLists {
  public:
-  WikiLists(std::filesystem::path wiki, std::filesystem::path pages);
+  // With `beside` the disk takes both lists at a time, one by a thread of its own.
+  WikiLists(std::filesystem::path wiki, std::filesystem::path pages, bool beside = false);
 
   // How the lists are to read; `waiting` are entries of pages without a row, by page id.
   std::string index(const ListContent& content);
@@ -65,6 +66,7 @@ class WikiLists {
 
   const std::filesystem::path wiki_;
   const std::filesystem::path pages_;
+  const bool beside_;
   mutable std::mutex rendering_;
   WikiFilesRenderer renderer_;  // guarded by rendering_
   mutable std::mutex mutex_;
