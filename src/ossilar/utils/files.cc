@@ -79,8 +79,7 @@ bool has_name(int fd) {
   return fstat(fd, &info) != 0 || info.st_nlink > 0;
 }
 
-// Calls `each` with the name of each temporary file that nobody writes any more, which stays locked
-// meanwhile.
+// Calls `each` with each temporary file that nobody writes any more, which stays locked meanwhile.
 template <class Each>
 void for_each_leftover(const std::filesystem::path& path, Each each) {
   std::error_code error;
@@ -97,7 +96,7 @@ void for_each_leftover(const std::filesystem::path& path, Each each) {
     }));
     struct stat info {};
     if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) continue;
-    if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), name);
+    if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), Leftover{name, info.st_size == 0});
   }
 }
 
@@ -365,17 +364,16 @@ ReplacedFilesKept::~ReplacedFilesKept() { kept_of_thread() = nullptr; }
 
 ReplacedFilesKept* ReplacedFilesKept::current() { return kept_of_thread(); }
 
-std::vector<std::string> leftovers(const std::filesystem::path& directory) {
-  std::vector<std::string> names;
-  for_each_leftover(directory, [&](int, const std::string& name) { names.push_back(name); });
-  std::sort(names.begin(), names.end());
-  return names;
+std::vector<Leftover> leftovers(const std::filesystem::path& directory) {
+  std::vector<Leftover> left;
+  for_each_leftover(directory, [&](int, Leftover file) { left.push_back(std::move(file)); });
+  return left;
 }
 
 void remove_leftovers(const std::filesystem::path& directory) {
-  for_each_leftover(directory, [&](int opened, const std::string& name) {
-    if (unlinkat(opened, name.c_str(), 0) != 0) {
-      throw IoError("cannot remove " + (directory / name).string(), errno);
+  for_each_leftover(directory, [&](int opened, const Leftover& file) {
+    if (unlinkat(opened, file.name.c_str(), 0) != 0) {
+      throw IoError("cannot remove " + (directory / file.name).string(), errno);
     }
   });
 }

@@ -82,13 +82,13 @@ Inspection::Inspection(WikiGenerator& wiki) : wiki_(wiki), planned_(wiki.prepare
 
 std::vector<Finding> Inspection::run() {
   read_manifest();
-  const StringSet left = leftover_files();
+  auto left = leftover_files();
   inspect_setup();
   inspect_folder();
   inspect_rows();
   inspect_digests();
   inspect_generated();
-  inspect_leftovers(left);
+  inspect_leftovers(std::move(left));
   inspect_states();
   return std::move(findings_);
 }
@@ -336,11 +336,12 @@ void Inspection::inspect_list(Fault fault, const char* name, const std::string& 
        kMakesItAgain, true});
 }
 
-StringSet Inspection::leftover_files() const {
-  StringSet files;
+std::map<std::string, bool> Inspection::leftover_files() const {
+  std::map<std::string, bool> files;
   for (const fs::path& directory : written_directories(wiki_.paths_)) {
     try {
-      for (const std::string& name : utils::leftovers(directory)) files.insert(relative(directory / name));
+      for (const utils::Leftover& file : utils::leftovers(directory))
+        files.emplace(relative(directory / file.name), file.may_be_new);
     } catch (const utils::IoError&) {
       continue;  // where nothing can be looked at, nothing was written either
     }
@@ -348,17 +349,17 @@ StringSet Inspection::leftover_files() const {
   return files;
 }
 
-// Those that were there `before` and stay for a while: a writer makes its file and then locks it, and on a
-// busy machine it may have to wait for its turn in between.
-void Inspection::inspect_leftovers(const StringSet& before) {
-  StringSet left = before;
-  for (auto waited = 0ms; !left.empty(); waited += kLookEvery) {
-    const StringSet now = leftover_files();
-    std::erase_if(left, [&](const std::string& file) { return now.count(file) == 0; });
-    if (waited >= kTimeToLock) break;
-    if (!left.empty()) std::this_thread::sleep_for(kLookEvery);
+// Those that were there `before` too, and if they may be new stay for a while: a writer makes its file and
+// then locks it, and on a busy machine it may have to wait for its turn in between.
+void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
+  for (auto waited = 0ms;; waited += kLookEvery) {
+    const auto now = leftover_files();
+    std::erase_if(left, [&](const auto& file) { return now.count(file.first) == 0; });
+    const bool may_go = std::any_of(left.begin(), left.end(), [](const auto& file) { return file.second; });
+    if (!may_go || waited >= kTimeToLock) break;
+    std::this_thread::sleep_for(kLookEvery);
   }
-  for (const std::string& file : left) {
+  for (const auto& [file, may_be_new] : left) {
     add({Fault::leftover, file, "", "was left by a write that was cut short",
          "ossilar check --fix removes it", true});
   }

@@ -37,8 +37,9 @@ class Inspection {
   void inspect_rows();
   void inspect_digests();
   void inspect_generated();
-  StringSet leftover_files() const;
-  void inspect_leftovers(const StringSet& before);
+  // To whether they may be new.
+  std::map<std::string, bool> leftover_files() const;
+  void inspect_leftovers(std::map<std::string, bool> left);
   void inspect_states();
   void inspect_list(Fault fault, const char* name, const std::string& expected);
   bool is_whole(const std::string& page_id, const std::string& text, const Map& row);

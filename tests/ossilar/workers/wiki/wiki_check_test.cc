@@ -261,7 +261,7 @@ TEST(WikiCheck, NamesWhatIsWrongAndSetsRightWhatNeedsNoAuthor) {
 TEST(WikiCheck, ATemporaryFileOfThisMomentIsNotLeft) {
   const World world;
   const char* const name = "wiki/.ossilar-0123456789abcdef.tmp";
-  world.put(name, "half");
+  world.put(name, "");
   const utils::UniqueFd file(open((world.repo.dir / name).c_str(), O_RDONLY | O_CLOEXEC));
   std::thread writer([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
