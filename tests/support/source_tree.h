@@ -28,7 +28,7 @@ inline source::SourceIndex tree_of(const std::vector<TreeFile>& files) {
     out.lines = file.lines;
     out.size = static_cast<std::uint64_t>(file.lines) * 20;
     out.language = std::string(source::language_of(file.path, ""));
-    out.symbols = file.symbols;
+    out.symbols = source::SymbolList(file.symbols);
     shared.push_back(std::make_shared<const source::SourceFile>(std::move(out)));
   }
   return source::SourceIndex(std::move(shared));

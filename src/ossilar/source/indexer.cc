@@ -213,7 +213,7 @@ class Refresh {
       entry.has_symbols = true;
       if (symbols.empty()) continue;
       SourceFile file = *entry.file;
-      file.symbols = std::move(symbols);
+      file.symbols = SymbolList(symbols);
       entry.file = std::make_shared<const SourceFile>(std::move(file));
     }
     if (!queue.problem().empty()) tool_.fail(queue.problem());

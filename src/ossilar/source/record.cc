@@ -7,22 +7,7 @@ namespace {
 
 // Goes up when the form changes, and when languages, imports or symbols are found in another way: every file
 // is read again then.
-constexpr int kFormat = 1;
-
-Map symbols_form(const std::vector<Symbol>& symbols) {
-  Map list = Map::array();
-  for (const Symbol& symbol : symbols) {
-    list.push_back(Map::array({symbol.name, symbol.kind, symbol.scope, symbol.line}));
-  }
-  return list;
-}
-
-Symbol symbol_of(const Map& form) {
-  return {.name = form.at(0).get<std::string>(),
-          .kind = form.at(1).get<std::string>(),
-          .scope = form.at(2).get<std::string>(),
-          .line = form.at(3).get<std::int64_t>()};
-}
+constexpr int kFormat = 2;
 
 Stamp stamp_of(const Map& form) {
   return {.size = form.at(0).get<std::uint64_t>(),
@@ -40,7 +25,7 @@ SourceFile file_of(const std::string& path, const Map& form) {
   file.sha256 = form.at("sha256").get<std::string>();
   file.lines = form.at("lines").get<std::int64_t>();
   file.language = form.at("language").get<std::string>();
-  for (const Map& symbol : form.at("symbols")) file.symbols.push_back(symbol_of(symbol));
+  file.symbols = SymbolList::of_text(form.at("symbols").get<std::string>());
   for (const Map& import : form.at("imports")) file.imports.push_back(import.get<std::string>());
   return file;
 }
@@ -60,7 +45,7 @@ std::string record_text(const Entry& entry) {
       {"sha256", file.sha256},
       {"lines", file.lines},
       {"language", file.language},
-      {"symbols", symbols_form(file.symbols)},
+      {"symbols", file.symbols.text()},
       {"imports", file.imports}};
   return form.dump();
 }

@@ -1,6 +1,7 @@
 #include "ossilar/source/source_index.h"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace ossilar::source {
@@ -8,11 +9,77 @@ namespace {
 
 std::string_view last_part(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
+// A symbol is a line of its name, kind, scope and the number of lines that it comes after the one before.
+constexpr char kFieldEnd = '\t';
+constexpr char kSymbolEnd = '\n';
+constexpr std::string_view kAsBefore = "\x01";  // in the place of a kind or scope
+
+void append_field(std::string& text, std::string_view field, std::string_view before) {
+  const std::size_t start = text.size();
+  text.append(!field.empty() && field == before ? kAsBefore : field);
+  for (std::size_t i = start; i < text.size(); ++i)
+    if (text[i] == kFieldEnd || text[i] == kSymbolEnd) text[i] = ' ';
+  text += kFieldEnd;
+}
+
+// The part of `line` to the next end of a field, which it loses.
+std::string_view take_field(std::string_view& line) {
+  const std::string_view field = line.substr(0, line.find(kFieldEnd));
+  line.remove_prefix(std::min(line.size(), field.size() + 1));
+  return field;
+}
+
+std::string field_of(std::string_view& line, const std::string& before) {
+  const std::string_view field = take_field(line);
+  return field == kAsBefore ? before : std::string(field);
+}
+
 }  // namespace
+
+SymbolList::SymbolList(const std::vector<Symbol>& symbols) {
+  Symbol before;
+  for (const Symbol& symbol : symbols) {
+    append_field(text_, symbol.name, "");
+    append_field(text_, symbol.kind, before.kind);
+    append_field(text_, symbol.scope, before.scope);
+    text_.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;
+    before = symbol;
+  }
+  text_.shrink_to_fit();
+}
+
+SymbolList SymbolList::of_text(std::string text) {
+  SymbolList list;
+  list.text_ = std::move(text);
+  list.text_.shrink_to_fit();
+  return list;
+}
+
+std::vector<Symbol> SymbolList::all() const {
+  std::vector<Symbol> symbols;
+  Symbol symbol;
+  std::string_view left = text_;
+  while (!left.empty()) {
+    std::string_view line = left.substr(0, left.find(kSymbolEnd));
+    left.remove_prefix(std::min(left.size(), line.size() + 1));
+    symbol.name = take_field(line);
+    symbol.kind = field_of(line, symbol.kind);
+    symbol.scope = field_of(line, symbol.scope);
+    std::int64_t lines = 0;
+    std::from_chars(line.data(), line.data() + line.size(), lines);
+    symbol.line += lines;
+    symbols.push_back(symbol);
+  }
+  return symbols;
+}
 
 SourceIndex::SourceIndex(std::vector<std::shared_ptr<const SourceFile>> files) : files_(std::move(files)) {
   std::sort(files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a->path < b->path; });
-  for (const auto& file : files_) by_name_.emplace(last_part(file->path), file.get());
+  by_name_.reserve(files_.size());
+  for (const auto& file : files_) by_name_.push_back(file.get());
+  std::stable_sort(by_name_.begin(), by_name_.end(), [](const SourceFile* a, const SourceFile* b) {
+    return last_part(a->path) < last_part(b->path);
+  });
 }
 
 const SourceFile* SourceIndex::find(std::string_view path) const {
@@ -23,9 +90,11 @@ const SourceFile* SourceIndex::find(std::string_view path) const {
 
 std::vector<std::string> SourceIndex::named(std::string_view name) const {
   std::vector<std::string> paths;
-  const auto [first, last] = by_name_.equal_range(name);
-  std::transform(first, last, std::back_inserter(paths),
-                 [](const auto& entry) { return entry.second->path; });
+  const auto first =
+      std::lower_bound(by_name_.begin(), by_name_.end(), name,
+                       [](const SourceFile* file, std::string_view n) { return last_part(file->path) < n; });
+  for (auto at = first; at != by_name_.end() && last_part((*at)->path) == name; ++at)
+    paths.push_back((*at)->path);
   return paths;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,14 +29,33 @@ struct Symbol {
   std::int64_t line = 0;
 };
 
+// A file's symbols in the order of their lines, kept as one text: as objects they would be most of what an
+// index takes.
+class SymbolList {
+ public:
+  SymbolList() = default;
+  explicit SymbolList(const std::vector<Symbol>& symbols);
+  // `text` is what text() gave; of another what can be read is taken.
+  static SymbolList of_text(std::string text);
+
+  std::vector<Symbol> all() const;
+  bool empty() const { return text_.empty(); }
+  // UTF-8 if the symbols are.
+  const std::string& text() const { return text_; }
+  bool operator==(const SymbolList&) const = default;
+
+ private:
+  std::string text_;
+};
+
 struct SourceFile {
   std::string path;  // relative to the repository's root, '/' between parts, UTF-8
   FileKind kind = FileKind::text;
   std::uint64_t size = 0;
   std::string sha256;  // of the content as read; "" when it was not read
   std::int64_t lines = 0;
-  std::string language;         // "C++", "Python", ...; "" when not known
-  std::vector<Symbol> symbols;  // in the order of their lines
+  std::string language;  // "C++", "Python", ...; "" when not known
+  SymbolList symbols;
   std::vector<std::string>
       imports;  // as written: `"a/b.h"`, `<vector>`, `pkg.mod`, `./util`, in order, once each
 };
@@ -57,7 +75,7 @@ class SourceIndex {
 
  private:
   std::vector<std::shared_ptr<const SourceFile>> files_;
-  std::multimap<std::string, const SourceFile*, std::less<>> by_name_;
+  std::vector<const SourceFile*> by_name_;
 };
 
 }  // namespace ossilar::source

@@ -11,17 +11,18 @@ struct Column {
   Kind kind;
 };
 
-// The keys of a row in their order; in kChangedPages they begin at kFirstColumn.
+// The keys of a row in their order; in kChangedPages they begin at kFirstColumn. Symbols are not among them:
+// nobody asks a row for them, and held by every process they would be the most of it.
 constexpr std::array kColumns{
     Column{"page_id", Kind::text},       Column{"title", Kind::text},
     Column{"description", Kind::text},   Column{"importance", Kind::text},
     Column{"level", Kind::number},       Column{"parent_section", Kind::text},
     Column{"rel_path", Kind::text},      Column{"source_files", Kind::json},
-    Column{"source_hashes", Kind::json}, Column{"symbols", Kind::json},
-    Column{"related_pages", Kind::json}, Column{"citations", Kind::json},
-    Column{"content_hash", Kind::text},  Column{"model", Kind::text},
-    Column{"status", Kind::text},        Column{"summary", Kind::text},
-    Column{"build_cache", Kind::text},   Column{"page_type", Kind::text},
+    Column{"source_hashes", Kind::json}, Column{"related_pages", Kind::json},
+    Column{"citations", Kind::json},     Column{"content_hash", Kind::text},
+    Column{"model", Kind::text},         Column{"status", Kind::text},
+    Column{"summary", Kind::text},       Column{"build_cache", Kind::text},
+    Column{"page_type", Kind::text},
 };
 constexpr int kFirstColumn = 1;
 
@@ -59,7 +60,7 @@ Map column_value(const Query& rows, int at, const Column& column) {
 
 const char* const kChangedPages =
     "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
-    " source_hashes, symbols, related_pages, citations, content_hash, model, status, summary, build_cache,"
+    " source_hashes, related_pages, citations, content_hash, model, status, summary, build_cache,"
     " page_type FROM pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
 
 const char* const kRemovedPages =

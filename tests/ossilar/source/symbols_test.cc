@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <tuple>
 
 #include "ossilar/source/ctags.h"
 #include "ossilar/source/indexer.h"
@@ -50,7 +51,7 @@ class SymbolsTest : public ::testing::Test {
     index = indexer->refresh();
     return scope.entered()->empty() ? "" : utils::string_member(scope.entered()->at(0), "reason");
   }
-  std::string symbols(const std::string& path) const { return shown(index->find(path)->symbols); }
+  std::string symbols(const std::string& path) const { return shown(index->find(path)->symbols.all()); }
 
   void stand_in(const std::string& script) const {
     tools.write("ctags", "#!/bin/sh\n" + script);
@@ -81,7 +82,7 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
   EXPECT_EQ(symbols("e.c"), "3 function |ok") << "bytes that are not UTF-8";
   for (const auto& file : index->files()) {
     const auto kept = read_record(file->path, record_text({.stamp = {}, .file = file}));
-    EXPECT_EQ(shown(kept->file->symbols), shown(file->symbols)) << "from its record";
+    EXPECT_EQ(kept->file->symbols, file->symbols) << "from its record";
   }
 }
 
@@ -139,10 +140,28 @@ TEST_F(SymbolsTest, ManyFilesGiveEachItsOwnAndAtMostTheCap) {
   root.write("many.py", many);
   for (std::size_t i = 0; i < 2500; ++i) root.write(std::to_string(i) + ".py", function(i));
   refresh();
-  EXPECT_EQ(index->find("many.py")->symbols.size(), kMaxSymbols);
+  EXPECT_EQ(index->find("many.py")->symbols.all().size(), kMaxSymbols);
   for (int i = 0; i < 2500; ++i) {
     ASSERT_EQ(symbols(std::to_string(i) + ".py"), "1 function |f" + std::to_string(i));
   }
+}
+
+TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
+  const std::vector<std::vector<Symbol>> lists{
+      {},
+      {{"", "", "", 0}},
+      {{"a", "function", "", 3}, {"b", "function", "", 3}, {"c", "class", "n::a", 9}},
+      {{"operator()", "method", "A", 5}, {"x y", "method", "A", 2}, {"z", "", "", -1}},
+  };
+  const auto fields = [](const std::vector<Symbol>& symbols) {
+    std::vector<std::tuple<std::string, std::string, std::string, std::int64_t>> rows;
+    for (const Symbol& s : symbols) rows.emplace_back(s.name, s.kind, s.scope, s.line);
+    return rows;
+  };
+  for (const auto& list : lists)
+    EXPECT_EQ(fields(SymbolList::of_text(SymbolList(list).text()).all()), fields(list));
+  EXPECT_EQ(shown(SymbolList({{"a\tb\nc", "d", "", 1}, {"e", "d", "", 2}}).all()), "1 d |a b c, 2 d |e");
+  EXPECT_EQ(shown(SymbolList::of_text("a\n\x01\t\x01\t\x01\tx\nb\tf\t\t7").all()), "0  |a, 0  |\x01, 7 f |b");
 }
 
 }  // namespace

@@ -66,9 +66,16 @@ void add_edge(Edges& edges, std::string_view from, std::string_view to) {
   if (from != to) edges.emplace(from, to);
 }
 
+template <class Each>
+void for_each_neighbour(const Dependencies& dependencies, std::string_view id, Each each) {
+  const auto found = dependencies.find(id);
+  if (found == dependencies.end()) return;
+  for (const std::string& other : found->second) each(std::string_view(other));
+}
+
 Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
   Edges edges;
-  for (const auto& [from, targets] : graph) {
+  for (const auto& [from, targets] : graph.on) {
     const std::string_view source = shown_as(plans, from, {});
     for (const std::string& to : targets) add_edge(edges, source, shown_as(plans, to, {}));
   }
@@ -80,13 +87,13 @@ Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
 Edges neighbours(const PagePlan& plan, const Ids& inside, const Plans& plans, const ModuleGraph& graph) {
   const Ids open = with_ancestors(plans, unit_above(plans, plan.page_id));
   Edges edges;
-  for (const auto& [from, targets] : graph) {
-    const bool from_inside = inside.count(from) > 0;
-    for (const std::string& to : targets) {
-      if (from_inside == (inside.count(to) > 0)) continue;
-      const std::string_view other = shown_as(plans, from_inside ? to : from, open);
-      add_edge(edges, from_inside ? plan.page_id : other, from_inside ? other : plan.page_id);
-    }
+  for (const std::string_view id : inside) {
+    for_each_neighbour(graph.on, id, [&](std::string_view to) {
+      if (inside.count(to) == 0) add_edge(edges, plan.page_id, shown_as(plans, to, open));
+    });
+    for_each_neighbour(graph.by, id, [&](std::string_view from) {
+      if (inside.count(from) == 0) add_edge(edges, shown_as(plans, from, open), plan.page_id);
+    });
   }
   return edges;
 }
@@ -96,12 +103,11 @@ Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& pla
   const std::string_view self = plan.page_id;
   Edges edges;
   for (const std::string_view from : inside) {
-    const auto targets = graph.find(std::string(from));
-    if (from == self || targets == graph.end()) continue;
-    for (const std::string& to : targets->second) {
-      if (to == self || inside.count(to) == 0) continue;
-      add_edge(edges, shown_as(plans, from, {self}), shown_as(plans, to, {self}));
-    }
+    if (from == self) continue;
+    for_each_neighbour(graph.on, from, [&](std::string_view to) {
+      if (to != self && inside.count(to) > 0)
+        add_edge(edges, shown_as(plans, from, {self}), shown_as(plans, to, {self}));
+    });
   }
   return edges;
 }

@@ -110,14 +110,13 @@ std::string fence_for(std::string_view text) {
 
 }  // namespace
 
-std::vector<const Symbol*> telling_symbols(const SourceFile& file) {
-  std::vector<const Symbol*> symbols;
-  for (const Symbol& symbol : file.symbols) symbols.push_back(&symbol);
-  const auto key = [](const Symbol* s) {
-    return std::make_tuple(kind_rank(s->kind) == 2, !s->scope.empty(), kind_rank(s->kind));
+std::vector<Symbol> telling_symbols(const SourceFile& file) {
+  std::vector<Symbol> symbols = file.symbols.all();
+  const auto key = [](const Symbol& s) {
+    return std::make_tuple(kind_rank(s.kind) == 2, !s.scope.empty(), kind_rank(s.kind));
   };
   std::stable_sort(symbols.begin(), symbols.end(),
-                   [&](const Symbol* a, const Symbol* b) { return key(a) < key(b); });
+                   [&](const Symbol& a, const Symbol& b) { return key(a) < key(b); });
   return symbols;
 }
 
@@ -130,9 +129,9 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   Selection selection(lines, room - frame - 2 * std::min(kLongestLine, room - frame - kLeastExcerpt));
   const std::size_t start = first_telling_line(lines);
   bool more = selection.take(start, start + kHeadLines);
-  for (const Symbol* symbol : telling_symbols(file)) {
+  for (const Symbol& symbol : telling_symbols(file)) {
     if (!more) break;
-    const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol->line, 1)) - 1;
+    const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol.line, 1)) - 1;
     more = selection.take(line - std::min(line, kLinesBefore), line + kLinesAfter);
   }
   if (more) selection.take(start, lines.size());

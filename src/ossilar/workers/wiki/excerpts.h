@@ -12,7 +12,7 @@ namespace ossilar::workers::wiki {
 
 // The symbols of the file, those first that tell most about it: types, then functions, and of these the ones
 // that stand by themselves before the members of others. Valid as long as the file.
-std::vector<const source::Symbol*> telling_symbols(const source::SourceFile& file);
+std::vector<source::Symbol> telling_symbols(const source::SourceFile& file);
 
 // A Markdown heading with the file's path and a code block with the beginning of `text`, the file's text, and
 // what surrounds its telling symbols, as many lines as fit into `room` bytes; "" when not even the beginning

@@ -201,7 +201,8 @@ int entry_rank(const SourceFile& file, std::string_view repository_name) {
   if (stem == lower_case(repository_name)) return 1;
   if (is_one_of(stem, kPackage)) return 2;
   if (stem == lower_case(file_name(folder_of(file.path)))) return 3;
-  return std::any_of(file.symbols.begin(), file.symbols.end(), is_main) ? 4 : kNoEntryPoint;
+  const std::vector<source::Symbol> symbols = file.symbols.all();
+  return std::any_of(symbols.begin(), symbols.end(), is_main) ? 4 : kNoEntryPoint;
 }
 
 std::vector<std::string> overview_files(const source::SourceIndex& index) {

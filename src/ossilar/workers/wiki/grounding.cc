@@ -165,7 +165,7 @@ std::string files_part(const std::vector<std::string>& paths, const SourceIndex&
 
 // Symbol by symbol from each file in turn, so that every file has a part in what is cut off.
 std::vector<Map> page_symbols(const std::vector<const SourceFile*>& files) {
-  std::vector<std::vector<const source::Symbol*>> by_file;
+  std::vector<std::vector<source::Symbol>> by_file;
   for (const SourceFile* file : files) {
     by_file.push_back(telling_symbols(*file));
     if (by_file.size() == kMostSymbols) break;
@@ -176,7 +176,7 @@ std::vector<Map> page_symbols(const std::vector<const SourceFile*>& files) {
     more = false;
     for (std::size_t i = 0; i < by_file.size() && out.size() < kMostSymbols; ++i) {
       if (turn >= by_file[i].size()) continue;
-      const source::Symbol& symbol = *by_file[i][turn];
+      const source::Symbol& symbol = by_file[i][turn];
       out.push_back(
           {{"name", symbol.name}, {"kind", symbol.kind}, {"file", files[i]->path}, {"line", symbol.line}});
       more = true;

@@ -2,6 +2,7 @@
 
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "ossilar/workers/wiki/import_resolver.h"
 
@@ -28,20 +29,25 @@ std::string resolve_import(const source::SourceIndex& index, const source::Sourc
   return std::string(ImportResolver(index).resolve(file, import));
 }
 
+ModuleGraph::ModuleGraph(Dependencies edges) : on(std::move(edges)) {
+  for (const auto& [from, targets] : on)
+    for (const std::string& to : targets) by[to].insert(from);
+}
+
 ModuleGraph module_graph(const Plans& plans, const source::SourceIndex& index) {
   const ImportResolver resolver(index);
   const Owners owners = owners_of(plans);
-  ModuleGraph graph;
+  Dependencies edges;
   for (const auto& file : index.files()) {
     const auto owner = owners.find(file->path);
     if (owner == owners.end()) continue;
     for (const std::string& import : file->imports) {
       const auto target = owners.find(resolver.resolve(*file, import));
       if (target == owners.end() || target->second == owner->second) continue;
-      graph[std::string(owner->second)].emplace(target->second);
+      edges[std::string(owner->second)].emplace(target->second);
     }
   }
-  return graph;
+  return ModuleGraph(std::move(edges));
 }
 
 }  // namespace ossilar::workers::wiki

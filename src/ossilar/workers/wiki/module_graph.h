@@ -16,8 +16,17 @@ namespace ossilar::workers::wiki {
 std::string resolve_import(const source::SourceIndex& index, const source::SourceFile& file,
                            const std::string& import);
 
-// Page id to the page ids that it depends on, itself left out; a page without dependencies has no entry.
-using ModuleGraph = std::map<std::string, std::set<std::string>>;
+// Page id to page ids, itself left out; a page with none has no entry.
+using Dependencies = std::map<std::string, std::set<std::string>, std::less<>>;
+
+// The same edges from both ends, so that what a page is about does not take a walk over all.
+struct ModuleGraph {
+  ModuleGraph() = default;
+  explicit ModuleGraph(Dependencies edges);
+
+  Dependencies on;  // what a page depends on
+  Dependencies by;  // what depends on it
+};
 
 // The dependencies between the unit pages of `plans`. A file belongs to the first page in order that lists
 // it.

@@ -39,8 +39,8 @@ std::string texts(const std::vector<Diagram>& diagrams) {
 }
 
 TEST(PageDiagrams, WhatAPageShows) {
-  const ModuleGraph graph{
-      {"a/x", {"a/y/z", "b/x"}}, {"a/y", {"a/y/z"}}, {"a/y/z", {"c"}}, {"b/x", {"b", "a"}}, {"c", {"a/x"}}};
+  const ModuleGraph graph(
+      {{"a/x", {"a/y/z", "b/x"}}, {"a/y", {"a/y/z"}}, {"a/y/z", {"c"}}, {"b/x", {"b", "a"}}, {"c", {"a/x"}}});
   const std::string top =
       R"(  n0["a"]   n1["b"]   n2["c"]   n0 --> n1   n0 --> n2   n1 --> n0   n2 --> n0 |)";
   const struct {
@@ -60,7 +60,8 @@ TEST(PageDiagrams, WhatAPageShows) {
     EXPECT_EQ(texts(page_diagrams(*plans.find(row.page_id), plans, graph)), row.expected) << row.why;
   }
   for (const char* id : {"overview", "b"}) {
-    EXPECT_EQ(texts(page_diagrams(*plans.find(id), plans, {{"a", {"a/x"}}})), "") << "nothing to see";
+    EXPECT_EQ(texts(page_diagrams(*plans.find(id), plans, ModuleGraph(Dependencies{{"a", {"a/x"}}}))), "")
+        << "nothing to see";
   }
 }
 
@@ -71,7 +72,7 @@ TEST(PageDiagrams, ParentsInACycleEnd) {
   pages[0].children = pages[1].children = {"a", "b"};
   const Plans plans(pages);
   for (std::size_t i : {0U, 2U, 3U})
-    EXPECT_EQ(page_diagrams(plans[i], plans, {{"a", {"c"}}}).size(), 1U) << i;
+    EXPECT_EQ(page_diagrams(plans[i], plans, ModuleGraph(Dependencies{{"a", {"c"}}})).size(), 1U) << i;
 }
 
 TEST(PageDiagrams, Labels) {
@@ -96,7 +97,7 @@ TEST(PageDiagrams, Labels) {
     std::vector<PagePlan> pages{page("overview", "overview"), page("a"), page("b")};
     pages[1].title = row.title;
     const Plans plans(pages);
-    EXPECT_EQ(texts(page_diagrams(plans[0], plans, {{"a", {"b"}}})),
+    EXPECT_EQ(texts(page_diagrams(plans[0], plans, ModuleGraph(Dependencies{{"a", {"b"}}}))),
               "  n0[\"" + row.label + "\"]   n1[\"b\"]   n0 --> n1 |")
         << row.why;
   }
@@ -117,7 +118,7 @@ TEST(PageDiagrams, OfALargeGraphTheMostConnected) {
   };
   for (const auto& row : rows) {
     std::vector<PagePlan> pages{page("overview", "overview")};
-    ModuleGraph edges;
+    Dependencies edges;
     for (int i = 0; i < row.pages; ++i) {
       const std::string id = std::to_string(100 + i);
       pages.push_back(page(id));
@@ -125,7 +126,7 @@ TEST(PageDiagrams, OfALargeGraphTheMostConnected) {
         edges[id].insert(std::to_string(100 + to));
     }
     const Plans plans(pages);
-    const auto diagrams = page_diagrams(plans[0], plans, edges);
+    const auto diagrams = page_diagrams(plans[0], plans, ModuleGraph(edges));
     ASSERT_EQ(diagrams.size(), 1U);
     const auto& [caption, text] = diagrams.front();
     EXPECT_EQ(caption, row.caption);

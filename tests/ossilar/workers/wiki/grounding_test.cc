@@ -126,7 +126,7 @@ TEST(Grounding, BorrowsSourcesFromThePagesAroundIt) {
 TEST(Excerpt, ShowsTheHeadAndWhatSurroundsSymbols) {
   source::SourceFile file;
   file.path = "a.c";
-  file.symbols = {{"late", "function", "", 500}, {"x", "variable", "", 700}};
+  file.symbols = source::SymbolList({{"late", "function", "", 500}, {"x", "variable", "", 700}});
   const std::string licence = "/* Copyright 2020\n * more\n */\n\n";
   const std::string text = licence + lines(900);
   const std::string excerpt = file_excerpt(file, text, 2500);
@@ -135,7 +135,7 @@ TEST(Excerpt, ShowsTheHeadAndWhatSurroundsSymbols) {
   EXPECT_LE(excerpt.size(), 2500U);
   EXPECT_EQ(file_excerpt(file, text, 300), "") << "no room for anything worth showing";
   EXPECT_EQ(file_excerpt(file, "", 2500), "");
-  file.symbols = {{"beyond", "function", "", 9999}, {"zero", "function", "", 0}};
+  file.symbols = source::SymbolList({{"beyond", "function", "", 9999}, {"zero", "function", "", 0}});
   EXPECT_THAT(file_excerpt(file, lines(3), 2500), HasSubstr("1  line 1\n2  line 2\n3  line 3\n```\n"));
   EXPECT_THAT(file_excerpt(file, std::string(199, 'a') + "\u00e9\n", 2500), HasSubstr("a\u2026\n"))
       << "whole characters";

@@ -77,7 +77,9 @@ TEST(ModuleGraph, EdgesBetweenUnitPages) {
   const Plans plans{page("overview", {"a/a.py", "d/d.py"}, "overview"),
                     page("a", {"a/a.py", "a/other.py", "gone.py"}), page("b", {"b/b.py", "a/a.py"}),
                     page("c", {"c/c.py"})};
-  EXPECT_THAT(module_graph(plans, index), ElementsAre(Pair("a", ElementsAre("b", "c"))))
+  EXPECT_THAT(module_graph(plans, index).by,
+              ElementsAre(Pair("b", ElementsAre("a")), Pair("c", ElementsAre("a"))));
+  EXPECT_THAT(module_graph(plans, index).on, ElementsAre(Pair("a", ElementsAre("b", "c"))))
       << "d is on no unit page; a file of two pages belongs to the first";
 }
 
