@@ -20,3 +20,11 @@ endif()
 if(OSSILAR_BENCH)
   find_package(benchmark REQUIRED)
 endif()
+
+# What the program allocates with, for a library that is linked first: a server that has loaded a large index leaves the
+# C library's heap full of holes, and what it then makes lies far apart. Sanitizers bring their own.
+add_library(ossilar_allocator INTERFACE)
+if(NOT OSSILAR_SANITIZE)
+  find_package(mimalloc 2.0 REQUIRED)
+  target_link_libraries(ossilar_allocator INTERFACE mimalloc)
+endif()
