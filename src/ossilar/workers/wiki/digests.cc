@@ -63,7 +63,7 @@ std::map<std::string, std::vector<std::string>> synthesis_dependents(
     const Plans& plans, const std::vector<std::string>& changed) {
   std::map<std::string, std::vector<std::string>> dependents;
   if (changed.empty()) return dependents;
-  for (std::size_t i = 0; i < plans.size(); ++i) {
+  for (const std::size_t i : plans.syntheses()) {
     const PagePlan& plan = plans[i];
     for (const std::string& page_id : changed) {
       const bool topic_about_it = plan.type == "topic" && contains(plan.related_pages, page_id);

@@ -9,7 +9,10 @@ Plans::Plans(std::vector<PagePlan> pages) {
   auto derived = std::make_shared<Derived>();
   derived->pages = std::move(pages);
   for (std::size_t i = 0; i < derived->pages.size(); ++i) {
-    derived->first_by_id.try_emplace(derived->pages[i].page_id, i);
+    const PagePlan& plan = derived->pages[i];
+    derived->first_by_id.try_emplace(plan.page_id, i);
+    if (plan.type == "overview" || plan.type == "architecture" || plan.type == "topic")
+      derived->syntheses.push_back(i);
   }
   derived_ = std::move(derived);
 }

@@ -76,6 +76,9 @@ class Plans {
   // Whether both stand on the same derived records.
   bool same_records(const Plans& other) const { return derived_ == other.derived_; }
 
+  // The indices of the pages that are about pages elsewhere in the wiki: overview, architecture and topics.
+  const std::vector<std::size_t>& syntheses() const { return derived_->syntheses; }
+
   // The first plan with this page id, or null. Valid as long as any instance over the same records lives.
   const PagePlan* find(std::string_view page_id) const;
 
@@ -87,6 +90,7 @@ class Plans {
   struct Derived {
     std::vector<PagePlan> pages;
     std::unordered_map<std::string_view, std::size_t> first_by_id;
+    std::vector<std::size_t> syntheses;
   };
   std::shared_ptr<const Derived> derived_;
   std::map<std::size_t, std::shared_ptr<PagePlan>> owned_;
