@@ -56,7 +56,7 @@ int run_init(const Place& place, const std::vector<std::string>& client_names, O
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = wiki->adopt_pages();
   reembed_with_progress(*wiki);
-  const WikiStatus status = wiki->status();
+  const WikiStatus status = wiki->status(workers::wiki::Look::spared);
   clients.write();
 
   output.document(document_of(root, created, status, adoption, clients));

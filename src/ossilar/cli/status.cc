@@ -40,7 +40,7 @@ void print_stale(const WikiStatus& status, Output& output) {
 int run_status(const Place& place, Output& output) {
   const auto wiki = open_at(place, "status");
   bring_up_to_date(*wiki);
-  const WikiStatus status = wiki->status();
+  const WikiStatus status = wiki->status(workers::wiki::Look::spared);
   const StateCounts counts = workers::wiki::count_states(status.pages);
   output.document(document_of(status, counts));
   output.line("branch      " + output.styled(Style::bold, status.branch));

@@ -1,67 +1,112 @@
 #include "ossilar/source/record.h"
 
-#include "ossilar/utils/json.h"
+#include <charconv>
+#include <string_view>
+#include <utility>
 
 namespace ossilar::source {
 namespace {
 
 // Goes up when the form changes, and when languages, imports or symbols are found in another way: every file
 // is read again then.
-constexpr int kFormat = 2;
+constexpr int kFormat = 3;
 
-Stamp stamp_of(const Map& form) {
-  return {.size = form.at(0).get<std::uint64_t>(),
-          .modified = form.at(1).get<std::int64_t>(),
-          .changed = form.at(2).get<std::int64_t>(),
-          .inode = form.at(3).get<std::uint64_t>(),
-          .device = form.at(4).get<std::uint64_t>()};
+// Takes a record apart; what does not fit makes it damaged and gives nothing.
+class Parts {
+ public:
+  explicit Parts(std::string_view text) : left_(text) {}
+
+  std::string_view up_to(char end) {
+    const std::size_t at = left_.find(end);
+    if (at == left_.npos) {
+      damaged_ = true;
+      return {};
+    }
+    const std::string_view part = left_.substr(0, at);
+    left_.remove_prefix(at + 1);
+    return part;
+  }
+  template <class Number>
+  Number number() {
+    const std::string_view digits = up_to(' ');
+    Number value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    require(error == std::errc() && end == digits.data() + digits.size());
+    return value;
+  }
+  bool flag() { return number<int>() != 0; }
+  // All that is left, which is to have that size.
+  std::string rest(std::size_t size) {
+    require(left_.size() == size);
+    return std::string(left_);
+  }
+  void require(bool is_so) { damaged_ = damaged_ || !is_so; }
+  bool is_damaged() const { return damaged_; }
+
+ private:
+  std::string_view left_;
+  bool damaged_ = false;
+};
+
+Stamp read_stamp(Parts& parts) {
+  Stamp stamp;
+  stamp.size = parts.number<std::uint64_t>();
+  stamp.modified = parts.number<std::int64_t>();
+  stamp.changed = parts.number<std::int64_t>();
+  stamp.inode = parts.number<std::uint64_t>();
+  stamp.device = parts.number<std::uint64_t>();
+  return stamp;
 }
 
-SourceFile file_of(const std::string& path, const Map& form) {
+SourceFile read_file(const std::string& path, Parts& parts) {
   SourceFile file;
   file.path = path;
-  file.kind = static_cast<FileKind>(form.at("kind").get<unsigned>());
-  file.size = form.at("size").get<std::uint64_t>();
-  file.sha256 = form.at("sha256").get<std::string>();
-  file.lines = form.at("lines").get<std::int64_t>();
-  file.language = form.at("language").get<std::string>();
-  file.symbols = SymbolList::of_text(form.at("symbols").get<std::string>());
-  for (const Map& import : form.at("imports")) file.imports.push_back(import.get<std::string>());
+  const auto kind = parts.number<unsigned>();
+  parts.require(kind <= static_cast<unsigned>(FileKind::unreadable));
+  file.kind = static_cast<FileKind>(kind);
+  file.size = parts.number<std::uint64_t>();
+  file.lines = parts.number<std::int64_t>();
+  const auto imports = parts.number<std::size_t>();
+  const auto symbol_bytes = parts.number<std::size_t>();
+  file.sha256 = parts.up_to('\n');
+  file.language = parts.up_to('\n');
+  for (std::size_t i = 0; i < imports && !parts.is_damaged(); ++i)
+    file.imports.emplace_back(parts.up_to('\n'));
+  file.symbols = SymbolList::of_text(parts.rest(symbol_bytes));
   return file;
 }
 
 }  // namespace
 
+// Numbers, each with a blank behind it, and the hash; then a line for the language and one for each import;
+// the rest is the symbols.
 std::string record_text(const Entry& entry) {
   const Stamp& stamp = entry.stamp;
   const SourceFile& file = *entry.file;
-  const Map form = {
-      {"format", kFormat},
-      {"stamp", Map::array({stamp.size, stamp.modified, stamp.changed, stamp.inode, stamp.device})},
-      {"settled", entry.is_settled},
-      {"has_symbols", entry.has_symbols},
-      {"kind", static_cast<unsigned>(file.kind)},
-      {"size", file.size},
-      {"sha256", file.sha256},
-      {"lines", file.lines},
-      {"language", file.language},
-      {"symbols", file.symbols.text()},
-      {"imports", file.imports}};
-  return form.dump();
+  std::string text;
+  const auto add = [&](auto number) { text.append(std::to_string(number)) += ' '; };
+  add(kFormat);
+  add(stamp.size), add(stamp.modified), add(stamp.changed), add(stamp.inode), add(stamp.device);
+  add(int{entry.is_settled}), add(int{entry.has_symbols});
+  add(static_cast<unsigned>(file.kind)), add(file.size), add(file.lines);
+  add(file.imports.size()), add(file.symbols.text().size());
+  text.append(file.sha256) += '\n';
+  text.append(file.language) += '\n';
+  for (const std::string& import : file.imports) text.append(import) += '\n';
+  return text += file.symbols.text();
 }
 
 std::optional<Entry> read_record(const std::string& path, const std::string& text) {
-  try {
-    const Map form = Map::parse(text);
-    const unsigned last_kind = static_cast<unsigned>(FileKind::unreadable);
-    if (form.at("format") != kFormat || form.at("kind").get<unsigned>() > last_kind) return std::nullopt;
-    return Entry{.stamp = stamp_of(form.at("stamp")),
-                 .is_settled = form.at("settled").get<bool>(),
-                 .has_symbols = form.at("has_symbols").get<bool>(),
-                 .file = std::make_shared<const SourceFile>(file_of(path, form))};
-  } catch (const Map::exception&) {
-    return std::nullopt;
-  }
+  Parts parts(text);
+  if (parts.number<int>() != kFormat) return std::nullopt;
+  Entry entry;
+  entry.stamp = read_stamp(parts);
+  entry.is_settled = parts.flag();
+  entry.has_symbols = parts.flag();
+  SourceFile file = read_file(path, parts);
+  if (parts.is_damaged()) return std::nullopt;
+  entry.file = std::make_shared<const SourceFile>(std::move(file));
+  return entry;
 }
 
 }  // namespace ossilar::source

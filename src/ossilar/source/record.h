@@ -20,7 +20,7 @@ struct Entry {
   bool operator==(const Entry&) const = default;  // of the same object
 };
 
-// One line of JSON. The path is not in it.
+// UTF-8 where the file's texts are. The path is not in it.
 std::string record_text(const Entry& entry);
 
 // None for a text of another format or one that is damaged: the file is read again then.

@@ -73,6 +73,11 @@ std::vector<Symbol> SymbolList::all() const {
   return symbols;
 }
 
+bool SymbolList::names(std::string_view name) const {
+  const std::string field = std::string(name) + kFieldEnd;
+  return text_.starts_with(field) || text_.find(kSymbolEnd + field) != text_.npos;
+}
+
 SourceIndex::SourceIndex(std::vector<std::shared_ptr<const SourceFile>> files) : files_(std::move(files)) {
   std::sort(files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a->path < b->path; });
   by_name_.reserve(files_.size());

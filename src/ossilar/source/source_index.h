@@ -39,6 +39,8 @@ class SymbolList {
   static SymbolList of_text(std::string text);
 
   std::vector<Symbol> all() const;
+  // Whether there is one of that name.
+  bool names(std::string_view name) const;
   bool empty() const { return text_.empty(); }
   // UTF-8 if the symbols are.
   const std::string& text() const { return text_; }

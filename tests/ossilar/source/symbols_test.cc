@@ -81,8 +81,12 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
   for (const Map& row : rows) EXPECT_EQ(symbols(row.at(0)), row.at(2)) << row;
   EXPECT_EQ(symbols("e.c"), "3 function |ok") << "bytes that are not UTF-8";
   for (const auto& file : index->files()) {
-    const auto kept = read_record(file->path, record_text({.stamp = {}, .file = file}));
+    const std::string record = record_text({.stamp = {}, .file = file});
+    const auto kept = read_record(file->path, record);
     EXPECT_EQ(kept->file->symbols, file->symbols) << "from its record";
+    EXPECT_EQ(record_text(*kept), record);
+    for (std::size_t size = 0; size < record.size(); ++size)
+      EXPECT_FALSE(read_record(file->path, record.substr(0, size))) << "cut off after " << size;
   }
 }
 

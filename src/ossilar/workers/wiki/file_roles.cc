@@ -201,6 +201,7 @@ int entry_rank(const SourceFile& file, std::string_view repository_name) {
   if (stem == lower_case(repository_name)) return 1;
   if (is_one_of(stem, kPackage)) return 2;
   if (stem == lower_case(file_name(folder_of(file.path)))) return 3;
+  if (!file.symbols.names("main")) return kNoEntryPoint;
   const std::vector<source::Symbol> symbols = file.symbols.all();
   return std::any_of(symbols.begin(), symbols.end(), is_main) ? 4 : kNoEntryPoint;
 }

@@ -134,9 +134,7 @@ std::shared_ptr<const PlannedWiki> WikiGenerator::prepare(const source::Progress
   }
   if (!wiki || wiki->index != index) {
     Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
-    ModuleGraph graph = module_graph(plans, *index);
-    wiki = std::make_shared<const PlannedWiki>(
-        PlannedWiki{.index = std::move(index), .plans = std::move(plans), .graph = std::move(graph)});
+    wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
     const std::lock_guard lock(state_mutex_);
     planned_ = wiki;
   }
@@ -206,7 +204,7 @@ GatheredContext WikiGenerator::_gather_context(const PagePlan& plan) {
 
 std::vector<Diagram> WikiGenerator::_build_diagrams(const PagePlan& plan) {
   const auto wiki = planned();
-  return page_diagrams(plan, wiki->plans, wiki->graph);
+  return page_diagrams(plan, wiki->plans, wiki->graph());
 }
 
 Brackets WikiGenerator::brackets_of(const std::string& authored, const PlannedWiki& wiki,

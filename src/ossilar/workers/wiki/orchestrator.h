@@ -55,11 +55,28 @@ struct WikiPaths {
 };
 
 // The plan of the wiki with the index that it was derived from. Immutable.
+//
+// Thread-safety: every member may be called from any thread.
 struct PlannedWiki {
-  std::shared_ptr<const source::SourceIndex> index;
-  Plans plans;
-  ModuleGraph graph;
+  PlannedWiki(std::shared_ptr<const source::SourceIndex> of, Plans derived)
+      : index(std::move(of)), plans(std::move(derived)) {}
+
+  // Made when it is asked for first: what does not draw does not need it.
+  const ModuleGraph& graph() const {
+    std::call_once(graph_made_, [this] { graph_ = module_graph(plans, *index); });
+    return graph_;
+  }
+
+  const std::shared_ptr<const source::SourceIndex> index;
+  const Plans plans;
+
+ private:
+  mutable std::once_flag graph_made_;
+  mutable ModuleGraph graph_;
 };
+
+// Whether the sources are looked at again: a command has done so a moment ago.
+enum class Look { now, spared };
 
 struct PageContext {
   PagePlan plan;
@@ -136,8 +153,8 @@ class WikiGenerator final : public AgentSaveMixin {
   // Brings the source index and the plan up to date.
   std::shared_ptr<const PlannedWiki> prepare(const source::Progress& progress = {});
 
-  std::vector<PageState> page_states();
-  WikiStatus status();
+  std::vector<PageState> page_states(Look look = Look::now);
+  WikiStatus status(Look look = Look::now);
   // The grounding of a planned page, or the answer that says that there is none.
   std::variant<PageContext, Answer> page_context(const std::string& page_id);
   // A stored page, or the answer that says why there is none.

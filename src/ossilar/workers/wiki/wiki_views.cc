@@ -30,15 +30,15 @@ Answer WikiGenerator::preview_agent_page(const SaveRequest& request) {
   return answer;
 }
 
-std::vector<PageState> WikiGenerator::page_states() {
-  const auto wiki = prepare();
+std::vector<PageState> WikiGenerator::page_states(Look look) {
+  const auto wiki = look == Look::now ? prepare() : planned();
   return wiki::page_states(wiki->plans, store_->get_wiki_pages(branch()), store_->stale_marks(branch()),
                            *wiki->index, config_.steering);
 }
 
-WikiStatus WikiGenerator::status() {
+WikiStatus WikiGenerator::status(Look look) {
   WikiStatus status;
-  status.pages = page_states();
+  status.pages = page_states(look);
   status.branch = branch();
   status.commit = _git_commit();
   status.indexed_files = planned()->index->files().size();
