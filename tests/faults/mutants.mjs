@@ -47,6 +47,27 @@ const MUTANTS = [
     '    static_cast<void>(so_far);\n',
     'faults.durability',
   ],
+  [
+    'a file written ahead is for the place as it is',
+    FILES,
+    'const bool fits = file_->fits();',
+    'const bool fits = true;',
+    'utils.WrittenAhead',
+  ],
+  [
+    'a file written ahead holds the text to be written',
+    FILES,
+    ' || text_ != text) return false;',
+    ') return false;',
+    'utils.WrittenAhead',
+  ],
+  [
+    'time for a writer to lock its file',
+    'workers/wiki/inspection.cc',
+    'if (!may_go || waited >= kTimeToLock) break;',
+    'if (may_go || waited >= kTimeToLock) break;',
+    'host.WikiCheck',
+  ],
   ['failure of a sync', FILES, 'if (fsync(fd) != 0) throw', 'if (fsync(fd) > 0) throw', 'faults.durability'],
   [
     'sync of each commit',

@@ -160,14 +160,9 @@ WrittenAhead*& ahead_of_thread() {
   return ahead;
 }
 
-std::optional<StagedFile> staged_or_none(const std::filesystem::path& path, const std::string& text) {
-  std::error_code error;
-  if (!std::filesystem::is_directory(path.parent_path(), error)) return std::nullopt;
-  try {
-    return std::optional<StagedFile>(std::in_place, path, text);
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
+void put_in_place(StagedFile& file) {
+  file.place();
+  file.sync_directory();
 }
 
 ReplacedFilesKept*& kept_of_thread() {
@@ -323,39 +318,41 @@ void StagedFile::place() {
 
 void StagedFile::sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
 
-WrittenAhead::WrittenAhead(How how) : how_(how) { ahead_of_thread() = this; }
+WrittenAhead::WrittenAhead() { ahead_of_thread() = this; }
 
 WrittenAhead::~WrittenAhead() { ahead_of_thread() = nullptr; }
 
 WrittenAhead* WrittenAhead::current() { return ahead_of_thread(); }
 
 void WrittenAhead::announce(const std::filesystem::path& path, const std::string& text) {
-  file_ = {};
+  file_.reset();
   path_ = path;
   text_ = text;
 }
 
-void WrittenAhead::begin() {
-  if (path_.empty() || file_.valid()) return;
-  file_ = std::async(how_ == How::beside ? std::launch::async : std::launch::deferred,
-                     [this] { return staged_or_none(path_, text_); });
-  if (how_ == How::at_once) file_.wait();
+void WrittenAhead::write() {
+  const std::filesystem::path path = std::exchange(path_, {});
+  std::error_code error;
+  if (path.empty() || !std::filesystem::is_directory(path.parent_path(), error)) return;
+  try {
+    file_.emplace(path, text_);
+  } catch (const IoError&) {
+    return;
+  }
 }
 
 bool WrittenAhead::place(const std::filesystem::path& path, std::string_view text) {
-  if (!file_.valid() || path_ != path || text_ != text) return false;
-  auto file = file_.get();
-  if (!file || !file->fits()) return false;
-  file->place();
-  file->sync_directory();
-  return true;
+  if (!file_ || file_->target() != path || text_ != text) return false;
+  const bool fits = file_->fits();
+  if (fits) put_in_place(*file_);
+  file_.reset();
+  return fits;
 }
 
 void atomic_write(const std::filesystem::path& path, std::string_view text) {
   if (auto* ahead = WrittenAhead::current(); ahead != nullptr && ahead->place(path, text)) return;
   StagedFile file(path, text);
-  file.place();
-  file.sync_directory();
+  put_in_place(file);
 }
 
 ReplacedFilesKept::ReplacedFilesKept() { kept_of_thread() = this; }

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -104,9 +103,7 @@ class StagedFile {
 // made it, atomic_write() of the same text to the same file has only to put it in place. Scopes do not nest.
 class WrittenAhead {
  public:
-  enum class How { at_once, beside };  // `beside`: on a thread of its own, while the caller goes on
-
-  explicit WrittenAhead(How how);
+  WrittenAhead();
   ~WrittenAhead();
   WrittenAhead(const WrittenAhead&) = delete;
   WrittenAhead& operator=(const WrittenAhead&) = delete;
@@ -118,15 +115,14 @@ class WrittenAhead {
   void announce(const std::filesystem::path& path, const std::string& text);
   // Writes what was announced, once, where its directory is there. What fails is left to atomic_write(),
   // which will say so.
-  void begin();
-  // False, with nothing changed, when it was not written, or is not in that place any more.
+  void write();
+  // False, with nothing changed, when it was not written, or is not for that place as it is now.
   bool place(const std::filesystem::path& path, std::string_view text);
 
  private:
-  const How how_;
-  std::filesystem::path path_;
+  std::filesystem::path path_;  // of what is announced and not written yet; else empty
   std::string text_;
-  std::future<std::optional<StagedFile>> file_;
+  std::optional<StagedFile> file_;
 };
 
 // Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <thread>
 
 #include "ossilar/utils/error.h"
 #include "support/temp_dir.h"
@@ -129,27 +128,25 @@ TEST(WrittenAhead, IsPutInPlaceOnlyWhereItWasMadeFor) {
        [](const TempDir& dir) { fs::permissions(dir / "pages/a.md", fs::perms::owner_read); }, "new"},
   };
   for (const auto& each : cases) {
-    for (const auto how : {WrittenAhead::How::at_once, WrittenAhead::How::beside}) {
-      SCOPED_TRACE(each.why);
-      const TempDir dir;
-      dir.write("pages/a.md", "old");
-      const fs::path path = dir / "pages/a.md";
-      {
-        WrittenAhead ahead(how);
-        ahead.announce(path, "given up");
-        ahead.begin();
-        ahead.announce(path, "new");
-        ahead.begin();
-        while (everything_in(dir).size() < 3) std::this_thread::yield();
-        each.meanwhile(dir);
-        const auto mode = fs::status(path).permissions();
-        atomic_write(path, each.written);
-        EXPECT_EQ(ahead.place(path, each.written), false) << "it is placed once";
-        EXPECT_EQ(dir.read("pages/a.md"), each.written);
-        EXPECT_EQ(fs::status(path).permissions(), mode);
-      }
-      EXPECT_EQ(everything_in(dir).size(), fs::exists(dir / "former") ? 4U : 2U) << "nothing is left";
+    SCOPED_TRACE(each.why);
+    const TempDir dir;
+    dir.write("pages/a.md", "old");
+    const fs::path path = dir / "pages/a.md";
+    {
+      WrittenAhead ahead;
+      ahead.announce(path, "given up");
+      ahead.write();
+      ahead.announce(path, "new");
+      ahead.write();
+      ASSERT_EQ(everything_in(dir).size(), 3U) << "one file beside it";
+      each.meanwhile(dir);
+      const auto mode = fs::status(path).permissions();
+      atomic_write(path, each.written);
+      EXPECT_FALSE(ahead.place(path, each.written)) << "it is placed once";
+      EXPECT_EQ(dir.read("pages/a.md"), each.written);
+      EXPECT_EQ(fs::status(path).permissions(), mode);
     }
+    EXPECT_EQ(everything_in(dir).size(), fs::exists(dir / "former") ? 4U : 2U) << "nothing is left";
   }
 }
 
@@ -157,10 +154,10 @@ TEST(WrittenAhead, LeavesItToTheWriteToFail) {
   const TempDir dir;
   dir.write("pages/a.md", "old");
   fs::create_symlink("a.md", dir / "pages/link.md");
-  WrittenAhead ahead(WrittenAhead::How::at_once);
+  WrittenAhead ahead;
   for (const char* name : {"pages/link.md", "none/a.md"}) {
     ahead.announce(dir / name, "new");
-    ahead.begin();
+    ahead.write();
     EXPECT_FALSE(ahead.place(dir / name, "new")) << name;
   }
   EXPECT_EQ(everything_in(dir), (std::vector<std::string>{"pages", "pages/a.md", "pages/link.md"}));

@@ -42,8 +42,7 @@ Answer WikiGenerator::save_agent_page(const std::string& page_id, const std::opt
   const Counted at_work(saves_at_work_);
   const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));
   const SplicedInto splice;
-  const utils::WrittenAhead page_file(following_ ? utils::WrittenAhead::How::beside
-                                                 : utils::WrittenAhead::How::at_once);
+  const utils::WrittenAhead page_file;
   Answer answer = AgentSaveMixin::save_agent_page(page_id, content, section, title);
   // Of saves side by side the last waits for the lists of all.
   if (following_ && saves_at_work_ == 1 && !answer.contains("error") && !lists_are_long()) {

@@ -283,8 +283,6 @@ ChunkScope WikiGenerator::_chunk_scope(const std::string& page_id) {
 std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
                                                  const std::vector<Map>& citations,
                                                  const StringSet& elsewhere) {
-  // The page has its citations. The disk takes its text meanwhile, and not while the lock is held.
-  if (auto* ahead = utils::WrittenAhead::current()) ahead->begin();
   const std::vector<search::Passage> passages = search::passages(searchable);
   utils::begin_step("embedding " + std::to_string(passages.size()) + " passage(s)");
   std::vector<std::string> hashes;
@@ -489,7 +487,10 @@ Map WikiGenerator::_prior_lint_summary() {
 
 std::string WikiGenerator::_git_commit() { return checkout_.in_git ? checkout_now_.read().commit : ""; }
 
+// What is drafted goes to the disk first, so that nobody waits for that with the lock held.
 void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
+  utils::begin_stage("writing the page file ahead");
+  if (auto* ahead = utils::WrittenAhead::current()) ahead->write();
   utils::begin_step("waiting for the write lock");
   try {
     lock_.acquire(options.wait);
