@@ -35,14 +35,16 @@ constexpr const char* kDoneWith = "DELETE FROM due_words WHERE page_key = ?1";
   " OR EXISTS (SELECT 1 FROM json_each(chunk.citations) AS cited WHERE cited.value ->> 'path' = ?3" \
   " OR substr(cited.value ->> 'path', 1, length(?3) + 1) = ?3 || '/'))"
 
-// A title says what all of a page is about and a heading what its section is; a word there counts more.
+// A title says what all of a page is about and a heading what its section is; a word there counts more. The
+// words of a page whose indexing is due are those of former chunks.
 constexpr const char* kMatches =
     "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.passage_key"
     " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
     " JOIN chunks AS chunk ON chunk.page_key = page.page_key"
     " AND chunk.position = words.rowid & ((1 << " OSSILAR_POSITION_BITS
     ") - 1)"
-    " WHERE words MATCH ?4 AND" OSSILAR_FILTERED " ORDER BY score DESC, words.rowid";
+    " WHERE words MATCH ?4 AND page.page_key NOT IN (SELECT page_key FROM due_words) AND" OSSILAR_FILTERED
+    " ORDER BY score DESC, words.rowid";
 constexpr const char* kVectors =
     "SELECT page.page_key, chunk.position, vectors.vector, chunk.passage_key FROM pages AS page"
     " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.passage_key = chunk.passage_key"

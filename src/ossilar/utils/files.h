@@ -149,13 +149,14 @@ class ReplacedFilesKept {
   std::vector<UniqueFd> files_;
 };
 
-// The names of the temporary files that staged files left in `directory` (absolute, not what is
-// below it) because they were cut short; those of calls still at work are not among them. None where the
-// directory is not there.
 struct Leftover {
   std::string name;
   bool may_be_new;  // empty: one that is just being made looks the same for a moment
 };
+
+// The temporary files that staged files left in `directory` (absolute, not what is
+// below it) because they were cut short; those of calls still at work are not among them. None where the
+// directory is not there.
 std::vector<Leftover> leftovers(const std::filesystem::path& directory);
 
 // Removes them, also when one has just begun to write: that one takes another name.

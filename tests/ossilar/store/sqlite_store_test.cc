@@ -222,6 +222,28 @@ TEST_F(PassagesTest, SharedAreThoseThatAnotherPageHolds) {
   EXPECT_THAT(shared.embedded, ElementsAre("x"));
 }
 
+TEST_F(StoreTest, PagesWhoseWordsCannotBeIndexedAreNotFoundByFormerOnes) {
+  const auto found = [this](const std::string& words) {
+    std::vector<std::string> pages;
+    for (const FoundPassage& passage : store.match_words("main", words, {}, 9))
+      pages.push_back(passage.page_id);
+    return pages;
+  };
+  const auto a = store.upsert_wiki_page("main", "a", "A", {});
+  store.store_chunks(a, {chunk(0, "gardens")}, {});
+  store.store_chunks(store.upsert_wiki_page("main", "b", "B", {}), {chunk(0, "harbours")}, {});
+  EXPECT_THAT(found("gardens"), ElementsAre("a"));
+  Connection other(file, SQLite::OPEN_READWRITE);
+  other.database().exec(
+      "CREATE TRIGGER fails BEFORE DELETE ON due_words BEGIN SELECT RAISE(ABORT, 'no'); END");
+  store.store_chunks(a, {chunk(0, "sails")}, {});
+  EXPECT_THAT(found("gardens"), IsEmpty());
+  EXPECT_THAT(found("sails"), IsEmpty());
+  EXPECT_THAT(found("harbours"), ElementsAre("b"));
+  other.database().exec("DROP TRIGGER fails");
+  EXPECT_THAT(found("sails"), ElementsAre("a"));
+}
+
 TEST_F(PassagesTest, RefusedChunksChangeNothing) {
   const auto key = put("a", {"x"});
   const auto expect_refused = [&](std::int64_t page, const char* change, const char* message) {

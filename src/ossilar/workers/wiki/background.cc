@@ -56,9 +56,10 @@ void Background::run() {
     if (outcome != Outcome::again) afterwards_();
     const Clock::time_point ended = Clock::now();
     lock.lock();
-    if (outcome == Outcome::rest)
+    if (outcome == Outcome::rest) {
       changed_.wait_until(lock, ended + kRest * (ended - begun),
                           [this] { return stopping_ || waiting_ > 0; });
+    }
   }
 }
 

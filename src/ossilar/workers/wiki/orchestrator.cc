@@ -115,9 +115,10 @@ WikiGenerator::WikiGenerator(Services services)
       lists_(paths_.wiki, paths_.pages, services.lists_follow_above.has_value()),
       lists_follow_above_(services.lists_follow_above.value_or(0)) {
   existing_ = store_->get_wiki_pages(branch());
-  if (services.lists_follow_above)
+  if (services.lists_follow_above) {
     following_ =
         std::make_unique<Background>([this] { return follow_with_lists(); }, [this] { tidy_store(); });
+  }
 }
 
 WikiGenerator::~WikiGenerator() { following_.reset(); }
