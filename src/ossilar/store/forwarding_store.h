@@ -36,6 +36,9 @@ class ForwardingStore : public WikiStore {
   std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
     return target_.page_key(branch, page_id);
   }
+  std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) override {
+    return target_.build_cache(branch, page_id);
+  }
   void remove_page(const std::string& branch, const std::string& page_id) override {
     target_.remove_page(branch, page_id);
   }

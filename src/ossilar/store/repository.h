@@ -31,7 +31,9 @@ class StorageError : public utils::Error {
 };
 
 // Stored rows by page id. A row has, in this order, the keys `page_id`, `title` and those of PageFields,
-// under the fields' names; `build_cache` is text, lists and maps are JSON lists and objects.
+// under the fields' names; `build_cache` is text, lists and maps are JSON lists and objects. To keep many
+// rows at hand, `symbols` is left out, and of a `build_cache` that is a JSON object `prose`, `sections` and
+// `diagrams`.
 using StoredRows = utils::SnapshotMap<Map>;
 
 // Digests by page id.
@@ -175,6 +177,8 @@ class WikiStore : public Repository {
   // The key of the page's row, or none.
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
   // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
+  // The page's build cache whole, or none without a row.
+  virtual std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) = 0;
   // stays.
   virtual void remove_page(const std::string& branch, const std::string& page_id) = 0;
 

@@ -51,6 +51,7 @@ constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?
 constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 AND page_id = ?2";
 // https://www.sqlite.org/pragma.html#pragma_integrity_check, and https://www.sqlite.org/fts5.html, 6.4: a
 // statement of the form of a write that reads only.
+constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kStructure = "PRAGMA integrity_check(1)";
 constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
 constexpr const char* kReferences = "PRAGMA foreign_key_check";
@@ -315,6 +316,13 @@ class SqliteStore final : public WikiStore {
 
   void remove_page(const std::string& branch, const std::string& page_id) override {
     write("remove the page " + page_id, [&](Connection& connection) {
+  std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) override {
+    return read("read the page " + page_id, [&](Connection& connection) {
+      Query row(connection, kBuildCache, branch, page_id);
+      return row.next() ? std::optional(row.text(0)) : std::nullopt;
+    });
+  }
+
       const auto key = key_of(connection, branch, page_id);
       if (!key) return;
       replace_chunks(connection, *key, {}, {});

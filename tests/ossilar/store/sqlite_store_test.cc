@@ -43,6 +43,17 @@ TEST_F(StoreTest, RowComesBackInOrderWithEveryFieldButSymbols) {
             utils::json_text((row.erase("symbols"), row)));
 }
 
+TEST_F(StoreTest, RowsAreWithoutTheTextThatTheBuildCacheKeeps) {
+  const char* const kWhole = R"({"prose": "p", "diagrams": ["d"], "outline": ["o"], "sections": [], "é": 1})";
+  for (const auto& [given, in_row] : std::vector<std::pair<std::string, std::string>>{
+           {kWhole, R"({"outline":["o"],"é":1})"}, {"", ""}, {"{\"prose\": ", "{\"prose\": "}}) {
+    store.upsert_wiki_page("main", "a", "A", {.build_cache = given});
+    EXPECT_EQ(utils::string_member(*store.get_wiki_pages("main").find("a"), "build_cache"), in_row);
+    EXPECT_EQ(store.build_cache("main", "a"), given);
+  }
+  EXPECT_EQ(store.build_cache("release", "a"), std::nullopt);
+}
+
 TEST_F(StoreTest, ReadsOnlyWhatAnotherStoreChanged) {
   const auto other = open_sqlite_store(file);
   const auto key = store.upsert_wiki_page("main", "a", "A", {});

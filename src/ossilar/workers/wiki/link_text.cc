@@ -19,9 +19,12 @@ bool holds(std::string_view text, std::string_view wanted) {
 Map build_cache_of(const Map* row) {
   if (row == nullptr) return Map::object();
   const Map& text = utils::member(*row, "build_cache");
-  if (!text.is_string()) return Map::object();
+  return text.is_string() ? parsed_build_cache(text.get_ref<const std::string&>()) : Map::object();
+}
+
+Map parsed_build_cache(const std::string& text) {
   try {
-    Map cache = utils::parse_json(text.get_ref<const std::string&>(), "build cache");
+    Map cache = utils::parse_json(text, "build cache");
     return cache.is_object() ? cache : Map::object();
   } catch (const utils::Error&) {
     return Map::object();  // a page whose cache is damaged has lost its titles' history, not its text

@@ -24,8 +24,11 @@ std::vector<std::string> renamed(const std::vector<std::string>& former,
 // The build cache of a stored row as an object; empty when the row is absent or its cache is damaged.
 Map build_cache_of(const Map* row);
 
-// What that object has under `key`, null when nothing. Looks for the key before it parses the cache, which is
-// as long as the page; few pages have the keys of this room.
+// The same of its text.
+Map parsed_build_cache(const std::string& text);
+
+// What that object has under `key`, null when nothing. Looks for the key before it parses the cache; few
+// pages have the keys of this room.
 Map build_cache_member(const Map* row, const char* key);
 
 }  // namespace ossilar::workers::wiki

@@ -69,8 +69,8 @@ std::string Repair::text_of(const std::string& page_id) const {
 // What the row alone knows of the page goes to where replaced texts are, before the row goes or is about
 // another text.
 void Repair::keep_former(const std::string& page_id, const Map& row) const {
-  const Map cache = build_cache_of(&row);
-  const std::string prose = utils::string_member(cache, "prose");
+  const auto cache = wiki_.store_->build_cache(wiki_.branch(), page_id);
+  const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
   if (!prose.empty())
     wiki_.replaced_.keep(page_id, "# " + utils::string_member(row, "title") + "\n\n" + prose);
 }
