@@ -18,6 +18,8 @@ namespace {
 constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 // Needs no permission to read the directory, and gives none.
 constexpr int kStepFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Folders nested deeper share the last descriptor.
+constexpr std::size_t kMostSteps = 16;
 
 template <class Call>
 int retry_interrupted(Call call) {
@@ -100,24 +102,27 @@ Tree::Tree(std::filesystem::path root) : root_(std::move(root)), root_fd_(utils:
 // A descriptor of `folder`, which stays Tree's, or -1 with errno set.
 int Tree::enter(std::string_view folder) {
   if (folder.empty()) return root_fd_.get();
-  const bool is_below = folder.substr(0, folder_.size()) == folder_ &&
-                        (folder.size() == folder_.size() || folder[folder_.size()] == '/');
-  if (!is_below || !folder_fd_) {
-    folder_.clear();
-    folder_fd_ = utils::UniqueFd();
-  }
-  while (folder_.size() < folder.size()) {
-    const std::size_t begin = folder_.empty() ? 0 : folder_.size() + 1;
+  const auto leads_to_folder = [&](const Step& step) {
+    return folder.substr(0, step.end) == std::string_view(folder_).substr(0, step.end) &&
+           (folder.size() == step.end || (folder.size() > step.end && folder[step.end] == '/'));
+  };
+  while (!steps_.empty() && !leads_to_folder(steps_.back())) steps_.pop_back();
+  folder_ = folder;
+  for (std::size_t at = reached(); at < folder.size(); at = reached()) {
+    const std::size_t begin = at == 0 ? 0 : at + 1;
     const std::size_t end = std::min(folder.find('/', begin), folder.size());
     const std::string part(folder.substr(begin, end - begin));
-    const int parent = folder_.empty() ? root_fd_.get() : folder_fd_.get();
+    const int parent = steps_.empty() ? root_fd_.get() : steps_.back().fd.get();
     utils::UniqueFd next(retry_interrupted([&] { return openat(parent, part.c_str(), kStepFlags); }));
     if (!next) return -1;
-    folder_fd_ = std::move(next);
-    folder_ = folder.substr(0, end);
+    if (steps_.size() == kMostSteps) steps_.pop_back();
+    steps_.push_back({end, std::move(next)});
   }
-  return folder_fd_.get();
+  return steps_.back().fd.get();
 }
+
+// How much of folder_ the last step leads to.
+std::size_t Tree::reached() const { return steps_.empty() ? 0 : steps_.back().end; }
 
 int Tree::enter_parent(const std::string& path, std::string& name) {
   errno = ENOENT;

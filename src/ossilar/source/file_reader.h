@@ -47,7 +47,7 @@ struct DirectoryEntry {
 // way neither, and nothing is opened that is no regular file: the tree is walked by descriptors, not by
 // names.
 //
-// Thread-safety: one thread at a time; it remembers the directory it was last in.
+// Thread-safety: one thread at a time; it remembers the directory it was last in, and those above it.
 class Tree {
  public:
   // Throws IoError when `root` (absolute, without symbolic links) cannot be opened.
@@ -66,11 +66,16 @@ class Tree {
  private:
   int enter(std::string_view folder);
   int enter_parent(const std::string& path, std::string& name);
+  std::size_t reached() const;
 
   std::filesystem::path root_;
   utils::UniqueFd root_fd_;
-  std::string folder_;  // where folder_fd_ is; "" and no descriptor for the root
-  utils::UniqueFd folder_fd_;
+  struct Step {
+    std::size_t end;  // of the folder's path in folder_
+    utils::UniqueFd fd;
+  };
+  std::string folder_;       // "" for the root
+  std::vector<Step> steps_;  // those of folder_, some of the deeper ones left out
 };
 
 }  // namespace ossilar::source

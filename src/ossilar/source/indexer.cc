@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <future>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -30,7 +32,7 @@ const utils::Logger logger("ossilar.source.indexer");
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
 constexpr std::size_t kProgressStep = 100;
 
-using Entries = std::map<std::string, Entry>;
+using Entries = std::vector<Entry>;  // in the order of their paths
 using Changes = std::map<std::string, std::optional<std::string>>;
 
 std::int64_t system_clock() {
@@ -81,7 +83,7 @@ std::shared_ptr<const SourceFile> read_file(const std::string& path, const Readi
   file.language = language_of(path, is_text ? std::string_view(reading.content) : std::string_view());
   if (is_text) {
     file.lines = static_cast<std::int64_t>(utils::count_lines(reading.content));
-    file.imports = imports_of(file.language, reading.content);
+    file.imports = ImportList(imports_of(file.language, reading.content));
   }
   return std::make_shared<const SourceFile>(std::move(file));
 }
@@ -122,9 +124,36 @@ class ToolOfRefresh {
   std::string problem_;
 };
 
-const Entry* find_entry(const Entries& entries, const std::string& path) {
-  const auto found = entries.find(path);
-  return found == entries.end() ? nullptr : &found->second;
+const std::string& path_of(const Entry& entry) { return entry.file->path; }
+
+bool is_before(const Entry& a, const Entry& b) { return path_of(a) < path_of(b); }
+
+// Stands for a record that is damaged, so that it is replaced or removed.
+Entry unknown_entry(std::string_view path) {
+  SourceFile file;
+  file.path = path;
+  return {.stamp = {}, .file = std::make_shared<const SourceFile>(std::move(file))};
+}
+
+using Looks = std::vector<std::optional<Look>>;
+
+// What the tree holds of each of `files`. Where they are many, two threads look at a half each.
+Looks look_at(const std::filesystem::path& root, const std::vector<Listed>& files) {
+  constexpr std::size_t kMany = 2000;
+  Looks looks(files.size());
+  const auto look = [&](std::size_t begin, std::size_t end) {
+    Tree tree(root);
+    for (std::size_t i = begin; i < end; ++i) looks[i] = tree.look(files[i].path);
+  };
+  if (files.size() < kMany) {
+    look(0, files.size());
+    return looks;
+  }
+  const std::size_t middle = files.size() / 2;
+  auto rest = std::async([&] { look(middle, files.size()); });
+  look(0, middle);
+  rest.get();
+  return looks;
 }
 
 // What one refresh makes out of the entries of the one before.
@@ -133,11 +162,14 @@ class Refresh {
   Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
       : tree_(tree), known_(known), next_(known.begin()), now_(now), tool_(symbols) {}
 
-  // `files` are in order.
-  Entries run(const std::vector<Listed>& files, const Progress& progress) {
-    for (const Listed& file : files) survey(file);
+  // `files` are in order, and `looks` are what was seen of them.
+  Entries run(const std::vector<Listed>& files, const Looks& looks, const Progress& progress) {
+    entries_.reserve(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) survey(files[i], looks[i]);
     read_all(progress);
     if (!tool_.problem().empty()) utils::degraded("symbols", tool_.problem());
+    const auto is_gone = [](const Entry& entry) { return entry.file == nullptr; };
+    entries_.erase(std::remove_if(entries_.begin(), entries_.end(), is_gone), entries_.end());
     return std::move(entries_);
   }
 
@@ -149,29 +181,36 @@ class Refresh {
   const std::vector<utils::IoError>& failures() const { return failures_; }
 
  private:
-  void survey(const Listed& listed) {
-    const auto look = tree_.look(listed.path);
+  // What is to be read gets its place among the entries.
+  struct ToRead {
+    std::string path;
+    const Entry* known;
+    std::size_t place;
+  };
+
+  void survey(const Listed& listed, const std::optional<Look>& look) {
     if (!look || (look->is_directory && !listed.is_submodule)) return;
     note_failure(listed.path, look->error);
     const Entry* known = next_known(listed.path);
     if (look->is_directory || look->kind != FileKind::text) {
       const FileKind kind = look->is_directory ? FileKind::submodule : look->kind;
-      keep(listed.path, unread_entry(listed.path, kind, look->stamp, known));
+      entries_.push_back(unread_entry(listed.path, kind, look->stamp, known));
     } else if (known != nullptr && is_up_to_date(*known, *look)) {
-      keep(listed.path, *known);
+      entries_.push_back(*known);
     } else {
-      to_read_.push_back(listed.path);
+      to_read_.push_back({listed.path, known, entries_.size()});
+      entries_.emplace_back();
     }
   }
 
-  // As find_entry(), for paths in order.
+  // Paths are asked for in order.
   const Entry* next_known(const std::string& path) {
-    while (next_ != known_.end() && next_->first < path) ++next_;
-    return next_ != known_.end() && next_->first == path ? &next_->second : nullptr;
+    while (next_ != known_.end() && path_of(*next_) < path) ++next_;
+    return next_ != known_.end() && path_of(*next_) == path ? &*next_ : nullptr;
   }
 
   bool is_up_to_date(const Entry& known, const Look& look) {
-    if (!known.file || !known.is_settled || known.stamp != look.stamp) return false;
+    if (!known.is_settled || known.stamp != look.stamp) return false;
     return !needs_symbols(known) || tool_.get() == nullptr;
   }
 
@@ -186,17 +225,17 @@ class Refresh {
   }
 
   void read(std::size_t id, std::optional<SymbolQueue>& queue) {
-    const std::string& path = to_read_[id];
+    const auto& [path, known, place] = to_read_[id];
     const auto reading = tree_.read(path);
     if (!reading) return;  // it went away since it was listed
     note_failure(path, reading->error);
-    const Entry* known = find_entry(known_, path);
+    Entry& entry = entries_[place];
     if (reading->kind != FileKind::text && reading->kind != FileKind::binary) {
-      return keep(path, unread_entry(path, reading->kind, reading->stamp, known));
+      entry = unread_entry(path, reading->kind, reading->stamp, known);
+      return;
     }
-    Entry entry = read_entry(path, *reading, now_, known);
+    entry = read_entry(path, *reading, now_, known);
     if (needs_symbols(entry)) ask(id, entry, reading->content, queue);
-    keep(path, std::move(entry));
   }
 
   void ask(std::size_t id, const Entry& entry, const std::string& content,
@@ -209,7 +248,7 @@ class Refresh {
 
   void take_symbols(SymbolQueue& queue) {
     for (auto& [id, symbols] : queue.finish()) {
-      Entry& entry = entries_.at(to_read_[id]);
+      Entry& entry = entries_[to_read_[id].place];
       entry.has_symbols = true;
       if (symbols.empty()) continue;
       SourceFile file = *entry.file;
@@ -223,31 +262,28 @@ class Refresh {
     if (error != 0) failures_.emplace_back("cannot read " + path, error);
   }
 
-  void keep(const std::string& path, Entry entry) {
-    entries_.insert_or_assign(entries_.end(), path, std::move(entry));  // most come in order
-  }
-
   Tree& tree_;
   const Entries& known_;
   Entries::const_iterator next_;  // the first that no survey has passed
   std::int64_t now_;
   ToolOfRefresh tool_;
-  std::vector<std::string> to_read_;
+  std::vector<ToRead> to_read_;
   std::vector<utils::IoError> failures_;
-  Entries entries_;
+  Entries entries_;  // without a file where one is to be read, or went away
 };
 
 Changes changes_between(const Entries& before, const Entries& after) {
   Changes changes;
   auto known = before.begin();
   const auto pass_removed = [&](const auto& is_passed) {
-    for (; known != before.end() && is_passed(known->first); ++known)
-      changes.emplace(known->first, std::nullopt);
+    for (; known != before.end() && is_passed(path_of(*known)); ++known)
+      changes.emplace(path_of(*known), std::nullopt);
   };
-  for (const auto& [path, entry] : after) {
-    pass_removed([&, &at = path](const std::string& other) { return other < at; });
-    const bool is_known = known != before.end() && known->first == path;
-    if (!is_known || known->second != entry) changes.emplace(path, record_text(entry));
+  for (const Entry& entry : after) {
+    const std::string& path = path_of(entry);
+    pass_removed([&path](const std::string& other) { return other < path; });
+    const bool is_known = known != before.end() && path_of(*known) == path;
+    if (!is_known || *known != entry) changes.emplace(path, record_text(entry));
     if (is_known) ++known;
   }
   pass_removed([](const std::string&) { return true; });
@@ -257,12 +293,12 @@ Changes changes_between(const Entries& before, const Entries& after) {
 std::shared_ptr<const SourceIndex> index_of(const Entries& entries) {
   std::vector<std::shared_ptr<const SourceFile>> files;
   files.reserve(entries.size());
-  for (const auto& [path, entry] : entries) files.push_back(entry.file);
+  for (const Entry& entry : entries) files.push_back(entry.file);
   return std::make_shared<const SourceIndex>(std::move(files));
 }
 
 bool has_files_of(const SourceIndex& index, const Entries& entries) {
-  const auto same = [](const auto& file, const auto& entry) { return file == entry.second.file; };
+  const auto same = [](const auto& file, const auto& entry) { return file == entry.file; };
   return std::equal(index.files().begin(), index.files().end(), entries.begin(), entries.end(), same);
 }
 
@@ -378,14 +414,17 @@ class Indexer::Impl {
 
   std::shared_ptr<const SourceIndex> refresh(const Progress& progress) {
     const std::scoped_lock lock(refreshing_);
-    if (!entries_) entries_ = load();
     const std::int64_t now = options_.clock();
-    if (hearing_ && hearing_->is_unchanged(now) && !has_tool_come()) return index_;
+    if (entries_ && hearing_ && hearing_->is_unchanged(now) && !has_tool_come()) return index_;
     ++looks_;
+    // What is known is loaded while the tree is looked at: each takes about as long as the other.
+    auto loading = entries_ ? std::future<Entries>() : std::async([this] { return load(); });
     Tree tree(options_.root);
     Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
+    const Looks looks = look_at(options_.root, listing.files);
+    if (loading.valid()) entries_ = loading.get();
     Refresh refresh(tree, *entries_, now, options_.symbols);
-    Entries entries = refresh.run(listing.files, progress);
+    Entries entries = refresh.run(listing.files, looks, progress);
     tell(refresh.failures());
     save(changes_between(*entries_, entries));
     entries_ = std::move(entries);
@@ -419,13 +458,17 @@ class Indexer::Impl {
     return !tool.arguments.empty();
   }
 
-  // A damaged record stands as an entry without a file, so that it is replaced or removed.
-  Entries load() {
+  Entries load() const {
     Entries entries;
     if (options_.records == nullptr) return entries;
-    for (const auto& [path, text] : options_.records->load()) {
-      entries.emplace(path, read_record(path, text).value_or(Entry{}));
-    }
+    options_.records->load([&](std::string_view path, std::string_view text) {
+      auto entry = read_record(path, text);
+      entries.push_back(entry ? *std::move(entry) : unknown_entry(path));
+    });
+    // They come in order, but for those that were stored since the first time.
+    const auto later = std::is_sorted_until(entries.begin(), entries.end(), is_before);
+    std::sort(later, entries.end(), is_before);
+    std::inplace_merge(entries.begin(), later, entries.end(), is_before);
     return entries;
   }
 

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,7 +25,9 @@ class RecordStore {
   RecordStore(const RecordStore&) = delete;
   RecordStore& operator=(const RecordStore&) = delete;
   virtual ~RecordStore() = default;
-  virtual std::map<std::string, std::string> load() = 0;
+  // Calls `take` for each record, in any order, and not always from the thread that calls the indexer.
+  using Take = std::function<void(std::string_view path, std::string_view record)>;
+  virtual void load(const Take& take) = 0;
   // A text replaces the record of its path, none removes it.
   virtual void update(const std::map<std::string, std::optional<std::string>>& changes) = 0;
 };

@@ -9,7 +9,7 @@ namespace {
 
 // Goes up when the form changes, and when languages, imports or symbols are found in another way: every file
 // is read again then.
-constexpr int kFormat = 3;
+constexpr int kFormat = 4;
 
 // Takes a record apart; what does not fit makes it damaged and gives nothing.
 class Parts {
@@ -35,11 +35,13 @@ class Parts {
     return value;
   }
   bool flag() { return number<int>() != 0; }
-  // All that is left, which is to have that size.
-  std::string rest(std::size_t size) {
-    require(left_.size() == size);
-    return std::string(left_);
+  std::string bytes(std::size_t size) {
+    require(left_.size() >= size);
+    const std::string_view part = left_.substr(0, size);
+    left_.remove_prefix(part.size());
+    return std::string(part);
   }
+  void end() { require(left_.empty()); }
   void require(bool is_so) { damaged_ = damaged_ || !is_so; }
   bool is_damaged() const { return damaged_; }
 
@@ -58,7 +60,7 @@ Stamp read_stamp(Parts& parts) {
   return stamp;
 }
 
-SourceFile read_file(const std::string& path, Parts& parts) {
+SourceFile read_file(std::string_view path, Parts& parts) {
   SourceFile file;
   file.path = path;
   const auto kind = parts.number<unsigned>();
@@ -66,20 +68,19 @@ SourceFile read_file(const std::string& path, Parts& parts) {
   file.kind = static_cast<FileKind>(kind);
   file.size = parts.number<std::uint64_t>();
   file.lines = parts.number<std::int64_t>();
-  const auto imports = parts.number<std::size_t>();
+  const auto import_bytes = parts.number<std::size_t>();
   const auto symbol_bytes = parts.number<std::size_t>();
   file.sha256 = parts.up_to('\n');
   file.language = parts.up_to('\n');
-  for (std::size_t i = 0; i < imports && !parts.is_damaged(); ++i)
-    file.imports.emplace_back(parts.up_to('\n'));
-  file.symbols = SymbolList::of_text(parts.rest(symbol_bytes));
+  file.imports = ImportList::of_text(parts.bytes(import_bytes));
+  file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes));
+  parts.end();
   return file;
 }
 
 }  // namespace
 
-// Numbers, each with a blank behind it, and the hash; then a line for the language and one for each import;
-// the rest is the symbols.
+// Numbers, each with a blank behind it, and the hash; then a line for the language, the imports, the symbols.
 std::string record_text(const Entry& entry) {
   const Stamp& stamp = entry.stamp;
   const SourceFile& file = *entry.file;
@@ -89,14 +90,13 @@ std::string record_text(const Entry& entry) {
   add(stamp.size), add(stamp.modified), add(stamp.changed), add(stamp.inode), add(stamp.device);
   add(int{entry.is_settled}), add(int{entry.has_symbols});
   add(static_cast<unsigned>(file.kind)), add(file.size), add(file.lines);
-  add(file.imports.size()), add(file.symbols.text().size());
+  add(file.imports.text().size()), add(file.symbols.text().size());
   text.append(file.sha256) += '\n';
   text.append(file.language) += '\n';
-  for (const std::string& import : file.imports) text.append(import) += '\n';
-  return text += file.symbols.text();
+  return text.append(file.imports.text()).append(file.symbols.text());
 }
 
-std::optional<Entry> read_record(const std::string& path, const std::string& text) {
+std::optional<Entry> read_record(std::string_view path, std::string_view text) {
   Parts parts(text);
   if (parts.number<int>() != kFormat) return std::nullopt;
   Entry entry;

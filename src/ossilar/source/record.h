@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ossilar/source/file_reader.h"
 #include "ossilar/source/source_index.h"
@@ -13,10 +14,10 @@
 namespace ossilar::source {
 
 struct Entry {
-  Stamp stamp;               // when the file was read; empty for a file that is not read
-  bool is_settled = false;   // a change since then must have changed the stamp
-  bool has_symbols = false;  // the symbol tool was asked (or there is nothing to ask it)
-  std::shared_ptr<const SourceFile> file;
+  Stamp stamp;                                    // when the file was read; empty for a file that is not read
+  bool is_settled = false;                        // a change since then must have changed the stamp
+  bool has_symbols = false;                       // the symbol tool was asked (or there is nothing to ask it)
+  std::shared_ptr<const SourceFile> file;         // never null
   bool operator==(const Entry&) const = default;  // of the same object
 };
 
@@ -24,6 +25,6 @@ struct Entry {
 std::string record_text(const Entry& entry);
 
 // None for a text of another format or one that is damaged: the file is read again then.
-std::optional<Entry> read_record(const std::string& path, const std::string& text);
+std::optional<Entry> read_record(std::string_view path, std::string_view text);
 
 }  // namespace ossilar::source

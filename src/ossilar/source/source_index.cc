@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <utility>
+
+#include "ossilar/utils/text.h"
 
 namespace ossilar::source {
 namespace {
@@ -73,13 +76,37 @@ std::vector<Symbol> SymbolList::all() const {
   return symbols;
 }
 
+// The C library's search stops less often than the string's own, which looks at every first character.
 bool SymbolList::names(std::string_view name) const {
-  const std::string field = std::string(name) + kFieldEnd;
-  return text_.starts_with(field) || text_.find(kSymbolEnd + field) != text_.npos;
+  const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
+  return text_.starts_with(std::string_view(line).substr(1)) ||
+         memmem(text_.data(), text_.size(), line.data(), line.size()) != nullptr;
+}
+
+ImportList::ImportList(const std::vector<std::string>& imports) : text_(utils::join(imports, "\n")) {}
+
+ImportList ImportList::of_text(std::string text) {
+  ImportList list;
+  list.text_ = std::move(text);
+  return list;
+}
+
+std::vector<std::string> ImportList::all() const {
+  std::vector<std::string> imports;
+  for (std::size_t begin = 0; begin < text_.size();) {
+    const std::size_t end = std::min(text_.find('\n', begin), text_.size());
+    imports.push_back(text_.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return imports;
 }
 
 SourceIndex::SourceIndex(std::vector<std::shared_ptr<const SourceFile>> files) : files_(std::move(files)) {
-  std::sort(files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a->path < b->path; });
+  const auto before = [](const auto& a, const auto& b) { return a->path < b->path; };
+  if (!std::is_sorted(files_.begin(), files_.end(), before)) std::sort(files_.begin(), files_.end(), before);
+}
+
+void SourceIndex::sort_by_name() const {
   by_name_.reserve(files_.size());
   for (const auto& file : files_) by_name_.push_back(file.get());
   std::stable_sort(by_name_.begin(), by_name_.end(), [](const SourceFile* a, const SourceFile* b) {
@@ -94,6 +121,7 @@ const SourceFile* SourceIndex::find(std::string_view path) const {
 }
 
 std::vector<std::string> SourceIndex::named(std::string_view name) const {
+  std::call_once(named_once_, [this] { sort_by_name(); });
   std::vector<std::string> paths;
   const auto first =
       std::lower_bound(by_name_.begin(), by_name_.end(), name,

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,6 +51,23 @@ class SymbolList {
   std::string text_;
 };
 
+// What a file takes in from others, kept as one text as its symbols are.
+class ImportList {
+ public:
+  ImportList() = default;
+  // None holds a line break.
+  explicit ImportList(const std::vector<std::string>& imports);
+  // `text` is what text() gave.
+  static ImportList of_text(std::string text);
+
+  // As written: `"a/b.h"`, `<vector>`, `pkg.mod`, `./util`, in order, once each.
+  std::vector<std::string> all() const;
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
 struct SourceFile {
   std::string path;  // relative to the repository's root, '/' between parts, UTF-8
   FileKind kind = FileKind::text;
@@ -58,8 +76,7 @@ struct SourceFile {
   std::int64_t lines = 0;
   std::string language;  // "C++", "Python", ...; "" when not known
   SymbolList symbols;
-  std::vector<std::string>
-      imports;  // as written: `"a/b.h"`, `<vector>`, `pkg.mod`, `./util`, in order, once each
+  ImportList imports;
 };
 
 class SourceIndex {
@@ -76,8 +93,11 @@ class SourceIndex {
   std::vector<std::string> named(std::string_view name) const;
 
  private:
+  void sort_by_name() const;
+
   std::vector<std::shared_ptr<const SourceFile>> files_;
-  std::vector<const SourceFile*> by_name_;
+  mutable std::once_flag named_once_;  // names are asked for by few
+  mutable std::vector<const SourceFile*> by_name_;
 };
 
 }  // namespace ossilar::source

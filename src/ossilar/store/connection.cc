@@ -96,6 +96,14 @@ std::string Query::text(int column) const {
   return text;
 }
 
+std::string_view Query::view(int column) const {
+  const SQLite::Column value = statement_.getColumn(column);
+  const char* text = value.getText();  // the value as text, which getBytes() then counts
+  const std::string_view view(text, static_cast<std::size_t>(value.getBytes()));
+  require_utf8(view);
+  return view;
+}
+
 std::string Query::blob(int column) const { return statement_.getColumn(column).getString(); }
 
 std::int64_t Query::number(int column) const { return statement_.getColumn(column).getInt64(); }

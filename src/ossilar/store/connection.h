@@ -74,6 +74,7 @@ class Query {
 
   // Of the row at hand, by column from 0.
   std::string text(int column) const;
+  std::string_view view(int column) const;  // text() without a copy, until the next row
   std::int64_t number(int column) const;
   double real(int column) const { return statement_.getColumn(column).getDouble(); }
   std::string blob(int column) const;

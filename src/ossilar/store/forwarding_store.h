@@ -94,7 +94,7 @@ class ForwardingStore : public WikiStore {
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }
-  std::map<std::string, std::string> source_records() override { return target_.source_records(); }
+  void source_records(const TakeRecord& take) override { target_.source_records(take); }
   void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
     target_.update_source_records(changes);
   }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -176,9 +177,9 @@ class WikiStore : public Repository {
                                            const std::string& title, const PageFields& fields) = 0;
   // The key of the page's row, or none.
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
-  // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
   // The page's build cache whole, or none without a row.
   virtual std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) = 0;
+  // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
   // stays.
   virtual void remove_page(const std::string& branch, const std::string& page_id) = 0;
 
@@ -240,8 +241,9 @@ class WikiStore : public Repository {
 
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;
 
-  // The records of a source index, opaque here, by path.
-  virtual std::map<std::string, std::string> source_records() = 0;
+  // Calls `take` for each record of a source index, opaque here, in any order.
+  using TakeRecord = std::function<void(std::string_view path, std::string_view record)>;
+  virtual void source_records(const TakeRecord& take) = 0;
   // In one transaction: a text replaces the record of its path, none removes it. They save reading what can
   // be read again, so nobody waits for long to store them: while another writes, nothing is stored.
   virtual void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) = 0;

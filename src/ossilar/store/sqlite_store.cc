@@ -45,13 +45,15 @@ constexpr const char* kState =
     "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
     " FROM wiki_state WHERE branch = ?1";
 constexpr const char* kRecords = "SELECT path, record FROM source_records";
-constexpr const char* kPutRecord = "INSERT OR REPLACE INTO source_records VALUES (?1, ?2)";
+// A record keeps its place, and so all come nearly in the order of their paths.
+constexpr const char* kPutRecord =
+    "INSERT INTO source_records VALUES (?1, ?2) ON CONFLICT DO UPDATE SET record = excluded.record";
 constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
 
 constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 AND page_id = ?2";
+constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch = ?1 AND page_id = ?2";
 // https://www.sqlite.org/pragma.html#pragma_integrity_check, and https://www.sqlite.org/fts5.html, 6.4: a
 // statement of the form of a write that reads only.
-constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kStructure = "PRAGMA integrity_check(1)";
 constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
 constexpr const char* kReferences = "PRAGMA foreign_key_check";
@@ -314,8 +316,6 @@ class SqliteStore final : public WikiStore {
                 [&](Connection& connection) { return key_of(connection, branch, page_id); });
   }
 
-  void remove_page(const std::string& branch, const std::string& page_id) override {
-    write("remove the page " + page_id, [&](Connection& connection) {
   std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) override {
     return read("read the page " + page_id, [&](Connection& connection) {
       Query row(connection, kBuildCache, branch, page_id);
@@ -323,6 +323,8 @@ class SqliteStore final : public WikiStore {
     });
   }
 
+  void remove_page(const std::string& branch, const std::string& page_id) override {
+    write("remove the page " + page_id, [&](Connection& connection) {
       const auto key = key_of(connection, branch, page_id);
       if (!key) return;
       replace_chunks(connection, *key, {}, {});
@@ -475,12 +477,10 @@ class SqliteStore final : public WikiStore {
     });
   }
 
-  std::map<std::string, std::string> source_records() override {
-    return read("read the source index", [&](Connection& connection) {
-      std::map<std::string, std::string> records;
+  void source_records(const TakeRecord& take) override {
+    read("read the source index", [&](Connection& connection) {
       Query rows(connection, kRecords);
-      while (rows.next()) records.emplace(rows.text(0), rows.text(1));
-      return records;
+      while (rows.next()) take(rows.view(0), rows.view(1));
     });
   }
 

@@ -23,7 +23,10 @@ using ::testing::IsEmpty;
 
 class MemoryRecords final : public RecordStore {
  public:
-  std::map<std::string, std::string> load() override { return records; }
+  void load(const Take& take) override {
+    if (fails_to_load) throw utils::Error("locked");
+    for (const auto& [path, text] : records) take(path, text);
+  }
   void update(const std::map<std::string, std::optional<std::string>>& changes) override {
     if (fails) throw utils::Error("disk full");
     for (const auto& [path, text] : changes) {
@@ -35,6 +38,7 @@ class MemoryRecords final : public RecordStore {
   std::map<std::string, std::string> records;
   std::vector<std::string> written;  // since the last refresh
   bool fails = false;
+  bool fails_to_load = false;
 };
 
 class IndexerTest : public ::testing::Test {
@@ -141,7 +145,7 @@ TEST_F(IndexerTest, KnowsWhatIsInAFileAndRemembersItInRecords) {
   EXPECT_EQ(file.lines, 3);
   EXPECT_EQ(file.size, text.size());
   EXPECT_EQ(file.language, "Python");
-  EXPECT_THAT(file.imports, ElementsAre("os"));
+  EXPECT_THAT(file.imports.all(), ElementsAre("os"));
   EXPECT_EQ(index->find("bad")->kind, FileKind::binary);
 }
 
@@ -161,6 +165,25 @@ TEST_F(IndexerTest, ReadsAndWritesOnlyWhatChanged) {
   expect_content("b.c", "2");
   EXPECT_EQ(index->files().at(0), before->files().at(0));
   EXPECT_EQ(index->files().size(), 2U);
+}
+
+TEST_F(IndexerTest, FindsWhatChangedAmongManyFilesAndWhatItCouldNotLoadTheNextTime) {
+  repository.run(
+      "cd r; for d in a b c; do mkdir $d; for i in $(seq 800); do : > $d/$i; done; done; ln -s a d");
+  Indexer first = indexer();
+  EXPECT_EQ(refresh(first), 2400U);
+  EXPECT_EQ(index->files().size(), 2401U);
+  repository.run("cd r; echo 1 > a/1; echo 2 > b/400; echo 3 > c/800; rm b/1; ln -sfn b d");
+  EXPECT_EQ(refresh(first), 3U);
+  EXPECT_THAT(records.written, ElementsAre("a/1", "b/1", "b/400", "c/800"));
+  expect_content("c/800", "3\n");
+  EXPECT_EQ(kinds().size(), 2400U);
+  Indexer second = indexer();
+  records.fails_to_load = true;
+  EXPECT_THROW(refresh(second), utils::Error);
+  records.fails_to_load = false;
+  EXPECT_EQ(refresh(second), 0U);
+  EXPECT_EQ(index->files().size(), 2400U);
 }
 
 TEST_F(IndexerTest, AYoungFileIsReadUntilItIsOld) {

@@ -126,7 +126,7 @@ TEST_F(StoreTest, KeepsStateAndSourceRecords) {
   store.update_source_records({{"a", "1"}, {"b", "2"}, {"c", ""}});
   store.update_source_records({{"a", std::nullopt}, {"b", "3"}, {"never", std::nullopt}});
   EXPECT_NE(refusal([&] { store.update_source_records({{"b", std::nullopt}, {"d", "\xff"}}); }), "");
-  EXPECT_THAT(store.source_records(), ElementsAre(Pair("b", "3"), Pair("c", "")));
+  EXPECT_THAT(source_records(store), ElementsAre(Pair("b", "3"), Pair("c", "")));
 }
 
 TEST_F(StoreTest, WritersThatShareAStoreOrOpenOneNewFileLoseNothingAndReadTheirOwnWrites) {

@@ -35,6 +35,12 @@ class StoreTest : public ::testing::Test {
     return query.number(0);
   }
 
+  static std::map<std::string, std::string> source_records(WikiStore& of) {
+    std::map<std::string, std::string> records;
+    of.source_records([&](std::string_view path, std::string_view record) { records.emplace(path, record); });
+    return records;
+  }
+
   static Map chunk(int position, const std::string& hash, Map embedding = {0.5, -1.0}) {
     const Map citations = Map::array({{{"path", "a.cc"}, {"first", position}}});
     return {{"position", position}, {"section", "S"},         {"text", "text of " + hash}, {"hash", hash},

@@ -10,6 +10,7 @@ namespace ossilar::store {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 class WriteGroupTest : public StoreTest {
@@ -132,9 +133,9 @@ TEST_F(WriteGroupTest, OfAnotherProcessKeepsNobodyWaitingWithASourceRecord) {
   other.database().exec("BEGIN IMMEDIATE");
   store.update_source_records({{"a", "1"}});
   other.database().exec("COMMIT");
-  EXPECT_TRUE(store.source_records().empty());
+  EXPECT_THAT(source_records(store), IsEmpty());
   store.update_source_records({{"a", "1"}});
-  EXPECT_EQ(store.source_records().size(), 1);
+  EXPECT_THAT(source_records(store), SizeIs(1));
 }
 
 TEST_F(WriteGroupTest, GroupsOfThreadsComeOneAfterTheOther) {

@@ -126,8 +126,8 @@ std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, cons
   return waiting;
 }
 
-Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest)
-    : wiki_(wiki), manifest_(std::move(manifest)), planned_(wiki.prepare()) {
+Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest, std::shared_ptr<const PlannedWiki> planned)
+    : wiki_(wiki), manifest_(std::move(manifest)), planned_(std::move(planned)) {
   wiki_._reread_existing();
   wiki_.titles_.update(wiki_._existing(), planned_->plans);
   wiki_._set_page_digests(wiki_._load_digests());
@@ -298,7 +298,7 @@ AdoptionReport WikiGenerator::adopt_pages() {
   ManifestContent manifest = load_manifest(paths_.wiki);
   AdoptionReport report;
   with_write_lock([&] {
-    report = Adoption(*this, std::move(manifest)).run();
+    report = Adoption(*this, std::move(manifest), planned()).run();
     if (utils::is_regular_file(paths_.wiki / "index.md") &&
         utils::is_regular_file(paths_.wiki / "manifest.json")) {
       return;
@@ -327,7 +327,8 @@ AdoptionReport WikiGenerator::adopt_described(bool wait) {
     ManifestContent manifest = load_manifest(paths_.wiki);
     arrivals = arrivals_of(manifest, stored_pages(), paths_.pages);
     if (!arrivals.whole.empty()) {
-      with_write_lock([&] { report = Adoption(*this, std::move(manifest)).run_described(); }, wait);
+      with_write_lock([&] { report = Adoption(*this, std::move(manifest), prepare()).run_described(); },
+                      wait);
     }
   } catch (const store::StorageError&) {
     throw;

@@ -17,7 +17,7 @@ namespace ossilar::workers::wiki {
 // The write lock is held for its whole life. No page file is changed.
 class Adoption {
  public:
-  Adoption(WikiGenerator& wiki, ManifestContent manifest);
+  Adoption(WikiGenerator& wiki, ManifestContent manifest, std::shared_ptr<const PlannedWiki> planned);
 
   // Adopts every page file that has no row.
   AdoptionReport run();

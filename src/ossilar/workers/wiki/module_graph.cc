@@ -41,7 +41,7 @@ ModuleGraph module_graph(const Plans& plans, const source::SourceIndex& index) {
   for (const auto& file : index.files()) {
     const auto owner = owners.find(file->path);
     if (owner == owners.end()) continue;
-    for (const std::string& import : file->imports) {
+    for (const std::string& import : file->imports.all()) {
       const auto target = owners.find(resolver.resolve(*file, import));
       if (target == owners.end() || target->second == owner->second) continue;
       edges[std::string(owner->second)].emplace(target->second);

@@ -84,7 +84,7 @@ void append_warnings(std::vector<std::string>& warnings, const std::vector<std::
 class WikiGenerator::SourceRecords final : public source::RecordStore {
  public:
   explicit SourceRecords(store::WikiStore& store) : store_(store) {}
-  std::map<std::string, std::string> load() override { return store_.source_records(); }
+  void load(const Take& take) override { store_.source_records(take); }
   void update(const std::map<std::string, std::optional<std::string>>& changes) override {
     store_.update_source_records(changes);
   }

@@ -172,8 +172,9 @@ class WikiGenerator final : public AgentSaveMixin {
   store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
   const KeptTexts& kept_drafts() const { return drafts_; }
 
-  // Makes rows for the committed page files that have none on this branch, from the manifest and the plan,
-  // and writes index and manifest where they are missing. No page file is changed. Takes the write lock.
+  // Makes rows for the committed page files that have none on this branch, from the manifest and the plan as
+  // last prepared, and writes index and manifest where they are missing. No page file is changed. Takes the
+  // write lock.
   AdoptionReport adopt_pages();
 
   // The same for the pages that came with their manifest, from a clone, another branch or a pull: those whose

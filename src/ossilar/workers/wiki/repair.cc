@@ -24,7 +24,7 @@ bool is_listed(const Finding& finding) {
 }  // namespace
 
 Repair::Repair(WikiGenerator& wiki, const ManifestContent& manifest)
-    : wiki_(wiki), manifest_(manifest), adoption_(wiki, manifest) {}
+    : wiki_(wiki), manifest_(manifest), adoption_(wiki, manifest, wiki.prepare()) {}
 
 void Repair::run(const std::vector<Finding>& findings) {
   for (const Finding& finding : findings)

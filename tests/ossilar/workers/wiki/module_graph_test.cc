@@ -19,11 +19,12 @@ using source::SourceIndex;
 using ::testing::ElementsAre;
 using ::testing::Pair;
 
-SourceFile file(const std::string& path, const std::string& language, std::vector<std::string> imports = {}) {
+SourceFile file(const std::string& path, const std::string& language,
+                const std::vector<std::string>& imports = {}) {
   SourceFile out;
   out.path = path;
   out.language = language;
-  out.imports = std::move(imports);
+  out.imports = source::ImportList(imports);
   return out;
 }
 
