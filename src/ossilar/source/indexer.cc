@@ -107,9 +107,14 @@ Entry read_entry(const std::string& path, const Reading& reading, std::int64_t n
 class ToolOfRefresh {
  public:
   explicit ToolOfRefresh(bool is_wanted) : is_wanted_(is_wanted) {}
+  // It is likely to be needed: looks for it beside what is done until then.
+  void expect() {
+    if (is_wanted_ && !tool_ && !finding_.valid()) finding_ = std::async(find_symbol_tool);
+  }
   const SymbolTool* get() {
     if (!is_wanted_) return nullptr;
-    if (!tool_) tool_ = find_symbol_tool();
+    expect();
+    if (finding_.valid()) tool_ = finding_.get();
     if (!tool_->problem.empty()) problem_ = tool_->problem;
     return tool_->arguments.empty() ? nullptr : &*tool_;
   }
@@ -120,6 +125,7 @@ class ToolOfRefresh {
 
  private:
   bool is_wanted_;
+  std::future<SymbolTool> finding_;
   std::optional<SymbolTool> tool_;
   std::string problem_;
 };
@@ -198,6 +204,7 @@ class Refresh {
     } else if (known != nullptr && is_up_to_date(*known, *look)) {
       entries_.push_back(*known);
     } else {
+      if (!symbol_ending(language_of(listed.path, {})).empty()) tool_.expect();
       to_read_.push_back({listed.path, known, entries_.size()});
       entries_.emplace_back();
     }

@@ -125,6 +125,13 @@ std::vector<Range> halved(std::vector<Item> items, std::int64_t reach) {
   return done;
 }
 
+// Items mostly come in order.
+void sort_by_name(std::vector<Item>& items) {
+  const auto by_name = [](const Item& a, const Item& b) { return a.name < b.name; };
+  if (!std::is_sorted(items.begin(), items.end(), by_name))
+    std::stable_sort(items.begin(), items.end(), by_name);
+}
+
 // Takes out of `items` those that share their first word with enough others.
 std::vector<NameGroup> groups_alike(std::vector<Item>& items, std::int64_t reach, std::int64_t least) {
   std::map<std::string, std::vector<Item>> by_word;
@@ -154,8 +161,7 @@ std::int64_t total_weight(const std::vector<Item>& items) {
 }
 
 GroupedItems group_by_name(std::vector<Item> items, std::int64_t reach, std::int64_t least) {
-  const auto by_name = [](const Item& a, const Item& b) { return a.name < b.name; };
-  std::stable_sort(items.begin(), items.end(), by_name);
+  sort_by_name(items);
   for (Item& item : items) item.written = item.name;
   GroupedItems grouped;
   grouped.groups = groups_alike(items, reach, least);
@@ -164,7 +170,7 @@ GroupedItems group_by_name(std::vector<Item> items, std::int64_t reach, std::int
     return grouped;
   }
   for (Item& item : items) item.name = lower_case(item.name);
-  std::stable_sort(items.begin(), items.end(), by_name);
+  sort_by_name(items);
   std::int64_t room = reach;
   for (Range& range : halved(std::move(items), reach)) {
     const std::int64_t weight = total_weight(range.items);
