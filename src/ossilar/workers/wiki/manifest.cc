@@ -1,5 +1,6 @@
 #include "ossilar/workers/wiki/manifest.h"
 
+#include <utility>
 #include <vector>
 
 #include "ossilar/utils/error.h"
@@ -69,10 +70,10 @@ std::vector<Listed> listed_pages(const store::StoredRows& rows, const Plans& pla
 }
 
 // Adds the page that `entry` is about; false when it is about none.
-bool add_entry(ManifestContent& content, const Map& entry) {
+bool add_entry(ManifestContent& content, Map entry) {
   const std::string page_id = utils::string_member(entry, "page_id");
   if (!is_page_id(page_id)) return false;
-  content.pages.emplace(page_id, entry);
+  content.pages.emplace(page_id, std::move(entry));
   return true;
 }
 
@@ -134,7 +135,7 @@ std::string WikiFilesRenderer::index(const store::StoredRows& rows, const Plans&
 }
 
 ManifestContent parse_manifest(std::string_view text, const std::string& name) {
-  const Map manifest = utils::parse_json(text, name);
+  Map manifest = utils::parse_json(text, name);
   if (utils::member(manifest, "format") != Map(kFormat)) {
     throw utils::Error(name + ": not a manifest of format " + std::to_string(kFormat) +
                        "; restore it from version control, or let ossilar check --fix write it anew");
@@ -142,11 +143,10 @@ ManifestContent parse_manifest(std::string_view text, const std::string& name) {
   ManifestContent content;
   content.lint = utils::member(manifest, "lint");
   content.commit = utils::string_member(manifest, "commit");
-  for (const Map& page : utils::member(manifest, "pages")) {
-    if (!add_entry(content, page)) {
-      throw utils::Error(name + ": '" + utils::printable(utils::string_member(page, "page_id")) +
-                         "' is no page id");
-    }
+  for (Map& page : manifest["pages"]) {  // moved, as they are many
+    const std::string page_id = utils::string_member(page, "page_id");
+    if (!add_entry(content, std::move(page)))
+      throw utils::Error(name + ": '" + utils::printable(page_id) + "' is no page id");
   }
   return content;
 }
