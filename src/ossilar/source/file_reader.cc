@@ -149,7 +149,8 @@ std::optional<Reading> Tree::read(const std::string& path) {
   // The look keeps devices from being opened; what is put in the file's place after it is refused below.
   const auto look = this->look(path);
   if (!look || look->is_directory) return std::nullopt;
-  if (look->kind != FileKind::text) return Reading{.kind = look->kind, .stamp = look->stamp, .content = {}};
+  if (look->kind != FileKind::text)
+    return Reading{.kind = look->kind, .stamp = look->stamp, .error = look->error, .content = {}};
   std::string name;
   const int parent = enter_parent(path, name);
   if (parent < 0) return std::nullopt;

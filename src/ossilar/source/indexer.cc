@@ -143,21 +143,23 @@ Entry unknown_entry(std::string_view path) {
 
 using Looks = std::vector<std::optional<Look>>;
 
-// What the tree holds of each of `files`. Where they are many, two threads look at a half each.
-Looks look_at(const std::filesystem::path& root, const std::vector<Listed>& files) {
+// What the tree at `root` holds of each of `files`. Where they are many, two threads look at a half each.
+Looks look_at(Tree& tree, const std::filesystem::path& root, const std::vector<Listed>& files) {
   constexpr std::size_t kMany = 2000;
   Looks looks(files.size());
-  const auto look = [&](std::size_t begin, std::size_t end) {
-    Tree tree(root);
-    for (std::size_t i = begin; i < end; ++i) looks[i] = tree.look(files[i].path);
+  const auto look = [&](Tree& in, std::size_t begin, std::size_t end) {
+    for (std::size_t i = begin; i < end; ++i) looks[i] = in.look(files[i].path);
   };
   if (files.size() < kMany) {
-    look(0, files.size());
+    look(tree, 0, files.size());
     return looks;
   }
   const std::size_t middle = files.size() / 2;
-  auto rest = std::async([&] { look(middle, files.size()); });
-  look(0, middle);
+  auto rest = std::async([&] {
+    Tree own(root);
+    look(own, middle, files.size());
+  });
+  look(tree, 0, middle);
   rest.get();
   return looks;
 }
@@ -204,7 +206,9 @@ class Refresh {
     } else if (known != nullptr && is_up_to_date(*known, *look)) {
       entries_.push_back(*known);
     } else {
-      if (!symbol_ending(language_of(listed.path, {})).empty()) tool_.expect();
+      // One that is only young mostly is what it was.
+      const bool is_other = known == nullptr || known->stamp.size != look->stamp.size;
+      if (is_other && !symbol_ending(language_of(listed.path, {})).empty()) tool_.expect();
       to_read_.push_back({listed.path, known, entries_.size()});
       entries_.emplace_back();
     }
@@ -428,7 +432,7 @@ class Indexer::Impl {
     auto loading = entries_ ? std::future<Entries>() : std::async([this] { return load(); });
     Tree tree(options_.root);
     Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
-    const Looks looks = look_at(options_.root, listing.files);
+    const Looks looks = look_at(tree, options_.root, listing.files);
     if (loading.valid()) entries_ = loading.get();
     Refresh refresh(tree, *entries_, now, options_.symbols);
     Entries entries = refresh.run(listing.files, looks, progress);
