@@ -6,6 +6,7 @@
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/repo_facts.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::workers::wiki {
@@ -22,12 +23,20 @@ std::string opening_of(const Section& section) {
   return std::string(utils::utf8_prefix(stripped.substr(0, stripped.find('\n')), kLongestOpening));
 }
 
-Map abstract_of(const std::vector<Section>& sections) {
-  Map abstract = Map::array();
+Map openings_of(const std::vector<Section>& sections) {
+  Map openings = Map::array();
   for (const Section& section : sections) {
-    abstract.push_back(Map{{"heading", section.heading}, {"opening", opening_of(section)}});
+    openings.push_back(Map{{"heading", section.heading}, {"opening", opening_of(section)}});
   }
-  return abstract;
+  return openings;
+}
+
+std::string hash_of(const Map& openings) { return _text_hash(utils::json_text(openings)); }
+
+// Digests of former versions hold the openings themselves.
+std::string abstract_of(const Map& digest) {
+  const Map& abstract = utils::member(digest, "abstract");
+  return abstract.is_array() ? hash_of(abstract) : utils::text_form(abstract);
 }
 
 bool contains(const std::vector<std::string>& list, const std::string& wanted) {
@@ -42,10 +51,11 @@ Map _page_digest(const PagePlan& plan, const std::string& body, const std::vecto
   StringSet files;
   for (const Map& citation : citations) files.insert(utils::string_member(citation, "path"));
   return {{"title", plan.title},
-          {"abstract", abstract_of(sections_of(body))},
-          {"headings", section_headings(body)},
+          {"abstract", hash_of(openings_of(sections_of(body)))},
           {"files", files}};
 }
+
+bool same_abstract(const Map& a, const Map& b) { return abstract_of(a) == abstract_of(b); }
 
 std::vector<std::string> changed_abstracts(const store::PageDigests& before,
                                            const store::PageDigests& after) {
@@ -53,7 +63,7 @@ std::vector<std::string> changed_abstracts(const store::PageDigests& before,
   for_each_difference(
       before, after, [&](const std::string& page_id, const Map* old_digest, const Map* new_digest) {
         const bool both = old_digest != nullptr && new_digest != nullptr;
-        if (both && utils::member(*old_digest, "abstract") == utils::member(*new_digest, "abstract")) return;
+        if (both && same_abstract(*old_digest, *new_digest)) return;
         changed.push_back(page_id);
       });
   return changed;

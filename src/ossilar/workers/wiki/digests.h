@@ -9,9 +9,13 @@
 
 namespace ossilar::workers::wiki {
 
-// The digest of a unit page: `title`, `abstract` (the opening of each section, what a synthesis page builds
-// on), `headings`, and `files`, the cited ones.
+// The digest of a unit page: `title`, `abstract` (of the heading and the opening of each section, which is what
+// a synthesis page builds on, their hash: every process holds all digests, and asks only whether they changed),
+// and `files`, the cited ones.
 Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations);
+
+// Whether the two digests say the same of their sections.
+bool same_abstract(const Map& a, const Map& b);
 
 // The ids of the pages whose abstract differs between the two, those that only one of them has included, in
 // order.

@@ -1,7 +1,6 @@
 #include "ossilar/workers/wiki/inspection.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <system_error>
 #include <thread>
@@ -44,9 +43,7 @@ bool is_in_conflict(const std::string& text) {
 
 // What the text alone settles of two digests; the cited files of a page change with the source.
 bool same_text_digest(const Map& a, const Map& b) {
-  static constexpr std::array kKeys{"title", "abstract", "headings"};
-  return std::all_of(kKeys.begin(), kKeys.end(),
-                     [&](const char* key) { return utils::member(a, key) == utils::member(b, key); });
+  return utils::member(a, "title") == utils::member(b, "title") && same_abstract(a, b);
 }
 
 }  // namespace
