@@ -32,9 +32,9 @@ class StorageError : public utils::Error {
 };
 
 // Stored rows by page id. A row has, in this order, the keys `page_id`, `title` and those of PageFields,
-// under the fields' names; `build_cache` is text, lists and maps are JSON lists and objects. To keep many
-// rows at hand, `symbols` is left out, and of a `build_cache` that is a JSON object `prose`, `sections` and
-// `diagrams`.
+// under the fields' names. To keep many rows at hand, `source_files`, `source_hashes`, `related_pages` and
+// `citations` are JSON text, as `build_cache` is; `symbols` is left out, and of a `build_cache` that is a
+// JSON object `prose`, `sections` and `diagrams`.
 using StoredRows = utils::SnapshotMap<Map>;
 
 // Digests by page id.

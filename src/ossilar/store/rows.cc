@@ -44,6 +44,11 @@ constexpr const char* kUpsertPage =
 constexpr const char* kRemovePage = "DELETE FROM pages WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kNoteRemoval = "INSERT OR REPLACE INTO removed_pages VALUES (?1, ?2, ?3)";
 
+Map json_column(std::string text, const char* name) {
+  if (!Map::accept(text)) throw DamagedError(std::string(name) + ": what is stored is not JSON");
+  return text;
+}
+
 Map column_value(const Query& rows, int at, const Column& column) {
   switch (column.kind) {
     case Kind::text:
@@ -51,7 +56,7 @@ Map column_value(const Query& rows, int at, const Column& column) {
     case Kind::number:
       return rows.number(at);
     case Kind::json:
-      return read_json(rows.text(at), column.name);
+      return json_column(rows.text(at), column.name);
   }
   return nullptr;
 }

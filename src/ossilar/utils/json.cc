@@ -239,6 +239,11 @@ std::string string_member(const Map& object, std::string_view key) {
   return value.is_string() ? value.get<std::string>() : std::string();
 }
 
+Map json_member(const Map& object, std::string_view key) {
+  const Map& text = member(object, key);
+  return text.is_string() ? parse_json(text.get_ref<const std::string&>(), key) : Map();
+}
+
 Map parse_json(std::string_view text, std::string_view what) {
   Builder builder(what);
   Map::sax_parse(text, &builder);

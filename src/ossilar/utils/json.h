@@ -36,6 +36,10 @@ const Map& member(const Map& object, std::string_view key);
 // The string under `key`, or "" when it is missing or no string.
 std::string string_member(const Map& object, std::string_view key);
 
+// The value of the JSON text that is the string under `key`, or null when there is no such text. Throws what
+// parse_json() throws.
+Map json_member(const Map& object, std::string_view key);
+
 // Parses `text`. Throws Error, naming `what` and the byte, for malformed JSON or nesting over kMaxJsonDepth.
 Map parse_json(std::string_view text, std::string_view what);
 

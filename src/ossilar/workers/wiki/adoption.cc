@@ -97,7 +97,7 @@ std::vector<fs::path> page_files(const fs::path& pages) {
 Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const fs::path& pages) {
   Arrivals arrivals;
   for (const auto& [page_id, entry] : manifest.pages) {
-    const std::string hash = utils::string_member(entry, "content_hash");
+    const std::string& hash = entry.content_hash();
     const Map* row = rows.find(page_id);
     if (row != nullptr && utils::string_member(*row, "content_hash") == hash) continue;
     const fs::path file = file_of(pages, page_id);
@@ -121,7 +121,7 @@ std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, cons
   for (const auto& [page_id, entry] : manifest.pages) {
     std::error_code error;
     if (rows.find(page_id) == nullptr && fs::exists(fs::symlink_status(file_of(pages, page_id), error)))
-      waiting.insert_or_assign(page_id, entry);
+      waiting.insert_or_assign(page_id, entry.value());
   }
   return waiting;
 }
@@ -208,8 +208,7 @@ void Adoption::adopt_file(const fs::path& file, const std::string& page_id) {
 }
 
 bool Adoption::is_described(const std::string& page_id, const std::string& text) const {
-  const std::string hash = _text_hash(text);
-  return entry_value<std::string>(manifest_.entry_of(page_id, hash), "content_hash", "") == hash;
+  return manifest_.describes(page_id, _text_hash(text));
 }
 
 Brackets Adoption::brackets_of(const std::string& page_id, const std::string& authored) const {
@@ -218,11 +217,16 @@ Brackets Adoption::brackets_of(const std::string& page_id, const std::string& au
 
 void Adoption::adopt_text(const std::string& page_id, const std::string& text) {
   const bool described = is_described(page_id, text);
-  const Map* entry = manifest_.entry_of(page_id, _text_hash(text));
+  const ManifestEntry* given = manifest_.entry_of(page_id, _text_hash(text));
   const store::StoredRows existing = wiki_._existing();
   const Map* row = existing.find(page_id);
-  const Map former = row != nullptr ? manifest_entry(page_id, *row) : Map();
-  if (row != nullptr && !described) entry = &former;
+  std::optional<Map> known;
+  if (row != nullptr && !described) {
+    known = manifest_entry(page_id, *row);
+  } else if (given != nullptr) {
+    known = given->value();
+  }
+  const Map* entry = known ? &*known : nullptr;
   const std::string title = adopted_title(text, planned_->plans.find(page_id), entry);
 
   FinalizedPage page;

@@ -170,8 +170,7 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
   const Map* row = rows_.find(page_id);
   const std::string hash = _text_hash(text);
   const bool is_row = row != nullptr && utils::string_member(*row, "content_hash") == hash;
-  const Map* entry = manifest_.entry_of(page_id, hash);
-  const bool known = is_row || (entry != nullptr && utils::string_member(*entry, "content_hash") == hash);
+  const bool known = is_row || manifest_.describes(page_id, hash);
   if (!known && is_in_conflict(text)) {
     return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
                 "resolve the conflict, then run ossilar check --fix", false});
@@ -219,9 +218,7 @@ bool Inspection::is_whole(const std::string& page_id, const std::string& text, c
 }
 
 void Inspection::inspect_difference(const std::string& page_id, const std::string& text, const Map& row) {
-  const Map* entry = manifest_.entry_of(page_id, _text_hash(text));
-  const bool described = entry != nullptr && utils::string_member(*entry, "content_hash") == _text_hash(text);
-  if (described) {
+  if (manifest_.describes(page_id, _text_hash(text))) {
     return add({Fault::newer_page, page_path(page_id), page_id,
                 "was changed since ossilar last stored it: it came with its manifest, by version control",
                 kTakesItAsItStands, true});

@@ -468,7 +468,7 @@ std::int64_t WikiGenerator::_stored_files_covered() {
   const store::StoredRows rows = store_->get_wiki_pages(branch());
   const auto count = [this](const Map* row, int by) {
     if (row == nullptr) return;
-    for (const Map& file : utils::member(*row, "source_files")) {
+    for (const Map& file : utils::json_member(*row, "source_files")) {
       const std::string path = utils::text_form(file);
       if ((covered_files_[path] += by) == 0) covered_files_.erase(path);
     }

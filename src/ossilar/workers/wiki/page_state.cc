@@ -29,7 +29,7 @@ struct SourceChanges {
 SourceChanges source_changes(const Map& row, const PagePlan* plan, const source::SourceIndex& index,
                              const std::string& steering) {
   SourceChanges changes;
-  const Map& hashes = utils::member(row, "source_hashes");
+  const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [file, hash] : hashes.items()) {
     if (file == kSteeringSource) continue;
     const source::SourceFile* now = index.find(file);
@@ -71,7 +71,7 @@ PageState state_of_row(const std::string& page_id, const Map& row, std::string r
   state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
   state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
   state.reason = std::move(reason);
-  state.citations = static_cast<std::int64_t>(utils::member(row, "citations").size());
+  state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());
   const Map cache = build_cache_of(&row);
   const Map& words = utils::member(cache, "words");
   state.words = words.is_number_integer() ? words.get<std::int64_t>() : 0;

@@ -88,7 +88,7 @@ void Repair::chunk_again(const std::string& page_id) {
   const store::StoredRows rows = wiki_._existing();
   const Map* row = rows.find(page_id);
   if (!key || row == nullptr) return;
-  const auto citations = utils::member(*row, "citations").get<std::vector<Map>>();
+  const auto citations = utils::json_member(*row, "citations").get<std::vector<Map>>();
   const ChunkScope scope = wiki_._chunk_scope(page_id);
   wiki_._store_chunks(*key, page_id,
                       wiki_._chunk_and_embed(searchable_text(text_of(page_id)), citations, scope.elsewhere),

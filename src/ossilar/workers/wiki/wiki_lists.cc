@@ -34,7 +34,10 @@ std::map<std::string, Map> WikiLists::entries_waiting(const utils::FileStamp& ma
   ManifestContent last;
   {
     const std::lock_guard lock(mutex_);
-    if (manifest == last_.manifest) last.pages = {last_.waiting.begin(), last_.waiting.end()};
+    if (manifest == last_.manifest) {
+      for (const auto& [page_id, entry] : last_.waiting)
+        last.pages.emplace(page_id, ManifestEntry(entry, utils::json_text(entry)));
+    }
   }
   if (last.pages.empty() && !is_own(manifest)) last = load_manifest(wiki_);
   return waiting_entries(last, content.rows, pages_);

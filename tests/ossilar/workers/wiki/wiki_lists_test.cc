@@ -67,6 +67,51 @@ TEST_F(WikiListsTest, StagedListsAreNothingUntilTheyArePlaced) {
   EXPECT_THAT(dir_.read("wiki/index.md"), HasSubstr("[b](pages/b.md)"));
 }
 
+// What a manifest tells of: page ids with hashes, the commit, and as values the entries; or why it tells
+// nothing.
+std::string told_by(const std::string& text) {
+  try {
+    const ManifestContent content = parse_manifest(text, "m");
+    std::string told = content.commit;
+    for (const auto& [id, entry] : content.pages)
+      told += " " + id + "=" + entry.content_hash() + utils::text_form(entry.value()["citations"]);
+    return told;
+  } catch (const utils::Error& error) {
+    return error.what();
+  }
+}
+
+TEST(Manifest, IsReadAlikeInEveryFormThatJsonHas) {
+  const std::string begin = "{\n\"format\": 1,\n\"commit\": \"c\",\n\"lint\": {},\n\"pages\": [\n";
+  const std::string a = R"({"page_id": "a", "content_hash": "1", "citations": [1]})";
+  const std::string b = R"({"page_id": "b", "content_hash": "2", "citations": []})";
+  const std::string end = "\n]\n}\n";
+  const std::string all = "c a=1[1] b=2[]";
+  const std::vector<std::pair<std::string, std::string>> rows = {
+      {begin + a + ",\n" + b + end, all},
+      {begin + a + ",\r\n" + b + end, all},
+      {begin + a + ", " + b + end, all},
+      {begin + a + ",\n\n" + b + end + "\n", all},
+      {Map::parse(begin + a + ",\n" + b + end).dump(4), all},
+      {begin + "]\n}\n", "c"},
+      {begin + a + "\n],\n\"pages\": [\n" + b + end, "c b=2[]"},
+      {R"({"format": 1, "commit": "c", "pages": [], "note": ")" + begin + a + end, "not JSON"},
+      {begin + a + "\n" + b + end, "not JSON at byte 110"},
+      {begin + a + ",\n" + b + "," + end, "not JSON at byte"},
+      {begin + a + ",\n" + b.substr(0, 20) + end, "not JSON at byte"},
+      {begin + a + "}," + end, "not JSON at byte"},
+      {begin + "{}" + end, "'' is no page id"},
+      {"{\n\"format\": 2,\n\"pages\": [\n" + a + end, "not a manifest of format 1"},
+  };
+  for (const auto& [text, told] : rows) {
+    if (told.front() == 'c') {
+      EXPECT_EQ(told_by(text), told) << text;
+    } else {
+      EXPECT_THAT(told_by(text), HasSubstr(told)) << text;
+    }
+  }
+}
+
 TEST_F(WikiListsTest, ListsAreNotCurrentOnceAnotherHasPlacedTheirs) {
   WikiLists others(wiki_, wiki_ / "pages");
   auto old = lists_.stage(content_of({"a"}));
