@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <map>
 #include <set>
@@ -167,8 +168,13 @@ Looks look_at(Tree& tree, const std::filesystem::path& root, const std::vector<L
 // What one refresh makes out of the entries of the one before.
 class Refresh {
  public:
-  Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
-      : tree_(tree), known_(known), next_(known.begin()), now_(now), tool_(symbols) {}
+  Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols, SymbolList::Spill spill)
+      : tree_(tree),
+        known_(known),
+        next_(known.begin()),
+        now_(now),
+        spill_(std::move(spill)),
+        tool_(symbols) {}
 
   // `files` are in order, and `looks` are what was seen of them.
   Entries run(const std::vector<Listed>& files, const Looks& looks, const Progress& progress) {
@@ -263,7 +269,7 @@ class Refresh {
       entry.has_symbols = true;
       if (symbols.empty()) continue;
       SourceFile file = *entry.file;
-      file.symbols = SymbolList(symbols);
+      file.symbols = SymbolList(symbols, spill_);
       entry.file = std::make_shared<const SourceFile>(std::move(file));
     }
     if (!queue.problem().empty()) tool_.fail(queue.problem());
@@ -277,6 +283,7 @@ class Refresh {
   const Entries& known_;
   Entries::const_iterator next_;  // the first that no survey has passed
   std::int64_t now_;
+  SymbolList::Spill spill_;  // null keeps symbols in memory
   ToolOfRefresh tool_;
   std::vector<ToRead> to_read_;
   std::vector<utils::IoError> failures_;
@@ -335,17 +342,18 @@ std::set<std::string> folders_of(const Listing& listing) {
   return folders;
 }
 
-// Whether `path` is one of the files, which are in order, or a folder that one is in.
-bool leads_to(const std::vector<Listed>& files, const std::string& path) {
-  const auto found =
-      std::lower_bound(files.begin(), files.end(), path,
-                       [](const Listed& file, const std::string& at) { return file.path < at; });
-  if (found != files.end() && found->path == path) return true;
+// Whether `path` is that of one of the files, which are in order, or of a folder that one is in.
+template <class File, class PathOf>
+bool leads_to(const std::vector<File>& files, PathOf path_of_file, const std::string& path) {
+  const auto first_from = [&](const std::string& from) {
+    return std::lower_bound(files.begin(), files.end(), from,
+                            [&](const File& file, const std::string& at) { return path_of_file(file) < at; });
+  };
+  const auto found = first_from(path);
+  if (found != files.end() && path_of_file(*found) == path) return true;
   const std::string below = path + "/";
-  const auto first =
-      std::lower_bound(files.begin(), files.end(), below,
-                       [](const Listed& file, const std::string& at) { return file.path < at; });
-  return first != files.end() && first->path.starts_with(below);
+  const auto first = first_from(below);
+  return first != files.end() && path_of_file(*first).starts_with(below);
 }
 
 constexpr std::int64_t kLongestHearsay = 60'000'000'000;  // nanoseconds
@@ -356,9 +364,9 @@ class Hearing {
   Hearing(const std::filesystem::path& root, const Exclusions& excluded)
       : root_(root), excluded_(excluded), watch_(root) {}
 
-  // Whether what was seen at the last look still is so.
-  bool is_unchanged(std::int64_t now) {
-    const bool quiet = watch_.is_quiet([this](const std::string& path) { return concerns(path); });
+  // Whether what was seen at the last look, which gave these entries, still is so.
+  bool is_unchanged(std::int64_t now, const Entries& entries) {
+    const bool quiet = watch_.is_quiet([&](const std::string& path) { return concerns(path, entries); });
     const bool recent = now >= looked_at_ && now - looked_at_ < kLongestHearsay;
     // What happens to a folder above one that is watched is not heard of.
     complete_ = complete_ && quiet && recent && utils::stamp_of(root_).is_same_file(root_stamp_) &&
@@ -384,9 +392,15 @@ class Hearing {
   }
 
   // The look that list() began is done.
-  void set_looked(std::int64_t now, Listing listing) {
+  void set_looked(std::int64_t now, Listing listing, const Entries& entries) {
     looked_at_ = now;
-    files_ = std::move(listing.files);
+    absent_.clear();
+    auto entry = entries.begin();
+    for (Listed& file : listing.files) {
+      while (entry != entries.end() && path_of(*entry) < file.path) ++entry;
+      const bool has_entry = entry != entries.end() && path_of(*entry) == file.path;
+      if (!has_entry) absent_.push_back(std::move(file.path));
+    }
     complete_ = watch_.is_trusted();
   }
 
@@ -396,11 +410,12 @@ class Hearing {
     return repository ? index_file_of(repository.get()) : std::filesystem::path();
   }
 
-  bool concerns(const std::string& path) const {
+  bool concerns(const std::string& path, const Entries& entries) const {
     if (index_file_.empty()) return !excluded_.covers(path);
     // A second index within a tick of the file system's clock may have the stamp of the first.
     if (path == ".git" || path == index_file_.native()) return true;
-    return !excluded_.covers(path) && leads_to(files_, path);
+    return !excluded_.covers(path) &&
+           (leads_to(entries, path_of, path) || leads_to(absent_, std::identity(), path));
   }
 
   const std::filesystem::path& root_;
@@ -409,7 +424,7 @@ class Hearing {
   utils::FileStamp root_stamp_;
   std::filesystem::path index_file_;  // empty outside git
   utils::FileStamp index_stamp_;
-  std::vector<Listed> files_;  // of the last look, in order
+  std::vector<std::string> absent_;  // listed at the last look without an entry, in order
   std::int64_t looked_at_ = 0;
   bool complete_ = false;  // the last look came to its end, and nothing happened since
 };
@@ -421,12 +436,13 @@ class Indexer::Impl {
   explicit Impl(Options options) : options_(std::move(options)), excluded_(options_.excluded) {
     if (!options_.clock) options_.clock = system_clock;
     if (options_.watch) hearing_.emplace(options_.root, excluded_);
+    if (!options_.spill.empty()) spill_ = std::make_shared<TextSpill>(options_.spill);
   }
 
   std::shared_ptr<const SourceIndex> refresh(const Progress& progress) {
     const std::scoped_lock lock(refreshing_);
     const std::int64_t now = options_.clock();
-    if (entries_ && hearing_ && hearing_->is_unchanged(now) && !has_tool_come()) return index_;
+    if (entries_ && hearing_ && hearing_->is_unchanged(now, *entries_) && !has_tool_come()) return index_;
     ++looks_;
     // What is known is loaded while the tree is looked at: each takes about as long as the other.
     auto loading = entries_ ? std::future<Entries>() : std::async([this] { return load(); });
@@ -434,7 +450,7 @@ class Indexer::Impl {
     Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
     const Looks looks = look_at(tree, options_.root, listing.files);
     if (loading.valid()) entries_ = loading.get();
-    Refresh refresh(tree, *entries_, now, options_.symbols);
+    Refresh refresh(tree, *entries_, now, options_.symbols, spill_);
     Entries entries = refresh.run(listing.files, looks, progress);
     tell(refresh.failures());
     save(changes_between(*entries_, entries));
@@ -443,7 +459,7 @@ class Indexer::Impl {
     const std::scoped_lock skipped_lock(skipping_);
     skipped_ = std::move(listing.skipped);
     lacks_tool_ = refresh.lacks_tool();
-    if (hearing_ && refresh.is_complete()) hearing_->set_looked(now, std::move(listing));
+    if (hearing_ && refresh.is_complete()) hearing_->set_looked(now, std::move(listing), *entries_);
     return index_;
   }
 
@@ -473,7 +489,7 @@ class Indexer::Impl {
     Entries entries;
     if (options_.records == nullptr) return entries;
     options_.records->load([&](std::string_view path, std::string_view text) {
-      auto entry = read_record(path, text);
+      auto entry = read_record(path, text, spill_);
       entries.push_back(entry ? *std::move(entry) : unknown_entry(path));
     });
     // They come in order, but for those that were stored since the first time.
@@ -490,6 +506,7 @@ class Indexer::Impl {
 
   Options options_;
   Exclusions excluded_;
+  SymbolList::Spill spill_;         // null without Options::spill
   std::mutex refreshing_;           // guards what follows
   std::optional<Entries> entries_;  // none before the records are loaded
   std::shared_ptr<const SourceIndex> index_;

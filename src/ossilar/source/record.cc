@@ -60,7 +60,7 @@ Stamp read_stamp(Parts& parts) {
   return stamp;
 }
 
-SourceFile read_file(std::string_view path, Parts& parts) {
+SourceFile read_file(std::string_view path, Parts& parts, const SymbolList::Spill& spill) {
   SourceFile file;
   file.path = path;
   const auto kind = parts.number<unsigned>();
@@ -73,7 +73,7 @@ SourceFile read_file(std::string_view path, Parts& parts) {
   file.sha256 = parts.up_to('\n');
   file.language = parts.up_to('\n');
   file.imports = ImportList::of_text(parts.bytes(import_bytes));
-  file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes));
+  file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes), spill);
   parts.end();
   return file;
 }
@@ -90,20 +90,22 @@ std::string record_text(const Entry& entry) {
   add(stamp.size), add(stamp.modified), add(stamp.changed), add(stamp.inode), add(stamp.device);
   add(int{entry.is_settled}), add(int{entry.has_symbols});
   add(static_cast<unsigned>(file.kind)), add(file.size), add(file.lines);
-  add(file.imports.text().size()), add(file.symbols.text().size());
+  const std::string symbols = file.symbols.text();
+  add(file.imports.text().size()), add(symbols.size());
   text.append(file.sha256) += '\n';
   text.append(file.language) += '\n';
-  return text.append(file.imports.text()).append(file.symbols.text());
+  return text.append(file.imports.text()).append(symbols);
 }
 
-std::optional<Entry> read_record(std::string_view path, std::string_view text) {
+std::optional<Entry> read_record(std::string_view path, std::string_view text,
+                                 const SymbolList::Spill& spill) {
   Parts parts(text);
   if (parts.number<int>() != kFormat) return std::nullopt;
   Entry entry;
   entry.stamp = read_stamp(parts);
   entry.is_settled = parts.flag();
   entry.has_symbols = parts.flag();
-  SourceFile file = read_file(path, parts);
+  SourceFile file = read_file(path, parts, spill);
   if (parts.is_damaged()) return std::nullopt;
   entry.file = std::make_shared<const SourceFile>(std::move(file));
   return entry;

@@ -37,9 +37,17 @@ std::string field_of(std::string_view& line, const std::string& before) {
   return field == kAsBefore ? before : std::string(field);
 }
 
+// Whether a symbol of that name is in the text of a list. The C library's search stops less often than the
+// string's own, which looks at every first character.
+bool may_name(std::string_view text, std::string_view name) {
+  const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
+  return text.starts_with(std::string_view(line).substr(1)) ||
+         memmem(text.data(), text.size(), line.data(), line.size()) != nullptr;
+}
+
 }  // namespace
 
-SymbolList::SymbolList(const std::vector<Symbol>& symbols) {
+SymbolList::SymbolList(const std::vector<Symbol>& symbols, const Spill& spill) {
   Symbol before;
   for (const Symbol& symbol : symbols) {
     append_field(text_, symbol.name, "");
@@ -48,20 +56,34 @@ SymbolList::SymbolList(const std::vector<Symbol>& symbols) {
     text_.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;
     before = symbol;
   }
-  text_.shrink_to_fit();
+  keep_in(spill);
 }
 
-SymbolList SymbolList::of_text(std::string text) {
+SymbolList SymbolList::of_text(std::string text, const Spill& spill) {
   SymbolList list;
   list.text_ = std::move(text);
-  list.text_.shrink_to_fit();
+  list.keep_in(spill);
   return list;
+}
+
+void SymbolList::keep_in(const Spill& spill) {
+  const auto is_main = [](const Symbol& symbol) { return symbol.name == "main" && symbol.scope.empty(); };
+  if (may_name(text_, "main")) {
+    const std::vector<Symbol> symbols = all();
+    has_main_ = std::any_of(symbols.begin(), symbols.end(), is_main);
+  }
+  const auto piece = spill && !text_.empty() ? spill->add(text_) : std::nullopt;
+  if (!piece) return text_.shrink_to_fit();
+  spill_ = spill;
+  piece_ = *piece;
+  text_ = std::string();
 }
 
 std::vector<Symbol> SymbolList::all() const {
   std::vector<Symbol> symbols;
   Symbol symbol;
-  std::string_view left = text_;
+  const std::string text = this->text();
+  std::string_view left = text;
   while (!left.empty()) {
     std::string_view line = left.substr(0, left.find(kSymbolEnd));
     left.remove_prefix(std::min(left.size(), line.size() + 1));
@@ -74,13 +96,6 @@ std::vector<Symbol> SymbolList::all() const {
     symbols.push_back(symbol);
   }
   return symbols;
-}
-
-// The C library's search stops less often than the string's own, which looks at every first character.
-bool SymbolList::names(std::string_view name) const {
-  const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
-  return text_.starts_with(std::string_view(line).substr(1)) ||
-         memmem(text_.data(), text_.size(), line.data(), line.size()) != nullptr;
 }
 
 ImportList::ImportList(const std::vector<std::string>& imports) : text_(utils::join(imports, "\n")) {}

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ossilar/source/text_spill.h"
+
 namespace ossilar::source {
 
 // Files larger than this are indexed by name only.
@@ -34,21 +36,28 @@ struct Symbol {
 // index takes.
 class SymbolList {
  public:
-  SymbolList() = default;
-  explicit SymbolList(const std::vector<Symbol>& symbols);
-  // `text` is what text() gave; of another what can be read is taken.
-  static SymbolList of_text(std::string text);
+  using Spill = std::shared_ptr<TextSpill>;
 
+  // With a `spill` the text is kept there, if there is room.
+  SymbolList() = default;
+  explicit SymbolList(const std::vector<Symbol>& symbols, const Spill& spill = nullptr);
+  // `text` is what text() gave; of another what can be read is taken.
+  static SymbolList of_text(std::string text, const Spill& spill = nullptr);
+
+  // Throws utils::IoError for a text that cannot be had back from its spill, as text() does.
   std::vector<Symbol> all() const;
-  // Whether there is one of that name.
-  bool names(std::string_view name) const;
-  bool empty() const { return text_.empty(); }
+  // Whether a program may begin here: one at the file's level is called `main`.
+  bool has_main() const { return has_main_; }
   // UTF-8 if the symbols are.
-  const std::string& text() const { return text_; }
-  bool operator==(const SymbolList&) const = default;
+  std::string text() const { return spill_ ? spill_->read(piece_) : text_; }
 
  private:
-  std::string text_;
+  void keep_in(const Spill& spill);
+
+  std::string text_;  // "" when it is in the spill
+  Spill spill_;       // null when it is in memory
+  TextSpill::Piece piece_;
+  bool has_main_ = false;
 };
 
 // What a file takes in from others, kept as one text as its symbols are.

@@ -61,12 +61,14 @@ class SymbolsTest : public ::testing::Test {
   TempDir root;
   TempDir tools;
   void make_indexer(bool watch) {
-    indexer = std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
-                                                         .excluded = {},
-                                                         .records = nullptr,
-                                                         .symbols = true,
-                                                         .clock = [] { return std::int64_t{1} << 62; },
-                                                         .watch = watch});
+    indexer =
+        std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
+                                                   .excluded = {},
+                                                   .records = nullptr,
+                                                   .symbols = true,
+                                                   .clock = [] { return std::int64_t{1} << 62; },
+                                                   .watch = watch,
+                                                   .spill = watch ? tools.path() : std::filesystem::path()});
   }
   void SetUp() override { make_indexer(false); }
   std::unique_ptr<Indexer> indexer;
@@ -83,7 +85,7 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
   for (const auto& file : index->files()) {
     const std::string record = record_text({.stamp = {}, .file = file});
     const auto kept = read_record(file->path, record);
-    EXPECT_EQ(kept->file->symbols, file->symbols) << "from its record";
+    EXPECT_EQ(kept->file->symbols.text(), file->symbols.text()) << "from its record";
     EXPECT_EQ(record_text(*kept), record);
     for (std::size_t size = 0; size < record.size(); ++size)
       EXPECT_FALSE(read_record(file->path, record.substr(0, size))) << "cut off after " << size;
@@ -162,10 +164,32 @@ TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
     for (const Symbol& s : symbols) rows.emplace_back(s.name, s.kind, s.scope, s.line);
     return rows;
   };
-  for (const auto& list : lists)
-    EXPECT_EQ(fields(SymbolList::of_text(SymbolList(list).text()).all()), fields(list));
+  const TempDir dir;
+  for (const SymbolList::Spill& spill : {SymbolList::Spill(), std::make_shared<TextSpill>(dir.path()),
+                                         std::make_shared<TextSpill>(dir / "missing")}) {
+    std::vector<SymbolList> kept;
+    for (const auto& list : lists) kept.push_back(SymbolList::of_text(SymbolList(list, spill).text(), spill));
+    for (std::size_t i = 0; i < lists.size(); ++i) EXPECT_EQ(fields(kept[i].all()), fields(lists[i]));
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << "what is spilled has no name";
   EXPECT_EQ(shown(SymbolList({{"a\tb\nc", "d", "", 1}, {"e", "d", "", 2}}).all()), "1 d |a b c, 2 d |e");
   EXPECT_EQ(shown(SymbolList::of_text("a\n\x01\t\x01\t\x01\tx\nb\tf\t\t7").all()), "0  |a, 0  |\x01, 7 f |b");
+}
+
+TEST(SymbolList, TellsWhereAProgramMayBegin) {
+  const std::vector<std::pair<std::vector<Symbol>, bool>> rows{
+      {{}, false},
+      {{{"main", "function", "", 1}}, true},
+      {{{"a", "function", "", 1}, {"main", "function", "A", 2}}, false},
+      {{{"domain", "function", "", 1}, {"main", "method", "A", 2}, {"main", "function", "", 9}}, true},
+      {{{"mains", "function", "", 1}}, false},
+  };
+  const TempDir dir;
+  for (const auto& [symbols, is_so] : rows) {
+    EXPECT_EQ(SymbolList(symbols).has_main(), is_so) << shown(symbols);
+    EXPECT_EQ(SymbolList(symbols, std::make_shared<TextSpill>(dir.path())).has_main(), is_so)
+        << shown(symbols);
+  }
 }
 
 }  // namespace

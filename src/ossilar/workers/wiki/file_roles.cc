@@ -194,16 +194,11 @@ int entry_rank(const SourceFile& file, std::string_view repository_name) {
   static constexpr std::array<std::string_view, 5> kProgram{"main", "__main__", "index", "app", "server"};
   static constexpr std::array<std::string_view, 4> kPackage{"lib", "mod", "__init__", "doc"};
   const std::string stem = lower_case(file_stem(file.path));
-  const auto is_main = [](const source::Symbol& symbol) {
-    return symbol.name == "main" && symbol.scope.empty();
-  };
   if (is_one_of(stem, kProgram)) return 0;
   if (stem == lower_case(repository_name)) return 1;
   if (is_one_of(stem, kPackage)) return 2;
   if (stem == lower_case(file_name(folder_of(file.path)))) return 3;
-  if (!file.symbols.names("main")) return kNoEntryPoint;
-  const std::vector<source::Symbol> symbols = file.symbols.all();
-  return std::any_of(symbols.begin(), symbols.end(), is_main) ? 4 : kNoEntryPoint;
+  return file.symbols.has_main() ? 4 : kNoEntryPoint;
 }
 
 std::vector<std::string> overview_files(const source::SourceIndex& index) {

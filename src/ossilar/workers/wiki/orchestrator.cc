@@ -101,11 +101,12 @@ WikiGenerator::WikiGenerator(Services services)
       store_(std::move(services.store)),
       embedder_(std::move(services.embedder)),
       source_records_(std::make_unique<SourceRecords>(*store_)),
-      indexer_(
-          std::make_unique<source::Indexer>(source::Indexer::Options{.root = paths_.root,
-                                                                     .excluded = excluded_from_index(config_),
-                                                                     .records = source_records_.get(),
-                                                                     .watch = services.watch_sources})),
+      indexer_(std::make_unique<source::Indexer>(source::Indexer::Options{
+          .root = paths_.root,
+          .excluded = excluded_from_index(config_),
+          .records = source_records_.get(),
+          .watch = services.watch_sources,
+          .spill = services.watch_sources ? paths_.state : std::filesystem::path()})),
       lock_({.path = paths_.lock(),
              .timeout = config_.lock_timeout,
              .holder = std::move(services.writer),

@@ -129,7 +129,8 @@ class WikiGenerator final : public AgentSaveMixin {
     // Up to this size of the manifest, in bytes, a save is answered when they are on disk; above it they
     // follow it. None: they are written within the commit.
     std::optional<std::uint64_t> lists_follow_above = {};
-    bool watch_sources = false;  // see Indexer::Options::watch
+    // Hears of changes of the sources, and keeps their symbols out of memory: see Indexer::Options.
+    bool watch_sources = false;
   };
   explicit WikiGenerator(Services services);
   ~WikiGenerator() override;
