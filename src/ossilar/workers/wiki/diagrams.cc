@@ -66,18 +66,13 @@ void add_edge(Edges& edges, std::string_view from, std::string_view to) {
   if (from != to) edges.emplace(from, to);
 }
 
-template <class Each>
-void for_each_neighbour(const Dependencies& dependencies, std::string_view id, Each each) {
-  const auto found = dependencies.find(id);
-  if (found == dependencies.end()) return;
-  for (const std::string& other : found->second) each(std::string_view(other));
-}
-
 Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
   Edges edges;
-  for (const auto& [from, targets] : graph.on) {
-    const std::string_view source = shown_as(plans, from, {});
-    for (const std::string& to : targets) add_edge(edges, source, shown_as(plans, to, {}));
+  std::string_view last;
+  std::string_view source;
+  for (const auto& [from, to] : graph.edges()) {
+    if (std::exchange(last, from) != from) source = shown_as(plans, from, {});
+    add_edge(edges, source, shown_as(plans, to, {}));
   }
   return edges;
 }
@@ -88,12 +83,10 @@ Edges neighbours(const PagePlan& plan, const Ids& inside, const Plans& plans, co
   const Ids open = with_ancestors(plans, unit_above(plans, plan.page_id));
   Edges edges;
   for (const std::string_view id : inside) {
-    for_each_neighbour(graph.on, id, [&](std::string_view to) {
+    for (const std::string_view to : graph.dependencies(id))
       if (inside.count(to) == 0) add_edge(edges, plan.page_id, shown_as(plans, to, open));
-    });
-    for_each_neighbour(graph.by, id, [&](std::string_view from) {
+    for (const std::string_view from : graph.dependents(id))
       if (inside.count(from) == 0) add_edge(edges, shown_as(plans, from, open), plan.page_id);
-    });
   }
   return edges;
 }
@@ -104,10 +97,9 @@ Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& pla
   Edges edges;
   for (const std::string_view from : inside) {
     if (from == self) continue;
-    for_each_neighbour(graph.on, from, [&](std::string_view to) {
+    for (const std::string_view to : graph.dependencies(from))
       if (to != self && inside.count(to) > 0)
         add_edge(edges, shown_as(plans, from, {self}), shown_as(plans, to, {self}));
-    });
   }
   return edges;
 }

@@ -1,9 +1,10 @@
 // Which planned pages' sources depend on which others', from the includes and imports in them.
 #pragma once
 
-#include <map>
-#include <set>
+#include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ossilar/source/source_index.h"
@@ -16,16 +17,33 @@ namespace ossilar::workers::wiki {
 std::string resolve_import(const source::SourceIndex& index, const source::SourceFile& file,
                            const std::string& import);
 
-// Page id to page ids, itself left out; a page with none has no entry.
-using Dependencies = std::map<std::string, std::set<std::string>, std::less<>>;
+// Which pages depend on which. Ids that it gives are valid as long as it is.
+class ModuleGraph {
+ public:
+  // Page ids: what depends, and what it depends on.
+  using Edge = std::pair<std::string_view, std::string_view>;
 
-// The same edges from both ends, so that what a page is about does not take a walk over all.
-struct ModuleGraph {
   ModuleGraph() = default;
-  explicit ModuleGraph(Dependencies edges);
+  // In any order, and each as often as it likes.
+  explicit ModuleGraph(const std::vector<Edge>& edges);
 
-  Dependencies on;  // what a page depends on
-  Dependencies by;  // what depends on it
+  // Each once, in order.
+  std::vector<Edge> edges() const;
+  // In order; none for an id that is in no edge.
+  std::vector<std::string_view> dependencies(std::string_view id) const;
+  std::vector<std::string_view> dependents(std::string_view id) const;
+
+ private:
+  // Places in ids_. A large graph has more edges than pages have files.
+  using Link = std::pair<std::uint32_t, std::uint32_t>;
+  using Links = std::vector<Link>;
+
+  std::uint32_t place_of(std::string_view id) const;
+  std::vector<std::string_view> linked(const Links& links, std::string_view id) const;
+
+  std::vector<std::string> ids_;  // in order
+  Links on_;                      // in order, as is the next: the same from the other end
+  Links by_;
 };
 
 // The dependencies between the unit pages of `plans`. A file belongs to the first page in order that lists

@@ -39,8 +39,13 @@ std::string texts(const std::vector<Diagram>& diagrams) {
 }
 
 TEST(PageDiagrams, WhatAPageShows) {
-  const ModuleGraph graph(
-      {{"a/x", {"a/y/z", "b/x"}}, {"a/y", {"a/y/z"}}, {"a/y/z", {"c"}}, {"b/x", {"b", "a"}}, {"c", {"a/x"}}});
+  const ModuleGraph graph({{"a/x", "a/y/z"},
+                           {"a/x", "b/x"},
+                           {"a/y", "a/y/z"},
+                           {"a/y/z", "c"},
+                           {"b/x", "b"},
+                           {"b/x", "a"},
+                           {"c", "a/x"}});
   const std::string top =
       R"(  n0["a"]   n1["b"]   n2["c"]   n0 --> n1   n0 --> n2   n1 --> n0   n2 --> n0 |)";
   const struct {
@@ -60,7 +65,7 @@ TEST(PageDiagrams, WhatAPageShows) {
     EXPECT_EQ(texts(page_diagrams(*plans.find(row.page_id), plans, graph)), row.expected) << row.why;
   }
   for (const char* id : {"overview", "b"}) {
-    EXPECT_EQ(texts(page_diagrams(*plans.find(id), plans, ModuleGraph(Dependencies{{"a", {"a/x"}}}))), "")
+    EXPECT_EQ(texts(page_diagrams(*plans.find(id), plans, ModuleGraph({ModuleGraph::Edge("a", "a/x")}))), "")
         << "nothing to see";
   }
 }
@@ -72,7 +77,7 @@ TEST(PageDiagrams, ParentsInACycleEnd) {
   pages[0].children = pages[1].children = {"a", "b"};
   const Plans plans(pages);
   for (std::size_t i : {0U, 2U, 3U})
-    EXPECT_EQ(page_diagrams(plans[i], plans, ModuleGraph(Dependencies{{"a", {"c"}}})).size(), 1U) << i;
+    EXPECT_EQ(page_diagrams(plans[i], plans, ModuleGraph({ModuleGraph::Edge("a", "c")})).size(), 1U) << i;
 }
 
 TEST(PageDiagrams, Labels) {
@@ -97,7 +102,7 @@ TEST(PageDiagrams, Labels) {
     std::vector<PagePlan> pages{page("overview", "overview"), page("a"), page("b")};
     pages[1].title = row.title;
     const Plans plans(pages);
-    EXPECT_EQ(texts(page_diagrams(plans[0], plans, ModuleGraph(Dependencies{{"a", {"b"}}}))),
+    EXPECT_EQ(texts(page_diagrams(plans[0], plans, ModuleGraph({ModuleGraph::Edge("a", "b")}))),
               "  n0[\"" + row.label + "\"]   n1[\"b\"]   n0 --> n1 |")
         << row.why;
   }
@@ -118,12 +123,12 @@ TEST(PageDiagrams, OfALargeGraphTheMostConnected) {
   };
   for (const auto& row : rows) {
     std::vector<PagePlan> pages{page("overview", "overview")};
-    Dependencies edges;
-    for (int i = 0; i < row.pages; ++i) {
-      const std::string id = std::to_string(100 + i);
-      pages.push_back(page(id));
-      for (int to = i + 1; to < std::min(row.pages, i + 1 + row.reach); ++to)
-        edges[id].insert(std::to_string(100 + to));
+    for (int i = 0; i < row.pages; ++i) pages.push_back(page(std::to_string(100 + i)));
+    std::vector<ModuleGraph::Edge> edges;
+    for (int i = 1; i <= row.pages; ++i) {
+      for (int to = i + 1; to <= std::min(row.pages, i + row.reach); ++to)
+        edges.emplace_back(pages[static_cast<std::size_t>(i)].page_id,
+                           pages[static_cast<std::size_t>(to)].page_id);
     }
     const Plans plans(pages);
     const auto diagrams = page_diagrams(plans[0], plans, ModuleGraph(edges));

@@ -17,6 +17,7 @@ namespace {
 using source::SourceFile;
 using source::SourceIndex;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::Pair;
 
 SourceFile file(const std::string& path, const std::string& language,
@@ -78,10 +79,13 @@ TEST(ModuleGraph, EdgesBetweenUnitPages) {
   const Plans plans{page("overview", {"a/a.py", "d/d.py"}, "overview"),
                     page("a", {"a/a.py", "a/other.py", "gone.py"}), page("b", {"b/b.py", "a/a.py"}),
                     page("c", {"c/c.py"})};
-  EXPECT_THAT(module_graph(plans, index).by,
-              ElementsAre(Pair("b", ElementsAre("a")), Pair("c", ElementsAre("a"))));
-  EXPECT_THAT(module_graph(plans, index).on, ElementsAre(Pair("a", ElementsAre("b", "c"))))
+  const ModuleGraph graph = module_graph(plans, index);
+  EXPECT_THAT(graph.edges(), ElementsAre(Pair("a", "b"), Pair("a", "c")))
       << "d is on no unit page; a file of two pages belongs to the first";
+  EXPECT_THAT(graph.dependencies("a"), ElementsAre("b", "c"));
+  EXPECT_THAT(graph.dependents("b"), ElementsAre("a"));
+  EXPECT_THAT(graph.dependents("c"), ElementsAre("a"));
+  for (const char* without : {"b", "bb", "z", ""}) EXPECT_THAT(graph.dependencies(without), IsEmpty());
 }
 
 }  // namespace
