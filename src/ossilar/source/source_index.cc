@@ -76,7 +76,7 @@ void SymbolList::keep_in(const Spill& spill) {
   if (!piece) return text_.shrink_to_fit();
   spill_ = spill;
   piece_ = *piece;
-  text_ = std::string();
+  std::string().swap(text_);  // an assignment would keep the memory
 }
 
 std::vector<Symbol> SymbolList::all() const {

@@ -204,7 +204,7 @@ std::string WikiFilesRenderer::manifest(const store::StoredRows& rows, const Wik
   out += ",\n\"lint\": " + utils::json_text(result.lint) + ",\n\"pages\": [";
   const char* separator = "\n";
   const auto add = [&](const std::string& line) {
-    out += separator + line;
+    out.append(separator).append(line);
     separator = ",\n";
   };
   auto waits = waiting.begin();
@@ -213,14 +213,15 @@ std::string WikiFilesRenderer::manifest(const store::StoredRows& rows, const Wik
     add(rendered(page_id, rows).manifest_line);
   });
   for (; waits != waiting.end(); ++waits) add(utils::json_text(waits->second));
-  return out + "\n]\n}\n";
+  out += "\n]\n}\n";
+  return out;
 }
 
 std::string WikiFilesRenderer::index(const store::StoredRows& rows, const Plans& plans) {
   std::string out = "# Wiki\n\n<!-- Rebuilt by every save. -->\n\n";
   if (rows.empty()) return out + "No page has been written yet.\n";
   for (const Listed& listed : listed_pages(rows, plans)) {
-    out += std::string(2 * listed.depth, ' ') + rendered(listed.page_id, rows).index_line;
+    out.append(2 * listed.depth, ' ').append(rendered(listed.page_id, rows).index_line);
   }
   return out;
 }
