@@ -74,12 +74,12 @@ Entry unread_entry(const std::string& path, FileKind kind, const Stamp& stamp, c
 }
 
 std::shared_ptr<const SourceFile> read_file(const std::string& path, const Reading& reading,
-                                            std::string hash) {
+                                            const ContentHash& hash) {
   SourceFile file;
   file.path = path;
   file.kind = reading.kind;
   file.size = reading.content.size();
-  file.sha256 = std::move(hash);
+  file.sha256 = hash;
   const bool is_text = reading.kind == FileKind::text;
   file.language = language_of(path, is_text ? std::string_view(reading.content) : std::string_view());
   if (is_text) {
@@ -90,7 +90,7 @@ std::shared_ptr<const SourceFile> read_file(const std::string& path, const Readi
 }
 
 Entry read_entry(const std::string& path, const Reading& reading, std::int64_t now, const Entry* known) {
-  std::string hash = utils::sha256_hex(reading.content);
+  const ContentHash hash(utils::sha256_hex(reading.content));
   Entry entry{.stamp = reading.stamp,
               .is_settled = reading.is_steady && is_old_enough(reading.stamp, now),
               .has_symbols = false,
@@ -99,7 +99,7 @@ Entry read_entry(const std::string& path, const Reading& reading, std::int64_t n
     entry.has_symbols = known->has_symbols;
     entry.file = known->file;
   } else {
-    entry.file = read_file(path, reading, std::move(hash));
+    entry.file = read_file(path, reading, hash);
   }
   return entry;
 }

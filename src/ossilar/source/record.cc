@@ -70,7 +70,9 @@ SourceFile read_file(std::string_view path, Parts& parts, const SymbolList::Spil
   file.lines = parts.number<std::int64_t>();
   const auto import_bytes = parts.number<std::size_t>();
   const auto symbol_bytes = parts.number<std::size_t>();
-  file.sha256 = parts.up_to('\n');
+  const std::string_view hash = parts.up_to('\n');
+  file.sha256 = ContentHash(hash);
+  parts.require(file.sha256.hex() == hash);
   file.language = parts.up_to('\n');
   file.imports = ImportList::of_text(parts.bytes(import_bytes));
   file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes), spill);
@@ -92,7 +94,7 @@ std::string record_text(const Entry& entry) {
   add(static_cast<unsigned>(file.kind)), add(file.size), add(file.lines);
   const std::string symbols = file.symbols.text();
   add(file.imports.text().size()), add(symbols.size());
-  text.append(file.sha256) += '\n';
+  text.append(file.sha256.hex()) += '\n';
   text.append(file.language) += '\n';
   return text.append(file.imports.text()).append(symbols);
 }

@@ -98,6 +98,28 @@ std::vector<Symbol> SymbolList::all() const {
   return symbols;
 }
 
+ContentHash::ContentHash(std::string_view hex) {
+  if (hex.size() != 2 * bytes_.size()) return;
+  for (std::size_t i = 0; i < bytes_.size(); ++i) {
+    const char* const digits = hex.data() + 2 * i;
+    const auto [end, error] = std::from_chars(digits, digits + 2, bytes_.at(i), 16);
+    if (error != std::errc() || end != digits + 2) return;
+  }
+  is_known_ = true;
+}
+
+std::string ContentHash::hex() const {
+  static constexpr std::string_view kDigits = "0123456789abcdef";
+  if (!is_known_) return "";
+  std::string digits;
+  digits.reserve(2 * bytes_.size());
+  for (const unsigned byte : bytes_) {
+    digits += kDigits[byte >> 4U];
+    digits += kDigits[byte & 15U];
+  }
+  return digits;
+}
+
 ImportList::ImportList(const std::vector<std::string>& imports) : text_(utils::join(imports, "\n")) {}
 
 ImportList ImportList::of_text(std::string text) {

@@ -1,6 +1,7 @@
 // What is known of the files of a source repository. Immutable: a refresh makes a new one.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -77,11 +78,27 @@ class ImportList {
   std::string text_;
 };
 
+// A SHA-256, in a third of the memory that its digits take.
+class ContentHash {
+ public:
+  ContentHash() = default;  // of content that was not read
+  // `hex` has 64 lower-case hexadecimal digits; any other text is no hash.
+  explicit ContentHash(std::string_view hex);
+  // "" when there is none.
+  std::string hex() const;
+  bool empty() const { return !is_known_; }
+  bool operator==(const ContentHash&) const = default;
+
+ private:
+  std::array<std::uint8_t, 32> bytes_{};
+  bool is_known_ = false;
+};
+
 struct SourceFile {
   std::string path;  // relative to the repository's root, '/' between parts, UTF-8
   FileKind kind = FileKind::text;
   std::uint64_t size = 0;
-  std::string sha256;  // of the content as read; "" when it was not read
+  ContentHash sha256;  // of the content as read
   std::int64_t lines = 0;
   std::string language;  // "C++", "Python", ...; "" when not known
   SymbolList symbols;

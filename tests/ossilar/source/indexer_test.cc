@@ -71,7 +71,7 @@ class IndexerTest : public ::testing::Test {
 
   void expect_content(const std::string& path, const std::string& content) const {
     ASSERT_NE(index->find(path), nullptr);
-    EXPECT_EQ(index->find(path)->sha256, utils::sha256_hex(content));
+    EXPECT_EQ(index->find(path)->sha256.hex(), utils::sha256_hex(content));
   }
 
   void SetUp() override { repository.run("mkdir r o; echo 'int secret;' > o/secret.c"); }

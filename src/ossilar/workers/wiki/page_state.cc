@@ -35,7 +35,7 @@ SourceChanges source_changes(const Map& row, const PagePlan* plan, const source:
     const source::SourceFile* now = index.find(file);
     if (now == nullptr) {
       changes.removed.push_back(file);
-    } else if (!hash.is_string() || now->sha256 != hash.get_ref<const std::string&>()) {
+    } else if (!hash.is_string() || now->sha256.hex() != hash.get_ref<const std::string&>()) {
       changes.changed.push_back(file);
     }
   }
@@ -117,7 +117,7 @@ std::map<std::string, std::string> source_hashes(const std::vector<std::string>&
   std::map<std::string, std::string> hashes;
   for (const std::string& path : files) {
     const source::SourceFile* file = index.find(path);
-    hashes[path] = file != nullptr ? file->sha256 : "";
+    hashes[path] = file != nullptr ? file->sha256.hex() : "";
   }
   if (!steering.empty()) hashes[kSteeringSource] = utils::sha256_hex(steering);
   return hashes;
