@@ -37,53 +37,22 @@ std::string field_of(std::string_view& line, const std::string& before) {
   return field == kAsBefore ? before : std::string(field);
 }
 
-// Whether a symbol of that name is in the text of a list. The C library's search stops less often than the
-// string's own, which looks at every first character.
-bool may_name(std::string_view text, std::string_view name) {
-  const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
-  return text.starts_with(std::string_view(line).substr(1)) ||
-         memmem(text.data(), text.size(), line.data(), line.size()) != nullptr;
-}
-
-}  // namespace
-
-SymbolList::SymbolList(const std::vector<Symbol>& symbols, const Spill& spill) {
+std::string text_of(const std::vector<Symbol>& symbols) {
+  std::string text;
   Symbol before;
   for (const Symbol& symbol : symbols) {
-    append_field(text_, symbol.name, "");
-    append_field(text_, symbol.kind, before.kind);
-    append_field(text_, symbol.scope, before.scope);
-    text_.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;
+    append_field(text, symbol.name, "");
+    append_field(text, symbol.kind, before.kind);
+    append_field(text, symbol.scope, before.scope);
+    text.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;
     before = symbol;
   }
-  keep_in(spill);
+  return text;
 }
 
-SymbolList SymbolList::of_text(std::string text, const Spill& spill) {
-  SymbolList list;
-  list.text_ = std::move(text);
-  list.keep_in(spill);
-  return list;
-}
-
-void SymbolList::keep_in(const Spill& spill) {
-  const auto is_main = [](const Symbol& symbol) { return symbol.name == "main" && symbol.scope.empty(); };
-  if (may_name(text_, "main")) {
-    const std::vector<Symbol> symbols = all();
-    has_main_ = std::any_of(symbols.begin(), symbols.end(), is_main);
-  }
-  const auto piece = spill && !text_.empty() ? spill->add(text_) : std::nullopt;
-  if (!piece) return text_.shrink_to_fit();
-  spill_ = spill;
-  piece_ = *piece;
-  std::string().swap(text_);  // an assignment would keep the memory
-}
-
-std::vector<Symbol> SymbolList::all() const {
+std::vector<Symbol> symbols_of(std::string_view left) {
   std::vector<Symbol> symbols;
   Symbol symbol;
-  const std::string text = this->text();
-  std::string_view left = text;
   while (!left.empty()) {
     std::string_view line = left.substr(0, left.find(kSymbolEnd));
     left.remove_prefix(std::min(left.size(), line.size() + 1));
@@ -97,6 +66,45 @@ std::vector<Symbol> SymbolList::all() const {
   }
   return symbols;
 }
+
+// Whether a symbol of that name is in the text of a list. The C library's search stops less often than the
+// string's own, which looks at every first character.
+bool may_name(std::string_view text, std::string_view name) {
+  const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
+  return text.starts_with(std::string_view(line).substr(1)) ||
+         memmem(text.data(), text.size(), line.data(), line.size()) != nullptr;
+}
+
+}  // namespace
+
+SymbolList::SymbolList(const std::vector<Symbol>& symbols, const Spill& spill)
+    : SymbolList(text_of(symbols), spill) {}
+
+SymbolList SymbolList::of_text(std::string text, const Spill& spill) {
+  return SymbolList(std::move(text), spill);
+}
+
+SymbolList::SymbolList(std::string text, const Spill& spill) {
+  const auto is_main = [](const Symbol& symbol) { return symbol.name == "main" && symbol.scope.empty(); };
+  if (may_name(text, "main")) {
+    const std::vector<Symbol> symbols = symbols_of(text);
+    has_main_ = std::any_of(symbols.begin(), symbols.end(), is_main);
+  }
+  const auto piece = spill && !text.empty() ? spill->add(text) : std::nullopt;
+  if (piece) {
+    text_ = Spilled{spill, *piece};
+  } else {
+    text.shrink_to_fit();
+    text_ = std::move(text);
+  }
+}
+
+std::string SymbolList::text() const {
+  const auto* spilled = std::get_if<Spilled>(&text_);
+  return spilled != nullptr ? spilled->spill->read(spilled->piece) : std::get<std::string>(text_);
+}
+
+std::vector<Symbol> SymbolList::all() const { return symbols_of(text()); }
 
 ContentHash::ContentHash(std::string_view hex) {
   if (hex.size() != 2 * bytes_.size()) return;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "ossilar/source/text_spill.h"
@@ -50,14 +51,16 @@ class SymbolList {
   // Whether a program may begin here: one at the file's level is called `main`.
   bool has_main() const { return has_main_; }
   // UTF-8 if the symbols are.
-  std::string text() const { return spill_ ? spill_->read(piece_) : text_; }
+  std::string text() const;
 
  private:
-  void keep_in(const Spill& spill);
+  struct Spilled {
+    Spill spill;
+    TextSpill::Piece piece;
+  };
+  SymbolList(std::string text, const Spill& spill);
 
-  std::string text_;  // "" when it is in the spill
-  Spill spill_;       // null when it is in memory
-  TextSpill::Piece piece_;
+  std::variant<std::string, Spilled> text_;
   bool has_main_ = false;
 };
 

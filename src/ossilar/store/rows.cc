@@ -112,8 +112,10 @@ std::string page_id_of(const Query& rows) { return rows.text(kFirstColumn); }
 
 Map page_row(const Query& rows) {
   Map row = Map::object();
+  auto& members = row.get_ref<Map::object_t&>();
+  members.reserve(kColumns.size());
   int at = kFirstColumn;
-  for (const Column& column : kColumns) row[column.name] = column_value(rows, at++, column);
+  for (const Column& column : kColumns) members.emplace_back(column.name, column_value(rows, at++, column));
   return row;
 }
 

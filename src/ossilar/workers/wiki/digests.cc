@@ -47,12 +47,8 @@ bool spans_the_wiki(const PagePlan& plan) { return plan.type == "overview" || pl
 
 }  // namespace
 
-Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations) {
-  StringSet files;
-  for (const Map& citation : citations) files.insert(utils::string_member(citation, "path"));
-  return {{"title", plan.title},
-          {"abstract", hash_of(openings_of(sections_of(body)))},
-          {"files", files}};
+Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& /*citations*/) {
+  return {{"title", plan.title}, {"abstract", hash_of(openings_of(sections_of(body)))}};
 }
 
 bool same_abstract(const Map& a, const Map& b) { return abstract_of(a) == abstract_of(b); }
@@ -60,12 +56,12 @@ bool same_abstract(const Map& a, const Map& b) { return abstract_of(a) == abstra
 std::vector<std::string> changed_abstracts(const store::PageDigests& before,
                                            const store::PageDigests& after) {
   std::vector<std::string> changed;
-  for_each_difference(
-      before, after, [&](const std::string& page_id, const Map* old_digest, const Map* new_digest) {
-        const bool both = old_digest != nullptr && new_digest != nullptr;
-        if (both && same_abstract(*old_digest, *new_digest)) return;
-        changed.push_back(page_id);
-      });
+  for_each_difference(before, after,
+                      [&](const std::string& page_id, const Map* old_digest, const Map* new_digest) {
+                        const bool both = old_digest != nullptr && new_digest != nullptr;
+                        if (both && same_abstract(*old_digest, *new_digest)) return;
+                        changed.push_back(page_id);
+                      });
   return changed;
 }
 

@@ -9,9 +9,9 @@
 
 namespace ossilar::workers::wiki {
 
-// The digest of a unit page: `title`, `abstract` (of the heading and the opening of each section, which is what
-// a synthesis page builds on, their hash: every process holds all digests, and asks only whether they changed),
-// and `files`, the cited ones.
+// The digest of a unit page: `title`, and as `abstract` a hash of the heading and the opening of each
+// section, which is what a synthesis page builds on. Every process holds all digests, and asks only whether
+// they changed. What the page cites is no part of it.
 Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations);
 
 // Whether the two digests say the same of their sections.

@@ -41,8 +41,8 @@ bool is_in_conflict(const std::string& text) {
   return false;
 }
 
-// What the text alone settles of two digests; the cited files of a page change with the source.
-bool same_text_digest(const Map& a, const Map& b) {
+// Former versions kept more than these two.
+bool same_digest(const Map& a, const Map& b) {
   return utils::member(a, "title") == utils::member(b, "title") && same_abstract(a, b);
 }
 
@@ -250,8 +250,7 @@ void Inspection::inspect_derived(const std::string& page_id, const std::string& 
   PagePlan titled = *plan;
   titled.title = utils::string_member(row, "title");
   const Map* digest = digests_.find(page_id);
-  if (digest != nullptr &&
-      same_text_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
+  if (digest != nullptr && same_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
     return;
   }
   add({Fault::digest, page_path(page_id), page_id,

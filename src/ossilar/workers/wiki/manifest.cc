@@ -15,7 +15,7 @@ namespace ossilar::workers::wiki {
 namespace {
 
 constexpr int kFormat = 1;
-constexpr std::size_t kMostKept = 1000;  // pages, some 1.5 KiB each
+constexpr std::size_t kMostKept = 256;  // pages, some 1.5 KiB each; with more the lists follow a save anyway
 
 // The keys of a row that a clone cannot derive from page and plan alone.
 constexpr const char* kRowKeys[] = {

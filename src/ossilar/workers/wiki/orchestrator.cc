@@ -11,6 +11,7 @@
 #include "ossilar/utils/fold.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/markdown.h"
+#include "ossilar/utils/memory.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/diagrams.h"
@@ -28,6 +29,8 @@ namespace {
 // Warnings of one kind that an answer names; the rest is counted, so that an answer stays readable.
 constexpr std::size_t kMostWarnings = 20;
 
+// So large a wiki's plan, graph and lists need tens of MiB for a moment.
+constexpr std::size_t kManyFiles = 20'000;
 constexpr std::size_t kMostDrafts = 50;
 
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
@@ -135,6 +138,7 @@ std::shared_ptr<const PlannedWiki> WikiGenerator::prepare(const source::Progress
     wiki = planned_;
   }
   if (!wiki || wiki->index != index) {
+    if (following_ && index->files().size() >= kManyFiles) utils::return_memory_at_once();
     Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
     wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
     const std::lock_guard lock(state_mutex_);
