@@ -97,9 +97,10 @@ Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& pla
   Edges edges;
   for (const std::string_view from : inside) {
     if (from == self) continue;
-    for (const std::string_view to : graph.dependencies(from))
+    for (const std::string_view to : graph.dependencies(from)) {
       if (to != self && inside.count(to) > 0)
         add_edge(edges, shown_as(plans, from, {self}), shown_as(plans, to, {self}));
+    }
   }
   return edges;
 }
