@@ -37,6 +37,13 @@ std::string field_of(std::string_view& line, const std::string& before) {
   return field == kAsBefore ? before : std::string(field);
 }
 
+// Over 0xff for what is no lower-case hexadecimal digit.
+unsigned digit_value(char digit) {
+  if (digit >= '0' && digit <= '9') return static_cast<unsigned>(digit - '0');
+  if (digit >= 'a' && digit <= 'f') return static_cast<unsigned>(digit - 'a') + 10;
+  return 0x100;
+}
+
 std::string text_of(const std::vector<Symbol>& symbols) {
   std::string text;
   Symbol before;
@@ -108,12 +115,14 @@ std::vector<Symbol> SymbolList::all() const { return symbols_of(text()); }
 
 ContentHash::ContentHash(std::string_view hex) {
   if (hex.size() != 2 * bytes_.size()) return;
+  unsigned all = 0;
   for (std::size_t i = 0; i < bytes_.size(); ++i) {
-    const char* const digits = hex.data() + 2 * i;
-    const auto [end, error] = std::from_chars(digits, digits + 2, bytes_.at(i), 16);
-    if (error != std::errc() || end != digits + 2) return;
+    const unsigned byte = digit_value(hex[2 * i]) << 4U | digit_value(hex[2 * i + 1]);
+    all |= byte;
+    bytes_[i] = static_cast<std::uint8_t>(byte);
   }
-  is_known_ = true;
+  is_known_ = all <= 0xff;
+  if (!is_known_) bytes_ = {};
 }
 
 std::string ContentHash::hex() const {

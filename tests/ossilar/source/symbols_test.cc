@@ -9,6 +9,7 @@
 #include "ossilar/source/indexer.h"
 #include "ossilar/source/record.h"
 #include "ossilar/utils/best_effort.h"
+#include "ossilar/utils/hash.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/text.h"
 #include "support/rows.h"
@@ -174,6 +175,16 @@ TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
   EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << "what is spilled has no name";
   EXPECT_EQ(shown(SymbolList({{"a\tb\nc", "d", "", 1}, {"e", "d", "", 2}}).all()), "1 d |a b c, 2 d |e");
   EXPECT_EQ(shown(SymbolList::of_text("a\n\x01\t\x01\t\x01\tx\nb\tf\t\t7").all()), "0  |a, 0  |\x01, 7 f |b");
+}
+
+TEST(ContentHash, IsItsLowerCaseDigitsOrNone) {
+  const std::string digits = utils::sha256_hex("x");
+  EXPECT_EQ(ContentHash(digits).hex(), digits);
+  for (const std::string& other : {std::string(), digits.substr(1), digits + "0", "G" + digits.substr(1),
+                                   digits.substr(1) + "g", digits.substr(1) + "A"}) {
+    EXPECT_EQ(ContentHash(other).hex(), "") << other;
+    EXPECT_EQ(ContentHash(other), ContentHash()) << other;
+  }
 }
 
 TEST(SymbolList, TellsWhereAProgramMayBegin) {
