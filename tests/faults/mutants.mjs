@@ -257,7 +257,13 @@ const MUTANTS = [
     'TransactionBehavior::DEFERRED',
     'store',
   ],
-  ['lock of the database before a save reads it', STORE, '"BEGIN IMMEDIATE"', '"BEGIN DEFERRED"', 'store'],
+  [
+    'lock of the database before a save reads it',
+    STORE,
+    'Query(writer_, "BEGIN IMMEDIATE")',
+    'Query(writer_, "BEGIN DEFERRED")',
+    'store',
+  ],
   [
     'look whether what a save wrote was taken back',
     STORE,
