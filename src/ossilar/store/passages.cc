@@ -2,6 +2,8 @@
 
 #include <bit>
 #include <cstddef>
+#include <deque>
+#include <optional>
 #include <set>
 #include <tuple>
 
@@ -40,7 +42,11 @@ constexpr const char* kChunks =
     " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
     " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
 constexpr const char* kHeldPassages =
-    "SELECT DISTINCT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1";
+    "SELECT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1"
+    " ORDER BY position";
+constexpr const char* kHeldElsewhere =
+    "SELECT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key < ?2)"
+    " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key > ?2)";
 constexpr const char* kRowsOfChunks =
     "SELECT position, section, passage_key, model, citations FROM chunks WHERE page_key = ?1";
 constexpr const char* kDeleteChunk = "DELETE FROM chunks WHERE page_key = ?1 AND position = ?2";
@@ -49,8 +55,13 @@ constexpr const char* kPassage = "SELECT passage_key, text FROM passages WHERE h
 constexpr const char* kHashOf = "SELECT hash FROM passages WHERE passage_key = ?1";
 constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2) RETURNING passage_key";
 constexpr const char* kSetPassage = "UPDATE passages SET text = ?2 WHERE passage_key = ?1";
+constexpr const char* kBecomePassage = "UPDATE passages SET hash = ?2, text = ?3 WHERE passage_key = ?1";
+constexpr const char* kDropVectorsBut = "DELETE FROM vectors WHERE passage_key = ?1 AND model != ?2";
 constexpr const char* kHasVector = "SELECT 1 FROM vectors WHERE passage_key = ?1 AND model = ?2";
 constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
+constexpr const char* kSetVector =
+    "INSERT INTO vectors VALUES (?1, ?2, ?3)"
+    " ON CONFLICT (passage_key, model) DO UPDATE SET vector = excluded.vector";
 // Two seeks in the index by models, where one comparison would look at every chunk.
 constexpr const char* kOtherModel =
     "SELECT min(model) FROM chunks WHERE model < ?1 UNION ALL SELECT min(model) FROM chunks WHERE model > ?1";
@@ -79,28 +90,80 @@ std::string embedded_bytes(const Map& embedding) {
   return {bytes.begin(), bytes.end()};
 }
 
-// The hash is of the text: what differs is damaged, and is set right.
-std::int64_t keep_text(Connection& connection, const std::string& hash, const std::string& text) {
-  {
-    Query known(connection, kPassage, hash);
-    if (known.next()) {
-      const std::int64_t key = known.number(0);
-      if (known.blob(1) != text) Query(connection, kSetPassage, key, text).run();
-      return key;
+// The passages that a page held, by hash, and of them those that it is to hold no more and nobody else holds:
+// a new passage takes the place of such a one. What is written where something lay already touches a fraction
+// of the database's pages that removing and adding do, as indexes by number and model stay as they are.
+class HeldPassages {
+ public:
+  // `shared_before` saves looking; what it lacks is still found to be held.
+  HeldPassages(Connection& connection, std::int64_t page_key, const std::set<std::string>& wanted,
+               const PassageHashes& shared_before)
+      : connection_(connection), page_key_(page_key) {
+    std::set<std::int64_t> seen;
+    Query rows(connection, kHeldPassages, page_key);
+    while (rows.next()) {
+      const std::string hash = rows.text(0);
+      const bool goes = !wanted.contains(hash) && !shared_before.contains(hash);
+      if (goes && seen.insert(rows.number(1)).second) going_.push_back(rows.number(1));
     }
+  }
+
+  // The key of a passage that is free for another, none when there is none left.
+  std::optional<std::int64_t> take() {
+    while (!going_.empty()) {
+      const std::int64_t key = going_.front();
+      going_.pop_front();
+      Query row(connection_, kHeldElsewhere, key, page_key_);
+      row.next();
+      if (row.number(0) == 0) return key;
+    }
+    return std::nullopt;
+  }
+
+  // To be called when the page's chunks are written.
+  void drop_rest() {
+    for (const std::int64_t key : going_) Query(connection_, kDropPassage, key).run();
+  }
+
+ private:
+  Connection& connection_;
+  std::int64_t page_key_;
+  std::deque<std::int64_t> going_;  // keys in the order of the chunks
+};
+
+// The key of the passage when it is known. The hash is of the text: what differs is damaged and set right.
+std::optional<std::int64_t> known_passage(Connection& connection, const std::string& hash,
+                                          const std::string& text) {
+  Query known(connection, kPassage, hash);
+  if (!known.next()) return std::nullopt;
+  const std::int64_t key = known.number(0);
+  if (known.blob(1) != text) Query(connection, kSetPassage, key, text).run();
+  return key;
+}
+
+// Of another's vectors that of `model` is left, to be written over; "" leaves none.
+std::int64_t add_passage(Connection& connection, const std::string& hash, const std::string& text,
+                         const std::string& model, HeldPassages& held) {
+  if (const auto key = held.take()) {
+    Query(connection, kBecomePassage, *key, hash, text).run();
+    Query(connection, kDropVectorsBut, *key, model).run();
+    return *key;
   }
   Query added(connection, kAddPassage, hash, text);
   added.next();
   return added.number(0);
 }
 
-std::int64_t keep_passage(Connection& connection, const Map& chunk) {
-  const std::int64_t key =
-      keep_text(connection, required_text(chunk, chunk_key::kHash), required_text(chunk, chunk_key::kText));
+std::int64_t keep_passage(Connection& connection, const Map& chunk, HeldPassages& held) {
+  const std::string hash = required_text(chunk, chunk_key::kHash);
+  const std::string text = required_text(chunk, chunk_key::kText);
   const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
+  const std::string model = embedding.is_null() ? "" : required_text(chunk, chunk_key::kModel);
+  const auto known = known_passage(connection, hash, text);
+  const std::int64_t key = known ? *known : add_passage(connection, hash, text, model, held);
   if (embedding.is_null()) return key;
   const std::string bytes = embedded_bytes(embedding);
-  Query(connection, kKeepVector, key, required_text(chunk, chunk_key::kModel), Blob{bytes}).run();
+  Query(connection, known ? kKeepVector : kSetVector, key, model, Blob{bytes}).run();
   return key;
 }
 
@@ -138,14 +201,6 @@ void write_chunks(Connection& connection, std::int64_t page_key, const std::vect
     const auto& [position, section, passage_key, model, citations] = *chunk;
     Query(connection, kInsertChunk, page_key, position, section, passage_key, model, citations).run();
   }
-}
-
-// The keys of the passages that the page holds, by their hashes.
-std::map<std::string, std::int64_t> held_passages(Connection& connection, std::int64_t page_key) {
-  std::map<std::string, std::int64_t> held;
-  Query rows(connection, kHeldPassages, page_key);
-  while (rows.next()) held.emplace(rows.text(0), rows.number(1));
-  return held;
 }
 
 }  // namespace
@@ -205,16 +260,15 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
 
 void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before) {
-  const auto held_before = held_passages(connection, page_key);
+  std::set<std::string> wanted;
+  for (const Map& chunk : chunks) wanted.insert(required_text(chunk, chunk_key::kHash));
+  HeldPassages held(connection, page_key, wanted, shared_before);
   std::vector<ChunkRow> rows;
   rows.reserve(chunks.size());
-  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk)));
+  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk, held)));
   for (const ChunkRow& row : rows) require_vector(connection, row);
   write_chunks(connection, page_key, rows);
-  // `shared_before` saves looking; what it lacks is still found to be held.
-  for (const auto& [hash, passage_key] : held_before) {
-    if (!shared_before.contains(hash)) Query(connection, kDropPassage, passage_key).run();
-  }
+  held.drop_rest();
 }
 
 std::optional<std::string> read_other_model(Connection& connection, const std::string& model) {

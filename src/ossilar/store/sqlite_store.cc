@@ -40,7 +40,11 @@ constexpr const char* kPutDigest =
     " DO UPDATE SET digest = excluded.digest, revision = excluded.revision";
 constexpr const char* kRemoveDigest =
     "UPDATE digests SET digest = NULL, revision = ?3 WHERE branch = ?1 AND page_id = ?2";
-constexpr const char* kPutState = "INSERT OR REPLACE INTO wiki_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)";
+constexpr const char* kPutState =
+    "INSERT INTO wiki_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7) ON CONFLICT (branch) DO UPDATE SET"
+    " last_built_at = excluded.last_built_at, last_commit = excluded.last_commit,"
+    " changed_since_build = excluded.changed_since_build, model = excluded.model,"
+    " page_count = excluded.page_count, manifest_hash = excluded.manifest_hash";
 constexpr const char* kState =
     "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
     " FROM wiki_state WHERE branch = ?1";

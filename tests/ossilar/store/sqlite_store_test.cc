@@ -224,6 +224,20 @@ TEST_F(PassagesTest, PassageGoesWithTheLastPageThatHoldsIt) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 1);
 }
 
+// A new passage may take the place of one that goes: nothing of that one is to be taken for the new one's.
+TEST_F(PassagesTest, WhatIsKnownOfAPassageThatGoesIsNotTakenForANewOnes) {
+  const auto key = put("a", {"x", "y"});
+  store.add_vectors("m2", {{"x", {7}}, {"y", {8}}});
+  const std::vector<Map> chunks{chunk(0, "z", {0.25F}), chunk(1, "y", nullptr), chunk(2, "w", {3.0F})};
+  store.store_chunks(key, chunks, {});
+  EXPECT_THAT(store.vectors("m", {"x", "y", "z", "w"}),
+              ElementsAre(Pair("w", ElementsAre(3.0F)), Pair("y", ElementsAre(0.5F, -1.0F)),
+                          Pair("z", ElementsAre(0.25F))));
+  EXPECT_THAT(store.vectors("m2", {"x", "y", "z", "w"}), ElementsAre(Pair("y", ElementsAre(8.0F))));
+  EXPECT_EQ(store.chunks("a", "a").at(0).at("text"), chunks[0].at("text"));
+  EXPECT_EQ(stored("SELECT count(*) FROM passages"), 3);
+}
+
 TEST_F(PassagesTest, SharedAreThoseThatAnotherPageHolds) {
   put("a", {"x", "y", "z", "z"});
   put("b", {"y"});
