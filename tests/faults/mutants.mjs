@@ -318,8 +318,15 @@ const MUTANTS = [
   [
     'reading stays below its folder',
     FILES,
-    'how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;',
-    'how.resolve = 0;',
+    'kReadFlags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);',
+    'kReadFlags, 0);',
+    'utils|faults.hostile',
+  ],
+  [
+    'folders are not links where the kernel looks at the whole way',
+    FILES,
+    'O_DIRECTORY | O_CLOEXEC, RESOLVE_NO_SYMLINKS',
+    'O_DIRECTORY | O_CLOEXEC, 0',
     'utils|faults.hostile',
   ],
   [

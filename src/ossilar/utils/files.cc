@@ -55,6 +55,25 @@ UniqueFd open_child_directory(int parent, const std::string& name, const std::fi
   throw IoError("cannot open the directory " + so_far.string(), error);
 }
 
+// Calls openat2(2) and gives -1 with errno as that does. A kernel that knows no such call says ENOSYS, and a
+// sandbox that forbids it EPERM.
+int open_resolved(int directory, const char* path, std::uint64_t flags, std::uint64_t resolve) {
+  open_how how{};
+  how.flags = flags;
+  how.resolve = resolve;
+  for (;;) {
+    const auto fd = static_cast<int>(syscall(SYS_openat2, directory, path, &how, sizeof how));
+    if (fd >= 0 || (errno != EINTR && errno != EAGAIN)) return fd;
+  }
+}
+
+// Nothing when the path leads over a link, and when it cannot be opened at all.
+UniqueFd open_directory_along_no_link(const std::filesystem::path& path) {
+  if (!path.is_absolute()) return {};
+  return UniqueFd(
+      open_resolved(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, RESOLVE_NO_SYMLINKS));
+}
+
 void create_child_directory(int parent, const std::string& name, const std::filesystem::path& so_far) {
   if (mkdirat(parent, name.c_str(), kDirectoryMode) == 0) {
     sync_or_throw(parent, so_far.parent_path());
@@ -190,19 +209,11 @@ int open_along_no_link(int directory, const std::filesystem::path& below) {
   return openat(step ? step.get() : directory, below.filename().c_str(), kReadFlags | O_NOFOLLOW);
 }
 
-// Opens a file for reading without leaving `directory`, see openat2(2). A kernel without that call, or a
-// sandbox that forbids it, follows no link.
+// Opens a file for reading without leaving `directory`. Where openat2(2) is not to be had it follows no link.
 int open_beneath(int directory, const std::string& name) {
-  open_how how{};
-  how.flags = kReadFlags;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
-  for (;;) {
-    const auto fd = static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
-    if (fd >= 0 || (errno != EINTR && errno != EAGAIN)) {
-      const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
-      return is_unknown ? open_along_no_link(directory, name) : fd;
-    }
-  }
+  const int fd = open_resolved(directory, name.c_str(), kReadFlags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
+  const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
+  return is_unknown ? open_along_no_link(directory, name) : fd;
 }
 
 bool is_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
@@ -221,11 +232,14 @@ UniqueFd::~UniqueFd() {
   if (fd_ >= 0) close(fd_);
 }
 
+// In one call where that succeeds; the way along the path finds out why it does not.
 UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
+  const std::filesystem::path whole = path.lexically_normal();
+  if (UniqueFd opened = open_directory_along_no_link(whole)) return opened;
   UniqueFd directory(retry_interrupted([] { return open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!directory) throw IoError("cannot open the directory /", errno);
   std::filesystem::path so_far = "/";
-  for (const auto& part : path.lexically_normal().relative_path()) {
+  for (const auto& part : whole.relative_path()) {
     if (part.empty()) continue;  // a trailing slash
     so_far /= part;
     try {
