@@ -43,7 +43,7 @@ constexpr const char* kChunks =
     " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
 constexpr const char* kHeldPassages =
     "SELECT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1"
-    " ORDER BY position";
+    " GROUP BY passage_key ORDER BY min(position)";
 constexpr const char* kHeldElsewhere =
     "SELECT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key < ?2)"
     " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key > ?2)";
@@ -90,29 +90,27 @@ std::string embedded_bytes(const Map& embedding) {
   return {bytes.begin(), bytes.end()};
 }
 
-// The passages that a page held, by hash, and of them those that it is to hold no more and nobody else holds:
-// a new passage takes the place of such a one. What is written where something lay already touches a fraction
-// of the database's pages that removing and adding do, as indexes by number and model stay as they are.
-class HeldPassages {
+// The passages that a page is to hold no more: a new one takes the place of one that nobody else holds. That
+// touches a fraction of the database's pages that removing and adding do, as indexes by number and model stay
+// as they are.
+class GoingPassages {
  public:
   // `shared_before` saves looking; what it lacks is still found to be held.
-  HeldPassages(Connection& connection, std::int64_t page_key, const std::set<std::string>& wanted,
-               const PassageHashes& shared_before)
+  GoingPassages(Connection& connection, std::int64_t page_key, const PassageHashes& wanted,
+                const PassageHashes& shared_before)
       : connection_(connection), page_key_(page_key) {
-    std::set<std::int64_t> seen;
     Query rows(connection, kHeldPassages, page_key);
     while (rows.next()) {
       const std::string hash = rows.text(0);
-      const bool goes = !wanted.contains(hash) && !shared_before.contains(hash);
-      if (goes && seen.insert(rows.number(1)).second) going_.push_back(rows.number(1));
+      if (!wanted.contains(hash) && !shared_before.contains(hash)) keys_.push_back(rows.number(1));
     }
   }
 
   // The key of a passage that is free for another, none when there is none left.
   std::optional<std::int64_t> take() {
-    while (!going_.empty()) {
-      const std::int64_t key = going_.front();
-      going_.pop_front();
+    while (!keys_.empty()) {
+      const std::int64_t key = keys_.front();
+      keys_.pop_front();
       Query row(connection_, kHeldElsewhere, key, page_key_);
       row.next();
       if (row.number(0) == 0) return key;
@@ -122,13 +120,13 @@ class HeldPassages {
 
   // To be called when the page's chunks are written.
   void drop_rest() {
-    for (const std::int64_t key : going_) Query(connection_, kDropPassage, key).run();
+    for (const std::int64_t key : keys_) Query(connection_, kDropPassage, key).run();
   }
 
  private:
   Connection& connection_;
   std::int64_t page_key_;
-  std::deque<std::int64_t> going_;  // keys in the order of the chunks
+  std::deque<std::int64_t> keys_;  // in the order of the chunks
 };
 
 // The key of the passage when it is known. The hash is of the text: what differs is damaged and set right.
@@ -143,8 +141,8 @@ std::optional<std::int64_t> known_passage(Connection& connection, const std::str
 
 // Of another's vectors that of `model` is left, to be written over; "" leaves none.
 std::int64_t add_passage(Connection& connection, const std::string& hash, const std::string& text,
-                         const std::string& model, HeldPassages& held) {
-  if (const auto key = held.take()) {
+                         const std::string& model, GoingPassages& going) {
+  if (const auto key = going.take()) {
     Query(connection, kBecomePassage, *key, hash, text).run();
     Query(connection, kDropVectorsBut, *key, model).run();
     return *key;
@@ -154,13 +152,13 @@ std::int64_t add_passage(Connection& connection, const std::string& hash, const 
   return added.number(0);
 }
 
-std::int64_t keep_passage(Connection& connection, const Map& chunk, HeldPassages& held) {
+std::int64_t keep_passage(Connection& connection, const Map& chunk, GoingPassages& going) {
   const std::string hash = required_text(chunk, chunk_key::kHash);
   const std::string text = required_text(chunk, chunk_key::kText);
   const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
   const std::string model = embedding.is_null() ? "" : required_text(chunk, chunk_key::kModel);
   const auto known = known_passage(connection, hash, text);
-  const std::int64_t key = known ? *known : add_passage(connection, hash, text, model, held);
+  const std::int64_t key = known ? *known : add_passage(connection, hash, text, model, going);
   if (embedding.is_null()) return key;
   const std::string bytes = embedded_bytes(embedding);
   Query(connection, known ? kKeepVector : kSetVector, key, model, Blob{bytes}).run();
@@ -260,15 +258,15 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
 
 void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before) {
-  std::set<std::string> wanted;
+  PassageHashes wanted;
   for (const Map& chunk : chunks) wanted.insert(required_text(chunk, chunk_key::kHash));
-  HeldPassages held(connection, page_key, wanted, shared_before);
+  GoingPassages going(connection, page_key, wanted, shared_before);
   std::vector<ChunkRow> rows;
   rows.reserve(chunks.size());
-  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk, held)));
+  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk, going)));
   for (const ChunkRow& row : rows) require_vector(connection, row);
   write_chunks(connection, page_key, rows);
-  held.drop_rest();
+  going.drop_rest();
 }
 
 std::optional<std::string> read_other_model(Connection& connection, const std::string& model) {

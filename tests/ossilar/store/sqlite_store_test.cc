@@ -212,6 +212,8 @@ TEST_F(PassagesTest, PassageGoesWithTheLastPageThatHoldsIt) {
   } steps[] = {
       {"new passages", "a", {"x", "y", "x"}, {}, {"x", "y"}},
       {"another branch holds one too", "b", {"y", "z"}, {}, {"x", "y", "z"}},
+      {"a new one does not take the place of what another holds", "b", {"w", "z"}, {}, {"w", "x", "y", "z"}},
+      {"one that is known takes no place", "b", {"y", "z"}, {}, {"x", "y", "z"}},
       {"its own goes, the shared one stays", "a", {"w"}, {"y"}, {"w", "y", "z"}},
       {"the last holder lets go", "b", {"z", "w"}, {}, {"w", "z"}},
       {"what was shared before is outdated and names too few", "b", {"z"}, {}, {"w", "z"}},
