@@ -81,7 +81,8 @@ int main(int argc, char** argv) {
   const auto embedder = search::make_local_embedder();
   PlainFts5 plain(*store);
   const Score ours = testing::score_of(questions, [&](const std::string& query) {
-    return std::get<workers::wiki::SearchResult>(wiki.wiki->search({.query = query, .limit = kDepth})).hits;
+    return std::get<workers::wiki::SearchResult>(wiki.wiki->search({.query = query, .limit = kDepth}, {}))
+        .hits;
   });
   fmt::print("{} questions\n{:<28} {:>9} {:>9} {:>8}\n", questions.size(), "", "first", "in three", "MRR");
   print("FTS5 as it comes",
@@ -90,7 +91,7 @@ int main(int argc, char** argv) {
           return store->match_words(kBranch, query, {}, kDepth);
         }));
   print("vectors alone", testing::score_of(questions, [&](const std::string& query) {
-          return store->nearest(kBranch, embedder->model(), embedder->embed({query}).at(0), {}, kDepth);
+          return store->nearest(kBranch, embedder->model(), embedder->embed({query}, {}).at(0), {}, kDepth);
         }));
   print("ossilar search", ours);
   if (argc > 1 && std::string_view(argv[1]) == "--misses") print_misses(questions, ours);

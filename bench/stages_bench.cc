@@ -16,20 +16,20 @@
 #include <thread>
 #include <vector>
 
-#include "ossilar/utils/files.h"
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/saving.h"
 #include "support/temp_dir.h"
 
 namespace ossilar {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 constexpr std::size_t kWriters = 8;
-const char* const kHolds = "looking again";  // the first stage with the lock
-const char* const kReleased = "answering";   // the first without it
+const char* const kHolds = "holding the write lock";
+const char* const kReleased = "answering";
 
 std::string page_id(std::size_t i) { return "page" + std::to_string(i); }
 std::string source_of(std::size_t i) { return "src/unit" + std::to_string(i) + ".cpp"; }
@@ -75,19 +75,15 @@ std::string stage_name(std::string_view step) {
 }
 
 // Saves one page and notes how long each stage took, "held" among them.
-void save(WikiGenerator& wiki, std::size_t page, std::size_t edition, Times& times) {
+void save(Wiki& wiki, std::size_t page, std::size_t edition, Times& times) {
   std::vector<std::pair<std::string, Clock::time_point>> marks{{"beginning", Clock::now()}};
-  utils::TaskControl control(
-      {}, [&](std::string_view stage) { marks.emplace_back(stage_name(stage), Clock::now()); });
-  {
-    const utils::TaskScope scope(control);
-    const utils::ReplacedFilesKept replaced;
-    const auto outcome = wiki.save_page({.page_id = page_id(page), .content = page_text(page, edition)});
-    marks.emplace_back("end", Clock::now());
-    if (!outcome.answer.contains("saved")) {
-      std::fputs((outcome.answer.dump() + "\n").c_str(), stderr);
-      std::exit(1);
-    }
+  utils::Task task({}, [&](std::string_view stage) { marks.emplace_back(stage_name(stage), Clock::now()); });
+  const auto outcome =
+      workers::wiki::save_page(wiki, {.page_id = page_id(page), .content = page_text(page, edition)}, task);
+  marks.emplace_back("end", Clock::now());
+  if (!outcome.answer.contains("saved")) {
+    std::fputs((outcome.answer.dump() + "\n").c_str(), stderr);
+    std::exit(1);
   }
   std::map<std::string, double> sums;
   for (std::size_t i = 0; i + 1 < marks.size(); ++i)
@@ -115,7 +111,7 @@ void print(const char* title, const Times& times) {
 }
 
 // Eight threads, each on pages of its own; gives saves a second.
-double save_side_by_side(WikiGenerator& wiki, std::size_t pages, std::size_t saves, Times& times) {
+double save_side_by_side(Wiki& wiki, std::size_t pages, std::size_t saves, Times& times) {
   std::mutex mutex;
   const auto begun = Clock::now();
   std::vector<std::thread> writers;
@@ -135,7 +131,7 @@ double save_side_by_side(WikiGenerator& wiki, std::size_t pages, std::size_t sav
 int run(std::size_t pages, std::size_t saves) {
   const testing::TempDir dir;
   make_wiki(dir, pages);
-  const auto wiki = workers::wiki::open_wiki(dir.path(), "stages_bench", true);
+  const auto wiki = workers::wiki::open_wiki(dir.path(), "stages_bench", workers::wiki::Process::stays);
   Times warm_up;
   for (std::size_t i = 0; i < pages; ++i) save(*wiki, i, 0, warm_up);
   Times alone;

@@ -138,7 +138,7 @@ void embedding(benchmark::State& state) {
   std::vector<std::string> texts;
   for (search::Passage& passage : search::passages(text)) texts.push_back(std::move(passage.text));
   const auto embedder = search::make_local_embedder();
-  for (auto _ : state) benchmark::DoNotOptimize(embedder->embed(texts));
+  for (auto _ : state) benchmark::DoNotOptimize(embedder->embed(texts, {}));
   set_speed(state, text);
 }
 

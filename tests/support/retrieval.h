@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/orchestrator.h"
 #include "support/rows.h"
 #include "support/temp_dir.h"
 
@@ -44,7 +45,10 @@ class RetrievalWiki {
     for (const auto& file : files) {
       std::ifstream text(file);
       const std::string content{std::istreambuf_iterator<char>(text), {}};
-      if (!wiki->save_agent_page(file.stem().string(), content).contains("saved"))
+      utils::Task task;
+      if (!workers::wiki::WikiGenerator(*wiki, task)
+               .save_agent_page(file.stem().string(), content)
+               .contains("saved"))
         throw std::runtime_error("not saved: " + file.string());
     }
   }
@@ -55,7 +59,7 @@ class RetrievalWiki {
   TempDir dir_;
 
  public:
-  std::unique_ptr<workers::wiki::WikiGenerator> wiki;
+  std::unique_ptr<workers::wiki::Wiki> wiki;
 };
 
 // Places of the first right answers, from 1; 0 for a question whose answer was not found.

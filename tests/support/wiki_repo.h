@@ -4,11 +4,29 @@
 #include <memory>
 #include <string>
 
+#include "ossilar/store/sqlite_store.h"
+#include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 #include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/saving.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::testing {
+
+// A save by the pipeline alone.
+inline workers::wiki::Answer save(workers::wiki::Wiki& wiki, const std::string& page_id,
+                                  const std::string& content, const std::optional<std::string>& section = {},
+                                  const std::optional<std::string>& title = {}) {
+  utils::Task task;
+  return workers::wiki::WikiGenerator(wiki, task).save_agent_page(page_id, content, section, title);
+}
+
+// A save as sessions make it.
+inline workers::wiki::SaveOutcome save_page(workers::wiki::Wiki& wiki,
+                                            const workers::wiki::SaveRequest& request) {
+  utils::Task task;
+  return workers::wiki::save_page(wiki, request, task);
+}
 
 // Two units, `alpha` and `beta`, whose sources have ten lines each, beside what the tree itself gives the
 // plan.
@@ -25,8 +43,20 @@ class WikiRepo {
     workers::wiki::set_up_wiki(dir.path());
   }
 
-  std::unique_ptr<workers::wiki::WikiGenerator> open() const {
-    return workers::wiki::open_wiki(dir.path(), "test");
+  std::unique_ptr<workers::wiki::Wiki> open() const { return workers::wiki::open_wiki(dir.path(), "test"); }
+
+  // The same with another store or embedder; null: what open() takes.
+  std::unique_ptr<workers::wiki::Wiki> open_with(std::unique_ptr<store::WikiStore> store,
+                                                 std::unique_ptr<search::Embedder> embedder = nullptr) const {
+    const workers::wiki::WikiConfig config = workers::wiki::load_config(dir / "ossilar.toml");
+    const workers::wiki::WikiPaths paths = workers::wiki::wiki_paths(dir.path(), config);
+    return std::make_unique<workers::wiki::Wiki>(workers::wiki::Wiki::Services{
+        .paths = paths,
+        .config = config,
+        .checkout = source::read_checkout(paths.root),
+        .store = store ? std::move(store) : store::open_sqlite_store(paths.database()),
+        .embedder = embedder ? std::move(embedder) : search::make_local_embedder(),
+        .writer = "test"});
   }
 
   std::string page(const std::string& page_id) const { return dir.read("wiki/pages/" + page_id + ".md"); }

@@ -64,13 +64,12 @@ int run_check(const Place& place, bool fix, Output& output) {
     report = workers::wiki::check_wiki(place.root(),
                                        {.fix = fix, .writer = "ossilar check", .indexing = bar.callback()});
   }
-  Map document{{"clean", report.findings.empty()},
-               {"pages", report.pages},
-               {"findings", document_of(report.findings)}};
+  Map document{
+      {"clean", report.is_clean()}, {"pages", report.pages}, {"findings", document_of(report.findings)}};
   if (fix) document["fixed"] = document_of(report.fixed);
   output.document(document);
   print_report(report, output);
-  return report.findings.empty() ? kDone : kRefused;
+  return report.is_clean() ? kDone : kRefused;
 }
 
 }  // namespace ossilar::cli

@@ -9,7 +9,7 @@
 
 #include "ossilar/cli/output.h"
 #include "ossilar/utils/logging.h"
-#include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/wiki.h"
 
 namespace ossilar::cli {
 
@@ -56,18 +56,21 @@ int run_mcp(const Place& place, const utils::LogSink& log);
 
 // Shared by the commands.
 
-std::unique_ptr<workers::wiki::WikiGenerator> open_at(const Place& place, const std::string& command);
+std::unique_ptr<workers::wiki::Wiki> open_at(const Place& place, const std::string& command);
 
 // Brings the wiki's index and plan up to date behind a progress bar, and names on standard error what it left
 // out.
-void prepare_with_progress(workers::wiki::WikiGenerator& wiki);
+void prepare_with_progress(workers::wiki::Wiki& wiki);
 
 // The same, and takes over the pages that came with their manifest.
-void bring_up_to_date(workers::wiki::WikiGenerator& wiki);
+void bring_up_to_date(workers::wiki::Wiki& wiki);
+
+// Says on standard error that a wiki of an older format was brought forward, when `given` pages were changed.
+void tell_of_records(std::size_t given);
 
 // Embeds the wiki again when its embedding model changed, behind a progress bar, and says so; a service that
 // fails is named on standard error, and what it has not embedded is left for the next time.
-void reembed_with_progress(workers::wiki::WikiGenerator& wiki);
+void reembed_with_progress(workers::wiki::Wiki& wiki);
 
 // Prints an answer with `error`; gives kRefused.
 int print_refusal(const workers::wiki::Answer& answer, Output& output);

@@ -3,6 +3,7 @@
 #include "ossilar/cli/client_files.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 
 namespace ossilar::cli {
@@ -20,6 +21,7 @@ void print_adoption(const AdoptionReport& report, Output& output) {
   for (const std::string& file : report.unplanned)
     Output::diagnostic("belongs to no planned page, left alone: " + file);
   for (const std::string& message : report.failed) Output::diagnostic(message);
+  tell_of_records(report.given_records);
 }
 
 void print_next_steps(const WikiStatus& status, Output& output) {
@@ -54,7 +56,7 @@ int run_init(const Place& place, const std::vector<std::string>& client_names, O
   const std::vector<std::string> created = workers::wiki::set_up_wiki(root);
   const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
   prepare_with_progress(*wiki);
-  const AdoptionReport adoption = wiki->adopt_pages();
+  const AdoptionReport adoption = workers::wiki::adopt_pages(*wiki);
   reembed_with_progress(*wiki);
   const WikiStatus status = wiki->status(workers::wiki::Look::spared);
   clients.write();

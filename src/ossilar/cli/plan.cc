@@ -8,7 +8,7 @@ using workers::wiki::PageState;
 
 Style style_of(PageCondition condition) {
   if (condition == PageCondition::ok) return Style::good;
-  return condition == PageCondition::stale ? Style::warn : Style::dim;
+  return condition == PageCondition::missing ? Style::dim : Style::warn;
 }
 
 Map document_of(const PageState& page) {

@@ -7,6 +7,7 @@
 #include "ossilar/cli/commands.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/saving.h"
 
 namespace ossilar::cli {
 namespace {
@@ -14,7 +15,7 @@ namespace {
 using workers::wiki::Answer;
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 // Beyond the limit of a page, so that the answer can say how long the content is; what is longer still is not
 // read.
@@ -54,13 +55,13 @@ void print_saved(const Answer& answer, const std::filesystem::path& wiki_dir, bo
   }
 }
 
-SaveOutcome preview(WikiGenerator& wiki, const SaveRequest& request) {
+SaveOutcome preview(Wiki& wiki, const SaveRequest& request) {
   SaveOutcome outcome;
-  outcome.answer = wiki.preview_agent_page(request);
+  outcome.answer = workers::wiki::preview_page(wiki, request);
   return outcome;
 }
 
-std::string kept_text(const WikiGenerator& wiki, const SaveOutcome& outcome) {
+std::string kept_text(const Wiki& wiki, const SaveOutcome& outcome) {
   return "your text is kept in " + shown_path(wiki.paths().drafts() / outcome.kept);
 }
 
@@ -83,7 +84,9 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
                             arguments.title};
   if (const auto refusal = workers::wiki::refuse_request(request)) return print_refusal(*refusal, output);
   bring_up_to_date(*wiki);
-  const SaveOutcome outcome = arguments.dry_run ? preview(*wiki, request) : wiki->save_page(request);
+  utils::Task task;
+  const SaveOutcome outcome =
+      arguments.dry_run ? preview(*wiki, request) : workers::wiki::save_page(*wiki, request, task);
   if (outcome.failure) rethrow(outcome.failure, outcome.kept.empty() ? "" : "; " + kept_text(*wiki, outcome));
   const Answer& answer = outcome.answer;
   if (answer.contains("error")) {

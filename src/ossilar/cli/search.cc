@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "ossilar/cli/commands.h"
+#include "ossilar/workers/wiki/adoption.h"
 
 namespace ossilar::cli {
 namespace {
@@ -31,9 +32,10 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   require_utf8_argument(request.query, "QUERY");
   require_utf8_argument(request.path, "--path");
   const auto wiki = open_at(place, "search");
-  wiki->adopt_described(false);
+  workers::wiki::adopt_arrivals(*wiki, workers::wiki::WhenBusy::skip);
   reembed_with_progress(*wiki);
-  const auto found = wiki->search(request);
+  utils::Task task;
+  const auto found = wiki->search(request, task);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
   const auto& result = std::get<SearchResult>(found);
   Map hits = Map::array();

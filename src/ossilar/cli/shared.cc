@@ -6,6 +6,7 @@
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 
 namespace ossilar::cli {
@@ -36,11 +37,11 @@ fs::path Place::root_or_here() const {
   return source::find_root(start).value_or(start);
 }
 
-std::unique_ptr<workers::wiki::WikiGenerator> open_at(const Place& place, const std::string& command) {
+std::unique_ptr<workers::wiki::Wiki> open_at(const Place& place, const std::string& command) {
   return workers::wiki::open_wiki(place.root(), "ossilar " + command);
 }
 
-void prepare_with_progress(workers::wiki::WikiGenerator& wiki) {
+void prepare_with_progress(workers::wiki::Wiki& wiki) {
   {
     ProgressBar bar("indexing");
     wiki.prepare(bar.callback());
@@ -50,25 +51,33 @@ void prepare_with_progress(workers::wiki::WikiGenerator& wiki) {
   }
 }
 
-void bring_up_to_date(workers::wiki::WikiGenerator& wiki) {
+void bring_up_to_date(workers::wiki::Wiki& wiki) {
   prepare_with_progress(wiki);
-  if (const auto report = wiki.adopt_described(false); report.adopted > 0) {
+  const auto report = workers::wiki::adopt_arrivals(wiki, workers::wiki::WhenBusy::skip);
+  if (report.adopted > 0)
     Output::diagnostic("took over " + std::to_string(report.adopted) +
-                       " page(s) that came with the wiki's manifest");
-  }
+                       " page(s) that came by version control");
+  tell_of_records(report.given_records);
 }
 
-void reembed_with_progress(workers::wiki::WikiGenerator& wiki) {
+void reembed_with_progress(workers::wiki::Wiki& wiki) {
   const auto change = wiki.embedding_change();
   if (!change) return;
   Output::diagnostic("the embedding model changed from " + change->from + " to " + change->to +
                      "; embedding " + std::to_string(change->passages) + " passage(s) again");
   try {
     ProgressBar bar("embedding");
-    wiki.reembed(bar.callback());
+    utils::Task task;
+    wiki.reembed(bar.callback(), task);
   } catch (const utils::Error& error) {
     Output::diagnostic(std::string("not embedded: ") + error.what());
   }
+}
+
+void tell_of_records(std::size_t given) {
+  if (given == 0) return;
+  Output::diagnostic("the wiki was of an older format: " + std::to_string(given) +
+                     " page(s) now carry their own record; commit the wiki's folder");
 }
 
 int print_refusal(const workers::wiki::Answer& answer, Output& output) {

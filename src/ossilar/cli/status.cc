@@ -8,14 +8,17 @@ using workers::wiki::PageState;
 using workers::wiki::StateCounts;
 using workers::wiki::WikiStatus;
 
-// Stale pages that the screen names; `plan` lists all.
+// Stale and unverified pages that the screen names; `plan` lists all.
 constexpr std::size_t kMostNamed = 10;
 
 Map document_of(const WikiStatus& status, const StateCounts& counts) {
   Map document{{"branch", status.branch},
                {"commit", status.commit},
                {"indexed_files", status.indexed_files},
-               {"pages", Map{{"ok", counts.ok}, {"stale", counts.stale}, {"missing", counts.missing}}},
+               {"pages", Map{{"ok", counts.ok},
+                             {"stale", counts.stale},
+                             {"unverified", counts.unverified},
+                             {"missing", counts.missing}}},
                {"last_write", Map()}};
   if (status.last_write) {
     document["last_write"] = Map{{"at", status.last_write->last_built_at},
@@ -25,10 +28,10 @@ Map document_of(const WikiStatus& status, const StateCounts& counts) {
   return document;
 }
 
-void print_stale(const WikiStatus& status, Output& output) {
+void print_doubtful(const WikiStatus& status, Output& output) {
   std::size_t named = 0;
   for (const PageState& page : status.pages) {
-    if (page.condition != PageCondition::stale) continue;
+    if (page.condition != PageCondition::stale && page.condition != PageCondition::unverified) continue;
     if (named++ == kMostNamed) return output.line("  more in: ossilar plan");
     output.line("  " + output.styled(Style::bold, page.page_id) + "  " +
                 output.styled(Style::warn, page.reason));
@@ -48,12 +51,15 @@ int run_status(const Place& place, Output& output) {
   output.line("source      " + std::to_string(status.indexed_files) + " file(s)");
   output.line("pages       " + output.styled(Style::good, std::to_string(counts.ok) + " ok") + ", " +
               output.styled(Style::warn, std::to_string(counts.stale) + " stale") + ", " +
+              (counts.unverified == 0
+                   ? ""
+                   : output.styled(Style::warn, std::to_string(counts.unverified) + " unverified") + ", ") +
               output.styled(Style::dim, std::to_string(counts.missing) + " missing"));
   output.line("last write  " + (status.last_write
                                     ? output.styled(Style::plain, status.last_write->last_built_at + " by " +
                                                                       status.last_write->model)
                                     : std::string("none on this branch")));
-  print_stale(status, output);
+  print_doubtful(status, output);
   return kDone;
 }
 

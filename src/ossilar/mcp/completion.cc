@@ -13,7 +13,7 @@ namespace {
 using workers::wiki::PageCondition;
 using workers::wiki::PageState;
 using workers::wiki::StoredPage;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 constexpr std::size_t kMostValues = 100;  // the protocol's
 
@@ -36,7 +36,7 @@ Completed completed(const Map& reference) {
   throw ProtocolError(error_code::kInvalidParams, "there is no resource template '" + uri + "'");
 }
 
-std::vector<std::string> page_ids(WikiGenerator& wiki, bool stale_only) {
+std::vector<std::string> page_ids(Wiki& wiki, bool stale_only) {
   std::vector<std::string> ids;
   for (const PageState& page : wiki.page_states()) {
     if (!stale_only || page.condition == PageCondition::stale) ids.push_back(page.page_id);
@@ -44,7 +44,7 @@ std::vector<std::string> page_ids(WikiGenerator& wiki, bool stale_only) {
   return ids;
 }
 
-std::vector<std::string> headings(WikiGenerator& wiki, const Map& params) {
+std::vector<std::string> headings(Wiki& wiki, const Map& params) {
   const Map& chosen = optional_object(optional_object(params, "context"), "arguments");
   const auto found = wiki.read_page(optional_string(chosen, "page_id").value_or(""));
   const auto* page = std::get_if<StoredPage>(&found);

@@ -7,7 +7,7 @@ namespace ossilar::mcp {
 namespace {
 
 using workers::wiki::PageState;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 constexpr int kDefaultLimit = 50;
 constexpr int kMostPages = 200;  // some 10,000 tokens
@@ -26,7 +26,7 @@ Map described(const PageState& page) {
 }
 
 // The cursor is the id of the last page given: pages that come or go meanwhile shift nothing.
-ToolResult call(WikiGenerator& wiki, const Map& arguments) {
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
   const std::string state = utils::string_member(arguments, "state");
   const std::string cursor = utils::string_member(arguments, "cursor");
   const auto limit = arguments.value("limit", std::size_t{kDefaultLimit});
@@ -53,16 +53,19 @@ ToolResult call(WikiGenerator& wiki, const Map& arguments) {
 
 Tool list_pages_tool() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map states{"missing", "stale", "ok"};
-  const Map page =
-      object({{"page_id", text("names the page in all tools")},
-              {"title", text("as readers see it")},
-              {"type", text("what kind of page it is: overview, architecture, module, topic")},
-              {"state", choice(states, "missing: not written yet; stale: its sources changed since")},
-              {"reason", text("of a stale page: what changed")},
-              {"citations", count("valid citations of the stored page")},
-              {"words", count("words of prose of the stored page")}},
-             {"page_id", "title", "type", "state"});
+  const Map states{"missing", "stale", "unverified", "ok"};
+  const Map page = object(
+      {{"page_id", text("names the page in all tools")},
+       {"title", text("as readers see it")},
+       {"type", text("what kind of page it is: overview, architecture, module, topic")},
+       {"state",
+        choice(states,
+               "missing: not written yet; stale: its sources changed since; unverified: a hand wrote it, "
+               "and nobody knows against which sources")},
+       {"reason", text("of a stale page: what changed; of an unverified one: what to do")},
+       {"citations", count("valid citations of the stored page")},
+       {"words", count("words of prose of the stored page")}},
+      {"page_id", "title", "type", "state"});
   return {
       .name = "list_pages",
       .title = "List wiki pages",

@@ -9,7 +9,7 @@ namespace {
 using workers::wiki::Answer;
 using workers::wiki::PageContext;
 using workers::wiki::StoredPage;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 // A page over a whole repository may rest on thousands of files; what of them matters is in the grounding.
 constexpr std::size_t kMostFiles = 100;
@@ -18,7 +18,7 @@ std::vector<std::string> first_files(const std::vector<std::string>& files) {
   return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
 }
 
-ToolResult call(WikiGenerator& wiki, const Map& arguments) {
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
   const std::string page_id = utils::string_member(arguments, "page_id");
   const auto found = wiki.page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};

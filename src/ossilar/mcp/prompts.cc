@@ -16,7 +16,7 @@ using workers::wiki::PageCondition;
 using workers::wiki::PageContext;
 using workers::wiki::PageState;
 using workers::wiki::StoredPage;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 constexpr int kListMilliseconds = 60 * 60 * 1000;
 constexpr std::size_t kMostStale = 50;
@@ -54,20 +54,20 @@ Map argument(const char* name, const char* description, bool required) {
   return {{"name", name}, {"description", description}, {"required", required}};
 }
 
-PageContext context_of(WikiGenerator& wiki, const std::string& page_id) {
+PageContext context_of(Wiki& wiki, const std::string& page_id) {
   auto found = wiki.page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found))
     throw ProtocolError(error_code::kInvalidParams, utils::string_member(*refusal, "error"));
   return std::get<PageContext>(std::move(found));
 }
 
-std::optional<StoredPage> stored_page(WikiGenerator& wiki, const std::string& page_id) {
+std::optional<StoredPage> stored_page(Wiki& wiki, const std::string& page_id) {
   auto found = wiki.read_page(page_id);
   auto* page = std::get_if<StoredPage>(&found);
   return page == nullptr ? std::nullopt : std::optional(std::move(*page));
 }
 
-std::string rules(const WikiGenerator& wiki, const PageContext& context) {
+std::string rules(const Wiki& wiki, const PageContext& context) {
   const auto& type = workers::wiki::plan_type(context.plan);
   std::string text = fmt::format(kRules, wiki.min_citations(), type.least_words, type.most_words);
   if (!type.required_sections.empty())
@@ -96,7 +96,7 @@ std::string saving(const std::string& page_id, const std::string& section,
                      page ? page->version : std::string(workers::wiki::kNoVersion));
 }
 
-std::string write_page(WikiGenerator& wiki, const std::string& page_id, const std::string& section) {
+std::string write_page(Wiki& wiki, const std::string& page_id, const std::string& section) {
   const PageContext context = context_of(wiki, page_id);
   const auto page = stored_page(wiki, page_id);
   std::string text = section.empty()
@@ -107,7 +107,7 @@ std::string write_page(WikiGenerator& wiki, const std::string& page_id, const st
          saving(page_id, section, page);
 }
 
-std::string refresh_page(WikiGenerator& wiki, const std::string& page_id, const std::string& reason) {
+std::string refresh_page(Wiki& wiki, const std::string& page_id, const std::string& reason) {
   const PageContext context = context_of(wiki, page_id);
   const auto page = stored_page(wiki, page_id);
   return fmt::format("Bring the wiki page '{}' (\"{}\") in line with the source. {}\n\n", page_id,
@@ -138,7 +138,7 @@ std::string refresh_all(const std::vector<PageState>& pages) {
          "replace only the sections that need it.";
 }
 
-std::string refresh_stale(WikiGenerator& wiki, const std::string& page_id) {
+std::string refresh_stale(Wiki& wiki, const std::string& page_id) {
   const std::vector<PageState> pages = wiki.page_states();
   if (page_id.empty()) return refresh_all(pages);
   for (const PageState& page : pages) {
@@ -147,7 +147,7 @@ std::string refresh_stale(WikiGenerator& wiki, const std::string& page_id) {
   return refresh_page(wiki, page_id, "");  // which says that there is no such page
 }
 
-std::string text_of(WikiGenerator& wiki, const std::string& name, const Map& arguments) {
+std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {
   const std::string page_id = optional_string(arguments, "page_id").value_or("");
   if (name == kRefreshStale) return refresh_stale(wiki, page_id);
   if (page_id.empty())

@@ -11,7 +11,7 @@ namespace {
 
 using workers::wiki::Answer;
 using workers::wiki::StoredPage;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 // Bytes of text in one result: some 10,000 tokens, where clients cut results at about 25,000.
 constexpr std::size_t kPortion = std::size_t{40} * 1024;
@@ -31,7 +31,7 @@ void add_portion(Map& result, std::string_view text, std::size_t offset) {
   if (begin + portion.size() < text.size()) result["next_offset"] = begin + portion.size();
 }
 
-ToolResult call(WikiGenerator& wiki, const Map& arguments) {
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
   const std::string page_id = utils::string_member(arguments, "page_id");
   const auto found = wiki.read_page(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};

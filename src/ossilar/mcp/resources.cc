@@ -12,7 +12,7 @@ namespace ossilar::mcp {
 namespace {
 
 using workers::wiki::StoredPage;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 constexpr std::size_t kPagesAList = 100;
 constexpr const char* kMarkdown = "text/markdown";
@@ -41,7 +41,7 @@ Map template_of(const char* uri, const char* name, const char* title, const char
   return shown;
 }
 
-std::optional<std::string> text_of(WikiGenerator& wiki, const ResourceName& resource) {
+std::optional<std::string> text_of(Wiki& wiki, const ResourceName& resource) {
   if (resource.kind == ResourceName::Kind::draft) return wiki.kept_drafts().read(resource.name);
   const auto found = wiki.read_page(resource.name);
   const auto* page = std::get_if<StoredPage>(&found);

@@ -1,19 +1,20 @@
 #include "ossilar/mcp/schemas.h"
 #include "ossilar/mcp/tools.h"
 #include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/saving.h"
 
 namespace ossilar::mcp {
 namespace {
 
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 std::optional<std::string> text_of(const Map& arguments, const char* key) {
   return arguments.contains(key) ? std::optional(utils::string_member(arguments, key)) : std::nullopt;
 }
 
-std::vector<std::string> notes_on(const WikiGenerator& wiki, const SaveOutcome& outcome) {
+std::vector<std::string> notes_on(const Wiki& wiki, const SaveOutcome& outcome) {
   if (outcome.kept.empty()) return {};
   const auto file = (wiki.paths().drafts() / outcome.kept).lexically_relative(wiki.paths().root);
   return {"Nothing was saved. What you sent is kept in " + file.string() +
@@ -29,14 +30,14 @@ std::string message_of(const std::exception_ptr& failure) {
   }
 }
 
-ToolResult call(WikiGenerator& wiki, const Map& arguments) {
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& task) {
   const SaveRequest request{.page_id = utils::string_member(arguments, "page_id"),
                             .content = utils::string_member(arguments, "content"),
                             .section = text_of(arguments, "section"),
                             .title = text_of(arguments, "title"),
                             .if_version = text_of(arguments, "if_version")};
   if (auto refusal = workers::wiki::refuse_request(request)) return {*std::move(refusal), {}};
-  SaveOutcome outcome = wiki.save_page(request);
+  SaveOutcome outcome = workers::wiki::save_page(wiki, request, task);
   auto notes = notes_on(wiki, outcome);
   if (outcome.failure) return {Map{{"error", message_of(outcome.failure)}}, std::move(notes)};
   return {std::move(outcome.answer), std::move(notes)};

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "ossilar/utils/files.h"
-
 namespace ossilar::mcp {
 namespace {
 
@@ -59,18 +57,13 @@ void Scheduler::work() {
     ++running_;
     changed_.notify_all();
     lock.unlock();
-    {
-      const utils::ReplacedFilesKept replaced;  // freed when the next job of the key may run already
-      entry.job();
-      entry.job = nullptr;  // what it holds goes before it counts as done
-      lock.lock();
-      --running_;
-      busy_keys_.erase(entry.key);
-      changed_.notify_all();
-      may_run_.notify_one();
-      lock.unlock();
-    }
+    entry.job();
+    entry.job = nullptr;  // what it holds goes before it counts as done
     lock.lock();
+    --running_;
+    busy_keys_.erase(entry.key);
+    changed_.notify_all();
+    may_run_.notify_one();
   }
 }
 

@@ -8,27 +8,27 @@ using workers::wiki::Answer;
 using workers::wiki::SearchHit;
 using workers::wiki::SearchRequest;
 using workers::wiki::SearchResult;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 
 // Embeds the wiki again when its model changed. Gives why that failed; the search then goes without what it
 // has not embedded.
-std::string embed_again(WikiGenerator& wiki) {
+std::string embed_again(Wiki& wiki, utils::Task& task) {
   if (!wiki.embedding_change()) return "";
   try {
-    wiki.reembed({});
+    wiki.reembed({}, task);
     return "";
   } catch (const utils::Error& error) {
     return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
   }
 }
 
-ToolResult call(WikiGenerator& wiki, const Map& arguments) {
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& task) {
   const SearchRequest request{.query = utils::string_member(arguments, "query"),
                               .limit = arguments.value("limit", workers::wiki::kDefaultHits),
                               .page_type = utils::string_member(arguments, "type"),
                               .path = utils::string_member(arguments, "path")};
-  std::string not_embedded = embed_again(wiki);
-  const auto found = wiki.search(request);
+  std::string not_embedded = embed_again(wiki, task);
+  const auto found = wiki.search(request, task);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
   const auto& result = std::get<SearchResult>(found);
   Map hits = Map::array();

@@ -20,14 +20,18 @@ struct Method {
 };
 
 constexpr std::array kMethods{
-    Method{"tools/list", list_tools},         Method{"tools/call", call_tool},
-    Method{"resources/list", list_resources}, Method{"resources/templates/list", list_resource_templates},
-    Method{"resources/read", read_resource},  Method{"prompts/list", list_prompts},
-    Method{"prompts/get", get_prompt},        Method{"completion/complete", complete},
+    Method{"tools/list", list_tools},
+    Method{"resources/list", list_resources},
+    Method{"resources/templates/list", list_resource_templates},
+    Method{"resources/read", read_resource},
+    Method{"prompts/list", list_prompts},
+    Method{"prompts/get", get_prompt},
+    Method{"completion/complete", complete},
 };
 
 // Methods of the session itself that are answered on a thread of the pool, by era.
 constexpr std::array<std::string_view, 2> kSessionMethods{"resources/subscribe", "resources/unsubscribe"};
+constexpr std::string_view kCallTool = "tools/call";
 constexpr std::string_view kListen = "subscriptions/listen";
 
 constexpr std::size_t kMostAddresses = 1000;  // of one listener
@@ -75,7 +79,7 @@ const Method* find_method(std::string_view name) {
 }
 
 bool is_known(std::string_view name, Revision revision) {
-  if (find_method(name) != nullptr) return true;
+  if (find_method(name) != nullptr || name == kCallTool) return true;
   if (is_stateless(revision)) return name == kListen;
   return std::find(kSessionMethods.begin(), kSessionMethods.end(), name) != kSessionMethods.end();
 }
@@ -105,7 +109,7 @@ bool names_revision(const Map& params) {
 }
 
 // Reports each step of a request that gave a token for it.
-utils::TaskControl::Watcher progress_watcher(const Map& params, LineWriter& output) {
+utils::Task::Watcher progress_watcher(const Map& params, LineWriter& output) {
   const Map token = utils::member(utils::member(params, "_meta"), "progressToken");
   if (!token.is_string() && !token.is_number_integer()) return {};
   return [token, &output, step = 0](std::string_view message) mutable {
@@ -146,8 +150,8 @@ Map discovered(Revision revision) {
 }  // namespace
 
 struct Session::UnderWay {
-  explicit UnderWay(utils::TaskControl::Watcher watcher) : control(std::move(watcher)) {}
-  utils::TaskControl control;
+  explicit UnderWay(utils::Task::Watcher watcher) : task(std::move(watcher)) {}
+  utils::Task task;
 };
 
 Session::Session(WikiProvider& provider, LineWriter& output)
@@ -280,21 +284,20 @@ void Session::run_later(Request request, Revision revision, const Reply& reply) 
     if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second)
       throw ProtocolError(error_code::kInvalidRequest, "a request with this id is under way");
   }
-  std::string key = request.method == "tools/call" ? serial_key(request.params) : "";
+  std::string key = request.method == kCallTool ? serial_key(request.params) : "";
   scheduler_.post(std::move(key), line_bytes_, [this, request = std::move(request), revision, work, reply] {
     run(request, revision, *work, reply);
   });
 }
 
 void Session::run(const Request& request, Revision revision, UnderWay& work, const Reply& reply) {
-  const utils::TaskScope scope(work.control);
   level_of_request() =
       level_rank(utils::string_member(utils::member(request.params, "_meta"), meta_key::kLogLevel))
           .value_or(kNothing);
   std::optional<Map> message;
   try {
-    utils::check_cancelled();
-    if (auto result = result_of(request, revision)) message = result_message(request.id, *result);
+    work.task.check();
+    if (auto result = result_of(request, revision, work.task)) message = result_message(request.id, *result);
   } catch (const utils::Cancelled&) {
   } catch (const ProtocolError& error) {
     message = error_message(request.id, error.code(), error.what(), error.data());
@@ -306,13 +309,13 @@ void Session::run(const Request& request, Revision revision, UnderWay& work, con
     under_way_.erase(request.id.dump());
   }
   // Who cancelled waits for no answer; but what a commit did is said all the same.
-  if (work.control.cancelled() && !work.control.has_been_shielded()) message.reset();
+  if (work.task.was_cancelled() && !work.task.has_been_shielded()) message.reset();
   reply(std::move(message));
 }
 
-std::optional<Map> Session::result_of(const Request& request, Revision revision) {
+std::optional<Map> Session::result_of(const Request& request, Revision revision, utils::Task& task) {
   if (request.method == kListen) {
-    listen(request);
+    listen(request, task);
     return std::nullopt;
   }
   if (request.method == "resources/subscribe") {
@@ -326,18 +329,20 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision)
     subscriptions_.unsubscribe(required_string(request.params, "uri"));
     return Map::object();
   }
-  Map result = find_method(request.method)->answer(provider_, revision, request.params);
-  if (request.method == "tools/call") watch_.wake();  // it may have been a save
+  if (request.method != kCallTool)
+    return find_method(request.method)->answer(provider_, revision, request.params);
+  Map result = call_tool(provider_, revision, request.params, task);
+  watch_.wake();  // it may have been a save
   return result;
 }
 
 // The request stays open; the acknowledgement is all that it is answered with until it ends.
-void Session::listen(const Request& request) {
+void Session::listen(const Request& request, const utils::Task& task) {
   const ListenFilter filter = filter_of(request.params);
   provider_.get();
   watch_.look();
   const std::lock_guard lock(mutex_);  // cancel() finds it either under way or listening
-  utils::check_cancelled();
+  task.check();
   if (!subscriptions_.listen(request.id, filter))
     throw ProtocolError(error_code::kInvalidParams, "there are too many listeners; end one of them");
 }
@@ -347,13 +352,13 @@ void Session::listen(const Request& request) {
 void Session::cancel(const Map& id) {
   const std::lock_guard lock(mutex_);
   const auto work = under_way_.find(id.dump());
-  if (work != under_way_.end()) work->second->control.cancel();
+  if (work != under_way_.end()) work->second->task.cancel();
   subscriptions_.cancel(id);
 }
 
 void Session::cancel_all() {
   const std::lock_guard lock(mutex_);
-  for (const auto& [id, work] : under_way_) work->control.cancel();
+  for (const auto& [id, work] : under_way_) work->task.cancel();
 }
 
 bool Session::finish(std::chrono::milliseconds patience, bool abandoned) {

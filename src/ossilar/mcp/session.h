@@ -57,8 +57,8 @@ class Session {
   Revision revision_of(const Request& request) const;
   std::optional<Map> answer_at_once(const Request& request, Revision revision);
   Map initialize(const Map& params);
-  std::optional<Map> result_of(const Request& request, Revision revision);
-  void listen(const Request& request);
+  std::optional<Map> result_of(const Request& request, Revision revision, utils::Task& task);
+  void listen(const Request& request, const utils::Task& task);
   void run_later(Request request, Revision revision, const Reply& reply);
   void run(const Request& request, Revision revision, UnderWay& work, const Reply& reply);
   void cancel(const Map& id);

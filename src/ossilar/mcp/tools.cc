@@ -4,7 +4,6 @@
 
 #include "ossilar/mcp/message.h"
 #include "ossilar/mcp/params.h"
-#include "ossilar/utils/task.h"
 
 namespace ossilar::mcp {
 namespace {
@@ -60,10 +59,10 @@ Map without_nulls(const Map& arguments) {
   return given;
 }
 
-ToolResult run(const Tool& tool, WikiProvider& provider, const Map& arguments) {
+ToolResult run(const Tool& tool, WikiProvider& provider, const Map& arguments, utils::Task& task) {
   if (const auto fault = misfit(tool.input_schema, arguments)) return {Map{{"error", *fault}}, {}};
   try {
-    return tool.call(*provider.get(), arguments);
+    return tool.call(*provider.get(), arguments, task);
   } catch (const std::exception& error) {
     return {Map{{"error", error.what()}}, {}};
   }
@@ -85,12 +84,12 @@ Map list_tools(WikiProvider& /*provider*/, Revision revision, const Map& params)
   return finished_for(revision, Map{{"tools", list}}, kListMilliseconds);
 }
 
-Map call_tool(WikiProvider& provider, Revision revision, const Map& params) {
+Map call_tool(WikiProvider& provider, Revision revision, const Map& params, utils::Task& task) {
   const std::string name = required_string(params, "name");
   const Map& arguments = optional_object(params, "arguments");
   const Tool* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
-  return result_of(*tool, run(*tool, provider, without_nulls(arguments)), revision);
+  return result_of(*tool, run(*tool, provider, without_nulls(arguments), task), revision);
 }
 
 std::string serial_key(const Map& params) {

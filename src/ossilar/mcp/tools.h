@@ -8,6 +8,7 @@
 #include "ossilar/mcp/revision.h"
 #include "ossilar/mcp/wiki_provider.h"
 #include "ossilar/utils/json.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::mcp {
 
@@ -23,7 +24,7 @@ struct Tool {
   bool reads_only = true;
   Map input_schema;
   Map output_schema;  // null: results are text alone
-  ToolResult (*call)(workers::wiki::WikiGenerator& wiki, const Map& arguments);
+  ToolResult (*call)(workers::wiki::Wiki& wiki, const Map& arguments, utils::Task& task);
 };
 
 inline constexpr std::string_view kSavePage = "save_page";
@@ -35,9 +36,9 @@ const std::vector<Tool>& tools();
 Map list_tools(WikiProvider& provider, Revision revision, const Map& params);
 
 // The result of `tools/call`: what the tool gave, or a result with `isError` for arguments that do not fit
-// and for whatever failed in the tool. Throws ProtocolError for a tool that does not exist; utils::Cancelled
-// passes.
-Map call_tool(WikiProvider& provider, Revision revision, const Map& params);
+// and for whatever failed in the tool. `task` may cancel and watch the call. Throws ProtocolError for a tool
+// that does not exist; utils::Cancelled passes.
+Map call_tool(WikiProvider& provider, Revision revision, const Map& params, utils::Task& task);
 
 // What calls with these params must not run beside; "" for those that may run beside any.
 std::string serial_key(const Map& params);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ossilar/source/indexer.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 
 namespace ossilar::mcp {
@@ -39,20 +40,21 @@ std::string database_of(const std::filesystem::path& root) {
 
 // Pages are taken over outside the mutex, as that waits for the write lock; when it cannot be had, the next
 // call tries again.
-std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::get() {
+std::shared_ptr<workers::wiki::Wiki> WikiProvider::get() {
   auto wiki = current();
-  wiki->adopt_described(false);
+  workers::wiki::adopt_arrivals(*wiki, workers::wiki::WhenBusy::skip);
   return wiki;
 }
 
 // The configuration is looked at before the opening and the database, which the opening may make, after it: a
 // change in between is found by the next call.
-std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::current() {
+std::shared_ptr<workers::wiki::Wiki> WikiProvider::current() {
   const std::lock_guard lock(mutex_);
   std::string configuration = configuration_of(root_, checkout_);
   if (!wiki_ || configuration != configuration_ || database_of(root_) != database_) {
     wiki_.reset();
-    std::shared_ptr<workers::wiki::WikiGenerator> wiki = workers::wiki::open_wiki(root_, "ossilar mcp", true);
+    std::shared_ptr<workers::wiki::Wiki> wiki =
+        workers::wiki::open_wiki(root_, "ossilar mcp", workers::wiki::Process::stays);
     configuration_ = std::move(configuration);
     database_ = database_of(root_);
     wiki_ = std::move(wiki);
@@ -60,7 +62,7 @@ std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::current() {
   return wiki_;
 }
 
-std::shared_ptr<workers::wiki::WikiGenerator> WikiProvider::opened() const {
+std::shared_ptr<workers::wiki::Wiki> WikiProvider::opened() const {
   const std::lock_guard lock(mutex_);
   return wiki_;
 }

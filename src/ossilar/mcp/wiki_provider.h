@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/wiki.h"
 
 namespace ossilar::mcp {
 
@@ -22,20 +22,20 @@ class WikiProvider {
   explicit WikiProvider(std::filesystem::path root) : root_(std::move(root)), checkout_(root_) {}
 
   // The wiki as of now. Throws what open_wiki() throws; the next call tries again.
-  std::shared_ptr<workers::wiki::WikiGenerator> get();
+  std::shared_ptr<workers::wiki::Wiki> get();
 
   // The wiki that was opened last, or null.
-  std::shared_ptr<workers::wiki::WikiGenerator> opened() const;
+  std::shared_ptr<workers::wiki::Wiki> opened() const;
 
   const std::filesystem::path& root() const { return root_; }
 
  private:
-  std::shared_ptr<workers::wiki::WikiGenerator> current();
+  std::shared_ptr<workers::wiki::Wiki> current();
 
   const std::filesystem::path root_;
   source::CheckoutReader checkout_;
   mutable std::mutex mutex_;
-  std::shared_ptr<workers::wiki::WikiGenerator> wiki_;  // guarded by mutex_, as is what it was opened for
+  std::shared_ptr<workers::wiki::Wiki> wiki_;  // guarded by mutex_, as is what it was opened for
   std::string configuration_;
   std::string database_;
 };

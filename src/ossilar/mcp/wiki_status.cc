@@ -6,7 +6,7 @@ namespace {
 
 using workers::wiki::PageCondition;
 using workers::wiki::PageState;
-using workers::wiki::WikiGenerator;
+using workers::wiki::Wiki;
 using workers::wiki::WikiStatus;
 
 constexpr std::size_t kMostNamed = 20;
@@ -18,7 +18,7 @@ Map last_write_of(const WikiStatus& status) {
           {"commit", status.last_write->last_commit}};
 }
 
-ToolResult call(WikiGenerator& wiki, const Map& /*arguments*/) {
+ToolResult call(Wiki& wiki, const Map& /*arguments*/, utils::Task& /*task*/) {
   const WikiStatus status = wiki.status();
   const auto counts = workers::wiki::count_states(status.pages);
   Map stale = Map::array();
@@ -29,7 +29,10 @@ ToolResult call(WikiGenerator& wiki, const Map& /*arguments*/) {
   return {Map{{"branch", status.branch},
               {"commit", status.commit},
               {"indexed_files", status.indexed_files},
-              {"pages", Map{{"ok", counts.ok}, {"stale", counts.stale}, {"missing", counts.missing}}},
+              {"pages", Map{{"ok", counts.ok},
+                            {"stale", counts.stale},
+                            {"unverified", counts.unverified},
+                            {"missing", counts.missing}}},
               {"stale", stale},
               {"last_write", last_write_of(status)}},
           {}};
@@ -39,10 +42,12 @@ ToolResult call(WikiGenerator& wiki, const Map& /*arguments*/) {
 
 Tool wiki_status_tool() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map counts = object({{"ok", count("match the source")},
-                             {"stale", count("do not any more")},
-                             {"missing", count("not written")}},
-                            {"ok", "stale", "missing"});
+  const Map counts =
+      object({{"ok", count("match the source")},
+              {"stale", count("do not any more")},
+              {"unverified", count("were written by hand, and nobody knows against which sources")},
+              {"missing", count("not written")}},
+             {"ok", "stale", "unverified", "missing"});
   const Map page =
       object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
   const Map write =
@@ -50,7 +55,8 @@ Tool wiki_status_tool() {
   return {.name = "wiki_status",
           .title = "Wiki status",
           .description =
-              "Says how the wiki stands: branch and commit, how many pages are ok, stale and missing, the "
+              "Says how the wiki stands: branch and commit, how many pages are ok, stale, unverified and "
+              "missing, the "
               "first twenty stale ones with the reason, and the last write. list_pages names all.",
           .reads_only = true,
           .input_schema = arguments(Map::object()),

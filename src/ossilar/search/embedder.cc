@@ -325,7 +325,8 @@ class LocalEmbedder final : public Embedder {
   // It finds inflections and misspellings that words miss, but takes some words for others: it adds to what
   // words find, and settles little between that (bench/retrieval_bench.cc).
   double ranking_weight() const override { return 0.2; }
-  std::vector<std::vector<float>> embed(const std::vector<std::string>& texts) override {
+  std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
+                                        const utils::Task& /*task*/) override {
     std::vector<std::vector<float>> out;
     out.reserve(texts.size());
     for (const std::string& text : texts) out.push_back(embed_text(text));

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "ossilar/utils/task.h"
+
 namespace ossilar::search {
 
 // Thread-safety: every member may be called from any thread.
@@ -22,7 +24,8 @@ class Embedder {
   // What a place in the ranking by these vectors counts where one in the ranking by words counts 1.
   virtual double ranking_weight() const { return 1; }
   // One vector of dimensions() numbers and length 1 (0 for a text without words) per text, in their order.
-  virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts) = 0;
+  // utils::Cancelled when `task` is cancelled.
+  virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts, const utils::Task& task) = 0;
 };
 
 // The embedder that needs no model, network or start-up.

@@ -6,7 +6,6 @@
 #include <array>
 #include <memory>
 
-#include "ossilar/utils/task.h"
 
 namespace ossilar::search {
 namespace {
@@ -44,9 +43,9 @@ std::size_t receive(char* bytes, std::size_t /*one*/, std::size_t size, void* in
 }
 
 // No exception may pass through libcurl; a value other than 0 ends the transfer.
-int look_whether_cancelled(void* /*data*/, curl_off_t /*down*/, curl_off_t /*downed*/, curl_off_t /*up*/,
+int look_whether_cancelled(void* task, curl_off_t /*down*/, curl_off_t /*downed*/, curl_off_t /*up*/,
                            curl_off_t /*upped*/) {
-  return utils::cancel_requested() ? 1 : 0;
+  return static_cast<const utils::Task*>(task)->is_cancelled() ? 1 : 0;
 }
 
 Headers headers_of(const HttpRequest& request) {
@@ -59,7 +58,8 @@ Headers headers_of(const HttpRequest& request) {
   return headers;
 }
 
-void set_options(CURL* handle, const HttpRequest& request, curl_slist* headers, Received& received) {
+void set_options(CURL* handle, const HttpRequest& request, curl_slist* headers, Received& received,
+                 const utils::Task& task) {
   const auto set = [handle](CURLoption option, auto value) {
     const CURLcode code = curl_easy_setopt(handle, option, value);
     if (code != CURLE_OK) throw HttpFailure(curl_easy_strerror(code), false);
@@ -76,6 +76,7 @@ void set_options(CURL* handle, const HttpRequest& request, curl_slist* headers, 
   set(CURLOPT_WRITEDATA, static_cast<void*>(&received));
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFOFUNCTION, &look_whether_cancelled);
+  set(CURLOPT_XFERINFODATA, static_cast<const void*>(&task));
 }
 
 bool may_pass(CURLcode code) {
@@ -95,16 +96,16 @@ std::string part_of(CURLU* address, CURLUPart part) {
 
 }  // namespace
 
-HttpAnswer post_json(const HttpRequest& request) {
+HttpAnswer post_json(const HttpRequest& request, const utils::Task& task) {
   use_curl();
-  utils::check_cancelled();
+  task.check();
   const Easy handle(curl_easy_init());
   if (!handle) throw HttpFailure("libcurl cannot be used", false);
   const Headers headers = headers_of(request);
   Received received{.body = "", .largest = request.largest_answer};
-  set_options(handle.get(), request, headers.get(), received);
+  set_options(handle.get(), request, headers.get(), received, task);
   const CURLcode code = curl_easy_perform(handle.get());
-  utils::check_cancelled();
+  task.check();
   if (received.is_too_long) {
     throw HttpFailure("its answer is longer than " + std::to_string(request.largest_answer) + " bytes",
                       false);

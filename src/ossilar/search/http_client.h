@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::search {
 
@@ -37,11 +38,11 @@ struct HttpAnswer {
 };
 
 // Posts the request. http and https alone, certificates checked, no redirect followed, no cookie, no stored
-// password; proxies as the environment has them. Throws HttpFailure, and utils::Cancelled when the thread's
-// task is cancelled on the way.
+// password; proxies as the environment has them. Throws HttpFailure, and utils::Cancelled when `task` is
+// cancelled on the way.
 //
 // Thread-safety: may be called from any thread.
-HttpAnswer post_json(const HttpRequest& request);
+HttpAnswer post_json(const HttpRequest& request, const utils::Task& task);
 
 // The parts of an address that tell services apart. Throws utils::ConfigError, without quoting it, for one
 // that is no http or https address or that holds a user.

@@ -34,9 +34,9 @@ constexpr milliseconds kSlice(50);  // between looks whether the task was cancel
 
 constexpr std::size_t kShownBody = 200;
 
-void wait_asleep(milliseconds left) {
+void wait_asleep(milliseconds left, const utils::Task& task) {
   for (; left > milliseconds(0); left -= kSlice) {
-    utils::check_cancelled();
+    task.check();
     std::this_thread::sleep_for(std::min(left, kSlice));
   }
 }
@@ -123,16 +123,17 @@ class HttpEmbedder final : public Embedder {
   std::string model() const override { return "http:" + address_.where + ":" + options_.model; }
 
   std::size_t dimensions() const override {
-    if (dimensions_ == 0) embed_batch({"dimensions"});
+    if (dimensions_ == 0) embed_batch({"dimensions"}, utils::Task());
     return dimensions_;
   }
 
-  Vectors embed(const std::vector<std::string>& texts) override {
+  Vectors embed(const std::vector<std::string>& texts, const utils::Task& task) override {
     Vectors all;
     for (std::size_t begin = 0; begin < texts.size();) {
       const std::size_t end = batch_end(texts, begin);
       Vectors batch = embed_batch({texts.begin() + static_cast<std::ptrdiff_t>(begin),
-                                   texts.begin() + static_cast<std::ptrdiff_t>(end)});
+                                   texts.begin() + static_cast<std::ptrdiff_t>(end)},
+                                  task);
       std::move(batch.begin(), batch.end(), std::back_inserter(all));
       begin = end;
     }
@@ -148,13 +149,14 @@ class HttpEmbedder final : public Embedder {
     return end;
   }
 
-  Vectors embed_batch(const std::vector<std::string>& texts) const {
+  Vectors embed_batch(const std::vector<std::string>& texts, const utils::Task& task) const {
     const Map body{{"model", options_.model}, {"input", texts}, {"encoding_format", "float"}};
     const HttpAnswer answer = ask({.url = url_,
                                    .json = body.dump(),
                                    .bearer = key(),
                                    .timeout = options_.timeout,
-                                   .largest_answer = kLargestAnswer});
+                                   .largest_answer = kLargestAnswer},
+                                  task);
     try {
       Vectors vectors = vectors_in(utils::parse_json(answer.body, "its answer"), texts.size());
       check_dimensions(vectors.front().size());
@@ -167,11 +169,11 @@ class HttpEmbedder final : public Embedder {
   }
 
   // The answer to the request, tried again while what fails may pass.
-  HttpAnswer ask(const HttpRequest& request) const {
+  HttpAnswer ask(const HttpRequest& request, const utils::Task& task) const {
     for (int tries = 1;; ++tries) {
       milliseconds pause = pause_after(tries, options_.random());
       try {
-        HttpAnswer answer = post_json(request);
+        HttpAnswer answer = post_json(request, task);
         if (answer.status == 200) return answer;
         if (!may_pass(answer.status) || tries == kTries) refuse(answer, request.bearer);
         if (answer.retry_after) pause = std::min<milliseconds>(*answer.retry_after, kLongestAskedFor);
@@ -181,8 +183,8 @@ class HttpEmbedder final : public Embedder {
                                "; start the service, or correct [embedding] url");
         }
       }
-      options_.wait(pause);
-      utils::check_cancelled();
+      options_.wait(pause, task);
+      task.check();
     }
   }
 

@@ -28,7 +28,7 @@ struct HttpEmbedderOptions {
 
   // For tests. Waits between two tries, by default asleep and looking whether the task was cancelled; a
   // number from 0 to 1, by default random.
-  std::function<void(std::chrono::milliseconds)> wait = {};
+  std::function<void(std::chrono::milliseconds, const utils::Task&)> wait = {};
   std::function<double()> random = {};
 };
 

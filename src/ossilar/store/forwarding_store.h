@@ -1,20 +1,24 @@
-// A store that hands every call to another. Deriving from it makes a fault, a count or a record one
-// overridden call:
+// A store, and a transaction of one, that hand every call to another. Deriving from them makes a fault, a count
+// or a record one overridden call:
 //
-//   class FailsOnUpsert final : public ForwardingStore {
-//     using ForwardingStore::ForwardingStore;
+//   class FailsOnUpsert final : public ForwardingTransaction {
+//     using ForwardingTransaction::ForwardingTransaction;
 //     std::int64_t upsert_wiki_page(...) override { throw StorageError("disk full"); }
 //   };
 #pragma once
+
+#include <memory>
+#include <utility>
 
 #include "ossilar/store/repository.h"
 
 namespace ossilar::store {
 
 // Thread-safety: that of the target. Lifetime: the target must outlive it.
-class ForwardingStore : public WikiStore {
+template <class Interface>
+class Forwarding : public Interface {
  public:
-  explicit ForwardingStore(WikiStore& target) : target_(target) {}
+  explicit Forwarding(Interface& target) : target_(target) {}
 
   std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
                                 const std::string& title, const PageFields& fields) override {
@@ -24,14 +28,17 @@ class ForwardingStore : public WikiStore {
     target_.upsert_wiki_state(branch, fields);
   }
   StoredRows get_wiki_pages(const std::string& branch) override { return target_.get_wiki_pages(branch); }
-  std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
-    return target_.begin_group(attempt);
+  std::unique_ptr<StoreTransaction> begin(const std::string& attempt) override {
+    return target_.begin(attempt);
   }
-  void checkpoint() override { target_.checkpoint(); }
   std::optional<std::string> damage() override { return target_.damage(); }
   std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
                                    const std::string& title, const PageFields& fields) override {
     return target_.upsert_keeping_mark(branch, page_id, title, fields);
+  }
+  void restate_page(const std::string& branch, const std::string& page_id, const std::string& content_hash,
+                    const std::vector<Map>& citations) override {
+    target_.restate_page(branch, page_id, content_hash, citations);
   }
   std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
     return target_.page_key(branch, page_id);
@@ -94,13 +101,29 @@ class ForwardingStore : public WikiStore {
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }
-  void source_records(const TakeRecord& take) override { target_.source_records(take); }
+  void source_records(const WikiStore::TakeRecord& take) override { target_.source_records(take); }
   void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
     target_.update_source_records(changes);
   }
 
  private:
-  WikiStore& target_;
+  Interface& target_;
+};
+
+class ForwardingStore : public Forwarding<WikiStore> {
+ public:
+  using Forwarding::Forwarding;
+};
+
+// Owns its target.
+class ForwardingTransaction : public Forwarding<StoreTransaction> {
+ public:
+  explicit ForwardingTransaction(std::unique_ptr<StoreTransaction> target)
+      : Forwarding(*target), owned_(std::move(target)) {}
+  void commit() override { owned_->commit(); }
+
+ private:
+  const std::unique_ptr<StoreTransaction> owned_;
 };
 
 }  // namespace ossilar::store

@@ -71,8 +71,8 @@ struct WikiStateFields {
   std::string manifest_hash = {};
 };
 
-// The index gateway that a save writes through. Each write is on disk when its call returns; in a group of
-// writes, see WikiStore::begin_group(), when the group is committed.
+// The index gateway that a save writes through. Each write is on disk when its call returns; in a
+// transaction, see WikiStore::begin(), when that is committed.
 //
 // Thread-safety: every member may be called from any thread. Errors: StorageError.
 class Repository {
@@ -143,31 +143,16 @@ struct FoundPassage {
   double score = 0;
 };
 
-// Writes of one thread that become one transaction. Without commit() its end takes them back.
-class WriteGroup {
- public:
-  WriteGroup() = default;
-  WriteGroup(const WriteGroup&) = delete;
-  WriteGroup& operator=(const WriteGroup&) = delete;
-  virtual ~WriteGroup() = default;
-
-  // Puts what was written on disk, all of it or, with StorageError, nothing that anybody may rely on: a
-  // commit that fails may have reached the file.
-  virtual void commit() = 0;
-};
+class StoreTransaction;
 
 // Everything that the host of a wiki keeps.
 class WikiStore : public Repository {
  public:
-  // From now to the end of the result, the calling thread's writes are one transaction, and its reads see
-  // them before others do; other writers, those of other processes too, wait. A write that fails takes itself
-  // back and no other; where the failure took back more, commit() says so. `attempt` is what commit() says it
-  // could not do: "store the page a". Groups do not nest, and end on the thread that began them.
-  virtual std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) = 0;
-
-  // Takes a part of the work of commits to come over, without keeping them waiting; to be called now and
-  // then.
-  virtual void checkpoint() = 0;
+  // Begins a transaction: what is written through the result is on disk all at once, when it is committed,
+  // and without a commit it is taken back at the result's end. Until then other writers, those of other
+  // processes too, wait, and nobody else sees it. `attempt` is what commit() says it could not do: "store the
+  // page a".
+  virtual std::unique_ptr<StoreTransaction> begin(const std::string& attempt) = 0;
 
   // Reads everything and gives what is damaged in it, in words; none when all is sound.
   virtual std::optional<std::string> damage() = 0;
@@ -175,6 +160,10 @@ class WikiStore : public Repository {
   // As upsert_wiki_page(), but a stale mark stays.
   virtual std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
                                            const std::string& title, const PageFields& fields) = 0;
+  // Replaces two fields of the page's row, for a page file that was written anew with the same text of its
+  // author; all else stays, a stale mark too.
+  virtual void restate_page(const std::string& branch, const std::string& page_id,
+                            const std::string& content_hash, const std::vector<Map>& citations) = 0;
   // The key of the page's row, or none.
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
   // The page's build cache whole, or none without a row.
@@ -195,7 +184,7 @@ class WikiStore : public Repository {
   virtual void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
                             const PassageHashes& shared_before) = 0;
   // Indexes words for match_words(), which does it too, of pages whose chunks were stored, until at most
-  // `most_left` wait for it. A transaction is a few pages; in a group it is a part of that.
+  // `most_left` wait for it. A few pages at a time, which other writers wait for.
   virtual void index_waiting_words(std::size_t most_left) = 0;
   // The chunk records of a page in their order, embeddings left out.
   virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
@@ -247,6 +236,17 @@ class WikiStore : public Repository {
   // In one transaction: a text replaces the record of its path, none removes it. They save reading what can
   // be read again, so nobody waits for long to store them: while another writes, nothing is stored.
   virtual void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) = 0;
+};
+
+// The store within one transaction: reads see what was written before. A write that fails takes itself back
+// and no other; where the failure took back more, commit() says so. Transactions do not nest.
+//
+// Thread-safety: one thread at a time, from the begin to the end.
+class StoreTransaction : public WikiStore {
+ public:
+  // Puts what was written on disk, all of it or, with StorageError, nothing that anybody may rely on: a
+  // commit that fails may have reached the file.
+  virtual void commit() = 0;
 };
 
 }  // namespace ossilar::store

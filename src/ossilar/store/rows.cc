@@ -41,6 +41,8 @@ constexpr const char* kUpsertPage =
     " revision = excluded.revision"
     " RETURNING page_key";
 
+constexpr const char* kRestatePage =
+    "UPDATE pages SET content_hash = ?3, citations = ?4, revision = ?5 WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kRemovePage = "DELETE FROM pages WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kNoteRemoval = "INSERT OR REPLACE INTO removed_pages VALUES (?1, ?2, ?3)";
 
@@ -106,6 +108,12 @@ void remove_row(Connection& connection, const std::string& branch, const std::st
                 std::int64_t revision) {
   Query(connection, kRemovePage, branch, page_id).run();
   Query(connection, kNoteRemoval, branch, page_id, revision).run();
+}
+
+void restate_row(Connection& connection, const std::string& branch, const std::string& page_id,
+                 const std::string& content_hash, const std::vector<Map>& citations, std::int64_t revision) {
+  Query(connection, kRestatePage, branch, page_id, content_hash, stored_json(citations, "citations"), revision)
+      .run();
 }
 
 std::string page_id_of(const Query& rows) { return rows.text(kFirstColumn); }

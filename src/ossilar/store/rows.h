@@ -20,6 +20,10 @@ Map read_json(const std::string& text, const std::string& what);
 std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
                         const std::string& title, const PageFields& fields, std::int64_t revision);
 
+// Replaces of the row what changes when its page file is written anew with the same text of its author.
+void restate_row(Connection& connection, const std::string& branch, const std::string& page_id,
+                 const std::string& content_hash, const std::vector<Map>& citations, std::int64_t revision);
+
 // The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes: the
 // revision, then the columns that the two functions read.
 extern const char* const kChangedPages;

@@ -7,10 +7,11 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <functional>
+#include <limits>
 #include <mutex>
 #include <optional>
-#include <thread>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -74,11 +75,6 @@ constexpr const char* kCutVectors =
 
 // Pages whose words are indexed in one transaction, which others wait for.
 constexpr std::size_t kWordsTogether = 16;
-
-// Of the write-ahead log, a save writes some fifty. From the first number on, who has the time moves them
-// into the database; from the second on a commit does so, which then takes several times as long.
-constexpr int kManyLogPages = 1000;
-constexpr int kMostLogPages = 4000;
 
 // JSON by where it is stored.
 struct Shape {
@@ -205,6 +201,26 @@ Snapshot read_digests(Connection& connection, Snapshot& last, const std::string&
   return last = next;
 }
 
+// Makes the stored digests those in `digests`; gives the revision that they then have.
+std::int64_t write_differences(Connection& connection, const std::string& branch, const Snapshot& stored,
+                               const PageDigests& digests) {
+  std::int64_t revision = 0;
+  const auto revision_of_change = [&] {
+    return revision = revision != 0 ? revision : next_revision(connection);
+  };
+  for_each_difference(stored.entries, digests,
+                      [&](const std::string& page_id, const Map* before, const Map* after) {
+                        if (after == nullptr) {
+                          Query(connection, kRemoveDigest, branch, page_id, revision_of_change()).run();
+                        } else if (before == nullptr || *before != *after) {
+                          Query(connection, kPutDigest, branch, page_id,
+                                stored_json(*after, "the digest of " + page_id), revision_of_change())
+                              .run();
+                        }
+                      });
+  return revision != 0 ? revision : stored.revision;
+}
+
 // What `Work` gives that asks a connection, or a connection and its snapshots.
 template <class Work>
 using Result = typename std::conditional_t<std::is_invocable_v<Work, Connection&, Snapshots&>,
@@ -220,16 +236,15 @@ Result<Work> ask(Work& work, Connection& connection, Snapshots& last) {
   }
 }
 
-// What `work` gives, after `then` was called.
-template <class Work, class Then>
-std::invoke_result_t<Work> and_then(Work work, Then then) {
-  if constexpr (std::is_void_v<std::invoke_result_t<Work>>) {
-    work();
-    then();
+// What `work` gives when `run` runs it.
+template <class Work, class Run>
+Result<Work> result_of(Work& work, Run run) {
+  if constexpr (std::is_void_v<Result<Work>>) {
+    run([&](Connection& connection, Snapshots& last) { ask(work, connection, last); });
   } else {
-    auto result = work();
-    then();
-    return result;
+    std::optional<Result<Work>> result;
+    run([&](Connection& connection, Snapshots& last) { result.emplace(ask(work, connection, last)); });
+    return *std::move(result);
   }
 }
 
@@ -262,24 +277,11 @@ class Step {
   bool done_ = false;
 };
 
-// One connection writes and one reads, each under a mutex of its own, so that drafts read while a commit
-// waits for the disk. A thread that holds both took the writer's first. Within a group the group's thread
-// reads by the connection that writes, and holds its mutex from the group's begin to its end.
-//
-// The snapshots belong to the reader; a group has its own, which become the reader's when it is committed.
-// They are only what a read gave or a commit has made so; after a write that failed, whose outcome only the
-// file knows, they are dropped.
-class SqliteStore final : public WikiStore {
+// Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteGroup to say: a
+// store runs each in a transaction of its own, a group as a step of its one transaction.
+template <class Interface>
+class SqliteOperations : public Interface {
  public:
-  explicit SqliteStore(const std::filesystem::path& file)
-      : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {
-    sqlite3_wal_hook(writer_.database().getHandle(), &SqliteStore::committed, this);
-  }
-
-  std::unique_ptr<WriteGroup> begin_group(const std::string& attempt) override {
-    return std::make_unique<Group>(*this, attempt);
-  }
-
   std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
                                 const std::string& title, const PageFields& fields) override {
     return write("store the page " + page_id, [&](Connection& connection) {
@@ -294,6 +296,13 @@ class SqliteStore final : public WikiStore {
                                    const std::string& title, const PageFields& fields) override {
     return write("store the page " + page_id, [&](Connection& connection) {
       return write_page(connection, branch, page_id, title, fields, next_revision(connection));
+    });
+  }
+
+  void restate_page(const std::string& branch, const std::string& page_id, const std::string& content_hash,
+                    const std::vector<Map>& citations) override {
+    write("store the page " + page_id, [&](Connection& connection) {
+      restate_row(connection, branch, page_id, content_hash, citations, next_revision(connection));
     });
   }
 
@@ -395,22 +404,9 @@ class SqliteStore final : public WikiStore {
     for (;;) {
       const std::size_t due = read(attempt, count_due_words);
       if (due <= most_left) return;
-      const std::size_t most = in_group() ? due : std::min(due - most_left, kWordsTogether);
+      const std::size_t most = std::min(due - most_left, words_together());
       write(attempt, [&](Connection& connection) { index_due_words(connection, most); });
     }
-  }
-
-  void checkpoint() override {
-    if (log_pages_ < kManyLogPages) return;
-    const std::lock_guard lock(checkpointer_mutex_);
-    with_storage_errors(file_, "move the log into it", [&] {
-      if (!checkpointer_) {
-        checkpointer_.emplace(file_, SQLite::OPEN_READWRITE);
-        checkpointer_->database().exec("PRAGMA synchronous = FULL");
-      }
-      checkpointer_->require_in_place();
-      checkpointer_->database().exec("PRAGMA wal_checkpoint(PASSIVE)");
-    });
   }
 
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
@@ -441,16 +437,13 @@ class SqliteStore final : public WikiStore {
   // one digest of many and persists again shares all others with it.
   void persist_digests(const std::string& branch, const PageDigests& digests,
                        const std::map<std::string, std::string>& stale) override {
-    Snapshot persisted{.entries = digests};
-    write(
-        "store the digests of the branch " + branch,
-        [&](Connection& connection) {
-          Snapshot stored = known_digests(branch);
-          stored = read_digests(connection, stored, branch);  // nobody writes meanwhile
-          persisted.revision = write_differences(connection, branch, stored, digests);
-          write_marks(connection, branch, stale);
-        },
-        [&](Snapshots& last) { last.digests[branch] = std::move(persisted); });
+    write("store the digests of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      Snapshot& known = last.digests[branch];
+      read_digests(connection, known, branch);
+      known.revision = write_differences(connection, branch, known, digests);
+      known.entries = digests;
+      write_marks(connection, branch, stale);
+    });
   }
 
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
@@ -481,7 +474,7 @@ class SqliteStore final : public WikiStore {
     });
   }
 
-  void source_records(const TakeRecord& take) override {
+  void source_records(const WikiStore::TakeRecord& take) override {
     read("read the source index", [&](Connection& connection) {
       Query rows(connection, kRecords);
       while (rows.next()) take(rows.view(0), rows.view(1));
@@ -489,110 +482,88 @@ class SqliteStore final : public WikiStore {
   }
 
   void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
-    const std::string attempt = "store the source index";
-    if (changes.empty() || !is_writable_soon(attempt)) return;
-    write(attempt, [&](Connection& connection) { write_records(connection, changes); });
+    write("store the source index", [&](Connection& connection) { write_records(connection, changes); });
+  }
+
+ protected:
+  using Work = std::function<void(Connection& connection, Snapshots& last)>;
+
+  // Runs `work` on what is stored at one moment.
+  virtual void run_reading(const std::string& attempt, const Work& work) = 0;
+  // Runs `work`, which writes all that it writes or, when it fails, nothing.
+  virtual void run_writing(const std::string& attempt, const Work& work) = 0;
+  // Pages whose words are indexed in one transaction.
+  virtual std::size_t words_together() const = 0;
+
+  template <class Ask>
+  Result<Ask> read(const std::string& attempt, Ask work) {
+    return result_of(work, [&](const Work& run) { run_reading(attempt, run); });
+  }
+  template <class Ask>
+  Result<Ask> write(const std::string& attempt, Ask work) {
+    return result_of(work, [&](const Work& run) { run_writing(attempt, run); });
+  }
+};
+
+// One connection writes and one reads, each under a mutex of its own, so that drafts read while a commit
+// waits for the disk. A thread that holds both took the writer's first. A group holds the writer's from its
+// begin to its end.
+//
+// The snapshots are what was read last, and are brought up to date by revisions. They belong to the reader; a
+// group has its own, which become the reader's when it is committed. After a write that failed, whose outcome
+// only the file knows, they are dropped.
+class SqliteStore final : public SqliteOperations<WikiStore> {
+ public:
+  explicit SqliteStore(const std::filesystem::path& file)
+      : file_(file), writer_(open_database(file)), reader_(file, SQLite::OPEN_READONLY) {}
+
+  std::unique_ptr<StoreTransaction> begin(const std::string& attempt) override;
+
+  // They save reading what can be read again: while another process writes, they are not stored.
+  void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
+    if (changes.empty() || !is_writable_soon("store the source index")) return;
+    SqliteOperations::update_source_records(changes);
   }
 
  private:
-  class Group final : public WriteGroup {
-   public:
-    Group(SqliteStore& store, std::string attempt)
-        : store_(store), attempt_(std::move(attempt)), writing_(store.writer_mutex_) {
-      store_.begin_group_locked(attempt_);
-    }
-    ~Group() override {
-      if (!ended_) store_.end_group_locked();
-    }
-    void commit() override {
-      ended_ = true;
-      store_.commit_group_locked(attempt_);
-    }
+  friend class SqliteGroup;
 
-   private:
-    SqliteStore& store_;
-    const std::string attempt_;
-    const std::unique_lock<std::mutex> writing_;
-    bool ended_ = false;
-  };
-
-  // https://www.sqlite.org/c3ref/wal_hook.html; in the place of SQLite's own, which moves at a thousand
-  // pages. What is not moved stays in the log.
-  static int committed(void* store, sqlite3* database, const char* name, int log_pages) {
-    static_cast<SqliteStore*>(store)->log_pages_ = log_pages;
-    if (log_pages >= kMostLogPages)
-      sqlite3_wal_checkpoint_v2(database, name, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-    return SQLITE_OK;
-  }
-
-  bool in_group() const { return grouping_ == std::this_thread::get_id(); }
-
-  // Runs `work` in one read transaction.
-  template <class Work>
-  Result<Work> read(const std::string& attempt, Work work) {
-    if (in_group()) return with_storage_errors(file_, attempt, [&] { return ask(work, writer_, grouped_); });
+  void run_reading(const std::string& attempt, const Work& work) override {
     const std::lock_guard lock(reader_mutex_);
-    return with_storage_errors(file_, attempt, [&] {
+    with_storage_errors(file_, attempt, [&] {
       reader_.require_in_place();
       const SQLite::Transaction snapshot(reader_.database());  // its end, a rollback, changes nothing
-      return ask(work, reader_, last_);
+      work(reader_, last_);
     });
   }
 
-  // Runs `work` in one write transaction, which is on disk at the return, or as one step of the group's;
-  // `written` tells the snapshots then. A transaction locks at its begin: one that reads first and locks
-  // later fails at once when another process has written in between.
-  template <class Work, class Written>
-  Result<Work> write(const std::string& attempt, Work work, Written written) {
-    if (in_group()) return write_step(attempt, work, written);
+  // A transaction locks at its begin: one that reads first and locks later fails at once when another process
+  // has written in between. A commit that fails may have reached the file: who opens it next may find it
+  // made.
+  void run_writing(const std::string& attempt, const Work& work) override {
     const std::lock_guard lock(writer_mutex_);
-    return write_locked(attempt, work, written);
-  }
-
-  template <class Work>
-  Result<Work> write(const std::string& attempt, Work work) {
-    return write(attempt, work, [](Snapshots&) {});
-  }
-
-  // A commit that fails may have reached the file: who opens it next may find it made.
-  template <class Work, class Written>
-  Result<Work> write_locked(const std::string& attempt, Work& work, Written& written) {
+    Snapshots changed = snapshots();
     std::string doing = attempt;
     try {
-      return with_storage_errors(file_, doing, [&] {
+      with_storage_errors(file_, doing, [&] {
         writer_.require_in_place();
         SQLite::Transaction transaction(writer_.database(), SQLite::TransactionBehavior::IMMEDIATE);
-        return and_then([&] { return work(writer_); },
-                        [&] {
-                          doing = unsure_of(attempt);
-                          transaction.commit();
-                          const std::lock_guard reading(reader_mutex_);
-                          written(last_);
-                        });
+        work(writer_, changed);
+        doing = unsure_of(attempt);
+        transaction.commit();
       });
     } catch (...) {
-      forget_snapshots();
+      set_snapshots({});
       throw;
     }
+    set_snapshots(std::move(changed));
   }
 
-  template <class Work, class Written>
-  Result<Work> write_step(const std::string& attempt, Work& work, Written& written) {
-    return with_storage_errors(file_, attempt, [&] {
-      require_group();
-      Step step(writer_);
-      return and_then([&] { return work(writer_); },
-                      [&] {
-                        step.keep();
-                        written(grouped_);
-                      });
-    });
-  }
+  std::size_t words_together() const override { return kWordsTogether; }
 
   // Whether nobody else is in the midst of writing, or is done within a moment.
   bool is_writable_soon(const std::string& attempt) {
     constexpr int kMomentMs = 500;
-    if (in_group()) return true;
     const std::lock_guard lock(writer_mutex_);
     return with_storage_errors(file_, attempt, [&] {
       SQLite::Database& database = writer_.database();
@@ -609,96 +580,102 @@ class SqliteStore final : public WikiStore {
     return "say whether it could " + attempt + " (ossilar check can)";
   }
 
-  void begin_group_locked(const std::string& attempt) {
-    with_storage_errors(file_, attempt, [&] {
-      writer_.require_in_place();
-      Query(writer_, "BEGIN IMMEDIATE").run();
+  Snapshots snapshots() {
+    const std::lock_guard reading(reader_mutex_);
+    return last_;
+  }
+  void set_snapshots(Snapshots snapshots) {
+    const std::lock_guard reading(reader_mutex_);
+    last_ = std::move(snapshots);
+  }
+
+  const std::filesystem::path file_;
+  std::mutex writer_mutex_;
+  Connection writer_;
+  std::mutex reader_mutex_;
+  Connection reader_;
+  Snapshots last_;  // guarded by reader_mutex_
+};
+
+// One transaction of the connection that writes; it reads by that connection too, and so sees its own writes.
+// Each write is a savepoint.
+class SqliteGroup final : public SqliteOperations<StoreTransaction> {
+ public:
+  SqliteGroup(SqliteStore& store, std::string attempt)
+      : store_(store), attempt_(std::move(attempt)), writing_(store.writer_mutex_) {
+    with_storage_errors(store_.file_, attempt_, [&] {
+      store_.writer_.require_in_place();
+      Query(store_.writer_, "BEGIN IMMEDIATE").run();
     });
-    {
-      const std::lock_guard reading(reader_mutex_);
-      grouped_ = last_;
-    }
-    grouping_ = std::this_thread::get_id();
+    last_ = store_.snapshots();
   }
 
-  // SQLite itself ends a transaction after some failures, of a full disk for one.
-  void require_group() {
-    if (sqlite3_get_autocommit(writer_.database().getHandle()) != 0)
-      throw utils::Error("what was written before was taken back by a failure; try again");
+  ~SqliteGroup() override {
+    if (!ended_) take_back();
   }
 
-  void commit_group_locked(const std::string& attempt) {
-    std::string doing = attempt;
+  void commit() override {
+    ended_ = true;
+    std::string doing = attempt_;
     try {
-      with_storage_errors(file_, doing, [&] {
-        require_group();
-        doing = unsure_of(attempt);
-        Query(writer_, "COMMIT").run();
+      with_storage_errors(store_.file_, doing, [&] {
+        require_open();
+        doing = SqliteStore::unsure_of(attempt_);
+        Query(store_.writer_, "COMMIT").run();
       });
     } catch (...) {
-      end_group_locked();
-      forget_snapshots();
+      take_back();
+      store_.set_snapshots({});
       throw;
     }
-    grouping_ = std::thread::id();
-    const std::lock_guard reading(reader_mutex_);
-    last_ = std::move(grouped_);
+    store_.set_snapshots(std::move(last_));
   }
 
-  void end_group_locked() {
-    grouping_ = std::thread::id();
-    grouped_ = {};
+  std::unique_ptr<StoreTransaction> begin(const std::string& attempt) override {
+    throw std::logic_error("a transaction within a transaction: " + attempt);
+  }
+
+ private:
+  void run_reading(const std::string& attempt, const Work& work) override {
+    with_storage_errors(store_.file_, attempt, [&] { work(store_.writer_, last_); });
+  }
+
+  void run_writing(const std::string& attempt, const Work& work) override {
+    with_storage_errors(store_.file_, attempt, [&] {
+      require_open();
+      Step step(store_.writer_);
+      work(store_.writer_, last_);
+      step.keep();
+    });
+  }
+
+  std::size_t words_together() const override { return std::numeric_limits<std::size_t>::max(); }
+
+  bool is_open() { return sqlite3_get_autocommit(store_.writer_.database().getHandle()) == 0; }
+
+  // SQLite itself ends a transaction after some failures, of a full disk for one.
+  void require_open() {
+    if (!is_open()) throw utils::Error("what was written before was taken back by a failure; try again");
+  }
+
+  void take_back() {
     try {
-      if (sqlite3_get_autocommit(writer_.database().getHandle()) == 0) Query(writer_, "ROLLBACK").run();
+      if (is_open()) Query(store_.writer_, "ROLLBACK").run();
     } catch (const std::exception& error) {
       logger.warning("what a save wrote could not be taken back", error);
     }
   }
 
-  void forget_snapshots() {
-    const std::lock_guard lock(reader_mutex_);
-    last_ = {};
-  }
-
-  // The digests of the branch as they were read last.
-  Snapshot known_digests(const std::string& branch) {
-    if (in_group()) return grouped_.digests[branch];
-    const std::lock_guard lock(reader_mutex_);
-    return last_.digests[branch];
-  }
-
-  // Makes the stored digests those in `digests`; gives the revision that they then have.
-  static std::int64_t write_differences(Connection& connection, const std::string& branch,
-                                        const Snapshot& stored, const PageDigests& digests) {
-    std::int64_t revision = 0;
-    const auto revision_of_change = [&] {
-      return revision = revision != 0 ? revision : next_revision(connection);
-    };
-    for_each_difference(stored.entries, digests,
-                        [&](const std::string& page_id, const Map* before, const Map* after) {
-                          if (after == nullptr) {
-                            Query(connection, kRemoveDigest, branch, page_id, revision_of_change()).run();
-                          } else if (before == nullptr || *before != *after) {
-                            Query(connection, kPutDigest, branch, page_id,
-                                  stored_json(*after, "the digest of " + page_id), revision_of_change())
-                                .run();
-                          }
-                        });
-    return revision != 0 ? revision : stored.revision;
-  }
-
-  const std::filesystem::path file_;
-  std::atomic<int> log_pages_ = 0;
-  std::mutex writer_mutex_;
-  Connection writer_;
-  std::mutex checkpointer_mutex_;
-  std::optional<Connection> checkpointer_;
-  std::mutex reader_mutex_;
-  Connection reader_;
+  SqliteStore& store_;
+  const std::string attempt_;
+  const std::unique_lock<std::mutex> writing_;
   Snapshots last_;
-  std::atomic<std::thread::id> grouping_{};  // the thread whose group it is, while there is one
-  Snapshots grouped_;                        // that thread's
+  bool ended_ = false;
 };
+
+std::unique_ptr<StoreTransaction> SqliteStore::begin(const std::string& attempt) {
+  return std::make_unique<SqliteGroup>(*this, attempt);
+}
 
 }  // namespace
 

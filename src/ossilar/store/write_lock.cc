@@ -19,7 +19,6 @@
 #include <thread>
 #include <utility>
 
-#include "ossilar/utils/task.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::store {
@@ -135,12 +134,12 @@ bool is_at(int fd, const std::filesystem::path& path) {
 
 WriteLock::WriteLock(Options options) : options_(std::move(options)) {}
 
-void WriteLock::acquire(bool wait) {
+void WriteLock::acquire(bool wait, const utils::Task& task) {
   Attempt attempt;
   attempt.deadline = attempt.began + (wait ? std::min(options_.timeout, kLongestTimeout) : milliseconds(0));
-  enter(attempt);
+  enter(attempt, task);
   try {
-    files_ = lock_files(attempt);
+    files_ = lock_files(attempt, task);
     write_holder(files_.file.get(), holder_line(options_.holder));
   } catch (...) {
     files_ = Files();
@@ -161,13 +160,13 @@ void WriteLock::release() {
   if (result != 0) throw utils::IoError("cannot unlock " + options_.path.string(), error);
 }
 
-void WriteLock::enter(const Attempt& attempt) {
+void WriteLock::enter(const Attempt& attempt, const utils::Task& task) {
   std::unique_lock lock(mutex_);
   for (Clock::time_point now = Clock::now();; now = Clock::now()) {
     const Clock::time_point until = std::min(attempt.deadline, now + kCancelLook);
     if (left_.wait_until(lock, until, [this] { return !entered_; })) break;
     if (now >= attempt.deadline) throw busy("another save of this process", now - attempt.began);
-    utils::check_cancelled();
+    task.check();
   }
   entered_ = true;
 }
@@ -201,11 +200,11 @@ bool WriteLock::try_lock(const Files& files) const {
   return flock_uninterrupted(files.folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-WriteLock::Files WriteLock::lock_files(const Attempt& attempt) const {
+WriteLock::Files WriteLock::lock_files(const Attempt& attempt, const utils::Task& task) const {
   std::optional<Pauses>
       pauses;  // made when it has to wait: its random numbers are the system's to begin with
   for (;;) {
-    utils::check_cancelled();
+    task.check();
     Files files = open_files(options_.path);
     if (try_lock(files)) return files;
     const Clock::time_point now = Clock::now();

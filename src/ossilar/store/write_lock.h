@@ -9,6 +9,7 @@
 
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::store {
 
@@ -40,8 +41,8 @@ class WriteLock {
 
   // Takes the lock; with `wait` it waits up to the timeout, else it gives up at once. Throws LockBusy when
   // another holds it, IoError when the file cannot be opened or locked; no symbolic link is followed on the
-  // way to it. Waiting ends with utils::Cancelled when the thread's task is cancelled.
-  void acquire(bool wait);
+  // way to it. Waiting ends with utils::Cancelled when `task` is cancelled.
+  void acquire(bool wait, const utils::Task& task = {});
 
   // Gives the lock back. Throws IoError when the system refuses; the lock is free even then.
   void release();
@@ -53,11 +54,11 @@ class WriteLock {
     utils::UniqueFd file;
   };
 
-  void enter(const Attempt& attempt);
+  void enter(const Attempt& attempt, const utils::Task& task);
   void leave();
   static Files open_files(const std::filesystem::path& path);
   bool try_lock(const Files& files) const;
-  Files lock_files(const Attempt& attempt) const;
+  Files lock_files(const Attempt& attempt, const utils::Task& task) const;
 
   const Options options_;
   std::mutex mutex_;

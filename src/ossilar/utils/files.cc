@@ -11,11 +11,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::utils {
@@ -84,6 +86,7 @@ void create_child_directory(int parent, const std::string& name, const std::file
 
 constexpr std::string_view kTemporaryStart = ".ossilar-";
 constexpr std::string_view kTemporaryEnd = ".tmp";
+constexpr std::string_view kFormerEnd = ".former";
 constexpr std::size_t kTemporaryDigits = 16;
 
 bool is_temporary_name(std::string_view name) {
@@ -167,34 +170,37 @@ FileStamp stamp_from(const struct stat& info) {
           .modified = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec};
 }
 
-bool is_same_file(int a, int b) {
-  struct stat first {};
-  struct stat second {};
-  return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
-}
+// A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
+// unless it was placed.
+class StagedFile {
+ public:
+  // Makes missing directories; when this returns the text is on disk.
+  StagedFile(std::filesystem::path target, std::string_view text);
+  ~StagedFile();
+  StagedFile(const StagedFile&) = delete;
+  StagedFile& operator=(const StagedFile&) = delete;
 
-WrittenAhead*& ahead_of_thread() {
-  thread_local WrittenAhead* ahead = nullptr;
-  return ahead;
-}
+  // Takes the place of the file; on disk with the next sync of the directory.
+  void place();
+  // Swaps places with the file, which then has the name `former`.
+  void exchange(const std::string& former);
+  void sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
+  FileStamp stamp() const;
 
-void put_in_place(StagedFile& file) {
-  file.place();
-  file.sync_directory();
-}
+ private:
+  void create();
+  int rename_to(const std::string& name, unsigned flags) const;
+  void rename_self(const std::string& name);
+  void look_at_former();
+  void place_beside(const std::string& former);
+  [[noreturn]] void throw_not_placed() const;
 
-ReplacedFilesKept*& kept_of_thread() {
-  thread_local ReplacedFilesKept* kept = nullptr;
-  return kept;
-}
-
-// Holds the file that is about to be replaced where somebody keeps such; nothing is lost when it cannot be
-// held.
-UniqueFd hold_replaced(int directory, const std::string& name) {
-  if (ReplacedFilesKept::current() == nullptr) return {};
-  return UniqueFd(openat(directory, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-}
+  const std::filesystem::path target_;
+  const std::string target_name_;
+  UniqueFd directory_;
+  std::string name_;
+  UniqueFd fd_;
+};
 
 constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 
@@ -209,16 +215,127 @@ int open_along_no_link(int directory, const std::filesystem::path& below) {
   return openat(step ? step.get() : directory, below.filename().c_str(), kReadFlags | O_NOFOLLOW);
 }
 
-// Opens a file for reading without leaving `directory`. Where openat2(2) is not to be had it follows no link.
-int open_beneath(int directory, const std::string& name) {
-  const int fd = open_resolved(directory, name.c_str(), kReadFlags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
-  const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
-  return is_unknown ? open_along_no_link(directory, name) : fd;
-}
-
 bool is_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
   const auto relative = path.lexically_normal().lexically_relative(directory.lexically_normal());
   return !relative.empty() && *relative.begin() != "..";
+}
+
+// Opens a file for reading without leaving `directory`. Where openat2(2) is not to be had it follows no link.
+int open_beneath(int directory, const std::filesystem::path& below) {
+  const int fd = open_resolved(directory, below.c_str(), kReadFlags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
+  const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
+  return is_unknown ? open_along_no_link(directory, below) : fd;
+}
+
+std::filesystem::path below(const std::filesystem::path& directory, const std::filesystem::path& path) {
+  return path.lexically_normal().lexically_relative(directory.lexically_normal());
+}
+
+// The kernel refuses every absolute link (EXDEV), also one that leads back in: that one is opened by where it
+// leads, without a link on the way, so nothing that is changed meanwhile leads out.
+int open_within(int opened, const std::filesystem::path& directory, const std::filesystem::path& path) {
+  const int fd = open_beneath(opened, below(directory, path));
+  if (fd >= 0 || errno != EXDEV) return fd;
+  std::error_code error;
+  const auto real_directory = std::filesystem::canonical(directory, error);
+  const auto real = error ? std::filesystem::path() : std::filesystem::canonical(path, error);
+  errno = EXDEV;
+  if (error || !is_within(real_directory, real)) return -1;
+  return open_along_no_link(opened, below(real_directory, real));
+}
+
+// Without the right to read a directory it cannot be synced: to be found out before anything is changed.
+StagedFile::StagedFile(std::filesystem::path target, std::string_view text)
+    : target_(std::move(target)),
+      target_name_(target_.filename().string()),
+      directory_(open_directory(target_.parent_path(), Missing::create)) {
+  if ((fcntl(directory_.get(), F_GETFL) & O_PATH) != 0)
+    throw IoError("cannot open the directory " + target_.parent_path().string(), EACCES);
+  const auto mode = mode_of_target(directory_.get(), target_name_, target_);
+  do {
+    create();
+  } while (!has_name(fd_.get()));
+  try {
+    if (mode && fchmod(fd_.get(), *mode) != 0)
+      throw IoError("cannot keep the mode of " + target_.string(), errno);
+    write_all(fd_.get(), text, target_);
+    sync_or_throw(fd_.get(), target_);
+  } catch (...) {
+    unlinkat(directory_.get(), name_.c_str(), 0);
+    throw;
+  }
+}
+
+StagedFile::~StagedFile() {
+  if (!name_.empty()) unlinkat(directory_.get(), name_.c_str(), 0);
+}
+
+// The lock tells a file at work from one that was left. Who tidies up may come before it and remove the file.
+void StagedFile::create() {
+  name_ = random_name();
+  fd_ = UniqueFd(retry_interrupted([&] {
+    return openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  kFileMode);
+  }));
+  if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+  retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
+}
+
+FileStamp StagedFile::stamp() const {
+  struct stat info {};
+  return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
+}
+
+int StagedFile::rename_to(const std::string& name, unsigned flags) const {
+  return renameat2(directory_.get(), name_.c_str(), directory_.get(), name.c_str(), flags);
+}
+
+void StagedFile::throw_not_placed() const {
+  throw IoError("cannot put the new " + target_.string() + " in place", errno);
+}
+
+void StagedFile::place() {
+  if (rename_to(target_name_, 0) != 0) throw_not_placed();
+  name_.clear();
+}
+
+void StagedFile::rename_self(const std::string& name) {
+  if (rename_to(name, 0) != 0) throw_not_placed();
+  name_ = name;
+}
+
+// It takes the former file's name before the swap, so that the file that comes back has it from the first
+// moment on: killed in between, nobody takes that file for a temporary one. A file that comes or goes between
+// two calls makes it look again.
+void StagedFile::exchange(const std::string& former) {
+  constexpr int kMostTries = 16;
+  rename_self(former);
+  for (int tries = 0; tries < kMostTries; ++tries) {
+    const bool is_there = mode_of_target(directory_.get(), target_name_, target_).has_value();
+    if (rename_to(target_name_, is_there ? RENAME_EXCHANGE : RENAME_NOREPLACE) == 0)
+      return is_there ? look_at_former() : name_.clear();
+    if (errno == EINVAL) return place_beside(former);
+    if (errno != ENOENT && errno != EEXIST) break;
+  }
+  throw_not_placed();
+}
+
+// A link or a pipe that a hand put there between the look and the swap goes back.
+void StagedFile::look_at_former() {
+  try {
+    mode_of_target(directory_.get(), name_, target_);
+  } catch (const IoError&) {
+    rename_to(target_name_, RENAME_EXCHANGE);
+    throw;
+  }
+  name_.clear();
+}
+
+void StagedFile::place_beside(const std::string& former) {
+  rename_self(random_name());
+  const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
+  if (linked != 0 && errno != ENOENT) throw_not_placed();
+  place();
 }
 
 }  // namespace
@@ -253,127 +370,47 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   return directory;
 }
 
-HeldFile::HeldFile(std::filesystem::path path)
-    : path_(std::move(path)), fd_(open(path_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC)) {
-  struct stat info {};
-  if (fd_ && fstat(fd_.get(), &info) == 0) stamp_ = stamp_from(info);
-}
-
-bool HeldFile::is_in_place() const {
-  struct stat info {};
-  return (lstat(path_.c_str(), &info) == 0 ? stamp_from(info) : FileStamp{}) == stamp_;
-}
-
-// Without the right to read a directory it cannot be synced: to be found out before anything is changed.
-StagedFile::StagedFile(std::filesystem::path path, std::string_view text)
-    : target_(std::move(path)), directory_(open_directory(target_.parent_path(), Missing::create)) {
-  if ((fcntl(directory_.get(), F_GETFL) & O_PATH) != 0)
-    throw IoError("cannot open the directory " + target_.parent_path().string(), EACCES);
-  mode_ = mode_of_target(directory_.get(), target_.filename().string(), target_);
-  do {
-    create();
-  } while (!has_name(fd_.get()));
-  try {
-    if (mode_ && fchmod(fd_.get(), *mode_) != 0)
-      throw IoError("cannot keep the mode of " + target_.string(), errno);
-    write_all(fd_.get(), text, target_);
-    sync_or_throw(fd_.get(), target_);
-  } catch (...) {
-    unlinkat(directory_.get(), name_.c_str(), 0);
-    throw;
-  }
-}
-
-StagedFile::StagedFile(StagedFile&& other) noexcept
-    : target_(std::move(other.target_)),
-      directory_(std::move(other.directory_)),
-      mode_(other.mode_),
-      name_(std::exchange(other.name_, {})),
-      fd_(std::move(other.fd_)) {}
-
-StagedFile::~StagedFile() {
-  if (!name_.empty()) unlinkat(directory_.get(), name_.c_str(), 0);
-}
-
-// The lock tells a file at work from one that was left. Who tidies up may come before it and remove the file.
-void StagedFile::create() {
-  name_ = random_name();
-  fd_ = UniqueFd(retry_interrupted([&] {
-    return openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                  kFileMode);
-  }));
-  if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
-  retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
-}
-
-bool StagedFile::fits() const {
-  try {
-    const UniqueFd directory = open_directory(target_.parent_path(), Missing::fail);
-    return has_name(fd_.get()) && is_same_file(directory.get(), directory_.get()) &&
-           mode_of_target(directory.get(), target_.filename().string(), target_) == mode_;
-  } catch (const IoError&) {
-    return false;
-  }
-}
-
-FileStamp StagedFile::stamp() const {
-  struct stat info {};
-  return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
-}
-
-void StagedFile::place() {
-  const std::string name = target_.filename().string();
-  UniqueFd replaced = hold_replaced(directory_.get(), name);
-  if (renameat(directory_.get(), name_.c_str(), directory_.get(), name.c_str()) != 0)
-    throw IoError("cannot put the new " + target_.string() + " in place", errno);
-  name_.clear();
-  if (replaced) ReplacedFilesKept::current()->keep(std::move(replaced));
-}
-
-void StagedFile::sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
-
-WrittenAhead::WrittenAhead() { ahead_of_thread() = this; }
-
-WrittenAhead::~WrittenAhead() { ahead_of_thread() = nullptr; }
-
-WrittenAhead* WrittenAhead::current() { return ahead_of_thread(); }
-
-void WrittenAhead::announce(const std::filesystem::path& path, const std::string& text) {
-  file_.reset();
-  path_ = path;
-  text_ = text;
-}
-
-void WrittenAhead::write() {
-  const std::filesystem::path path = std::exchange(path_, {});
-  std::error_code error;
-  if (path.empty() || !std::filesystem::is_directory(path.parent_path(), error)) return;
-  try {
-    file_.emplace(path, text_);
-  } catch (const IoError&) {
-    return;
-  }
-}
-
-bool WrittenAhead::place(const std::filesystem::path& path, std::string_view text) {
-  if (!file_ || file_->target() != path || text_ != text) return false;
-  const bool fits = file_->fits();
-  if (fits) put_in_place(*file_);
-  file_.reset();
-  return fits;
-}
-
-void atomic_write(const std::filesystem::path& path, std::string_view text) {
-  if (auto* ahead = WrittenAhead::current(); ahead != nullptr && ahead->place(path, text)) return;
+FileStamp atomic_write(const std::filesystem::path& path, std::string_view text) {
   StagedFile file(path, text);
-  put_in_place(file);
+  file.place();
+  file.sync_directory();
+  return file.stamp();
 }
 
-ReplacedFilesKept::ReplacedFilesKept() { kept_of_thread() = this; }
+FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text) {
+  StagedFile file(path, text);
+  file.exchange(former_file(path).filename().string());
+  file.sync_directory();
+  return file.stamp();
+}
 
-ReplacedFilesKept::~ReplacedFilesKept() { kept_of_thread() = nullptr; }
+// By a hash of the name: one that is made longer might be too long.
+std::filesystem::path former_file(const std::filesystem::path& path) {
+  const std::string digits = sha256_hex(path.filename().string()).substr(0, kTemporaryDigits);
+  return path.parent_path() / (std::string(kTemporaryStart) + digits + std::string(kFormerEnd));
+}
 
-ReplacedFilesKept* ReplacedFilesKept::current() { return kept_of_thread(); }
+// A read lease is refused while anybody has the file open for writing (fcntl(2), F_SETLEASE). Whoever opens
+// it while the lease is held makes the kernel send a signal: one that is ignored by default.
+bool is_open_for_writing(int fd) {
+  if (fcntl(fd, F_SETSIG, SIGURG) != 0) return false;
+  if (fcntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
+  fcntl(fd, F_SETLEASE, F_UNLCK);
+  return false;
+}
+
+bool move_file(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const UniqueFd source = open_directory(from.parent_path());
+  const UniqueFd target = open_directory(to.parent_path(), Missing::create);
+  const std::string old_name = from.filename().string();
+  const std::string new_name = to.filename().string();
+  if (renameat2(source.get(), old_name.c_str(), target.get(), new_name.c_str(), RENAME_NOREPLACE) != 0) {
+    if (errno == EXDEV || errno == EEXIST || errno == EINVAL) return false;
+    throw IoError("cannot move " + from.string() + " to " + to.string(), errno);
+  }
+  sync_or_throw(target.get(), to.parent_path());
+  return true;
+}
 
 std::vector<Leftover> leftovers(const std::filesystem::path& directory) {
   std::vector<Leftover> left;
@@ -397,7 +434,7 @@ FileStamp stamp_of(const std::filesystem::path& path) {
 bool is_regular_file(const std::filesystem::path& path) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);
-  if (errno == ENOENT || errno == ENOTDIR) return false;
+  if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENAMETOOLONG) return false;
   throw IoError("cannot look at " + path.string(), errno);
 }
 
@@ -417,8 +454,7 @@ std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::st
 std::string read_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
   if (!is_within(directory, path)) throw Error(path.string() + " lies outside " + directory.string());
   const UniqueFd folder = open_directory(directory);
-  const std::string below = path.lexically_normal().lexically_relative(directory.lexically_normal()).string();
-  const UniqueFd file(open_beneath(folder.get(), below));
+  const UniqueFd file(open_within(folder.get(), directory, path));
   if (!file && errno == EXDEV) {
     throw Error(path.string() + " is a symbolic link that leads out of " + directory.string() +
                 "; put a regular file in its place or remove it");
@@ -430,13 +466,14 @@ std::string read_file_within(const std::filesystem::path& directory, const std::
   return read_at_most(file.get(), std::string::npos, path.string()).value_or("");
 }
 
-std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
-  return text_of(read_file_within(directory, path), path.string());
+std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path,
+                                  ByteOrderMark mark) {
+  return text_of(read_file_within(directory, path), path.string(), mark);
 }
 
-std::string text_of(const std::string& bytes, const std::string& name) {
+std::string text_of(const std::string& bytes, const std::string& name, ByteOrderMark mark) {
   require_utf8(bytes, name);
-  return normalise_line_ends(without_byte_order_mark(bytes));
+  return normalise_line_ends(mark == ByteOrderMark::dropped ? without_byte_order_mark(bytes) : bytes);
 }
 
 void require_utf8(std::string_view text, const std::string& name) {

@@ -52,133 +52,67 @@ struct FileStamp {
 };
 FileStamp stamp_of(const std::filesystem::path& path);
 
-// A file that is held open, so that none that takes its place can look the same: the number of a file that is
-// gone is given to a new one, and the clock of a file system stands still for milliseconds.
-class HeldFile {
- public:
-  // What `path` names now, or nothing. A symbolic link is not followed.
-  explicit HeldFile(std::filesystem::path path);
-  // Whether the path still names it, unchanged.
-  bool is_in_place() const;
-  const FileStamp& stamp() const { return stamp_; }
-
- private:
-  std::filesystem::path path_;
-  UniqueFd fd_;
-  FileStamp stamp_;
-};
-
-// A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
-// unless it was placed. For the errors see atomic_write(), which is the making and the placing of one.
-class StagedFile {
- public:
-  // Makes missing directories; when this returns the text is on disk.
-  StagedFile(std::filesystem::path path, std::string_view text);
-  StagedFile(StagedFile&& other) noexcept;
-  StagedFile& operator=(StagedFile&&) = delete;
-  StagedFile(const StagedFile&) = delete;
-  StagedFile& operator=(const StagedFile&) = delete;
-  ~StagedFile();
-
-  const std::filesystem::path& target() const { return target_; }
-  // Whether the directory, and the file to be replaced, are still what this was made for.
-  bool fits() const;
-  // What stamp_of(path) is once this file is placed.
-  FileStamp stamp() const;
-  // Takes the place of the file; on disk with the next sync of the directory.
-  void place();
-  void sync_directory() const;
-
- private:
-  void create();
-
-  std::filesystem::path target_;
-  UniqueFd directory_;
-  std::optional<mode_t> mode_;  // of the file to be replaced; none where there is none
-  std::string name_;
-  UniqueFd fd_;
-};
-
-// A text that is put on disk before it is decided that it replaces a file. While one lives on the thread that
-// made it, atomic_write() of the same text to the same file has only to put it in place. Scopes do not nest.
-class WrittenAhead {
- public:
-  WrittenAhead();
-  ~WrittenAhead();
-  WrittenAhead(const WrittenAhead&) = delete;
-  WrittenAhead& operator=(const WrittenAhead&) = delete;
-
-  // That of the calling thread, or null.
-  static WrittenAhead* current();
-
-  // Says what is to be written; what was written before is given up.
-  void announce(const std::filesystem::path& path, const std::string& text);
-  // Writes what was announced, once, where its directory is there. What fails is left to atomic_write(),
-  // which will say so.
-  void write();
-  // False, with nothing changed, when it was not written, or is not for that place as it is now.
-  bool place(const std::filesystem::path& path, std::string_view text);
-
- private:
-  std::filesystem::path path_;  // of what is announced and not written yet; else empty
-  std::string text_;
-  std::optional<StagedFile> file_;
-};
-
 // Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is
-// the old one or the new one, whole, and when this returns the new one is on disk. Missing directories are
-// created. An existing file's mode is kept. Refuses, with IoError and nothing changed, a target that is no
-// regular file, a symbolic link in its place, and a path with a symbolic link on the way.
-void atomic_write(const std::filesystem::path& path, std::string_view text);
+// the old one or the new one, whole, and when this returns the new one is on disk. Gives the stamp of the new
+// file. Missing directories are created. An existing file's mode is kept. Refuses, with IoError and nothing
+// changed, a target that is no regular file, a symbolic link in its place, and a path with a symbolic link on
+// the way.
+FileStamp atomic_write(const std::filesystem::path& path, std::string_view text);
 
-// While one lives on the thread that made it, the files that are replaced there are kept open: to
-// free the blocks of a file can take longer than to write, sync and place the one that replaces it (ext4 with
-// `discard`: ten times as long). They are freed at its end, when nobody waits any more. Scopes do not nest.
-class ReplacedFilesKept {
- public:
-  ReplacedFilesKept();
-  ~ReplacedFilesKept();
-  ReplacedFilesKept(const ReplacedFilesKept&) = delete;
-  ReplacedFilesKept& operator=(const ReplacedFilesKept&) = delete;
+// The same, but the file that was there when the new one took its place is not lost: it lies beside it as
+// former_file(path), for the caller to look at and then to remove. The two swap places in one call
+// (renameat2(2), RENAME_EXCHANGE), so whatever a hand did until then is in that file. A file system that
+// cannot swap gets a second name for the old file first; then a file that takes its place between these two
+// calls is lost. A former file that is there already is replaced.
+FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text);
 
-  // That of the calling thread, or null.
-  static ReplacedFilesKept* current();
-  void keep(UniqueFd file) { files_.push_back(std::move(file)); }
+// Where atomic_exchange() leaves what was at `path`: a hidden name in the same directory, the same for the
+// same path.
+std::filesystem::path former_file(const std::filesystem::path& path);
 
- private:
-  std::vector<UniqueFd> files_;
-};
+// Whether some process has the open file `fd` (opened for reading alone) open for writing, as far as the
+// system tells: false where it does not.
+bool is_open_for_writing(int fd);
+
+// Moves the file `from` to `to` (both absolute), in whose directory, made where it is missing, no other file
+// has that name; the move is on disk when this returns. False, with nothing changed, when they lie on different
+// file systems or the name is taken. Throws IoError.
+bool move_file(const std::filesystem::path& from, const std::filesystem::path& to);
 
 struct Leftover {
   std::string name;
   bool may_be_new;  // empty: one that is just being made looks the same for a moment
 };
 
-// The temporary files that staged files left in `directory` (absolute, not what is
-// below it) because they were cut short; those of calls still at work are not among them. None where the
-// directory is not there.
+// The temporary files that writes left in `directory` (absolute, not what is below it) because they were cut
+// short; those of calls still at work are not among them. None where the directory is not there.
 std::vector<Leftover> leftovers(const std::filesystem::path& directory);
 
 // Removes them, also when one has just begun to write: that one takes another name.
 void remove_leftovers(const std::filesystem::path& directory);
 
-// Whether `path` is a regular file, symbolic links followed. Throws IoError when the system cannot say.
+// Whether `path` is a regular file, symbolic links followed. A path that cannot name one, such as a link to
+// itself or a name that is too long, is none. Throws IoError when the system cannot say.
 bool is_regular_file(const std::filesystem::path& path);
 
 // The bytes of the open file `fd`, at most `limit` of them: none when it holds more. `name` is for messages.
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name);
 
-// The bytes of the regular file `path` (absolute), which lies in `directory` or below. A relative symbolic
-// link in `directory` is followed; one that leads out of it is refused with Error, whatever is changed
+// The bytes of the regular file `path` (absolute), which lies in `directory` or below. A symbolic link that
+// stays in `directory` is followed; one that leads out of it is refused with Error, whatever is changed
 // meanwhile. Throws IoError when the file cannot be read.
 std::string read_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
 
-// The same as text, line ends normalised and a byte order mark at its start left out. Throws Error naming the
-// byte when it is not UTF-8.
-std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
+// What the start of a text may be: a byte order mark belongs to the file's encoding, or to its text.
+enum class ByteOrderMark { dropped, kept };
+
+// The same as text, line ends normalised. Throws Error naming the byte when it is not UTF-8.
+std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path,
+                                  ByteOrderMark mark = ByteOrderMark::dropped);
 
 // `bytes` as that text; `name` is for messages.
-std::string text_of(const std::string& bytes, const std::string& name);
+std::string text_of(const std::string& bytes, const std::string& name,
+                    ByteOrderMark mark = ByteOrderMark::dropped);
 
 // Throws Error when `text` is not UTF-8: "NAME is not UTF-8: byte 0xFF at offset 12 (line 2)".
 void require_utf8(std::string_view text, const std::string& name);

@@ -89,6 +89,43 @@ class SnapshotMap {
     }
   }
 
+  // The same for the entries whose keys begin with `prefix`.
+  template <class Visit>
+  void for_each_below(std::string_view prefix, Visit visit) const {
+    for (std::size_t at = block_for(prefix); at < blocks_->size(); ++at) {
+      const Block& block = *(*blocks_)[at];
+      for (auto entry = lower_bound(block, prefix); entry != block.end(); ++entry) {
+        if (!entry->first.starts_with(prefix)) return;
+        visit(entry->first, *entry->second);
+      }
+    }
+  }
+
+  // The number of keys below `key` in their order. Costs the number of blocks.
+  std::size_t rank(std::string_view key) const {
+    const std::size_t at = block_for(key);
+    std::size_t before = 0;
+    for (std::size_t i = 0; i < at; ++i) before += (*blocks_)[i]->size();
+    if (at == blocks_->size()) return before;
+    return before + index(*(*blocks_)[at], lower_bound(*(*blocks_)[at], key));
+  }
+
+  // The first key that is not below `key`, or null. Valid as long as this map keeps it unchanged.
+  const std::string* first_from(std::string_view key) const {
+    const std::size_t at = block_for(key);
+    return at == blocks_->size() ? nullptr : &lower_bound(*(*blocks_)[at], key)->first;
+  }
+
+  // The last key that is below `key`, or null; as first_from().
+  const std::string* last_below(std::string_view key) const {
+    const std::size_t at = block_for(key);
+    if (at < blocks_->size()) {
+      const Block& block = *(*blocks_)[at];
+      if (const auto place = lower_bound(block, key); place != block.begin()) return &std::prev(place)->first;
+    }
+    return at == 0 ? nullptr : &(*blocks_)[at - 1]->back().first;
+  }
+
   std::vector<std::string> keys() const {
     std::vector<std::string> out;
     out.reserve(size_);

@@ -230,7 +230,9 @@ TEST(Program, SetsUpSavesShowsAndReports) {
   dir.write("lib/one.py", "def one():\n    return 1\n\n\ndef two():\n    return 2\n");
   const ProcessResult init = ossilar_in(dir.path(), {"init"});
   ASSERT_EQ(init.exit_code, 0) << init.errors;
-  EXPECT_THAT(init.output, HasSubstr("Created ossilar.toml, wiki/pages/, .ossilar/, .ossilar/.gitignore."));
+  EXPECT_THAT(
+      init.output,
+      HasSubstr("Created ossilar.toml, wiki/pages/, wiki/.gitattributes, .ossilar/, .ossilar/.gitignore."));
   EXPECT_EQ(dir.read(".ossilar/.gitignore"), "*\n");
   EXPECT_THAT(init.output, HasSubstr("ossilar init --client NAME"));
 

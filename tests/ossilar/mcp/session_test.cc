@@ -142,8 +142,8 @@ TEST(Session, TellsSubscribersOfPagesThatOthersSave) {
   const auto other = repo.open();
   McpClient client(repo.dir.path());
   client.call("resources/subscribe", Map{{"uri", "ossilar://pages/beta"}});
-  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha")).contains("saved"));
-  ASSERT_TRUE(other->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
+  ASSERT_TRUE(ossilar::testing::save(*other, "alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  ASSERT_TRUE(ossilar::testing::save(*other, "beta", WikiRepo::text_about("beta")).contains("saved"));
   const Map updated = client.notification("notifications/resources/updated");
   EXPECT_EQ(updated.at("params").at("uri"), "ossilar://pages/beta")
       << "and not alpha, which nobody asked about";
@@ -163,12 +163,13 @@ TEST(Session, ListensUntilItIsCancelled) {
   EXPECT_EQ(acknowledged.at("params").at("notifications"),
             (Map{{"resourceSubscriptions", Map::array({"ossilar://pages/alpha"})}}))
       << "what is not honoured is not promised";
-  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  ASSERT_TRUE(ossilar::testing::save(*other, "alpha", WikiRepo::text_about("alpha")).contains("saved"));
   const Map updated = client.notification("notifications/resources/updated");
   EXPECT_EQ(updated.at("params").at("_meta").at(meta_key::kSubscription), listening);
 
   client.notify("notifications/cancelled", Map{{"requestId", listening}});
-  ASSERT_TRUE(other->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
+  ASSERT_TRUE(
+      ossilar::testing::save(*other, "alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
   client.call("tools/call", Map{{"name", "wiki_status"}, {"_meta", meta}});
   const int last =
       client.send("subscriptions/listen", Map{{"notifications", Map::object()}, {"_meta", meta}});

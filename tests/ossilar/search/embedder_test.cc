@@ -13,7 +13,7 @@ namespace {
 using ::ossilar::testing::rows_of;
 
 std::vector<float> embedded(const std::string& text) {
-  return make_local_embedder()->embed({"", text}).back();
+  return make_local_embedder()->embed({"", text}, {}).back();
 }
 
 float dot(const std::vector<float>& a, const std::vector<float>& b) {

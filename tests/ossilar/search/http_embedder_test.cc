@@ -35,14 +35,14 @@ struct Embedding {
   explicit Embedding(const HttpServer& server, HttpEmbedderOptions options = {}) {
     if (options.url.empty()) options.url = server.url();
     options.model = "m";
-    options.wait = [this](milliseconds wait) { waits.push_back(wait.count()); };
+    options.wait = [this](milliseconds wait, const utils::Task&) { waits.push_back(wait.count()); };
     options.random = [] { return 1.0; };
     embedder = make_http_embedder(options);
   }
   // "" when all went well, else the message of the failure.
   std::string embed(const std::vector<std::string>& texts = {"a"}) {
     try {
-      vectors = embedder->embed(texts);
+      vectors = embedder->embed(texts, {});
       return "";
     } catch (const utils::Error& error) {
       return error.what();
@@ -174,25 +174,23 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
 }
 
 TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInATransfer) {
-  utils::TaskControl control;
+  utils::Task task;
   std::promise<void> ended;
   const HttpServer server([&](const auto&) {
-    control.cancel();
+    task.cancel();
     ended.get_future().wait();  // no answer before the embedder gave up
     return std::string();
   });
-  const utils::TaskScope scope(control);
-  EXPECT_THROW(make_http_embedder({.url = server.url(), .model = "m"})->embed({"a"}), utils::Cancelled);
+  EXPECT_THROW(make_http_embedder({.url = server.url(), .model = "m"})->embed({"a"}, task), utils::Cancelled);
   ended.set_value();
 }
 
 TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInAWait) {
-  utils::TaskControl control;
+  utils::Task task;
   const HttpServer server([](const auto&) { return HttpServer::status("503 Busy"); });
   const auto embedder = make_http_embedder(
-      {.url = server.url(), .model = "m", .wait = [&](milliseconds) { control.cancel(); }});
-  const utils::TaskScope scope(control);
-  EXPECT_THROW(embedder->embed({"a"}), utils::Cancelled);
+      {.url = server.url(), .model = "m", .wait = [&](milliseconds, const utils::Task&) { task.cancel(); }});
+  EXPECT_THROW(embedder->embed({"a"}, task), utils::Cancelled);
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
@@ -204,7 +202,7 @@ TEST(HttpEmbedder, ServesSeveralThreads) {
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
       const std::string text(static_cast<std::size_t>(i), 'x');
-      if (embedder->embed({text, text})[1][0] == static_cast<float>(i / std::sqrt(i * i + 1.0))) ++right;
+      if (embedder->embed({text, text}, {})[1][0] == static_cast<float>(i / std::sqrt(i * i + 1.0))) ++right;
     });
   }
   for (std::thread& thread : threads) thread.join();

@@ -1,8 +1,10 @@
 #include "ossilar/utils/files.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -103,65 +105,65 @@ TEST(AtomicWrite, LeavesTheOldFileAndNothingElseWhenTheDiskIsFull) {
   EXPECT_THAT(everything_in(dir), ElementsAre("page.md"));
 }
 
-TEST(WrittenAhead, IsPutInPlaceOnlyWhereItWasMadeFor) {
-  const struct {
-    const char* why;
-    void (*meanwhile)(const TempDir& dir);
-    const char* written;
-  } cases[] = {
-      {"nothing happened", [](const TempDir&) {}, "new"},
-      {"another text is to be written", [](const TempDir&) {}, "newer"},
-      {"another file stands there", [](const TempDir& dir) { dir.write("pages/a.md", "hand"); }, "new"},
-      {"the directory is another one",
-       [](const TempDir& dir) {
-         fs::rename(dir / "pages", dir / "former");
-         dir.write("pages/a.md", "of another branch");
-       },
-       "new"},
-      {"it was removed",
-       [](const TempDir& dir) {
-         for (const auto& entry : fs::directory_iterator(dir / "pages"))
-           if (entry.path().extension() == ".tmp") fs::remove(entry.path());
-       },
-       "new"},
-      {"the file has another mode",
-       [](const TempDir& dir) { fs::permissions(dir / "pages/a.md", fs::perms::owner_read); }, "new"},
-  };
-  for (const auto& each : cases) {
-    SCOPED_TRACE(each.why);
-    const TempDir dir;
-    dir.write("pages/a.md", "old");
-    const fs::path path = dir / "pages/a.md";
-    {
-      WrittenAhead ahead;
-      ahead.announce(path, "given up");
-      ahead.write();
-      ahead.announce(path, "new");
-      ahead.write();
-      ASSERT_EQ(everything_in(dir).size(), 3U) << "one file beside it";
-      each.meanwhile(dir);
-      const auto mode = fs::status(path).permissions();
-      atomic_write(path, each.written);
-      EXPECT_FALSE(ahead.place(path, each.written)) << "it is placed once";
-      EXPECT_EQ(dir.read("pages/a.md"), each.written);
-      EXPECT_EQ(fs::status(path).permissions(), mode);
-    }
-    EXPECT_EQ(everything_in(dir).size(), fs::exists(dir / "former") ? 4U : 2U) << "nothing is left";
-  }
+TEST(AtomicExchange, LeavesWhatItReplacedBeside) {
+  const TempDir dir;
+  const fs::path path = dir / "pages/a.md";
+  const fs::path former = former_file(path);
+  const FileStamp stamp = atomic_exchange(path, "first");
+  EXPECT_EQ(stamp, stamp_of(path));
+  EXPECT_FALSE(fs::exists(former)) << "there was nothing to replace";
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+  atomic_exchange(path, "second");
+  EXPECT_EQ(dir.read("pages/a.md"), "second");
+  EXPECT_EQ(utils::read_file_within(dir.path(), former), "first");
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  atomic_exchange(path, "third");
+  EXPECT_EQ(utils::read_file_within(dir.path(), former), "second");
+  EXPECT_EQ(everything_in(dir).size(), 3U) << "no temporary file is left";
+  EXPECT_NE(former_file(dir / "pages/b.md"), former);
 }
 
-TEST(WrittenAhead, LeavesItToTheWriteToFail) {
+TEST(AtomicExchange, RefusesWhatIsNoRegularFileAndChangesNothing) {
   const TempDir dir;
-  dir.write("pages/a.md", "old");
-  fs::create_symlink("a.md", dir / "pages/link.md");
-  WrittenAhead ahead;
-  for (const char* name : {"pages/link.md", "none/a.md"}) {
-    ahead.announce(dir / name, "new");
-    ahead.write();
-    EXPECT_FALSE(ahead.place(dir / name, "new")) << name;
-  }
-  EXPECT_EQ(everything_in(dir), (std::vector<std::string>{"pages", "pages/a.md", "pages/link.md"}));
-  EXPECT_EQ(failure_of([&] { atomic_write(dir / "pages/link.md", "new"); }).first, ELOOP);
+  dir.write("real.md", "real");
+  fs::create_symlink("real.md", dir / "link.md");
+  EXPECT_EQ(failure_of([&] { atomic_exchange(dir / "link.md", "new"); }).first, ELOOP);
+  EXPECT_EQ(dir.read("real.md"), "real");
+  EXPECT_EQ(everything_in(dir), (std::vector<std::string>{"link.md", "real.md"}));
+}
+
+TEST(IsOpenForWriting, TellsAWriterFromReadersAndFromNobody) {
+  const TempDir dir;
+  dir.write("a", "text");
+  const UniqueFd reader(open((dir / "a").c_str(), O_RDONLY | O_CLOEXEC));
+  const UniqueFd other(open((dir / "a").c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(is_open_for_writing(reader.get()));
+  const UniqueFd writer(open((dir / "a").c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_TRUE(is_open_for_writing(reader.get()));
+}
+
+TEST(MoveFile, KeepsTheFileItselfAndReplacesNone) {
+  const TempDir dir;
+  dir.write("a", "first");
+  const UniqueFd writer(open((dir / "a").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  EXPECT_TRUE(move_file(dir / "a", dir / "kept/a"));
+  ASSERT_EQ(write(writer.get(), ", and more", 10), 10);
+  EXPECT_EQ(dir.read("kept/a"), "first, and more");
+  dir.write("a", "second");
+  EXPECT_FALSE(move_file(dir / "a", dir / "kept/a"));
+  EXPECT_EQ(dir.read("a"), "second");
+}
+
+TEST(IsRegularFile, IsFalseForPathsThatCannotNameOne) {
+  const TempDir dir;
+  dir.write("file", "x");
+  fs::create_symlink("file", dir / "link");
+  fs::create_symlink("loop", dir / "loop");
+  fs::create_directory(dir / "folder");
+  const std::pair<std::string, bool> rows[] = {{"file", true},        {"link", true},
+                                               {"loop", false},       {"folder", false},
+                                               {"file/below", false}, {std::string(300, 'x'), false}};
+  for (const auto& [name, expected] : rows) EXPECT_EQ(utils::is_regular_file(dir / name), expected) << name;
 }
 
 TEST(ReadTextFile, RefusesWhatIsNotUtf8NamingByteAndLine) {
@@ -169,6 +171,8 @@ TEST(ReadTextFile, RefusesWhatIsNotUtf8NamingByteAndLine) {
   dir.write("a.md", "\xEF\xBB\xBFone\r\ntwo\rthree");
   const auto read = [&](const char* name) { return read_text_file_within(dir.path(), dir / name); };
   EXPECT_EQ(read("a.md"), "one\ntwo\nthree");
+  EXPECT_EQ(read_text_file_within(dir.path(), dir / "a.md", ByteOrderMark::kept),
+            "\xEF\xBB\xBFone\ntwo\nthree");
   using Row = std::pair<const char*, const char*>;
   for (const auto& [text, message] : {Row("\xFF", "byte 0xFF at offset 0 (line 1)"),
                                       Row("one\ntwo\n\xC3(", "byte 0xC3 at offset 8 (line 3)"),
@@ -191,8 +195,11 @@ TEST(ReadTextFileWithin, ReadsRegularFilesAndFollowsLinksThatStayInside) {
   const auto read = [&](const char* name) {
     return failure_of([&] { read_text_file_within(dir / "wiki", dir / "wiki" / name); });
   };
-  EXPECT_EQ(read_text_file_within(dir / "wiki", dir / "wiki/inside.md"), "p");
-  for (const char* out : {"sibling.md", "folder/page.md"})
+  fs::create_symlink(dir / "wiki/page.md", dir / "wiki/absolute.md");
+  fs::create_symlink(dir / "wiki2/page.md", dir / "wiki/away.md");
+  for (const char* in : {"inside.md", "absolute.md"})
+    EXPECT_EQ(read_text_file_within(dir / "wiki", dir / "wiki" / in), "p") << in;
+  for (const char* out : {"sibling.md", "folder/page.md", "away.md"})
     EXPECT_THAT(read(out).second, ::testing::HasSubstr("leads out of")) << out;
   EXPECT_EQ(read("pipe.md").first, EINVAL);
   EXPECT_THAT(read("../wiki2/page.md").second, ::testing::HasSubstr("lies outside"));

@@ -48,6 +48,20 @@ TEST(SnapshotMap, BehavesLikeAMapAndItsSnapshotsNeverChange) {
     before.for_each(
         [&, map = &before](const std::string& key, const int&) { contents[key] = map->share(key); });
     ASSERT_EQ(contents, before_model);
+    for (const char* const key : {"", "page/1", "page/2500", "page/3", "q"}) {
+      const auto there = before_model.lower_bound(key);
+      ASSERT_EQ(before.rank(key), std::distance(before_model.begin(), there));
+      const std::string* first = before.first_from(key);
+      ASSERT_EQ(first == nullptr ? "" : *first, there == before_model.end() ? "" : there->first);
+      const std::string* last = before.last_below(key);
+      ASSERT_EQ(last == nullptr ? "" : *last, there == before_model.begin() ? "" : std::prev(there)->first);
+    }
+    std::size_t below = 0;
+    before.for_each_below("page/12", [&](const std::string& key, const int&) {
+      ASSERT_TRUE(key.starts_with("page/12"));
+      ++below;
+    });
+    ASSERT_EQ(below, before.rank("page/13") - before.rank("page/12"));
     const std::vector<std::string> keys = before.keys();
     ASSERT_TRUE(keys.size() == before.size() && std::is_sorted(keys.begin(), keys.end()));
     for (const auto& [after, after_model] : snapshots) {

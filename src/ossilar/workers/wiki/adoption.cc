@@ -2,16 +2,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <memory>
-#include <vector>
+#include <set>
+#include <system_error>
+#include <utility>
 
 #include "ossilar/utils/files.h"
+#include "ossilar/utils/logging.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/digests.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/repo_facts.h"
+#include "ossilar/workers/wiki/section_cache.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -20,67 +23,129 @@ namespace fs = std::filesystem;
 
 const utils::Logger adoption_logger("ossilar.workers.wiki.adoption");
 
-fs::path file_of(const fs::path& pages, const std::string& page_id) { return pages / (page_id + ".md"); }
+std::string text_of(const WikiPaths& paths, const std::string& page_id) {
+  return utils::read_text_file_within(paths.pages, paths.page(page_id));
+}
 
+// The value under `key` of a manifest of an older format, which another program may have written.
 template <class Value>
-Value entry_value(const Map* entry, const char* key, Value otherwise) {
-  if (entry == nullptr) return otherwise;
-  const Map& value = utils::member(*entry, key);
+Value entry_value(const Map& entry, const char* key) {
+  const Map& value = utils::member(entry, key);
   try {
-    return value.is_null() ? otherwise : value.get<Value>();
+    return value.is_null() ? Value{} : value.get<Value>();
   } catch (const Map::exception&) {
-    return otherwise;  // another program's idea of a manifest; the page and its plan say enough
+    return Value{};
   }
 }
 
-// The title that stands for the page: as it is headed, which a former entry may know in its own spelling, or
-// as it is planned.
-std::string adopted_title(const std::string& text, const PagePlan* plan, const Map* entry) {
+PageRecord record_of_entry(const Map& entry) {
+  return {.type = entry_value<std::string>(entry, "page_type"),
+          .title = entry_value<std::string>(entry, "title"),
+          .agent_title = entry_value<std::string>(entry, AGENT_TITLE_KEY),
+          .former_titles = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY),
+          .source_hashes = entry_value<std::map<std::string, std::string>>(entry, "source_hashes"),
+          .citations = entry_value<std::vector<Map>>(entry, "citations")};
+}
+
+// The title that stands for the page: as it is headed, which its record may know in its own spelling, or as
+// it is planned.
+std::string adopted_title(const std::string& text, const PagePlan* plan, const std::string& recorded) {
   const std::string heading = title_line(text);
-  std::string known = entry_value<std::string>(entry, "title", "");
-  if (heading.empty()) return known.empty() && plan != nullptr ? plan->title : known;
-  return !known.empty() && utils::plain_inline(known) == heading ? known : heading;
+  if (heading.empty()) return recorded.empty() && plan != nullptr ? plan->title : recorded;
+  return utils::plain_inline(recorded) == heading ? recorded : heading;
 }
 
-// A title that is not the planned one is somebody's choice and is to stay, unless the manifest tells of this
-// text that it is not: then the plan had it, and has another now.
-std::string chosen_title(const std::string& title, const PagePlan* plan, const Map* entry, bool described) {
-  if (described || plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(title)) {
-    return entry_value<std::string>(entry, AGENT_TITLE_KEY, "");
-  }
-  return title;
-}
-
-Map adopted_cache(const FinalizedPage& page, const Map& sections, const std::string& chosen,
-                  const Map* entry) {
+Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
+                  const std::vector<std::string>& former) {
   Map cache{{"prose", page.authored.text()},
             {"diagrams", Map::array()},
             {"grounding_hash", ""},
             {"outline", page.outline},
             {"degraded", Map::array()}};
+  const Map sections = section_cache(page.authored.body, page.citations);
   for (const auto& [key, value] : sections.items()) cache[key] = value;
   if (!chosen.empty()) cache[AGENT_TITLE_KEY] = chosen;
-  const auto former = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY, {});
   if (!former.empty()) cache[FORMER_TITLES_KEY] = former;
   return cache;
 }
 
+// Gives the citations that have no hash of the text that they cite one, where the file is what it was when
+// they were written.
+void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const fs::path& root) {
+  std::vector<Map> bare;
+  for (const Map& citation : record.citations) {
+    const std::string path = citation_of(citation).path;
+    const source::SourceFile* file = planned.index->find(path);
+    const auto then = record.source_hashes.find(path);
+    const bool is_same =
+        file != nullptr && then != record.source_hashes.end() && file->sha256.hex() == then->second;
+    if (!citation.contains(kCitedTextKey) && is_same) bare.push_back(citation);
+  }
+  add_cited_texts(bare, [&](const std::string& path) { return source::read_source(root, path); });
+  for (Map& citation : record.citations) {
+    for (const Map& known : bare)
+      if (citation_of(known) == citation_of(citation)) citation = known;
+  }
+}
+
+// Many pages in one transaction, which is not to keep other processes from writing for long.
+class Batches {
+ public:
+  explicit Batches(store::WikiStore& store) : store_(store) {}
+
+  template <class Work>
+  void add(Work work) {
+    if (!transaction_) {
+      transaction_ = store_.begin("adopt pages");
+      begun_ = std::chrono::steady_clock::now();
+    }
+    work(*transaction_);
+    if (std::chrono::steady_clock::now() - begun_ > kLongest) end();
+  }
+  void end() {
+    if (!transaction_) return;
+    transaction_->index_waiting_words(0);
+    transaction_->commit();
+    transaction_.reset();
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kLongest{100};
+  store::WikiStore& store_;
+  std::unique_ptr<store::StoreTransaction> transaction_;
+  std::chrono::steady_clock::time_point begun_;
+};
+
+// What manifests tell of pages beyond their rows.
+struct Arrivals {
+  std::vector<std::string> whole;  // whose file is what a manifest describes
+  WikiLists::PageStamps awaited;
+};
+
+Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const WikiPaths& paths) {
+  Arrivals arrivals;
+  for (const auto& [page_id, hashes] : manifest.described) {
+    const Map* row = rows.find(page_id);
+    const std::string known = row != nullptr ? utils::string_member(*row, "content_hash") : "";
+    if (hashes.size() == 1 && hashes.count(known) > 0) continue;
+    const fs::path file = paths.page(page_id);
+    const utils::FileStamp stamp = utils::stamp_of(file);
+    std::string hash;
+    try {
+      if (utils::is_regular_file(file)) hash = _text_hash(text_of(paths, page_id));
+    } catch (const utils::Error& error) {
+      adoption_logger.warning("a page is not taken over", error);
+    }
+    if (hash != known && hashes.count(hash) > 0) {
+      arrivals.whole.push_back(page_id);
+    } else if (hashes.count(known) == 0) {
+      arrivals.awaited.emplace(file, stamp);
+    }
+  }
+  return arrivals;
+}
+
 }  // namespace
-
-ManifestContent load_manifest(const fs::path& wiki_dir) {
-  const fs::path file = wiki_dir / "manifest.json";
-  if (!utils::is_regular_file(file)) return {};
-  return parse_manifest(utils::read_text_file_within(wiki_dir, file), file.string());
-}
-
-std::string title_line(const std::string& text) {
-  if (text.compare(0, 2, "# ") != 0) return "";
-  return utils::plain_inline(std::string_view(text).substr(2, text.find('\n') - 2));
-}
-
-bool gives_digest(const PagePlan* plan) {
-  return plan != nullptr && plan_type(*plan).unit && plan->children.empty();
-}
 
 std::vector<fs::path> page_files(const fs::path& pages) {
   std::vector<fs::path> files;
@@ -94,256 +159,320 @@ std::vector<fs::path> page_files(const fs::path& pages) {
   return files;
 }
 
-Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const fs::path& pages) {
-  Arrivals arrivals;
-  for (const auto& [page_id, entry] : manifest.pages) {
-    const std::string& hash = entry.content_hash();
-    const Map* row = rows.find(page_id);
-    if (row != nullptr && utils::string_member(*row, "content_hash") == hash) continue;
-    const fs::path file = file_of(pages, page_id);
-    const utils::FileStamp stamp = utils::stamp_of(file);
+std::string page_id_of(const fs::path& pages, const fs::path& file) {
+  return file.lexically_relative(pages).replace_extension().string();
+}
+
+std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std::string& page_id,
+                                  const std::string& text) {
+  utils::Task task;
+  auto drafted = WikiGenerator(wiki, task, {.basis = &basis}).draft(page_id, split_authored(text, "").text());
+  auto* draft = std::get_if<_PageDraft>(&drafted);
+  return draft == nullptr ? std::nullopt : std::optional(std::move(*draft));
+}
+
+// ---- Adopting one page.
+
+Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages)
+    : wiki_(wiki), manifest_(std::move(manifest)), rows_(wiki.stored_pages()) {
+  basis_.planned = wiki.planned();
+  digests_ = wiki.store().load_digests(wiki.branch());
+  assume_rows(pages);
+}
+
+// Pages link each other by titles that agents chose, in whatever order they are adopted.
+void Adoption::assume_rows(const std::vector<std::string>& pages) {
+  basis_.rows = rows_;
+  for (const std::string& page_id : pages) {
     try {
-      if (utils::is_regular_file(file) && _text_hash(utils::read_text_file_within(pages, file)) == hash) {
-        arrivals.whole.push_back(page_id);
-        continue;
-      }
-    } catch (const utils::Error& error) {
-      adoption_logger.warning("a page is not taken over", error);
+      const Known known = known_of(page_id, text_of(wiki_.paths(), page_id));
+      Map cache = Map::object();
+      if (!known.chosen_title.empty()) cache[AGENT_TITLE_KEY] = known.chosen_title;
+      if (known.record) cache[FORMER_TITLES_KEY] = known.record->former_titles;
+      basis_.rows.set(page_id, Map{{"title", known.title}, {"build_cache", utils::json_text(cache)}});
+    } catch (const utils::Error&) {
+      continue;  // its adoption will say what is wrong with it
     }
-    arrivals.awaited.emplace(file, stamp);
   }
-  return arrivals;
-}
-
-std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, const store::StoredRows& rows,
-                                           const fs::path& pages) {
-  std::map<std::string, Map> waiting;
-  for (const auto& [page_id, entry] : manifest.pages) {
-    std::error_code error;
-    if (rows.find(page_id) == nullptr && fs::exists(fs::symlink_status(file_of(pages, page_id), error)))
-      waiting.insert_or_assign(page_id, entry.value());
-  }
-  return waiting;
-}
-
-Adoption::Adoption(WikiGenerator& wiki, ManifestContent manifest, std::shared_ptr<const PlannedWiki> planned)
-    : wiki_(wiki), manifest_(std::move(manifest)), planned_(std::move(planned)) {
-  wiki_._reread_existing();
-  wiki_.titles_.update(wiki_._existing(), planned_->plans);
-  wiki_._set_page_digests(wiki_._load_digests());
-}
-
-// Many pages in one transaction, which is not to keep other processes from writing for long.
-class Adoption::Batches {
- public:
-  explicit Batches(store::WikiStore& store) : store_(store) {}
-
-  template <class Work>
-  void add(Work work) {
-    if (!group_) {
-      group_ = store_.begin_group("adopt pages");
-      begun_ = std::chrono::steady_clock::now();
-    }
-    work();
-    if (std::chrono::steady_clock::now() - begun_ > kLongest) end();
-  }
-  void end() {
-    if (!group_) return;
-    store_.index_waiting_words(0);
-    group_->commit();
-    group_.reset();
-  }
-
- private:
-  static constexpr std::chrono::milliseconds kLongest{100};
-  store::WikiStore& store_;
-  std::unique_ptr<store::WriteGroup> group_;
-  std::chrono::steady_clock::time_point begun_;
-};
-
-AdoptionReport Adoption::run() {
-  const fs::path pages = wiki_.pages_dir();
-  Batches batches(*wiki_.store_);
-  for (const fs::path& file : page_files(pages)) {
-    batches.add([&] { adopt_file(file, file.lexically_relative(pages).replace_extension().string()); });
-  }
-  batches.end();
-  store_digests();
-  wiki_._reread_existing();
-  return std::move(report_);
-}
-
-AdoptionReport Adoption::run_described() {
-  Batches batches(*wiki_.store_);
-  for (const std::string& page_id : arrivals_of(manifest_, wiki_._existing(), wiki_.pages_dir()).whole) {
-    batches.add([&] {
-      adopt_text(page_id,
-                 utils::read_text_file_within(wiki_.pages_dir(), file_of(wiki_.pages_dir(), page_id)));
-    });
-    ++report_.adopted;
-  }
-  batches.end();
-  store_digests();
-  wiki_._reread_existing();
-  return std::move(report_);
-}
-
-void Adoption::adopt_file(const fs::path& file, const std::string& page_id) {
-  if (wiki_._existing().find(page_id) != nullptr) return;
-  const bool listed = manifest_.pages.count(page_id) > 0;
-  if (planned_->plans.find(page_id) == nullptr && !listed) {
-    report_.unplanned.push_back(utils::valid_utf8(file.string()));
-    return;
-  }
-  try {
-    const std::string text = utils::read_text_file_within(wiki_.pages_dir(), file);
-    adopt_text(page_id, text);
-    ++report_.adopted;
-    if (listed && !is_described(page_id, text)) report_.edited.push_back(page_id);
-  } catch (const store::StorageError&) {
-    throw;
-  } catch (const utils::Error& error) {
-    report_.failed.emplace_back(error.what());
-  }
+  basis_.titles = wiki_.titles(basis_.rows, basis_.planned->plans);
 }
 
 bool Adoption::is_described(const std::string& page_id, const std::string& text) const {
   return manifest_.describes(page_id, _text_hash(text));
 }
 
-Brackets Adoption::brackets_of(const std::string& page_id, const std::string& authored) const {
-  return wiki_.brackets_of(authored, *planned_, planned_->plans.find(page_id));
-}
-
-void Adoption::adopt_text(const std::string& page_id, const std::string& text) {
-  const bool described = is_described(page_id, text);
-  const ManifestEntry* given = manifest_.entry_of(page_id, _text_hash(text));
-  const store::StoredRows existing = wiki_._existing();
-  const Map* row = existing.find(page_id);
-  std::optional<Map> known;
-  if (row != nullptr && !described) {
-    known = manifest_entry(page_id, *row);
-  } else if (given != nullptr) {
-    known = given->value();
+// A page without a record of its own is one of an older format, or a hand's. Its row or the manifest of that
+// format may know it, in the form in which they knew the page last.
+std::optional<PageRecord> Adoption::known_record(const std::string& page_id, const std::string& text) const {
+  if (auto record = record_of(text)) return record;
+  const Map* row = rows_.find(page_id);
+  const Map* entry = manifest_.former_entry(page_id, _text_hash(text));
+  std::optional<PageRecord> record;
+  if (row != nullptr && !(entry != nullptr && is_described(page_id, text))) {
+    if (utils::string_member(*row, "status") != kUnverified) record = record_of_row(*row);
+  } else if (entry != nullptr) {
+    record = record_of_entry(*entry);
   }
-  const Map* entry = known ? &*known : nullptr;
-  const std::string title = adopted_title(text, planned_->plans.find(page_id), entry);
-
-  FinalizedPage page;
-  page.authored = split_authored(text, "");
-  page.citations =
-      page_links(brackets_of(page_id, page.authored.text()), page_id, wiki_.config_.dir).citations;
-  page.outline = section_headings(page.authored.text());
-  const std::vector<Map> citations = page.citations;
-
-  const store::PageFields fields = fields_of(page_id, text, title, entry, std::move(page));
-  // Who changed the text here need not have looked at what a mark is about.
-  const std::int64_t key = described
-                               ? wiki_.store_->upsert_wiki_page(wiki_.branch(), page_id, title, fields)
-                               : wiki_.store_->upsert_keeping_mark(wiki_.branch(), page_id, title, fields);
-  if (described) arrived_.insert(page_id);
-  const ChunkScope scope = wiki_._chunk_scope(page_id);
-  wiki_._store_chunks(key, page_id, wiki_._chunk_and_embed(searchable_text(text), citations, scope.elsewhere),
-                      scope.shared);
-  settle_digest(page_id, text, title, !described);
+  if (record) add_unchanged_texts(*record, *basis_.planned, wiki_.paths().root);
+  return record;
 }
 
-void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
-                             bool changed_here) {
-  const PagePlan* plan = planned_->plans.find(page_id);
-  if (!gives_digest(plan)) return;
-  PagePlan titled = *plan;
-  titled.title = title;
-  const Authored authored = split_authored(text, "");
-  const auto citations =
-      page_links(brackets_of(page_id, authored.text()), page_id, wiki_.config_.dir).citations;
-  if (changed_here || wiki_._page_digests().find(page_id) != nullptr) changed_.insert(page_id);
-  wiki_._set_page_digest(page_id, _page_digest(titled, authored.body, citations));
+// A title that is not the planned one is somebody's choice and stays, unless a manifest vouches for this
+// text: then its record says whether the title was chosen, and one that was not gives way to the plan's.
+Adoption::Known Adoption::known_of(const std::string& page_id, const std::string& text) const {
+  Known known{.record = known_record(page_id, text),
+              .title = {},
+              .chosen_title = {},
+              .is_described = is_described(page_id, text)};
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  known.title = adopted_title(text, plan, known.record ? known.record->title : "");
+  const bool is_planned_title =
+      plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(known.title);
+  if (known.is_described || is_planned_title) {
+    known.chosen_title = known.record ? known.record->agent_title : "";
+  } else {
+    known.chosen_title = known.title;
+  }
+  return known;
 }
 
-void Adoption::store_digests() {
-  wiki_.persist_digests(
-      planned_->plans, [this](const std::string& page_id) { return changed_.count(page_id) > 0; }, arrived_);
+// What the record says of a text that no hand has changed is what was valid then. In a changed text, what is
+// valid today counts, and the record says what of it was looked at.
+std::vector<Map> Adoption::citations_of(const std::string& page_id, const std::string& text,
+                                        const Known& known) const {
+  if (known.is_described && known.record) return known.record->citations;
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  const Brackets brackets =
+      brackets_of(split_authored(text, "").text(), *basis_.planned, basis_.titles, plan);
+  std::vector<Map> citations;
+  for (const Citation& citation : brackets.valid) {
+    citations.push_back(citation_map(citation));
+    if (!known.record) continue;
+    for (const Map& recorded : known.record->citations)
+      if (citation_of(recorded) == citation) citations.back() = recorded;
+  }
+  return citations;
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
-                                      const std::string& title, const Map* entry, FinalizedPage page) {
-  using Strings = std::vector<std::string>;
-  const PagePlan* plan = planned_->plans.find(page_id);
-  const PagePlan planned = plan != nullptr ? *plan : PagePlan{};
+                                      const Known& known) const {
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  PagePlan planned = plan != nullptr ? *plan : PagePlan{};
+  if (plan == nullptr) planned.importance = "low";
+  if (plan == nullptr)
+    planned.type = known.record && !known.record->type.empty() ? known.record->type : "topic";
+  FinalizedPage page = assemble_page(planned, split_authored(text, ""), {}, {});
+  page.citations = citations_of(page_id, text, known);
   store::PageFields fields;
-  fields.description = entry_value(entry, "description", planned.description);
-  fields.importance =
-      plan != nullptr ? planned.importance : entry_value<std::string>(entry, "importance", "low");
-  fields.level = plan != nullptr ? planned.level : entry_value(entry, "level", 0);
-  fields.parent_section = plan != nullptr ? section_of(planned) : "";
+  fields.description = planned.description;
+  fields.importance = planned.importance;
+  fields.level = planned.level;
+  fields.parent_section = section_of(planned);
   fields.rel_path = "pages/" + page_id + ".md";
-  fields.source_files = entry_value(entry, "source_files", planned.stored_source_files());
-  // What the author saw is what the manifest says; without one, the sources as they are now have to do.
-  fields.source_hashes =
-      entry_value(entry, "source_hashes",
-                  source_hashes(planned.stored_source_files(), *planned_->index, wiki_.config_.steering));
-  fields.related_pages = entry_value<Strings>(entry, "related_pages", planned.related_pages);
+  if (known.record) {
+    fields.source_hashes = known.record->source_hashes;
+    for (const auto& [file, hash] : fields.source_hashes)
+      if (file != kSteeringSource) fields.source_files.push_back(file);
+  } else {
+    fields.source_files = planned.stored_source_files();
+  }
+  fields.related_pages = planned.related_pages;
   fields.content_hash = _text_hash(text);
-  fields.model = kModel;
-  fields.status = "ok";
-  fields.summary = entry_value(entry, "summary", planned.description);
-  fields.build_cache =
-      utils::json_text(adopted_cache(page, wiki_._section_cache(page.authored.body, page.citations),
-                                     chosen_title(title, plan, entry, is_described(page_id, text)), entry));
-  fields.page_type = plan != nullptr ? planned.type : entry_value<std::string>(entry, "page_type", "topic");
+  fields.status = known.record ? "ok" : kUnverified;
+  fields.summary = page.summary;
+  fields.build_cache = utils::json_text(adopted_cache(
+      page, known.chosen_title, known.record ? known.record->former_titles : std::vector<std::string>()));
+  fields.page_type = planned.type;
   fields.citations = std::move(page.citations);
   return fields;
 }
 
-// ---- The host's entries.
+// Where a save of the text would give this very file today, its row is the one that such a save writes, field
+// by field. Otherwise the row says what the record says, and leaves out what nobody knows any more.
+void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text) {
+  const Known known = known_of(page_id, text);
+  auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
+  if (drafted && drafted->markdown != text) drafted.reset();
+  store::PageFields fields = drafted ? row_fields(*drafted) : fields_of(page_id, text, known);
+  fields.model = known.is_described ? kAgentModel : kAdoptedModel;
+  // Who changed the text here need not have looked at what a mark is about.
+  const std::int64_t key = known.is_described
+                               ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
+                               : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
+  if (known.is_described) arrived_.insert(page_id);
+  if (drafted) {
+    store.store_chunks(key, drafted->chunks, {});
+  } else {
+    utils::Task task;
+    replace_chunks(wiki_.chunk_services(store, task), wiki_.branch(), page_id, key, searchable_text(text),
+                   fields.citations);
+  }
+  settle_digest(page_id, text, known.title, !known.is_described);
+}
 
-AdoptionReport WikiGenerator::adopt_pages() {
-  ManifestContent manifest = load_manifest(paths_.wiki);
-  AdoptionReport report;
-  with_write_lock([&] {
-    report = Adoption(*this, std::move(manifest), planned()).run();
-    if (utils::is_regular_file(paths_.wiki / "index.md") &&
-        utils::is_regular_file(paths_.wiki / "manifest.json")) {
-      return;
+void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
+                             bool changed_here) {
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  if (!gives_digest(plan)) return;
+  PagePlan titled = *plan;
+  titled.title = title;
+  if (changed_here || digests_.find(page_id) != nullptr) changed_.insert(page_id);
+  digests_.set(page_id, _page_digest(titled, split_authored(text, "").body, {}));
+}
+
+void Adoption::store_digests(store::WikiStore& store) {
+  std::vector<std::string> changed;
+  for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_))
+    if (digests_.find(page_id) != nullptr && changed_.count(page_id) > 0)
+      changed.push_back(std::move(page_id));
+  auto stale = stale_reasons(synthesis_dependents(basis_.planned->plans, changed));
+  std::erase_if(stale, [&](const auto& mark) { return arrived_.count(mark.first) > 0; });
+  store.persist_digests(wiki_.branch(), digests_, stale);
+}
+
+// ---- Wikis of an older format, whose pages have no record.
+
+namespace {
+
+// The page's file with the record that its row knows, or none when it has one or is not the row's text.
+std::optional<std::string> text_with_record(const std::string& text, const std::string& content_hash,
+                                            const PageRecord& record) {
+  if (_text_hash(text) != content_hash || record_of(text)) return std::nullopt;
+  return with_record(text, record_text(record));
+}
+
+// Whether the text is one that text_with_record() made of the row's: whoever made it was cut short after it.
+bool is_half_done(const std::string& text, const std::string& content_hash) {
+  if (!record_of(text)) return false;
+  std::string bare = without_record(text);
+  if (bare.ends_with("\n")) bare.pop_back();
+  return _text_hash(bare) == content_hash;
+}
+
+// The file first, as in a save: cut short in between, the file is the whole new one and is taken up here.
+bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id, const Map& row) {
+  const std::string content_hash = utils::string_member(row, "content_hash");
+  std::string text = text_of(wiki.paths(), page_id);
+  PageRecord record = record_of_row(row);
+  add_unchanged_texts(record, *wiki.planned(), wiki.paths().root);
+  if (auto changed = text_with_record(text, content_hash, record)) {
+    utils::atomic_write(wiki.paths().page(page_id), *changed);
+    text = *std::move(changed);
+  } else if (!is_half_done(text, content_hash)) {
+    return false;
+  }
+  store.restate_page(wiki.branch(), page_id, _text_hash(text), record.citations);
+  return true;
+}
+
+std::size_t give_records(Wiki& wiki) {
+  std::size_t given = 0;
+  Batches batches(wiki.store());
+  wiki.stored_pages().for_each([&](const std::string& page_id, const Map& row) {
+    if (utils::string_member(row, "status") == kUnverified) return;
+    try {
+      if (!utils::is_regular_file(wiki.paths().page(page_id))) return;
+      batches.add([&](store::WikiStore& store) { given += give_record(wiki, store, page_id, row) ? 1 : 0; });
+    } catch (const store::StorageError&) {
+      throw;
+    } catch (const utils::Error& error) {
+      adoption_logger.warning("a page of an older format got no record", error);
     }
-    write_lists({.git_commit = _git_commit(),
-                 .files_covered = _stored_files_covered(),
-                 .lint = _prior_lint_summary()});
+  });
+  batches.end();
+  return given;
+}
+
+// ---- Adopting what lies there.
+
+bool has_lists(const WikiPaths& paths) {
+  return utils::is_regular_file(paths.wiki / list_file("", kIndexEnd)) &&
+         utils::is_regular_file(paths.wiki / list_file("", kManifestEnd));
+}
+
+void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& pages,
+               AdoptionReport& report) {
+  Batches batches(wiki.store());
+  for (const std::string& page_id : pages) {
+    batches.add([&](store::WikiStore& store) {
+      try {
+        const std::string text = text_of(wiki.paths(), page_id);
+        adoption.adopt_text(store, page_id, text);
+        ++report.adopted;
+        const bool is_listed = adoption.manifest().described.count(page_id) > 0;
+        if (is_listed && !adoption.is_described(page_id, text)) report.edited.push_back(page_id);
+      } catch (const store::StorageError&) {
+        throw;
+      } catch (const utils::Error& error) {
+        report.failed.emplace_back(error.what());
+      }
+    });
+  }
+  batches.end();
+  adoption.store_digests(wiki.store());
+}
+
+// Older formats are brought forward here, and the lists follow the rows.
+void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport& report) {
+  const bool is_older = !manifest.former_entries.empty();
+  if (is_older) report.given_records = give_records(wiki);
+  if (report.adopted > 0 || is_older || !has_lists(wiki.paths()))
+    wiki.lists().write_all(wiki.stored_pages(), manifest.lint);
+}
+
+}  // namespace
+
+AdoptionReport adopt_pages(Wiki& wiki) {
+  AdoptionReport report;
+  const auto planned = wiki.planned();
+  wiki.with_write_lock(true, [&] {
+    const ManifestContent manifest = wiki.lists().read_all();
+    const store::StoredRows rows = wiki.stored_pages();
+    std::vector<std::string> pages;
+    for (const fs::path& file : page_files(wiki.paths().pages)) {
+      const std::string page_id = page_id_of(wiki.paths().pages, file);
+      if (rows.find(page_id) != nullptr) continue;
+      const bool is_listed = manifest.described.count(page_id) > 0;
+      if (planned->plans.find(page_id) != nullptr || is_listed) {
+        pages.push_back(page_id);
+      } else {
+        report.unplanned.push_back(utils::valid_utf8(file.string()));
+      }
+    }
+    Adoption adoption(wiki, manifest, pages);
+    if (!pages.empty()) adopt_all(wiki, adoption, pages, report);
+    finish_adoption(wiki, manifest, report);
   });
   return report;
 }
 
-bool WikiGenerator::has_news(const utils::FileStamp& manifest) const {
-  if (lists_.is_own(manifest)) return false;
-  const std::lock_guard lock(state_mutex_);
-  return manifest != seen_.manifest ||
-         std::any_of(seen_.awaited.begin(), seen_.awaited.end(),
-                     [](const auto& each) { return utils::stamp_of(each.first) != each.second; });
-}
-
-AdoptionReport WikiGenerator::adopt_described(bool wait) {
-  const utils::FileStamp stamp = utils::stamp_of(paths_.wiki / "manifest.json");
-  if (!has_news(stamp)) return {};
+AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
+  const WikiLists::Stamps news = wiki.lists().news();
+  if (news.empty()) return {};
   AdoptionReport report;
   Arrivals arrivals;
   try {
-    ManifestContent manifest = load_manifest(paths_.wiki);
-    arrivals = arrivals_of(manifest, stored_pages(), paths_.pages);
-    if (!arrivals.whole.empty()) {
-      with_write_lock([&] { report = Adoption(*this, std::move(manifest), prepare()).run_described(); },
-                      wait);
+    const ManifestContent manifest = wiki.lists().read(news);
+    arrivals = arrivals_of(manifest, wiki.stored_pages(), wiki.paths());
+    wiki.lists().note({}, arrivals.awaited);
+    if (!arrivals.whole.empty() || !manifest.former_entries.empty()) {
+      wiki.prepare();
+      wiki.with_write_lock(when_busy == WhenBusy::wait, [&] {
+        const auto still = arrivals_of(manifest, wiki.stored_pages(), wiki.paths()).whole;
+        Adoption adoption(wiki, manifest, still);
+        if (!still.empty()) adopt_all(wiki, adoption, still, report);
+        finish_adoption(wiki, manifest, report);
+      });
     }
   } catch (const store::StorageError&) {
     throw;
   } catch (const _WikiBusy&) {
-    if (wait) throw;
+    if (when_busy == WhenBusy::wait) throw;
     return {};
   } catch (const utils::Error& error) {
     adoption_logger.warning("no page is taken over from the manifest", error);
   }
-  const std::lock_guard lock(state_mutex_);
-  seen_ = {.manifest = stamp, .awaited = std::move(arrivals.awaited)};
+  wiki.lists().note(news, arrivals.awaited);
   return report;
 }
 

@@ -1,90 +1,106 @@
 // Making rows for page files that have none, or whose row is about another text: those of a clone, of a
-// branch that git switched to, of a hand, of a save that was cut short.
+// branch that git switched to, of a pull or a merge, of a hand, of a save that was cut short.
+//
+// What the text does not say is taken from the page's own record (page_record.h), never from the sources as
+// they are today: a page that was written against others must not look fresher than it is. A page without a
+// record is unverified until somebody saves it.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
-#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/manifest.h"
 #include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/page_record.h"
+#include "ossilar/workers/wiki/wiki.h"
 
 namespace ossilar::workers::wiki {
 
-// The write lock is held for its whole life. No page file is changed.
+struct AdoptionReport {
+  std::size_t adopted = 0;
+  std::size_t given_records = 0;       // page files of an older format that got a record
+  std::vector<std::string> edited;     // page ids whose file is not the one that the manifest describes
+  std::vector<std::string> unplanned;  // files under the pages directory that belong to no page
+  std::vector<std::string> failed;     // messages on page files that could not be read
+};
+
+// Makes rows for the committed page files that have none on this branch, and writes the lists where they are
+// missing. No text of an author is changed. Takes the write lock.
+AdoptionReport adopt_pages(Wiki& wiki);
+
+enum class WhenBusy { wait, skip };
+
+// The same for pages that came by version control: those whose file is what a manifest describes and whose
+// row is not. Looks only when a manifest is another one than the last time, or a file that was not yet what
+// one describes. Takes the write lock when there is something to adopt; with WhenBusy::skip, not while
+// another holds it. What cannot be read is logged. A wiki of an older format is brought forward: its pages
+// get their records.
+AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy);
+
+// The model of rows that were made of a text that no save stored.
+inline constexpr const char* kAdoptedModel = "adopted";
+
+// Adopting pages one by one, for those who choose them. The write lock is held for its whole life.
 class Adoption {
  public:
-  Adoption(WikiGenerator& wiki, ManifestContent manifest, std::shared_ptr<const PlannedWiki> planned);
+  // `pages` are those that are about to be adopted: their titles are known to each other.
+  Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages);
 
-  // Adopts every page file that has no row.
-  AdoptionReport run();
-
-  // Adopts the pages that arrived whole with the manifest.
-  AdoptionReport run_described();
-
-  // Makes row and chunks those of `text`, the page file's. What it does not say is taken from the manifest's
-  // entry for this text, or from the former row, or from any entry, or from the plan. The page's digest waits
-  // for store_digests().
-  void adopt_text(const std::string& page_id, const std::string& text);
+  // Makes row and chunks those of `text`, the page file's. Its digest waits for store_digests().
+  void adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text);
 
   // The page's digest by its text; it waits for store_digests(). A text that was `changed_here`, or takes the
   // place of another, makes the pages above it stale, but for those that arrive whole with it.
   void settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
                      bool changed_here);
+  void drop_digest(const std::string& page_id) { digests_.erase(page_id); }
 
-  // Whether the manifest describes this very text: then it came with the wiki, whole, from where it was
-  // saved.
+  // Whether a manifest describes this very text: then a save stored it, here or elsewhere.
   bool is_described(const std::string& page_id, const std::string& text) const;
 
   // Stores the digests that wait, with the stale marks that they cause.
-  void store_digests();
+  void store_digests(store::WikiStore& store);
 
-  // The model of rows that were made here.
-  static constexpr const char* kModel = "adopted";
+  const ManifestContent& manifest() const { return manifest_; }
+  const DraftBasis& basis() const { return basis_; }
 
  private:
-  class Batches;
-  void adopt_file(const std::filesystem::path& file, const std::string& page_id);
-  store::PageFields fields_of(const std::string& page_id, const std::string& text, const std::string& title,
-                              const Map* entry, FinalizedPage page);
+  // What is known of a page file's text beside the text.
+  struct Known {
+    std::optional<PageRecord> record;
+    std::string title;
+    std::string chosen_title;   // "" when nobody chose it
+    bool is_described = false;  // by a manifest
+  };
+  std::optional<PageRecord> known_record(const std::string& page_id, const std::string& text) const;
+  Known known_of(const std::string& page_id, const std::string& text) const;
+  void assume_rows(const std::vector<std::string>& pages);
+  store::PageFields fields_of(const std::string& page_id, const std::string& text, const Known& known) const;
+  std::vector<Map> citations_of(const std::string& page_id, const std::string& text,
+                                const Known& known) const;
 
-  Brackets brackets_of(const std::string& page_id, const std::string& authored) const;
-
-  WikiGenerator& wiki_;
+  Wiki& wiki_;
   const ManifestContent manifest_;
-  std::shared_ptr<const PlannedWiki> planned_;
+  store::StoredRows rows_;  // as stored
+  DraftBasis basis_;        // with the rows that are to come
+  store::PageDigests digests_;
   StringSet changed_;
   StringSet arrived_;
-  AdoptionReport report_;
 };
 
-// The manifest of the wiki at `wiki_dir`; empty when there is none.
-ManifestContent load_manifest(const std::filesystem::path& wiki_dir);
-
-// What a manifest tells of pages beyond their rows.
-struct Arrivals {
-  std::vector<std::string> whole;  // whose file is what the manifest describes
-  // Files that are something else: of a checkout that is still at work, perhaps.
-  std::map<std::filesystem::path, utils::FileStamp> awaited;
-};
-Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows,
-                     const std::filesystem::path& pages);
-
-// The entries of pages that have no row and something in their file's place, by page id: nothing else knows
-// what they say.
-std::map<std::string, Map> waiting_entries(const ManifestContent& manifest, const store::StoredRows& rows,
-                                           const std::filesystem::path& pages);
+// What a save of the page's own text would write now, were the page stored as `basis` says; none when it
+// would be refused.
+std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std::string& page_id,
+                                  const std::string& text);
 
 // The Markdown files under `pages`, in order; symbolic links are left out.
 std::vector<std::filesystem::path> page_files(const std::filesystem::path& pages);
 
-// The title that the page file is headed with, as plain text; "" when it has none.
-std::string title_line(const std::string& text);
-
-// Whether the plan has the page give a digest.
-bool gives_digest(const PagePlan* plan);
+// The page id of a file below the pages directory.
+std::string page_id_of(const std::filesystem::path& pages, const std::filesystem::path& file);
 
 }  // namespace ossilar::workers::wiki

@@ -22,9 +22,6 @@ const utils::Logger logger("ossilar.workers.wiki.agent_save");
 
 namespace {
 
-// Marks every row and state that an agent's save writes.
-constexpr const char* kAgentModel = "agent-session";
-
 std::filesystem::path page_file(const std::filesystem::path& pages_dir, const std::string& page_id) {
   return pages_dir / (page_id + ".md");
 }
@@ -86,6 +83,13 @@ std::string finding_line(const Map& finding) {
   return utils::text_form(finding.at("kind")) + ": " + utils::text_form(finding.at("detail"));
 }
 
+}  // namespace
+
+Basis _basis(const Map* row) {
+  if (row == nullptr) return std::nullopt;
+  return std::pair(basis_part(*row, "content_hash"), basis_part(*row, "title"));
+}
+
 store::PageFields row_fields(const _PageDraft& draft) {
   const PagePlan& plan = *draft.plan;
   return {.description = plan.description,
@@ -104,13 +108,6 @@ store::PageFields row_fields(const _PageDraft& draft) {
           .summary = draft.summary,
           .build_cache = draft.build_cache,
           .page_type = plan.type};
-}
-
-}  // namespace
-
-Basis _basis(const Map* row) {
-  if (row == nullptr) return std::nullopt;
-  return std::pair(basis_part(*row, "content_hash"), basis_part(*row, "title"));
 }
 
 std::optional<Answer> refuse_blank(const std::optional<std::string>& content) {
@@ -272,7 +269,7 @@ Answer AgentSaveMixin::_with_section(const PagePlan& plan, const std::string& he
   const std::filesystem::path file = page_file(pages_dir(), plan.page_id);
   const std::string named = "page '" + plan.page_id + "' has no ";
   if (!utils::is_regular_file(file)) return {{"error", named + "saved text to replace a section of"}};
-  const std::string stored = utils::read_text_file_within(pages_dir(), file);
+  const std::string stored = utils::read_text_file_within(pages_dir(), file, utils::ByteOrderMark::kept);
   const Authored authored = split_authored(stored, plan.description);
   auto body = replace_section(authored.body, heading, text);
   if (!body) {

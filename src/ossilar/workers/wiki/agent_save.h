@@ -63,6 +63,12 @@ struct _PageDraft {
   Answer answer;
 };
 
+// The keyword arguments of the row that a commit of `draft` writes.
+store::PageFields row_fields(const _PageDraft& draft);
+
+// Marks every row and state that an agent's save writes.
+inline constexpr const char* kAgentModel = "agent-session";
+
 // Keyword arguments of host operations.
 struct AcquireOptions {
   bool wait = true;

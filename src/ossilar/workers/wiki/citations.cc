@@ -63,9 +63,26 @@ std::optional<Citation> parse_loose(std::string_view label) {
 }
 
 std::string label_of(const std::string& path, std::int64_t first, std::int64_t last) {
-  std::string label = "[" + path + ":L" + std::to_string(first);
+  std::string label = path + ":L" + std::to_string(first);
   if (last != first) label += "-L" + std::to_string(last);
-  return label + "]";
+  return label;
+}
+
+std::string in_brackets(const std::string& path, std::int64_t first, std::int64_t last) {
+  return "[" + label_of(path, first, last) + "]";
+}
+
+constexpr std::size_t kTextDigits = 16;
+
+// The same for every form of line ends.
+std::string hash_of_lines(const std::vector<std::string_view>& lines, const Citation& cited) {
+  std::string text;
+  for (auto line = cited.first; line <= cited.last; ++line) {
+    std::string_view bare = lines[static_cast<std::size_t>(line - 1)];
+    if (bare.ends_with('\r')) bare.remove_suffix(1);
+    text.append(bare).append("\n");
+  }
+  return utils::sha256_hex(text).substr(0, kTextDigits);
 }
 
 bool has_lines(const source::SourceFile& file) {
@@ -297,6 +314,36 @@ std::optional<Citation> parse_citation(std::string_view label) {
   return citation;
 }
 
+Map citation_map(const Citation& citation, const std::string& text_hash) {
+  Map map{{"path", citation.path}, {"first", citation.first}, {"last", citation.last}};
+  if (!text_hash.empty()) map[kCitedTextKey] = text_hash;
+  return map;
+}
+
+Citation citation_of(const Map& citation) {
+  return {.path = utils::string_member(citation, "path"),
+          .first = citation.at("first").get<std::int64_t>(),
+          .last = citation.at("last").get<std::int64_t>()};
+}
+
+std::string citation_label(const Map& citation) {
+  const Citation cited = citation_of(citation);
+  return label_of(cited.path, cited.first, cited.last);
+}
+
+void add_cited_texts(std::vector<Map>& citations, const ReadText& read) {
+  std::map<std::string, std::optional<std::string>> texts;
+  for (Map& citation : citations) {
+    const Citation cited = citation_of(citation);
+    auto [text, is_new] = texts.try_emplace(cited.path);
+    if (is_new) text->second = read(cited.path);
+    if (!text->second) continue;
+    const std::vector<std::string_view> lines = utils::split_lines(*text->second);
+    if (cited.first < 1 || cited.last > static_cast<std::int64_t>(lines.size())) continue;
+    citation = citation_map(cited, hash_of_lines(lines, cited));
+  }
+}
+
 std::vector<std::string_view> bracketed(std::string_view text) {
   std::vector<std::string_view> found;
   std::size_t open = std::string_view::npos;
@@ -345,7 +392,7 @@ std::string invalid_citation_warning(const std::string& label, const source::Sou
     if (nearest.empty()) return start + "no indexed file has this path";
     const Citation mended = clamped(citation, index.find(nearest)->lines);
     return start + "no indexed file has this path; did you mean " +
-           label_of(nearest, mended.first, mended.last) + "?";
+           in_brackets(nearest, mended.first, mended.last) + "?";
   }
   if (file->kind != source::FileKind::text) return start + unusable_reason(*file);
   if (file->lines == 0) return start + "the file is empty";
@@ -353,20 +400,19 @@ std::string invalid_citation_warning(const std::string& label, const source::Sou
   const std::string fault = citation.first > citation.last && citation.last >= 1
                                 ? "the last line comes before the first"
                                 : "the file has lines 1 to " + std::to_string(file->lines);
-  return start + fault + "; did you mean " + label_of(citation.path, mended.first, mended.last) + "?";
+  return start + fault + "; did you mean " + in_brackets(citation.path, mended.first, mended.last) + "?";
 }
 
 std::string malformed_citation_warning(const std::string& label) {
   const Citation loose = parse_loose(label).value_or(Citation{});
   return "citation " + quoted_label(label) + ": not of the form that counts; write " +
-         label_of(loose.path, loose.first, loose.last);
+         in_brackets(loose.path, loose.first, loose.last);
 }
 
 PageLinks page_links(const Brackets& brackets, const std::string& page_id, const std::string& wiki_dir) {
   PageLinks links;
   for (const Citation& citation : brackets.valid) {
-    links.citations.push_back(
-        Map{{"path", citation.path}, {"first", citation.first}, {"last", citation.last}});
+    links.citations.push_back(citation_map(citation));
   }
   const std::string to_pages = repeated("../", depth_of(page_id));
   const std::string to_root = to_pages + "../" + repeated("../", depth_of(wiki_dir) + 1);

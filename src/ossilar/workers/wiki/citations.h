@@ -30,6 +30,19 @@ struct Citation {
   }
 };
 
+// A citation as rows, chunks and answers hold it: {"path", "first", "last"}, and under kCitedTextKey what
+// tells the text that was cited from another, where that is known (see add_cited_texts()).
+inline constexpr const char* kCitedTextKey = "text_hash";
+Map citation_map(const Citation& citation, const std::string& text_hash = "");
+Citation citation_of(const Map& citation);
+// What stands between the brackets: `path:L10-L20`.
+std::string citation_label(const Map& citation);
+
+// Gives each of `citations` the hash of the lines that it cites, the first 16 hexadecimal digits of their
+// SHA-256, as they are in what `read` gives of the file; none where it gives nothing, or too few lines.
+using ReadText = std::function<std::optional<std::string>(const std::string& path)>;
+void add_cited_texts(std::vector<Map>& citations, const ReadText& read);
+
 // Reads the text between a citation's brackets; none when it has not the form of one. The lines may be out of
 // range.
 std::optional<Citation> parse_citation(std::string_view label);

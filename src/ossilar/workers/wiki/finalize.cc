@@ -186,7 +186,8 @@ std::string definitions_part(const PageLinks& links) {
 }
 
 std::string generated_part(const PagePlan& plan, const std::string& authored,
-                           const std::vector<Diagram>& diagrams, const PageLinks& links) {
+                           const std::vector<Diagram>& diagrams, const PageLinks& links,
+                           const std::string& record) {
   std::string out = std::string(kGeneratedMarker) + "\n";
   // A block that the author left open would swallow what follows, links included. (The marker ends some
   // itself.)
@@ -195,7 +196,8 @@ std::string generated_part(const PagePlan& plan, const std::string& authored,
   out += std::string(kGeneratedNote) + "\n\n";
   out += diagrams_part(diagrams) + sources_part(plan.stored_source_files()) + definitions_part(links);
   out.erase(out.find_last_not_of('\n') + 1);
-  return out + "\n";
+  out += "\n";
+  return record.empty() ? out : with_record(std::move(out), record);
 }
 
 // The first paragraph above the sections as plain text on one line.
@@ -240,12 +242,22 @@ Authored split_text(std::string_view authored) {
   return {"", std::string(authored)};
 }
 
+std::string with_record(std::string page_text, const std::string& record) {
+  return std::move(page_text.append("\n").append(record));
+}
+
+std::string title_line(std::string_view page_text) {
+  if (!page_text.starts_with("# ")) return "";
+  return utils::plain_inline(page_text.substr(2, page_text.find('\n') - 2));
+}
+
 FinalizedPage assemble_page(const PagePlan& plan, const Authored& authored,
-                            const std::vector<Diagram>& diagrams, PageLinks links) {
+                            const std::vector<Diagram>& diagrams, PageLinks links,
+                            const std::string& record) {
   const std::string text = authored.text();
   FinalizedPage page;
   page.markdown = "# " + escaped_inline(one_line(plan.title)) + "\n\n" + text + "\n" +
-                  generated_part(plan, text, diagrams, links);
+                  generated_part(plan, text, diagrams, links, record);
   page.citations = std::move(links.citations);
   page.summary = summary_line(authored, plan.description);
   page.outline = section_headings(text);

@@ -40,7 +40,7 @@ struct Authored {
 
 struct FinalizedPage {
   std::string markdown;        // the page file's text
-  std::vector<Map> citations;  // the valid ones: {"path", "first", "last", "label"}, in order, each once
+  std::vector<Map> citations;  // the valid ones, see citation_map(); in order, each once
   std::string summary;  // plain text: the first paragraph, or the plan's description when there is none
   std::vector<std::string> outline;  // the `##` headings of the authored text
   Authored authored;
@@ -67,9 +67,16 @@ std::vector<std::string> leading_titles(std::string_view content);
 // Splits a normalised authored text at its first `##` heading.
 Authored split_text(std::string_view authored);
 
-// Puts a page together. `sources` are the files it rests on, listed in the generated part.
+// Puts a page together; `record` (see page_record.h) ends it.
 FinalizedPage assemble_page(const PagePlan& plan, const Authored& authored,
-                            const std::vector<Diagram>& diagrams, PageLinks links);
+                            const std::vector<Diagram>& diagrams, PageLinks links,
+                            const std::string& record = "");
+
+// The page file's text, which has no record yet, with `record` at its end.
+std::string with_record(std::string page_text, const std::string& record);
+
+// The title that the page file is headed with, as plain text; "" when it has none.
+std::string title_line(std::string_view page_text);
 
 // The text that search works on: the page without its generated part and without its title.
 std::string searchable_text(std::string_view markdown);

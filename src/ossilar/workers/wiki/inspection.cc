@@ -13,6 +13,8 @@
 #include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/former_file.h"
+#include "ossilar/workers/wiki/page_record.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
@@ -70,15 +72,15 @@ std::vector<fs::path> written_directories(const WikiPaths& paths) {
   return directories;
 }
 
-Inspection::Inspection(WikiGenerator& wiki) : wiki_(wiki), planned_(wiki.prepare()) {
-  wiki_._reread_existing();
-  rows_ = wiki_._existing();
-  digests_ = wiki_._load_digests();
-  wiki_.titles_.update(rows_, planned_->plans);
-}
+Inspection::Inspection(Wiki& wiki)
+    : wiki_(wiki),
+      planned_(wiki.prepare()),
+      rows_(wiki.stored_pages()),
+      digests_(wiki.store().load_digests(wiki.branch())),
+      titles_(wiki.titles(rows_, planned_->plans)),
+      manifest_(wiki.lists().read_all()) {}
 
 std::vector<Finding> Inspection::run() {
-  read_manifest();
   auto left = leftover_files();
   inspect_setup();
   inspect_folder();
@@ -86,39 +88,31 @@ std::vector<Finding> Inspection::run() {
   inspect_digests();
   inspect_generated();
   inspect_leftovers(std::move(left));
+  inspect_former_files();
   inspect_states();
   return std::move(findings_);
 }
 
 std::string Inspection::relative(const fs::path& path) const {
-  return utils::valid_utf8(path.lexically_relative(wiki_.paths_.root).string());
+  return utils::valid_utf8(path.lexically_relative(wiki_.paths().root).string());
 }
 
 std::string Inspection::page_path(const std::string& page_id) const {
-  return relative(wiki_.paths_.pages / (page_id + ".md"));
-}
-
-void Inspection::read_manifest() {
-  const fs::path file = wiki_.paths_.wiki / "manifest.json";
-  std::error_code error;
-  if (fs::symlink_status(file, error).type() != fs::file_type::regular) return;
-  try {
-    manifest_text_ = utils::read_text_file_within(wiki_.paths_.wiki, file);
-    manifest_ = parse_manifest(*manifest_text_, file.filename().string());
-  } catch (const utils::IoError&) {
-    throw;  // what cannot be read for a moment is not to be thrown away
-  } catch (const utils::Error& failure) {
-    manifest_failure_ = failure.what();
-    if (manifest_text_) manifest_ = salvage_manifest(*manifest_text_);
-  }
+  return relative(wiki_.paths().pages / (page_id + ".md"));
 }
 
 void Inspection::inspect_setup() {
   std::error_code error;
-  const fs::path file = wiki_.paths_.state / ".gitignore";
-  if (fs::exists(fs::symlink_status(file, error))) return;
-  add({Fault::setup, relative(file), "", "is missing, so that git would see ossilar's local state",
-       kMakesItAgain, true});
+  const fs::path local = wiki_.paths().state / ".gitignore";
+  if (!fs::exists(fs::symlink_status(local, error))) {
+    add({Fault::setup, relative(local), "", "is missing, so that git would see ossilar's local state",
+         kMakesItAgain, true});
+  }
+  const fs::path merging = wiki_.paths().wiki / ".gitattributes";
+  if (!fs::exists(fs::symlink_status(merging, error))) {
+    add({Fault::setup, relative(merging), "", "is missing, so that git could not merge the generated lists",
+         kMakesItAgain, true});
+  }
 }
 
 // ---- Pages.
@@ -126,11 +120,11 @@ void Inspection::inspect_setup() {
 void Inspection::inspect_folder() {
   std::vector<fs::directory_entry> entries;
   std::error_code error;
-  fs::recursive_directory_iterator at(wiki_.paths_.pages, error);
+  fs::recursive_directory_iterator at(wiki_.paths().pages, error);
   for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
   // From half a list it would follow that the other half is gone.
-  const bool is_there = fs::symlink_status(wiki_.paths_.pages).type() != fs::file_type::not_found;
-  if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths_.pages.string(), error.value());
+  const bool is_there = fs::symlink_status(wiki_.paths().pages).type() != fs::file_type::not_found;
+  if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
   std::sort(entries.begin(), entries.end());
   for (const fs::directory_entry& entry : entries) inspect_entry(entry);
 }
@@ -144,7 +138,7 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   const fs::path& file = entry.path();
   const fs::file_type type = entry.symlink_status().type();
   const bool is_page = file.extension() == ".md";
-  const std::string page_id = file.lexically_relative(wiki_.paths_.pages).replace_extension().string();
+  const std::string page_id = file.lexically_relative(wiki_.paths().pages).replace_extension().string();
   const bool is_known = planned_->plans.find(page_id) != nullptr || rows_.find(page_id) != nullptr;
   if (type == fs::file_type::directory && !(is_page && is_known)) return;
   if (is_page) seen_.insert(page_id);
@@ -159,7 +153,7 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
 void Inspection::inspect_page(const fs::path& file, const std::string& page_id) {
   std::string text;
   try {
-    text = utils::read_text_file_within(wiki_.paths_.pages, file);
+    text = utils::read_text_file_within(wiki_.paths().pages, file);
   } catch (const utils::IoError& error) {
     return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
                 "make the file readable, then run ossilar check", false});
@@ -183,14 +177,14 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
   if (is_row) {
     inspect_derived(page_id, text, *row);
   } else {
-    inspect_difference(page_id, text, *row);
+    inspect_difference(page_id, text);
   }
   inspect_citations(page_id, text);
 }
 
 void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
   const bool planned = planned_->plans.find(page_id) != nullptr;
-  if (planned || manifest_.pages.count(page_id) > 0) {
+  if (planned || manifest_.described.count(page_id) > 0) {
     add({Fault::file_without_row, page_path(page_id), page_id, "is a page that the database does not know",
          kTakesItAsItStands, true});
     return inspect_citations(page_id, text);
@@ -202,28 +196,21 @@ void Inspection::inspect_stranger(const std::string& page_id, const std::string&
        false});
 }
 
-// Whether a save of the page's text would give this very file.
-bool Inspection::is_whole(const std::string& page_id, const std::string& text, const Map& row) {
-  auto context = wiki_.page_context(page_id);
-  auto* found = std::get_if<PageContext>(&context);
-  if (found == nullptr) return false;
-  PagePlan& plan = found->plan;
-  const std::string heading = title_line(text);
-  for (const std::string& title : {utils::string_member(row, "title"), heading}) {
-    plan.title = title;
-    const auto diagrams = wiki_.config_.diagrams ? wiki_._build_diagrams(plan) : std::vector<Diagram>();
-    if (wiki_._finalize(plan, split_authored(text, "").text(), diagrams, {}).markdown == text) return true;
-  }
-  return false;
+// Whether what ossilar adds below the marker fits the text: a save of it would add the same. The record is
+// left out, as it says what the sources were when it was written.
+bool Inspection::is_whole(const std::string& page_id, const std::string& text) const {
+  Adoption adoption(wiki_, manifest_, {page_id});
+  const auto drafted = redraft(wiki_, adoption.basis(), page_id, text);
+  return drafted && without_record(drafted->markdown) == without_record(text);
 }
 
-void Inspection::inspect_difference(const std::string& page_id, const std::string& text, const Map& row) {
+void Inspection::inspect_difference(const std::string& page_id, const std::string& text) {
   if (manifest_.describes(page_id, _text_hash(text))) {
     return add({Fault::newer_page, page_path(page_id), page_id,
                 "was changed since ossilar last stored it: it came with its manifest, by version control",
                 kTakesItAsItStands, true});
   }
-  if (is_whole(page_id, text, row)) {
+  if (is_whole(page_id, text)) {
     return add(
         {Fault::newer_page, page_path(page_id), page_id,
          "was changed since ossilar last stored it: by a save that was cut short, a hand, or version control",
@@ -236,7 +223,7 @@ void Inspection::inspect_difference(const std::string& page_id, const std::strin
 
 void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
   std::vector<std::string> stored;
-  for (const Map& chunk : wiki_.store_->chunks(wiki_.branch(), page_id))
+  for (const Map& chunk : wiki_.store().chunks(wiki_.branch(), page_id))
     stored.push_back(utils::sha256_hex(utils::string_member(chunk, store::chunk_key::kText)));
   std::vector<std::string> expected;
   for (const search::Passage& passage : search::passages(searchable_text(text)))
@@ -259,7 +246,7 @@ void Inspection::inspect_derived(const std::string& page_id, const std::string& 
 
 void Inspection::inspect_citations(const std::string& page_id, const std::string& text) {
   const Brackets brackets =
-      wiki_.brackets_of(split_authored(text, "").text(), *planned_, planned_->plans.find(page_id));
+      brackets_of(split_authored(text, "").text(), *planned_, titles_, planned_->plans.find(page_id));
   const std::size_t named = std::min(brackets.invalid.size(), kMostCitations);
   const std::string advice = "save the page with a citation that holds";
   for (std::size_t i = 0; i < named; ++i) {
@@ -276,7 +263,7 @@ void Inspection::inspect_citations(const std::string& page_id, const std::string
 
 bool Inspection::is_blocked(const std::string& page_id) const {
   return std::any_of(blocked_.begin(), blocked_.end(), [&](const fs::path& folder) {
-    return (wiki_.paths_.pages / page_id).string().starts_with(folder.string() + "/");
+    return (wiki_.paths().pages / page_id).string().starts_with(folder.string() + "/");
   });
 }
 
@@ -297,25 +284,17 @@ void Inspection::inspect_digests() {
   });
 }
 
-// Commit and lint summary are of the last save, and nothing else knows them.
 void Inspection::inspect_generated() {
-  const ListContent content{.over = {},
-                            .rows = rows_,
-                            .plans = planned_->plans,
-                            .result = {.git_commit = manifest_.commit,
-                                       .files_covered = wiki_._stored_files_covered(),
-                                       .lint = manifest_.lint}};
-  inspect_list(Fault::index, "index.md", wiki_.lists_.index(content));
-  if (!manifest_failure_.empty() && manifest_text_) {
-    return add({Fault::manifest, relative(wiki_.paths_.wiki / "manifest.json"), "",
-                "cannot be read: " + manifest_failure_, kMakesItAgain, true});
+  for (const ListFile& list : wiki_.lists().expected(rows_, manifest_.lint)) inspect_list(list);
+  for (const std::string& stray : wiki_.lists().strays(rows_)) {
+    add({stray.ends_with(kManifestEnd) ? Fault::manifest : Fault::index, relative(wiki_.paths().wiki / stray),
+         "", "lists a part that the wiki does not have", "ossilar check --fix removes it", true});
   }
-  inspect_list(Fault::manifest, "manifest.json",
-               wiki_.lists_.manifest(content, waiting_entries(manifest_, rows_, wiki_.paths_.pages)));
 }
 
-void Inspection::inspect_list(Fault fault, const char* name, const std::string& expected) {
-  const fs::path file = wiki_.paths_.wiki / name;
+void Inspection::inspect_list(const ListFile& list) {
+  const Fault fault = list.name.ends_with(kManifestEnd) ? Fault::manifest : Fault::index;
+  const fs::path file = wiki_.paths().wiki / list.name;
   const fs::file_type type = fs::symlink_status(file).type();
   if (type != fs::file_type::regular && type != fs::file_type::not_found) {
     return add({fault, relative(file), "", "is no regular file", "move it away, then run ossilar check --fix",
@@ -323,15 +302,23 @@ void Inspection::inspect_list(Fault fault, const char* name, const std::string& 
   }
   std::optional<std::string> text;
   if (type == fs::file_type::regular)
-    text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths_.wiki, file));
-  if (text == expected) return;
+    text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths().wiki, file));
+  if (text == list.text) return;
   add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
        kMakesItAgain, true});
 }
 
+// Only the holder of the write lock makes one, and it does not leave it.
+void Inspection::inspect_former_files() {
+  for (const fs::path& file : former_files(wiki_.paths().pages)) {
+    add({Fault::leftover, relative(file), "", "holds the page that a save replaced when it was cut short",
+         "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no author has read it", true});
+  }
+}
+
 std::map<std::string, bool> Inspection::leftover_files() const {
   std::map<std::string, bool> files;
-  for (const fs::path& directory : written_directories(wiki_.paths_)) {
+  for (const fs::path& directory : written_directories(wiki_.paths())) {
     try {
       for (const utils::Leftover& file : utils::leftovers(directory))
         files.emplace(relative(directory / file.name), file.may_be_new);
@@ -359,9 +346,13 @@ void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
 }
 
 void Inspection::inspect_states() {
-  const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store_->stale_marks(wiki_.branch()),
-                                        *planned_->index, wiki_.config_.steering);
+  const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store().stale_marks(wiki_.branch()),
+                                        *planned_->index, wiki_.config().steering);
   for (const PageState& state : states) {
+    if (state.condition == PageCondition::unverified) {
+      add({Fault::unverified, page_path(state.page_id), state.page_id, "is unverified: " + state.reason,
+           "ossilar context " + state.page_id + " says what it needs", false});
+    }
     if (state.condition != PageCondition::stale) continue;
     const bool planned = planned_->plans.find(state.page_id) != nullptr;
     add({Fault::stale, page_path(state.page_id), state.page_id, "is stale: " + state.reason,

@@ -16,8 +16,10 @@ constexpr std::size_t kLongestPageId = 60;
 constexpr std::size_t kHashDigits = 12;
 constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
 
+}  // namespace
+
 // A page id comes from outside and may be anything.
-std::string file_name(const std::string& page_id, const std::string& content) {
+std::string KeptTexts::name_of(const std::string& page_id, const std::string& content) {
   std::string name = page_id.substr(0, kLongestPageId);
   std::replace_if(
       name.begin(), name.end(), [](char c) { return kPlain.find(c) == kPlain.npos; }, '-');
@@ -25,12 +27,25 @@ std::string file_name(const std::string& page_id, const std::string& content) {
   return name + "-" + utils::sha256_hex(page_id + '\n' + content).substr(0, kHashDigits) + ".md";
 }
 
-}  // namespace
-
 std::string KeptTexts::keep(const std::string& page_id, const std::string& content) const {
-  std::string name = file_name(page_id, content);
+  std::string name = name_of(page_id, content);
   utils::atomic_write(directory_ / name, content);
   if (most_ > 0) drop_oldest();
+  return name;
+}
+
+// A name that is taken is of the same content, kept before. Where the file cannot be moved, as to another
+// file system, its content is kept.
+std::string KeptTexts::take(const std::string& page_id, const fs::path& file,
+                            const std::string& content) const {
+  constexpr std::size_t kMostAlike = 16;
+  for (std::size_t alike = 0; alike < kMostAlike; ++alike) {
+    std::string name = name_of(page_id, content + std::string(alike, '\n'));
+    if (utils::move_file(file, directory_ / name)) return name;
+  }
+  std::string name = keep(page_id, content);
+  std::error_code gone;
+  fs::remove(file, gone);
   return name;
 }
 

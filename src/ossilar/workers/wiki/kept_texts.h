@@ -23,6 +23,14 @@ class KeptTexts {
   // content. The same content for the same page is kept once. It is on disk at the return. Throws IoError.
   std::string keep(const std::string& page_id, const std::string& content) const;
 
+  // The name under which keep() keeps it.
+  static std::string name_of(const std::string& page_id, const std::string& content);
+
+  // Keeps the file `file` itself, whose bytes are `content`: what somebody who has it open still writes is
+  // kept too. It is on disk at the return. Throws IoError.
+  std::string take(const std::string& page_id, const std::filesystem::path& file,
+                   const std::string& content) const;
+
   // The text under a name that keep() gave, or none.
   std::optional<std::string> read(const std::string& name) const;
 

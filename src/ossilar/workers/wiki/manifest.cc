@@ -1,247 +1,152 @@
 #include "ossilar/workers/wiki/manifest.h"
 
-#include <algorithm>
+#include <iterator>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/config.h"
-#include "ossilar/workers/wiki/link_text.h"
-#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/list_files.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr int kFormat = 1;
-constexpr std::size_t kMostKept = 256;  // pages, some 1.5 KiB each; with more the lists follow a save anyway
+constexpr std::string_view kBegin = "{\n\"format\": 2\n";
+constexpr const char* kLintKey = "lint";
+constexpr const char* kHashKey = "content_hash";
+constexpr std::string_view kPagesStart = "pages/";
+constexpr std::string_view kPagesEnd = ".md";
 
-// The keys of a row that a clone cannot derive from page and plan alone.
-constexpr const char* kRowKeys[] = {
-    "title",   "page_type",    "description",  "importance",    "level",         "parent_section", "rel_path",
-    "summary", "content_hash", "source_files", "source_hashes", "related_pages", "citations"};
+// A row's key and the entry's name for it, in the order of the entry.
+struct Field {
+  const char* name;
+  const char* row_key;
+  bool is_json_text = false;  // the row's value is the text of the entry's
+};
+constexpr Field kFields[] = {{kHashKey, kHashKey},   {"title", "title"},
+                             {"type", "page_type"},  {"importance", "importance"},
+                             {"level", "level"},     {"parent", "parent_section"},
+                             {"summary", "summary"}, {"sources", "source_files", true}};
 
-// Those of them whose value is JSON text in a row.
-bool is_json_text(std::string_view key) {
-  return key == "source_files" || key == "source_hashes" || key == "related_pages" || key == "citations";
+std::string entry_line(const std::string& file, const Map& entry) {
+  return "," + utils::json_text(file) + ": " + utils::json_text(entry) + "\n";
 }
 
+// Put together as text: a save renders the lines of all the pages that its own page is listed with.
 std::string manifest_line(const std::string& page_id, const Map& row) {
-  std::string line = "{";
-  const auto add = [&line](const char* key, const std::string& json) {
-    line.append(line.size() == 1 ? "\"" : ", \"").append(key).append("\": ").append(json);
-  };
-  add("page_id", utils::json_text(page_id));
-  for (const char* key : kRowKeys) {
-    const Map& value = utils::member(row, key);
-    const bool stands_as_it_is = is_json_text(key) && value.is_string();
-    add(key, stands_as_it_is ? value.get_ref<const std::string&>() : utils::json_text(value));
+  std::string line = ",\"" + std::string(kPagesStart).append(page_id).append(kPagesEnd) + "\": {";
+  const char* separator = "\"";
+  for (const Field& field : kFields) {
+    const Map& value = utils::member(row, field.row_key);
+    line.append(separator).append(field.name).append("\": ");
+    line += field.is_json_text && value.is_string() ? value.get_ref<const std::string&>()
+                                                    : utils::json_text(value);
+    separator = ", \"";
   }
-  if (const auto title = agent_title(&row)) add(AGENT_TITLE_KEY, utils::json_text(*title));
-  add(FORMER_TITLES_KEY, utils::json_text(former_titles(&row)));
-  return line + "}";
+  return line + "}\n";
 }
 
-// Link text in a list: brackets and marks of a title stand for themselves.
-std::string escaped(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    if (std::string_view("\\`*_<>[]&").find(c) != std::string_view::npos) out += '\\';
-    out += c;
-  }
-  return out;
+// The page that a key of the manifest is about, or none.
+std::optional<std::string> page_of(std::string_view key) {
+  if (!key.starts_with(kPagesStart) || !key.ends_with(kPagesEnd)) return std::nullopt;
+  key.remove_prefix(kPagesStart.size());
+  key.remove_suffix(kPagesEnd.size());
+  return is_page_id(key) ? std::optional<std::string>(key) : std::nullopt;
 }
 
-std::string index_line(const Map& row) {
-  std::string line = "- [" + escaped(utils::string_member(row, "title")) + "](" +
-                     utils::string_member(row, "rel_path") + ")";
-  const std::string summary = utils::string_member(row, "summary");
-  if (!summary.empty()) line += ": " + escaped(summary);
-  return line + "\n";
+// Takes the value of `text`, an object of format 2 or a part of one.
+void take_entries(ManifestContent& content, const Map& object) {
+  for (const auto& [key, value] : object.items()) {
+    if (key == kLintKey) content.lint = value;
+    const auto page_id = page_of(key);
+    if (!page_id || !value.is_object()) continue;
+    content.described[*page_id].insert(utils::string_member(value, kHashKey));
+    content.lines[*page_id] = entry_line(key, value);
+  }
 }
 
-struct Listed {
-  std::string page_id;
-  std::size_t depth = 0;
-};
-
-// The ids of the stored pages in the order of the plan, each below its nearest stored ancestor.
-std::vector<Listed> listed_pages(const store::StoredRows& rows, const Plans& plans) {
-  std::map<std::string, std::vector<std::string>> below;  // parent to stored pages
-  for (std::size_t i = 0; i < plans.size(); ++i) {
-    if (rows.find(plans[i].page_id) == nullptr) continue;
-    const PagePlan* parent = plans.find(plans[i].parent);
-    while (parent != nullptr && rows.find(parent->page_id) == nullptr) parent = plans.find(parent->parent);
-    below[parent != nullptr ? parent->page_id : ""].push_back(plans[i].page_id);
-  }
-  rows.for_each([&](const std::string& page_id, const Map&) {
-    if (plans.find(page_id) == nullptr) below[""].push_back(page_id);
-  });
-  std::vector<Listed> listed;
-  std::vector<Listed> pending;
-  const auto push_below = [&](const std::string& parent, std::size_t depth) {
-    const auto& pages = below[parent];
-    for (auto page = pages.rbegin(); page != pages.rend(); ++page) pending.push_back({*page, depth});
-  };
-  push_below("", 0);
-  while (!pending.empty()) {
-    listed.push_back(std::move(pending.back()));
-    pending.pop_back();
-    push_below(listed.back().page_id, listed.back().depth + 1);
-  }
-  return listed;
-}
-
-// Adds the page that `entry`, the value of `text`, is about; false when it is about none.
-bool add_entry(ManifestContent& content, const Map& entry, std::string text) {
+void take_former_entry(ManifestContent& content, const Map& entry) {
   const std::string page_id = utils::string_member(entry, "page_id");
-  if (!is_page_id(page_id)) return false;
-  content.pages.emplace(page_id, ManifestEntry(entry, std::move(text)));
-  return true;
+  if (!is_page_id(page_id)) return;
+  content.described[page_id].insert(utils::string_member(entry, kHashKey));
+  content.former_entries.emplace(page_id, entry);
 }
 
-ManifestContent content_of(const Map& manifest, const std::string& name) {
-  if (utils::member(manifest, "format") != Map(kFormat)) {
-    throw utils::Error(name + ": not a manifest of format " + std::to_string(kFormat) +
-                       "; restore it from version control, or let ossilar check --fix write it anew");
-  }
-  ManifestContent content;
-  content.lint = utils::member(manifest, "lint");
-  content.commit = utils::string_member(manifest, "commit");
-  for (const Map& page : utils::member(manifest, "pages")) {
-    if (!add_entry(content, page, utils::json_text(page))) {
-      throw utils::Error(name + ": '" + utils::printable(utils::string_member(page, "page_id")) +
-                         "' is no page id");
-    }
-  }
-  return content;
-}
-
-// A manifest as it is written here: its entries, one a line, and the text around them.
-struct EntryLines {
-  std::vector<std::string_view> entries;
-  std::string around;
-};
-
-std::optional<EntryLines> entry_lines(std::string_view text) {
-  static constexpr std::string_view kBefore = "\"pages\": [\n";
-  static constexpr std::string_view kAfter = "]\n}\n";
-  const std::size_t first = text.find(kBefore);
-  if (first == text.npos) return std::nullopt;
-  std::string_view left = text.substr(first + kBefore.size());
-  EntryLines lines;
-  while (!left.empty() && left.front() == '{') {
-    std::string_view line = left.substr(0, left.find('\n'));
-    left.remove_prefix(std::min(line.size() + 1, left.size()));
-    const bool is_last = left == kAfter;
-    if (!is_last && line.back() != ',') return std::nullopt;
-    if (!is_last) line.remove_suffix(1);
-    lines.entries.push_back(line);
-  }
-  if (left != kAfter) return std::nullopt;
-  lines.around = std::string(text.substr(0, first + kBefore.size())).append(left);
-  return lines;
-}
-
-// None for a manifest of another form, or one with a fault, which reading it whole tells.
-std::optional<ManifestContent> read_lines(std::string_view text, const std::string& name) {
-  const auto lines = entry_lines(text);
-  if (!lines) return std::nullopt;
+// False when the text is no JSON, as after a merge of its lines, and for one in our own lines: a merge may
+// have left two of a page, of which JSON knows one.
+bool take_whole(ManifestContent& content, std::string_view text) {
+  if (text.starts_with(kBegin)) return false;
   try {
-    ManifestContent content = content_of(utils::parse_json(lines->around, name), name);
-    if (!content.pages.empty()) return std::nullopt;
-    for (const std::string_view line : lines->entries) {
-      if (!add_entry(content, utils::parse_json(line, name), std::string(line))) return std::nullopt;
-    }
-    return content;
+    const Map manifest = utils::parse_json(text, "manifest.json");
+    take_entries(content, manifest);
+    for (const Map& entry : utils::member(manifest, "pages")) take_former_entry(content, entry);
+    return true;
   } catch (const utils::Error&) {
-    return std::nullopt;
+    return false;
+  }
+}
+
+// One line of a manifest of either format; one that is not whole is passed over.
+void take_line(ManifestContent& content, std::string_view line) {
+  line = utils::strip(line);
+  const bool is_entry = line.starts_with(",\"");
+  const bool is_former = line.starts_with("{\"page_id\"");
+  if (!is_entry && !is_former) return;
+  if (is_former && line.ends_with(",")) line.remove_suffix(1);
+  try {
+    if (is_former) return take_former_entry(content, utils::parse_json(line, "a line of a manifest"));
+    take_entries(content, utils::parse_json("{" + std::string(line.substr(1)) + "}", "a line of a manifest"));
+  } catch (const utils::Error&) {
+    return;
   }
 }
 
 }  // namespace
 
-Map manifest_entry(const std::string& page_id, const Map& row) {
-  return utils::parse_json(manifest_line(page_id, row), page_id);
+ManifestLines manifest_lines(const ListPart& part, const store::StoredRows& rows) {
+  ManifestLines lines;
+  for (const std::string& page_id : part.pages)
+    lines.emplace(page_id, manifest_line(page_id, *rows.find(page_id)));
+  return lines;
 }
 
-ManifestEntry::ManifestEntry(const Map& entry, std::string text)
-    : content_hash_(utils::string_member(entry, "content_hash")), text_(std::move(text)) {}
+std::string render_manifest(const ListPart& part, const ManifestLines& lines, const Map& lint) {
+  std::string out(kBegin);
+  if (part.prefix.empty() && !lint.is_null()) out += entry_line(kLintKey, lint);
+  for (const auto& [page_id, line] : lines) out += line;
+  for (const std::string& prefix : part.parts)
+    out += entry_line(list_file(prefix, kManifestEnd), Map{{"pages", prefix}});
+  return out + "}\n";
+}
 
-Map ManifestEntry::value() const { return utils::parse_json(text_, "a manifest's entry"); }
+bool ManifestContent::describes(const std::string& page_id, const std::string& content_hash) const {
+  const auto found = described.find(page_id);
+  return found != described.end() && found->second.count(content_hash) > 0;
+}
 
-const ManifestEntry* ManifestContent::entry_of(const std::string& page_id,
-                                               const std::string& content_hash) const {
-  const ManifestEntry* entry = nullptr;
-  const auto [first, last] = pages.equal_range(page_id);
+const Map* ManifestContent::former_entry(const std::string& page_id, const std::string& content_hash) const {
+  const Map* entry = nullptr;
+  const auto [first, last] = former_entries.equal_range(page_id);
   for (auto at = first; at != last; ++at) {
     entry = &at->second;
-    if (entry->content_hash() == content_hash) break;
+    if (utils::string_member(*entry, kHashKey) == content_hash) break;
   }
   return entry;
 }
 
-bool ManifestContent::describes(const std::string& page_id, const std::string& content_hash) const {
-  const ManifestEntry* entry = entry_of(page_id, content_hash);
-  return entry != nullptr && entry->content_hash() == content_hash;
+void ManifestContent::merge(ManifestContent other) {
+  for (auto& [page_id, hashes] : other.described) described[page_id].merge(hashes);
+  for (auto& [page_id, line] : other.lines) lines[page_id] = std::move(line);
+  former_entries.insert(std::make_move_iterator(other.former_entries.begin()),
+                        std::make_move_iterator(other.former_entries.end()));
+  if (!other.lint.is_null()) lint = std::move(other.lint);
 }
 
-const WikiFilesRenderer::Rendered& WikiFilesRenderer::rendered(const std::string& page_id,
-                                                               const store::StoredRows& rows) {
-  const auto kept = kept_.find(page_id);
-  Rendered& place = kept != kept_.end() ? kept->second : kept_.size() < kMostKept ? kept_[page_id] : last_;
-  auto row = rows.share(page_id);
-  if (place.row != row) place = {row, manifest_line(page_id, *row), index_line(*row)};
-  return place;
-}
-
-std::string WikiFilesRenderer::manifest(const store::StoredRows& rows, const WikiBuildResult& result,
-                                        const std::map<std::string, Map>& waiting) {
-  std::string out = "{\n\"format\": " + std::to_string(kFormat);
-  out += ",\n\"commit\": " + utils::json_text(result.git_commit);
-  out += ",\n\"files_covered\": " + std::to_string(result.files_covered);
-  out += ",\n\"lint\": " + utils::json_text(result.lint) + ",\n\"pages\": [";
-  const char* separator = "\n";
-  const auto add = [&](const std::string& line) {
-    out.append(separator).append(line);
-    separator = ",\n";
-  };
-  auto waits = waiting.begin();
-  rows.for_each([&](const std::string& page_id, const Map&) {
-    for (; waits != waiting.end() && waits->first < page_id; ++waits) add(utils::json_text(waits->second));
-    add(rendered(page_id, rows).manifest_line);
-  });
-  for (; waits != waiting.end(); ++waits) add(utils::json_text(waits->second));
-  out += "\n]\n}\n";
-  return out;
-}
-
-std::string WikiFilesRenderer::index(const store::StoredRows& rows, const Plans& plans) {
-  std::string out = "# Wiki\n\n<!-- Rebuilt by every save. -->\n\n";
-  if (rows.empty()) return out + "No page has been written yet.\n";
-  for (const Listed& listed : listed_pages(rows, plans)) {
-    out.append(2 * listed.depth, ' ').append(rendered(listed.page_id, rows).index_line);
-  }
-  return out;
-}
-
-ManifestContent parse_manifest(std::string_view text, const std::string& name) {
-  if (auto content = read_lines(text, name)) return *std::move(content);
-  return content_of(utils::parse_json(text, name), name);
-}
-
-ManifestContent salvage_manifest(std::string_view text) {
+ManifestContent read_manifest(std::string_view text) {
   ManifestContent content;
-  for (std::string_view line : utils::split_lines(text)) {
-    if (line.empty() || line.front() != '{') continue;
-    if (line.back() == ',') line.remove_suffix(1);
-    try {
-      add_entry(content, utils::parse_json(line, "a line"), std::string(line));
-    } catch (const utils::Error&) {
-      continue;  // it was not whole
-    }
-  }
+  if (take_whole(content, text)) return content;
+  for (const std::string_view line : utils::split_lines(text)) take_line(content, line);
   return content;
 }
 

@@ -40,8 +40,13 @@ constexpr std::string_view kConfigTemplate =
 # steering = "Name the exception types."
 )";
 
-// Written and synced in about the time that one page takes.
-constexpr std::uint64_t kSmallLists = std::uint64_t{256} * 1024;
+// git's own driver keeps the lines of both sides of a merge, and every entry of a list is a line.
+constexpr std::string_view kMergeAttributes =
+    R"(# Lists that ossilar makes from the pages: git merges them line by line, and the next save tidies up.
+/index.md merge=union
+/manifest.json merge=union
+/lists/** merge=union
+)";
 
 bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
 
@@ -89,29 +94,27 @@ std::vector<std::string> set_up_wiki(const fs::path& root) {
   const WikiConfig config = load_config(config_file(root));
   wiki_paths(root, config);  // refuses symbolic links before anything is made behind them
   create_directory(root, config.dir + "/pages", created);
+  create_file(root, config.dir + "/.gitattributes", kMergeAttributes, created);
   create_directory(root, ".ossilar", created);
   create_file(root, ".ossilar/.gitignore", "*\n", created);
   return created;
 }
 
-std::unique_ptr<WikiGenerator> open_wiki(const fs::path& root, const std::string& writer, bool stays) {
+std::unique_ptr<Wiki> open_wiki(const fs::path& root, const std::string& writer, Process process) {
   WikiConfig config = load_config(config_file(root));
   WikiPaths paths = wiki_paths(root, config);
   if (!is_there(paths.state)) {
     throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
   }
-  utils::open_directory(paths.turns(), utils::Missing::create);
   auto store = store::open_sqlite_store(paths.database());
   auto embedder = make_embedder(config);
-  return std::make_unique<WikiGenerator>(
-      WikiGenerator::Services{.paths = std::move(paths),
-                              .config = std::move(config),
-                              .checkout = source::read_checkout(root),
-                              .store = std::move(store),
-                              .embedder = std::move(embedder),
-                              .writer = writer,
-                              .lists_follow_above = stays ? std::optional(kSmallLists) : std::nullopt,
-                              .watch_sources = stays});
+  return std::make_unique<Wiki>(Wiki::Services{.paths = std::move(paths),
+                                               .config = std::move(config),
+                                               .checkout = source::read_checkout(root),
+                                               .store = std::move(store),
+                                               .embedder = std::move(embedder),
+                                               .writer = writer,
+                                               .stays = process == Process::stays});
 }
 
 }  // namespace ossilar::workers::wiki

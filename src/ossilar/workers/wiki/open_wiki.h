@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ossilar/workers/wiki/config.h"
-#include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/wiki.h"
 
 namespace ossilar::workers::wiki {
 
@@ -20,10 +20,12 @@ WikiPaths wiki_paths(const std::filesystem::path& root, const WikiConfig& config
 // `.ossilar` with its own `.gitignore`. Gives the paths that it created, relative to `root`.
 std::vector<std::string> set_up_wiki(const std::filesystem::path& root);
 
+// Whether the process that opens a wiki makes one command of it or stays.
+enum class Process { one_command, stays };
+
 // Opens the wiki of the repository at `root`. `writer` names this program to others that wait for its lock.
-// With `stays` the process is there to follow up on its saves: see Services::lists_follow_above.
 // Throws utils::ConfigError for a repository that was never set up, and for a configuration that is wrong.
-std::unique_ptr<WikiGenerator> open_wiki(const std::filesystem::path& root, const std::string& writer,
-                                         bool stays = false);
+std::unique_ptr<Wiki> open_wiki(const std::filesystem::path& root, const std::string& writer,
+                                Process process = Process::one_command);
 
 }  // namespace ossilar::workers::wiki

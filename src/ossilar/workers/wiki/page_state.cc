@@ -49,9 +49,12 @@ SourceChanges source_changes(const Map& row, const PagePlan* plan, const source:
   return changes;
 }
 
+bool is_unverified(const Map& row) { return utils::string_member(row, "status") == kUnverified; }
+
 std::string stale_reason(const Map& row, const PagePlan* plan, const std::string& mark,
                          const source::SourceIndex& index, const std::string& steering) {
   if (plan == nullptr) return "no longer in the plan";
+  if (is_unverified(row)) return mark;  // there is nothing to compare with the sources
   SourceChanges changes = source_changes(row, plan, index, steering);
   std::vector<std::string> reasons;
   add_reason(reasons, "changed", std::move(changes.changed));
@@ -70,6 +73,10 @@ PageState state_of_row(const std::string& page_id, const Map& row, std::string r
   state.parent = utils::string_member(row, "parent_section");
   state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
   state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
+  if (reason.empty() && is_unverified(row)) {
+    state.condition = PageCondition::unverified;
+    reason = "its file does not say against which sources it was written; read it and save it";
+  }
   state.reason = std::move(reason);
   state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());
   const Map cache = build_cache_of(&row);
@@ -98,6 +105,8 @@ const char* condition_name(PageCondition condition) {
       return "ok";
     case PageCondition::stale:
       return "stale";
+    case PageCondition::unverified:
+      return "unverified";
   }
   return "";
 }
@@ -107,8 +116,10 @@ StateCounts count_states(const std::vector<PageState>& pages) {
     return static_cast<std::size_t>(std::count_if(
         pages.begin(), pages.end(), [&](const PageState& page) { return page.condition == condition; }));
   };
-  return {
-      .ok = in(PageCondition::ok), .stale = in(PageCondition::stale), .missing = in(PageCondition::missing)};
+  return {.ok = in(PageCondition::ok),
+          .stale = in(PageCondition::stale),
+          .missing = in(PageCondition::missing),
+          .unverified = in(PageCondition::unverified)};
 }
 
 std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,

@@ -12,9 +12,11 @@
 
 namespace ossilar::workers::wiki {
 
-enum class PageCondition { missing, ok, stale };
+// An unverified page was never saved here, and its file does not say against which sources it was written: a
+// hand wrote it.
+enum class PageCondition { missing, ok, stale, unverified };
 
-// "missing", "ok" or "stale".
+// "missing", "ok", "stale" or "unverified".
 const char* condition_name(PageCondition condition);
 
 struct PageState {
@@ -24,15 +26,18 @@ struct PageState {
   std::string parent;
   int level = 0;
   PageCondition condition = PageCondition::missing;
-  std::string reason;  // of a stale page: what changed
+  std::string reason;  // of a stale page what changed, of an unverified one why it is
   std::int64_t citations = 0;
   std::int64_t words = 0;
 };
 
 struct StateCounts {
-  std::size_t ok = 0, stale = 0, missing = 0;
+  std::size_t ok = 0, stale = 0, missing = 0, unverified = 0;
 };
 StateCounts count_states(const std::vector<PageState>& pages);
+
+// The `status` of a row that says that its page is unverified; a save makes it "ok".
+inline constexpr const char* kUnverified = "unverified";
 
 // The key beside the files in a row's source hashes that stands for the steering for every page.
 inline constexpr const char* kSteeringSource = "ossilar.toml [steering]";

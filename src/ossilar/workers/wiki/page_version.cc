@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ossilar/source/text_diff.h"
+#include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
 
@@ -13,16 +14,6 @@ constexpr std::size_t kVersionDigits = 16;
 
 // An agent's context is not to be filled by a diff; what is cut off it can read.
 constexpr std::size_t kLongestDiff = std::size_t{16} * 1024;
-
-ConditionalSave*& save_of_thread() {
-  thread_local ConditionalSave* save = nullptr;
-  return save;
-}
-
-SplicedInto*& splice_of_thread() {
-  thread_local SplicedInto* splice = nullptr;
-  return splice;
-}
 
 std::string shortened(std::string diff) {
   if (diff.size() <= kLongestDiff) return diff;
@@ -64,44 +55,39 @@ std::optional<std::string> ReadTexts::find(const std::string& version) const {
   return std::nullopt;
 }
 
-ConditionalSave::ConditionalSave(std::string wanted, const std::string& content)
-    : wanted_(std::move(wanted)), content_(content) {
-  save_of_thread() = this;
+StandingPage read_standing_page(const std::filesystem::path& pages, const std::filesystem::path& file) {
+  StandingPage page;
+  if (!utils::is_regular_file(file)) return page;
+  page.bytes = utils::read_file_within(pages, file);
+  const bool is_text = !utils::first_invalid_utf8(*page.bytes);
+  page.text = is_text ? utils::text_of(*page.bytes, file.string()) : *page.bytes;
+  return page;
 }
 
-ConditionalSave::~ConditionalSave() { save_of_thread() = nullptr; }
-
-ConditionalSave* ConditionalSave::current() { return save_of_thread(); }
-
-SplicedInto::SplicedInto() { splice_of_thread() = this; }
-
-SplicedInto::~SplicedInto() { splice_of_thread() = nullptr; }
-
-SplicedInto* SplicedInto::current() { return splice_of_thread(); }
-
-std::optional<Answer> ConditionalSave::refusal(const std::string& page_id, const StandingPage& page,
-                                               const ReadTexts& texts) const {
+std::optional<Answer> refuse_version(const std::string& page_id, const std::string& wanted,
+                                     const StandingPage& page, const ReadTexts& texts,
+                                     const std::string& content) {
   const std::string version = page.version();
-  if (version == wanted_) return std::nullopt;
-  if (!page.text) {
+  if (version == wanted) return std::nullopt;
+  if (!page.bytes) {
     return mismatch(page_id, "is not stored; save it with if_version \"new\", or without if_version",
                     version);
   }
-  if (wanted_ == kNoVersion) {
+  if (wanted == kNoVersion) {
     return mismatch(page_id, "exists already; read it, and save with if_version \"" + version + "\"",
                     version);
   }
-  const source::NamedText now{"the page now, version " + version, *page.text};
-  const auto read = texts.find(wanted_);
+  const source::NamedText now{"the page now, version " + version, page.text};
+  const auto read = texts.find(wanted);
   Answer answer = mismatch(
       page_id,
-      "changed since version " + utils::printable(wanted_) + " was read; `diff` shows " +
+      "changed since version " + utils::printable(wanted) + " was read; `diff` shows " +
           (read ? "what changed"
                 : "your text against the page as it is now, for the old text is not known any more") +
           ". Bring your text in line with it and save with if_version \"" + version + "\"",
       version);
-  answer["diff"] = shortened(read ? source::unified_diff({"version " + wanted_, *read}, now)
-                                  : source::unified_diff(now, {"your text", content_}));
+  answer["diff"] = shortened(read ? source::unified_diff({"version " + wanted, *read}, now)
+                                  : source::unified_diff(now, {"your text", content}));
   return answer;
 }
 

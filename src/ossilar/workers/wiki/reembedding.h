@@ -24,6 +24,7 @@ std::optional<EmbeddingChange> embedding_change(store::WikiStore& store, const s
 // models. What was embedded stays when it is ended half-way, and the next call goes on from there. Takes no
 // write lock; saves and other callers may run beside it. Throws what the embedder throws; utils::Cancelled
 // passes.
-void reembed(store::WikiStore& store, search::Embedder& embedder, const source::Progress& progress);
+void reembed(store::WikiStore& store, search::Embedder& embedder, const source::Progress& progress,
+             utils::Task& task);
 
 }  // namespace ossilar::workers::wiki

@@ -3,9 +3,11 @@
 #include <algorithm>
 
 #include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/former_file.h"
 #include "ossilar/workers/wiki/inspection.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/repo_facts.h"
 
 namespace ossilar::workers::wiki {
 
@@ -16,6 +18,10 @@ bool is_unusable_list(const Finding& finding) {
   return !finding.fixable && (finding.fault == Fault::index || finding.fault == Fault::manifest);
 }
 
+bool takes_page(Fault fault) {
+  return fault == Fault::newer_page || fault == Fault::edited_page || fault == Fault::file_without_row;
+}
+
 // Whether mending it changes what index or manifest tell.
 bool is_listed(const Finding& finding) {
   return finding.fixable && finding.fault != Fault::leftover && finding.fault != Fault::setup;
@@ -23,27 +29,38 @@ bool is_listed(const Finding& finding) {
 
 }  // namespace
 
-Repair::Repair(WikiGenerator& wiki, const ManifestContent& manifest)
-    : wiki_(wiki), manifest_(manifest), adoption_(wiki, manifest, wiki.prepare()) {}
+namespace {
 
-void Repair::run(const std::vector<Finding>& findings) {
+std::vector<std::string> pages_to_take(const std::vector<Finding>& findings) {
+  std::vector<std::string> pages;
   for (const Finding& finding : findings)
+    if (finding.fixable && takes_page(finding.fault)) pages.push_back(finding.page_id);
+  return pages;
+}
+
+}  // namespace
+
+Repair::Repair(Wiki& wiki, const ManifestContent& manifest, const std::vector<Finding>& findings)
+    : wiki_(wiki),
+      findings_(findings),
+      rows_(wiki.stored_pages()),
+      adoption_(wiki, manifest, pages_to_take(findings)) {}
+
+void Repair::run() {
+  for (const Finding& finding : findings_)
     if (finding.fixable) mend(finding);
-  adoption_.store_digests();
-  wiki_._reread_existing();
-  const bool can_list = std::none_of(findings.begin(), findings.end(), is_unusable_list);
-  if (!can_list || std::none_of(findings.begin(), findings.end(), is_listed)) return;
-  wiki_.write_lists({.git_commit = manifest_.commit.empty() ? wiki_._git_commit() : manifest_.commit,
-                     .files_covered = wiki_._stored_files_covered(),
-                     .lint = manifest_.lint},
-                    &manifest_);
+  adoption_.store_digests(wiki_.store());
+  wiki_.lists().note({}, {});  // what is there now is all that is to come
+  const bool can_list = std::none_of(findings_.begin(), findings_.end(), is_unusable_list);
+  if (can_list && std::any_of(findings_.begin(), findings_.end(), is_listed))
+    wiki_.lists().write_all(wiki_.stored_pages(), adoption_.manifest().lint);
 }
 
 // What is not here is set right for the whole wiki at the end of run().
 void Repair::mend(const Finding& finding) {
   switch (finding.fault) {
     case Fault::setup:
-      set_up_wiki(wiki_.paths_.root);
+      set_up_wiki(wiki_.paths().root);
       return;
     case Fault::newer_page:
     case Fault::edited_page:
@@ -56,67 +73,72 @@ void Repair::mend(const Finding& finding) {
     case Fault::digest:
       return settle_digest(finding.page_id);
     case Fault::leftover:
-      return utils::remove_leftovers((wiki_.paths_.root / finding.subject).parent_path());
+      return settle_leftover(finding);
     default:
       return;
   }
 }
 
 std::string Repair::text_of(const std::string& page_id) const {
-  return utils::read_text_file_within(wiki_.paths_.pages, wiki_.paths_.pages / (page_id + ".md"));
+  return utils::read_text_file_within(wiki_.paths().pages, wiki_.paths().page(page_id));
 }
 
 // What the row alone knows of the page goes to where replaced texts are, before the row goes or is about
 // another text.
-void Repair::keep_former(const std::string& page_id, const Map& row) const {
-  const auto cache = wiki_.store_->build_cache(wiki_.branch(), page_id);
+void Repair::keep_former_text(const std::string& page_id, const Map& row) const {
+  const auto cache = wiki_.store().build_cache(wiki_.branch(), page_id);
   const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
   if (!prose.empty())
-    wiki_.replaced_.keep(page_id, "# " + utils::string_member(row, "title") + "\n\n" + prose);
+    wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(row, "title") + "\n\n" + prose);
 }
 
 void Repair::take_over(const std::string& page_id) {
   const std::string text = text_of(page_id);
-  const store::StoredRows rows = wiki_._existing();
-  const Map* row = rows.find(page_id);
-  if (row != nullptr && !adoption_.is_described(page_id, text)) keep_former(page_id, *row);
-  adoption_.adopt_text(page_id, text);
+  const Map* row = rows_.find(page_id);
+  if (row != nullptr && !adoption_.is_described(page_id, text)) keep_former_text(page_id, *row);
+  adoption_.adopt_text(wiki_.store(), page_id, text);
 }
 
 void Repair::chunk_again(const std::string& page_id) {
-  const auto key = wiki_.store_->page_key(wiki_.branch(), page_id);
-  const store::StoredRows rows = wiki_._existing();
-  const Map* row = rows.find(page_id);
+  const auto key = wiki_.store().page_key(wiki_.branch(), page_id);
+  const Map* row = rows_.find(page_id);
   if (!key || row == nullptr) return;
   const auto citations = utils::json_member(*row, "citations").get<std::vector<Map>>();
-  const ChunkScope scope = wiki_._chunk_scope(page_id);
-  wiki_._store_chunks(*key, page_id,
-                      wiki_._chunk_and_embed(searchable_text(text_of(page_id)), citations, scope.elsewhere),
-                      scope.shared);
+  utils::Task task;
+  replace_chunks(wiki_.chunk_services(wiki_.store(), task), wiki_.branch(), page_id, *key,
+                 searchable_text(text_of(page_id)), citations);
 }
 
 void Repair::settle_digest(const std::string& page_id) {
-  const store::StoredRows rows = wiki_._existing();
-  if (const Map* row = rows.find(page_id); row != nullptr) {
-    const std::string text = text_of(page_id);
-    const bool came_whole =
-        utils::string_member(*row, "model") == Adoption::kModel && adoption_.is_described(page_id, text);
-    return adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"), !came_whole);
-  }
-  store::PageDigests digests = wiki_._page_digests();
-  digests.erase(page_id);
-  wiki_._set_page_digests(std::move(digests));
+  const Map* row = rows_.find(page_id);
+  if (row == nullptr) return adoption_.drop_digest(page_id);
+  const std::string text = text_of(page_id);
+  adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"),
+                          !adoption_.is_described(page_id, text));
 }
 
 void Repair::forget_page(const std::string& page_id) {
-  const store::StoredRows rows = wiki_._existing();
-  const Map* row = rows.find(page_id);
+  const Map* row = rows_.find(page_id);
   if (row == nullptr) return;
-  keep_former(page_id, *row);
-  wiki_.store_->remove_page(wiki_.branch(), page_id);
-  store::PageDigests digests = wiki_._page_digests();
-  digests.erase(page_id);
-  wiki_._set_page_digests(std::move(digests));
+  keep_former_text(page_id, *row);
+  wiki_.store().remove_page(wiki_.branch(), page_id);
+  adoption_.drop_digest(page_id);
+}
+
+// A temporary file is of no use to anybody. What a save replaced may be the only copy of a hand's text.
+void Repair::settle_leftover(const Finding& finding) const {
+  const std::filesystem::path file = wiki_.paths().root / finding.subject;
+  if (file.extension() != ".former") return utils::remove_leftovers(file.parent_path());
+  const auto page = page_of_former(file);
+  const std::string page_id = page ? page_id_of(wiki_.paths().pages, *page) : "";
+  const Map* row = rows_.find(page_id);
+  const std::string known = row != nullptr ? utils::string_member(*row, "content_hash") : "";
+  const auto is_known = [&](const std::string& text) { return _text_hash(text) == known; };
+  if (page) {
+    settle_former(*page, page_id, is_known, wiki_.replaced_texts());
+  } else {
+    wiki_.replaced_texts().take("former", file, utils::read_file_within(file.parent_path(), file));
+  }
 }
 
 }  // namespace ossilar::workers::wiki

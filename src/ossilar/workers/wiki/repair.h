@@ -14,9 +14,9 @@ namespace ossilar::workers::wiki {
 // from both comes last.
 class Repair {
  public:
-  // `manifest` is what could be read of it, and may be more than what is written in its place.
-  Repair(WikiGenerator& wiki, const ManifestContent& manifest);
-  void run(const std::vector<Finding>& findings);
+  // `manifest` is what could be read of the manifests.
+  Repair(Wiki& wiki, const ManifestContent& manifest, const std::vector<Finding>& findings);
+  void run();
 
  private:
   void mend(const Finding& finding);
@@ -24,11 +24,13 @@ class Repair {
   void chunk_again(const std::string& page_id);
   void settle_digest(const std::string& page_id);
   void forget_page(const std::string& page_id);
-  void keep_former(const std::string& page_id, const Map& row) const;
+  void keep_former_text(const std::string& page_id, const Map& row) const;
+  void settle_leftover(const Finding& finding) const;
   std::string text_of(const std::string& page_id) const;
 
-  WikiGenerator& wiki_;
-  const ManifestContent manifest_;
+  Wiki& wiki_;
+  const std::vector<Finding>& findings_;
+  const store::StoredRows rows_;  // as they were found
   Adoption adoption_;
 };
 

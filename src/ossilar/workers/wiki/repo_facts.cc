@@ -5,7 +5,6 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
-#include "ossilar/utils/task.h"
 
 namespace ossilar::workers::wiki {
 
@@ -21,8 +20,7 @@ std::string _now_iso() {
 }
 
 void _atomic_write(const std::filesystem::path& path, std::string_view text) {
-  utils::begin_stage("writing the page file");
-  utils::atomic_write(path, text);
+  utils::atomic_exchange(path, text);
 }
 
 }  // namespace ossilar::workers::wiki

@@ -6,9 +6,8 @@
 namespace ossilar::workers::wiki {
 
 void TitleIndex::update(const store::StoredRows& rows, const Plans& plans) {
-  const std::lock_guard lock(mutex_);
   if (!plans.same_records(plans_)) {
-    claims_.clear();
+    claims_ = {};
     rows_ = {};
     plans_ = plans;
     for (std::size_t i = 0; i < plans.size(); ++i) change_claims(plans[i].page_id, nullptr, true);
@@ -32,18 +31,23 @@ void TitleIndex::change_claims(const std::string& page_id, const Map* row, bool 
 
 void TitleIndex::change_claim(const std::string& title, const Claim& claim, bool add) {
   const std::string key = utils::fold_label(title);
+  const std::set<Claim>* known = claims_.find(key);
+  std::set<Claim> claims = known != nullptr ? *known : std::set<Claim>();
   if (add) {
-    claims_[key].insert(claim);
-  } else if (const auto found = claims_.find(key); found != claims_.end()) {
-    found->second.erase(claim);
-    if (found->second.empty()) claims_.erase(found);
+    claims.insert(claim);
+  } else {
+    claims.erase(claim);
+  }
+  if (claims.empty()) {
+    claims_.erase(key);
+  } else {
+    claims_.set(key, std::move(claims));
   }
 }
 
 std::optional<std::string> TitleIndex::find(std::string_view label) const {
-  const std::lock_guard lock(mutex_);
-  const auto found = claims_.find(utils::fold_label(label));
-  return found == claims_.end() ? std::nullopt : std::optional(found->second.begin()->second);
+  const std::set<Claim>* claims = claims_.find(utils::fold_label(label));
+  return claims == nullptr ? std::nullopt : std::optional(claims->begin()->second);
 }
 
 }  // namespace ossilar::workers::wiki

@@ -1,8 +1,6 @@
 // Which page a title names.
 #pragma once
 
-#include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -10,6 +8,7 @@
 #include <utility>
 
 #include "ossilar/store/repository.h"
+#include "ossilar/utils/snapshot_map.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {
@@ -17,10 +16,10 @@ namespace ossilar::workers::wiki {
 // Pages by title, compared as CommonMark compares link labels. A stored page's title comes before the planned
 // title of a page without a row, and both before former titles; among equals the first page id wins.
 //
-// Thread-safety: every member may be called from any thread.
+// Thread-safety: like a value; a copy is cheap and never changes.
 class TitleIndex {
  public:
-  // Brings the index in line with rows and plans, at the cost of what changed since the last call.
+  // Brings the index in line with rows and plans, at the cost of what differs from the last time.
   void update(const store::StoredRows& rows, const Plans& plans);
 
   std::optional<std::string> find(std::string_view label) const;
@@ -32,10 +31,9 @@ class TitleIndex {
   void change_claims(const std::string& page_id, const Map* row, bool add);
   void change_claim(const std::string& title, const Claim& claim, bool add);
 
-  mutable std::mutex mutex_;
   store::StoredRows rows_;
   Plans plans_;
-  std::map<std::string, std::set<Claim>, std::less<>> claims_;
+  utils::SnapshotMap<std::set<Claim>> claims_;
 };
 
 }  // namespace ossilar::workers::wiki

@@ -5,10 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "ossilar/search/chunking.h"
-#include "ossilar/search/embedder.h"
 #include "ossilar/store/repository.h"
 
 namespace ossilar::workers::wiki {
@@ -29,13 +26,5 @@ class VectorCache {
   std::map<std::string, store::Vector> newer_;
   std::map<std::string, store::Vector> older_;
 };
-
-// The vectors of the passages with these hashes, but for those in `elsewhere`, which are stored with another
-// page and stay: from the store, from the cache, and only for the rest from the embedder.
-std::map<std::string, store::Vector> passage_vectors(const std::vector<search::Passage>& passages,
-                                                     const std::vector<std::string>& hashes,
-                                                     const store::PassageHashes& elsewhere,
-                                                     store::WikiStore& store, search::Embedder& embedder,
-                                                     VectorCache& cache);
 
 }  // namespace ossilar::workers::wiki

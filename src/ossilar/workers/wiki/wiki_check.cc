@@ -8,6 +8,7 @@
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/store/write_lock.h"
 #include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/inspection.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 #include "ossilar/workers/wiki/repair.h"
@@ -104,6 +105,11 @@ std::vector<Finding> without(const std::vector<Finding>& findings, const std::ve
 
 }  // namespace
 
+bool CheckReport::is_clean() const {
+  return std::all_of(findings.begin(), findings.end(),
+                     [](const Finding& finding) { return finding.fault == Fault::unverified; });
+}
+
 const char* fault_name(Fault fault) {
   switch (fault) {
     case Fault::database:
@@ -134,31 +140,36 @@ const char* fault_name(Fault fault) {
       return "citations";
     case Fault::stale:
       return "stale";
+    case Fault::unverified:
+      return "unverified";
   }
   return "";
 }
 
-CheckReport WikiGenerator::check(bool fix) {
-  prepare();
-  // With `fix`, what is taken over is reported.
-  if (!fix) adopt_described(true);
+namespace {
+
+// With `fix`, what is taken over is reported.
+CheckReport check_open_wiki(Wiki& wiki, bool fix) {
+  if (!fix) adopt_arrivals(wiki, WhenBusy::wait);
   CheckReport report;
-  with_write_lock([&] {
-    if (const auto damage = store_->damage()) {
-      throw store::StorageError(paths_.database().string() + ": " + *damage, true);
+  wiki.with_write_lock(true, [&] {
+    if (const auto damage = wiki.store().damage()) {
+      throw store::StorageError(wiki.paths().database().string() + ": " + *damage, true);
     }
-    Inspection inspection(*this);
+    Inspection inspection(wiki);
     report.findings = inspection.run();
     if (fix && !report.findings.empty()) {
-      Repair(*this, inspection.manifest()).run(report.findings);
-      std::vector<Finding> left = Inspection(*this).run();
+      Repair(wiki, inspection.manifest(), report.findings).run();
+      std::vector<Finding> left = Inspection(wiki).run();
       report.fixed = without(report.findings, left);
       report.findings = std::move(left);
     }
   });
-  report.pages = stored_pages().size();
+  report.pages = wiki.stored_pages().size();
   return report;
 }
+
+}  // namespace
 
 CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
   const WikiConfig config = load_config(root / "ossilar.toml");
@@ -167,7 +178,7 @@ CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
   const auto check = [&] {
     const auto wiki = open_wiki(root, options.writer);
     wiki->prepare(options.indexing);
-    return wiki->check(options.fix);
+    return check_open_wiki(*wiki, options.fix);
   };
   std::string damage;
   try {

@@ -25,6 +25,7 @@ enum class Fault {
   leftover,          // a temporary file of a write that was cut short
   citations,         // a citation that the source does not bear out any more
   stale,             // a page whose sources changed
+  unverified,        // a page that does not say what it was written against; no fault of the wiki
 };
 
 // As messages and documents name it: "newer-page".
@@ -47,6 +48,9 @@ struct CheckReport {
   std::size_t pages = 0;          // that are stored
   std::vector<Finding> fixed;     // with `fix`: what was found and is gone
   std::vector<Finding> findings;  // what is left
+
+  // Whether nothing is wrong; an unverified page is told of, and that is all.
+  bool is_clean() const;
 };
 
 struct CheckOptions {

@@ -131,9 +131,10 @@ SearchHit hit_of(const FoundPassage& passage, double score, const std::string& q
 
 std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const store::PassageFilter& filter,
                                            const std::string& branch, store::WikiStore& store,
-                                           search::Embedder& embedder, std::string& warning) {
+                                           search::Embedder& embedder, const utils::Task& task,
+                                           std::string& warning) {
   try {
-    const auto vectors = embedder.embed({request.query});
+    const auto vectors = embedder.embed({request.query}, task);
     auto found = store.nearest(branch, embedder.model(), vectors.at(0), filter, kCandidates);
     found.erase(std::find_if(found.begin(), found.end(),
                              [](const FoundPassage& passage) { return passage.score < kNoise; }),
@@ -161,12 +162,13 @@ Map hit_document(const SearchHit& hit) {
 }
 
 std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, const std::string& branch,
-                                               store::WikiStore& store, search::Embedder& embedder) {
+                                               store::WikiStore& store, search::Embedder& embedder,
+                                               const utils::Task& task) {
   if (auto refusal = refuse(request)) return *std::move(refusal);
   const store::PassageFilter filter{.page_type = request.page_type, .path = index_path(request.path)};
   SearchResult result;
   const auto by_words = store.match_words(branch, request.query, filter, kCandidates);
-  const auto by_vectors = nearest_passages(request, filter, branch, store, embedder, result.warning);
+  const auto by_vectors = nearest_passages(request, filter, branch, store, embedder, task, result.warning);
   std::map<std::string, const FoundPassage*> passages;
   for (const auto* found : {&by_words, &by_vectors}) {
     for (const FoundPassage& passage : *found) passages.emplace(passage.hash, &passage);

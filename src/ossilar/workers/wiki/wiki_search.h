@@ -42,7 +42,8 @@ struct SearchResult {
 // The result, or an answer with `error` that refuses the request. The vectors compared are those of
 // `embedder`'s model; when it fails, the search goes by words alone and says so.
 std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, const std::string& branch,
-                                               store::WikiStore& store, search::Embedder& embedder);
+                                               store::WikiStore& store, search::Embedder& embedder,
+                                               const utils::Task& task);
 
 // A hit as programs get it: its fields by their names, the page's type as `type`.
 Map hit_document(const SearchHit& hit);

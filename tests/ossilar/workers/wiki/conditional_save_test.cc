@@ -12,6 +12,7 @@
 namespace ossilar::workers::wiki {
 namespace {
 
+using ::ossilar::testing::save_page;
 using ::ossilar::testing::WikiRepo;
 using ::testing::HasSubstr;
 
@@ -21,15 +22,20 @@ std::string version_in(const Answer& answer) { return utils::string_member(answe
 class ConditionalSaves : public ::testing::Test {
  protected:
   Answer save(const std::string& if_version, const std::string& one = "First.") {
-    return wiki_
-        ->save_page(
-            {.page_id = "alpha", .content = WikiRepo::text_about("alpha", one), .if_version = if_version})
+    utils::Task task;
+    return save(if_version, one, task);
+  }
+  Answer save(const std::string& if_version, const std::string& one, utils::Task& task) {
+    return wiki::save_page(
+               *wiki_,
+               {.page_id = "alpha", .content = WikiRepo::text_about("alpha", one), .if_version = if_version},
+               task)
         .answer;
   }
   std::string version() { return std::get<StoredPage>(wiki_->read_page("alpha")).version; }
 
   WikiRepo repo_;
-  std::unique_ptr<WikiGenerator> wiki_ = repo_.open();
+  std::unique_ptr<Wiki> wiki_ = repo_.open();
 };
 
 TEST_F(ConditionalSaves, ApplyToTheVersionNamedAndGiveTheNext) {
@@ -62,19 +68,18 @@ TEST_F(ConditionalSaves, SeeWhatAHandChangedWhileTheyWaitedForTheLock) {
   const std::string read = version_in(save("new"));
   store::WriteLock lock({.path = repo_.dir / ".ossilar/write.lock", .holder = "the test"});
   lock.acquire(false);
-  utils::TaskControl control([&](std::string_view step) {
+  utils::Task task([&](std::string_view step) {
     if (step != "waiting for the write lock" || repo_.page("alpha").ends_with("By hand.\n")) return;
     repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
     lock.release();
   });
-  const utils::TaskScope scope(control);
-  EXPECT_THAT(utils::string_member(save(read, "Mine."), "diff"), HasSubstr("+By hand."));
+  EXPECT_THAT(utils::string_member(save(read, "Mine.", task), "diff"), HasSubstr("+By hand."));
 }
 
 TEST_F(ConditionalSaves, KeepTheTextOfASaveThatFails) {
   std::filesystem::remove_all(repo_.dir / "wiki/pages");
   repo_.dir.write("wiki/pages", "a file where a folder must be");
-  const auto outcome = wiki_->save_page({.page_id = "alpha", .content = WikiRepo::text_about("alpha")});
+  const auto outcome = save_page(*wiki_, {.page_id = "alpha", .content = WikiRepo::text_about("alpha")});
   EXPECT_TRUE(outcome.failure);
   EXPECT_EQ(wiki_->kept_drafts().read(outcome.kept), WikiRepo::text_about("alpha"));
 }
@@ -87,11 +92,11 @@ TEST_F(ConditionalSaves, OfManyOntoOneVersionOneIsMade) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
-      WikiGenerator& wiki = i % 2 == 0 ? *wiki_ : *other;
+      Wiki& wiki = i % 2 == 0 ? *wiki_ : *other;
       const Answer answer =
-          wiki.save_page({.page_id = "alpha",
-                          .content = WikiRepo::text_about("alpha", "By " + std::to_string(i)),
-                          .if_version = read})
+          save_page(wiki, {.page_id = "alpha",
+                           .content = WikiRepo::text_about("alpha", "By " + std::to_string(i)),
+                           .if_version = read})
               .answer;
       if (answer.contains("saved")) ++saved;
       if (answer.contains("diff")) ++refused;
@@ -103,7 +108,7 @@ TEST_F(ConditionalSaves, OfManyOntoOneVersionOneIsMade) {
 }
 
 TEST_F(ConditionalSaves, ArePlannedPagesOnly) {
-  const auto outcome = wiki_->save_page({.page_id = "../alpha", .content = "text", .if_version = "new"});
+  const auto outcome = save_page(*wiki_, {.page_id = "../alpha", .content = "text", .if_version = "new"});
   EXPECT_THAT(error_of(outcome.answer), HasSubstr("not in the plan"));
   EXPECT_EQ(outcome.kept.find('/'), std::string::npos) << outcome.kept;
   EXPECT_EQ(repo_.dir.read(".ossilar/drafts/" + outcome.kept), "text");
@@ -112,11 +117,11 @@ TEST_F(ConditionalSaves, ArePlannedPagesOnly) {
 TEST_F(ConditionalSaves, KeepTheNewestRefusedTexts) {
   std::string kept;
   for (int i = 0; i < 60; ++i)
-    kept = wiki_->save_page({.page_id = "alpha", .content = "No source " + std::to_string(i)}).kept;
+    kept = save_page(*wiki_, {.page_id = "alpha", .content = "No source " + std::to_string(i)}).kept;
   const std::filesystem::directory_iterator drafts(repo_.dir / ".ossilar/drafts");
   EXPECT_EQ(std::distance(begin(drafts), end(drafts)), 50);
   EXPECT_EQ(wiki_->kept_drafts().read(kept), "No source 59");
-  EXPECT_EQ(wiki_->save_page({.page_id = "alpha", .content = " "}).kept, "") << "there is nothing to keep";
+  EXPECT_EQ(save_page(*wiki_, {.page_id = "alpha", .content = " "}).kept, "") << "there is nothing to keep";
 }
 
 // The step at which each cancellation comes; from the last on it comes too late.
@@ -125,20 +130,19 @@ TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
     const WikiRepo repo;
     const auto wiki = repo.open();
     int step = 0;
-    utils::TaskControl* self = nullptr;
-    utils::TaskControl control([&](std::string_view) {
+    utils::Task* self = nullptr;
+    utils::Task task([&](std::string_view) {
       if (++step == at) self->cancel();
     });
-    self = &control;
+    self = &task;
     bool ended = false;
     try {
-      const utils::TaskScope scope(control);
-      wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+      WikiGenerator(*wiki, task).save_agent_page("alpha", WikiRepo::text_about("alpha"));
     } catch (const utils::Cancelled&) {
       ended = true;
     }
-    EXPECT_EQ(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"), control.has_been_shielded()) << at;
-    EXPECT_NE(ended, control.has_been_shielded()) << at;
+    EXPECT_EQ(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"), task.has_been_shielded()) << at;
+    EXPECT_NE(ended, task.has_been_shielded()) << at;
     store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
     EXPECT_NO_THROW(lock.acquire(false)) << at;
     if (step < at) {

@@ -12,6 +12,7 @@ namespace ossilar::workers::wiki {
 namespace {
 
 using ::ossilar::testing::HttpServer;
+using ::ossilar::testing::save;
 using ::ossilar::testing::WikiRepo;
 using ::testing::HasSubstr;
 
@@ -41,33 +42,33 @@ class HttpWiki : public ::testing::Test {
 TEST_F(HttpWiki, FindsByMeaningAndSaysWhenItCannot) {
   const WikiRepo repo(config_for(server_.url()));
   const auto wiki = repo.open();
-  ASSERT_TRUE(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"));
-  const auto found = wiki->search({.query = "needle", .limit = 1});
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"));
+  const auto found = wiki->search({.query = "needle", .limit = 1}, {});
   EXPECT_EQ(std::get<SearchResult>(found).hits.at(0).section, "One") << "which holds no word of the query";
 
   down_ = true;
-  const auto by_words = wiki->search({.query = "haystack"});
+  const auto by_words = wiki->search({.query = "haystack"}, {});
   EXPECT_EQ(std::get<SearchResult>(by_words).hits.at(0).section, "One");
   EXPECT_THAT(std::get<SearchResult>(by_words).warning,
               HasSubstr("searched by words alone: the embedding service at"));
-  EXPECT_THROW(wiki->save_agent_page("beta", WikiRepo::text_about("beta")), search::EmbeddingError);
+  EXPECT_THROW(save(*wiki, "beta", WikiRepo::text_about("beta")), search::EmbeddingError);
   EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/beta.md"));
-  EXPECT_TRUE(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"))
+  EXPECT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"))
       << "text that is embedded already needs no service";
 }
 
 TEST_F(HttpWiki, NeverComparesVectorsOfTwoModels) {
   const WikiRepo repo;
-  ASSERT_TRUE(
-      repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"));
+  ASSERT_TRUE(save(*repo.open(), "alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"));
   repo.dir.write("ossilar.toml", config_for(server_.url()) + repo.dir.read("ossilar.toml"));
   const auto wiki = repo.open();
-  EXPECT_TRUE(std::get<SearchResult>(wiki->search({.query = "needle"})).hits.empty());
+  EXPECT_TRUE(std::get<SearchResult>(wiki->search({.query = "needle"}, {})).hits.empty());
   const auto change = wiki->embedding_change();
   ASSERT_TRUE(change);
   EXPECT_THAT(change->from, HasSubstr("local"));
-  wiki->reembed({});
-  const auto found = wiki->search({.query = "needle", .limit = 1});
+  utils::Task task;
+  wiki->reembed({}, task);
+  const auto found = wiki->search({.query = "needle", .limit = 1}, {});
   EXPECT_EQ(std::get<SearchResult>(found).hits.at(0).section, "One");
 }
 
@@ -75,8 +76,8 @@ TEST_F(HttpWiki, NeedsItsKeyOnlyToEmbed) {
   const WikiRepo repo(config_for(server_.url()) + "api_key_env = \"OSSILAR_NO_SUCH_KEY\"\n");
   const auto wiki = repo.open();
   EXPECT_FALSE(wiki->page_states().empty());
-  EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha")), utils::ConfigError);
-  const auto found = wiki->search({.query = "alpha"});
+  EXPECT_THROW(save(*wiki, "alpha", WikiRepo::text_about("alpha")), utils::ConfigError);
+  const auto found = wiki->search({.query = "alpha"}, {});
   EXPECT_THAT(std::get<SearchResult>(found).warning, HasSubstr("OSSILAR_NO_SUCH_KEY"))
       << "reading needs no key";
 }

@@ -7,14 +7,16 @@
 #include <chrono>
 #include <thread>
 
-#include "ossilar/store/forwarding_store.h"
 #include "ossilar/store/sqlite_store.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "ossilar/workers/wiki/sections.h"
+#include "support/hooked_store.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
+using ossilar::testing::save;
 using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -24,7 +26,7 @@ std::string error_of(const Answer& answer) { return utils::string_member(answer,
 
 bool is_saved(const Answer& answer) { return utils::member(answer, "saved") == Map(true); }
 
-PageState state_of(WikiGenerator& wiki, const std::string& page_id) {
+PageState state_of(Wiki& wiki, const std::string& page_id) {
   for (PageState& state : wiki.page_states()) {
     if (state.page_id == page_id) return state;
   }
@@ -35,16 +37,16 @@ PageState state_of(WikiGenerator& wiki, const std::string& page_id) {
 TEST(Host, SavesRefusesReplacesASectionAndReadsBack) {
   const WikiRepo repo;
   const auto wiki = repo.open();
-  const Answer refused = wiki->save_agent_page("alpha", "No sources [src/alpha.cpp:L1-L99].");
+  const Answer refused = save(*wiki, "alpha", "No sources [src/alpha.cpp:L1-L99].");
   EXPECT_THAT(error_of(refused), HasSubstr("page has 0 valid citation(s); at least 2 required."));
   EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"));
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::missing);
 
-  const Answer saved = wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  const Answer saved = save(*wiki, "alpha", WikiRepo::text_about("alpha"));
   ASSERT_TRUE(is_saved(saved)) << saved;
   EXPECT_EQ(saved.at("rel_path"), "pages/alpha.md");
   EXPECT_EQ(saved.at("citations"), 2);
-  const Answer section = wiki->save_agent_page("alpha", "Other [src/alpha.cpp:L5].", "## two ##");
+  const Answer section = save(*wiki, "alpha", "Other [src/alpha.cpp:L5].", "## two ##");
   ASSERT_TRUE(is_saved(section)) << section;
 
   const auto text = std::get<StoredPage>(wiki->read_page("alpha")).text;
@@ -60,39 +62,38 @@ TEST(Host, SavesRefusesReplacesASectionAndReadsBack) {
 TEST(Host, ADryRunAnswersAndWritesNothing) {
   const WikiRepo repo;
   const auto wiki = repo.open();
-  const Answer answer = wiki->preview_agent_page({"alpha", WikiRepo::text_about("alpha"), {}, {}});
+  const Answer answer = preview_page(*wiki, {"alpha", WikiRepo::text_about("alpha"), {}, {}});
   EXPECT_EQ(answer.at("saved"), false);
   EXPECT_EQ(answer.at("citations"), 2);
   EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"));
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::missing);
-  EXPECT_EQ(error_of(wiki->preview_agent_page({"alpha", " \n", {}, {}})), "content is required");
+  EXPECT_EQ(error_of(preview_page(*wiki, {"alpha", " \n", {}, {}})), "content is required");
 }
 
 TEST(Host, ATitleIsKeptTakenBackAndLinkedUnderItsFormerNames) {
   const WikiRepo repo;
   const auto wiki = repo.open();
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "The First")));
-  EXPECT_THAT(error_of(wiki->save_agent_page("beta", WikiRepo::text_about("beta"), {}, "the  FIRST")),
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The First")));
+  EXPECT_THAT(error_of(save(*wiki, "beta", WikiRepo::text_about("beta"), {}, "the  FIRST")),
               HasSubstr("is the title of page 'alpha'"));
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again."))));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "Again."))));
   EXPECT_THAT(repo.page("alpha"), ::testing::StartsWith("# The First\n"));
 
-  ASSERT_TRUE(
-      is_saved(wiki->save_agent_page("beta", WikiRepo::text_about("beta", "See [The first] and [Alpha]."))));
+  ASSERT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta", "See [The first] and [Alpha]."))));
   EXPECT_THAT(repo.page("beta"), HasSubstr("[The first]: alpha.md\n[Alpha]: alpha.md\n"));
 }
 
 TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
   const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n");
   const auto wiki = repo.open();
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("overview", "All of it.\n")));
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "First."))));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"))));
+  ASSERT_TRUE(is_saved(save(*wiki, "overview", "All of it.\n")));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "First."))));
   EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok) << "the abstract is the same";
 
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Another opening."))));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "Another opening."))));
   EXPECT_EQ(state_of(*wiki, "overview").reason, "what it builds on changed: alpha");
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("overview", "All of it, seen again.\n")));
+  ASSERT_TRUE(is_saved(save(*wiki, "overview", "All of it, seen again.\n")));
   EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok);
 
   repo.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
@@ -105,8 +106,8 @@ TEST(Host, ACloneAdoptsTheCommittedPages) {
   const WikiRepo repo;
   {
     const auto wiki = repo.open();
-    ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "The First")));
-    ASSERT_TRUE(is_saved(wiki->save_agent_page("beta", WikiRepo::text_about("beta"))));
+    ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The First")));
+    ASSERT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta"))));
   }
   std::filesystem::remove_all(repo.dir / ".ossilar");
   repo.dir.write("wiki/pages/beta.md", repo.page("beta") + "by hand\n");
@@ -114,7 +115,7 @@ TEST(Host, ACloneAdoptsTheCommittedPages) {
   repo.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
   set_up_wiki(repo.dir.path());
   const auto wiki = repo.open();
-  const AdoptionReport report = wiki->adopt_pages();
+  const AdoptionReport report = adopt_pages(*wiki);
   EXPECT_EQ(report.adopted, 2U);
   EXPECT_THAT(report.edited, ElementsAre("beta"));
   EXPECT_THAT(report.unplanned, ElementsAre((repo.dir / "wiki/pages/stray.md").string()));
@@ -123,9 +124,9 @@ TEST(Host, ACloneAdoptsTheCommittedPages) {
   EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp") << "the author saw the earlier source";
 
   const std::string before = repo.page("alpha");
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", split_authored(before, "").text())));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", split_authored(before, "").text())));
   EXPECT_EQ(repo.page("alpha"), before);
-  EXPECT_EQ(wiki->adopt_pages().adopted, 0U) << "what has a row is left alone";
+  EXPECT_EQ(adopt_pages(*wiki).adopted, 0U) << "what has a row is left alone";
 }
 
 // Calls the embedder's work is counted by, and a hook that runs once, in the middle of the next draft.
@@ -133,10 +134,11 @@ class WatchedEmbedder final : public search::Embedder {
  public:
   std::string model() const override { return inner_->model(); }
   std::size_t dimensions() const override { return inner_->dimensions(); }
-  std::vector<std::vector<float>> embed(const std::vector<std::string>& texts) override {
+  std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
+                                        const utils::Task& task) override {
     ++calls;
     if (auto run = std::exchange(hook, {})) run();
-    return inner_->embed(texts);
+    return inner_->embed(texts, task);
   }
   std::function<void()> hook;
   int calls = 0;
@@ -149,44 +151,32 @@ struct WatchedWiki {
   explicit WatchedWiki(const WikiRepo& repo, std::unique_ptr<store::WikiStore> with = nullptr) {
     auto owned = std::make_unique<WatchedEmbedder>();
     embedder = owned.get();
-    const WikiConfig config = load_config(repo.dir / "ossilar.toml");
-    const WikiPaths paths = wiki_paths(repo.dir.path(), config);
-    auto store = with ? std::move(with) : store::open_sqlite_store(paths.database());
-    wiki =
-        std::make_unique<WikiGenerator>(WikiGenerator::Services{.paths = paths,
-                                                                .config = config,
-                                                                .checkout = source::read_checkout(paths.root),
-                                                                .store = std::move(store),
-                                                                .embedder = std::move(owned),
-                                                                .writer = "test"});
+    wiki = repo.open_with(std::move(with), std::move(owned));
   }
   WatchedEmbedder* embedder = nullptr;
-  std::unique_ptr<WikiGenerator> wiki;
+  std::unique_ptr<Wiki> wiki;
 };
 
 TEST(Host, ASaveOfAnotherPageMeanwhileCostsNoSecondEmbedding) {
   const WikiRepo repo;
   WatchedWiki watched(repo);
   const auto other = repo.open();
-  watched.embedder->hook = [&] {
-    EXPECT_TRUE(is_saved(other->save_agent_page("beta", WikiRepo::text_about("beta"))));
-  };
-  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  watched.embedder->hook = [&] { EXPECT_TRUE(is_saved(save(*other, "beta", WikiRepo::text_about("beta")))); };
+  ASSERT_TRUE(is_saved(save(*watched.wiki, "alpha", WikiRepo::text_about("alpha"))));
   EXPECT_EQ(watched.embedder->calls, 1);
-  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  ASSERT_TRUE(is_saved(save(*watched.wiki, "alpha", WikiRepo::text_about("alpha"))));
   EXPECT_EQ(watched.embedder->calls, 1) << "a passage is embedded once";
 }
 
 TEST(Host, ALostRaceIsDraftedAgainFromWhatTheOtherSaved) {
-  const WikiRepo repo(
-      "[wiki]\nlock_timeout_s = 0.05\n");  // the other gives up its turn and saves all the same
+  const WikiRepo repo;
   WatchedWiki watched(repo);
-  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  ASSERT_TRUE(is_saved(save(*watched.wiki, "alpha", WikiRepo::text_about("alpha"))));
   const auto other = repo.open();
   watched.embedder->hook = [&] {
-    EXPECT_TRUE(is_saved(other->save_agent_page("alpha", "Theirs [src/alpha.cpp:L7].", "One", "Renamed")));
+    EXPECT_TRUE(is_saved(save(*other, "alpha", "Theirs [src/alpha.cpp:L7].", "One", "Renamed")));
   };
-  ASSERT_TRUE(is_saved(watched.wiki->save_agent_page("alpha", "Ours [src/alpha.cpp:L8].", "Two")));
+  ASSERT_TRUE(is_saved(save(*watched.wiki, "alpha", "Ours [src/alpha.cpp:L8].", "Two")));
   EXPECT_THAT(repo.page("alpha"),
               ::testing::StartsWith("# Renamed\n\nAbout alpha.\n\n## One\n\nTheirs "
                                     "[src/alpha.cpp:L7].\n\n## Two\n\nOurs [src/alpha.cpp:L8].\n"));
@@ -195,13 +185,12 @@ TEST(Host, ALostRaceIsDraftedAgainFromWhatTheOtherSaved) {
 TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
   const WikiRepo repo;
   const auto wiki = repo.open();
-  ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"))));
   constexpr int kSaves = 8;
   const auto run = [&](const std::string& page, const std::string& section, std::string& last) {
     for (int i = 0; i < kSaves; ++i) {
       const std::string text = section + std::to_string(i) + " [src/alpha.cpp:L1] [src/alpha.cpp:L2].";
-      const Answer answer =
-          page == "beta" ? wiki->save_agent_page(page, text) : wiki->save_agent_page(page, text, section);
+      const Answer answer = page == "beta" ? save(*wiki, page, text) : save(*wiki, page, text, section);
       if (is_saved(answer)) last = text;
     }
   };
@@ -219,56 +208,29 @@ TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
 }
 
-// Fails at one call of a save, counted over all that write.
-class FailingStore final : public store::ForwardingStore {
- public:
-  FailingStore(store::WikiStore& inner, const int& fail_at) : ForwardingStore(inner), fail_at_(fail_at) {}
-  std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
-                                const std::string& title, const store::PageFields& fields) override {
-    count();
-    return ForwardingStore::upsert_wiki_page(branch, page_id, title, fields);
-  }
-  void store_chunks(std::int64_t key, const std::vector<Map>& chunks,
-                    const store::PassageHashes& shared) override {
-    count();
-    ForwardingStore::store_chunks(key, chunks, shared);
-  }
-  void persist_digests(const std::string& branch, const store::PageDigests& digests,
-                       const std::map<std::string, std::string>& stale) override {
-    count();
-    ForwardingStore::persist_digests(branch, digests, stale);
-  }
-  void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
-    count();
-    ForwardingStore::mark_stale(branch, reasons);
-  }
-  void upsert_wiki_state(const std::string& branch, const store::WikiStateFields& fields) override {
-    count();
-    ForwardingStore::upsert_wiki_state(branch, fields);
-  }
-
- private:
-  void count() {
-    if (++calls_ == fail_at_) throw store::StorageError("disk full");
-  }
-  const int& fail_at_;
-  int calls_ = 0;
-};
+// A hook that fails at one call of a save, counted over all that write.
+testing::StoreHook failing_at(int fail_at) {
+  const auto calls = std::make_shared<int>(0);  // the store and its transactions count together
+  return [fail_at, calls](const std::string& operation) {
+    if (operation != "get_wiki_pages" && operation != "commit" && ++*calls == fail_at)
+      throw store::StorageError("disk full");
+  };
+}
 
 TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
   int failures = 0;
   for (int fail_at = 1;; ++fail_at) {
     const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n");
-    repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Before."));
-    ASSERT_TRUE(is_saved(repo.open()->save_agent_page("overview", "All of it.\n")));
+    save(*repo.open(), "alpha", WikiRepo::text_about("alpha", "Before."));
+    ASSERT_TRUE(is_saved(save(*repo.open(), "overview", "All of it.\n")));
     const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
     const auto digest_of_alpha = [&] { return *real->load_digests("default").find("alpha"); };
     const Map digest_before = digest_of_alpha();
-    WatchedWiki faulty(repo, std::make_unique<FailingStore>(*real, fail_at));
+    WatchedWiki faulty(repo, std::make_unique<testing::HookedStore>(*real, failing_at(fail_at)));
     const std::string text = WikiRepo::text_about("alpha");
     bool failed = false;
     try {
-      EXPECT_TRUE(is_saved(faulty.wiki->save_agent_page("alpha", text)));
+      EXPECT_TRUE(is_saved(save(*faulty.wiki, "alpha", text)));
     } catch (const store::StorageError&) {
       failed = true;
     }
@@ -276,7 +238,7 @@ TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
     const auto wiki = repo.open();
     EXPECT_EQ(real->stale_marks("default").contains("overview"), digest_of_alpha() != digest_before)
         << "what builds on the page is marked with the page's digest, or neither is; write " << fail_at;
-    ASSERT_TRUE(is_saved(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Next.")))) << fail_at;
+    ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "Next.")))) << fail_at;
     EXPECT_THAT(repo.page("alpha"), HasSubstr("Next."));
     if (!failed) break;
     ++failures;
@@ -286,13 +248,12 @@ TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
 
 TEST(Host, AnAdoptionThatFailsGivesTheLockBack) {
   const WikiRepo repo("[wiki]\nlock_timeout_s = 1\n");
-  repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  save(*repo.open(), "alpha", WikiRepo::text_about("alpha"));
   std::filesystem::remove(repo.dir / ".ossilar/index.db");
   const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
-  const int fail_at = 1;
-  WatchedWiki faulty(repo, std::make_unique<FailingStore>(*real, fail_at));
-  EXPECT_THROW(faulty.wiki->adopt_pages(), store::StorageError);
-  EXPECT_TRUE(is_saved(faulty.wiki->save_agent_page("beta", WikiRepo::text_about("beta"))));
+  WatchedWiki faulty(repo, std::make_unique<testing::HookedStore>(*real, failing_at(1)));
+  EXPECT_THROW(adopt_pages(*faulty.wiki), store::StorageError);
+  EXPECT_TRUE(is_saved(save(*faulty.wiki, "beta", WikiRepo::text_about("beta"))));
 }
 
 TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
@@ -300,7 +261,7 @@ TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
   repo.dir.write("outside.txt", "precious\n");
   const auto wiki = repo.open();
   std::filesystem::create_symlink(repo.dir / "outside.txt", repo.dir / "wiki/pages/alpha.md");
-  EXPECT_THROW(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha")), utils::Error);
+  EXPECT_THROW(save(*wiki, "alpha", WikiRepo::text_about("alpha")), utils::Error);
   EXPECT_EQ(repo.dir.read("outside.txt"), "precious\n");
   EXPECT_THROW(wiki->read_page("alpha"), utils::Error) << "nor read through";
 }

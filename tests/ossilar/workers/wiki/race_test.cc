@@ -13,18 +13,13 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// Both with the turns that savers take and, to put the commit's own check to the test, without.
-class TwoProcesses : public ::testing::TestWithParam<bool> {};
-
-TEST_P(TwoProcesses, EveryAcknowledgedSaveOfTwoSectionsIsInTheFinalPage) {
+TEST(TwoProcesses, EveryAcknowledgedSaveOfTwoSectionsIsInTheFinalPage) {
   const testing::WikiRepo repo;
-  ASSERT_TRUE(
-      repo.open()->save_agent_page("alpha", testing::WikiRepo::text_about("alpha")).contains("saved"));
+  ASSERT_TRUE(testing::save(*repo.open(), "alpha", testing::WikiRepo::text_about("alpha")).contains("saved"));
   utils::ProcessResult one;
   utils::ProcessResult two;
   const auto write = [&](const char* section, utils::ProcessResult& result) {
     std::vector<std::string> command{OSSILAR_SECTION_WRITER, repo.dir.path(), "alpha", section, "100"};
-    if (!GetParam()) command.emplace_back("crowding");
     result = utils::run_process(command, "");
   };
   std::thread first([&] { write("One", one); });
@@ -50,8 +45,6 @@ TEST_P(TwoProcesses, EveryAcknowledgedSaveOfTwoSectionsIsInTheFinalPage) {
   EXPECT_GT(saved, 0);
   std::cout << "[          ] saves: " << saved << " acknowledged, " << refused << " answered with an error\n";
 }
-
-INSTANTIATE_TEST_SUITE_P(Turns, TwoProcesses, ::testing::Bool());
 
 }  // namespace
 }  // namespace ossilar::workers::wiki

@@ -17,12 +17,14 @@
 #include "ossilar/store/sqlite_store.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/adoption.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
 namespace fs = std::filesystem;
+using ossilar::testing::save;
 using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -31,8 +33,8 @@ using ::testing::HasSubstr;
 struct World {
   explicit World(const std::string& more_config = "") : repo(more_config) {
     const auto wiki = repo.open();
-    wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
-    wiki->save_agent_page("beta", WikiRepo::text_about("beta"));
+    save(*wiki, "alpha", WikiRepo::text_about("alpha"));
+    save(*wiki, "beta", WikiRepo::text_about("beta"));
   }
 
   std::string file(const std::string& name) const { return repo.dir.read(name); }
@@ -72,7 +74,7 @@ struct Case {
 void save_elsewhere(const World& world, const std::string& text) {
   const fs::path other = world.repo.dir.path().string() + "-other";
   fs::copy(world.repo.dir.path(), other, fs::copy_options::recursive);
-  open_wiki(other, "test")->save_agent_page("alpha", text);
+  save(*open_wiki(other, "test"), "alpha", text);
   for (const char* name : {"wiki/pages/alpha.md", "wiki/manifest.json"})
     fs::copy_file(other / name, world.repo.dir / name, fs::copy_options::overwrite_existing);
   fs::remove_all(other);
@@ -105,12 +107,11 @@ const Case kCases[] = {
        world.append("wiki/pages/beta.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n");
        fs::remove(world.repo.dir / ".ossilar/index.db");
      },
-     "page-file wiki/pages/beta.md\nindex wiki/index.md\nmanifest wiki/manifest.json",
-     "page-file wiki/pages/beta.md"},
+     "page-file wiki/pages/beta.md\nmanifest wiki/manifest.json", "page-file wiki/pages/beta.md"},
     {"marks of a merge that are what the page is about",
      [](const World& world) {
-       world.repo.open()->save_agent_page(
-           "beta", WikiRepo::text_about("beta", "```\n<<<<<<< a\n>>>>>>> b\n```\n\nSo."));
+       save(*world.repo.open(), "beta",
+            WikiRepo::text_about("beta", "```\n<<<<<<< a\n>>>>>>> b\n```\n\nSo."));
        fs::remove(world.repo.dir / ".ossilar/index.db");
      },
      "", ""},
@@ -118,7 +119,7 @@ const Case kCases[] = {
      [](const World& world) {
        world.put("ossilar.toml",
                  world.file("ossilar.toml") + "[[page]]\nid = \"x/y\"\nsources = [\"src/beta.cpp\"]\n");
-       world.repo.open()->save_agent_page("x/y", WikiRepo::text_about("beta"));
+       save(*world.repo.open(), "x/y", WikiRepo::text_about("beta"));
        fs::rename(world.repo.dir / "wiki/pages/x", world.repo.dir / "x");
        fs::create_symlink("../../x", world.repo.dir / "wiki/pages/x");
      },
@@ -158,7 +159,7 @@ const Case kCases[] = {
      "row-without-file wiki/pages/beta.md", ""},
     {"a planned page that no row knows",
      [](const World& world) { world.put("wiki/pages/overview.md", "# All\n\nOf it.\n"); },
-     "file-without-row wiki/pages/overview.md", ""},
+     "file-without-row wiki/pages/overview.md", "unverified wiki/pages/overview.md"},
     {"a page of nobody's", [](const World& world) { world.put("wiki/pages/stray.md", "x\n"); },
      "file-without-row wiki/pages/stray.md", "file-without-row wiki/pages/stray.md"},
     {"no text", [](const World& world) { world.append("wiki/pages/beta.md", "\xff"); },
@@ -187,7 +188,7 @@ const Case kCases[] = {
      },
      "index wiki/index.md\nmanifest wiki/manifest.json", ""},
     {"a manifest in conflict",
-     [](const World& world) { world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\""); },
+     [](const World& world) { world.replace("wiki/manifest.json", ",\"pages", "<<<<<<< HEAD\n,\"pages"); },
      "manifest wiki/manifest.json", ""},
     {"temporary files",
      [](const World& world) {
@@ -232,7 +233,7 @@ const Case kCases[] = {
      "database .ossilar/index.db", ""},
     {"words that are gone",
      [](const World& world) {
-       world.repo.open()->search({.query = "first"});
+       world.repo.open()->search({.query = "first"}, {});
        world.sql("DELETE FROM words");
      },
      "database .ossilar/index.db", ""},
@@ -253,7 +254,7 @@ TEST(WikiCheck, NamesWhatIsWrongAndSetsRightWhatNeedsNoAuthor) {
     EXPECT_EQ(world.file("wiki/pages/alpha.md"), alpha) << "a repair changes no page file";
     if (!fs::is_regular_file(fs::symlink_status(world.repo.dir / "wiki/pages/beta.md")) && *each.left != '\0')
       continue;
-    EXPECT_TRUE(world.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta")).contains("saved"));
+    EXPECT_TRUE(save(*world.repo.open(), "beta", WikiRepo::text_about("beta")).contains("saved"));
   }
 }
 
@@ -281,8 +282,7 @@ TEST(WikiCheck, NamesEveryKindOfFaultSideBySide) {
   const World world(
       "[[page]]\nid = \"gamma\"\nsources = [\"src/beta.cpp\"]\n"
       "[[page]]\nid = \"delta\"\nsources = [\"src/beta.cpp\"]\n");
-  for (const char* page : {"gamma", "delta"})
-    world.repo.open()->save_agent_page(page, WikiRepo::text_about("beta"));
+  for (const char* page : {"gamma", "delta"}) save(*world.repo.open(), page, WikiRepo::text_about("beta"));
   world.replace("wiki/pages/alpha.md", "First.", "F [src/alpha.cpp:L99].");
   world.replace("wiki/pages/delta.md", "First.", "F [src/beta.cpp:L7].");
   fs::remove(world.repo.dir / "wiki/pages/beta.md");
@@ -320,12 +320,12 @@ TEST(WikiCheck, MakesTheDatabaseAnewFromTheWikisFilesAlone) {
 
 TEST(WikiCheck, ABrokenManifestStillSaysWhatOnlyItKnows) {
   const World world;
-  world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha"), {}, "Chosen");
-  world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\"");
+  save(*world.repo.open(), "alpha", WikiRepo::text_about("alpha"), {}, "Chosen");
+  world.replace("wiki/manifest.json", ",\"pages", "<<<<<<< HEAD\n,\"pages");
   fs::remove_all(world.repo.dir / ".ossilar");
   set_up_wiki(world.repo.dir.path());
   EXPECT_TRUE(world.check(true).findings.empty());
-  world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again."));
+  save(*world.repo.open(), "alpha", WikiRepo::text_about("alpha", "Again."));
   EXPECT_THAT(world.file("wiki/pages/alpha.md"), ::testing::StartsWith("# Chosen\n")) << "the agent's title";
 }
 
@@ -365,7 +365,7 @@ struct Clone {
   const fs::path root;
 };
 
-std::string state_of(WikiGenerator& wiki, const std::string& page_id) {
+std::string state_of(Wiki& wiki, const std::string& page_id) {
   for (const PageState& state : wiki.status().pages)
     if (state.page_id == page_id) return state.condition == PageCondition::stale ? "stale" : "not stale";
   return "not planned";
@@ -378,33 +378,26 @@ TEST(Pull, IsTakenOverPageByPageAsItArrives) {
   const Clone ours(theirs);
   const auto wiki = open_wiki(ours.root, "session");
   wiki->prepare();
-  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U);
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 0U);
 
-  theirs.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Another opening."));
-  theirs.repo.open()->save_agent_page("beta", WikiRepo::text_about("beta", "Another, too."));
+  save(*theirs.repo.open(), "alpha", WikiRepo::text_about("alpha", "Another opening."));
+  save(*theirs.repo.open(), "beta", WikiRepo::text_about("beta", "Another, too."));
   ours.take(theirs, "wiki/manifest.json");
-  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U) << "the pages are still to come";
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 0U) << "the pages are still to come";
   ours.take(theirs, "wiki/pages/alpha.md");
-  EXPECT_EQ(wiki->adopt_described(true).adopted, 1U);
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 1U);
   EXPECT_EQ(state_of(*wiki, "overview"), "stale") << "it was not written for this alpha";
   std::ofstream(ours.root / "wiki/pages/beta.md") << "\xff";
-  EXPECT_EQ(wiki->adopt_described(true).adopted, 0U);
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 0U);
   ours.take(theirs, "wiki/pages/beta.md");
-  EXPECT_EQ(wiki->adopt_described(true).adopted, 1U);
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 1U);
 }
 
-TEST(Pull, AManifestKeepsWhatItAloneKnowsWhenAnotherPageIsSaved) {
+TEST(Pull, AManifestInConflictIsMadeAgainByTheNextSave) {
   const World world;
-  const auto wiki = world.repo.open();
-  world.sql("DELETE FROM pages WHERE page_id = 'beta'");
-  world.append("wiki/pages/beta.md", "By hand.\n");
-  EXPECT_TRUE(
-      world.repo.open()->save_agent_page("alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
-  EXPECT_THAT(world.file("wiki/manifest.json"), HasSubstr("\"page_id\": \"beta\""));
-  world.replace("wiki/manifest.json", "\"lint\"", "<<<<<<< HEAD\n\"lint\"");
-  const std::string conflict = world.file("wiki/manifest.json");
-  EXPECT_TRUE(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "Once more.")).contains("saved"));
-  EXPECT_EQ(world.file("wiki/manifest.json"), conflict) << "left to whoever merges it";
+  world.replace("wiki/manifest.json", ",\"pages", "<<<<<<< HEAD\n,\"pages");
+  EXPECT_TRUE(save(*world.repo.open(), "alpha", WikiRepo::text_about("alpha", "Again.")).contains("saved"));
+  EXPECT_EQ(World::names(world.check().findings), "");
 }
 
 TEST(Pull, AClonesPageTakesANewPlannedTitle) {
@@ -413,8 +406,8 @@ TEST(Pull, AClonesPageTakesANewPlannedTitle) {
   fs::remove_all(world.repo.dir / ".ossilar");
   set_up_wiki(world.repo.dir.path());
   const auto wiki = world.repo.open();
-  wiki->adopt_pages();
-  wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"));
+  adopt_pages(*wiki);
+  save(*wiki, "alpha", WikiRepo::text_about("alpha"));
   EXPECT_THAT(world.file("wiki/pages/alpha.md"), ::testing::StartsWith("# First\n"));
 }
 
@@ -431,14 +424,14 @@ TEST(HandEdits, AreKeptWhenASaveReplacesThem) {
   };
   world.replace("wiki/pages/alpha.md", "First.", "By hand.");
   const std::string edited = world.file("wiki/pages/alpha.md");
-  const std::string section = warning_of(wiki->save_agent_page("alpha", "Now. [src/alpha.cpp:L9]", "Two"));
+  const std::string section = warning_of(save(*wiki, "alpha", "Now. [src/alpha.cpp:L9]", "Two"));
   EXPECT_EQ(kept_in(section), edited);
   EXPECT_THAT(world.file("wiki/pages/alpha.md"), HasSubstr("By hand."))
       << "a section save keeps it in the page";
-  EXPECT_EQ(warning_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha"))), "") << "a row knew it";
+  EXPECT_EQ(warning_of(save(*wiki, "alpha", WikiRepo::text_about("alpha"))), "") << "a row knew it";
 
   world.put("wiki/pages/alpha.md", "not UTF-8: \xff");
-  const std::string whole = warning_of(wiki->save_agent_page("alpha", WikiRepo::text_about("alpha", "New.")));
+  const std::string whole = warning_of(save(*wiki, "alpha", WikiRepo::text_about("alpha", "New.")));
   EXPECT_EQ(kept_in(whole), "not UTF-8: \xff");
 }
 

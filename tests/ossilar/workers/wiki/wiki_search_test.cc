@@ -23,7 +23,7 @@ TEST(Retrieval, FindsTheAnswerAmongTheFirstThreeForNineInTen) {
   const auto questions = ossilar::testing::retrieval_questions();
   ASSERT_GE(questions.size(), 40U);
   const auto score = ossilar::testing::score_of(questions, [&](const std::string& query) {
-    return std::get<SearchResult>(wiki.wiki->search({.query = query, .limit = 10})).hits;
+    return std::get<SearchResult>(wiki.wiki->search({.query = query, .limit = 10}, {})).hits;
   });
   EXPECT_GE(score.hits_within(3), 0.9);
 }
@@ -33,11 +33,11 @@ class Search : public ::testing::Test {
   void save(const std::string& page_id, const std::string& text,
             const std::optional<std::string>& title = {}) {
     const std::string cites = "\n\nCited [src/" + page_id + ".cpp:L1] [src/" + page_id + ".cpp:L2].\n";
-    const Answer answer = wiki_->save_agent_page(page_id, text + cites, {}, title);
+    const Answer answer = ossilar::testing::save(*wiki_, page_id, text + cites, {}, title);
     ASSERT_TRUE(answer.contains("saved")) << answer;
   }
   std::vector<std::string> places(const SearchRequest& request) {
-    const auto result = wiki_->search(request);
+    const auto result = wiki_->search(request, {});
     std::vector<std::string> found;
     for (const SearchHit& hit : std::get<SearchResult>(result).hits)
       found.push_back(hit.page_id + "#" + hit.section);
@@ -45,7 +45,7 @@ class Search : public ::testing::Test {
   }
 
   WikiRepo repo_;
-  std::unique_ptr<WikiGenerator> wiki_ = repo_.open();
+  std::unique_ptr<Wiki> wiki_ = repo_.open();
 };
 
 TEST_F(Search, FindsIdentifiersInAnySpelling) {
@@ -107,7 +107,7 @@ TEST_F(Search, CutsTheExcerptAroundWhatWasAskedFor) {
     for (int i = 0; i < 40; ++i) filler += "Füllung ohne Belang." + between;
     save("alpha", "Alpha.\n\n## Long\n\nA kumquat." + between + filler + "Here is the ripe kumquat." +
                       between + filler);
-    const auto found = wiki_->search({.query = "ripe kumquat"});
+    const auto found = wiki_->search({.query = "ripe kumquat"}, {});
     const auto hit = std::get<SearchResult>(found).hits.at(0);
     EXPECT_THAT(hit.excerpt,
                 AllOf(HasSubstr("Here is the ripe kumquat."), Not(HasSubstr("\n")), Not(HasSubstr("##"))));
@@ -124,7 +124,7 @@ TEST_F(Search, RefusesWhatItCannotAnswer) {
        {Case{{.query = " \n"}, "empty"}, Case{{.query = std::string(3000, 'x')}, "at most 2000"},
         Case{{.query = "x", .limit = 0}, "from 1 to 50"}, Case{{.query = "x", .limit = 51}, "from 1 to 50"},
         Case{{.query = "x", .page_type = "poem"}, "no page type 'poem'"}}) {
-    const auto found = wiki_->search(each.request);
+    const auto found = wiki_->search(each.request, {});
     ASSERT_TRUE(std::holds_alternative<Answer>(found)) << each.says;
     EXPECT_THAT(std::get<Answer>(found).at("error").get<std::string>(), HasSubstr(each.says));
   }
@@ -167,7 +167,7 @@ TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
   };
   save("alpha", "Alpha.\n\n## Names\n\nIt calls `parseHTTPHeader`.");
   for (const auto& each : cases) {
-    if (each.words_are_indexed) wiki_->search({.query = "names"});
+    if (each.words_are_indexed) wiki_->search({.query = "names"}, {});
     wiki_.reset();
     SQLite::Database database(repo_.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE);
     database.exec(kFormerTables);

@@ -13,65 +13,59 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-class WriteGroupTest : public StoreTest {
+class StoreTransactionTest : public StoreTest {
  protected:
-  std::int64_t put(const std::string& page, const std::string& description = "") {
-    return store.upsert_wiki_page("main", page, page, {.description = description});
-  }
-
-  std::size_t seen_elsewhere() {
-    std::size_t pages = 0;
-    std::thread([&] { pages = store.get_wiki_pages("main").size(); }).join();
-    return pages;
+  static std::int64_t put(WikiStore& into, const std::string& page, const std::string& description = "") {
+    return into.upsert_wiki_page("main", page, page, {.description = description});
   }
 };
 
-TEST_F(WriteGroupTest, IsSeenByItsThreadAtOnceAndByOthersWhenItIsCommitted) {
-  put("before");
-  auto group = store.begin_group("store a page");
-  const std::int64_t key = put("a");
-  store.store_chunks(key, {chunk(0, "x")}, {});
-  PageDigests digests = store.load_digests("main");
+TEST_F(StoreTransactionTest, IsSeenThroughItselfAtOnceAndByOthersWhenItIsCommitted) {
+  put(store, "before");
+  auto group = store.begin("store a page");
+  const std::int64_t key = put(*group, "a");
+  group->store_chunks(key, {chunk(0, "x")}, {});
+  PageDigests digests = group->load_digests("main");
   digests.set("a", Map{{"d", 1}});
-  store.persist_digests("main", digests, {{"before", "why"}});
-  store.upsert_wiki_state("main", {.page_count = 2});
+  group->persist_digests("main", digests, {{"before", "why"}});
+  group->upsert_wiki_state("main", {.page_count = 2});
 
-  EXPECT_EQ(store.get_wiki_pages("main").size(), 2);
-  EXPECT_THAT(store.chunks("main", "a"), SizeIs(1));
-  EXPECT_NE(store.load_digests("main").find("a"), nullptr);
-  EXPECT_THAT(store.stale_marks("main"), SizeIs(1));
-  EXPECT_EQ(seen_elsewhere(), 1);
+  EXPECT_EQ(group->get_wiki_pages("main").size(), 2);
+  EXPECT_THAT(group->chunks("main", "a"), SizeIs(1));
+  EXPECT_NE(group->load_digests("main").find("a"), nullptr);
+  EXPECT_THAT(group->stale_marks("main"), SizeIs(1));
+  EXPECT_EQ(store.get_wiki_pages("main").size(), 1);
   EXPECT_EQ(stored("SELECT count(*) FROM pages"), 1);
 
   group->commit();
   group.reset();
-  EXPECT_EQ(seen_elsewhere(), 2);
+  EXPECT_EQ(store.get_wiki_pages("main").size(), 2);
   const auto other = open_sqlite_store(file);
   EXPECT_THAT(other->chunks("main", "a"), SizeIs(1));
   EXPECT_NE(other->load_digests("main").find("a"), nullptr);
   EXPECT_EQ(other->wiki_state("main")->page_count, 2);
 }
 
-TEST_F(WriteGroupTest, LeavesNothingWithoutACommit) {
-  put("before");
+TEST_F(StoreTransactionTest, LeavesNothingWithoutACommit) {
+  put(store, "before");
   {
-    const auto group = store.begin_group("store a page");
-    put("a");
-    store.remove_page("main", "before");
-    EXPECT_EQ(store.get_wiki_pages("main").size(), 1);
+    const auto group = store.begin("store a page");
+    put(*group, "a");
+    group->remove_page("main", "before");
+    EXPECT_EQ(group->get_wiki_pages("main").size(), 1);
   }
   EXPECT_NE(store.get_wiki_pages("main").find("before"), nullptr);
   EXPECT_EQ(store.get_wiki_pages("main").find("a"), nullptr);
-  put("b");
+  put(store, "b");
   EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
 }
 
-TEST_F(WriteGroupTest, AWriteThatFailsTakesItselfBackAlone) {
-  const auto group = store.begin_group("store a page");
-  const std::int64_t key = put("a");
-  EXPECT_NE(refusal([&] { store.store_chunks(key, {chunk(0, "x"), chunk(1, "y", Map())}, {}); }), "");
-  EXPECT_NE(refusal([&] { put("b", "\xff"); }), "");
-  put("c");
+TEST_F(StoreTransactionTest, AWriteThatFailsTakesItselfBackAlone) {
+  const auto group = store.begin("store a page");
+  const std::int64_t key = put(*group, "a");
+  EXPECT_NE(refusal([&] { group->store_chunks(key, {chunk(0, "x"), chunk(1, "y", Map())}, {}); }), "");
+  EXPECT_NE(refusal([&] { put(*group, "b", "\xff"); }), "");
+  put(*group, "c");
   group->commit();
   const auto other = open_sqlite_store(file);
   EXPECT_EQ(other->get_wiki_pages("main").size(), 2);
@@ -80,31 +74,31 @@ TEST_F(WriteGroupTest, AWriteThatFailsTakesItselfBackAlone) {
 }
 
 // SQLite ends a transaction whose log it cannot write: what was written before is gone with it.
-TEST_F(WriteGroupTest, SaysSoWhenAFailureTookItAllBack) {
+TEST_F(StoreTransactionTest, SaysSoWhenAFailureTookItAllBack) {
   std::signal(SIGXFSZ, SIG_IGN);
-  put("before");
+  put(store, "before");
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
   {
-    const auto group = store.begin_group("store the page a");
-    put("a");
+    const auto group = store.begin("store the page a");
+    put(*group, "a");
     rlimit small = before;
     small.rlim_cur = std::size_t{256} * 1024;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     std::string failure;
     for (int i = 0; i < 50 && failure.empty(); ++i)
-      failure = refusal([&] { put("big" + std::to_string(i), std::string(200'000, 'x')); });
+      failure = refusal([&] { put(*group, "big" + std::to_string(i), std::string(200'000, 'x')); });
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
     EXPECT_NE(failure, "") << "more than the cache holds goes to the log";
-    EXPECT_THAT(refusal([&] { put("c"); }), HasSubstr("taken back"));
+    EXPECT_THAT(refusal([&] { put(*group, "c"); }), HasSubstr("taken back"));
     EXPECT_THAT(refusal([&] { group->commit(); }), HasSubstr("taken back"));
   }
   EXPECT_EQ(store.get_wiki_pages("main").size(), 1);
-  put("d");
+  put(store, "d");
   EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
 }
 
-TEST_F(WriteGroupTest, ThatReadsFirstComesAfterAnothersCommit) {
+TEST_F(StoreTransactionTest, ThatReadsFirstComesAfterAnothersCommit) {
   Connection other(file, SQLite::OPEN_READWRITE);
   for (int round = 0; round < 20; ++round) {
     std::latch begun(1);
@@ -112,10 +106,10 @@ TEST_F(WriteGroupTest, ThatReadsFirstComesAfterAnothersCommit) {
     std::thread writer([&] {
       begun.count_down();
       EXPECT_EQ(refusal([&] {
-                  const auto group = store.begin_group("store a page");
-                  store.get_wiki_pages("main");
+                  const auto group = store.begin("store a page");
+                  group->get_wiki_pages("main");
                   std::this_thread::yield();
-                  put("a");
+                  put(*group, "a");
                   group->commit();
                 }),
                 "");
@@ -128,7 +122,7 @@ TEST_F(WriteGroupTest, ThatReadsFirstComesAfterAnothersCommit) {
 }
 
 // Who only reads is not to wait for a writer that hangs: what it would store beside is left.
-TEST_F(WriteGroupTest, OfAnotherProcessKeepsNobodyWaitingWithASourceRecord) {
+TEST_F(StoreTransactionTest, OfAnotherProcessKeepsNobodyWaitingWithASourceRecord) {
   Connection other(file, SQLite::OPEN_READWRITE);
   other.database().exec("BEGIN IMMEDIATE");
   store.update_source_records({{"a", "1"}});
@@ -138,18 +132,18 @@ TEST_F(WriteGroupTest, OfAnotherProcessKeepsNobodyWaitingWithASourceRecord) {
   EXPECT_THAT(source_records(store), SizeIs(1));
 }
 
-TEST_F(WriteGroupTest, GroupsOfThreadsComeOneAfterTheOther) {
+TEST_F(StoreTransactionTest, GroupsOfThreadsComeOneAfterTheOther) {
   constexpr int kThreads = 4;
   constexpr int kGroups = 10;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < kGroups; ++i) {
-        const auto group = store.begin_group("store pages");
-        const std::size_t before = store.get_wiki_pages("main").size();
-        put(std::to_string(t) + "/" + std::to_string(i) + "a");
-        put(std::to_string(t) + "/" + std::to_string(i) + "b");
-        EXPECT_EQ(store.get_wiki_pages("main").size(), before + 2);
+        const auto group = store.begin("store pages");
+        const std::size_t before = group->get_wiki_pages("main").size();
+        put(*group, std::to_string(t) + "/" + std::to_string(i) + "a");
+        put(*group, std::to_string(t) + "/" + std::to_string(i) + "b");
+        EXPECT_EQ(group->get_wiki_pages("main").size(), before + 2);
         group->commit();
       }
     });

@@ -1,0 +1,285 @@
+#include "ossilar/workers/wiki/list_files.h"
+
+#include <algorithm>
+#include <set>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kFolder = "lists";
+// A file's name may have 255 bytes.
+constexpr std::size_t kLongestName = 200;
+constexpr std::size_t kHashDigits = 16;
+
+bool is_manifest(const std::string& name) { return name.ends_with(kManifestEnd); }
+
+// Link text in a list: brackets and marks of a title stand for themselves.
+std::string escaped(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    if (std::string_view("\\`*_<>[]&").find(c) != std::string_view::npos) out += '\\';
+    out += c;
+  }
+  return out;
+}
+
+// The overview is what a reader opens first, then what is about the whole repository, then the modules, where
+// the order of the ids puts a module before its parts.
+int rank_of(const Map& row) {
+  const std::string type = utils::string_member(row, "page_type");
+  if (type == "overview") return 0;
+  if (type == "architecture") return 1;
+  return utils::member(row, "level") == Map(0) ? 2 : 3;
+}
+
+std::vector<std::string> in_reading_order(const ListPart& part, const store::StoredRows& rows) {
+  std::vector<std::string> pages = part.pages;
+  std::stable_sort(pages.begin(), pages.end(), [&](const std::string& a, const std::string& b) {
+    return rank_of(*rows.find(a)) < rank_of(*rows.find(b));
+  });
+  return pages;
+}
+
+// How many of the listed pages the page is a part of. Plans have no circle; a row may be of an older plan, so
+// the way up is bounded.
+std::size_t depth_of(const std::string& page_id, const store::StoredRows& rows,
+                     const std::set<std::string>& listed) {
+  constexpr int kMostSteps = 64;
+  std::size_t depth = 0;
+  const Map* row = rows.find(page_id);
+  for (int step = 0; step < kMostSteps && row != nullptr; ++step) {
+    const std::string parent = utils::string_member(*row, "parent_section");
+    if (parent.empty()) break;
+    depth += listed.count(parent);
+    row = rows.find(parent);
+  }
+  return depth;
+}
+
+std::string index_line(const Map& row, const std::string& up) {
+  std::string line = "- [" + escaped(utils::string_member(row, "title")) + "](" + up +
+                     utils::string_member(row, "rel_path") + ")";
+  const std::string summary = utils::string_member(row, "summary");
+  if (!summary.empty()) line += ": " + escaped(summary);
+  return line + "\n";
+}
+
+// A part as readers see it: "src/core/..." of the prefix "src/core/".
+std::string part_title(const std::string& prefix) { return escaped(prefix) + "..."; }
+
+}  // namespace
+
+std::string list_file(const std::string& prefix, const char* end) {
+  if (prefix.empty()) return std::string(end == std::string_view(kIndexEnd) ? "index" : "manifest") + end;
+  std::string name = prefix.substr(0, kLongestName);
+  std::replace(name.begin(), name.end(), '/', '+');  // which no page id has
+  if (prefix.size() > kLongestName) name += "+" + utils::sha256_hex(prefix).substr(0, kHashDigits);
+  return std::string(kFolder) + "/" + name + end;
+}
+
+std::string render_index(const ListPart& part, const store::StoredRows& rows) {
+  const bool is_whole = part.prefix.empty();
+  const std::string up = is_whole ? "" : "../";
+  std::string out = is_whole ? "# Wiki\n\n" : "# " + part_title(part.prefix) + "\n\n";
+  out += "<!-- Rebuilt by every save. -->\n\n";
+  if (!is_whole) out += "Part of the [wiki](../index.md).\n\n";
+  if (part.pages.empty() && part.parts.empty()) return out + "No page has been written yet.\n";
+  const std::set<std::string> listed(part.pages.begin(), part.pages.end());
+  for (const std::string& page_id : in_reading_order(part, rows)) {
+    out.append(2 * depth_of(page_id, rows, listed), ' ').append(index_line(*rows.find(page_id), up));
+  }
+  for (const std::string& prefix : part.parts) {
+    const std::string file = list_file(prefix, kIndexEnd);
+    out += "- [" + part_title(prefix) + "](" + (is_whole ? file : file.substr(file.find('/') + 1)) + ")\n";
+  }
+  return out;
+}
+
+WikiLists::WikiLists(fs::path wiki, fs::path pages) : wiki_(std::move(wiki)), pages_(std::move(pages)) {}
+
+std::string WikiLists::read(const std::string& name) const {
+  const fs::path file = wiki_ / name;
+  if (!utils::is_regular_file(file)) return "";
+  return utils::normalise_line_ends(utils::read_file_within(wiki_, file));
+}
+
+// A file that reads as it should is left alone: a sync costs more than the look.
+std::optional<utils::FileStamp> WikiLists::write(const std::string& name, const std::string& text) const {
+  if (read(name) == text) return std::nullopt;
+  return utils::atomic_write(wiki_ / name, text);
+}
+
+// Whether the page's file is not what its row knows, and is what `content` describes.
+bool WikiLists::is_right(const std::string& page_id, const ManifestContent& content, const Map* row) const {
+  const fs::path file = pages_ / (page_id + ".md");
+  try {
+    if (!utils::is_regular_file(file)) return false;
+    const std::string hash = _text_hash(utils::read_text_file_within(pages_, file));
+    const bool is_known = row != nullptr && utils::string_member(*row, "content_hash") == hash;
+    return !is_known && content.describes(page_id, hash);
+  } catch (const utils::Error&) {
+    return false;  // what cannot be read is not what a line describes
+  }
+}
+
+bool WikiLists::is_awaited(const std::string& page_id) const {
+  const std::lock_guard lock(mutex_);
+  return awaited_.count(pages_ / (page_id + ".md")) > 0;
+}
+
+// Of the manifest in place, a line that is not the rows' may be right all the same: its page came by version
+// control and waits for its adoption, to which the line is the proof. Only such lines are parsed.
+WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::StoredRows& rows,
+                                           const Map& lint, const Waiting& waiting) const {
+  ManifestLines lines = manifest_lines(part, rows);
+  Manifest manifest{.text = render_manifest(part, lines, lint)};
+  const std::string in_place = read(list_file(part.prefix, kManifestEnd));
+  if (in_place == manifest.text) return manifest;
+  std::set<std::string_view> ours;
+  for (const std::string_view line : utils::split_lines(manifest.text)) ours.insert(line);
+  std::string others;
+  for (const std::string_view line : utils::split_lines(in_place)) {
+    if (ours.count(line) == 0) others.append(line).append("\n");
+  }
+  const ManifestContent content = read_manifest(others);
+  for (const auto& [page_id, line] : content.lines) {
+    if (page_id == waiting.but) continue;
+    const bool waits = waiting.awaited && is_awaited(page_id);
+    if (!waits && !is_right(page_id, content, rows.find(page_id))) continue;
+    lines[page_id] = line;
+    manifest.has_waiting = true;
+  }
+  if (manifest.has_waiting) manifest.text = render_manifest(part, lines, lint);
+  return manifest;
+}
+
+// The manifest last: it vouches for what is done.
+void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
+                           const std::string& saved) {
+  write(list_file(part.prefix, kIndexEnd), render_index(part, rows));
+  const std::string name = list_file(part.prefix, kManifestEnd);
+  const Manifest manifest = manifest_of(part, rows, lint, {.awaited = true, .but = saved});
+  const auto stamp = write(name, manifest.text);
+  if (stamp && !manifest.has_waiting) note_own(name, *stamp);
+}
+
+void WikiLists::write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id) {
+  const std::vector<ListPart> way = parts_to(rows, page_id);
+  const bool is_divided_as_before = std::all_of(way.begin(), way.end() - 1, [&](const ListPart& part) {
+    return read(list_file(part.prefix, kManifestEnd)) ==
+           manifest_of(part, rows, lint, {.awaited = true, .but = page_id}).text;
+  });
+  if (!is_divided_as_before) return write_all(rows, lint);
+  write_part(way.back(), rows, lint, page_id);
+}
+
+// From the bottom up, so that no list names one that is not there.
+void WikiLists::write_all(const store::StoredRows& rows, const Map& lint) {
+  const std::vector<ListPart> parts = all_parts(rows);
+  std::for_each(parts.rbegin(), parts.rend(),
+                [&](const ListPart& part) { write_part(part, rows, lint, ""); });
+  for (const std::string& stray : strays(rows)) {
+    std::error_code gone;
+    fs::remove(wiki_ / stray, gone);
+  }
+}
+
+std::vector<ListFile> WikiLists::expected(const store::StoredRows& rows, const Map& lint) const {
+  std::vector<ListFile> files;
+  for (const ListPart& part : all_parts(rows)) {
+    files.push_back({list_file(part.prefix, kIndexEnd), render_index(part, rows)});
+    files.push_back({list_file(part.prefix, kManifestEnd), manifest_of(part, rows, lint, {}).text});
+  }
+  return files;
+}
+
+std::vector<std::string> WikiLists::files_in_lists() const {
+  std::vector<std::string> names;
+  std::error_code ended;
+  for (fs::directory_iterator at(wiki_ / kFolder, ended), end; !ended && at != end; at.increment(ended)) {
+    const fs::path name = at->path().filename();
+    const bool is_list = name.extension() == kIndexEnd || name.extension() == kManifestEnd;
+    if (is_list && at->symlink_status().type() == fs::file_type::regular)
+      names.push_back(std::string(kFolder) + "/" + name.string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> WikiLists::strays(const store::StoredRows& rows) const {
+  std::vector<std::string> found = files_in_lists();
+  if (found.empty()) return found;
+  std::set<std::string> wanted;
+  for (const ListPart& part : all_parts(rows)) {
+    for (const char* end : {kIndexEnd, kManifestEnd}) wanted.insert(list_file(part.prefix, end));
+  }
+  std::erase_if(found, [&](const std::string& name) { return wanted.count(name) > 0; });
+  return found;
+}
+
+// Looked for as text: a save asks, and the rest of a manifest is long.
+Map WikiLists::lint() const {
+  const std::string text = read(list_file("", kManifestEnd));
+  static constexpr std::string_view kKey = "\"lint\"";
+  return text.find(kKey) == text.npos ? Map() : read_manifest(text).lint;
+}
+
+std::vector<std::string> WikiLists::manifests() const {
+  std::vector<std::string> names = files_in_lists();
+  std::erase_if(names, [](const std::string& name) { return !is_manifest(name); });
+  names.push_back(list_file("", kManifestEnd));
+  return names;
+}
+
+WikiLists::Stamps WikiLists::news() const {
+  const std::vector<std::string> names = manifests();
+  Stamps changed;
+  const std::lock_guard lock(mutex_);
+  const bool has_come = std::any_of(awaited_.begin(), awaited_.end(), [](const auto& page) {
+    return utils::stamp_of(page.first) != page.second;
+  });
+  for (const std::string& name : names) {
+    const utils::FileStamp stamp = utils::stamp_of(wiki_ / name);
+    const auto noted = noted_.find(name);
+    if (has_come || stamp != (noted == noted_.end() ? utils::FileStamp{} : noted->second))
+      changed.emplace(name, stamp);
+  }
+  return changed;
+}
+
+ManifestContent WikiLists::read(const Stamps& manifests) const {
+  ManifestContent content;
+  for (const auto& [name, stamp] : manifests) content.merge(read_manifest(read(name)));
+  return content;
+}
+
+ManifestContent WikiLists::read_all() const {
+  Stamps all;
+  for (const std::string& name : manifests()) all[name] = {};
+  return read(all);
+}
+
+void WikiLists::note_own(const std::string& name, const utils::FileStamp& stamp) {
+  const std::lock_guard lock(mutex_);
+  noted_[name] = stamp;
+}
+
+void WikiLists::note(const Stamps& manifests, const PageStamps& awaited) {
+  const std::lock_guard lock(mutex_);
+  for (const auto& [name, stamp] : manifests) {
+    if (utils::stamp_of(wiki_ / name) == stamp)
+      noted_[name] = stamp;  // else it was written since, by us perhaps
+  }
+  awaited_ = awaited;
+}
+
+}  // namespace ossilar::workers::wiki
