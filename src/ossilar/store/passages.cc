@@ -9,6 +9,7 @@
 
 #include "ossilar/store/rows.h"
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/json.h"
 
 namespace ossilar::store {
 namespace {
@@ -26,6 +27,12 @@ std::string vector_bytes(const Vector& vector) {
   }
   return bytes;
 }
+
+// A page may hold tens of thousands of passages, and each is to cost what the first does. A statement that
+// SQLite may have to take back by itself, one that cascades or has RETURNING, ends by cutting SQLite's
+// statement journal back to where it began. That journal lies in memory, holds all that the step of a group
+// has changed, and is walked from its front. So passages go in one statement, and one that comes has its key
+// asked for afterwards.
 
 // Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
 // passage.
@@ -53,7 +60,7 @@ constexpr const char* kDeleteChunk = "DELETE FROM chunks WHERE page_key = ?1 AND
 constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
 constexpr const char* kPassage = "SELECT passage_key, text FROM passages WHERE hash = ?1";
 constexpr const char* kHashOf = "SELECT hash FROM passages WHERE passage_key = ?1";
-constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2) RETURNING passage_key";
+constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2)";
 constexpr const char* kSetPassage = "UPDATE passages SET text = ?2 WHERE passage_key = ?1";
 constexpr const char* kBecomePassage = "UPDATE passages SET hash = ?2, text = ?3 WHERE passage_key = ?1";
 constexpr const char* kDropVectorsBut = "DELETE FROM vectors WHERE passage_key = ?1 AND model != ?2";
@@ -74,9 +81,9 @@ constexpr const char* kAddVector =
     "INSERT INTO vectors SELECT passage_key, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
 constexpr const char* kRenameModel = "UPDATE chunks SET model = ?1 WHERE model != ?1";
 constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
-constexpr const char* kDropPassage =
-    "DELETE FROM passages WHERE passage_key = ?1"
-    " AND NOT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1)";
+constexpr const char* kDropPassages =
+    "DELETE FROM passages WHERE passage_key IN (SELECT value FROM json_each(?1))"
+    " AND NOT EXISTS (SELECT 1 FROM chunks WHERE chunks.passage_key = passages.passage_key)";
 
 std::string required_text(const Map& chunk, const char* key) {
   const Map& value = utils::member(chunk, key);
@@ -120,7 +127,7 @@ class GoingPassages {
 
   // To be called when the page's chunks are written.
   void drop_rest() {
-    for (const std::int64_t key : keys_) Query(connection_, kDropPassage, key).run();
+    if (!keys_.empty()) Query(connection_, kDropPassages, utils::json_text(Map(keys_))).run();
   }
 
  private:
@@ -147,9 +154,8 @@ std::int64_t add_passage(Connection& connection, const std::string& hash, const 
     Query(connection, kDropVectorsBut, *key, model).run();
     return *key;
   }
-  Query added(connection, kAddPassage, hash, text);
-  added.next();
-  return added.number(0);
+  Query(connection, kAddPassage, hash, text).run();
+  return connection.database().getLastInsertRowid();
 }
 
 std::int64_t keep_passage(Connection& connection, const Map& chunk, GoingPassages& going) {

@@ -1,14 +1,18 @@
 #include "ossilar/store/sqlite_store.h"
 
+#include <sqlite3.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <csignal>
 #include <latch>
 #include <limits>
+#include <string_view>
 #include <thread>
 #include <vector>
 
+#include "ossilar/store/passages.h"
+#include "ossilar/store/schema.h"
 #include "store_fixture.h"
 
 namespace ossilar::store {
@@ -224,6 +228,27 @@ TEST_F(PassagesTest, PassageGoesWithTheLastPageThatHoldsIt) {
     EXPECT_EQ(embedded(), step.kept) << step.why;
   }
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 1);
+}
+
+// One statement a passage would take time by the square of their number: each that cascades ends with a walk
+// through all that the step has noted.
+TEST_F(PassagesTest, HoweverManyPassagesGoTheyGoInOneStatement) {
+  const auto count_deletions = [](unsigned, void* count, void* ended, void*) {
+    const std::string_view text(sqlite3_sql(static_cast<sqlite3_stmt*>(ended)));
+    *static_cast<int*>(count) += text.starts_with("DELETE FROM passages") ? 1 : 0;
+    return 0;
+  };
+  std::vector<std::string> many;
+  for (int i = 0; i < 30; ++i) many.push_back("passage " + std::to_string(i));
+  const auto key = put("a", many);
+  put("b", {many[7]});
+  Connection connection = open_database(file);
+  int deletions = 0;
+  sqlite3_trace_v2(connection.database().getHandle(), SQLITE_TRACE_PROFILE, count_deletions, &deletions);
+  replace_chunks(connection, key, {}, {});
+  EXPECT_EQ(deletions, 1);
+  EXPECT_EQ(stored("SELECT count(*) FROM passages"), 1);
+  EXPECT_EQ(stored("SELECT count(*) FROM vectors"), 1);
 }
 
 // A new passage may take the place of one that goes: nothing of that one is to be taken for the new one's.
