@@ -190,15 +190,14 @@ bool is_upkeep_folder(std::string_view name) {
   return is_one_of(lower_case(name), kNames);
 }
 
-int entry_rank(const SourceFile& file, std::string_view repository_name) {
+int entry_rank(const SourceFile& file) {
   static constexpr std::array<std::string_view, 5> kProgram{"main", "__main__", "index", "app", "server"};
   static constexpr std::array<std::string_view, 4> kPackage{"lib", "mod", "__init__", "doc"};
   const std::string stem = lower_case(file_stem(file.path));
   if (is_one_of(stem, kProgram)) return 0;
-  if (stem == lower_case(repository_name)) return 1;
-  if (is_one_of(stem, kPackage)) return 2;
-  if (stem == lower_case(file_name(folder_of(file.path)))) return 3;
-  return file.symbols.has_main() ? 4 : kNoEntryPoint;
+  if (is_one_of(stem, kPackage)) return 1;
+  if (stem == lower_case(file_name(folder_of(file.path)))) return 2;
+  return file.symbols.has_main() ? 3 : kNoEntryPoint;
 }
 
 std::vector<std::string> overview_files(const source::SourceIndex& index) {

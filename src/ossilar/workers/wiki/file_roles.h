@@ -35,10 +35,9 @@ std::string_view file_stem(std::string_view path);
 std::string_view folder_of(std::string_view path);
 
 // How much `file` tells a newcomer about the folder that it is in; a lower rank tells more. Below
-// kNoEntryPoint for files that begin a program or a package, or are named after their folder or the
-// repository.
+// kNoEntryPoint for files that begin a program or a package, or are named after their folder.
 inline constexpr int kNoEntryPoint = 10;
-int entry_rank(const source::SourceFile& file, std::string_view repository_name);
+int entry_rank(const source::SourceFile& file);
 
 // READMEs, and the manifests at the root: what an overview rests on.
 std::vector<std::string> overview_files(const source::SourceIndex& index);

@@ -142,7 +142,7 @@ std::vector<const SourceFile*> telling_files(const std::vector<std::string>& pat
     if (file == nullptr || file->kind != source::FileKind::text || file->lines == 0) continue;
     const FileRole role = file_role(*file);
     const int order = is_readme(path) ? 0 : role == FileRole::code ? 1 : role == FileRole::prose ? 2 : 3;
-    ranked.push_back({{order, entry_rank(*file, ""), -file->lines, file->path}, file});
+    ranked.push_back({{order, entry_rank(*file), -file->lines, file->path}, file});
   }
   std::sort(ranked.begin(), ranked.end());
   std::vector<const SourceFile*> files;

@@ -29,7 +29,7 @@ constexpr std::int64_t kHighShare = 10;
 struct Repo {
   const source::SourceIndex& index;
   const FolderTree& tree;
-  const std::string& name;
+  const std::string& name;  // of a checkout, which may be any: for titles and descriptions alone
 };
 
 // Two significant digits: a description that changes with every line would be noise.
@@ -163,8 +163,8 @@ const SourceFile* main_file(const Draft& draft, const Repo& repo) {
   std::optional<std::pair<Rank, const SourceFile*>> best;
   for (const SourceFile* file : draft.files) {
     if (repo.tree.role(*file) != FileRole::code || file->lines < kEmptyLines) continue;
-    const Rank rank(std::count(file->path.begin(), file->path.end(), '/'), entry_rank(*file, repo.name),
-                    -file->lines, file->path);
+    const Rank rank(std::count(file->path.begin(), file->path.end(), '/'), entry_rank(*file), -file->lines,
+                    file->path);
     if (!best || rank < best->first) best.emplace(rank, file);
   }
   return best ? best->second : nullptr;
@@ -244,7 +244,7 @@ void relate(std::vector<PagePlan>& pages) {
 
 std::vector<PagePlan> derive_plan(const source::SourceIndex& index, const std::string& repository_name) {
   const FolderTree tree(index);
-  const std::vector<Draft> drafts = cut_tree(tree, repository_name);
+  const std::vector<Draft> drafts = cut_tree(tree);
   UniqueNames names;
   const Repo repo{index, tree, repository_name};
   std::vector<PagePlan> pages = pages_about_all(drafts, repo, names);

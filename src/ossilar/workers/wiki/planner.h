@@ -11,7 +11,8 @@
 namespace ossilar::workers::wiki {
 
 // The plan that the tree itself suggests: `overview`, `architecture`, and a page per module with a size that
-// an author can handle. The same tree gives the same plan. `repository_name` is for titles and descriptions.
+// an author can handle. The same tree gives the same plan, but for titles and descriptions, in which
+// `repository_name` stands.
 std::vector<PagePlan> derive_plan(const source::SourceIndex& index, const std::string& repository_name);
 
 // `pages` with the entries of the configuration applied, in their order: amended in place, or added at the

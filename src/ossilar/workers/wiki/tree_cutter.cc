@@ -39,8 +39,7 @@ std::vector<const SourceFile*> files_of(const std::vector<Item>& items) {
 // Walks the tree from the top and cuts it into pages.
 class Cutter {
  public:
-  Cutter(const FolderTree& tree, std::string repository_name, std::int64_t reach)
-      : tree_(tree), repository_name_(std::move(repository_name)), reach_(reach) {}
+  Cutter(const FolderTree& tree, std::int64_t reach) : tree_(tree), reach_(reach) {}
 
   std::vector<Draft> cut() {
     open_.push_back({0, kTop});
@@ -86,7 +85,6 @@ class Cutter {
   void open_all(const std::vector<std::size_t>& folders, std::size_t parent);
 
   const FolderTree& tree_;
-  std::string repository_name_;
   std::int64_t reach_;
   std::vector<Draft> drafts_;
   std::vector<Open> open_;
@@ -246,7 +244,7 @@ std::vector<Item> Cutter::take_entry_points(const std::string& folder, std::vect
   std::vector<std::tuple<int, std::int64_t, std::size_t>> ranked;
   for (std::size_t i = 0; i < items.size(); ++i) {
     const bool named_alike = items[i].name == file_name(folder);
-    const int rank = entry_rank(*items[i].files.front(), repository_name_);
+    const int rank = entry_rank(*items[i].files.front());
     ranked.emplace_back(named_alike ? 0 : rank, -items[i].weight, i);
   }
   std::sort(ranked.begin(), ranked.end());
@@ -280,14 +278,14 @@ void Cutter::gather(std::size_t folder, std::size_t parent) {
 
 }  // namespace
 
-std::vector<Draft> cut_tree(const FolderTree& tree, const std::string& repository_name) {
+std::vector<Draft> cut_tree(const FolderTree& tree) {
   std::int64_t reach = kReach;
   // A page holds about two reaches at most, so a nearer one need not be tried.
   while (tree.root().weight / reach > 2 * static_cast<std::int64_t>(kMostPages)) reach *= 2;
-  std::vector<Draft> drafts = Cutter(tree, repository_name, reach).cut();
+  std::vector<Draft> drafts = Cutter(tree, reach).cut();
   while (drafts.size() > kMostPages && reach < kFarthestReach) {
     reach *= 2;
-    drafts = Cutter(tree, repository_name, reach).cut();
+    drafts = Cutter(tree, reach).cut();
   }
   return drafts;
 }

@@ -28,6 +28,6 @@ struct Draft {
 };
 
 // The drafts for the whole tree, each after the one above it. Valid as long as the tree's index.
-std::vector<Draft> cut_tree(const FolderTree& tree, const std::string& repository_name);
+std::vector<Draft> cut_tree(const FolderTree& tree);
 
 }  // namespace ossilar::workers::wiki

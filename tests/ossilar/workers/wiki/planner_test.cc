@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "ossilar/workers/wiki/glob.h"
 #include "support/rows.h"
@@ -199,6 +200,43 @@ TEST(DerivePlan, OverviewAndArchitectureRestOnWhatShowsTheWhole) {
   EXPECT_EQ(page(pages, "lib").importance, "high");
   EXPECT_EQ(page(pages, "docs").importance, "low");
   EXPECT_THAT(page(pages, "lib").related_pages, UnorderedElementsAre("architecture", "app", "docs"));
+}
+
+// Everything of a plan but what only a reader sees.
+using Structure = std::tuple<std::string, std::string, int, std::string, std::string,
+                             std::vector<std::string>, std::vector<std::string>, std::vector<std::string>>;
+
+std::vector<Structure> structure_of(const std::vector<PagePlan>& pages) {
+  std::vector<Structure> out;
+  for (const PagePlan& p : pages) {
+    out.emplace_back(p.page_id, p.importance, p.level, p.type, p.parent, p.children, p.source_files,
+                     p.related_pages);
+  }
+  return out;
+}
+
+// A checkout that is copied to a folder of another name is the same repository.
+TEST(DerivePlan, TheNameOfTheRepositoryIsForTitlesAndDescriptionsAlone) {
+  const struct {
+    const char* why;
+    std::vector<TreeFile> files;
+  } rows[] = {
+      {"what a large root folder keeps on its own page",
+       files_in("", "a", 20, 300) + files_in("", "n", 20, 300) + std::vector<TreeFile>{{"core.c", 250}}},
+      {"what a large folder keeps on its own page, and so how its rest is cut",
+       files_in("src/", "a", 21, 300) + files_in("src/", "n", 21, 300) +
+           std::vector<TreeFile>{{"src/core.c", 290}, {"src/Core.h", 280}}},
+      {"what the architecture rests on", {{"src/core.c", 200}, {"src/other.c", 900}, {"core.py", 50}}},
+      {"folders and titles of that name", files_in("core/", "f", 9, 300) +
+                                              files_in("core (root)/", "f", 9, 300) +
+                                              std::vector<TreeFile>{{"core.c", 300}, {"other.c", 300}}},
+  };
+  for (const auto& row : rows) {
+    const source::SourceIndex index = tree_of(row.files);
+    const std::vector<PagePlan> pages = derive_plan(index, "core");
+    expect_sound(pages);
+    EXPECT_EQ(structure_of(pages), structure_of(derive_plan(index, "elsewhere"))) << row.why;
+  }
 }
 
 TEST(DerivePlan, StaysBoundedForAHugeTree) {
