@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ossilar/source/git.h"
+#include "ossilar/source/git_files.h"
 #include "ossilar/source/indexer.h"
 #include "ossilar/utils/text.h"
 
@@ -70,8 +71,11 @@ using Reads = std::function<void(const std::filesystem::path&)>;
 void tell_reference(const Reads& reads, git_repository* repository, const std::string& name) {
   const std::filesystem::path own = git_repository_path(repository);
   const std::filesystem::path common = git_repository_commondir(repository);
-  reads(own / name);
-  if (common != own) reads(common / name);
+  for (const auto& directory : {own, common}) {
+    reads(directory / name);
+    look_at_reference(directory / name);
+    if (common == own) return;
+  }
 }
 
 // The name that the reference `name` leads to, or "" when it is a commit's. Only HEAD has to be there; what

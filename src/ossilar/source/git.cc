@@ -5,6 +5,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "ossilar/source/git_files.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {
@@ -32,22 +33,20 @@ bool holds_git(const std::filesystem::path& root) {
   return true;
 }
 
+// By what libgit2 takes for one; nothing is opened.
+bool is_bare_repository(const std::filesystem::path& root) {
+  std::error_code error;
+  return std::filesystem::exists(root / "HEAD", error) &&
+         std::filesystem::is_directory(root / "objects", error) &&
+         std::filesystem::is_directory(root / "refs", error);
+}
+
 // Opened as a bare one: libgit2 1.5 leaks memory for each setting when it opens a checkout whose
 // configuration is of version 1, and the working tree is not its business here.
 GitHandle<git_repository> open_git_directory(const std::filesystem::path& directory) {
   git_repository* opened = nullptr;
   const int result = git_repository_open_bare(&opened, directory.c_str());
   return GitHandle<git_repository>(result < 0 ? nullptr : opened);
-}
-
-// The directory that `.git` in `root` is or names, or "" when it is no git directory.
-std::filesystem::path git_directory(const std::filesystem::path& root) {
-  git_buf found{};
-  const std::string ceiling = root.parent_path().string();
-  const int result = git_repository_discover(&found, root.c_str(), 1, ceiling.c_str());
-  std::filesystem::path directory = result < 0 ? "" : found.ptr;
-  git_buf_dispose(&found);
-  return directory;
 }
 
 // Whether the extension changes nothing about how the index and HEAD read.
@@ -110,12 +109,13 @@ utils::Error git_error(const std::string& what, utils::Place place) {
 GitHandle<git_repository> open_repository(const std::filesystem::path& root) {
   use_libgit2();
   if (!holds_git(root)) {
-    if (open_git_directory(root)) throw_bare(root);
+    if (is_bare_repository(root)) throw_bare(root);
     return nullptr;
   }
   const std::string where = "the git repository at " + root.string();
-  const std::filesystem::path directory = git_directory(root);
-  auto repository = directory.empty() ? nullptr : open_git_directory(directory);
+  const std::filesystem::path directory = git_directory_of(root);
+  look_at_git_files(directory);
+  auto repository = open_git_directory(directory);
   if (repository == nullptr) throw git_error(where + " cannot be read");
   refuse_unreadable(repository.get(), root, where);
   return repository;

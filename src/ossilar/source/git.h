@@ -28,7 +28,8 @@ using GitHandle = std::unique_ptr<Handle, GitFree>;
 void use_libgit2();
 
 // The repository whose working tree has `root` as its root, or null when `root` holds no `.git`. Runs no
-// program. Throws Error for a repository that is damaged or bare.
+// program, and opens nothing that look_at_git_files() refuses. Throws Error for a repository that is damaged,
+// bare, or refused there.
 GitHandle<git_repository> open_repository(const std::filesystem::path& root);
 
 // Where the repository keeps what it tracks, for a linked working tree too; the file need not be there.

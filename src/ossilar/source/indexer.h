@@ -91,11 +91,11 @@ struct Checkout {
 };
 
 // Reads the checkout whose working tree has `root` as its root (the caller has found it). Runs no program,
-// whatever the repository's configuration says. Throws utils::Error for a repository that is damaged or bare.
+// whatever the repository's configuration says. Throws utils::Error for a repository that is damaged or bare,
+// has something else than a regular file where git keeps one, or includes other files in its configuration.
 Checkout read_checkout(const std::filesystem::path& root);
 
-// Reads the checkout of one root again and again: from git's files only when one of them changed since. (What
-// the repository's configuration includes from other files is not among them; the name may come from there.)
+// Reads the checkout of one root again and again: from git's files only when one of them changed since.
 //
 // Thread-safety: read() may be called from any thread.
 class CheckoutReader {

@@ -42,6 +42,43 @@ TEST(CheckoutTest, WhatCannotBeReadIsAnErrorThatNamesTheRepository) {
   }
 }
 
+// What git or libgit2 may take for the header of a section that includes other files, and what neither does.
+TEST(CheckoutTest, SettingsThatIncludeOtherFilesAreRefusedAtTheirLine) {
+  const Repository repository;
+  repository.run("git init -q r; echo > r/.git/config");
+  const auto outcome = [&](const std::string& settings) -> std::string {
+    repository.write("r/.git/config", settings);
+    try {
+      return read_checkout(repository / "r").name;
+    } catch (const utils::Error& error) {
+      return error.what();
+    }
+  };
+  for (const char* settings :
+       {"\n[include]\npath = x\n", "\n \t[INCLUDE] path = x", "#\n[includeIf \"gitdir:/\"]\npath = x\n",
+        "\r\n[iNcludeIF\t\"onbranch:a\"] path = x\r\n", "\n[a] [b \"]\"][include]path = x",
+        "\n[a \"\\\"\"] [include] path = x", "\xEF\xBB\xBF\n[include]\npath = x", "[a]\n[include"}) {
+    EXPECT_THAT(outcome(settings),
+                AllOf(HasSubstr("r/.git/config line 2: [include"), HasSubstr("git config --file")))
+        << settings;
+  }
+  for (const char* settings : {"# [include]\n", "; x [include]\n", "[a]\nx = [include]\n",
+                               "[includes]\nx = y\n", "[a \"include\"]\nx = y\n", "[a]\ninclude = x\n", ""})
+    EXPECT_EQ(outcome(settings), "r") << settings;
+}
+
+// Links that git itself follows.
+TEST(CheckoutTest, GitFilesMayBeSymbolicLinks) {
+  const Repository repository;
+  repository.run(
+      R"(git init -q r; commit r; mkdir s; ln -s ../r/.git s/.git; cd r/.git; ln -sf refs/heads/main HEAD
+    mv config index ..; ln -s ../config ../index .)");
+  const Checkout real = read_checkout(repository / "r");
+  const Checkout linked = read_checkout(repository / "s");
+  EXPECT_EQ(linked.commit, real.commit);
+  EXPECT_EQ(real.commit.size(), 40U);
+}
+
 TEST(CheckoutTest, RootIsTheNearestFolderWithAMark) {
   const Repository folder;
   folder.run("mkdir -p a/.git a/b/c/.ossilar a/b/c/d; echo > a/b/ossilar.toml; ln -s a/b/c/d link");
