@@ -44,16 +44,37 @@ class Collector {
   Listing listing_;
 };
 
+// An index that git reads and libgit2 does not: a word of what libgit2 says of it, and how git makes a plain
+// one.
+struct IndexKind {
+  std::string_view sign;
+  std::string_view advice;
+};
+constexpr std::array<IndexKind, 3> kUnreadableIndexes{{
+    {"'link'",
+     "it is a split index; run `git config core.splitIndex false; git update-index --no-split-index`"},
+    {"'sdir'", "it is a sparse index; run `git sparse-checkout reapply --no-sparse-index`"},
+    {"checksum",
+     "it is damaged, or without its checksum; if git can read it, run `git config index.skipHash false; git "
+     "update-index --force-write-index`"},
+}};
+
+[[noreturn]] void throw_unreadable_index(const std::filesystem::path& root) {
+  const utils::Error error = git_error("cannot read the index of the git repository at " + root.string());
+  const std::string_view reason = error.what();
+  // The sign is in its last part; what comes before holds a path, which may have any word.
+  for (const IndexKind& kind : kUnreadableIndexes) {
+    if (reason.find(kind.sign, reason.rfind(": ")) != reason.npos)
+      throw utils::Error(std::string(reason) + " (" + std::string(kind.advice) + ")");
+  }
+  throw error;
+}
+
 void collect_index(git_repository* repository, const std::filesystem::path& root, Collector& out) {
   git_index* opened = nullptr;
   const int result = git_repository_index(&opened, repository);
   const GitHandle<git_index> index(opened);
-  if (result < 0) {
-    // Damaged, or of a kind that git has and libgit2 does not: split, sparse, or without its checksum.
-    throw git_error("cannot read the index of the git repository at " + root.string() +
-                    " (if git can, turn off index.sparse, index.skipHash and core.splitIndex, then run "
-                    "`git update-index --force-write-index`)");
-  }
+  if (result < 0) throw_unreadable_index(root);
   const std::size_t count = git_index_entrycount(index.get());
   for (std::size_t i = 0; i < count; ++i) {
     const git_index_entry* entry = git_index_get_byindex(index.get(), i);

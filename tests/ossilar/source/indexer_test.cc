@@ -19,6 +19,7 @@ namespace {
 
 using ::ossilar::testing::Repository;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 class MemoryRecords final : public RecordStore {
@@ -126,6 +127,33 @@ TEST_F(IndexerTest, AConflictedPathIsThereOnceAndADamagedIndexIsAnError) {
   EXPECT_EQ(refresh(of), 1U);
   repository.write("r/.git/index", "nonsense that is long enough to hold a header and a checksum");
   EXPECT_THROW(of.refresh(), utils::Error);
+}
+
+// Kinds of index that git has and its library does not: each is named, and what the message says to run
+// helps.
+TEST_F(IndexerTest, AnIndexOfAnotherKindIsRefusedByNameWithAWayOut) {
+  struct Case {
+    const char* script;
+    const char* name;
+  };
+  for (const Case& each : {Case{"git -C r update-index --split-index", "a split index"},
+                           {"git -C r sparse-checkout set --cone --sparse-index a", "a sparse index"},
+                           {"head -c -20 r/.git/index > i; head -c 20 /dev/zero >> i; mv i r/.git/index",
+                            "without its checksum"}}) {
+    repository.run("rm -rf r; mkdir -p r/a r/b; git init -q r; echo > r/a/x.c; echo > r/b/y.c; commit r");
+    repository.run(each.script);
+    std::string message;
+    try {
+      indexer().refresh();
+    } catch (const utils::Error& error) {
+      message = error.what();
+    }
+    EXPECT_THAT(message, HasSubstr(each.name));
+    const std::size_t begin = message.find('`') + 1;
+    ASSERT_NE(begin, 0U);
+    repository.run("cd r; " + message.substr(begin, message.find('`', begin) - begin));
+    EXPECT_NE(indexer().refresh()->find("a/x.c"), nullptr) << message;
+  }
 }
 
 TEST_F(IndexerTest, KnowsWhatIsInAFileAndRemembersItInRecords) {
