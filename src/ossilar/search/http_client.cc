@@ -1,10 +1,13 @@
 #include "ossilar/search/http_client.h"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <memory>
+#include <string_view>
 
 
 namespace ossilar::search {
@@ -66,6 +69,8 @@ void set_options(CURL* handle, const HttpRequest& request, curl_slist* headers, 
   };
   set(CURLOPT_URL, request.url.c_str());
   set(CURLOPT_PROTOCOLS_STR, "http,https");
+  // A proxy may be another machine, and would see the key.
+  if (parse_address(request.url).is_loopback()) set(CURLOPT_PROXY, "");
   set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.json.size()));
   set(CURLOPT_POSTFIELDS, request.json.c_str());
   set(CURLOPT_HTTPHEADER, headers);
@@ -119,9 +124,14 @@ HttpAnswer post_json(const HttpRequest& request, const utils::Task& task) {
   return answer;
 }
 
+// libcurl never asks a name server for localhost and the names below it.
 bool HttpAddress::is_loopback() const {
-  const bool is_number = host.find_first_not_of("0123456789.") == host.npos;  // no name such as 127.host.org
-  return host == "localhost" || (is_number && host.starts_with("127.")) || host == "[::1]";
+  constexpr std::string_view kDomain = ".localhost";
+  std::string name = "." + host;
+  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+  in_addr number{};  // curl_url_set() has brought the spellings of a number to one
+  const bool is_number = inet_pton(AF_INET, host.c_str(), &number) == 1;
+  return name.ends_with(kDomain) || (is_number && host.starts_with("127.")) || host == "[::1]";
 }
 
 HttpAddress parse_address(const std::string& url) {

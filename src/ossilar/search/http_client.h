@@ -38,8 +38,8 @@ struct HttpAnswer {
 };
 
 // Posts the request. http and https alone, certificates checked, no redirect followed, no cookie, no stored
-// password; proxies as the environment has them. Throws HttpFailure, and utils::Cancelled when `task` is
-// cancelled on the way.
+// password; proxies as the environment has them, but none on the way to this machine itself. Throws
+// HttpFailure, and utils::Cancelled when `task` is cancelled on the way.
 //
 // Thread-safety: may be called from any thread.
 HttpAnswer post_json(const HttpRequest& request, const utils::Task& task);
@@ -50,6 +50,7 @@ struct HttpAddress {
   std::string scheme = {};  // "http" or "https"
   std::string host = {};
   std::string where = {};  // host, port where it is given, and path without a slash at its end
+  // Whether it is this machine: localhost, a name that ends in .localhost, 127.0.0.0/8 or ::1.
   bool is_loopback() const;
 };
 HttpAddress parse_address(const std::string& url);

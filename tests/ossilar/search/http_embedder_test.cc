@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <future>
 
+#include "ossilar/search/http_client.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/task.h"
 #include "support/http_server.h"
@@ -171,6 +172,36 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
   unsetenv("OSSILAR_TEST_KEY");
   EXPECT_THAT(Embedding(server, {.key_variable = "OSSILAR_TEST_KEY"}).embed(), HasSubstr("OSSILAR_TEST_KEY"));
   EXPECT_EQ(server.requests().size(), 1U);
+}
+
+TEST(HttpEmbedder, KnowsWhatIsThisMachine) {
+  for (const char* host : {"localhost", "LocalHost", "api.localhost", "127.0.0.1", "127.9.9.9", "127.1",
+                           "[::1]", "[0:0:0:0:0:0:0:1]"})
+    EXPECT_TRUE(parse_address(std::string("http://") + host + ":80/v1").is_loopback()) << host;
+  for (const char* host : {"notlocalhost", "localhost.org", "128.0.0.1", "127.0.0.1.org", "127.0.0.1.5",
+                           "[::2]", "[fe80::1]", "host"})
+    EXPECT_FALSE(parse_address(std::string("http://") + host + ":80/v1").is_loopback()) << host;
+}
+
+// Whatever the environment says: a proxy would see the key in clear.
+TEST(HttpEmbedder, ReachesThisMachineWithoutAProxyAndOthersThroughIt) {
+  const HttpServer proxy(vectors_for);
+  const HttpServer server(vectors_for);
+  const std::string port = server.url("").substr(server.url("").rfind(':'));
+  setenv("OSSILAR_TEST_KEY", "sesame", 1);
+  for (const char* variable : {"http_proxy", "all_proxy", "ALL_PROXY"}) {
+    setenv(variable, proxy.url("").c_str(), 1);
+    for (const char* host : {"127.0.0.1", "localhost", "LOCALHOST", "api.localhost", "127.0.0.2", "[::1]"})
+      Embedding(server, {.url = "http://" + (host + port), .key_variable = "OSSILAR_TEST_KEY"}).embed();
+    EXPECT_EQ(proxy.requests().size(), 0U) << variable;
+    unsetenv(variable);
+  }
+  EXPECT_GE(server.requests().size(), 12U);
+  setenv("http_proxy", proxy.url("").c_str(), 1);
+  EXPECT_EQ(Embedding(server, {.url = "http://host.invalid/v1"}).embed(), "");
+  EXPECT_EQ(proxy.requests().size(), 1U);
+  unsetenv("http_proxy");
+  unsetenv("OSSILAR_TEST_KEY");
 }
 
 TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInATransfer) {
