@@ -151,21 +151,26 @@ class HttpEmbedder final : public Embedder {
 
   Vectors embed_batch(const std::vector<std::string>& texts, const utils::Task& task) const {
     const Map body{{"model", options_.model}, {"input", texts}, {"encoding_format", "float"}};
-    const HttpAnswer answer = ask({.url = url_,
-                                   .json = body.dump(),
-                                   .bearer = key(),
-                                   .timeout = options_.timeout,
-                                   .largest_answer = kLargestAnswer},
-                                  task);
+    const HttpRequest request{.url = url_,
+                              .json = body.dump(),
+                              .bearer = key(),
+                              .timeout = options_.timeout,
+                              .largest_answer = kLargestAnswer};
+    const HttpAnswer answer = ask(request, task);
     try {
       Vectors vectors = vectors_in(utils::parse_json(answer.body, "its answer"), texts.size());
       check_dimensions(vectors.front().size());
       return vectors;
-    } catch (const std::exception& error) {  // the parser's too, for a number that no double holds
-      throw EmbeddingError(service() + ": " + error.what() +
-                           "; is the url that of an embedding service, and '" + options_.model +
-                           "' a model for embeddings?");
+    } catch (const EmbeddingError& error) {
+      throw_no_vectors(error.what());
+    } catch (const std::exception& error) {  // the parser's: it quotes, and a number may fit no double
+      throw_no_vectors(request.bearer.empty() ? error.what() : "its answer is not JSON" + unshown());
     }
+  }
+
+  [[noreturn]] void throw_no_vectors(const std::string& why) const {
+    throw EmbeddingError(service() + ": " + why + "; is the url that of an embedding service, and '" +
+                         options_.model + "' a model for embeddings?");
   }
 
   // The answer to the request, tried again while what fails may pass.
@@ -191,9 +196,8 @@ class HttpEmbedder final : public Embedder {
   static bool may_pass(long status) { return status == 429 || status >= 500; }
 
   [[noreturn]] void refuse(const HttpAnswer& answer, const std::string& key) const {
-    const bool tells_key = !key.empty() && answer.body.find(key) != answer.body.npos;
-    std::string message = service() + " answered with status " + std::to_string(answer.status) + ": " +
-                          (tells_key ? "(it repeats the key)" : shown(answer.body));
+    std::string message = service() + " answered with status " + std::to_string(answer.status) +
+                          (key.empty() ? ": " + shown(answer.body) : unshown());
     if (answer.status == 401 || answer.status == 403) {
       message = options_.key_variable.empty()
                     ? service() + " wants a key; name the variable that holds it as [embedding] api_key_env"
@@ -202,6 +206,12 @@ class HttpEmbedder final : public Embedder {
       message = service() + " redirects elsewhere; give the address that it redirects to as [embedding] url";
     }
     throw EmbeddingError(message);
+  }
+
+  // A service may repeat the key, in parts or in another spelling, so nothing that it says is shown then.
+  std::string unshown() const {
+    return " (what it says is not shown, as it may repeat the key in " + options_.key_variable +
+           "; the service's own log may tell more)";
   }
 
   // The key, "" for none.

@@ -11,7 +11,8 @@
 
 namespace ossilar::search {
 
-// The service gave no vectors. The message names the service, says what went wrong and what to do.
+// The service gave no vectors. The message names the service, says what went wrong and what to do. It has
+// nothing of what the service said when the request had a key.
 class EmbeddingError : public utils::Error {
  public:
   explicit EmbeddingError(const std::string& message, utils::Place place = utils::Place::current())
