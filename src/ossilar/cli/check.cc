@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
 #include "ossilar/workers/wiki/wiki_check.h"
@@ -22,15 +20,8 @@ Map document_of(const std::vector<Finding>& findings) {
   return list;
 }
 
-// A file's name may hold a line feed.
-std::string in_one_line(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
-}
-
-std::string what_is_wrong(const Finding& finding, Output& output) {
-  return output.styled(Style::bold, in_one_line(finding.subject)) + ": " +
-         output.styled(Style::plain, in_one_line(finding.message));
+Shown what_is_wrong(const Finding& finding, Output& output) {
+  return output.styled(Style::bold, finding.subject) + ": " + finding.message;
 }
 
 std::string counted(std::size_t count, const std::string& what) {
@@ -43,8 +34,7 @@ void print_report(const CheckReport& report, Output& output) {
   std::size_t fixable = 0;
   for (const Finding& finding : report.findings) {
     output.line(output.styled(Style::warn, workers::wiki::fault_name(finding.fault)) + "  " +
-                what_is_wrong(finding, output) + "; " +
-                output.styled(Style::plain, in_one_line(finding.advice)));
+                what_is_wrong(finding, output) + "; " + finding.advice);
     if (finding.fixable) ++fixable;
   }
   if (report.findings.empty()) {

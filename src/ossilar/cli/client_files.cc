@@ -58,7 +58,7 @@ bool is_on_path() {
 }
 
 void print_block(const std::string& text, Output& output) {
-  for (const std::string_view line : utils::split_lines(text)) output.line("  " + std::string(line));
+  for (const std::string_view line : utils::split_lines(text)) output.line("  " + Shown(line));
 }
 
 }  // namespace
@@ -87,7 +87,7 @@ void ClientFiles::write() const {
 }
 
 void ClientFiles::print(const File& file, Output& output) const {
-  const std::string name = output.styled(Style::bold, file.client->name);
+  const Shown name = output.styled(Style::bold, file.client->name);
   if (file.changed) {
     output.line(name + ": wrote " + file.client->file + "; commit it for everybody");
   } else if (file.client->in_repository()) {
@@ -126,7 +126,7 @@ void print_client_advice(const fs::path& root, Output& output) {
   output.line("Agents use the wiki through a client that runs ossilar. To set one up for this repository:");
   output.line("  ossilar init --client NAME   NAME is one of " + utils::join(client_names(), ", "));
   output.line("Any other client needs this, in the form it reads:");
-  output.line("  " + utils::json_text(server_on_this_machine(root)));
+  output.line("  " + utils::printable_json(utils::json_text(server_on_this_machine(root))));
 }
 
 Map server_on_this_machine(const fs::path& root) { return common_configuration(on_this_machine(root)); }

@@ -33,7 +33,7 @@ Map entry(Form form, const Invocation& invocation) {
 
 std::string toml_table(const Client& client, const Invocation& invocation) {
   const Map server = entry(client.form, invocation);
-  // A string or a list of strings in JSON is the same in TOML.
+  // A string or a list of strings in JSON is the same in TOML, escapes and all.
   return "[" + std::string(client.table) + "." + kServer +
          "]\ncommand = " + utils::json_text(server["command"]) +
          "\nargs = " + utils::json_text(server["args"]) + "\n";
@@ -140,8 +140,9 @@ const Client& client_named(const std::string& name) {
 }
 
 std::string configuration(const Client& client, const Invocation& invocation) {
-  if (client.form == Form::toml) return toml_table(client, invocation);
-  return Map{{client.table, {{kServer, entry(client.form, invocation)}}}}.dump(2) + "\n";
+  if (client.form == Form::toml) return utils::printable_json(toml_table(client, invocation));
+  const Map whole{{client.table, {{kServer, entry(client.form, invocation)}}}};
+  return utils::printable_json(whole.dump(2)) + "\n";
 }
 
 Map common_configuration(const Invocation& invocation) {

@@ -35,7 +35,8 @@ struct Invocation {
   std::string repository;
 };
 
-// A whole configuration that has this one server, on several lines; in one with_server() reads alike.
+// A whole configuration that has this one server, on several lines; in one with_server() reads alike. What
+// utils::printable() would replace stands as \u escapes, so that a terminal shows it as it is to be pasted.
 std::string configuration(const Client& client, const Invocation& invocation);
 
 // The same as the JSON that most clients read.

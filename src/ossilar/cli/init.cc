@@ -63,8 +63,7 @@ int run_init(const Place& place, const std::vector<std::string>& client_names, O
 
   output.document(document_of(root, created, status, adoption, clients));
   output.line(output.styled(Style::good, "ready") + "  " + output.styled(Style::bold, root.string()));
-  if (!created.empty())
-    output.line("Created " + output.styled(Style::plain, utils::join(created, ", ")) + ".");
+  if (!created.empty()) output.line("Created " + utils::join(created, ", ") + ".");
   output.line("Indexed " + std::to_string(status.indexed_files) + " file(s); " +
               std::to_string(status.pages.size()) + " page(s) planned.");
   print_adoption(adoption, output);

@@ -29,14 +29,14 @@ spdlog::level::level_enum level_of(utils::LogLevel level) {
 // The record on one line: logger, message, and the failure with its chain of causes.
 std::string line_of(const utils::LogRecord& record) {
   std::string line = record.logger + ": " + record.message();
-  if (!record.failure) return utils::printable(line);
+  if (!record.failure) return utils::printable_line(line);
   const char* separator = ": ";
   for (const utils::Cause& cause : record.failure->trace) {
     line += separator + cause.type + ": " + cause.message;
     if (!cause.place.empty()) line += " (" + cause.place + ")";
     separator = "; caused by ";
   }
-  return utils::printable(line);
+  return utils::printable_line(line);
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "ossilar/utils/text.h"
-
 namespace ossilar::cli {
 namespace {
 
@@ -59,14 +57,14 @@ Output::Output(bool json, ColorChoice color)
 
 void Output::emit(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
-void Output::line(std::string_view text) {
-  if (!json_) emit(std::string(text) + "\n");
+void Output::line(const Shown& text) {
+  if (!json_) emit(text.text() + "\n");
 }
 
-std::string Output::styled(Style style, std::string_view text) const {
-  std::string shown = utils::printable(text);
-  if (!color_ || style == Style::plain) return shown;
-  return escape_for(style) + shown + "\x1b[0m";
+Shown Output::styled(Style style, std::string_view text) const {
+  Shown shown(text);
+  if (color_ && style != Style::plain) shown.text_ = escape_for(style) + shown.text_ + "\x1b[0m";
+  return shown;
 }
 
 void Output::table(const std::vector<std::string>& heads, const std::vector<std::vector<Cell>>& rows) {
@@ -75,18 +73,18 @@ void Output::table(const std::vector<std::string>& heads, const std::vector<std:
   for (const std::string& head : heads) widths.push_back(display_width(head));
   for (const auto& row : rows) {
     for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], display_width(utils::printable(row[i].text)));
+      widths[i] = std::max(widths[i], display_width(Shown(row[i].text).text()));
     }
   }
   const auto print = [&](const std::vector<Cell>& row) {
-    std::string text;
+    Shown text;
     std::size_t pending = 0;  // blanks owed before the next cell, so that no line ends in blanks
     for (std::size_t i = 0; i < row.size(); ++i) {
       if (!row[i].text.empty()) {
         text += std::string(pending, ' ') + styled(row[i].style, row[i].text);
         pending = 0;
       }
-      pending += widths[i] - display_width(utils::printable(row[i].text)) + 2;
+      pending += widths[i] - display_width(Shown(row[i].text).text()) + 2;
     }
     line(text);
   };
@@ -102,13 +100,11 @@ void Output::raw(std::string_view text) {
 }
 
 void Output::document(const Map& value) {
-  if (json_) emit(utils::json_text(value) + "\n");
+  if (json_) emit(utils::printable_json(utils::json_text(value)) + "\n");
 }
 
 void Output::diagnostic(std::string_view message) {
-  std::string text = utils::printable(message);
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  std::fprintf(stderr, "ossilar: %s\n", text.c_str());
+  std::fprintf(stderr, "ossilar: %s\n", utils::printable_line(message).c_str());
 }
 
 bool Output::flush() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }

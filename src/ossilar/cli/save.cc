@@ -46,12 +46,11 @@ void print_saved(const Answer& answer, const std::filesystem::path& wiki_dir, bo
   const std::string page = utils::string_member(answer, "page_id");
   const std::string file = shown_path(wiki_dir / utils::string_member(answer, "rel_path"));
   output.line(output.styled(Style::good, dry_run ? "would save" : "saved") + "  " +
-              output.styled(Style::bold, page) + "  " + output.styled(Style::plain, file));
+              output.styled(Style::bold, page) + "  " + file);
   output.line("       " + utils::text_form(answer.at("citations")) + " citation(s), " +
               utils::text_form(answer.at("words")) + " words");
   for (const Map& warning : answer.at("warnings")) {
-    output.line(output.styled(Style::warn, "warning") + "  " +
-                output.styled(Style::plain, utils::text_form(warning)));
+    output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(warning));
   }
 }
 
@@ -91,7 +90,7 @@ int run_save(const Place& place, const SaveArguments& arguments, Output& output)
   const Answer& answer = outcome.answer;
   if (answer.contains("error")) {
     print_refusal(answer, output);
-    if (!outcome.kept.empty()) output.line(output.styled(Style::plain, kept_text(*wiki, outcome)));
+    if (!outcome.kept.empty()) output.line(kept_text(*wiki, outcome));
     return kRefused;
   }
   output.document(answer);

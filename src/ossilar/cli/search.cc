@@ -17,11 +17,11 @@ std::string shown_citation(const Map& citation) {
 }
 
 void print_hit(std::size_t rank, const SearchHit& hit, Output& output) {
-  std::string place = output.styled(Style::bold, hit.page_id);
-  if (!hit.section.empty()) place += output.styled(Style::plain, " # " + hit.section);
+  Shown place = output.styled(Style::bold, hit.page_id);
+  if (!hit.section.empty()) place += " # " + hit.section;
   output.line(std::to_string(rank) + "  " + place + "  " +
               output.styled(Style::dim, fmt::format("{:.2f}", hit.score)));
-  output.line("   " + output.styled(Style::plain, hit.excerpt));
+  output.line("   " + hit.excerpt);
   for (const Map& citation : hit.citations)
     output.line("   " + output.styled(Style::dim, shown_citation(citation)));
 }
@@ -44,8 +44,7 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   if (!result.warning.empty()) Output::diagnostic(result.warning);
   if (result.hits.empty()) {
     const std::string about = request.path.empty() ? "" : " about " + request.path;
-    output.line("nothing found" + output.styled(Style::plain, about) +
-                "; try other words, or see what there is with: ossilar plan");
+    output.line("nothing found" + about + "; try other words, or see what there is with: ossilar plan");
   }
   for (std::size_t i = 0; i < result.hits.size(); ++i) print_hit(i + 1, result.hits[i], output);
   return kDone;

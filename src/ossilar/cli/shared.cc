@@ -82,12 +82,11 @@ void tell_of_records(std::size_t given) {
 
 int print_refusal(const workers::wiki::Answer& answer, Output& output) {
   output.document(answer);
-  output.line(output.styled(Style::bad, "refused") + "  " +
-              output.styled(Style::plain, utils::string_member(answer, "error")));
+  output.line(output.styled(Style::bad, "refused") + "  " + utils::string_member(answer, "error"));
   for (const auto& [key, value] : answer.items()) {
     if (!value.is_array() || value.empty()) continue;
     output.line(output.styled(Style::dim, key + ":"));
-    for (const Map& item : value) output.line("  " + output.styled(Style::plain, utils::text_form(item)));
+    for (const Map& item : value) output.line("  " + utils::text_form(item));
   }
   return kRefused;
 }

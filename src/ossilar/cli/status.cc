@@ -47,7 +47,7 @@ int run_status(const Place& place, Output& output) {
   const StateCounts counts = workers::wiki::count_states(status.pages);
   output.document(document_of(status, counts));
   output.line("branch      " + output.styled(Style::bold, status.branch));
-  output.line("commit      " + output.styled(Style::plain, status.commit.empty() ? "none" : status.commit));
+  output.line("commit      " + (status.commit.empty() ? "none" : status.commit));
   output.line("source      " + std::to_string(status.indexed_files) + " file(s)");
   output.line("pages       " + output.styled(Style::good, std::to_string(counts.ok) + " ok") + ", " +
               output.styled(Style::warn, std::to_string(counts.stale) + " stale") + ", " +
@@ -56,8 +56,7 @@ int run_status(const Place& place, Output& output) {
                    : output.styled(Style::warn, std::to_string(counts.unverified) + " unverified") + ", ") +
               output.styled(Style::dim, std::to_string(counts.missing) + " missing"));
   output.line("last write  " + (status.last_write
-                                    ? output.styled(Style::plain, status.last_write->last_built_at + " by " +
-                                                                      status.last_write->model)
+                                    ? status.last_write->last_built_at + " by " + status.last_write->model
                                     : std::string("none on this branch")));
   print_doubtful(status, output);
   return kDone;

@@ -104,10 +104,35 @@ bool is_plain_ascii(std::string_view text) {
   return found == 0;
 }
 
-std::string visible_escape(char32_t code) {
+std::string formatted(const char* format, char32_t code) {
   std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), code < 0x100 ? "<%02X>" : "<U+%04X>", static_cast<unsigned>(code));
+  std::snprintf(text.data(), text.size(), format, static_cast<unsigned>(code));
   return text.data();
+}
+
+std::string visible_escape(char32_t code) { return formatted(code < 0x100 ? "<%02X>" : "<U+%04X>", code); }
+
+// Four digits do: is_hidden() knows none above U+FFFF.
+std::string json_escape(char32_t code) { return formatted("\\u%04x", code); }
+
+// `text` with `escape` in the place of what a terminal is not to get.
+std::string with_escapes(std::string_view text, std::string (*escape)(char32_t)) {
+  if (is_plain_ascii(text)) return std::string(text);
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const Decoded decoded = decode(text, at);
+    const std::size_t size = std::max<std::size_t>(decoded.size, 1);
+    if (decoded.size == 0) {
+      out += escape(byte_at(text, at));
+    } else if (is_hidden(decoded.code)) {
+      out += escape(decoded.code);
+    } else {
+      out += text.substr(at, size);
+    }
+    at += size;
+  }
+  return out;
 }
 
 }  // namespace
@@ -213,24 +238,15 @@ std::vector<std::string_view> split_words(std::string_view text) {
   return words;
 }
 
-std::string printable(std::string_view text) {
-  if (is_plain_ascii(text)) return std::string(text);
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    const Decoded decoded = decode(text, at);
-    const std::size_t size = std::max<std::size_t>(decoded.size, 1);
-    if (decoded.size == 0) {
-      out += visible_escape(byte_at(text, at));
-    } else if (is_hidden(decoded.code)) {
-      out += visible_escape(decoded.code);
-    } else {
-      out += text.substr(at, size);
-    }
-    at += size;
-  }
-  return out;
+std::string printable(std::string_view text) { return with_escapes(text, visible_escape); }
+
+std::string printable_line(std::string_view text) {
+  std::string line = printable(text);
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
 }
+
+std::string printable_json(std::string_view json) { return with_escapes(json, json_escape); }
 
 std::string join(const std::vector<std::string>& parts, std::string_view separator) {
   std::string out;

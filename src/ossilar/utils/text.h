@@ -43,6 +43,12 @@ std::vector<std::string_view> split_words(std::string_view text);
 // formatting characters stand as visible escapes such as <1B> and <U+202E>, bytes that are not UTF-8 as <FF>.
 std::string printable(std::string_view text);
 
+// The same on one line: a line feed stands as a blank.
+std::string printable_line(std::string_view text);
+
+// The JSON text `json` (UTF-8), which says the same but has \u escapes where printable() puts its own.
+std::string printable_json(std::string_view json);
+
 // `parts` with `separator` between each two.
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 

@@ -224,6 +224,40 @@ TEST(Program, SetsClientsUpOnceAndChangesNoneWhenOneIsRefused) {
             (Map{"--repo", dir.path().string(), "mcp"}));
 }
 
+// A path that would turn the rest of a terminal's line around, and clear it: nothing of it gets there as it
+// is, and what is to be pasted or parsed still names the path.
+TEST(Program, APathReachesATerminalWithoutControlCharacters) {
+  const TempDir dir;
+  const std::string root = (dir / "a\u202eb\x1b[2J\x7f\u2066\"c").string();
+  fs::create_directories(root);
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"status"},
+                                                    {"init", "--client", "codex", "--client", "windsurf"},
+                                                    {"init"},
+                                                    {"status"},
+                                                    {"check"},
+                                                    {"init", "--json", "--client", "windsurf"},
+                                                    {"show", root},
+                                                    {"show", root, "--json"},
+                                                    {"search", "x", "--path", root},
+                                                    {root},
+                                                    {root, "--json"},
+                                                    {"save", "overview", root}}) {
+    const ProcessResult result = ossilar_in(root, arguments);
+    EXPECT_EQ(result.output, utils::printable(result.output)) << arguments[0];
+    EXPECT_EQ(result.errors, utils::printable(result.errors)) << arguments[0];
+  }
+
+  const std::string human = ossilar_in(root, {"init"}).output;
+  const std::size_t advice = human.find("  {\"mcpServers\"");
+  ASSERT_NE(advice, std::string::npos) << human;
+  EXPECT_EQ(Map::parse(human.substr(advice))["mcpServers"]["ossilar"]["args"][1], root);
+  const Map json = Map::parse(ossilar_in(root, {"init", "--json", "--client", "windsurf"}).output);
+  EXPECT_EQ(json.at("root"), root);
+  EXPECT_EQ(
+      Map::parse(json.at("clients")[0].at("to_add").get<std::string>())["mcpServers"]["ossilar"]["args"][1],
+      root);
+}
+
 // The whole way of a new user, in a folder outside git, with the output of each step.
 TEST(Program, SetsUpSavesShowsAndReports) {
   const TempDir dir;
