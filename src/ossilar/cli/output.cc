@@ -36,6 +36,15 @@ const char* escape_for(Style style) {
   return "";
 }
 
+// A message may name a path that is not UTF-8.
+std::string json_of(const Map& value) {
+  try {
+    return utils::json_text(value);
+  } catch (const Map::type_error&) {
+    return value.dump(-1, ' ', false, Map::error_handler_t::replace);
+  }
+}
+
 }  // namespace
 
 std::size_t display_width(std::string_view text) {
@@ -100,7 +109,7 @@ void Output::raw(std::string_view text) {
 }
 
 void Output::document(const Map& value) {
-  if (json_) emit(utils::printable_json(utils::json_text(value)) + "\n");
+  if (json_) emit(utils::printable_json(json_of(value)) + "\n");
 }
 
 void Output::diagnostic(std::string_view message) {

@@ -62,7 +62,7 @@ class Output {
   void raw(std::string_view text);
 
   // The one document of JSON mode, nothing otherwise. Control characters and the marks that turn text around
-  // stand as \u escapes.
+  // stand as \u escapes; of a text that is not UTF-8, U+FFFD takes the place of what is none.
   void document(const Map& value);
 
   // A line on standard error: "ossilar: MESSAGE".

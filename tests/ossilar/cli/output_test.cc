@@ -48,6 +48,9 @@ TEST(Output, ADocumentSaysTheSameWithoutSuchCharacters) {
   const std::string text = printed(true, ColorChoice::never, [&](Output& output) { output.document(value); });
   EXPECT_EQ(text, "{\"\\u202ea\": \"\\u001b\\u007f\\u009b\\u202e\\u2066\u00e9\\n\"}\n");
   EXPECT_EQ(Map::parse(text), value);
+  EXPECT_EQ(printed(true, ColorChoice::never, [](Output& output) { output.document(Map{"caf\xe9"}); }),
+            "[\"caf\uFFFD\"]\n")
+      << "a path may be no UTF-8";
 }
 
 }  // namespace

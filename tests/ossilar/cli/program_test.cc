@@ -258,6 +258,14 @@ TEST(Program, APathReachesATerminalWithoutControlCharacters) {
       root);
 }
 
+TEST(Program, APathThatIsNotUtf8IsNamedInTheDocumentOfAFailure) {
+  const TempDir dir;
+  const ProcessResult result = ossilar_in(dir / "caf\xe9", {"status", "--json"});
+  EXPECT_EQ(result.exit_code, 2);
+  EXPECT_THAT(utils::string_member(utils::parse_json(result.output, "output"), "error"),
+              HasSubstr("caf\uFFFD"));
+}
+
 // The whole way of a new user, in a folder outside git, with the output of each step.
 TEST(Program, SetsUpSavesShowsAndReports) {
   const TempDir dir;
