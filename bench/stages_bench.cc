@@ -1,6 +1,6 @@
-// Where the time of one save goes, by stage, how long the write lock is held, and how near eight writers on
-// different pages come to what that allows. In one process, without a client. Prints figures and asserts
-// nothing.
+// Where the time of one save goes, by stage, how long the write lock is held beside the floor under a save
+// (see floor.h), and how near eight writers on different pages come to what that allows. In one process,
+// without a client. Prints figures and asserts nothing.
 //   stages_bench [PAGES [SAVES]]
 #include <fmt/format.h>
 
@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "floor.h"
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 #include "ossilar/workers/wiki/saving.h"
@@ -135,7 +136,12 @@ int run(std::size_t pages, std::size_t saves) {
   Times warm_up;
   for (std::size_t i = 0; i < pages; ++i) save(*wiki, i, 0, warm_up);
   Times alone;
-  for (std::size_t i = 0; i < saves; ++i) save(*wiki, i % pages, i + 1, alone);
+  const testing::TempDir beside;  // where no source is
+  bench::Floor floor(beside / "floor");
+  for (std::size_t i = 0; i < saves; ++i) {
+    save(*wiki, i % pages, i + 1, alone);
+    alone["FLOOR"].push_back(floor.write(i));
+  }
   print("one writer", alone);
   Times together;
   const double rate = save_side_by_side(*wiki, pages, saves, together);
@@ -143,15 +149,21 @@ int run(std::size_t pages, std::size_t saves) {
   print("eight writers", together);
   const double held = percentile(alone.at("HELD"), 50);
   const double held_together = percentile(together.at("HELD"), 50);
+  const double least = percentile(alone.at("FLOOR"), 50);
+  fmt::print(
+      "\none writer: the lock is held {:.2f} times as long as the floor takes, the whole takes {:.2f} "
+      "times\n",
+      held / least, percentile(alone.at("WHOLE"), 50) / least);
   fmt::print(
       "\neight writers: {:.0f} saves a second; the lock allows {:.0f} if it is held as long as by one "
       "writer: "
       "{:.2f} of that; {:.0f} as long as it is held by the eight: {:.2f}\n",
       rate, 1e6 / held, rate * held / 1e6, 1e6 / held_together, rate * held_together / 1e6);
   fmt::print(
-      "{{\"pages\": {}, \"saves\": {}, \"whole_p50_us\": {:.0f}, \"held_p50_us\": {:.0f}, "
+      "{{\"pages\": {}, \"saves\": {}, \"floor_p50_us\": {:.0f}, \"whole_p50_us\": {:.0f}, \"held_p50_us\": "
+      "{:.0f}, "
       "\"eight_held_p50_us\": {:.0f}, \"eight_per_second\": {:.0f}}}\n",
-      pages, saves, percentile(alone.at("WHOLE"), 50), held, held_together, rate);
+      pages, saves, least, percentile(alone.at("WHOLE"), 50), held, held_together, rate);
   return 0;
 }
 

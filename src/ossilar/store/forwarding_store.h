@@ -1,5 +1,5 @@
-// A store, and a transaction of one, that hand every call to another. Deriving from them makes a fault, a count
-// or a record one overridden call:
+// A store, and a transaction of one, that hand every call to another. Deriving from them makes a fault, a
+// count or a record one overridden call:
 //
 //   class FailsOnUpsert final : public ForwardingTransaction {
 //     using ForwardingTransaction::ForwardingTransaction;

@@ -86,6 +86,7 @@ class Repository {
   virtual std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
                                         const std::string& title, const PageFields& fields) = 0;
 
+  // Best effort: on disk with the next write of another kind, at the latest.
   virtual void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) = 0;
 
   // The branch's rows as stored now. Only what changed since the last call is read.

@@ -112,7 +112,8 @@ void remove_row(Connection& connection, const std::string& branch, const std::st
 
 void restate_row(Connection& connection, const std::string& branch, const std::string& page_id,
                  const std::string& content_hash, const std::vector<Map>& citations, std::int64_t revision) {
-  Query(connection, kRestatePage, branch, page_id, content_hash, stored_json(citations, "citations"), revision)
+  Query(connection, kRestatePage, branch, page_id, content_hash, stored_json(citations, "citations"),
+        revision)
       .run();
 }
 

@@ -277,6 +277,21 @@ class Step {
   bool done_ = false;
 };
 
+// While one lives, the connection's commits are in the log and the log is not synced: after power loss they
+// may be missing, and the database is sound (https://www.sqlite.org/pragma.html#pragma_synchronous, NORMAL).
+class NotSynced {
+ public:
+  explicit NotSynced(Connection& connection) : connection_(connection) {
+    connection_.database().exec("PRAGMA synchronous = NORMAL");
+  }
+  ~NotSynced() { connection_.database().tryExec("PRAGMA synchronous = FULL"); }
+  NotSynced(const NotSynced&) = delete;
+  NotSynced& operator=(const NotSynced&) = delete;
+
+ private:
+  Connection& connection_;
+};
+
 // Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteGroup to say: a
 // store runs each in a transaction of its own, a group as a step of its one transaction.
 template <class Interface>
@@ -307,7 +322,7 @@ class SqliteOperations : public Interface {
   }
 
   void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
-    write("store the state of the branch " + branch, [&](Connection& connection) {
+    write_soon("store the state of the branch " + branch, [&](Connection& connection) {
       Query(connection, kPutState, branch, fields.last_built_at, fields.last_commit,
             fields.changed_since_build, fields.model, fields.page_count, fields.manifest_hash)
           .run();
@@ -492,12 +507,18 @@ class SqliteOperations : public Interface {
   virtual void run_reading(const std::string& attempt, const Work& work) = 0;
   // Runs `work`, which writes all that it writes or, when it fails, nothing.
   virtual void run_writing(const std::string& attempt, const Work& work) = 0;
+  // The same, and what it writes is on disk with the next write that is, at the latest.
+  virtual void run_writing_soon(const std::string& attempt, const Work& work) = 0;
   // Pages whose words are indexed in one transaction.
   virtual std::size_t words_together() const = 0;
 
   template <class Ask>
   Result<Ask> read(const std::string& attempt, Ask work) {
     return result_of(work, [&](const Work& run) { run_reading(attempt, run); });
+  }
+  template <class Ask>
+  void write_soon(const std::string& attempt, Ask work) {
+    run_writing_soon(attempt, [&](Connection& connection, Snapshots& last) { ask(work, connection, last); });
   }
   template <class Ask>
   Result<Ask> write(const std::string& attempt, Ask work) {
@@ -542,6 +563,10 @@ class SqliteStore final : public SqliteOperations<WikiStore> {
   // made.
   void run_writing(const std::string& attempt, const Work& work) override {
     const std::lock_guard lock(writer_mutex_);
+    write_locked(attempt, work);
+  }
+
+  void write_locked(const std::string& attempt, const Work& work) {
     Snapshots changed = snapshots();
     std::string doing = attempt;
     try {
@@ -557,6 +582,12 @@ class SqliteStore final : public SqliteOperations<WikiStore> {
       throw;
     }
     set_snapshots(std::move(changed));
+  }
+
+  void run_writing_soon(const std::string& attempt, const Work& work) override {
+    const std::lock_guard lock(writer_mutex_);
+    const NotSynced meanwhile(writer_);
+    write_locked(attempt, work);
   }
 
   std::size_t words_together() const override { return kWordsTogether; }
@@ -648,6 +679,8 @@ class SqliteGroup final : public SqliteOperations<StoreTransaction> {
       step.keep();
     });
   }
+
+  void run_writing_soon(const std::string& attempt, const Work& work) override { run_writing(attempt, work); }
 
   std::size_t words_together() const override { return std::numeric_limits<std::size_t>::max(); }
 

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <string>
 
 #include "ossilar/utils/error.h"
@@ -26,6 +27,7 @@ namespace {
 constexpr mode_t kDirectoryMode = 0777;  // the umask takes away what the user wants taken away
 constexpr mode_t kFileMode = 0666;
 constexpr std::size_t kReadStep = std::size_t{64} * 1024;
+constexpr std::size_t kNextStep = std::size_t{4} * 1024;
 
 template <class Call>
 auto retry_interrupted(Call call) {
@@ -174,12 +176,14 @@ FileStamp stamp_from(const struct stat& info) {
 // unless it was placed.
 class StagedFile {
  public:
-  // Makes missing directories; when this returns the text is on disk.
-  StagedFile(std::filesystem::path target, std::string_view text);
+  enum class Sync { now, later };
+  // Makes missing directories. With Sync::later the text is on disk only after sync().
+  StagedFile(std::filesystem::path target, std::string_view text, Sync when = Sync::now);
   ~StagedFile();
   StagedFile(const StagedFile&) = delete;
   StagedFile& operator=(const StagedFile&) = delete;
 
+  void sync() const { sync_or_throw(fd_.get(), target_); }
   // Takes the place of the file; on disk with the next sync of the directory.
   void place();
   // Swaps places with the file, which then has the name `former`.
@@ -245,7 +249,7 @@ int open_within(int opened, const std::filesystem::path& directory, const std::f
 }
 
 // Without the right to read a directory it cannot be synced: to be found out before anything is changed.
-StagedFile::StagedFile(std::filesystem::path target, std::string_view text)
+StagedFile::StagedFile(std::filesystem::path target, std::string_view text, Sync when)
     : target_(std::move(target)),
       target_name_(target_.filename().string()),
       directory_(open_directory(target_.parent_path(), Missing::create)) {
@@ -259,7 +263,7 @@ StagedFile::StagedFile(std::filesystem::path target, std::string_view text)
     if (mode && fchmod(fd_.get(), *mode) != 0)
       throw IoError("cannot keep the mode of " + target_.string(), errno);
     write_all(fd_.get(), text, target_);
-    sync_or_throw(fd_.get(), target_);
+    if (when == Sync::now) sync();
   } catch (...) {
     unlinkat(directory_.get(), name_.c_str(), 0);
     throw;
@@ -377,6 +381,20 @@ FileStamp atomic_write(const std::filesystem::path& path, std::string_view text)
   return file.stamp();
 }
 
+std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
+                                        const std::vector<NamedText>& files) {
+  std::deque<StagedFile> staged;
+  for (const auto& [name, text] : files) staged.emplace_back(directory / name, text, StagedFile::Sync::later);
+  for (StagedFile& file : staged) file.sync();
+  std::vector<FileStamp> stamps;
+  for (StagedFile& file : staged) {
+    file.place();
+    stamps.push_back(file.stamp());
+  }
+  if (!staged.empty()) staged.front().sync_directory();
+  return stamps;
+}
+
 FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text) {
   StagedFile file(path, text);
   file.exchange(former_file(path).filename().string());
@@ -439,13 +457,18 @@ bool is_regular_file(const std::filesystem::path& path) {
 }
 
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name) {
+  // A regular file is had in one read, and the next finds its end.
+  struct stat info {};
+  const bool has_size = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0;
+  std::size_t step = has_size ? std::min(static_cast<std::size_t>(info.st_size), limit) + 1 : kReadStep;
   std::string text;
   for (;;) {
     const std::size_t before = text.size();
-    text.resize(before + kReadStep);
-    const ssize_t got = retry_interrupted([&] { return read(fd, text.data() + before, kReadStep); });
+    text.resize(before + step);
+    const ssize_t got = retry_interrupted([&] { return read(fd, text.data() + before, step); });
     if (got < 0) throw IoError("cannot read " + name, errno);
     text.resize(before + static_cast<std::size_t>(got));
+    if (has_size) step = kNextStep;  // it has grown, or this read finds its end
     if (text.size() > limit) return std::nullopt;
     if (got == 0) return text;
   }

@@ -59,11 +59,20 @@ FileStamp stamp_of(const std::filesystem::path& path);
 // the way.
 FileStamp atomic_write(const std::filesystem::path& path, std::string_view text);
 
-// The same, but the file that was there when the new one took its place is not lost: it lies beside it as
-// former_file(path), for the caller to look at and then to remove. The two swap places in one call
-// (renameat2(2), RENAME_EXCHANGE), so whatever a hand did until then is in that file. A file system that
-// cannot swap gets a second name for the old file first; then a file that takes its place between these two
-// calls is lost. A former file that is there already is replaced.
+// The same for several files of one directory: each is replaced whole, one after the other, when all are
+// written. The directory is synced once, which spares time.
+struct NamedText {
+  std::string name;  // without a directory
+  std::string_view text;
+};
+std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
+                                        const std::vector<NamedText>& files);
+
+// The same as atomic_write(), but the file that was there when the new one took its place is not lost: it
+// lies beside it as former_file(path), for the caller to look at and then to remove. The two swap places in
+// one call (renameat2(2), RENAME_EXCHANGE), so whatever a hand did until then is in that file. A file system
+// that cannot swap gets a second name for the old file first; then a file that takes its place between these
+// two calls is lost. A former file that is there already is replaced.
 FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text);
 
 // Where atomic_exchange() leaves what was at `path`: a hidden name in the same directory, the same for the
@@ -75,8 +84,8 @@ std::filesystem::path former_file(const std::filesystem::path& path);
 bool is_open_for_writing(int fd);
 
 // Moves the file `from` to `to` (both absolute), in whose directory, made where it is missing, no other file
-// has that name; the move is on disk when this returns. False, with nothing changed, when they lie on different
-// file systems or the name is taken. Throws IoError.
+// has that name; the move is on disk when this returns. False, with nothing changed, when they lie on
+// different file systems or the name is taken. Throws IoError.
 bool move_file(const std::filesystem::path& from, const std::filesystem::path& to);
 
 struct Leftover {

@@ -24,12 +24,15 @@ bool is_manifest(const std::string& name) { return name.ends_with(kManifestEnd);
 
 // Link text in a list: brackets and marks of a title stand for themselves.
 std::string escaped(const std::string& text) {
+  static constexpr std::string_view kMarks = "\\`*_<>[]&";
   std::string out;
-  for (const char c : text) {
-    if (std::string_view("\\`*_<>[]&").find(c) != std::string_view::npos) out += '\\';
-    out += c;
+  std::size_t done = 0;
+  for (std::size_t at = text.find_first_of(kMarks); at != text.npos;
+       at = text.find_first_of(kMarks, at + 1)) {
+    out.append(text, done, at - done) += '\\';
+    done = at;
   }
-  return out;
+  return out.append(text, done);
 }
 
 // The overview is what a reader opens first, then what is about the whole repository, then the modules, where
@@ -42,10 +45,12 @@ int rank_of(const Map& row) {
 }
 
 std::vector<std::string> in_reading_order(const ListPart& part, const store::StoredRows& rows) {
-  std::vector<std::string> pages = part.pages;
-  std::stable_sort(pages.begin(), pages.end(), [&](const std::string& a, const std::string& b) {
-    return rank_of(*rows.find(a)) < rank_of(*rows.find(b));
-  });
+  std::vector<std::pair<int, const std::string*>> ranked;
+  for (const std::string& page_id : part.pages) ranked.emplace_back(rank_of(*rows.find(page_id)), &page_id);
+  std::stable_sort(ranked.begin(), ranked.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<std::string> pages;
+  for (const auto& [rank, page_id] : ranked) pages.push_back(*page_id);
   return pages;
 }
 
@@ -112,12 +117,6 @@ std::string WikiLists::read(const std::string& name) const {
   return utils::normalise_line_ends(utils::read_file_within(wiki_, file));
 }
 
-// A file that reads as it should is left alone: a sync costs more than the look.
-std::optional<utils::FileStamp> WikiLists::write(const std::string& name, const std::string& text) const {
-  if (read(name) == text) return std::nullopt;
-  return utils::atomic_write(wiki_ / name, text);
-}
-
 // Whether the page's file is not what its row knows, and is what `content` describes.
 bool WikiLists::is_right(const std::string& page_id, const ManifestContent& content, const Map* row) const {
   const fs::path file = pages_ / (page_id + ".md");
@@ -141,13 +140,14 @@ bool WikiLists::is_awaited(const std::string& page_id) const {
 WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::StoredRows& rows,
                                            const Map& lint, const Waiting& waiting) const {
   ManifestLines lines = manifest_lines(part, rows);
-  Manifest manifest{.text = render_manifest(part, lines, lint)};
-  const std::string in_place = read(list_file(part.prefix, kManifestEnd));
-  if (in_place == manifest.text) return manifest;
+  Manifest manifest{.text = render_manifest(part, lines, lint),
+                    .in_place = read(list_file(part.prefix, kManifestEnd)),
+                    .has_waiting = false};
+  if (manifest.in_place == manifest.text) return manifest;
   std::set<std::string_view> ours;
   for (const std::string_view line : utils::split_lines(manifest.text)) ours.insert(line);
   std::string others;
-  for (const std::string_view line : utils::split_lines(in_place)) {
+  for (const std::string_view line : utils::split_lines(manifest.in_place)) {
     if (ours.count(line) == 0) others.append(line).append("\n");
   }
   const ManifestContent content = read_manifest(others);
@@ -162,14 +162,20 @@ WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::St
   return manifest;
 }
 
-// The manifest last: it vouches for what is done.
+// The manifest last: it vouches for what is done. A file that reads as it should is left alone: a sync costs
+// more than the look.
 void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
                            const std::string& saved) {
-  write(list_file(part.prefix, kIndexEnd), render_index(part, rows));
-  const std::string name = list_file(part.prefix, kManifestEnd);
+  const fs::path index_name = list_file(part.prefix, kIndexEnd);
+  const fs::path manifest_name = list_file(part.prefix, kManifestEnd);
+  const std::string index = render_index(part, rows);
   const Manifest manifest = manifest_of(part, rows, lint, {.awaited = true, .but = saved});
-  const auto stamp = write(name, manifest.text);
-  if (stamp && !manifest.has_waiting) note_own(name, *stamp);
+  std::vector<utils::NamedText> files;
+  if (read(index_name) != index) files.push_back({index_name.filename(), index});
+  const bool is_other = manifest.in_place != manifest.text;
+  if (is_other) files.push_back({manifest_name.filename(), manifest.text});
+  const auto stamps = utils::atomic_write_all((wiki_ / index_name).parent_path(), files);
+  if (is_other && !manifest.has_waiting) note_own(manifest_name, stamps.back());
 }
 
 void WikiLists::write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id) {
@@ -226,12 +232,7 @@ std::vector<std::string> WikiLists::strays(const store::StoredRows& rows) const 
   return found;
 }
 
-// Looked for as text: a save asks, and the rest of a manifest is long.
-Map WikiLists::lint() const {
-  const std::string text = read(list_file("", kManifestEnd));
-  static constexpr std::string_view kKey = "\"lint\"";
-  return text.find(kKey) == text.npos ? Map() : read_manifest(text).lint;
-}
+Map WikiLists::lint() const { return lint_of(read(list_file("", kManifestEnd))); }
 
 std::vector<std::string> WikiLists::manifests() const {
   std::vector<std::string> names = files_in_lists();

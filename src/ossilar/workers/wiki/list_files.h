@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -68,7 +67,8 @@ class WikiLists {
 
  private:
   struct Manifest {
-    std::string text;
+    std::string text;          // as it should be
+    std::string in_place;      // as it is
     bool has_waiting = false;  // lines that are not of rows
   };
   // Which lines of a manifest in place wait for their pages.
@@ -82,8 +82,6 @@ class WikiLists {
   bool is_right(const std::string& page_id, const ManifestContent& content, const Map* row) const;
   void write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
                   const std::string& saved);
-  // Gives the stamp of the file when it was written.
-  std::optional<utils::FileStamp> write(const std::string& name, const std::string& text) const;
   // What is in the file, line ends normalised; "" where there is none.
   std::string read(const std::string& name) const;
   std::vector<std::string> files_in_lists() const;

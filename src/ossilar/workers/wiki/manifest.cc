@@ -120,6 +120,19 @@ std::string render_manifest(const ListPart& part, const ManifestLines& lines, co
   return out + "}\n";
 }
 
+// It is the first line, or none: the rest of a manifest of ours is long.
+Map lint_of(std::string_view text) {
+  if (text.starts_with(kBegin)) {
+    text.remove_prefix(kBegin.size());
+    if (!text.starts_with(std::string(",\"") + kLintKey)) return {};
+    text = text.substr(0, text.find('\n'));
+    ManifestContent content;
+    take_line(content, text);
+    return content.lint;
+  }
+  return read_manifest(text).lint;
+}
+
 bool ManifestContent::describes(const std::string& page_id, const std::string& content_hash) const {
   const auto found = described.find(page_id);
   return found != described.end() && found->second.count(content_hash) > 0;

@@ -47,4 +47,7 @@ struct ManifestContent {
 };
 ManifestContent read_manifest(std::string_view text);
 
+// The lint summary alone; null when there is none.
+Map lint_of(std::string_view text);
+
 }  // namespace ossilar::workers::wiki

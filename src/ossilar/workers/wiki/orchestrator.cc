@@ -329,19 +329,18 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 // only what follows is best effort.
 void WikiGenerator::_publish_agent_save() {
   put_on_disk();
+  existing_ = wiki_.stored_pages();  // with this page; nobody else writes until the lock is released
   task_.begin_stage("publishing");
   AgentSaveMixin::_publish_agent_save();
 }
 
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
-  wiki_.lists().write_page(wiki_.stored_pages(), result.lint, page_id_);
+  wiki_.lists().write_page(existing_, result.lint, page_id_);
   task_.begin_stage("storing the state");
 }
 
 // The contract asks for it; no list of ours holds it, as it would make every two branches conflict.
-std::int64_t WikiGenerator::_stored_files_covered() {
-  return wiki_.covered_files().count(wiki_.stored_pages());
-}
+std::int64_t WikiGenerator::_stored_files_covered() { return wiki_.covered_files().count(existing_); }
 
 // No build of ours makes one. One that another program's build left in the manifest is passed on.
 Map WikiGenerator::_prior_lint_summary() { return wiki_.lists().lint(); }
