@@ -10,7 +10,7 @@ import { appendFileSync, cpSync, readFileSync, rmSync, writeFileSync } from 'nod
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
-import { ossilar, pageText, scratch, sweep } from './sweep.mjs';
+import { listsAhead, ossilar, pageText, scratch, sweep } from './sweep.mjs';
 
 const ALWAYS = [
   ['EIO', ''],
@@ -50,11 +50,13 @@ const namesWhatFailed = ({ code, stdout, stderr }) =>
 const isSpeechless = ({ call, injection }) => call === 'write' && injection.endsWith('+');
 
 // The faults of one run, as lines.
-async function faultsOf(root, result, point, { what, before, after, mayBeLeft = BEST_EFFORT }) {
+async function faultsOf(root, result, point, { what, world, before, after, mayBeLeft = BEST_EFFORT }) {
   const where = `${what}, ${point.call}:${point.injection}`;
   const said = `${where}: exit ${result.code}\n${result.stdout}${result.stderr}`;
   if (result.code === 0) return (await isStored(root, after, mayBeLeft)) ? {} : { lie: said };
   if (!namesWhatFailed(result) && !isSpeechless(point)) return { unnamed: said };
+  const ahead = what.includes('save') ? listsAhead(root, world) : '';
+  if (ahead) return { bad: `${said}\n${ahead}` };
   const text = pageText(root, 'alpha');
   if (text !== before && text !== after && after !== undefined) return { bad: `${said}\n${text}` };
   const fixed = await ossilar(root, after === undefined ? ['init'] : ['check', '--fix']);
@@ -69,7 +71,7 @@ async function refuseEveryCall(t, what, { folder, world, action, always = ALWAYS
     injections: injections(always),
     each: async (root, result, point) => ({
       code: result.code,
-      ...(await faultsOf(root, result, point, { what, ...expected })),
+      ...(await faultsOf(root, result, point, { what, world, ...expected })),
     }),
   });
   const all = (kind) => results.map((result) => result[kind]).filter(Boolean);

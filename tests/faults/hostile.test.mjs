@@ -142,7 +142,6 @@ const LINKS = [
   ['.ossilar/index.db-wal', 'index.db'],
   ['.ossilar/write.lock', 'secret.md'],
   ['.ossilar/write.lock', 'none.md'],
-  ['.ossilar/turns', 'folder'],
   ['.ossilar/drafts', 'folder'],
   ['.ossilar/replaced', 'folder'],
   ['.ossilar/.gitignore', 'secret.md'],

@@ -6,7 +6,7 @@ import { appendFileSync, cpSync, readFileSync, rmSync, writeFileSync } from 'nod
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
-import { leftovers, ossilar, pageText, run, scratch, sweep } from './sweep.mjs';
+import { leftovers, listsAhead, ossilar, pageText, run, scratch, sweep } from './sweep.mjs';
 
 // A wiki with the page alpha, as a folder to be copied.
 function worldWith(t, folder, name, arrange = () => {}) {
@@ -41,6 +41,7 @@ async function faultAfter(root, { texts, mustInit = false }) {
 }
 
 async function killAtEveryPoint(t, { what, folder, world, action, texts, mustInit }) {
+  const isSave = action.args[0] === 'save';
   const states = await sweep({
     folder,
     world,
@@ -49,7 +50,8 @@ async function killAtEveryPoint(t, { what, folder, world, action, texts, mustIni
     injections: (call, k) => (call === 'openat' ? [] : [`signal=KILL:when=${k}`]),
     each: async (root, result, { call, k }) => {
       const isNew = pageText(root, 'alpha') === texts.at(-1);
-      const fault = await faultAfter(root, { texts, mustInit });
+      const ahead = isSave ? listsAhead(root, world) : '';
+      const fault = ahead || (await faultAfter(root, { texts, mustInit }));
       const bad = fault && `${what}, killed at ${call} ${k}: ${fault}`;
       return { isNew, bad, left: leftovers(root).map((file) => `${file}, killed at ${call} ${k}`) };
     },

@@ -97,7 +97,7 @@ test('a lock file that goes between its opening and its locking is not what is h
   assert.doesNotMatch(locked.at(-1), /deleted/);
 });
 
-// The page is looked at before its text is read, read, and looked at again under the lock.
+// The draft looks at the page and then reads its section; the commit looks at it again.
 for (const nth of [1, 2, 3]) {
   test(`a hand that edits the page at look ${nth} of a section's save is not overruled`, async (t) => {
     const save = { args: ['save', 'alpha', '--section', 'Section 1'], input: sectionText('alpha', 1, 'second') };
@@ -112,24 +112,6 @@ for (const nth of [1, 2, 3]) {
     assert.match(stdout, /hand-edit: /);
   });
 }
-
-// Else the draft of whoever is slower would be thrown away, again and again.
-test('who saves a page waits for who saves it already', async (t) => {
-  const save = (said) => ({ args: ['save', 'alpha'], input: pageAbout('alpha', 2, said) });
-  const drafting = { ...save('former'), call: 'flock', wanted: /turns/ };
-  const { root, resume } = await stopAfter(t, wikiWithAlpha(t), drafting);
-  const { args, input } = save('latter');
-  const latter = spawn('strace', tracing('openat', root, args), { stdio: ['pipe', 'ignore', 'pipe'] });
-  const ended = once(latter, 'close');
-  latter.stdin.end(input);
-  let said = '';
-  latter.stderr.on('data', (data) => (said += data));
-  while (latter.exitCode === null && !/turns\/.* EAGAIN/.test(said))
-    await Promise.race([once(latter.stderr, 'data'), ended]);
-  assert.equal((await resume()).code, 0);
-  assert.deepEqual(await ended, [0, null]);
-  assert.match(pageText(root, 'alpha'), /latter/);
-});
 
 test('a damaged database is set aside by who holds the lock', async (t) => {
   const wiki = wikiWithAlpha(t);

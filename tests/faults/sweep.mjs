@@ -3,7 +3,7 @@
 //
 // strace counts the calls of each kind, and of each thread by itself, so a point is a kind and a number; a number
 // that no thread reaches fires nothing and is no point. A kill comes before the call is made.
-import { execFile } from 'node:child_process';
+import { execFile, execFileSync } from 'node:child_process';
 import { cpSync, existsSync, mkdtempSync, readFileSync, readdirSync, realpathSync, rmSync } from 'node:fs';
 import { availableParallelism, tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -35,6 +35,8 @@ export const WRITES = [
   'flock',
   'openat',
 ];
+
+const ENTRY = /^,"pages\/(.*)\.md": \{"content_hash": "([0-9a-f]*)"/gm;
 
 // A folder for worlds and their copies, gone at the end of the test.
 export function scratch(t) {
@@ -113,6 +115,29 @@ function copy(folder, world, name) {
   const root = join(folder, name);
   cpSync(world, root, { recursive: true, preserveTimestamps: true, verbatimSymlinks: true });
   return root;
+}
+
+// What index and manifest tell that the rows do not: a fault at every moment. `world` is the wiki before the save.
+// The database is looked at in a copy, so that what was left in its log stays for the program to find.
+export function listsAhead(root, world) {
+  const read = (at, name) => (existsSync(join(at, name)) ? readFileSync(join(at, name), 'utf8') : '');
+  const copied = mkdtempSync(join(tmpdir(), 'ossilar-rows-'));
+  try {
+    cpSync(join(root, '.ossilar'), copied, { recursive: true });
+    const database = join(copied, 'index.db');
+    const query = 'SELECT page_id, content_hash FROM pages';
+    const answer = existsSync(database) ? execFileSync('sqlite3', [database, query], { stdio: 'pipe' }) : '';
+    const rows = new Map(String(answer).split('\n').map((line) => line.split('|')));
+    const entries = (at) => new Map([...read(at, 'wiki/manifest.json').matchAll(ENTRY)].map(([, id, hash]) => [id, hash]));
+    const before = entries(world);
+    const ahead = [...entries(root)].filter(([id, hash]) => hash !== rows.get(id) && hash !== before.get(id));
+    if (ahead.length > 0) return `the manifest is ahead of the rows: ${ahead}`;
+    const isOther = read(root, 'wiki/index.md') !== read(world, 'wiki/index.md');
+    const sameRows = [...before].every(([id, hash]) => rows.get(id) === hash) && rows.size - 1 === before.size;
+    return isOther && sameRows ? 'the index is ahead of the rows' : '';
+  } finally {
+    rmSync(copied, { recursive: true, force: true });
+  }
 }
 
 export const pageText = (root, id) => {

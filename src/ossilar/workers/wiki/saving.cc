@@ -1,11 +1,14 @@
 #include "ossilar/workers/wiki/saving.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 #include <variant>
 
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/page_turn.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -15,10 +18,12 @@ const utils::Logger save_logger("ossilar.workers.wiki.saving");
 // Pages whose words wait for a search. More of them would keep the first search waiting.
 constexpr std::size_t kMostPagesWaiting = 64;
 
+// Some hundred saves of a page can go before within this time.
+constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
+
 // The name of the kept text, "" for none. That it could not be kept is not what the author must hear of
 // first.
 std::string keep_refused(const Wiki& wiki, const SaveRequest& request) {
-  if (refuse_blank(request.content)) return "";
   try {
     return wiki.kept_drafts().keep(request.page_id, request.content);
   } catch (const std::exception& error) {
@@ -39,6 +44,10 @@ void index_words(Wiki& wiki) {
 }  // namespace
 
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task) {
+  if (auto refusal = refuse_blank(request.content))
+    return {.answer = *std::move(refusal), .failure = {}, .kept = {}};
+  const PageTurn turn(wiki.paths().turns(), request.page_id,
+                      std::min(wiki.config().lock_timeout, kTurnPatience), task);
   WikiGenerator save(wiki, task, {.if_version = request.if_version});
   SaveOutcome outcome;
   try {

@@ -46,6 +46,8 @@ struct WikiPaths {
   std::filesystem::path page(const std::string& page_id) const { return pages / (page_id + ".md"); }
   std::filesystem::path database() const { return state / "index.db"; }
   std::filesystem::path lock() const { return state / "write.lock"; }
+  // The file whose bytes savers of one page take turns by.
+  std::filesystem::path turns() const { return state / "turns.lock"; }
   // The texts of refused saves.
   std::filesystem::path drafts() const { return state / "drafts"; }
   // The texts that a save or a repair took the place of and that no author has read.

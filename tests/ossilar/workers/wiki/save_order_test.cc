@@ -12,6 +12,7 @@
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/adoption.h"
+#include "ossilar/workers/wiki/page_turn.h"
 #include "ossilar/workers/wiki/wiki_check.h"
 #include "support/hooked_store.h"
 #include "support/wiki_repo.h"
@@ -188,6 +189,27 @@ TEST_F(SaveOrderTest, BlankContentIsAnsweredBeforeAnythingElse) {
   EXPECT_EQ(WikiGenerator(*outside_, task).save_agent_page("alpha", " \n\t"),
             (Answer{{"error", "content is required"}}));
   EXPECT_EQ(steps, 0);
+}
+
+TEST_F(SaveOrderTest, OnlySaversOfOnePageTakeTurns) {
+  const fs::path turns = outside_->paths().turns();
+  const utils::Task task;
+  const PageTurn held(turns, "alpha", std::chrono::hours(1), task);
+  const auto waits = [&](const std::string& page) {
+    utils::Task impatient;
+    impatient.cancel();
+    try {
+      PageTurn(turns, page, std::chrono::hours(1), impatient);
+      return false;
+    } catch (const utils::Cancelled&) {
+      return true;
+    }
+  };
+  EXPECT_TRUE(waits("alpha"));
+  for (int i = 0; i < 1000; ++i) EXPECT_FALSE(waits("page" + std::to_string(i))) << i;
+  PageTurn(turns, "alpha", std::chrono::milliseconds(0), task);  // patience ends, and the save goes on
+  EXPECT_EQ(ossilar::testing::save_page(*outside_, {.page_id = "alpha", .content = " "}).answer,
+            (Answer{{"error", "content is required"}}));
 }
 
 TEST_F(SaveOrderTest, AHandsEditIsWarnedOfByTheDraftAndKeptByTheCommit) {
