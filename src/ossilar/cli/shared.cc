@@ -57,6 +57,10 @@ void bring_up_to_date(workers::wiki::Wiki& wiki) {
   if (report.adopted > 0)
     Output::diagnostic("took over " + std::to_string(report.adopted) +
                        " page(s) that came by version control");
+  if (report.forgotten > 0) {
+    Output::diagnostic("forgot " + std::to_string(report.forgotten) +
+                       " page(s) that version control removed; their texts are kept in .ossilar/replaced");
+  }
   tell_of_records(report.given_records);
 }
 

@@ -168,13 +168,8 @@ Looks look_at(Tree& tree, const std::filesystem::path& root, const std::vector<L
 // What one refresh makes out of the entries of the one before.
 class Refresh {
  public:
-  Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols, SymbolList::Spill spill)
-      : tree_(tree),
-        known_(known),
-        next_(known.begin()),
-        now_(now),
-        spill_(std::move(spill)),
-        tool_(symbols) {}
+  Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
+      : tree_(tree), known_(known), next_(known.begin()), now_(now), tool_(symbols) {}
 
   // `files` are in order, and `looks` are what was seen of them.
   Entries run(const std::vector<Listed>& files, const Looks& looks, const Progress& progress) {
@@ -269,7 +264,7 @@ class Refresh {
       entry.has_symbols = true;
       if (symbols.empty()) continue;
       SourceFile file = *entry.file;
-      file.symbols = SymbolList(symbols, spill_);
+      file.symbols = SymbolList(symbols);
       entry.file = std::make_shared<const SourceFile>(std::move(file));
     }
     if (!queue.problem().empty()) tool_.fail(queue.problem());
@@ -283,7 +278,6 @@ class Refresh {
   const Entries& known_;
   Entries::const_iterator next_;  // the first that no survey has passed
   std::int64_t now_;
-  SymbolList::Spill spill_;  // null keeps symbols in memory
   ToolOfRefresh tool_;
   std::vector<ToRead> to_read_;
   std::vector<utils::IoError> failures_;
@@ -436,7 +430,6 @@ class Indexer::Impl {
   explicit Impl(Options options) : options_(std::move(options)), excluded_(options_.excluded) {
     if (!options_.clock) options_.clock = system_clock;
     if (options_.watch) hearing_.emplace(options_.root, excluded_);
-    if (!options_.spill.empty()) spill_ = std::make_shared<TextSpill>(options_.spill);
   }
 
   std::shared_ptr<const SourceIndex> refresh(const Progress& progress) {
@@ -450,7 +443,7 @@ class Indexer::Impl {
     Listing listing = hearing_ ? hearing_->list(tree) : list_files(options_.root, excluded_, tree);
     const Looks looks = look_at(tree, options_.root, listing.files);
     if (loading.valid()) entries_ = loading.get();
-    Refresh refresh(tree, *entries_, now, options_.symbols, spill_);
+    Refresh refresh(tree, *entries_, now, options_.symbols);
     Entries entries = refresh.run(listing.files, looks, progress);
     tell(refresh.failures());
     save(changes_between(*entries_, entries));
@@ -489,7 +482,7 @@ class Indexer::Impl {
     Entries entries;
     if (options_.records == nullptr) return entries;
     options_.records->load([&](std::string_view path, std::string_view text) {
-      auto entry = read_record(path, text, spill_);
+      auto entry = read_record(path, text);
       entries.push_back(entry ? *std::move(entry) : unknown_entry(path));
     });
     // They come in order, but for those that were stored since the first time.
@@ -506,7 +499,6 @@ class Indexer::Impl {
 
   Options options_;
   Exclusions excluded_;
-  SymbolList::Spill spill_;         // null without Options::spill
   std::mutex refreshing_;           // guards what follows
   std::optional<Entries> entries_;  // none before the records are loaded
   std::shared_ptr<const SourceIndex> index_;

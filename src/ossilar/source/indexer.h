@@ -49,8 +49,7 @@ class Indexer {
     RecordStore* records = nullptr;            // must outlive the indexer; null keeps nothing
     bool symbols = true;                       // ask the symbol tool
     std::function<std::int64_t()> clock = {};  // nanoseconds since the epoch; the system's clock when empty
-    bool watch = false;                // hear of changes instead of looking, where the system tells of them
-    std::filesystem::path spill = {};  // a folder for symbols of files, out of memory; "" keeps them in it
+    bool watch = false;  // hear of changes instead of looking, where the system tells of them
   };
   explicit Indexer(Options options);
   ~Indexer();

@@ -60,7 +60,7 @@ Stamp read_stamp(Parts& parts) {
   return stamp;
 }
 
-SourceFile read_file(std::string_view path, Parts& parts, const SymbolList::Spill& spill) {
+SourceFile read_file(std::string_view path, Parts& parts) {
   SourceFile file;
   file.path = path;
   const auto kind = parts.number<unsigned>();
@@ -75,7 +75,7 @@ SourceFile read_file(std::string_view path, Parts& parts, const SymbolList::Spil
   parts.require(hash.empty() || !file.sha256.empty());
   file.language = parts.up_to('\n');
   file.imports = ImportList::of_text(parts.bytes(import_bytes));
-  file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes), spill);
+  file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes));
   parts.end();
   return file;
 }
@@ -99,15 +99,14 @@ std::string record_text(const Entry& entry) {
   return text.append(file.imports.text()).append(symbols);
 }
 
-std::optional<Entry> read_record(std::string_view path, std::string_view text,
-                                 const SymbolList::Spill& spill) {
+std::optional<Entry> read_record(std::string_view path, std::string_view text) {
   Parts parts(text);
   if (parts.number<int>() != kFormat) return std::nullopt;
   Entry entry;
   entry.stamp = read_stamp(parts);
   entry.is_settled = parts.flag();
   entry.has_symbols = parts.flag();
-  SourceFile file = read_file(path, parts, spill);
+  SourceFile file = read_file(path, parts);
   if (parts.is_damaged()) return std::nullopt;
   entry.file = std::make_shared<const SourceFile>(std::move(file));
   return entry;

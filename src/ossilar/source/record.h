@@ -25,8 +25,6 @@ struct Entry {
 std::string record_text(const Entry& entry);
 
 // None for a text of another format or one that is damaged: the file is read again then.
-// With a `spill` the symbols are kept there.
-std::optional<Entry> read_record(std::string_view path, std::string_view text,
-                                 const SymbolList::Spill& spill = nullptr);
+std::optional<Entry> read_record(std::string_view path, std::string_view text);
 
 }  // namespace ossilar::source

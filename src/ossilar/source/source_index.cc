@@ -84,34 +84,21 @@ bool may_name(std::string_view text, std::string_view name) {
 
 }  // namespace
 
-SymbolList::SymbolList(const std::vector<Symbol>& symbols, const Spill& spill)
-    : SymbolList(text_of(symbols), spill) {}
+SymbolList::SymbolList(const std::vector<Symbol>& symbols) : SymbolList(text_of(symbols)) {}
 
-SymbolList SymbolList::of_text(std::string text, const Spill& spill) {
-  return SymbolList(std::move(text), spill);
-}
+SymbolList SymbolList::of_text(std::string text) { return SymbolList(std::move(text)); }
 
-SymbolList::SymbolList(std::string text, const Spill& spill) {
+SymbolList::SymbolList(std::string text) {
   const auto is_main = [](const Symbol& symbol) { return symbol.name == "main" && symbol.scope.empty(); };
   if (may_name(text, "main")) {
     const std::vector<Symbol> symbols = symbols_of(text);
     has_main_ = std::any_of(symbols.begin(), symbols.end(), is_main);
   }
-  const auto piece = spill && !text.empty() ? spill->add(text) : std::nullopt;
-  if (piece) {
-    text_ = Spilled{spill, *piece};
-  } else {
-    text.shrink_to_fit();
-    text_ = std::move(text);
-  }
+  text.shrink_to_fit();
+  text_ = std::move(text);
 }
 
-std::string SymbolList::text() const {
-  const auto* spilled = std::get_if<Spilled>(&text_);
-  return spilled != nullptr ? spilled->spill->read(spilled->piece) : std::get<std::string>(text_);
-}
-
-std::vector<Symbol> SymbolList::all() const { return symbols_of(text()); }
+std::vector<Symbol> SymbolList::all() const { return symbols_of(text_); }
 
 ContentHash::ContentHash(std::string_view hex) {
   if (hex.size() != 2 * bytes_.size()) return;

@@ -7,10 +7,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
-
-#include "ossilar/source/text_spill.h"
 
 namespace ossilar::source {
 
@@ -38,29 +35,21 @@ struct Symbol {
 // index takes.
 class SymbolList {
  public:
-  using Spill = std::shared_ptr<TextSpill>;
-
-  // With a `spill` the text is kept there, if there is room.
   SymbolList() = default;
-  explicit SymbolList(const std::vector<Symbol>& symbols, const Spill& spill = nullptr);
+  explicit SymbolList(const std::vector<Symbol>& symbols);
   // `text` is what text() gave; of another what can be read is taken.
-  static SymbolList of_text(std::string text, const Spill& spill = nullptr);
+  static SymbolList of_text(std::string text);
 
-  // Throws utils::IoError for a text that cannot be had back from its spill, as text() does.
   std::vector<Symbol> all() const;
   // Whether a program may begin here: one at the file's level is called `main`.
   bool has_main() const { return has_main_; }
   // UTF-8 if the symbols are.
-  std::string text() const;
+  const std::string& text() const { return text_; }
 
  private:
-  struct Spilled {
-    Spill spill;
-    TextSpill::Piece piece;
-  };
-  SymbolList(std::string text, const Spill& spill);
+  explicit SymbolList(std::string text);
 
-  std::variant<std::string, Spilled> text_;
+  std::string text_;
   bool has_main_ = false;
 };
 

@@ -62,14 +62,12 @@ class SymbolsTest : public ::testing::Test {
   TempDir root;
   TempDir tools;
   void make_indexer(bool watch) {
-    indexer =
-        std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
-                                                   .excluded = {},
-                                                   .records = nullptr,
-                                                   .symbols = true,
-                                                   .clock = [] { return std::int64_t{1} << 62; },
-                                                   .watch = watch,
-                                                   .spill = watch ? tools.path() : std::filesystem::path()});
+    indexer = std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
+                                                         .excluded = {},
+                                                         .records = nullptr,
+                                                         .symbols = true,
+                                                         .clock = [] { return std::int64_t{1} << 62; },
+                                                         .watch = watch});
   }
   void SetUp() override { make_indexer(false); }
   std::unique_ptr<Indexer> indexer;
@@ -165,14 +163,8 @@ TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
     for (const Symbol& s : symbols) rows.emplace_back(s.name, s.kind, s.scope, s.line);
     return rows;
   };
-  const TempDir dir;
-  for (const SymbolList::Spill& spill : {SymbolList::Spill(), std::make_shared<TextSpill>(dir.path()),
-                                         std::make_shared<TextSpill>(dir / "missing")}) {
-    std::vector<SymbolList> kept;
-    for (const auto& list : lists) kept.push_back(SymbolList::of_text(SymbolList(list, spill).text(), spill));
-    for (std::size_t i = 0; i < lists.size(); ++i) EXPECT_EQ(fields(kept[i].all()), fields(lists[i]));
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << "what is spilled has no name";
+  for (const auto& list : lists)
+    EXPECT_EQ(fields(SymbolList::of_text(SymbolList(list).text()).all()), fields(list));
   EXPECT_EQ(shown(SymbolList({{"a\tb\nc", "d", "", 1}, {"e", "d", "", 2}}).all()), "1 d |a b c, 2 d |e");
   EXPECT_EQ(shown(SymbolList::of_text("a\n\x01\t\x01\t\x01\tx\nb\tf\t\t7").all()), "0  |a, 0  |\x01, 7 f |b");
 }
@@ -195,12 +187,8 @@ TEST(SymbolList, TellsWhereAProgramMayBegin) {
       {{{"domain", "function", "", 1}, {"main", "method", "A", 2}, {"main", "function", "", 9}}, true},
       {{{"mains", "function", "", 1}}, false},
   };
-  const TempDir dir;
-  for (const auto& [symbols, is_so] : rows) {
+  for (const auto& [symbols, is_so] : rows)
     EXPECT_EQ(SymbolList(symbols).has_main(), is_so) << shown(symbols);
-    EXPECT_EQ(SymbolList(symbols, std::make_shared<TextSpill>(dir.path())).has_main(), is_so)
-        << shown(symbols);
-  }
 }
 
 }  // namespace

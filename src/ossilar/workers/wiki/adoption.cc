@@ -119,7 +119,10 @@ class Batches {
 // What manifests tell of pages beyond their rows.
 struct Arrivals {
   std::vector<std::string> whole;  // whose file is what a manifest describes
+  std::vector<std::string> gone;   // whose file is gone and that no manifest lists any more
   WikiLists::PageStamps awaited;
+
+  bool has_any() const { return !whole.empty() || !gone.empty(); }
 };
 
 Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const WikiPaths& paths) {
@@ -142,6 +145,27 @@ Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& r
       arrivals.awaited.emplace(file, stamp);
     }
   }
+  return arrivals;
+}
+
+// Removed by somebody else, and their manifest says so: a file that a hand removed is still listed.
+std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows) {
+  std::vector<std::string> missing;
+  rows.for_each([&](const std::string& page_id, const Map&) {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(wiki.paths().page(page_id), error))) missing.push_back(page_id);
+  });
+  if (missing.empty()) return missing;
+  const ManifestContent listed = wiki.lists().read_all();
+  if (listed.described.empty()) return {};  // the manifest itself is gone
+  std::erase_if(missing, [&](const std::string& page_id) { return listed.described.count(page_id) > 0; });
+  return missing;
+}
+
+Arrivals look_for_arrivals(Wiki& wiki, const ManifestContent& manifest) {
+  const store::StoredRows rows = wiki.stored_pages();
+  Arrivals arrivals = arrivals_of(manifest, rows, wiki.paths());
+  arrivals.gone = pages_removed(wiki, rows);
   return arrivals;
 }
 
@@ -320,6 +344,22 @@ void Adoption::settle_digest(const std::string& page_id, const std::string& text
   digests_.set(page_id, _page_digest(titled, split_authored(text, "").body, {}));
 }
 
+// What the row alone knows of the page goes to where replaced texts are.
+void Adoption::keep_former_text(const std::string& page_id) const {
+  const Map* row = rows_.find(page_id);
+  if (row == nullptr) return;
+  const auto cache = wiki_.store().build_cache(wiki_.branch(), page_id);
+  const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
+  if (!prose.empty())
+    wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(*row, "title") + "\n\n" + prose);
+}
+
+void Adoption::forget_page(const std::string& page_id) {
+  keep_former_text(page_id);
+  wiki_.store().remove_page(wiki_.branch(), page_id);
+  digests_.erase(page_id);
+}
+
 void Adoption::store_digests(store::WikiStore& store) {
   std::vector<std::string> changed;
   for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_))
@@ -416,7 +456,7 @@ void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& p
 void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport& report) {
   const bool is_older = !manifest.former_entries.empty();
   if (is_older) report.given_records = give_records(wiki);
-  if (report.adopted > 0 || is_older || !has_lists(wiki.paths()))
+  if (report.adopted > 0 || report.forgotten > 0 || is_older || !has_lists(wiki.paths()))
     wiki.lists().write_all(wiki.stored_pages(), manifest.lint);
 }
 
@@ -453,14 +493,16 @@ AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
   Arrivals arrivals;
   try {
     const ManifestContent manifest = wiki.lists().read(news);
-    arrivals = arrivals_of(manifest, wiki.stored_pages(), wiki.paths());
+    arrivals = look_for_arrivals(wiki, manifest);
     wiki.lists().note({}, arrivals.awaited);
-    if (!arrivals.whole.empty() || !manifest.former_entries.empty()) {
+    if (arrivals.has_any() || !manifest.former_entries.empty()) {
       wiki.prepare();
       wiki.with_write_lock(when_busy == WhenBusy::wait, [&] {
-        const auto still = arrivals_of(manifest, wiki.stored_pages(), wiki.paths()).whole;
-        Adoption adoption(wiki, manifest, still);
-        if (!still.empty()) adopt_all(wiki, adoption, still, report);
+        const Arrivals still = look_for_arrivals(wiki, manifest);
+        Adoption adoption(wiki, manifest, still.whole);
+        for (const std::string& page_id : still.gone) adoption.forget_page(page_id);
+        report.forgotten = still.gone.size();
+        if (still.has_any()) adopt_all(wiki, adoption, still.whole, report);
         finish_adoption(wiki, manifest, report);
       });
     }

@@ -22,6 +22,7 @@ namespace ossilar::workers::wiki {
 
 struct AdoptionReport {
   std::size_t adopted = 0;
+  std::size_t forgotten = 0;           // pages that version control removed
   std::size_t given_records = 0;       // page files of an older format that got a record
   std::vector<std::string> edited;     // page ids whose file is not the one that the manifest describes
   std::vector<std::string> unplanned;  // files under the pages directory that belong to no page
@@ -34,11 +35,11 @@ AdoptionReport adopt_pages(Wiki& wiki);
 
 enum class WhenBusy { wait, skip };
 
-// The same for pages that came by version control: those whose file is what a manifest describes and whose
-// row is not. Looks only when a manifest is another one than the last time, or a file that was not yet what
-// one describes. Takes the write lock when there is something to adopt; with WhenBusy::skip, not while
-// another holds it. What cannot be read is logged. A wiki of an older format is brought forward: its pages
-// get their records.
+// The same for pages that came or went by version control: those whose file is what a manifest describes and
+// whose row is not, and those whose file is gone and that no manifest lists any more. Looks only when a
+// manifest is another one than the last time, or a file that was not yet what one describes. Takes the write
+// lock when there is something to adopt; with WhenBusy::skip, not while another holds it. What cannot be read
+// is logged. A wiki of an older format is brought forward: its pages get their records.
 AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy);
 
 // The model of rows that were made of a text that no save stored.
@@ -58,6 +59,11 @@ class Adoption {
   void settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
                      bool changed_here);
   void drop_digest(const std::string& page_id) { digests_.erase(page_id); }
+
+  // Keeps what the row alone knows of the page's text, before the row is about another.
+  void keep_former_text(const std::string& page_id) const;
+  // Removes the page's row, with its text kept.
+  void forget_page(const std::string& page_id);
 
   // Whether a manifest describes this very text: then a save stored it, here or elsewhere.
   bool is_described(const std::string& page_id, const std::string& text) const;

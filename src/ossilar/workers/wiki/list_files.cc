@@ -1,6 +1,7 @@
 #include "ossilar/workers/wiki/list_files.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <tuple>
@@ -117,16 +118,17 @@ std::string WikiLists::read(const std::string& name) const {
   return utils::normalise_line_ends(utils::read_file_within(wiki_, file));
 }
 
-// Whether the page's file is not what its row knows, and is what `content` describes.
-bool WikiLists::is_right(const std::string& page_id, const ManifestContent& content, const Map* row) const {
+// Whether the page's file is another than its row knows: it came by version control and waits for its
+// adoption, to which a line of the manifest is the proof, or it waits for a hand that resolves a conflict.
+bool WikiLists::is_unsettled(const std::string& page_id, const Map* row) const {
   const fs::path file = pages_ / (page_id + ".md");
+  if (!utils::is_regular_file(file)) return false;
+  if (row == nullptr) return true;
   try {
-    if (!utils::is_regular_file(file)) return false;
     const std::string hash = _text_hash(utils::read_text_file_within(pages_, file));
-    const bool is_known = row != nullptr && utils::string_member(*row, "content_hash") == hash;
-    return !is_known && content.describes(page_id, hash);
+    return utils::string_member(*row, "content_hash") != hash;
   } catch (const utils::Error&) {
-    return false;  // what cannot be read is not what a line describes
+    return true;  // what cannot be read is not what the row knows
   }
 }
 
@@ -135,8 +137,8 @@ bool WikiLists::is_awaited(const std::string& page_id) const {
   return awaited_.count(pages_ / (page_id + ".md")) > 0;
 }
 
-// Of the manifest in place, a line that is not the rows' may be right all the same: its page came by version
-// control and waits for its adoption, to which the line is the proof. Only such lines are parsed.
+// Of the manifest in place, a line that is not the rows' may be right all the same, while its page is not
+// settled. Only such lines are parsed.
 WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::StoredRows& rows,
                                            const Map& lint, const Waiting& waiting) const {
   ManifestLines lines = manifest_lines(part, rows);
@@ -150,12 +152,13 @@ WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::St
   for (const std::string_view line : utils::split_lines(manifest.in_place)) {
     if (ours.count(line) == 0) others.append(line).append("\n");
   }
-  const ManifestContent content = read_manifest(others);
-  for (const auto& [page_id, line] : content.lines) {
+  std::optional<ManifestContent> whole;  // with the lines that are ours, too
+  for (const auto& [page_id, hashes] : read_manifest(others).described) {
     if (page_id == waiting.but) continue;
     const bool waits = waiting.awaited && is_awaited(page_id);
-    if (!waits && !is_right(page_id, content, rows.find(page_id))) continue;
-    lines[page_id] = line;
+    if (!waits && !is_unsettled(page_id, rows.find(page_id))) continue;
+    if (!whole) whole = read_manifest(manifest.in_place);
+    lines[page_id] = whole->lines[page_id];
     manifest.has_waiting = true;
   }
   if (manifest.has_waiting) manifest.text = render_manifest(part, lines, lint);

@@ -37,8 +37,8 @@ class WikiLists {
  public:
   WikiLists(std::filesystem::path wiki, std::filesystem::path pages);
 
-  // Brings the lists that tell of the page in line with the rows. A line of a manifest that describes another
-  // page's file better than that page's row does waits for the page to be adopted, and stays.
+  // Brings the lists that tell of the page in line with the rows. What a manifest in place says of another
+  // page stays while that page's file is not what its row knows.
   void write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id);
 
   // The same for all lists. Those of parts that are no more are removed.
@@ -79,7 +79,7 @@ class WikiLists {
   Manifest manifest_of(const ListPart& part, const store::StoredRows& rows, const Map& lint,
                        const Waiting& waiting) const;
   bool is_awaited(const std::string& page_id) const;
-  bool is_right(const std::string& page_id, const ManifestContent& content, const Map* row) const;
+  bool is_unsettled(const std::string& page_id, const Map* row) const;
   void write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
                   const std::string& saved);
   // What is in the file, line ends normalised; "" where there is none.

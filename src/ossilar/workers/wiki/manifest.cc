@@ -62,7 +62,7 @@ void take_entries(ManifestContent& content, const Map& object) {
     const auto page_id = page_of(key);
     if (!page_id || !value.is_object()) continue;
     content.described[*page_id].insert(utils::string_member(value, kHashKey));
-    content.lines[*page_id] = entry_line(key, value);
+    content.lines[*page_id] += entry_line(key, value);
   }
 }
 

@@ -35,7 +35,7 @@ std::string render_manifest(const ListPart& part, const ManifestLines& lines, co
 struct ManifestContent {
   // By page id, the hashes of the texts that it describes; a merged manifest may describe several of one.
   std::map<std::string, std::set<std::string>> described;
-  ManifestLines lines;  // as render_manifest() writes them; of several of a page the last
+  ManifestLines lines;  // as render_manifest() writes them; of several of a page all
   Map lint;
   // The entries of a manifest of format 1, which hold what a page's record holds today; none of another.
   std::multimap<std::string, Map> former_entries;

@@ -5,7 +5,6 @@
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/former_file.h"
 #include "ossilar/workers/wiki/inspection.h"
-#include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/open_wiki.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
@@ -67,7 +66,7 @@ void Repair::mend(const Finding& finding) {
     case Fault::file_without_row:
       return take_over(finding.page_id);
     case Fault::row_without_file:
-      return forget_page(finding.page_id);
+      return adoption_.forget_page(finding.page_id);
     case Fault::chunks:
       return chunk_again(finding.page_id);
     case Fault::digest:
@@ -83,19 +82,9 @@ std::string Repair::text_of(const std::string& page_id) const {
   return utils::read_text_file_within(wiki_.paths().pages, wiki_.paths().page(page_id));
 }
 
-// What the row alone knows of the page goes to where replaced texts are, before the row goes or is about
-// another text.
-void Repair::keep_former_text(const std::string& page_id, const Map& row) const {
-  const auto cache = wiki_.store().build_cache(wiki_.branch(), page_id);
-  const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
-  if (!prose.empty())
-    wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(row, "title") + "\n\n" + prose);
-}
-
 void Repair::take_over(const std::string& page_id) {
   const std::string text = text_of(page_id);
-  const Map* row = rows_.find(page_id);
-  if (row != nullptr && !adoption_.is_described(page_id, text)) keep_former_text(page_id, *row);
+  if (!adoption_.is_described(page_id, text)) adoption_.keep_former_text(page_id);
   adoption_.adopt_text(wiki_.store(), page_id, text);
 }
 
@@ -115,14 +104,6 @@ void Repair::settle_digest(const std::string& page_id) {
   const std::string text = text_of(page_id);
   adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"),
                           !adoption_.is_described(page_id, text));
-}
-
-void Repair::forget_page(const std::string& page_id) {
-  const Map* row = rows_.find(page_id);
-  if (row == nullptr) return;
-  keep_former_text(page_id, *row);
-  wiki_.store().remove_page(wiki_.branch(), page_id);
-  adoption_.drop_digest(page_id);
 }
 
 // A temporary file is of no use to anybody. What a save replaced may be the only copy of a hand's text.

@@ -23,8 +23,6 @@ class Repair {
   void take_over(const std::string& page_id);
   void chunk_again(const std::string& page_id);
   void settle_digest(const std::string& page_id);
-  void forget_page(const std::string& page_id);
-  void keep_former_text(const std::string& page_id, const Map& row) const;
   void settle_leftover(const Finding& finding) const;
   std::string text_of(const std::string& page_id) const;
 

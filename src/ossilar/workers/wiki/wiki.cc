@@ -2,7 +2,6 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/fold.h"
-#include "ossilar/utils/memory.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/planner.h"
@@ -11,9 +10,6 @@ namespace ossilar::workers::wiki {
 namespace {
 
 constexpr std::size_t kMostDrafts = 50;
-
-// So large a wiki's plan and graph need tens of MiB for a moment.
-constexpr std::size_t kManyFiles = 20'000;
 
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
@@ -42,12 +38,11 @@ Wiki::Wiki(Services services)
       store_(std::move(services.store)),
       embedder_(std::move(services.embedder)),
       source_records_(std::make_unique<SourceRecords>(*store_)),
-      indexer_(std::make_unique<source::Indexer>(
-          source::Indexer::Options{.root = paths_.root,
-                                   .excluded = excluded_from_index(config_),
-                                   .records = source_records_.get(),
-                                   .watch = services.stays,
-                                   .spill = services.stays ? paths_.state : std::filesystem::path()})),
+      indexer_(
+          std::make_unique<source::Indexer>(source::Indexer::Options{.root = paths_.root,
+                                                                     .excluded = excluded_from_index(config_),
+                                                                     .records = source_records_.get(),
+                                                                     .watch = services.stays})),
       lock_({.path = paths_.lock(),
              .timeout = config_.lock_timeout,
              .holder = std::move(services.writer),
@@ -71,7 +66,6 @@ std::shared_ptr<const PlannedWiki> Wiki::prepare(const source::Progress& progres
     wiki = planned_;
   }
   if (wiki && wiki->index == index) return wiki;
-  if (index->files().size() >= kManyFiles) utils::return_memory_at_once();
   Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
   wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
   const std::lock_guard lock(mutex_);

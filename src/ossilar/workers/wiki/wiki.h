@@ -112,8 +112,8 @@ class Wiki {
     std::unique_ptr<store::WikiStore> store;
     std::unique_ptr<search::Embedder> embedder;
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
-    // For a process that stays: it hears of changes of the sources instead of looking at each, and keeps
-    // their symbols out of memory (see Indexer::Options).
+    // For a process that stays: it hears of changes of the sources instead of looking at each (see
+    // Indexer::Options::watch).
     bool stays = false;
   };
   explicit Wiki(Services services);

@@ -107,7 +107,7 @@ const Case kCases[] = {
        world.append("wiki/pages/beta.md", "<<<<<<< a\nx\n=======\ny\n>>>>>>> b\n");
        fs::remove(world.repo.dir / ".ossilar/index.db");
      },
-     "page-file wiki/pages/beta.md\nmanifest wiki/manifest.json", "page-file wiki/pages/beta.md"},
+     "page-file wiki/pages/beta.md", "page-file wiki/pages/beta.md"},
     {"marks of a merge that are what the page is about",
      [](const World& world) {
        save(*world.repo.open(), "beta",
