@@ -18,8 +18,8 @@ function readCall(line) {
   if (!match || Number(match[3]) < 0) return null;
   const [, name, text] = match;
   const args = text.split(', ');
-  if (name === 'renameat')
-    return { name, from: join(pathOf(args[0]), JSON.parse(args[1])), to: join(pathOf(args[2]), JSON.parse(args[3])) };
+  if (name === 'renameat' || name === 'renameat2')
+    return { name: 'renameat', from: join(pathOf(args[0]), JSON.parse(args[1])), to: join(pathOf(args[2]), JSON.parse(args[3])) };
   if (name === 'mkdirat') return { name, path: join(pathOf(args[0]), JSON.parse(args[1])) };
   // A session answers with one object a line, by a descriptor that nothing else has.
   const isAnswer = name === 'write' && (text.startsWith('1<') || /^\d+<(pipe|socket):\S+, "\{\\"/.test(text));
@@ -69,19 +69,51 @@ const isWrite = (call, path) => ['write', 'pwrite64'].includes(call.name) && cal
 function broken(calls) {
   const faults = [];
   const isSyncedAfter = (at, path) => calls.slice(at + 1).some((call) => isSync(call, path));
+  // A file is written under one name and may take another before it takes its place.
+  const names = new Map();
   calls.forEach((call, at) => {
     if (call.name === 'renameat') {
-      const written = calls.findLastIndex((other, i) => i < at && isWrite(other, call.from));
-      if (!calls.slice(written, at).some((other) => isSync(other, call.from)))
+      const from = names.get(call.from) ?? call.from;
+      names.set(call.to, from);
+      const written = calls.findLastIndex((other, i) => i < at && isWrite(other, from));
+      if (!calls.slice(written, at).some((other) => isSync(other, from)))
         faults.push(`${call.to} takes its place before its text is on disk`);
       if (!isSyncedAfter(at, dirname(call.to))) faults.push(`${call.to} is in place, and its folder is not synced`);
     }
     if (call.name === 'mkdirat' && !isSyncedAfter(at, dirname(call.path)))
       faults.push(`${call.path} is made, and the folder it is in is not synced`);
-    if (call.path?.endsWith('/index.db-wal') && isWrite(call, call.path) && !isSyncedAfter(at, call.path))
+    if (isLogWrite(call) && at < stateFrom(calls) && !isSyncedAfter(at, call.path))
       faults.push('a row is written, and the log of the database is not synced');
   });
   return [...new Set(faults)];
+}
+
+const isLogWrite = (call) => call.path?.endsWith('/index.db-wal') && isWrite(call, call.path);
+const isPlaced = (call, name) => call.name === 'renameat' && call.to.endsWith(name);
+
+// From where on only the state is written, which needs no sync: it comes after the lists.
+function stateFrom(calls) {
+  const listed = calls.findLastIndex((call) => isPlaced(call, '/wiki/manifest.json'));
+  return listed < 0 ? calls.length : listed;
+}
+
+// Page file, rows on disk, lists, state.
+function assertOrder(calls, what) {
+  const page = calls.findIndex((call) => isPlaced(call, '/pages/alpha.md'));
+  const row = calls.findIndex((call, i) => i > page && isLogWrite(call));
+  const synced = calls.findIndex((call, i) => i > row && isSync(call, calls[row].path));
+  const index = calls.findIndex((call) => isPlaced(call, '/wiki/index.md'));
+  const manifest = calls.findIndex((call) => isPlaced(call, '/wiki/manifest.json'));
+  const state = calls.findIndex((call, i) => i > manifest && isLogWrite(call));
+  const lists = index < 0 ? [manifest] : [index, manifest]; // an index that reads the same is left alone
+  // A state that reads as before, in the same second, is no write.
+  const order = [page, row, synced, ...lists, ...(state < 0 ? [] : [state])];
+  assert.ok(order.every((at, i) => at >= 0 && (i === 0 || at > order[i - 1])), `${what}: ${order}`);
+  assert.equal(
+    calls.slice(0, page).some(isLogWrite),
+    false,
+    `${what}: nothing of the row is written before the page is in place`,
+  );
 }
 
 const renamed = (calls) => calls.filter((call) => call.name === 'renameat').map((call) => call.to);
@@ -99,6 +131,7 @@ test('everything a save writes is on disk before its answer', (t) => {
     assert.ok(renamed(calls).includes(join(wiki.root, 'wiki/pages/alpha.md')), `${what}: the page takes its place`);
     assert.ok(wrote(calls), `${what}: its row is written`);
     assert.deepEqual(broken(calls), [], what);
+    assertOrder(calls, what);
     t.diagnostic(
       `${what}: ${calls.length} calls, ${calls.filter((call) => /sync/.test(call.name)).length} syncs, nothing left`,
     );
@@ -116,13 +149,14 @@ test('so is what a session saves', async (t) => {
   const calls = callsBeforeAnswer(wiki);
   assert.ok(wrote(calls), 'its row is written');
   assert.deepEqual(broken(calls), []);
+  assertOrder(calls, 'a session');
 });
 
-// Index and manifest may fail: the page is saved even so.
+// The lists may fail, and the copy of what the page held: the page is saved even so.
 test('a save that could not sync is not acknowledged', async (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
-  const isGenerated = (fault) => /\/wiki\/(index\.md|manifest\.json) /.test(fault);
+  const isGenerated = (fault) => /\/(wiki\/(index\.md|manifest\.json)|\.ossilar\/replaced\/\S*) /.test(fault);
   const codes = [];
   for (const call of ['fsync', 'fdatasync']) {
     for (let k = 1; ; ++k) {

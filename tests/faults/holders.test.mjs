@@ -43,7 +43,7 @@ const until = (process, output, wanted) =>
 
 // A save of alpha that is stopped with the lock in its hand: right after its page file has taken its place.
 async function stoppedSave(t, wiki) {
-  const stop = ['-f', '-e', 'trace=renameat', '-e', 'inject=renameat:signal=STOP:when=1'];
+  const stop = ['-f', '-e', 'trace=renameat2', '-e', 'inject=renameat2:signal=STOP:when=1'];
   const tracer = spawn('strace', [...stop, program, '--repo', wiki.root, 'save', 'alpha'], {
     stdio: ['pipe', 'ignore', 'pipe'],
   });
