@@ -127,9 +127,6 @@ async function cutEverywhere(t, action, { folder, world, texts }) {
   for (const [call, most] of countCalls(whole.log))
     for (let k = 1; k <= most; ++k) addStage(`before ${call} ${k}`, ['-e', `inject=${call}:signal=KILL:when=${k}`]);
   const cuts = [];
-  for (const [call, most] of action.lists ?? [])
-    for (let k = 1; k <= most; ++k)
-      addStage(`before ${call} ${k} of the lists`, ['-P', 'ROOT/wiki', '-e', `inject=${call}:signal=KILL:when=${k}`]);
   const work = async (worker) => {
     for (let stage = stages.shift(); stage; stage = stages.shift())
       cuts.push({ ...stage, ...(await cut({ ...stage, name: `cut-${worker}` }, look)) });
@@ -151,20 +148,14 @@ async function cutEverywhere(t, action, { folder, world, texts }) {
 }
 
 const PAGE = { args: ['alpha'], input: pageAbout('alpha', 4, 'second') };
-// The thread that writes index and manifest in a session makes fewer calls than the save, which comes first: its own
-// are those that name its folder.
-const LISTS = [
-  ['renameat', 2],
-  ['fsync', 1],
-];
 const SECTION = { args: ['alpha', '--section', 'Section 1'], input: sectionText('alpha', 1, 'second') };
 const ACTIONS = [
   { what: 'a save', save: saveByCommand, ...PAGE },
   { what: 'a section save', save: saveByCommand, ...SECTION },
   { what: 'a first page', save: saveByCommand, ...PAGE, first: true },
-  { what: 'a save of a session', save: saveBySession, ...PAGE, lists: LISTS },
-  { what: 'a section save of a session', save: saveBySession, ...SECTION, lists: LISTS },
-  { what: 'a session that ends', save: saveBySession, ...PAGE, lists: LISTS, ends: true },
+  { what: 'a save of a session', save: saveBySession, ...PAGE },
+  { what: 'a section save of a session', save: saveBySession, ...SECTION },
+  { what: 'a session that ends', save: saveBySession, ...PAGE, ends: true },
 ];
 
 // The world before the save, and the page as it is before and after.

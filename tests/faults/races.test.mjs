@@ -6,9 +6,21 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { appendFileSync } from 'node:fs';
+import {
+  appendFileSync,
+  closeSync,
+  existsSync,
+  fstatSync,
+  openSync,
+  readFileSync,
+  readdirSync,
+  renameSync,
+  writeFileSync,
+  writeSync,
+} from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
 import { LATEST, lineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
 import { leftovers, ossilar } from './sweep.mjs';
 
@@ -266,5 +278,61 @@ test('servers, commands, and repairs, on many pages', async (t) => {
   racing = false;
   assert.deepEqual(await repairs, []);
   report(t, 'many pages', journal, ids.length, lostOf(journal, wiki));
+  await assertSound(wiki);
+});
+
+// Edits by hand, in place and by rename, while sessions save the page: wherever each edit lands, its words are in the
+// page, or kept below .ossilar/replaced.
+const HAND_EDITS = 200;
+
+const editInPlace = (file, said) => {
+  const fd = openSync(file, 'r+');
+  writeSync(fd, `${said}\n`, fstatSync(fd).size);
+  closeSync(fd);
+};
+
+const editByRename = (file, said) => {
+  const aside = `${file}~`;
+  writeFileSync(aside, `${readFileSync(file, 'utf8')}${said}\n`);
+  renameSync(aside, file);
+};
+
+// What somebody finds who looks for an edit.
+function textsOf(wiki) {
+  const kept = join(wiki.root, '.ossilar/replaced');
+  const names = existsSync(kept) ? readdirSync(kept, { recursive: true, withFileTypes: true }) : [];
+  const files = names.filter((entry) => entry.isFile()).map((entry) => join(entry.parentPath, entry.name));
+  return [wiki.page('alpha'), ...files.map((file) => readFileSync(file, 'utf8'))].join('\n');
+}
+
+test('edits by hand while others save', async (t) => {
+  const wiki = makeWiki(t);
+  wiki.save('alpha', pageAbout('alpha', 4));
+  const file = join(wiki.root, 'wiki/pages/alpha.md');
+  const clients = await clientsOf(t, wiki, 2);
+  let editing = true;
+  t.after(() => (editing = false));
+  const counts = { saved: 0, refused: 0 };
+  const saves = clients.map(async (client, writer) => {
+    const save = bySession(client, 'alpha', writer);
+    for (let round = 0; editing; ++round)
+      (await save(`writer ${writer} round ${round};`)) ? ++counts.saved : ++counts.refused;
+  });
+  const edits = numbers(HAND_EDITS).map((i) => `by hand ${i};`);
+  for (const [i, said] of edits.entries()) {
+    (i % 2 === 0 ? editInPlace : editByRename)(file, said);
+    await sleep(3 + (i % 7));
+  }
+  editing = false;
+  await Promise.all(saves);
+  const found = textsOf(wiki);
+  const lost = edits.filter((said) => !found.includes(said));
+  const inPage = edits.filter((said) => wiki.page('alpha').includes(said)).length;
+  t.diagnostic(
+    `${edits.length} edits, ${inPage} in the page, ${edits.length - inPage - lost.length} kept, ${lost.length} lost; ` +
+      `${counts.saved} saves, ${counts.refused} refused`,
+  );
+  assert.ok(counts.saved >= ROUNDS, 'there were saves between the edits');
+  assert.deepEqual(lost, []);
   await assertSound(wiki);
 });
