@@ -144,7 +144,8 @@ HttpAddress parse_address(const std::string& url) {
   }
   if (parsed.scheme != "http" && parsed.scheme != "https")
     throw utils::ConfigError("[embedding] url is no http or https address");
-  if (!part_of(address.get(), CURLUPART_USER).empty()) {
+  const bool has_user = !part_of(address.get(), CURLUPART_USER).empty();
+  if (has_user || !part_of(address.get(), CURLUPART_PASSWORD).empty()) {
     throw utils::ConfigError(
         "[embedding] url holds a user; name the variable of a key as api_key_env instead");
   }

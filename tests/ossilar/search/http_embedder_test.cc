@@ -85,7 +85,7 @@ TEST(HttpEmbedder, NamesServiceAndModelWhateverTheSpelling) {
                           "https://host/v1/embeddings/?a=b"})
     EXPECT_EQ(model(url), "http:host/v1/embeddings:m") << url;
   EXPECT_EQ(model("https://host:8080/v1"), "http:host:8080/v1/embeddings:m");
-  for (const char* url : {"ftp://host/v1", "host", "", "https://user:pw@host/v1"})
+  for (const char* url : {"ftp://host/v1", "host", "", "https://user:pw@host/v1", "https://:pw@host/v1"})
     EXPECT_THROW(model(url), utils::ConfigError) << url;
 }
 
