@@ -101,6 +101,12 @@ class Forwarding : public Interface {
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }
+  std::map<std::string, std::string> own_lists(const std::string& branch) override {
+    return target_.own_lists(branch);
+  }
+  void note_own_lists(const std::string& branch, const std::map<std::string, std::string>& hashes) override {
+    target_.note_own_lists(branch, hashes);
+  }
   void source_records(const WikiStore::TakeRecord& take) override { target_.source_records(take); }
   void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
     target_.update_source_records(changes);

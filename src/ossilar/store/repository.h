@@ -231,6 +231,13 @@ class WikiStore : public Repository {
 
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;
 
+  // The lists that were written of the branch's rows alone, by file name, each with a hash of its text: what
+  // one of them says did not come from elsewhere. A note is on disk with the next write that is, at the
+  // latest.
+  virtual std::map<std::string, std::string> own_lists(const std::string& branch) = 0;
+  virtual void note_own_lists(const std::string& branch,
+                              const std::map<std::string, std::string>& hashes) = 0;
+
   // Calls `take` for each record of a source index, opaque here, in any order.
   using TakeRecord = std::function<void(std::string_view path, std::string_view record)>;
   virtual void source_records(const TakeRecord& take) = 0;

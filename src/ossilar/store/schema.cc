@@ -166,6 +166,14 @@ DROP TABLE former_chunks;
 DROP TABLE former_vectors;
 DROP TABLE former_passages;
 )sql",
+    R"sql(
+CREATE TABLE own_lists (
+  branch TEXT NOT NULL,
+  name TEXT NOT NULL,
+  hash TEXT NOT NULL,
+  PRIMARY KEY (branch, name)
+) STRICT, WITHOUT ROWID;
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

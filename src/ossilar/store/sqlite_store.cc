@@ -49,6 +49,10 @@ constexpr const char* kPutState =
 constexpr const char* kState =
     "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
     " FROM wiki_state WHERE branch = ?1";
+constexpr const char* kOwnLists = "SELECT name, hash FROM own_lists WHERE branch = ?1";
+constexpr const char* kPutOwnList =
+    "INSERT INTO own_lists VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE SET hash = excluded.hash"
+    " WHERE hash != excluded.hash";
 constexpr const char* kRecords = "SELECT path, record FROM source_records";
 // A record keeps its place, and so all come nearly in the order of their paths.
 constexpr const char* kPutRecord =
@@ -284,7 +288,10 @@ class NotSynced {
   explicit NotSynced(Connection& connection) : connection_(connection) {
     connection_.database().exec("PRAGMA synchronous = NORMAL");
   }
-  ~NotSynced() { connection_.database().tryExec("PRAGMA synchronous = FULL"); }
+  ~NotSynced() {
+    if (connection_.database().tryExec("PRAGMA synchronous = FULL") != SQLITE_OK)
+      logger.warning("what is saved from now on may be lost with the power; restart this program");
+  }
   NotSynced(const NotSynced&) = delete;
   NotSynced& operator=(const NotSynced&) = delete;
 
@@ -489,6 +496,21 @@ class SqliteOperations : public Interface {
     });
   }
 
+  std::map<std::string, std::string> own_lists(const std::string& branch) override {
+    return read("read the lists of the branch " + branch, [&](Connection& connection) {
+      std::map<std::string, std::string> hashes;
+      Query rows(connection, kOwnLists, branch);
+      while (rows.next()) hashes.emplace(rows.text(0), rows.text(1));
+      return hashes;
+    });
+  }
+
+  void note_own_lists(const std::string& branch, const std::map<std::string, std::string>& hashes) override {
+    write_soon("note the lists of the branch " + branch, [&](Connection& connection) {
+      for (const auto& [name, hash] : hashes) Query(connection, kPutOwnList, branch, name, hash).run();
+    });
+  }
+
   void source_records(const WikiStore::TakeRecord& take) override {
     read("read the source index", [&](Connection& connection) {
       Query rows(connection, kRecords);
@@ -675,8 +697,10 @@ class SqliteGroup final : public SqliteOperations<StoreTransaction> {
     with_storage_errors(store_.file_, attempt, [&] {
       require_open();
       Step step(store_.writer_);
-      work(store_.writer_, last_);
+      Snapshots changed = last_;  // what is taken back was never read
+      work(store_.writer_, changed);
       step.keep();
+      last_ = std::move(changed);
     });
   }
 

@@ -194,7 +194,6 @@ class StagedFile {
  private:
   void create();
   int rename_to(const std::string& name, unsigned flags) const;
-  void rename_self(const std::string& name);
   void look_at_former();
   void place_beside(const std::string& former);
   [[noreturn]] void throw_not_placed() const;
@@ -303,17 +302,16 @@ void StagedFile::place() {
   name_.clear();
 }
 
-void StagedFile::rename_self(const std::string& name) {
-  if (rename_to(name, 0) != 0) throw_not_placed();
-  name_ = name;
-}
-
 // It takes the former file's name before the swap, so that the file that comes back has it from the first
 // moment on: killed in between, nobody takes that file for a temporary one. A file that comes or goes between
 // two calls makes it look again.
 void StagedFile::exchange(const std::string& former) {
   constexpr int kMostTries = 16;
-  rename_self(former);
+  if (rename_to(former, RENAME_NOREPLACE) != 0) {
+    if (errno == EINVAL) return place_beside(former);
+    throw IoError("cannot put " + former + " beside " + target_.string(), errno);
+  }
+  name_ = former;
   for (int tries = 0; tries < kMostTries; ++tries) {
     const bool is_there = mode_of_target(directory_.get(), target_name_, target_).has_value();
     if (rename_to(target_name_, is_there ? RENAME_EXCHANGE : RENAME_NOREPLACE) == 0)
@@ -329,16 +327,20 @@ void StagedFile::look_at_former() {
   try {
     mode_of_target(directory_.get(), name_, target_);
   } catch (const IoError&) {
-    rename_to(target_name_, RENAME_EXCHANGE);
+    if (rename_to(target_name_, RENAME_EXCHANGE) != 0) name_.clear();  // it is not ours to remove
     throw;
   }
   name_.clear();
 }
 
+// Where there are no second names either, the old file is copied.
 void StagedFile::place_beside(const std::string& former) {
-  rename_self(random_name());
+  const std::filesystem::path beside = target_.parent_path() / former;
   const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
-  if (linked != 0 && errno != ENOENT) throw_not_placed();
+  if (linked != 0 && errno != ENOENT) {
+    if (errno == EEXIST) throw IoError("cannot put " + former + " beside " + target_.string(), EEXIST);
+    atomic_write(beside, read_file_within(target_.parent_path(), target_));
+  }
   place();
 }
 
@@ -412,7 +414,7 @@ std::filesystem::path former_file(const std::filesystem::path& path) {
 // it while the lease is held makes the kernel send a signal: one that is ignored by default.
 bool is_open_for_writing(int fd) {
   if (fcntl(fd, F_SETSIG, SIGURG) != 0) return false;
-  if (fcntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
+  if (fcntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN || errno == EACCES;
   fcntl(fd, F_SETLEASE, F_UNLCK);
   return false;
 }

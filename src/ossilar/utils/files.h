@@ -71,8 +71,9 @@ std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
 // The same as atomic_write(), but the file that was there when the new one took its place is not lost: it
 // lies beside it as former_file(path), for the caller to look at and then to remove. The two swap places in
 // one call (renameat2(2), RENAME_EXCHANGE), so whatever a hand did until then is in that file. A file system
-// that cannot swap gets a second name for the old file first; then a file that takes its place between these
-// two calls is lost. A former file that is there already is replaced.
+// that cannot swap gets a second name for the old file first, or a copy where it has no second names; what a
+// hand does between these two calls may then be lost. Refuses, with IoError and nothing changed, when a
+// former file is there already.
 FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text);
 
 // Where atomic_exchange() leaves what was at `path`: a hidden name in the same directory, the same for the
@@ -80,7 +81,7 @@ FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view te
 std::filesystem::path former_file(const std::filesystem::path& path);
 
 // Whether some process has the open file `fd` (opened for reading alone) open for writing, as far as the
-// system tells: false where it does not.
+// system tells: false where it does not, true for a file of another owner, of which it does not say.
 bool is_open_for_writing(int fd);
 
 // Moves the file `from` to `to` (both absolute), in whose directory, made where it is missing, no other file

@@ -117,8 +117,9 @@ TEST(AtomicExchange, LeavesWhatItReplacedBeside) {
   EXPECT_EQ(dir.read("pages/a.md"), "second");
   EXPECT_EQ(utils::read_file_within(dir.path(), former), "first");
   EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-  atomic_exchange(path, "third");
-  EXPECT_EQ(utils::read_file_within(dir.path(), former), "second");
+  EXPECT_EQ(failure_of([&] { atomic_exchange(path, "third"); }).first, EEXIST);
+  EXPECT_EQ(dir.read("pages/a.md"), "second");
+  EXPECT_EQ(utils::read_file_within(dir.path(), former), "first") << "nobody has looked at it";
   EXPECT_EQ(everything_in(dir).size(), 3U) << "no temporary file is left";
   EXPECT_NE(former_file(dir / "pages/b.md"), former);
 }

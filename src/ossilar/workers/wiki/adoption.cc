@@ -457,7 +457,7 @@ void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport
   const bool is_older = !manifest.former_entries.empty();
   if (is_older) report.given_records = give_records(wiki);
   if (report.adopted > 0 || report.forgotten > 0 || is_older || !has_lists(wiki.paths()))
-    wiki.lists().write_all(wiki.stored_pages(), manifest.lint);
+    wiki.note_lists(wiki.lists().write_all(wiki.stored_pages(), manifest.lint));
 }
 
 }  // namespace
@@ -492,7 +492,7 @@ AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
   AdoptionReport report;
   Arrivals arrivals;
   try {
-    const ManifestContent manifest = wiki.lists().read(news);
+    const ManifestContent manifest = wiki.lists().read(news, wiki.store().own_lists(wiki.branch()));
     arrivals = look_for_arrivals(wiki, manifest);
     wiki.lists().note({}, arrivals.awaited);
     if (arrivals.has_any() || !manifest.former_entries.empty()) {

@@ -17,8 +17,7 @@ namespace ossilar::workers::wiki {
 namespace fs = std::filesystem;
 
 std::string settle_former(const std::filesystem::path& page, const std::string& page_id,
-                          const std::function<bool(const std::string& text)>& is_known,
-                          const KeptTexts& replaced) {
+                          const IsKnown& is_known, const KeptTexts& replaced) {
   const std::filesystem::path file = utils::former_file(page);
   const utils::UniqueFd opened(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!opened && errno == ENOENT) return "";

@@ -11,14 +11,16 @@
 
 namespace ossilar::workers::wiki {
 
-// Removes the file that `page`, the file of `page_id`, replaced, if there is one: when somebody knows its
-// text, it goes, and otherwise it is kept in `replaced`, under the name that this gives; "" when nothing had
+// Whether a text is on record elsewhere. It gets the text with line ends normalised, or the bytes where they
+// are no text.
+using IsKnown = std::function<bool(const std::string& text)>;
+
+// Removes the file that `page`, the file of `page_id`, replaced, if there is one: when its text is known, it
+// goes, and otherwise it is kept in `replaced`, under the name that this gives; "" when nothing had
 // to be kept. A file that is open for writing somewhere is kept, whatever it holds by now. The caller holds
-// the write lock. `is_known` gets the text with line ends normalised, or the bytes where they are no text.
-// Throws utils::Error, with the file where it was.
+// the write lock. Throws utils::Error, with the file where it was.
 std::string settle_former(const std::filesystem::path& page, const std::string& page_id,
-                          const std::function<bool(const std::string& text)>& is_known,
-                          const KeptTexts& replaced);
+                          const IsKnown& is_known, const KeptTexts& replaced);
 
 // The files that such settling was cut short before, in `pages` and below, in order.
 std::vector<std::filesystem::path> former_files(const std::filesystem::path& pages);

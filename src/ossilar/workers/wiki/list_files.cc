@@ -168,7 +168,7 @@ WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::St
 // The manifest last: it vouches for what is done. A file that reads as it should is left alone: a sync costs
 // more than the look.
 void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
-                           const std::string& saved) {
+                           const std::string& saved, Own& own) {
   const fs::path index_name = list_file(part.prefix, kIndexEnd);
   const fs::path manifest_name = list_file(part.prefix, kManifestEnd);
   const std::string index = render_index(part, rows);
@@ -178,28 +178,35 @@ void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, 
   const bool is_other = manifest.in_place != manifest.text;
   if (is_other) files.push_back({manifest_name.filename(), manifest.text});
   const auto stamps = utils::atomic_write_all((wiki_ / index_name).parent_path(), files);
-  if (is_other && !manifest.has_waiting) note_own(manifest_name, stamps.back());
+  if (manifest.has_waiting) return;
+  if (is_other) note_own(manifest_name, stamps.back());
+  own[manifest_name] = utils::sha256_hex(manifest.text);
 }
 
-void WikiLists::write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id) {
+WikiLists::Own WikiLists::write_page(const store::StoredRows& rows, const Map& lint,
+                                     const std::string& page_id) {
   const std::vector<ListPart> way = parts_to(rows, page_id);
   const bool is_divided_as_before = std::all_of(way.begin(), way.end() - 1, [&](const ListPart& part) {
     return read(list_file(part.prefix, kManifestEnd)) ==
            manifest_of(part, rows, lint, {.awaited = true, .but = page_id}).text;
   });
   if (!is_divided_as_before) return write_all(rows, lint);
-  write_part(way.back(), rows, lint, page_id);
+  Own own;
+  write_part(way.back(), rows, lint, page_id, own);
+  return own;
 }
 
 // From the bottom up, so that no list names one that is not there.
-void WikiLists::write_all(const store::StoredRows& rows, const Map& lint) {
+WikiLists::Own WikiLists::write_all(const store::StoredRows& rows, const Map& lint) {
   const std::vector<ListPart> parts = all_parts(rows);
+  Own own;
   std::for_each(parts.rbegin(), parts.rend(),
-                [&](const ListPart& part) { write_part(part, rows, lint, ""); });
+                [&](const ListPart& part) { write_part(part, rows, lint, "", own); });
   for (const std::string& stray : strays(rows)) {
     std::error_code gone;
     fs::remove(wiki_ / stray, gone);
   }
+  return own;
 }
 
 std::vector<ListFile> WikiLists::expected(const store::StoredRows& rows, const Map& lint) const {
@@ -260,16 +267,20 @@ WikiLists::Stamps WikiLists::news() const {
   return changed;
 }
 
-ManifestContent WikiLists::read(const Stamps& manifests) const {
+ManifestContent WikiLists::read(const Stamps& manifests, const Own& own) const {
   ManifestContent content;
-  for (const auto& [name, stamp] : manifests) content.merge(read_manifest(read(name)));
+  for (const auto& [name, stamp] : manifests) {
+    const std::string text = read(name);
+    const auto known = own.find(name);
+    if (known == own.end() || known->second != utils::sha256_hex(text)) content.merge(read_manifest(text));
+  }
   return content;
 }
 
 ManifestContent WikiLists::read_all() const {
   Stamps all;
   for (const std::string& name : manifests()) all[name] = {};
-  return read(all);
+  return read(all, {});
 }
 
 void WikiLists::note_own(const std::string& name, const utils::FileStamp& stamp) {

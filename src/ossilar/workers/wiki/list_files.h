@@ -37,12 +37,15 @@ class WikiLists {
  public:
   WikiLists(std::filesystem::path wiki, std::filesystem::path pages);
 
+  // Manifests all of whose lines are of rows, by name, each with a hash of its text.
+  using Own = std::map<std::string, std::string>;
+
   // Brings the lists that tell of the page in line with the rows. What a manifest in place says of another
-  // page stays while that page's file is not what its row knows.
-  void write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id);
+  // page stays while that page's file is not what its row knows. Gives the manifests that are now our own.
+  Own write_page(const store::StoredRows& rows, const Map& lint, const std::string& page_id);
 
   // The same for all lists. Those of parts that are no more are removed.
-  void write_all(const store::StoredRows& rows, const Map& lint);
+  Own write_all(const store::StoredRows& rows, const Map& lint);
 
   // All lists as write_all() would write them.
   std::vector<ListFile> expected(const store::StoredRows& rows, const Map& lint) const;
@@ -59,7 +62,8 @@ class WikiLists {
   // when one of the page files that were awaited then has changed.
   using Stamps = std::map<std::string, utils::FileStamp>;
   Stamps news() const;
-  ManifestContent read(const Stamps& manifests) const;
+  // What those of the manifests say that are not our `own`, word for word.
+  ManifestContent read(const Stamps& manifests, const Own& own) const;
   // These manifests were seen, and `awaited` are the page files that are not yet what they describe: of a
   // checkout that is still at work, perhaps.
   using PageStamps = std::map<std::filesystem::path, utils::FileStamp>;
@@ -81,7 +85,7 @@ class WikiLists {
   bool is_awaited(const std::string& page_id) const;
   bool is_unsettled(const std::string& page_id, const Map* row) const;
   void write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
-                  const std::string& saved);
+                  const std::string& saved, Own& own);
   // What is in the file, line ends normalised; "" where there is none.
   std::string read(const std::string& name) const;
   std::vector<std::string> files_in_lists() const;

@@ -13,7 +13,6 @@
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/diagrams.h"
 #include "ossilar/workers/wiki/digests.h"
-#include "ossilar/workers/wiki/former_file.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -164,10 +163,10 @@ std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
 
 // A text that a row knows was stored by a save. One that a repair or a clone took over as it stood is known
 // to its row, and still no author has read it.
-bool WikiGenerator::is_known_text(const std::string& text) const {
+std::string WikiGenerator::known_hash() const {
   const Map* row = existing_.find(page_id_);
-  return row != nullptr && utils::string_member(*row, "content_hash") == _text_hash(text) &&
-         utils::string_member(*row, "model") == kAgentModel;
+  const bool is_saved = row != nullptr && utils::string_member(*row, "model") == kAgentModel;
+  return is_saved ? utils::string_member(*row, "content_hash") : "";
 }
 
 std::string WikiGenerator::hand_edit_warning() const {
@@ -175,7 +174,7 @@ std::string WikiGenerator::hand_edit_warning() const {
   const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
   return "hand-edit: the page file was changed since it was last saved; " +
          std::string(is_spliced_ ? "what is outside this section stays, and " : "") +
-         "the file as it was is kept in " + file;
+         "the file as it was will be kept in " + file;
 }
 
 std::vector<std::string> WikiGenerator::citation_warnings(const std::string& markdown,
@@ -195,7 +194,7 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
                     heading, title));
   }
   const bool is_replaced = standing_.bytes && standing_.text != markdown;
-  if (is_replaced && !is_known_text(standing_.text)) warnings.push_back(hand_edit_warning());
+  if (is_replaced && _text_hash(standing_.text) != known_hash()) warnings.push_back(hand_edit_warning());
   return warnings;
 }
 
@@ -251,18 +250,24 @@ void WikiGenerator::_release_write_lock() {
 std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft) {
   const std::filesystem::path file = wiki_.paths().page(page_id_);
   if (read_standing_page(pages_dir(), file).version() != standing_.version()) return std::nullopt;
-  settle_former_file(draft.markdown);  // of a save that was killed
+  // What the row knows before this save; and what a killed save of the same text left there.
+  const IsKnown is_known = [row = known_hash(), draft = _text_hash(draft.markdown)](const std::string& text) {
+    const std::string hash = _text_hash(text);
+    return hash == draft || hash == row;
+  };
+  settle_former(file, page_id_, is_known, wiki_.replaced_texts());
   transaction_ = wiki_.store().begin("store the page " + page_id_);
   std::optional<Answer> answer;
   try {
     answer = AgentSaveMixin::_commit_agent_page(draft);
   } catch (...) {
     keep_what_was_written();
-    settle_former_file(draft.markdown);
+    look_at_former_file(is_known);
     throw;
   }
   transaction_.reset();  // of a save that wrote nothing
-  settle_former_file(draft.markdown);
+  const std::string left = look_at_former_file(is_known);
+  if (!left.empty() && answer && answer->contains("warnings")) (*answer)["warnings"].push_back(left);
   return answer;
 }
 
@@ -280,18 +285,20 @@ void WikiGenerator::keep_what_was_written() {
   }
 }
 
-// Failing to tidy up fails no save: the file stays, and `ossilar check` names it.
-void WikiGenerator::settle_former_file(const std::string& markdown) const {
-  const auto is_known = [&](const std::string& text) { return text == markdown || is_known_text(text); };
+// The page is saved by now, so failing to put the file away fails nothing: its author is told where it is.
+// There it stays until it is put away, before the page's next save or by a repair.
+std::string WikiGenerator::look_at_former_file(const IsKnown& is_known) const {
+  const std::filesystem::path page = wiki_.paths().page(page_id_);
   try {
-    const std::string kept =
-        settle_former(wiki_.paths().page(page_id_), page_id_, is_known, wiki_.replaced_texts());
+    const std::string kept = settle_former(page, page_id_, is_known, wiki_.replaced_texts());
     if (!kept.empty() && kept != KeptTexts::name_of(page_id_, standing_.bytes.value_or("")))
       host_logger.warning("the page '%s' was edited by hand while it was saved; that text is kept in %s",
                           {page_id_, (wiki_.paths().replaced() / kept).string()});
+    return "";
   } catch (const std::exception& error) {
-    host_logger.warning("the file that the save replaced could not be looked at; ossilar check names it",
-                        error);
+    host_logger.warning("the file that the save replaced could not be put away", error);
+    return "former-file: what the page file held before could not be put away and lies in " +
+           utils::former_file(page).lexically_relative(wiki_.paths().root).string() + ": " + error.what();
   }
 }
 
@@ -329,18 +336,20 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 // only what follows is best effort.
 void WikiGenerator::_publish_agent_save() {
   put_on_disk();
-  existing_ = wiki_.stored_pages();  // with this page; nobody else writes until the lock is released
   task_.begin_stage("publishing");
   AgentSaveMixin::_publish_agent_save();
 }
 
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
-  wiki_.lists().write_page(existing_, result.lint, page_id_);
+  const store::StoredRows rows = wiki_.stored_pages();  // with this page; nobody else writes now
+  wiki_.note_lists(wiki_.lists().write_page(rows, result.lint, page_id_));
   task_.begin_stage("storing the state");
 }
 
 // The contract asks for it; no list of ours holds it, as it would make every two branches conflict.
-std::int64_t WikiGenerator::_stored_files_covered() { return wiki_.covered_files().count(existing_); }
+std::int64_t WikiGenerator::_stored_files_covered() {
+  return wiki_.covered_files().count(wiki_.stored_pages());
+}
 
 // No build of ours makes one. One that another program's build left in the manifest is passed on.
 Map WikiGenerator::_prior_lint_summary() { return wiki_.lists().lint(); }

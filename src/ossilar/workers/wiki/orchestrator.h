@@ -16,6 +16,7 @@
 
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/former_file.h"
 #include "ossilar/workers/wiki/page_record.h"
 #include "ossilar/workers/wiki/page_version.h"
 #include "ossilar/workers/wiki/title_index.h"
@@ -103,13 +104,14 @@ class WikiGenerator final : public AgentSaveMixin {
 
  private:
   std::optional<Answer> refuse_other_version(const std::string& content) const;
-  // Whether the text, a page file's, is one that a save stored and a row knows.
-  bool is_known_text(const std::string& text) const;
+  // The hash of the text that a save stored, as the page's row knows it; "" when no save did.
+  std::string known_hash() const;
   std::string hand_edit_warning() const;
   PageRecord record_for(const PagePlan& plan, const std::vector<Map>& citations) const;
   void put_on_disk();
   void keep_what_was_written();
-  void settle_former_file(const std::string& markdown) const;
+  // Puts the replaced file away; gives a warning for the author when it could not be, or "".
+  std::string look_at_former_file(const IsKnown& is_known) const;
 
   Wiki& wiki_;
   utils::Task& task_;

@@ -48,8 +48,8 @@ PageTurn::PageTurn(const std::filesystem::path& file, const std::string& page_id
   std::minstd_rand random{std::random_device{}()};
   std::uniform_int_distribution<milliseconds::rep> pause(1, kLongestPause);
   while (file_ && !try_lock(file_.get(), place)) {
-    task.check();
     const bool is_taken = errno == EAGAIN || errno == EACCES || errno == EINTR;
+    task.check();
     if (!is_taken || std::chrono::steady_clock::now() >= deadline) return;
     std::this_thread::sleep_for(milliseconds(pause(random)));
   }

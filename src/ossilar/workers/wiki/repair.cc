@@ -52,7 +52,7 @@ void Repair::run() {
   wiki_.lists().note({}, {});  // what is there now is all that is to come
   const bool can_list = std::none_of(findings_.begin(), findings_.end(), is_unusable_list);
   if (can_list && std::any_of(findings_.begin(), findings_.end(), is_listed))
-    wiki_.lists().write_all(wiki_.stored_pages(), adoption_.manifest().lint);
+    wiki_.note_lists(wiki_.lists().write_all(wiki_.stored_pages(), adoption_.manifest().lint));
 }
 
 // What is not here is set right for the whole wiki at the end of run().
@@ -113,7 +113,8 @@ void Repair::settle_leftover(const Finding& finding) const {
   const auto page = page_of_former(file);
   const std::string page_id = page ? page_id_of(wiki_.paths().pages, *page) : "";
   const Map* row = rows_.find(page_id);
-  const std::string known = row != nullptr ? utils::string_member(*row, "content_hash") : "";
+  const bool is_saved = row != nullptr && utils::string_member(*row, "model") == kAgentModel;
+  const std::string known = is_saved ? utils::string_member(*row, "content_hash") : "";
   const auto is_known = [&](const std::string& text) { return _text_hash(text) == known; };
   if (page) {
     settle_former(*page, page_id, is_known, wiki_.replaced_texts());

@@ -46,11 +46,11 @@ void index_words(Wiki& wiki) {
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task) {
   if (auto refusal = refuse_blank(request.content))
     return {.answer = *std::move(refusal), .failure = {}, .kept = {}};
-  const PageTurn turn(wiki.paths().turns(), request.page_id,
-                      std::min(wiki.config().lock_timeout, kTurnPatience), task);
   WikiGenerator save(wiki, task, {.if_version = request.if_version});
   SaveOutcome outcome;
   try {
+    const PageTurn turn(wiki.paths().turns(), request.page_id,
+                        std::min(wiki.config().lock_timeout, kTurnPatience), task);
     outcome.answer =
         save.save_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
                              request.section, request.title);

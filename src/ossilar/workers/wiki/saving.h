@@ -19,7 +19,8 @@ struct SaveOutcome {
 
 // Saves the page. With `if_version` only onto that version: it is compared before anything is paid for, and
 // the commit holds on to the page file that was looked at; the answer of a save that was made then has
-// `version`, the page's now. A text that is not saved, whatever the reason, is kept. utils::Cancelled passes.
+// `version`, the page's now. A text that is not saved, whatever the
+// reason, is kept, but for a blank one. utils::Cancelled passes.
 //
 // Thread-safety: may be called from any thread.
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task);

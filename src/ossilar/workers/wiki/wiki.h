@@ -137,6 +137,8 @@ class Wiki {
   const KeptTexts& kept_drafts() const { return drafts_; }
   const KeptTexts& replaced_texts() const { return replaced_; }
   WikiLists& lists() { return lists_; }
+  // Notes manifests as ones that did not come from elsewhere, whatever they say.
+  void note_lists(const WikiLists::Own& own) { store_->note_own_lists(branch(), own); }
 
   // ---- The plan.
 

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <SQLiteCpp/Database.h>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -28,6 +30,7 @@ using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 bool is_saved(const Answer& answer) { return answer.contains("saved"); }
 
@@ -129,6 +132,59 @@ TEST_F(SaveOrderTest, AFailedPublicationSkipsTheStateAndIsLogged) {
   EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
 }
 
+// After the rows there is no failure left that would be the save's.
+TEST_F(SaveOrderTest, ReadingTheRowsForTheListsIsPartOfThePublication) {
+  bool is_committed = false;
+  const auto wiki = hooked([&](const std::string& operation) {
+    if (is_committed && operation == "get_wiki_pages") throw store::StorageError("disk full");
+    is_committed |= operation == "commit";
+  });
+  EXPECT_TRUE(is_saved(save(*wiki, "alpha", kAfter)));
+  EXPECT_TRUE(row_is_new());
+  EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
+}
+
+// The manifest still tells of the text before the last one when a save of that very text is cut short.
+TEST_F(SaveOrderTest, AManifestOfOursThatFellBehindVouchesForNothing) {
+  const std::string index = repo_.dir.read("wiki/index.md");
+  fs::remove(repo_.dir / "wiki/index.md");
+  fs::create_directory(repo_.dir / "wiki/index.md");
+  EXPECT_TRUE(is_saved(save(*repo_.open(), "alpha", kAfter)));
+  fs::remove(repo_.dir / "wiki/index.md");
+  repo_.dir.write("wiki/index.md", index);
+  const auto wiki = hooked([](const std::string& operation) {
+    if (operation == "upsert_wiki_page") throw store::StorageError("disk full");
+  });
+  EXPECT_THROW(save(*wiki, "alpha", WikiRepo::text_about("alpha", "Before.")), store::StorageError);
+  EXPECT_EQ(adopt_arrivals(*repo_.open(), WhenBusy::wait).adopted, 0U);
+  EXPECT_THAT(findings(), HasSubstr("newer-page wiki/pages/alpha.md"));
+}
+
+TEST_F(SaveOrderTest, ALineThatFellBehindIsSetRightByTheNextSaveOfAnyPage) {
+  const std::string index = repo_.dir.read("wiki/index.md");
+  fs::remove(repo_.dir / "wiki/index.md");
+  fs::create_directory(repo_.dir / "wiki/index.md");
+  EXPECT_TRUE(is_saved(save(*repo_.open(), "alpha", kAfter)));
+  fs::remove(repo_.dir / "wiki/index.md");
+  repo_.dir.write("wiki/index.md", index);
+  const auto wiki = repo_.open();
+  adopt_arrivals(*wiki, WhenBusy::wait);
+  EXPECT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta"))));
+  EXPECT_EQ(findings(), "");
+}
+
+// A step that was taken back has changed nothing that the next save compares with.
+TEST_F(SaveOrderTest, ADigestWhoseMarksFailedIsStoredByTheNextSave) {
+  const auto wiki = repo_.open();
+  ASSERT_TRUE(is_saved(save(*wiki, "overview", "All [src/alpha.cpp:L1].\n\n## X\n\nabout\n")));
+  SQLite::Database database((repo_.dir / ".ossilar/index.db").string(), SQLite::OPEN_READWRITE);
+  database.exec("CREATE TRIGGER refuse BEFORE INSERT ON stale_marks BEGIN SELECT RAISE(ABORT, 'no'); END");
+  EXPECT_THROW(save(*wiki, "alpha", kAfter), store::StorageError);
+  database.exec("DROP TRIGGER refuse");
+  EXPECT_TRUE(is_saved(save(*wiki, "alpha", kAfter)));
+  EXPECT_EQ(findings(), "stale wiki/pages/overview.md\n");
+}
+
 TEST_F(SaveOrderTest, AStateThatCannotBeStoredIsLogged) {
   const auto wiki = hooked([](const std::string& operation) {
     if (operation == "upsert_wiki_state") throw store::StorageError("disk full");
@@ -210,6 +266,40 @@ TEST_F(SaveOrderTest, OnlySaversOfOnePageTakeTurns) {
   PageTurn(turns, "alpha", std::chrono::milliseconds(0), task);  // patience ends, and the save goes on
   EXPECT_EQ(ossilar::testing::save_page(*outside_, {.page_id = "alpha", .content = " "}).answer,
             (Answer{{"error", "content is required"}}));
+}
+
+TEST_F(SaveOrderTest, TheTextOfTheLastSaveIsNotKept) {
+  for (const char* text : {"One.", "Two.", "One.", "Two."}) {
+    const Answer answer = save(*outside_, "alpha", WikiRepo::text_about("alpha", text));
+    EXPECT_THAT(warnings_of(answer), Not(HasSubstr("hand-edit")));
+  }
+  EXPECT_THAT(kept(), IsEmpty());
+  EXPECT_THAT(log_, IsEmpty());
+}
+
+// The file that a save replaced is put away before another save may replace one.
+TEST_F(SaveOrderTest, AnEditThatCannotBePutAwayIsNotOverwritten) {
+  edit_by_hand("Precious.");
+  repo_.dir.write(".ossilar/replaced", "a file in the way");
+  const Answer answer = save(*outside_, "alpha", kAfter);
+  EXPECT_TRUE(is_saved(answer));
+  EXPECT_THAT(warnings_of(answer), HasSubstr("former-file: "));
+  EXPECT_THROW(save(*outside_, "alpha", WikiRepo::text_about("alpha", "Later.")), utils::IoError);
+  EXPECT_TRUE(page_is_new()) << "nothing was written";
+  fs::remove(repo_.dir / ".ossilar/replaced");
+  EXPECT_TRUE(is_saved(save(*outside_, "alpha", WikiRepo::text_about("alpha", "Later."))));
+  EXPECT_THAT(kept(), ElementsAre(HasSubstr("Precious.")));
+}
+
+TEST_F(SaveOrderTest, ATextThatWaitsForItsTurnIsKeptWhenItIsCancelled) {
+  const utils::Task task;
+  const PageTurn held(outside_->paths().turns(), "alpha", std::chrono::hours(1), task);
+  utils::Task cancelled;
+  cancelled.cancel();
+  EXPECT_THROW(
+      ossilar::workers::wiki::save_page(*outside_, {.page_id = "alpha", .content = kAfter}, cancelled),
+      utils::Cancelled);
+  EXPECT_FALSE(fs::is_empty(repo_.dir / ".ossilar/drafts"));
 }
 
 TEST_F(SaveOrderTest, AHandsEditIsWarnedOfByTheDraftAndKeptByTheCommit) {

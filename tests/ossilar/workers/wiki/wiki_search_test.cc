@@ -132,6 +132,7 @@ TEST_F(Search, RefusesWhatItCannotAnswer) {
 
 // The tables as they were until words were indexed by the first search after a save.
 constexpr const char* kFormerTables = R"sql(
+DROP TABLE own_lists;
 ALTER TABLE passages RENAME TO now_passages;
 ALTER TABLE vectors RENAME TO now_vectors;
 ALTER TABLE chunks RENAME TO now_chunks;
