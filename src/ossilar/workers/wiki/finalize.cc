@@ -220,6 +220,11 @@ std::string_view without_generated(std::string_view text) {
   return frame ? before_frame(text, *frame) : text;
 }
 
+std::string_view generated_of(std::string_view stored) {
+  const auto frame = find_stored_frame(stored);
+  return frame ? stored.substr(*frame) : std::string_view();
+}
+
 std::string authored_text(std::string_view content) {
   const std::string normalised = utils::normalise_line_ends(content);
   const std::string_view text = without_generated(normalised);

@@ -61,6 +61,9 @@ std::string authored_text(std::string_view content);
 // `text`, line ends normalised, without a generated part, or all of it. The view points into `text`.
 std::string_view without_generated(std::string_view text);
 
+// The generated part of a page file's text, from its marker on, or nothing. The view points into `stored`.
+std::string_view generated_of(std::string_view stored);
+
 // The level-1 headings that authored_text() takes off the start of `content`, as plain text.
 std::vector<std::string> leading_titles(std::string_view content);
 

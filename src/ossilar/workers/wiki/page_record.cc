@@ -3,6 +3,7 @@
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 
@@ -10,7 +11,7 @@ namespace ossilar::workers::wiki {
 namespace {
 
 constexpr std::string_view kBegin = "<!-- ossilar:record\n";
-constexpr std::string_view kEnd = "-->\n";
+constexpr std::string_view kEnd = "-->";
 
 // A `>` would end the comment where it follows two hyphens, so none stands as it is.
 std::string fact_line(const Map& fact) {
@@ -25,12 +26,18 @@ std::string fact_line(const Map& fact) {
   return line + "\n";
 }
 
-// The last record in `text` with its frame, which a hand may have written below; empty when there is none.
+// The record of a page file's text with its frame, or nothing. The author above the marker and a hand below
+// the record may quote others, so it is the first one of the generated part. An editor may have taken the
+// line feed at its end.
 std::string_view framed_record(std::string_view text) {
-  const std::size_t begin = text.rfind(kBegin);
-  if (begin == text.npos || (begin > 0 && text[begin - 1] != '\n')) return {};
-  const std::size_t end = text.find(kEnd, begin);
-  return end == text.npos ? std::string_view() : text.substr(begin, end + kEnd.size() - begin);
+  if (text.find(kBegin) == text.npos) return {};
+  std::string_view part = generated_of(text);
+  const std::size_t feed = part.find("\n" + std::string(kBegin));
+  if (feed == part.npos) return {};
+  part.remove_prefix(feed + 1);
+  const std::size_t end = part.find(std::string(kEnd) + "\n", kBegin.size());
+  if (end != part.npos) return part.substr(0, end + kEnd.size() + 1);
+  return part.substr(kBegin.size()).ends_with(kEnd) ? part : std::string_view();
 }
 
 void take_citation(PageRecord& record, const Map& fact) {
@@ -70,14 +77,14 @@ std::string record_text(const PageRecord& record) {
     if (citation.contains(kCitedTextKey)) fact["text"] = citation.at(kCitedTextKey);
     text += fact_line(fact);
   }
-  return text.append(kEnd);
+  return text.append(kEnd).append("\n");
 }
 
 std::optional<PageRecord> record_of(std::string_view page_text) {
   std::string_view facts = framed_record(page_text);
   if (facts.empty()) return std::nullopt;
   facts.remove_prefix(kBegin.size());
-  facts.remove_suffix(kEnd.size());
+  facts = facts.substr(0, facts.rfind(kEnd));
   PageRecord record;
   for (const std::string_view line : utils::split_lines(facts)) {
     try {

@@ -35,8 +35,8 @@ struct PageRecord {
 // The record as it stands in a page file, its line feed at the end.
 std::string record_text(const PageRecord& record);
 
-// The record of a page file's text, or none. Lines that are no facts of a record, or facts that are not known
-// here, are passed over.
+// The record in the generated part of a page file's text, or none. Lines that are no facts of a record, or
+// facts that are not known here, are passed over.
 std::optional<PageRecord> record_of(std::string_view page_text);
 
 // A page file's text without its record.

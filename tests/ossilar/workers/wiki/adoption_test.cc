@@ -127,6 +127,28 @@ TEST_F(AdoptionTest, NeverTakesHashesFromTheSourcesOfToday) {
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok) << "an author has looked";
 }
 
+TEST_F(AdoptionTest, BelievesARecordOnlyWhereASavePutsIt) {
+  const std::string page = repo_.page("alpha");
+  const auto record = record_of(page);
+  ASSERT_TRUE(record);
+  const struct {
+    const char* why;
+    std::string text;
+    PageCondition condition;
+  } rows[] = {
+      {"quoted in a page that a hand wrote",
+       "# By hand\n\nAs in [src/alpha.cpp:L1] [src/alpha.cpp:L2]:\n\n```\n" + record_text(*record) + "```\n",
+       PageCondition::unverified},
+      {"an editor took the last line feed", page.substr(0, page.size() - 1), PageCondition::ok},
+  };
+  for (const auto& [why, text, condition] : rows) {
+    repo_.dir.write("wiki/pages/alpha.md", text);
+    forget();
+    adopt();
+    EXPECT_EQ(state_of(*repo_.open(), "alpha").condition, condition) << why;
+  }
+}
+
 // The wiki as the format before had it: pages without records, and a manifest that knows all of them.
 class FormerFormatTest : public AdoptionTest {
  protected:

@@ -36,10 +36,18 @@ TEST(PageRecord, IsReadBackFromThePageAndInvisibleInIt) {
   EXPECT_EQ(split_authored(page, "").text(), "Text.\n");
   expect_same(*record_of(page + "By hand.\n"), record);
   EXPECT_EQ(without_record(page + "By hand.\n"), without_record(page) + "By hand.\n");
+
+  const std::string stripped = page.substr(0, page.size() - 1);  // some editors take the last line feed
+  ASSERT_TRUE(record_of(stripped));
+  expect_same(*record_of(stripped), record);
+  EXPECT_EQ(without_record(stripped), without_record(page));
 }
 
 TEST(PageRecord, OfAHandIsTakenAsFarAsItCanBeRead) {
-  const std::string begin = "# T\n\n<!-- ossilar:record\n";
+  const std::string marked = "# T\n\n<!-- ossilar:generated -->\n\n";
+  const std::string begin = marked + "<!-- ossilar:record\n";
+  const std::string whole = "<!-- ossilar:record\n{\"type\": \"m\", \"title\": \"T\"}\n-->\n";
+  const std::string quoted = "```\n<!-- ossilar:record\n{\"type\": \"q\", \"title\": \"Q\"}\n-->\n```\n";
   const struct {
     const char* why;
     std::string text;
@@ -47,7 +55,12 @@ TEST(PageRecord, OfAHandIsTakenAsFarAsItCanBeRead) {
   } rows[] = {
       {"none", "# T\n", false},
       {"no end", begin + "{\"type\": \"m\"}\n", false},
-      {"in the middle of a line", "# T <!-- ossilar:record\n-->\n", false},
+      {"in the middle of a line", marked + "x <!-- ossilar:record\n-->\n", false},
+      {"quoted in a page without a generated part", "# T\n\n" + quoted, false},
+      {"above the generated part", "# T\n\n" + whole + "\n<!-- ossilar:generated -->\n", false},
+      {"one quoted by the author, and the page's own", "# T\n\n" + quoted + "\n" + marked + whole, true},
+      {"the page's own, and one that a hand quotes below it", marked + whole + "\n" + quoted, true},
+      {"an end without a line feed", marked + whole.substr(0, whole.size() - 1), true},
       {"lines that are no facts",
        begin + "{\"type\": \"m\", \"title\": \"T\"}\nx\n[]\n{}\n{\"new\": 1}\n-->\n", true},
       {"a citation that is none", begin + "{\"type\": \"m\", \"title\": \"T\"}\n{\"cites\": \"a\"}\n-->\n",
