@@ -47,12 +47,18 @@ PageRecord record_of_entry(const Map& entry) {
           .citations = entry_value<std::vector<Map>>(entry, "citations")};
 }
 
+// A title as title_line() finds it: the heading holds each run of blanks as one.
+std::string as_heading(std::string_view title) {
+  const auto words = utils::split_words(title);
+  return utils::plain_inline(utils::join({words.begin(), words.end()}, " "));
+}
+
 // The title that stands for the page: as it is headed, which its record may know in its own spelling, or as
 // it is planned.
 std::string adopted_title(const std::string& text, const PagePlan* plan, const std::string& recorded) {
   const std::string heading = title_line(text);
   if (heading.empty()) return recorded.empty() && plan != nullptr ? plan->title : recorded;
-  return utils::plain_inline(recorded) == heading ? recorded : heading;
+  return as_heading(recorded) == heading ? recorded : heading;
 }
 
 Map adopted_cache(const FinalizedPage& page, const std::string& chosen,

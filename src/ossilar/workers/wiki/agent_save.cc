@@ -181,7 +181,7 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::_draft_agent_page(const std::st
   const std::vector<std::optional<std::string>> shown{head.plan->title, shown_title(stored)};
   if (Answer refused = retitle(*head.plan, title, head.plans, existing); utils::truthy(refused))
     return refused;
-  head.chosen = title && !title->empty() ? title : agent_title(stored);
+  head.chosen = title && !title->empty() ? head.plan->title : agent_title(stored);
   head.former = renamed(former_titles(stored), shown, head.plan->title);
   head.basis = _basis(stored);
 

@@ -131,7 +131,7 @@ PageRecord WikiGenerator::record_for(const PagePlan& plan, const std::vector<Map
   const bool is_given = title_ && !title_->empty();
   return {.type = plan.type,
           .title = plan.title,
-          .agent_title = is_given ? *title_ : agent_title(row).value_or(""),
+          .agent_title = is_given ? plan.title : agent_title(row).value_or(""),
           .former_titles = renamed(former_titles(row), {derived->title, stored_title}, plan.title),
           .source_hashes = source_hashes(plan.source_files, *planned_->index, wiki_.config().steering),
           .citations = citations};

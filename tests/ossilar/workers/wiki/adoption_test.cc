@@ -149,6 +149,20 @@ TEST_F(AdoptionTest, BelievesARecordOnlyWhereASavePutsIt) {
   }
 }
 
+TEST_F(AdoptionTest, KnowsAChosenTitleWithoutTheBlanksAroundIt) {
+  const auto wiki = repo_.open();
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "  Foo  bar ").contains("saved"));
+  const std::string page = repo_.page("alpha");
+  const Rows first = rows_in(repo_.dir.path());
+  EXPECT_EQ(record_of(page).value_or(PageRecord{}).agent_title, "Foo  bar");
+  ASSERT_TRUE(save(*wiki, "alpha", page).contains("saved"));
+  EXPECT_EQ(repo_.page("alpha"), page);
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  forget();
+  adopt();
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+}
+
 // The wiki as the format before had it: pages without records, and a manifest that knows all of them.
 class FormerFormatTest : public AdoptionTest {
  protected:
