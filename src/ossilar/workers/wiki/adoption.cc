@@ -75,6 +75,15 @@ Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
   return cache;
 }
 
+// Of a draft of the same sources: what they tell beyond the page's text.
+void take_from_sources(store::PageFields& fields, const _PageDraft& draft) {
+  fields.symbols = draft.plan->symbols;
+  Map cache = parsed_build_cache(fields.build_cache);
+  const Map drafted = parsed_build_cache(draft.build_cache);
+  for (const char* key : {"diagrams", "grounding_hash"}) cache[key] = drafted.at(key);
+  fields.build_cache = utils::json_text(cache);
+}
+
 // Gives the citations that have no hash of the text that they cite one, where the file is what it was when
 // they were written.
 void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const fs::path& root) {
@@ -318,19 +327,22 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
 }
 
 // Where a save of the text would give this very file today, its row is the one that such a save writes, field
-// by field. Otherwise the row says what the record says, and leaves out what nobody knows any more.
+// by field. Otherwise the row says what the record says, and what the sources tell while they are the
+// record's; it leaves out what nobody knows any more.
 void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text) {
   const Known known = known_of(page_id, text);
-  auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
-  if (drafted && drafted->markdown != text) drafted.reset();
-  store::PageFields fields = drafted ? row_fields(*drafted) : fields_of(page_id, text, known);
+  const auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
+  const bool is_same_file = drafted && drafted->markdown == text;
+  store::PageFields fields = is_same_file ? row_fields(*drafted) : fields_of(page_id, text, known);
+  if (drafted && !is_same_file && drafted->source_hashes == known.record->source_hashes)
+    take_from_sources(fields, *drafted);
   fields.model = known.is_described ? kAgentModel : kAdoptedModel;
   // Who changed the text here need not have looked at what a mark is about.
   const std::int64_t key = known.is_described
                                ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
   if (known.is_described) arrived_.insert(page_id);
-  if (drafted) {
+  if (is_same_file) {
     store.store_chunks(key, drafted->chunks, {});
   } else {
     utils::Task task;

@@ -163,6 +163,17 @@ TEST_F(AdoptionTest, KnowsAChosenTitleWithoutTheBlanksAroundIt) {
   EXPECT_EQ(rows_in(repo_.dir.path()), first);
 }
 
+// A save of the same text would write another file today; the sources are the same, and so is what they tell.
+TEST_F(AdoptionTest, GivesAClonesRowsWhereATitleWasChosenAfterThePageWasSaved) {
+  const auto wiki = repo_.open();
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Beta guide].")).contains("saved"));
+  ASSERT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta"), {}, "Beta guide").contains("saved"));
+  const Rows first = rows_in(repo_.dir.path());
+  forget();
+  adopt();
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+}
+
 // The wiki as the format before had it: pages without records, and a manifest that knows all of them.
 class FormerFormatTest : public AdoptionTest {
  protected:
