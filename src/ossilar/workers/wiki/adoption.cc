@@ -11,6 +11,7 @@
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/former_file.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -407,6 +408,24 @@ bool is_half_done(const std::string& text, const std::string& content_hash) {
   return _text_hash(bare) == content_hash;
 }
 
+// Puts `changed` in the place of the page's file, of which `text` was read. What a hand, or a save that was
+// killed, left there meanwhile is kept, as in a save.
+void replace_file(Wiki& wiki, const std::string& page_id, const std::string& text,
+                  const std::string& changed) {
+  const fs::path page = wiki.paths().page(page_id);
+  const auto is_known = [&](const std::string& former) { return former == text || former == changed; };
+  const auto settle = [&] {
+    const std::string kept = settle_former(page, page_id, is_known, wiki.replaced_texts());
+    if (!kept.empty())
+      adoption_logger.warning(
+          "the page '%s' was edited by hand while it got its record; that text is kept in %s",
+          {page_id, (wiki.paths().replaced() / kept).string()});
+  };
+  settle();
+  utils::atomic_exchange(page, changed);
+  settle();
+}
+
 // The file first, as in a save: cut short in between, the file is the whole new one and is taken up here.
 bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id, const Map& row) {
   const std::string content_hash = utils::string_member(row, "content_hash");
@@ -414,7 +433,7 @@ bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id
   PageRecord record = record_of_row(row);
   add_unchanged_texts(record, *wiki.planned(), wiki.paths().root);
   if (auto changed = text_with_record(text, content_hash, record)) {
-    utils::atomic_write(wiki.paths().page(page_id), *changed);
+    replace_file(wiki, page_id, text, *changed);
     text = *std::move(changed);
   } else if (!is_half_done(text, content_hash)) {
     return false;

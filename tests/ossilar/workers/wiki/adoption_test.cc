@@ -3,11 +3,14 @@
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <map>
 
+#include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/workers/wiki/page_record.h"
 #include "ossilar/workers/wiki/wiki_check.h"
@@ -22,6 +25,7 @@ using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 
 // Every field of every row, but for the numbers that the database gives; by page id.
 using Rows = std::map<std::string, std::map<std::string, std::string>>;
@@ -253,6 +257,26 @@ TEST_F(FormerFormatTest, IsMigratedByTheNextCommandWhenOneWasKilledAtIt) {
   const std::string text = repo_.page("alpha");
   repo_.dir.write("wiki/pages/alpha.md", with_record(text, record_text(record_of_row(*rows.find("alpha")))));
   adopt_arrivals(*repo_.open(), WhenBusy::wait);
+  expect_migrated();
+}
+
+// What an editor writes while the page gets its record, and what a save that was killed left beside it.
+TEST_F(FormerFormatTest, IsMigratedWithoutLosingWhatAHandWrites) {
+  make_rows_former();
+  const fs::path page = repo_.dir / "wiki/pages/alpha.md";
+  const std::string text = repo_.page("alpha");
+  repo_.dir.write(utils::former_file(page).lexically_relative(repo_.dir.path()).string(), "# Earlier\n");
+  {
+    const utils::UniqueFd editor(open(page.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    ASSERT_TRUE(editor);
+    EXPECT_EQ(adopt_arrivals(*repo_.open(), WhenBusy::wait).given_records, 3U);
+    const std::string words = "By hand.\n";
+    ASSERT_EQ(write(editor.get(), words.data(), words.size()), static_cast<ssize_t>(words.size()));
+  }
+  std::vector<std::string> kept;
+  for (const auto& entry : fs::directory_iterator(repo_.dir / ".ossilar/replaced"))
+    kept.push_back(utils::read_file_within(repo_.dir.path(), entry.path()));
+  EXPECT_THAT(kept, IsSupersetOf({std::string("# Earlier\n"), text + "By hand.\n"}));
   expect_migrated();
 }
 
