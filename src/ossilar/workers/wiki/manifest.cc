@@ -15,6 +15,7 @@ namespace {
 constexpr std::string_view kBegin = "{\n\"format\": 2\n";
 constexpr const char* kLintKey = "lint";
 constexpr const char* kHashKey = "content_hash";
+constexpr const char* kFormerIdKey = "page_id";  // which only the entries of format 1 have
 constexpr std::string_view kPagesStart = "pages/";
 constexpr std::string_view kPagesEnd = ".md";
 
@@ -63,14 +64,14 @@ void take_entries(ManifestContent& content, const Map& object) {
     if (!page_id || !value.is_object()) continue;
     content.described[*page_id].insert(utils::string_member(value, kHashKey));
     content.lines[*page_id] += entry_line(key, value);
+    if (value.contains(kFormerIdKey)) content.former_entries.emplace(*page_id, value);
   }
 }
 
 void take_former_entry(ManifestContent& content, const Map& entry) {
-  const std::string page_id = utils::string_member(entry, "page_id");
+  const std::string page_id = utils::string_member(entry, kFormerIdKey);
   if (!is_page_id(page_id)) return;
-  content.described[page_id].insert(utils::string_member(entry, kHashKey));
-  content.former_entries.emplace(page_id, entry);
+  take_entries(content, Map{{std::string(kPagesStart).append(page_id).append(kPagesEnd), entry}});
 }
 
 // False when the text is no JSON, as after a merge of its lines, and for one in our own lines: a merge may

@@ -37,7 +37,8 @@ struct ManifestContent {
   std::map<std::string, std::set<std::string>> described;
   ManifestLines lines;  // as render_manifest() writes them; of several of a page all
   Map lint;
-  // The entries of a manifest of format 1, which hold what a page's record holds today; none of another.
+  // The entries of format 1, which hold what a page's record holds today. One whose page could not be brought
+  // forward yet stands in a manifest of today as a line like the others.
   std::multimap<std::string, Map> former_entries;
 
   bool describes(const std::string& page_id, const std::string& content_hash) const;

@@ -26,6 +26,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
+using ::testing::Not;
 
 // Every field of every row, but for the numbers that the database gives; by page id.
 using Rows = std::map<std::string, std::map<std::string, std::string>>;
@@ -279,6 +280,33 @@ TEST_F(FormerFormatTest, IsMigratedWithoutLosingWhatAHandWrites) {
   EXPECT_THAT(kept, IsSupersetOf({std::string("# Earlier\n"), text + "By hand.\n"}));
   expect_migrated();
 }
+
+// With its row, and in a clone; a look that finds it broken still must not cost the entry either.
+class UnreadableFormerPageTest : public FormerFormatTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {
+  if (GetParam()) {
+    make_rows_former();
+  } else {
+    forget();
+  }
+  const std::string text = repo_.page("alpha");
+  repo_.dir.write("wiki/pages/alpha.md", text + "\xff");
+  for (int look = 0; look < 2; ++look) {
+    const auto wiki = repo_.open();
+    wiki->prepare();
+    adopt_pages(*wiki);
+    EXPECT_TRUE(save(*wiki, "beta", repo_.page("beta")).contains("saved"));
+  }
+  EXPECT_TRUE(record_of(repo_.page("overview"))) << "what can be read is brought forward";
+  repo_.dir.write("wiki/pages/alpha.md", text);
+  adopt_arrivals(*repo_.open(), WhenBusy::wait);
+  expect_migrated();
+  EXPECT_THAT(repo_.dir.read("wiki/manifest.json"), Not(HasSubstr("page_id")))
+      << "all is of the format of today";
+}
+
+INSTANTIATE_TEST_SUITE_P(RowKnown, UnreadableFormerPageTest, ::testing::Bool());
 
 TEST_F(FormerFormatTest, LooksNoFresherAfterItsMigration) {
   make_rows_former();
