@@ -13,7 +13,12 @@ using workers::wiki::AdoptionReport;
 using workers::wiki::WikiStatus;
 
 void print_adoption(const AdoptionReport& report, Output& output) {
-  if (report.adopted > 0) output.line("Adopted " + std::to_string(report.adopted) + " committed page(s).");
+  if (report.adopted > 0)
+    output.line("Adopted " + std::to_string(report.adopted) + " page file(s) that had no row.");
+  for (const std::string& page : report.undescribed) {
+    output.line("  " + output.styled(Style::warn, page) +
+                " is described by no manifest; its file was taken as it stands.");
+  }
   for (const std::string& page : report.edited) {
     output.line("  " + output.styled(Style::warn, page) +
                 " was edited since it was saved; its file was taken as it stands.");
@@ -42,6 +47,7 @@ Map document_of(const std::filesystem::path& root, const std::vector<std::string
           {"planned_pages", status.pages.size()},
           {"adopted", adoption.adopted},
           {"edited", adoption.edited},
+          {"undescribed", adoption.undescribed},
           {"unplanned_files", adoption.unplanned},
           {"failed", adoption.failed},
           {"clients", clients.documents()},

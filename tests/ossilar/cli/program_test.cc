@@ -266,6 +266,31 @@ TEST(Program, APathThatIsNotUtf8IsNamedInTheDocumentOfAFailure) {
               HasSubstr("caf\uFFFD"));
 }
 
+// One page came with its manifest, the other's save was killed before its row and its line were written.
+TEST(Program, InitSaysWhatItAdoptsAndWhichPagesNoManifestDescribes) {
+  const WikiRepo repo;
+  store_alpha(repo);
+  const std::string manifest = repo.dir.read("wiki/manifest.json");
+  ASSERT_EQ(ossilar_in(repo.dir.path(), {"save", "beta"}, WikiRepo::text_about("beta")).exit_code, 0);
+  for (const bool as_document : {false, true}) {
+    fs::remove_all(repo.dir / ".ossilar");
+    repo.dir.write("wiki/manifest.json", manifest);
+    const std::vector<std::string> arguments{"init", "--json"};
+    const auto result =
+        ossilar_in(repo.dir.path(), {arguments.begin(), arguments.begin() + (as_document ? 2 : 1)});
+    if (as_document) {
+      const Map document = utils::parse_json(result.output, "output");
+      EXPECT_EQ(document.at("adopted"), 2);
+      EXPECT_EQ(document.at("undescribed"), Map::array({"beta"}));
+    } else {
+      EXPECT_THAT(result.output,
+                  HasSubstr("Adopted 2 page file(s) that had no row.\n"
+                            "  beta is described by no manifest; its file was taken as it stands.\n"));
+    }
+  }
+  EXPECT_THAT(ossilar_in(repo.dir.path(), {"init"}).output, Not(HasSubstr("Adopted")));
+}
+
 // The whole way of a new user, in a folder outside git, with the output of each step.
 TEST(Program, SetsUpSavesShowsAndReports) {
   const TempDir dir;

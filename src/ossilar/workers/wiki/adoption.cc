@@ -477,6 +477,7 @@ void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& p
         adoption.adopt_text(store, page_id, text);
         ++report.adopted;
         const bool is_listed = adoption.manifest().described.count(page_id) > 0;
+        if (!is_listed) report.undescribed.push_back(page_id);
         if (is_listed && !adoption.is_described(page_id, text)) report.edited.push_back(page_id);
       } catch (const store::StorageError&) {
         throw;

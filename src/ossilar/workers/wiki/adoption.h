@@ -22,15 +22,16 @@ namespace ossilar::workers::wiki {
 
 struct AdoptionReport {
   std::size_t adopted = 0;
-  std::size_t forgotten = 0;           // pages that version control removed
-  std::size_t given_records = 0;       // page files of an older format that got a record
-  std::vector<std::string> edited;     // page ids whose file is not the one that the manifest describes
-  std::vector<std::string> unplanned;  // files under the pages directory that belong to no page
-  std::vector<std::string> failed;     // messages on page files that could not be read
+  std::size_t forgotten = 0;             // pages that version control removed
+  std::size_t given_records = 0;         // page files of an older format that got a record
+  std::vector<std::string> edited;       // page ids whose file is not the one that the manifest describes
+  std::vector<std::string> undescribed;  // page ids of adopted files of which no manifest tells
+  std::vector<std::string> unplanned;    // files under the pages directory that belong to no page
+  std::vector<std::string> failed;       // messages on page files that could not be read
 };
 
-// Makes rows for the committed page files that have none on this branch, and writes the lists where they are
-// missing. No text of an author is changed. Takes the write lock.
+// Makes rows for the page files that have none on this branch, whoever wrote them, and writes the lists where
+// they are missing. No text of an author is changed. Takes the write lock.
 AdoptionReport adopt_pages(Wiki& wiki);
 
 enum class WhenBusy { wait, skip };
