@@ -25,7 +25,8 @@ class Embedder {
   virtual double ranking_weight() const { return 1; }
   // One vector of dimensions() numbers and length 1 (0 for a text without words) per text, in their order.
   // utils::Cancelled when `task` is cancelled.
-  virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts, const utils::Task& task) = 0;
+  virtual std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
+                                                const utils::Task& task) = 0;
 };
 
 // The embedder that needs no model, network or start-up.

@@ -9,7 +9,6 @@
 #include <memory>
 #include <string_view>
 
-
 namespace ossilar::search {
 namespace {
 
