@@ -150,7 +150,7 @@ namespace {
 
 // With `fix`, what is taken over is reported.
 CheckReport check_open_wiki(Wiki& wiki, bool fix) {
-  if (!fix) adopt_arrivals(wiki, WhenBusy::wait);
+  adopt_arrivals(wiki, WhenBusy::wait);
   CheckReport report;
   wiki.with_write_lock(true, [&] {
     if (const auto damage = wiki.store().damage()) {

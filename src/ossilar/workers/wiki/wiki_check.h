@@ -61,9 +61,9 @@ struct CheckOptions {
 
 // Checks the wiki of the repository at `root` under its write lock, so that no save is seen half made. A
 // damaged database is a finding, and with `fix` it is set aside and made anew from the wiki's files. `fix`
-// takes page files as they stand and never changes one. A check changes nothing but the local index, and
-// adopts the pages of a branch that has no row yet, as every command does. Cut short at any point, `fix` can
-// be run again.
+// takes page files as they stand and never changes one. As every command does, both first take over what came
+// by version control and bring a wiki of an older format forward; beyond that a check changes nothing. Cut
+// short at any point, `fix` can be run again.
 //
 // Throws utils::ConfigError for a repository that was never set up, _WikiBusy, and utils::Error for what it
 // cannot read.
