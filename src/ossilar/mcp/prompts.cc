@@ -107,12 +107,17 @@ std::string write_page(Wiki& wiki, const std::string& page_id, const std::string
          saving(page_id, section, page);
 }
 
-std::string refresh_page(Wiki& wiki, const std::string& page_id, const std::string& reason) {
+std::string state_of(const PageState& page) {
+  if (page.condition == PageCondition::stale) return "It is stale: " + page.reason + ".";
+  if (page.condition == PageCondition::unverified) return "It is unverified: " + page.reason + ".";
+  return "It is not stale.";
+}
+
+std::string refresh_page(Wiki& wiki, const std::string& page_id, const std::string& state) {
   const PageContext context = context_of(wiki, page_id);
   const auto page = stored_page(wiki, page_id);
   return fmt::format("Bring the wiki page '{}' (\"{}\") in line with the source. {}\n\n", page_id,
-                     context.plan.title,
-                     reason.empty() ? std::string("It is not stale.") : "It is stale: " + reason + ".") +
+                     context.plan.title, state) +
          "Read what changed, keep what is still true, correct every citation whose lines moved, and replace "
          "only "
          "the sections that need it.\n\n" +
@@ -142,7 +147,7 @@ std::string refresh_stale(Wiki& wiki, const std::string& page_id) {
   const std::vector<PageState> pages = wiki.page_states();
   if (page_id.empty()) return refresh_all(pages);
   for (const PageState& page : pages) {
-    if (page.page_id == page_id) return refresh_page(wiki, page_id, page.reason);
+    if (page.page_id == page_id) return refresh_page(wiki, page_id, state_of(page));
   }
   return refresh_page(wiki, page_id, "");  // which says that there is no such page
 }
