@@ -12,7 +12,7 @@ const STORE = 'store/sqlite_store.cc';
 const CONNECTION = 'store/connection.cc';
 const SAVE = 'workers/wiki/agent_save.cc';
 const HOST = 'workers/wiki/orchestrator.cc';
-const GUARDED = 'workers/wiki/guarded_save.cc';
+const WIKI = 'workers/wiki/wiki.cc';
 const CHECK = 'workers/wiki/wiki_check.cc';
 
 // What is taken away: its name, the file below src/ossilar, the text there and what takes its place, and the tests
@@ -22,8 +22,8 @@ const MUTANTS = [
   [
     'sync of a file before it takes its place',
     FILES,
-    '    write_all(fd_.get(), text, target_);\n    sync_or_throw(fd_.get(), target_);\n',
-    '    write_all(fd_.get(), text, target_);\n',
+    '    if (when == Sync::now) sync();\n',
+    '    static_cast<void>(when);\n',
     'faults.durability',
   ],
   [
@@ -35,8 +35,8 @@ const MUTANTS = [
   ],
   [
     'sync of the folder of the lists',
-    'workers/wiki/wiki_lists.cc',
-    '  staged.manifest->sync_directory();\n',
+    FILES,
+    '  if (!staged.empty()) staged.front().sync_directory();\n',
     '',
     'faults.durability',
   ],
@@ -48,18 +48,18 @@ const MUTANTS = [
     'faults.durability',
   ],
   [
-    'a file written ahead is for the place as it is',
+    'sync of the lists before they take their places',
     FILES,
-    'const bool fits = file_->fits();',
-    'const bool fits = true;',
-    'utils.WrittenAhead',
+    '  for (StagedFile& file : staged) file.sync();\n',
+    '',
+    'faults.durability',
   ],
   [
-    'a file written ahead holds the text to be written',
+    'sync of the folder of a page',
     FILES,
-    ' || text_ != text) return false;',
-    ') return false;',
-    'utils.WrittenAhead',
+    '  file.exchange(former_file(path).filename().string());\n  file.sync_directory();\n',
+    '  file.exchange(former_file(path).filename().string());\n',
+    'faults.durability',
   ],
   [
     'time for a writer to lock its file',
@@ -79,9 +79,9 @@ const MUTANTS = [
   [
     'a page takes its place whole',
     FILES,
-    'directory_.get(), name_.c_str(), directory_.get(), name.c_str()) != 0',
-    'directory_.get(), name_.c_str(), directory_.get(), name.c_str()) != 0 || truncate(target_.c_str(), 5) != 0',
-    'host.Host',
+    '  file.exchange(former_file(path).filename().string());\n',
+    '  file.exchange(former_file(path).filename().string());\n  truncate(path.c_str(), 5);\n',
+    'host',
   ],
 
   // The version check.
@@ -123,40 +123,53 @@ const MUTANTS = [
   ],
   [
     'version that was asked for, first look',
-    GUARDED,
-    '    if (auto refusal = save->refusal(page_id, standing_page(page_id), texts_)) return *std::move(refusal);\n',
-    '',
+    HOST,
+    '    if (auto refusal = refuse_other_version(content)) return *std::move(refusal);\n  }\n',
+    '  }\n',
+    'host|faults',
+  ],
+  [
+    'version that was asked for, once the page was drafted',
+    HOST,
+    '  if (draft == nullptr) return drafted;\n  if (auto refusal = refuse_other_version(content)) return *std::move(refusal);\n',
+    '  if (draft == nullptr) return drafted;\n',
     'host',
   ],
   [
-    'version that was asked for, under the lock',
-    GUARDED,
-    '  if (save != nullptr && page.version() != save->wanted()) return',
-    '  if (save != nullptr && page.version() == "") return',
-    'host',
-  ],
-  [
-    'version that a section goes into',
-    GUARDED,
-    '  if (spliced && page.version() != *splice->version) return std::nullopt;\n',
+    'page file that the draft was made from, under the lock',
+    HOST,
+    '  if (read_standing_page(pages_dir(), file).version() != standing_.version()) return std::nullopt;\n',
     '',
-    'faults.moments',
-  ],
-  [
-    'version that a section goes into, taken before its text',
-    GUARDED,
-    '  if (auto* splice = SplicedInto::current()) splice->version = standing_page(plan.page_id).version();\n' +
-      '  return AgentSaveMixin::_with_section(plan, heading, text);\n',
-    '  Answer spliced = AgentSaveMixin::_with_section(plan, heading, text);\n' +
-      '  if (auto* splice = SplicedInto::current()) splice->version = standing_page(plan.page_id).version();\n' +
-      '  return spliced;\n',
-    'faults.moments',
+    'host|faults.moments',
   ],
   [
     'text that no row knows',
-    GUARDED,
-    '  const std::string kept = keep_replaced(page, draft);\n',
-    '  const std::string kept = page.text ? "" : keep_replaced(page, draft);\n',
+    HOST,
+    '    return hash == draft || hash == row;\n',
+    '    return hash == draft || hash == row || true;\n',
+    'host',
+  ],
+
+  // What others wrote.
+  [
+    'a file that a save replaced is put away before the next',
+    HOST,
+    '  settle_former(file, page_id_, is_known, wiki_.replaced_texts());\n  transaction_ =',
+    '  transaction_ =',
+    'host',
+  ],
+  [
+    'no former file is overwritten',
+    FILES,
+    'rename_to(former, RENAME_NOREPLACE)',
+    'rename_to(former, 0)',
+    'utils',
+  ],
+  [
+    'a step that failed leaves no snapshot',
+    STORE,
+    '      Snapshots changed = last_;  // what is taken back was never read\n',
+    '      Snapshots& changed = last_;\n',
     'host',
   ],
 
@@ -172,16 +185,22 @@ const MUTANTS = [
   ],
   [
     'lock of check, repair and adoption',
-    HOST,
-    '  _acquire_write_lock({.wait = wait});\n  try {\n    work();',
-    '  static_cast<void>(wait);\n  try {\n    work();',
+    WIKI,
+    '  acquire_write_lock(wait, utils::Task());\n  try {\n',
+    '  static_cast<void>(wait);\n  try {\n',
     'faults.holders',
   ],
-  ['release after them', HOST, '    throw;\n  }\n  _release_write_lock();\n}', '    throw;\n  }\n}', 'host'],
+  [
+    'release after them',
+    WIKI,
+    '    throw;\n  }\n  release_write_lock();\n}',
+    '    throw;\n  }\n}',
+    'host',
+  ],
   [
     'release after they failed',
-    HOST,
-    '    work();\n  } catch (...) {\n    _release_write_lock();\n',
+    WIKI,
+    '    work();\n  } catch (...) {\n    release_write_lock();\n',
     '    work();\n  } catch (...) {\n',
     'host',
   ],
@@ -260,36 +279,36 @@ const MUTANTS = [
   [
     'lock of the database before a save reads it',
     STORE,
-    'Query(writer_, "BEGIN IMMEDIATE")',
-    'Query(writer_, "BEGIN DEFERRED")',
+    'Query(store_.writer_, "BEGIN IMMEDIATE")',
+    'Query(store_.writer_, "BEGIN DEFERRED")',
     'store',
   ],
   [
     'look whether what a save wrote was taken back',
     STORE,
-    '        require_group();\n        doing',
+    '        require_open();\n        doing',
     '        doing',
     'store',
   ],
   [
     'rows of a save are committed before its answer',
-    GUARDED,
-    '  group->commit();\n  const std::lock_guard',
-    '  const std::lock_guard',
-    'host',
-  ],
-  [
-    'look whether the commit that the lists are about was made',
     HOST,
-    'if (due.commit > last_committed_) return;',
+    '  transaction->commit();\n',
     '',
     'host',
   ],
   [
-    'look whether the manifest is still the one that the lists were made from',
-    'workers/wiki/wiki_lists.cc',
-    'return staged.over->is_in_place();',
-    'return staged.over != nullptr;',
+    'rows before the lists',
+    HOST,
+    '  put_on_disk();\n  task_.begin_stage("publishing");\n  AgentSaveMixin::_publish_agent_save();\n',
+    '  task_.begin_stage("publishing");\n  AgentSaveMixin::_publish_agent_save();\n  put_on_disk();\n',
+    'host',
+  ],
+  [
+    'manifest of our own vouches for nothing',
+    'workers/wiki/list_files.cc',
+    'known->second != utils::sha256_hex(text))',
+    'true)',
     'host',
   ],
   [
@@ -308,10 +327,10 @@ const MUTANTS = [
   ],
   [
     'turns of those who save one page',
-    GUARDED,
-    '  const PageTurn turn(paths_.turns(), page_id, std::min(config_.lock_timeout, kTurnPatience));\n',
-    '  static_cast<void>(kTurnPatience);\n',
-    'faults.moments',
+    'workers/wiki/saving.cc',
+    '    const PageTurn turn(wiki.paths().turns(), request.page_id,\n                        std::min(wiki.config().lock_timeout, kTurnPatience), task);\n',
+    '    static_cast<void>(kTurnPatience);\n',
+    'faults.moments|clients',
   ],
 
   // Nobody is led elsewhere.

@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
     const std::string line =
         "- " + section + "-" + std::to_string(i) + " [src/alpha.cpp:L1] [src/alpha.cpp:L2]\n";
     ossilar::utils::Task task;
-    const auto answer = ossilar::workers::wiki::WikiGenerator(*wiki, task).save_agent_page( page, acknowledged + line, section);
+    const auto answer = ossilar::workers::wiki::WikiGenerator(*wiki, task)
+                            .save_agent_page(page, acknowledged + line, section);
     if (answer.contains("saved")) {
       acknowledged += line;
       std::cout << "saved " << line;
