@@ -11,9 +11,11 @@ using ossilar::fuzz::require;
 
 namespace {
 
-void check_pages(const wiki::ManifestContent& content) {
-  for (const auto& [page_id, entry] : content.pages)
+void check_manifest(const wiki::ManifestContent& content) {
+  for (const auto& [page_id, hashes] : content.described)
     require(wiki::is_page_id(page_id), "a page id is one", page_id);
+  const std::string written = wiki::render_manifest({}, content.lines, content.lint);
+  require(wiki::read_manifest(written).described == content.described, "a manifest reads as it was", written);
 }
 
 }  // namespace
@@ -31,11 +33,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const ossilar::utils::Error&) {
     // Refused.
   }
-  try {
-    check_pages(wiki::parse_manifest(text, "manifest.json"));
-  } catch (const ossilar::utils::Error&) {
-    // Refused.
-  }
-  check_pages(wiki::salvage_manifest(text));
+  check_manifest(wiki::read_manifest(text));
   return 0;
 }
