@@ -105,39 +105,9 @@ std::string closing_fence(std::string_view markdown) {
   return std::string(static_cast<std::size_t>(std::max(length, 3)), mark);
 }
 
-// What was read of the last texts, by the text itself: one page is asked about several times in a row. For
-// one thread.
-template <class Result>
-class Recent {
- public:
-  using Read = Result (*)(std::string_view text);
+}  // namespace
 
-  // read(text), which depends on the text alone.
-  Result of(std::string_view text, Read read) {
-    if (text.size() > kLongest) return read(text);
-    const auto known =
-        std::find_if(kept_.begin(), kept_.end(), [&](const Kept& kept) { return kept.text == text; });
-    if (known != kept_.end()) return known->result;
-    Result result = read(text);
-    if (kept_.size() < kMost) kept_.emplace_back();
-    kept_[next_] = {std::string(text), result};
-    next_ = (next_ + 1) % kMost;
-    return result;
-  }
-
- private:
-  static constexpr std::size_t kMost = 4;
-  static constexpr std::size_t kLongest = std::size_t{32} * 1024;  // bytes
-
-  struct Kept {
-    std::string text;
-    Result result;
-  };
-  std::vector<Kept> kept_;
-  std::size_t next_ = 0;  // which gives way to the next
-};
-
-std::vector<Block> read_blocks(std::string_view markdown) {
+std::vector<Block> top_level_blocks(std::string_view markdown) {
   const Node root = parse(markdown);
   const std::vector<std::size_t> lines = commonmark_lines(markdown);
   std::vector<Block> blocks;
@@ -159,7 +129,7 @@ std::vector<Block> read_blocks(std::string_view markdown) {
   return blocks;
 }
 
-std::vector<Link> read_links(std::string_view markdown) {
+std::vector<Link> links(std::string_view markdown) {
   const Node root = parse(markdown);
   std::vector<Link> found;
   walk(root.get(), [&](cmark_node* node, bool entering) {
@@ -170,7 +140,7 @@ std::vector<Link> read_links(std::string_view markdown) {
   return found;
 }
 
-std::string read_prose(std::string_view markdown) {
+std::string prose_text(std::string_view markdown) {
   const Node root = parse(markdown);
   std::string out;
   walk(root.get(), [&](cmark_node* node, bool entering) {
@@ -184,7 +154,7 @@ std::string read_prose(std::string_view markdown) {
   return out;
 }
 
-std::string read_inline(std::string_view markdown) {
+std::string plain_inline(std::string_view markdown) {
   std::string line = "# ";
   std::replace_copy_if(
       markdown.begin(), markdown.end(), std::back_inserter(line),
@@ -193,7 +163,7 @@ std::string read_inline(std::string_view markdown) {
   return inline_text(root.get());
 }
 
-std::string read_closing_line(std::string_view markdown) {
+std::string closing_line(std::string_view markdown) {
   if (is_closed(markdown)) return "";
   // The ends of CommonMark's HTML blocks 1 to 5; blocks 6 and 7 end at a blank line.
   const std::array<std::string, 6> candidates{closing_fence(markdown), "-->", "?>", "]]>", "</pre>", ">"};
@@ -201,33 +171,6 @@ std::string read_closing_line(std::string_view markdown) {
     if (!candidate.empty() && is_closed(std::string(markdown) + "\n" + candidate)) return candidate;
   }
   return "";
-}
-
-}  // namespace
-
-std::vector<Block> top_level_blocks(std::string_view markdown) {
-  thread_local Recent<std::vector<Block>> recent;
-  return recent.of(markdown, read_blocks);
-}
-
-std::vector<Link> links(std::string_view markdown) {
-  thread_local Recent<std::vector<Link>> recent;
-  return recent.of(markdown, read_links);
-}
-
-std::string prose_text(std::string_view markdown) {
-  thread_local Recent<std::string> recent;
-  return recent.of(markdown, read_prose);
-}
-
-std::string plain_inline(std::string_view markdown) {
-  thread_local Recent<std::string> recent;
-  return recent.of(markdown, read_inline);
-}
-
-std::string closing_line(std::string_view markdown) {
-  thread_local Recent<std::string> recent;
-  return recent.of(markdown, read_closing_line);
 }
 
 }  // namespace ossilar::utils
