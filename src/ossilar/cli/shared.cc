@@ -54,9 +54,10 @@ void prepare_with_progress(workers::wiki::Wiki& wiki) {
 void bring_up_to_date(workers::wiki::Wiki& wiki) {
   prepare_with_progress(wiki);
   const auto report = workers::wiki::adopt_arrivals(wiki, workers::wiki::WhenBusy::skip);
-  if (report.adopted > 0)
+  if (report.adopted > 0) {
     Output::diagnostic("took over " + std::to_string(report.adopted) +
                        " page(s) that came by version control");
+  }
   if (report.forgotten > 0) {
     Output::diagnostic("forgot " + std::to_string(report.forgotten) +
                        " page(s) that version control removed; their texts are kept in .ossilar/replaced");

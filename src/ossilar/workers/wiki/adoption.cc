@@ -381,9 +381,10 @@ void Adoption::forget_page(const std::string& page_id) {
 
 void Adoption::store_digests(store::WikiStore& store) {
   std::vector<std::string> changed;
-  for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_))
+  for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_)) {
     if (digests_.find(page_id) != nullptr && changed_.count(page_id) > 0)
       changed.push_back(std::move(page_id));
+  }
   auto stale = stale_reasons(synthesis_dependents(basis_.planned->plans, changed));
   std::erase_if(stale, [&](const auto& mark) { return arrived_.count(mark.first) > 0; });
   store.persist_digests(wiki_.branch(), digests_, stale);
@@ -416,10 +417,11 @@ void replace_file(Wiki& wiki, const std::string& page_id, const std::string& tex
   const auto is_known = [&](const std::string& former) { return former == text || former == changed; };
   const auto settle = [&] {
     const std::string kept = settle_former(page, page_id, is_known, wiki.replaced_texts());
-    if (!kept.empty())
+    if (!kept.empty()) {
       adoption_logger.warning(
           "the page '%s' was edited by hand while it got its record; that text is kept in %s",
           {page_id, (wiki.paths().replaced() / kept).string()});
+    }
   };
   settle();
   utils::atomic_exchange(page, changed);

@@ -51,6 +51,7 @@ std::vector<std::string> in_reading_order(const ListPart& part, const store::Sto
   std::stable_sort(ranked.begin(), ranked.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   std::vector<std::string> pages;
+  pages.reserve(ranked.size());
   for (const auto& [rank, page_id] : ranked) pages.push_back(*page_id);
   return pages;
 }

@@ -291,9 +291,10 @@ std::string WikiGenerator::look_at_former_file(const IsKnown& is_known) const {
   const std::filesystem::path page = wiki_.paths().page(page_id_);
   try {
     const std::string kept = settle_former(page, page_id_, is_known, wiki_.replaced_texts());
-    if (!kept.empty() && kept != KeptTexts::name_of(page_id_, standing_.bytes.value_or("")))
+    if (!kept.empty() && kept != KeptTexts::name_of(page_id_, standing_.bytes.value_or(""))) {
       host_logger.warning("the page '%s' was edited by hand while it was saved; that text is kept in %s",
                           {page_id_, (wiki_.paths().replaced() / kept).string()});
+    }
     return "";
   } catch (const std::exception& error) {
     host_logger.warning("the file that the save replaced could not be put away", error);

@@ -67,6 +67,16 @@ class SaveOrderTest : public ::testing::Test {
   std::string warnings_of(const Answer& answer) const {
     return answer.contains("warnings") ? answer.at("warnings").dump() : answer.dump();
   }
+  // Stores "After." while the lists cannot be written, and lets them be written again.
+  void save_without_publication() const {
+    const fs::path index = repo_.dir / "wiki/index.md";
+    const std::string text = repo_.dir.read("wiki/index.md");
+    fs::remove(index);
+    fs::create_directory(index);
+    EXPECT_TRUE(is_saved(save(*repo_.open(), "alpha", WikiRepo::text_about("alpha", "After."))));
+    fs::remove(index);
+    repo_.dir.write("wiki/index.md", text);
+  }
   void edit_by_hand(const std::string& text) const {
     std::string page = repo_.page("alpha");
     page.insert(page.find("## Two"), text + "\n\n");
@@ -146,12 +156,7 @@ TEST_F(SaveOrderTest, ReadingTheRowsForTheListsIsPartOfThePublication) {
 
 // The manifest still tells of the text before the last one when a save of that very text is cut short.
 TEST_F(SaveOrderTest, AManifestOfOursThatFellBehindVouchesForNothing) {
-  const std::string index = repo_.dir.read("wiki/index.md");
-  fs::remove(repo_.dir / "wiki/index.md");
-  fs::create_directory(repo_.dir / "wiki/index.md");
-  EXPECT_TRUE(is_saved(save(*repo_.open(), "alpha", kAfter)));
-  fs::remove(repo_.dir / "wiki/index.md");
-  repo_.dir.write("wiki/index.md", index);
+  save_without_publication();
   const auto wiki = hooked([](const std::string& operation) {
     if (operation == "upsert_wiki_page") throw store::StorageError("disk full");
   });
@@ -161,12 +166,7 @@ TEST_F(SaveOrderTest, AManifestOfOursThatFellBehindVouchesForNothing) {
 }
 
 TEST_F(SaveOrderTest, ALineThatFellBehindIsSetRightByTheNextSaveOfAnyPage) {
-  const std::string index = repo_.dir.read("wiki/index.md");
-  fs::remove(repo_.dir / "wiki/index.md");
-  fs::create_directory(repo_.dir / "wiki/index.md");
-  EXPECT_TRUE(is_saved(save(*repo_.open(), "alpha", kAfter)));
-  fs::remove(repo_.dir / "wiki/index.md");
-  repo_.dir.write("wiki/index.md", index);
+  save_without_publication();
   const auto wiki = repo_.open();
   adopt_arrivals(*wiki, WhenBusy::wait);
   EXPECT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta"))));
