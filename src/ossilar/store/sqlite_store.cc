@@ -252,7 +252,7 @@ Result<Work> result_of(Work& work, Run run) {
   }
 }
 
-// A part of a group's transaction that can be taken back alone.
+// A part of a transaction that can be taken back alone.
 class Step {
  public:
   explicit Step(Connection& connection) : connection_(connection) {
@@ -299,8 +299,8 @@ class NotSynced {
   Connection& connection_;
 };
 
-// Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteGroup to say: a
-// store runs each in a transaction of its own, a group as a step of its one transaction.
+// Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteTransaction to
+// say: the one runs each in a transaction of its own, the other as a step of its one transaction.
 template <class Interface>
 class SqliteOperations : public Interface {
  public:
@@ -549,12 +549,12 @@ class SqliteOperations : public Interface {
 };
 
 // One connection writes and one reads, each under a mutex of its own, so that drafts read while a commit
-// waits for the disk. A thread that holds both took the writer's first. A group holds the writer's from its
-// begin to its end.
+// waits for the disk. A thread that holds both took the writer's first. A SqliteTransaction holds the
+// writer's from its begin to its end.
 //
 // The snapshots are what was read last, and are brought up to date by revisions. They belong to the reader; a
-// group has its own, which become the reader's when it is committed. After a write that failed, whose outcome
-// only the file knows, they are dropped.
+// SqliteTransaction has its own, which become the reader's when it is committed. After a write that failed,
+// whose outcome only the file knows, they are dropped.
 class SqliteStore final : public SqliteOperations<WikiStore> {
  public:
   explicit SqliteStore(const std::filesystem::path& file)
@@ -569,7 +569,7 @@ class SqliteStore final : public SqliteOperations<WikiStore> {
   }
 
  private:
-  friend class SqliteGroup;
+  friend class SqliteTransaction;
 
   void run_reading(const std::string& attempt, const Work& work) override {
     const std::lock_guard lock(reader_mutex_);
@@ -652,9 +652,9 @@ class SqliteStore final : public SqliteOperations<WikiStore> {
 
 // One transaction of the connection that writes; it reads by that connection too, and so sees its own writes.
 // Each write is a savepoint.
-class SqliteGroup final : public SqliteOperations<StoreTransaction> {
+class SqliteTransaction final : public SqliteOperations<StoreTransaction> {
  public:
-  SqliteGroup(SqliteStore& store, std::string attempt)
+  SqliteTransaction(SqliteStore& store, std::string attempt)
       : store_(store), attempt_(std::move(attempt)), writing_(store.writer_mutex_) {
     with_storage_errors(store_.file_, attempt_, [&] {
       store_.writer_.require_in_place();
@@ -663,7 +663,7 @@ class SqliteGroup final : public SqliteOperations<StoreTransaction> {
     last_ = store_.snapshots();
   }
 
-  ~SqliteGroup() override {
+  ~SqliteTransaction() override {
     if (!ended_) take_back();
   }
 
@@ -731,7 +731,7 @@ class SqliteGroup final : public SqliteOperations<StoreTransaction> {
 };
 
 std::unique_ptr<StoreTransaction> SqliteStore::begin(const std::string& attempt) {
-  return std::make_unique<SqliteGroup>(*this, attempt);
+  return std::make_unique<SqliteTransaction>(*this, attempt);
 }
 
 }  // namespace

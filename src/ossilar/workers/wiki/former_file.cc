@@ -11,10 +11,16 @@
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/agent_save.h"
 
 namespace ossilar::workers::wiki {
 
 namespace fs = std::filesystem;
+
+std::string saved_hash(const Map* row) {
+  const bool is_saved = row != nullptr && utils::string_member(*row, "model") == kAgentModel;
+  return is_saved ? utils::string_member(*row, "content_hash") : "";
+}
 
 std::string settle_former(const std::filesystem::path& page, const std::string& page_id,
                           const IsKnown& is_known, const KeptTexts& replaced) {

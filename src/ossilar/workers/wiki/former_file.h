@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ossilar/utils/json.h"
 #include "ossilar/workers/wiki/kept_texts.h"
 
 namespace ossilar::workers::wiki {
@@ -14,6 +15,10 @@ namespace ossilar::workers::wiki {
 // Whether a text is on record elsewhere. It gets the text with line ends normalised, or the bytes where they
 // are no text.
 using IsKnown = std::function<bool(const std::string& text)>;
+
+// The hash of the page's text as a save stored it, by its row; "" when no save did. A text that a repair or a
+// clone took over as it stood is known to its row, and still no author has read it.
+std::string saved_hash(const Map* row);
 
 // Removes the file that `page`, the file of `page_id`, replaced, if there is one: when its text is known, it
 // goes, and otherwise it is kept in `replaced`, under the name that this gives; "" when nothing had

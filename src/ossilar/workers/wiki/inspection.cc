@@ -311,8 +311,9 @@ void Inspection::inspect_list(const ListFile& list) {
 // Only the holder of the write lock makes one, and it does not leave it.
 void Inspection::inspect_former_files() {
   for (const fs::path& file : former_files(wiki_.paths().pages)) {
-    add({Fault::leftover, relative(file), "", "holds the page that a save replaced when it was cut short",
-         "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no author has read it", true});
+    add({Fault::leftover, relative(file), "", "was left beside its page by a save that could not put it away",
+         "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no save has stored its text",
+         true});
   }
 }
 

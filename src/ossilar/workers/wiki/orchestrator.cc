@@ -161,14 +161,6 @@ std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
   return source_hashes(files, *planned_->index, wiki_.config().steering);
 }
 
-// A text that a row knows was stored by a save. One that a repair or a clone took over as it stood is known
-// to its row, and still no author has read it.
-std::string WikiGenerator::known_hash() const {
-  const Map* row = existing_.find(page_id_);
-  const bool is_saved = row != nullptr && utils::string_member(*row, "model") == kAgentModel;
-  return is_saved ? utils::string_member(*row, "content_hash") : "";
-}
-
 std::string WikiGenerator::hand_edit_warning() const {
   const std::string name = KeptTexts::name_of(page_id_, *standing_.bytes);
   const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
@@ -194,7 +186,8 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
                     heading, title));
   }
   const bool is_replaced = standing_.bytes && standing_.text != markdown;
-  if (is_replaced && _text_hash(standing_.text) != known_hash()) warnings.push_back(hand_edit_warning());
+  if (is_replaced && _text_hash(standing_.text) != saved_hash(existing_.find(page_id_)))
+    warnings.push_back(hand_edit_warning());
   return warnings;
 }
 
@@ -251,7 +244,8 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
   const std::filesystem::path file = wiki_.paths().page(page_id_);
   if (read_standing_page(pages_dir(), file).version() != standing_.version()) return std::nullopt;
   // What the row knows before this save; and what a killed save of the same text left there.
-  const IsKnown is_known = [row = known_hash(), draft = _text_hash(draft.markdown)](const std::string& text) {
+  const IsKnown is_known = [row = saved_hash(existing_.find(page_id_)),
+                            draft = _text_hash(draft.markdown)](const std::string& text) {
     const std::string hash = _text_hash(text);
     return hash == draft || hash == row;
   };
@@ -266,8 +260,7 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
     throw;
   }
   transaction_.reset();  // of a save that wrote nothing
-  const std::string left = look_at_former_file(is_known);
-  if (!left.empty() && answer && answer->contains("warnings")) (*answer)["warnings"].push_back(left);
+  look_at_former_file(is_known);
   return answer;
 }
 
@@ -285,9 +278,9 @@ void WikiGenerator::keep_what_was_written() {
   }
 }
 
-// The page is saved by now, so failing to put the file away fails nothing: its author is told where it is.
-// There it stays until it is put away, before the page's next save or by a repair.
-std::string WikiGenerator::look_at_former_file(const IsKnown& is_known) const {
+// The page is saved by now, so failing to put the file away fails nothing. It stays where it is until it is
+// put away, before the page's next save or by a repair.
+void WikiGenerator::look_at_former_file(const IsKnown& is_known) const {
   const std::filesystem::path page = wiki_.paths().page(page_id_);
   try {
     const std::string kept = settle_former(page, page_id_, is_known, wiki_.replaced_texts());
@@ -295,11 +288,9 @@ std::string WikiGenerator::look_at_former_file(const IsKnown& is_known) const {
       host_logger.warning("the page '%s' was edited by hand while it was saved; that text is kept in %s",
                           {page_id_, (wiki_.paths().replaced() / kept).string()});
     }
-    return "";
   } catch (const std::exception& error) {
-    host_logger.warning("the file that the save replaced could not be put away", error);
-    return "former-file: what the page file held before could not be put away and lies in " +
-           utils::former_file(page).lexically_relative(wiki_.paths().root).string() + ": " + error.what();
+    host_logger.warning("what the page file held before lies in %s and could not be put away: %s",
+                        {utils::former_file(page).string(), error.what()});
   }
 }
 

@@ -104,14 +104,11 @@ class WikiGenerator final : public AgentSaveMixin {
 
  private:
   std::optional<Answer> refuse_other_version(const std::string& content) const;
-  // The hash of the text that a save stored, as the page's row knows it; "" when no save did.
-  std::string known_hash() const;
   std::string hand_edit_warning() const;
   PageRecord record_for(const PagePlan& plan, const std::vector<Map>& citations) const;
   void put_on_disk();
   void keep_what_was_written();
-  // Puts the replaced file away; gives a warning for the author when it could not be, or "".
-  std::string look_at_former_file(const IsKnown& is_known) const;
+  void look_at_former_file(const IsKnown& is_known) const;
 
   Wiki& wiki_;
   utils::Task& task_;

@@ -26,10 +26,6 @@ bool is_listed(const Finding& finding) {
   return finding.fixable && finding.fault != Fault::leftover && finding.fault != Fault::setup;
 }
 
-}  // namespace
-
-namespace {
-
 std::vector<std::string> pages_to_take(const std::vector<Finding>& findings) {
   std::vector<std::string> pages;
   for (const Finding& finding : findings)
@@ -112,10 +108,9 @@ void Repair::settle_leftover(const Finding& finding) const {
   if (file.extension() != ".former") return utils::remove_leftovers(file.parent_path());
   const auto page = page_of_former(file);
   const std::string page_id = page ? page_id_of(wiki_.paths().pages, *page) : "";
-  const Map* row = rows_.find(page_id);
-  const bool is_saved = row != nullptr && utils::string_member(*row, "model") == kAgentModel;
-  const std::string known = is_saved ? utils::string_member(*row, "content_hash") : "";
-  const auto is_known = [&](const std::string& text) { return _text_hash(text) == known; };
+  const auto is_known = [saved = saved_hash(rows_.find(page_id))](const std::string& text) {
+    return _text_hash(text) == saved;
+  };
   if (page) {
     settle_former(*page, page_id, is_known, wiki_.replaced_texts());
   } else {
