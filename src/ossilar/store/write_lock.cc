@@ -11,6 +11,7 @@
 #include <charconv>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <optional>
 #include <random>
 #include <string>
@@ -81,11 +82,21 @@ void write_holder(int fd, const std::string& line) {
   if (written >= 0 && ftruncate(fd, written) != 0) return;
 }
 
+// Whether the process has ended and its parent has not looked yet (proc(5), the third field of `stat`): it
+// holds nothing any more. False where that cannot be told.
+bool is_zombie(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string fields;
+  std::getline(stat, fields);
+  const std::size_t name_end = fields.rfind(") ");  // the name may hold anything
+  return name_end != fields.npos && fields.compare(name_end + 2, 1, "Z") == 0;
+}
+
 // Whether the process is there, as far as this one can see.
 bool is_alive(const std::string& process) {
   pid_t pid = 0;
   const auto [end, error] = std::from_chars(process.data(), process.data() + process.size(), pid);
-  return error == std::errc() && (kill(pid, 0) == 0 || errno != ESRCH);
+  return error == std::errc() && (kill(pid, 0) == 0 || errno != ESRCH) && !is_zombie(pid);
 }
 
 // Who holds the lock by the file's first line, and what to do about it. The line is another program's text.

@@ -17,6 +17,7 @@
 namespace ossilar::store {
 namespace {
 
+using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
@@ -76,6 +77,19 @@ TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
   }
   lock.release();
   EXPECT_EQ(busy_message(other, true), "");
+}
+
+// Nobody could end it: it has ended, and its parent has not looked yet.
+TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
+  lock.acquire(false);
+  const std::string line = dir.read("write.lock");
+  const pid_t ended = fork();
+  if (ended == 0) _exit(0);
+  siginfo_t info{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(ended), &info, WEXITED | WNOWAIT), 0);
+  dir.write("write.lock", "pid " + std::to_string(ended) + line.substr(line.find(" on ")));
+  EXPECT_THAT(busy_message(other, true), HasSubstr("by another process;"));
+  ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
 }
 
 // The child is forked while the lock is held, so it has a copy of the holder's descriptor; what was released
