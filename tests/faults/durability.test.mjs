@@ -2,7 +2,7 @@
 // same, but only for the moment at which it comes.
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { appendFileSync, readFileSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { test } from 'node:test';
 import { LATEST, LineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
@@ -188,4 +188,30 @@ test('so is what a refused save keeps, and what a repair makes', (t) => {
   assert.deepEqual(broken(refused), []);
   execFileSync('sed', ['-i', 's/first/second/', join(wiki.root, 'wiki/pages/alpha.md')]);
   assert.deepEqual(broken(callsOf(wiki, ['check', '--fix'], '')), []);
+});
+
+// exFAT and its like refuse to swap two files, others even to put one where none may be; some know no second names.
+test('a hand keeps its edit where the file system cannot swap files', async (t) => {
+  const refusals = [
+    ['no swap', ['renameat2:error=EINVAL:when=2']],
+    ['no swap, no second names', ['renameat2:error=EINVAL:when=2', 'linkat:error=EPERM']],
+    ['no flags of a rename', ['renameat2:error=EINVAL:when=1']],
+    ['no flags, no second names', ['renameat2:error=EINVAL:when=1', 'linkat:error=EOPNOTSUPP']],
+  ];
+  for (const [what, injected] of refusals) {
+    const wiki = makeWiki(t);
+    wiki.save('alpha', pageAbout('alpha'));
+    const inject = injected.flatMap((option) => ['-e', `inject=${option}`]);
+    const save = (text) =>
+      run('strace', traced(wiki, ['save', 'alpha'], inject), { input: pageAbout('alpha', 2, text) });
+    appendFileSync(join(wiki.root, 'wiki/pages/alpha.md'), 'By hand.\n');
+    const { code, stdout, stderr } = await save('second');
+    assert.match(readFileSync(logOf(wiki), 'utf8'), /EINVAL.*INJECTED/, what);
+    assert.equal(code, 0, `${what}: ${stdout}${stderr}`);
+    assert.match(wiki.page('alpha'), /second/, what);
+    assert.match(readFileSync(join(wiki.root, /kept in (\S+)/.exec(stdout)[1]), 'utf8'), /By hand\.$/m, what);
+    assert.equal((await save('third')).code, 0, what);
+    const check = await run(program, ['--repo', wiki.root, 'check']);
+    assert.equal(check.code, 0, `${what}: ${check.stdout}`);
+  }
 });

@@ -335,6 +335,11 @@ void StagedFile::look_at_former() {
 
 // Where there are no second names either, the old file is copied.
 void StagedFile::place_beside(const std::string& former) {
+  if (name_ == former) {  // which is the old file's now
+    const std::string name = random_name();
+    if (rename_to(name, 0) != 0) throw_not_placed();
+    name_ = name;
+  }
   const std::filesystem::path beside = target_.parent_path() / former;
   const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
   if (linked != 0 && errno != ENOENT) {
