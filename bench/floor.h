@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 
 namespace ossilar::bench {

@@ -7,8 +7,9 @@
 #include <string_view>
 
 #include "ossilar/search/embedder.h"
-#include "ossilar/store/sqlite_store.h"
+#include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "support/retrieval.h"
 
 namespace ossilar {
@@ -81,7 +82,8 @@ int main(int argc, char** argv) {
   const auto embedder = search::make_local_embedder();
   PlainFts5 plain(*store);
   const Score ours = testing::score_of(questions, [&](const std::string& query) {
-    return std::get<workers::wiki::SearchResult>(wiki.wiki->search({.query = query, .limit = kDepth}, {}))
+    return std::get<workers::wiki::SearchResult>(
+               workers::wiki::WikiReader(*wiki.wiki).search({.query = query, .limit = kDepth}, {}))
         .hits;
   });
   fmt::print("{} questions\n{:<28} {:>9} {:>9} {:>8}\n", questions.size(), "", "first", "in three", "MRR");

@@ -18,8 +18,8 @@
 
 #include "floor.h"
 #include "ossilar/utils/task.h"
-#include "ossilar/workers/wiki/open_wiki.h"
-#include "ossilar/workers/wiki/saving.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+#include "ossilar/workers/wiki/host/saving.h"
 #include "support/temp_dir.h"
 
 namespace ossilar {

@@ -3,7 +3,7 @@
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/workers/wiki/config.h"
-#include "ossilar/workers/wiki/manifest.h"
+#include "ossilar/workers/wiki/pages/manifest.h"
 
 namespace wiki = ossilar::workers::wiki;
 using ossilar::Map;

@@ -7,13 +7,14 @@ import { readFileSync, writeFileSync } from 'node:fs';
 import { join, resolve } from 'node:path';
 
 const FILES = 'utils/files.cc';
+const ATOMIC = 'utils/atomic_file.cc';
 const LOCK = 'store/write_lock.cc';
-const STORE = 'store/sqlite_store.cc';
-const CONNECTION = 'store/connection.cc';
+const STORE = 'store/sqlite/sqlite_store.cc';
+const CONNECTION = 'store/sqlite/connection.cc';
 const SAVE = 'workers/wiki/agent_save.cc';
-const HOST = 'workers/wiki/orchestrator.cc';
-const WIKI = 'workers/wiki/wiki.cc';
-const CHECK = 'workers/wiki/wiki_check.cc';
+const HOST = 'workers/wiki/host/orchestrator.cc';
+const WIKI = 'workers/wiki/host/wiki.cc';
+const CHECK = 'workers/wiki/check/wiki_check.cc';
 
 // What is taken away: its name, the file below src/ossilar, the text there and what takes its place, and the tests
 // that are to see it, as an expression for ctest.
@@ -21,21 +22,21 @@ const MUTANTS = [
   // On disk before the answer.
   [
     'sync of a file before it takes its place',
-    FILES,
+    ATOMIC,
     '    if (when == Sync::now) sync();\n',
     '    static_cast<void>(when);\n',
     'faults.durability',
   ],
   [
     'sync of the folder after that',
-    FILES,
+    ATOMIC,
     '  file.place();\n  file.sync_directory();\n',
     '  file.place();\n',
     'faults.durability',
   ],
   [
     'sync of the folder of the lists',
-    FILES,
+    ATOMIC,
     '  if (!staged.empty()) staged.front().sync_directory();\n',
     '',
     'faults.durability',
@@ -49,39 +50,39 @@ const MUTANTS = [
   ],
   [
     'sync of the lists before they take their places',
-    FILES,
+    ATOMIC,
     '  for (StagedFile& file : staged) file.sync();\n',
     '',
     'faults.durability',
   ],
   [
     'sync of the folder of a page',
-    FILES,
+    ATOMIC,
     '  file.exchange(former_file(path).filename().string());\n  file.sync_directory();\n',
     '  file.exchange(former_file(path).filename().string());\n',
     'faults.durability',
   ],
   [
     'time for a writer to lock its file',
-    'workers/wiki/inspection.cc',
+    'workers/wiki/check/inspection.cc',
     'if (!may_go || waited >= kTimeToLock) break;',
     'if (may_go || waited >= kTimeToLock) break;',
-    'host.WikiCheck',
+    'check.WikiCheck',
   ],
-  ['failure of a sync', FILES, 'if (fsync(fd) != 0) throw', 'if (fsync(fd) > 0) throw', 'faults.durability'],
+  ['failure of a sync', 'utils/file_calls.h', 'if (fsync(fd) != 0) throw', 'if (fsync(fd) > 0) throw', 'faults.durability'],
   [
     'sync of each commit',
-    'store/schema.cc',
+    'store/sqlite/schema.cc',
     'PRAGMA synchronous = FULL',
     'PRAGMA synchronous = NORMAL',
     'faults.durability',
   ],
   [
     'a page takes its place whole',
-    FILES,
+    ATOMIC,
     '  file.exchange(former_file(path).filename().string());\n',
     '  file.exchange(former_file(path).filename().string());\n  truncate(path.c_str(), 5);\n',
-    'host',
+    'host|check',
   ],
 
   // The version check.
@@ -126,41 +127,41 @@ const MUTANTS = [
     HOST,
     '    if (auto refusal = refuse_other_version(content)) return *std::move(refusal);\n  }\n',
     '  }\n',
-    'host|faults',
+    'host|check|faults',
   ],
   [
     'version that was asked for, once the page was drafted',
     HOST,
     '  if (draft == nullptr) return drafted;\n  if (auto refusal = refuse_other_version(content)) return *std::move(refusal);\n',
     '  if (draft == nullptr) return drafted;\n',
-    'host',
+    'host|check',
   ],
   [
     'page file that the draft was made from, under the lock',
     HOST,
-    '  if (read_standing_page(pages_dir(), file).version() != standing_.version()) return std::nullopt;\n',
+    '  if (read_standing_page(pages_dir(), file).version() != draft_->standing.version()) return std::nullopt;\n',
     '',
-    'host|faults.moments',
+    'host|check|faults.moments',
   ],
   [
     'text that no row knows',
     HOST,
     '    return hash == draft || hash == row;\n',
     '    return hash == draft || hash == row || true;\n',
-    'host',
+    'host|check',
   ],
 
   // What others wrote.
   [
     'a file that a save replaced is put away before the next',
     HOST,
-    '  settle_former(file, page_id_, is_known, wiki_.replaced_texts());\n  transaction_ =',
-    '  transaction_ =',
-    'host',
+    '  settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());\n  commit_->transaction =',
+    '  commit_->transaction =',
+    'host|check',
   ],
   [
     'no former file is overwritten',
-    FILES,
+    ATOMIC,
     'rename_to(former, RENAME_NOREPLACE)',
     'rename_to(former, 0)',
     'utils',
@@ -170,7 +171,7 @@ const MUTANTS = [
     STORE,
     '      Snapshots changed = last_;  // what is taken back was never read\n',
     '      Snapshots& changed = last_;\n',
-    'host',
+    'host|check',
   ],
 
   // Locks.
@@ -195,14 +196,14 @@ const MUTANTS = [
     WIKI,
     '    throw;\n  }\n  release_write_lock();\n}',
     '    throw;\n  }\n}',
-    'host',
+    'host|check',
   ],
   [
     'release after they failed',
     WIKI,
     '    work();\n  } catch (...) {\n    release_write_lock();\n',
     '    work();\n  } catch (...) {\n',
-    'host',
+    'host|check',
   ],
   [
     'lock of the file',
@@ -250,21 +251,21 @@ const MUTANTS = [
   ],
   [
     'lock of a temporary file at work',
-    FILES,
+    ATOMIC,
     '  retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });\n',
     '',
     'faults.moments',
   ],
   [
     'look whether a temporary file is at work',
-    FILES,
+    ATOMIC,
     'if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) each',
     'each',
     'faults.moments',
   ],
   [
     'look whether a temporary file was tidied up',
-    FILES,
+    ATOMIC,
     '  } while (!has_name(fd_.get()));\n',
     '  } while (false);\n  static_cast<void>(has_name);\n',
     'faults.moments',
@@ -274,46 +275,46 @@ const MUTANTS = [
     STORE,
     'TransactionBehavior::IMMEDIATE',
     'TransactionBehavior::DEFERRED',
-    'store',
+    'store|sqlite',
   ],
   [
     'lock of the database before a save reads it',
     STORE,
-    'Query(store_.writer_, "BEGIN IMMEDIATE")',
-    'Query(store_.writer_, "BEGIN DEFERRED")',
-    'store',
+    'Query(connections_.writer, "BEGIN IMMEDIATE")',
+    'Query(connections_.writer, "BEGIN DEFERRED")',
+    'store|sqlite',
   ],
   [
     'look whether what a save wrote was taken back',
     STORE,
     '        require_open();\n        doing',
     '        doing',
-    'store',
+    'store|sqlite',
   ],
   [
     'rows of a save are committed before its answer',
     HOST,
     '  transaction->commit();\n',
     '',
-    'host',
+    'host|check',
   ],
   [
     'rows before the lists',
     HOST,
     '  put_on_disk();\n  task_.begin_stage("publishing");\n  AgentSaveMixin::_publish_agent_save();\n',
     '  task_.begin_stage("publishing");\n  AgentSaveMixin::_publish_agent_save();\n  put_on_disk();\n',
-    'host',
+    'host|check',
   ],
   [
     'manifest of our own vouches for nothing',
-    'workers/wiki/list_files.cc',
+    'workers/wiki/pages/list_files.cc',
     'known->second != utils::sha256_hex(text))',
     'true)',
-    'host',
+    'host|check',
   ],
   [
     'patience with another that writes the database',
-    'store/connection.h',
+    'store/sqlite/connection.h',
     'kBusyTimeoutMs = ',
     'kBusyTimeoutMs = 0 * ',
     'store|faults.races',
@@ -327,7 +328,7 @@ const MUTANTS = [
   ],
   [
     'turns of those who save one page',
-    'workers/wiki/saving.cc',
+    'workers/wiki/host/saving.cc',
     '    const PageTurn turn(wiki.paths().turns(), request.page_id,\n                        std::min(wiki.config().lock_timeout, kTurnPatience), task);\n',
     '    static_cast<void>(kTurnPatience);\n',
     'faults.moments|clients',

@@ -83,7 +83,7 @@ class McpClient {
   const std::vector<Map>& messages() const { return messages_; }
 
  private:
-  mcp::WikiProvider provider_;
+  workers::wiki::WikiProvider provider_;
   std::array<int, 2> ends_{};
   std::unique_ptr<mcp::LineWriter> output_;
   std::unique_ptr<mcp::LineReader> reader_;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 #include "support/rows.h"
 #include "support/temp_dir.h"

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <string>
 
-#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 
 int main(int argc, char** argv) {

@@ -4,11 +4,11 @@
 #include <memory>
 #include <string>
 
-#include "ossilar/store/sqlite_store.h"
+#include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/utils/task.h"
-#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+#include "ossilar/workers/wiki/host/saving.h"
 #include "ossilar/workers/wiki/orchestrator.h"
-#include "ossilar/workers/wiki/saving.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::testing {

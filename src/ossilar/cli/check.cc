@@ -1,6 +1,6 @@
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
-#include "ossilar/workers/wiki/wiki_check.h"
+#include "ossilar/workers/wiki/check/wiki_check.h"
 
 namespace ossilar::cli {
 namespace {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 
+#include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"

@@ -9,7 +9,8 @@
 
 #include "ossilar/cli/output.h"
 #include "ossilar/utils/logging.h"
-#include "ossilar/workers/wiki/wiki.h"
+#include "ossilar/workers/wiki/host/wiki.h"
+#include "ossilar/workers/wiki/host/wiki_search.h"
 
 namespace ossilar::cli {
 

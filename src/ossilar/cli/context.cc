@@ -1,4 +1,5 @@
 #include "ossilar/cli/commands.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {
@@ -20,7 +21,7 @@ int run_context(const Place& place, const std::string& page_id, Output& output) 
   require_utf8_argument(page_id, "PAGE");
   const auto wiki = open_at(place, "context");
   bring_up_to_date(*wiki);
-  const auto found = wiki->page_context(page_id);
+  const auto found = workers::wiki::WikiReader(*wiki).page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
   const auto& context = std::get<PageContext>(found);
   output.document(document_of(context));

@@ -3,8 +3,9 @@
 #include "ossilar/cli/client_files.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/adoption.h"
-#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {
@@ -64,7 +65,7 @@ int run_init(const Place& place, const std::vector<std::string>& client_names, O
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = workers::wiki::adopt_pages(*wiki);
   reembed_with_progress(*wiki);
-  const WikiStatus status = wiki->status(workers::wiki::Look::spared);
+  const WikiStatus status = workers::wiki::WikiReader(*wiki).status(workers::wiki::Look::spared);
   clients.write();
 
   output.document(document_of(root, created, status, adoption, clients));

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "ossilar/cli/commands.h"
-#include "ossilar/mcp/transport.h"
+#include "ossilar/mcp/protocol/transport.h"
 
 namespace ossilar::cli {
 

@@ -1,4 +1,5 @@
 #include "ossilar/cli/commands.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {
@@ -41,7 +42,7 @@ int run_plan(const Place& place, Output& output) {
   bring_up_to_date(*wiki);
   Map pages = Map::array();
   std::vector<std::vector<Output::Cell>> rows;
-  for (const PageState& page : wiki->page_states(workers::wiki::Look::spared)) {
+  for (const PageState& page : workers::wiki::WikiReader(*wiki).page_states(workers::wiki::Look::spared)) {
     pages.push_back(document_of(page));
     rows.push_back(row_of(page));
   }

@@ -17,7 +17,7 @@ ProgressBar::~ProgressBar() {
   if (drawn_) std::fputs("\r\x1b[K", stderr);
 }
 
-source::Progress ProgressBar::callback() {
+utils::Progress ProgressBar::callback() {
   return [this](std::size_t done, std::size_t total) { draw(done, total); };
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ossilar/source/indexer.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::cli {
 
@@ -14,7 +14,7 @@ class ProgressBar {
   ProgressBar& operator=(const ProgressBar&) = delete;
 
   // A callback that draws; valid as long as the bar lives.
-  source::Progress callback();
+  utils::Progress callback();
 
  private:
   void draw(std::size_t done, std::size_t total);

@@ -7,7 +7,7 @@
 #include "ossilar/cli/commands.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
-#include "ossilar/workers/wiki/saving.h"
+#include "ossilar/workers/wiki/host/saving.h"
 
 namespace ossilar::cli {
 namespace {

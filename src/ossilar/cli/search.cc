@@ -1,7 +1,8 @@
 #include <fmt/format.h>
 
 #include "ossilar/cli/commands.h"
-#include "ossilar/workers/wiki/adoption.h"
+#include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {
@@ -35,7 +36,7 @@ int run_search(const Place& place, const workers::wiki::SearchRequest& request, 
   workers::wiki::adopt_arrivals(*wiki, workers::wiki::WhenBusy::skip);
   reembed_with_progress(*wiki);
   utils::Task task;
-  const auto found = wiki->search(request, task);
+  const auto found = workers::wiki::WikiReader(*wiki).search(request, task);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
   const auto& result = std::get<SearchResult>(found);
   Map hits = Map::array();

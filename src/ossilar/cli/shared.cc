@@ -2,12 +2,13 @@
 
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
-#include "ossilar/source/indexer.h"
+#include "ossilar/source/checkout.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/adoption.h"
-#include "ossilar/workers/wiki/open_wiki.h"
+#include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+#include "ossilar/workers/wiki/host/reembedding.h"
 
 namespace ossilar::cli {
 namespace {
@@ -66,14 +67,14 @@ void bring_up_to_date(workers::wiki::Wiki& wiki) {
 }
 
 void reembed_with_progress(workers::wiki::Wiki& wiki) {
-  const auto change = wiki.embedding_change();
+  const auto change = workers::wiki::embedding_change(wiki.store(), wiki.embedder());
   if (!change) return;
   Output::diagnostic("the embedding model changed from " + change->from + " to " + change->to +
                      "; embedding " + std::to_string(change->passages) + " passage(s) again");
   try {
     ProgressBar bar("embedding");
     utils::Task task;
-    wiki.reembed(bar.callback(), task);
+    workers::wiki::reembed(wiki.store(), wiki.embedder(), bar.callback(), task);
   } catch (const utils::Error& error) {
     Output::diagnostic(std::string("not embedded: ") + error.what());
   }

@@ -1,5 +1,6 @@
 #include "ossilar/cli/commands.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::cli {
@@ -18,7 +19,7 @@ int run_show(const Place& place, const ShowArguments& arguments, Output& output)
   require_utf8_argument(arguments.page_id, "PAGE");
   require_utf8_argument(arguments.section.value_or(""), "--section");
   const auto wiki = open_at(place, "show");
-  const auto found = wiki->read_page(arguments.page_id);
+  const auto found = workers::wiki::WikiReader(*wiki).read_page(arguments.page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return print_refusal(*refusal, output);
 
   std::string text = std::get<workers::wiki::StoredPage>(found).text;

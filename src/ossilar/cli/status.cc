@@ -1,4 +1,5 @@
 #include "ossilar/cli/commands.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {
@@ -43,7 +44,7 @@ void print_doubtful(const WikiStatus& status, Output& output) {
 int run_status(const Place& place, Output& output) {
   const auto wiki = open_at(place, "status");
   bring_up_to_date(*wiki);
-  const WikiStatus status = wiki->status(workers::wiki::Look::spared);
+  const WikiStatus status = workers::wiki::WikiReader(*wiki).status(workers::wiki::Look::spared);
   const StateCounts counts = workers::wiki::count_states(status.pages);
   output.document(document_of(status, counts));
   output.line("branch      " + output.styled(Style::bold, status.branch));

@@ -1,11 +1,12 @@
 #include <algorithm>
 
-#include "ossilar/mcp/message.h"
-#include "ossilar/mcp/params.h"
 #include "ossilar/mcp/prompts.h"
-#include "ossilar/mcp/uri.h"
+#include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/params.h"
+#include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/utils/fold.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::mcp {
 namespace {
@@ -38,7 +39,7 @@ Completed completed(const Map& reference) {
 
 std::vector<std::string> page_ids(Wiki& wiki, bool stale_only) {
   std::vector<std::string> ids;
-  for (const PageState& page : wiki.page_states()) {
+  for (const PageState& page : workers::wiki::WikiReader(wiki).page_states()) {
     if (!stale_only || page.condition == PageCondition::stale) ids.push_back(page.page_id);
   }
   return ids;
@@ -46,7 +47,8 @@ std::vector<std::string> page_ids(Wiki& wiki, bool stale_only) {
 
 std::vector<std::string> headings(Wiki& wiki, const Map& params) {
   const Map& chosen = optional_object(optional_object(params, "context"), "arguments");
-  const auto found = wiki.read_page(optional_string(chosen, "page_id").value_or(""));
+  const auto found =
+      workers::wiki::WikiReader(wiki).read_page(optional_string(chosen, "page_id").value_or(""));
   const auto* page = std::get_if<StoredPage>(&found);
   if (page == nullptr) return {};
   return workers::wiki::section_headings(workers::wiki::split_authored(page->text, "").text());
@@ -66,7 +68,7 @@ std::vector<std::string> matching(std::vector<std::string> candidates, const std
 
 }  // namespace
 
-Map complete(WikiProvider& provider, Revision revision, const Map& params) {
+Map complete(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const Completed reference = completed(required_object(params, "ref"));
   const Map& argument = required_object(params, "argument");
   const std::string name = required_string(argument, "name");

@@ -9,7 +9,7 @@ const utils::Logger logger("ossilar.mcp.page_watch");
 
 }  // namespace
 
-PageWatch::PageWatch(WikiProvider& provider, std::chrono::milliseconds every, Changed changed)
+PageWatch::PageWatch(workers::wiki::WikiProvider& provider, std::chrono::milliseconds every, Changed changed)
     : provider_(provider), every_(every), changed_(std::move(changed)), thread_([this] { run(); }) {}
 
 PageWatch::~PageWatch() {

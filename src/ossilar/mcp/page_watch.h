@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "ossilar/mcp/wiki_provider.h"
+#include "ossilar/workers/wiki/check/wiki_provider.h"
 
 namespace ossilar::mcp {
 
@@ -21,7 +21,7 @@ class PageWatch {
   // Is told the id of a page that changed, and whether it came or went. Called on the thread that looks.
   using Changed = std::function<void(const std::string& page_id, bool listed)>;
 
-  PageWatch(WikiProvider& provider, std::chrono::milliseconds every, Changed changed);
+  PageWatch(workers::wiki::WikiProvider& provider, std::chrono::milliseconds every, Changed changed);
   ~PageWatch();
   PageWatch(const PageWatch&) = delete;
   PageWatch& operator=(const PageWatch&) = delete;
@@ -36,7 +36,7 @@ class PageWatch {
  private:
   void run();
 
-  WikiProvider& provider_;
+  workers::wiki::WikiProvider& provider_;
   const std::chrono::milliseconds every_;
   const Changed changed_;
   std::mutex mutex_;

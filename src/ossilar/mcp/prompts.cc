@@ -2,10 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "ossilar/mcp/message.h"
-#include "ossilar/mcp/params.h"
+#include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/params.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::mcp {
@@ -55,21 +56,22 @@ Map argument(const char* name, const char* description, bool required) {
 }
 
 PageContext context_of(Wiki& wiki, const std::string& page_id) {
-  auto found = wiki.page_context(page_id);
+  auto found = workers::wiki::WikiReader(wiki).page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found))
     throw ProtocolError(error_code::kInvalidParams, utils::string_member(*refusal, "error"));
   return std::get<PageContext>(std::move(found));
 }
 
 std::optional<StoredPage> stored_page(Wiki& wiki, const std::string& page_id) {
-  auto found = wiki.read_page(page_id);
+  auto found = workers::wiki::WikiReader(wiki).read_page(page_id);
   auto* page = std::get_if<StoredPage>(&found);
   return page == nullptr ? std::nullopt : std::optional(std::move(*page));
 }
 
 std::string rules(const Wiki& wiki, const PageContext& context) {
   const auto& type = workers::wiki::plan_type(context.plan);
-  std::string text = fmt::format(kRules, wiki.min_citations(), type.least_words, type.most_words);
+  std::string text =
+      fmt::format(kRules, wiki.config().min_citations_per_page, type.least_words, type.most_words);
   if (!type.required_sections.empty())
     text += "Sections that this page must have: " + utils::join(type.required_sections, ", ") + ".\n\n";
   return text;
@@ -144,7 +146,7 @@ std::string refresh_all(const std::vector<PageState>& pages) {
 }
 
 std::string refresh_stale(Wiki& wiki, const std::string& page_id) {
-  const std::vector<PageState> pages = wiki.page_states();
+  const std::vector<PageState> pages = workers::wiki::WikiReader(wiki).page_states();
   if (page_id.empty()) return refresh_all(pages);
   for (const PageState& page : pages) {
     if (page.page_id == page_id) return refresh_page(wiki, page_id, state_of(page));
@@ -162,7 +164,7 @@ std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {
 
 }  // namespace
 
-Map list_prompts(WikiProvider& /*provider*/, Revision revision, const Map& params) {
+Map list_prompts(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
     throw ProtocolError(error_code::kInvalidParams, "the list of prompts has one page and no cursors");
   const Map write = prompt(kWritePage, "Write a wiki page",
@@ -177,7 +179,7 @@ Map list_prompts(WikiProvider& /*provider*/, Revision revision, const Map& param
   return finished_for(revision, Map{{"prompts", Map::array({write, refresh})}}, kListMilliseconds);
 }
 
-Map get_prompt(WikiProvider& provider, Revision revision, const Map& params) {
+Map get_prompt(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const std::string name = required_string(params, "name");
   if (name != kWritePage && name != kRefreshStale)
     throw ProtocolError(error_code::kInvalidParams, "there is no prompt '" + name + "'");

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 
-#include "ossilar/mcp/message.h"
-#include "ossilar/mcp/params.h"
-#include "ossilar/mcp/uri.h"
+#include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/params.h"
+#include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::mcp {
@@ -43,7 +44,7 @@ Map template_of(const char* uri, const char* name, const char* title, const char
 
 std::optional<std::string> text_of(Wiki& wiki, const ResourceName& resource) {
   if (resource.kind == ResourceName::Kind::draft) return wiki.kept_drafts().read(resource.name);
-  const auto found = wiki.read_page(resource.name);
+  const auto found = workers::wiki::WikiReader(wiki).read_page(resource.name);
   const auto* page = std::get_if<StoredPage>(&found);
   if (page == nullptr) return std::nullopt;
   if (resource.kind == ResourceName::Kind::page) return page->text;
@@ -53,7 +54,7 @@ std::optional<std::string> text_of(Wiki& wiki, const ResourceName& resource) {
 }  // namespace
 
 // In the order of the page ids, which are their own cursors.
-Map list_resources(WikiProvider& provider, Revision revision, const Map& params) {
+Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const auto cursor = optional_string(params, "cursor");
   const store::StoredRows rows = provider.get()->stored_pages();
   if (cursor && rows.find(*cursor) == nullptr)
@@ -73,7 +74,7 @@ Map list_resources(WikiProvider& provider, Revision revision, const Map& params)
   return finished_for(revision, std::move(result), kPagesMilliseconds);
 }
 
-Map list_resource_templates(WikiProvider& /*provider*/, Revision revision, const Map& params) {
+Map list_resource_templates(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
     throw ProtocolError(error_code::kInvalidParams, "the list of templates has one page and no cursors");
   return finished_for(
@@ -88,7 +89,7 @@ Map list_resource_templates(WikiProvider& /*provider*/, Revision revision, const
       kTemplatesMilliseconds);
 }
 
-Map read_resource(WikiProvider& provider, Revision revision, const Map& params) {
+Map read_resource(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const std::string uri = required_string(params, "uri");
   const auto resource = parse_uri(uri);
   if (!resource) throw_not_found(revision, uri);
@@ -98,9 +99,10 @@ Map read_resource(WikiProvider& provider, Revision revision, const Map& params) 
   return finished_for(revision, Map{{"contents", Map::array({content})}}, kPagesMilliseconds);
 }
 
-void require_page_uri(WikiProvider& provider, Revision revision, const std::string& uri) {
+void require_page_uri(workers::wiki::WikiProvider& provider, Revision revision, const std::string& uri) {
   const auto resource = parse_uri(uri);
-  if (!resource || resource->kind != ResourceName::Kind::page || !provider.get()->has_page(resource->name))
+  if (!resource || resource->kind != ResourceName::Kind::page ||
+      !workers::wiki::WikiReader(*provider.get()).has_page(resource->name))
     throw_not_found(revision, uri);
 }
 

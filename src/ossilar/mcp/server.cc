@@ -40,7 +40,7 @@ void receive_all(LineReader& reader, Session& session) {
 struct Serving {
   explicit Serving(const ServerOptions& options)
       : provider(options.root), output(options.output, options.input) {}
-  WikiProvider provider;
+  workers::wiki::WikiProvider provider;
   LineWriter output;
   Session session{provider, output};
 };

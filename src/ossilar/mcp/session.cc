@@ -4,11 +4,11 @@
 #include <array>
 #include <atomic>
 
-#include "ossilar/mcp/params.h"
 #include "ossilar/mcp/prompts.h"
+#include "ossilar/mcp/protocol/params.h"
+#include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/mcp/resources.h"
-#include "ossilar/mcp/tools.h"
-#include "ossilar/mcp/uri.h"
+#include "ossilar/mcp/tools/tools.h"
 
 namespace ossilar::mcp {
 namespace {
@@ -16,7 +16,7 @@ namespace {
 // A method that every revision has and that needs nothing of the session.
 struct Method {
   std::string_view name;
-  Map (*answer)(WikiProvider& provider, Revision revision, const Map& params);
+  Map (*answer)(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
 };
 
 constexpr std::array kMethods{
@@ -154,7 +154,7 @@ struct Session::UnderWay {
   utils::Task task;
 };
 
-Session::Session(WikiProvider& provider, LineWriter& output)
+Session::Session(workers::wiki::WikiProvider& provider, LineWriter& output)
     : provider_(provider),
       output_(output),
       log_level_(kNothing),

@@ -11,15 +11,15 @@
 #include <optional>
 #include <string>
 
-#include "ossilar/mcp/message.h"
 #include "ossilar/mcp/page_watch.h"
-#include "ossilar/mcp/revision.h"
-#include "ossilar/mcp/scheduler.h"
+#include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/revision.h"
+#include "ossilar/mcp/protocol/scheduler.h"
+#include "ossilar/mcp/protocol/transport.h"
 #include "ossilar/mcp/subscriptions.h"
-#include "ossilar/mcp/transport.h"
-#include "ossilar/mcp/wiki_provider.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/check/wiki_provider.h"
 
 namespace ossilar::mcp {
 
@@ -31,7 +31,7 @@ namespace ossilar::mcp {
 class Session {
  public:
   // `provider` and `output` must outlive the session.
-  Session(WikiProvider& provider, LineWriter& output);
+  Session(workers::wiki::WikiProvider& provider, LineWriter& output);
 
   // Takes a line on. Returns before it is answered; waits while too much is unanswered.
   void receive(std::string_view line);
@@ -65,7 +65,7 @@ class Session {
   void cancel_all();
   Reply write_reply();
 
-  WikiProvider& provider_;
+  workers::wiki::WikiProvider& provider_;
   LineWriter& output_;
   std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as is the next
   std::size_t line_bytes_ = 0;      // of the line at hand

@@ -1,7 +1,7 @@
 #include "ossilar/mcp/subscriptions.h"
 
-#include "ossilar/mcp/message.h"
-#include "ossilar/mcp/revision.h"
+#include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/revision.h"
 
 namespace ossilar::mcp {
 namespace {

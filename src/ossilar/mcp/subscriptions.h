@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "ossilar/mcp/transport.h"
+#include "ossilar/mcp/protocol/transport.h"
 #include "ossilar/utils/json.h"
 
 namespace ossilar::mcp {

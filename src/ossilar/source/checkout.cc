@@ -1,3 +1,5 @@
+#include "ossilar/source/checkout.h"
+
 #include <algorithm>
 #include <chrono>
 #include <functional>
@@ -8,7 +10,6 @@
 
 #include "ossilar/source/git.h"
 #include "ossilar/source/git_files.h"
-#include "ossilar/source/indexer.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {

@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,7 +13,7 @@
 #include <vector>
 
 #include "ossilar/source/source_index.h"
-#include "ossilar/utils/files.h"
+#include "ossilar/utils/task.h"
 
 namespace ossilar::source {
 
@@ -31,9 +30,6 @@ class RecordStore {
   // A text replaces the record of its path, none removes it.
   virtual void update(const std::map<std::string, std::optional<std::string>>& changes) = 0;
 };
-
-// Called now and then while files are read: how many of how many are done.
-using Progress = std::function<void(std::size_t done, std::size_t total)>;
 
 // The index of the repository at `root`: the files that git tracks and the working tree holds, or outside git
 // every file below `root` but those of version control systems. What `excluded` names (relative paths, each a
@@ -61,7 +57,7 @@ class Indexer {
   // Options::watch nothing is looked at when nothing was heard since the last look and that is not a minute
   // old: a write through a memory mapping or another hard link is not heard of. Throws utils::Error for a
   // root that cannot be listed or a repository that is damaged.
-  std::shared_ptr<const SourceIndex> refresh(const Progress& progress = {});
+  std::shared_ptr<const SourceIndex> refresh(const utils::Progress& progress = {});
 
   // Paths that are no UTF-8 text and so are in no index, as text fit for messages.
   std::vector<std::string> skipped() const;
@@ -77,41 +73,5 @@ class Indexer {
 // The text of `path`, one of the index's files, as of now; none when it is no longer a text file that may be
 // read. Bytes that are not UTF-8 are replaced. No symbolic link is followed, on the way neither.
 std::optional<std::string> read_source(const std::filesystem::path& root, const std::string& path);
-
-// What version control says of a folder.
-struct Checkout {
-  std::filesystem::path root;  // of the working tree; outside git the folder itself
-  // What the repository is called, in every clone the same: by the address it was cloned from, else by its
-  // folder.
-  std::string name;
-  bool in_git = false;
-  std::string branch = "default";  // "HEAD" when detached
-  std::string commit;              // 40 hexadecimal digits; "" before the first commit and outside git
-};
-
-// Reads the checkout whose working tree has `root` as its root (the caller has found it). Runs no program,
-// whatever the repository's configuration says. Throws utils::Error for a repository that is damaged or bare,
-// has something else than a regular file where git keeps one, or includes other files in its configuration.
-Checkout read_checkout(const std::filesystem::path& root);
-
-// Reads the checkout of one root again and again: from git's files only when one of them changed since.
-//
-// Thread-safety: read() may be called from any thread.
-class CheckoutReader {
- public:
-  // `root` as for read_checkout().
-  explicit CheckoutReader(std::filesystem::path root) : root_(std::move(root)) {}
-  Checkout read();
-
- private:
-  const std::filesystem::path root_;
-  std::mutex mutex_;
-  std::optional<Checkout> last_;                              // guarded by mutex_, as is the next
-  std::map<std::filesystem::path, utils::FileStamp> stamps_;  // of what it was read from
-};
-
-// The root of the working tree that `folder` is in: the nearest folder upward that holds `.git`, `.ossilar`
-// or `ossilar.toml`; none when there is none.
-std::optional<std::filesystem::path> find_root(const std::filesystem::path& folder);
 
 }  // namespace ossilar::source

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ossilar/source/file_reader.h"
 #include "ossilar/source/source_index.h"
@@ -20,6 +21,10 @@ struct Entry {
   std::shared_ptr<const SourceFile> file;         // never null
   bool operator==(const Entry&) const = default;  // of the same object
 };
+
+using Entries = std::vector<Entry>;  // in the order of their paths
+
+inline const std::string& path_of(const Entry& entry) { return entry.file->path; }
 
 // UTF-8 where the file's texts are. The path is not in it.
 std::string record_text(const Entry& entry);

@@ -1,4 +1,4 @@
-// Files on disk: reading whole, and replacing whole or not at all.
+// Files and directories on disk: opening and reading them without following links out of where they lie.
 //
 // Thread-safety: every function may be called from any thread.
 #pragma once
@@ -11,6 +11,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "ossilar/utils/file_stamp.h"
 
 namespace ossilar::utils {
 
@@ -40,66 +42,9 @@ enum class Missing { fail, create };
 // link.
 UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Missing::fail);
 
-// Which file a path names, and in which state: another one, or one that was written meanwhile, has another
-// stamp. All zero where there is none. Times are nanoseconds since the epoch.
-struct FileStamp {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::uint64_t size = 0;
-  std::int64_t modified = 0;
-  bool operator==(const FileStamp&) const = default;
-  bool is_same_file(const FileStamp& other) const { return device == other.device && inode == other.inode; }
-};
-FileStamp stamp_of(const std::filesystem::path& path);
-
-// Replaces the file `path` (absolute) by `text`: at every instant, a crash or power cut included, the file is
-// the old one or the new one, whole, and when this returns the new one is on disk. Gives the stamp of the new
-// file. Missing directories are created. An existing file's mode is kept. Refuses, with IoError and nothing
-// changed, a target that is no regular file, a symbolic link in its place, and a path with a symbolic link on
-// the way.
-FileStamp atomic_write(const std::filesystem::path& path, std::string_view text);
-
-// The same for several files of one directory: each is replaced whole, one after the other, when all are
-// written. The directory is synced once, which spares time.
-struct NamedText {
-  std::string name;  // without a directory
-  std::string_view text;
-};
-std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
-                                        const std::vector<NamedText>& files);
-
-// The same as atomic_write(), but the file that was there when the new one took its place is not lost: it
-// lies beside it as former_file(path), for the caller to look at and then to remove. The two swap places in
-// one call (renameat2(2), RENAME_EXCHANGE), so whatever a hand did until then is in that file. A file system
-// that cannot swap gets a second name for the old file first, or a copy where it has no second names; what a
-// hand does between these two calls may then be lost. Refuses, with IoError and nothing changed, when a
-// former file is there already.
-FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text);
-
-// Where atomic_exchange() leaves what was at `path`: a hidden name in the same directory, the same for the
-// same path.
-std::filesystem::path former_file(const std::filesystem::path& path);
-
 // Whether some process has the open file `fd` (opened for reading alone) open for writing, as far as the
 // system tells: false where it does not, true for a file of another owner, of which it does not say.
 bool is_open_for_writing(int fd);
-
-// Moves the file `from` to `to` (both absolute), in whose directory, made where it is missing, no other file
-// has that name; the move is on disk when this returns. False, with nothing changed, when they lie on
-// different file systems or the name is taken. Throws IoError.
-bool move_file(const std::filesystem::path& from, const std::filesystem::path& to);
-
-struct Leftover {
-  std::string name;
-  bool may_be_new;  // empty: one that is just being made looks the same for a moment
-};
-
-// The temporary files that writes left in `directory` (absolute, not what is below it) because they were cut
-// short; those of calls still at work are not among them. None where the directory is not there.
-std::vector<Leftover> leftovers(const std::filesystem::path& directory);
-
-// Removes them, also when one has just begun to write: that one takes another name.
-void remove_leftovers(const std::filesystem::path& directory);
 
 // Whether `path` is a regular file, symbolic links followed. A path that cannot name one, such as a link to
 // itself or a name that is too long, is none. Throws IoError when the system cannot say.

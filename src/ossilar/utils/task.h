@@ -2,11 +2,15 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <string_view>
 #include <utility>
 
 namespace ossilar::utils {
+
+// Is called now and then during long work: how many of how many things are done.
+using Progress = std::function<void(std::size_t done, std::size_t total)>;
 
 // What leaves work that was cancelled. Not a std::exception: nothing on the way takes it for a failure.
 struct Cancelled {};

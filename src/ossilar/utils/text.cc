@@ -270,4 +270,10 @@ std::string_view utf8_prefix(std::string_view text, std::size_t limit) {
   return text.substr(0, end);
 }
 
+std::string lower_case(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return out;
+}
+
 }  // namespace ossilar::utils

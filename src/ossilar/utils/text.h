@@ -58,4 +58,7 @@ std::size_t utf8_size(std::string_view text, std::size_t at);
 // The longest prefix of `text` of at most `limit` bytes that does not end inside a UTF-8 character.
 std::string_view utf8_prefix(std::string_view text, std::size_t limit);
 
+// `text` with its ASCII letters in lower case; other characters stay.
+std::string lower_case(std::string_view text);
+
 }  // namespace ossilar::utils

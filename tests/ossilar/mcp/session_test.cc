@@ -51,7 +51,7 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
                                                            std::fclose);
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen((repo.dir / "replies").c_str(), "w"),
                                                             std::fclose);
-  WikiProvider provider(repo.dir.path());
+  workers::wiki::WikiProvider provider(repo.dir.path());
   LineWriter output(fileno(out.get()), -1);
   Session session(provider, output);
   LineReader reader(fileno(in.get()), fileno(out.get()));

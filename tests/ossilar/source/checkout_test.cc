@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ossilar/source/indexer.h"
+#include "ossilar/source/checkout.h"
 #include "ossilar/source/repository.h"
 #include "ossilar/utils/error.h"
 #include "support/rows.h"

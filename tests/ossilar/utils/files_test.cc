@@ -1,4 +1,5 @@
 #include "ossilar/utils/files.h"
+#include "ossilar/utils/atomic_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "ossilar/workers/wiki/plans.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {

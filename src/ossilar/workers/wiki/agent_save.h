@@ -26,6 +26,7 @@
 #include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/plans.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {

@@ -11,7 +11,7 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/plan_names.h"
+#include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {
@@ -155,7 +155,7 @@ std::string wiki_folder(const At& at, std::string dir) {
           "without control characters and backslashes");
   for (std::size_t start = 0; start <= dir.size();) {
     const std::size_t stop = std::min(dir.find('/', start), dir.size());
-    const std::string part = lower_case(std::string_view(dir).substr(start, stop - start));
+    const std::string part = utils::lower_case(std::string_view(dir).substr(start, stop - start));
     require(!part.empty() && part != "." && part != "..", "a plain path without \".\" and \"..\"");
     require(part != ".git" && (start > 0 || part != ".ossilar"), "outside of .git and .ossilar");
     start = stop + 1;

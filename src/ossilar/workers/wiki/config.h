@@ -49,6 +49,9 @@ WikiConfig parse_config(std::string_view text, const std::string& name);
 // The configuration of the file `path`; the defaults when there is none.
 WikiConfig load_config(const std::filesystem::path& path);
 
+inline constexpr std::size_t kLongestPageId =
+    200;  // bytes; with ".md" it fits in a path on every file system
+
 // Whether `id` is a page id: parts of lower-case letters, digits, '-', '_' and '.', joined by '/', none of
 // them empty, "." or "..", at most 200 bytes in all.
 bool is_page_id(std::string_view id);

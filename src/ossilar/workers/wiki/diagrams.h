@@ -1,18 +1,12 @@
-// The diagrams of a page, as Mermaid.
+// A page's diagrams as the row keeps them. plan/page_diagrams.h draws them.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "ossilar/workers/wiki/module_graph.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {
-
-// The diagrams worth showing on the page: for `architecture` and `overview` the dependencies between the top
-// modules, for a module its neighbours and its children's dependencies. None where there is nothing to see.
-// Bounded in size: of a large graph the most connected nodes are shown and the rest is counted.
-std::vector<Diagram> page_diagrams(const PagePlan& plan, const Plans& plans, const ModuleGraph& graph);
 
 // The diagrams as one text, the same for the same diagrams.
 std::string _serialize_diagrams(const std::vector<Diagram>& diagrams);

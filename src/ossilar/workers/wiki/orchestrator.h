@@ -1,39 +1,34 @@
-// The host of one save: supplies what the pipeline of agent_save.h asks for, from a wiki that many share.
+// The host of one save: supplies what the pipeline of agent_save.h asks for, from a wiki that many share
+// (host/wiki.h).
 //
-// A WikiGenerator is made for one save and ends with it. What that save reads and settles on its way (the
-// plan, the rows and titles of its draft, the page file as it stood, the rows and digests of its commit) are
-// its members, so no other save can replace them. A draft reads one snapshot of each; what the commit decides
-// from is read again under the write lock.
+// A WikiGenerator is made for one save and ends with it. What that save reads and settles on its way is in
+// two objects of its own (host/save_at_work.h), so no other save can replace it: a draft reads one snapshot
+// of everything; what the commit decides from is read again under the write lock.
 //
 // Threads: one; any number of generators work on one wiki at a time. Failures: see agent_save.h.
 #pragma once
 
-#include <functional>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_save.h"
-#include "ossilar/workers/wiki/former_file.h"
-#include "ossilar/workers/wiki/page_record.h"
-#include "ossilar/workers/wiki/page_version.h"
-#include "ossilar/workers/wiki/title_index.h"
-#include "ossilar/workers/wiki/wiki.h"
 
 namespace ossilar::workers::wiki {
 
-// What a draft is made from, where it is not the wiki as it is now.
-struct DraftBasis {
-  std::shared_ptr<const PlannedWiki> planned;
-  store::StoredRows rows;
-  TitleIndex titles;
-};
+class Wiki;
+struct DraftBasis;
+struct DraftAtWork;
+struct CommitAtWork;
 
 // What a save is given beside its four arguments.
 struct SaveTerms {
-  // Save only onto this version of the page (see page_version.h); none: onto any.
+  // Save only onto this version of the page (see pages/page_version.h); none: onto any.
   std::optional<std::string> if_version = {};
   // Draft from this; null: from the wiki as it is at each draft.
   const DraftBasis* basis = nullptr;
@@ -48,12 +43,10 @@ class WikiGenerator final : public AgentSaveMixin {
   // The first half of a save alone, for those who only want to know: no lock, no write.
   std::variant<_PageDraft, Answer> draft(const std::string& page_id, const std::string& content,
                                          const std::optional<std::string>& section = {},
-                                         const std::optional<std::string>& title = {}) {
-    return _draft_agent_page(page_id, content, section, title);
-  }
+                                         const std::optional<std::string>& title = {});
 
   // The version that the last draft gives the page.
-  const std::string& drafted_version() const { return drafted_version_; }
+  const std::string& drafted_version() const;
 
  protected:
   std::variant<_PageDraft, Answer> _draft_agent_page(const std::string& page_id, std::string content,
@@ -65,14 +58,12 @@ class WikiGenerator final : public AgentSaveMixin {
 
   // In the order of the contract.
   store::Repository& repository() override;
-  const std::string& branch() const override { return wiki_.branch(); }
-  const std::filesystem::path& pages_dir() const override { return wiki_.paths().pages; }
-  store::StoredRows _existing() const override { return existing_; }
-  store::PageDigests _page_digests() const override { return digests_; }
-  void _set_page_digests(store::PageDigests digests) override { digests_ = std::move(digests); }
-  void _set_page_digest(const std::string& page_id, Map digest) override {
-    digests_.set(page_id, std::move(digest));
-  }
+  const std::string& branch() const override;
+  const std::filesystem::path& pages_dir() const override;
+  store::StoredRows _existing() const override;
+  store::PageDigests _page_digests() const override;
+  void _set_page_digests(store::PageDigests digests) override;
+  void _set_page_digest(const std::string& page_id, Map digest) override;
   AgentPreparation _agent_prepare() override;
   GatheredContext _gather_context(const PagePlan& plan) override;
   std::vector<Diagram> _build_diagrams(const PagePlan& plan) override;
@@ -94,45 +85,26 @@ class WikiGenerator final : public AgentSaveMixin {
   void _write_index_and_manifest(const WikiBuildResult& result) override;
   std::int64_t _stored_files_covered() override;
   Map _prior_lint_summary() override;
-  std::string _git_commit() override { return wiki_.commit(); }
+  std::string _git_commit() override;
   void _reread_existing() override;
   std::vector<std::string> citation_warnings(const std::string& markdown,
                                              const std::string& authored) override;
   void _acquire_write_lock(const AcquireOptions& options) override;
   void _release_write_lock() override;
-  const WikiConfig& wiki_config() const override { return wiki_.config(); }
+  const WikiConfig& wiki_config() const override;
 
  private:
   std::optional<Answer> refuse_other_version(const std::string& content) const;
   std::string hand_edit_warning() const;
-  PageRecord record_for(const PagePlan& plan, const std::vector<Map>& citations) const;
+  store::WikiStore& store() const;
   void put_on_disk();
   void keep_what_was_written();
-  void look_at_former_file(const IsKnown& is_known) const;
 
   Wiki& wiki_;
   utils::Task& task_;
   const SaveTerms terms_;
-
-  // Of the draft at work.
-  std::string page_id_;
-  std::optional<std::string> title_;  // as the save asked for it
-  std::shared_ptr<const PlannedWiki> planned_;
-  TitleIndex titles_;
-  store::StoredRows existing_;  // the draft's, then the commit's
-  StandingPage standing_;       // the page file that the draft was made from
-  bool is_spliced_ = false;     // one of its sections was replaced, and the others stay
-  std::string drafted_version_;
-
-  // Of the commit at work.
-  std::unique_ptr<store::StoreTransaction> transaction_;  // none before the page file and once it is on disk
-  Plans reconciled_plans_;
-  store::PageDigests digests_;
+  const std::unique_ptr<DraftAtWork> draft_;
+  const std::unique_ptr<CommitAtWork> commit_;
 };
-
-// The stale marks, page id to reason, of pages that build on what changed: dependents by page id, each with
-// the ids that it builds on.
-std::map<std::string, std::string> stale_reasons(
-    const std::map<std::string, std::vector<std::string>>& dependents);
 
 }  // namespace ossilar::workers::wiki

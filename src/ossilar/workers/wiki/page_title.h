@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ossilar/store/repository.h"
+#include "ossilar/workers/wiki/plans.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {

@@ -1,7 +1,6 @@
-#include <memory>
-#include <utility>
+#include "ossilar/workers/wiki/plans.h"
 
-#include "ossilar/workers/wiki/types.h"
+#include <utility>
 
 namespace ossilar::workers::wiki {
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <ctime>
 
+#include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 

@@ -58,4 +58,8 @@ const PageType& plan_type(const PagePlan& plan) {
 
 std::string section_of(const PagePlan& plan) { return plan.parent; }
 
+bool gives_digest(const PagePlan* plan) {
+  return plan != nullptr && plan_type(*plan).unit && plan->children.empty();
+}
+
 }  // namespace ossilar::workers::wiki

@@ -17,6 +17,7 @@
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/plans.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::workers::wiki {

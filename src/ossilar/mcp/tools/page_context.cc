@@ -1,0 +1,73 @@
+#include <algorithm>
+
+#include "ossilar/mcp/tools/schemas.h"
+#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::Answer;
+using workers::wiki::PageContext;
+using workers::wiki::StoredPage;
+using workers::wiki::Wiki;
+
+// A page over a whole repository may rest on thousands of files; what of them matters is in the grounding.
+constexpr std::size_t kMostFiles = 100;
+
+std::vector<std::string> first_files(const std::vector<std::string>& files) {
+  return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
+}
+
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
+  const std::string page_id = utils::string_member(arguments, "page_id");
+  const auto found = workers::wiki::WikiReader(wiki).page_context(page_id);
+  if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
+  const auto& context = std::get<PageContext>(found);
+  const auto stored = workers::wiki::WikiReader(wiki).read_page(page_id);
+  const auto* page = std::get_if<StoredPage>(&stored);
+  Map value = workers::wiki::author_brief(context);
+  value["min_citations"] = wiki.config().min_citations_per_page;
+  value["version"] = page != nullptr ? page->version : std::string(workers::wiki::kNoVersion);
+  value["source_files"] = first_files(context.grounding.files);
+  value["source_file_count"] = context.grounding.files.size();
+  value["grounding"] = context.grounding.text;
+  return {std::move(value), {}};
+}
+
+}  // namespace
+
+Tool page_context_tool() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  const Map words = object({{"least", count("fewer are too few")}, {"most", count("more are too many")}},
+                           {"least", "most"});
+  return {
+      .name = "page_context",
+      .title = "Get what a page's author needs",
+      .description =
+          "Gives what you need to write or renew a page: its purpose, the sections it must have, how many "
+          "words, "
+          "what the wiki's owner asks for (steering), its source files, and in `grounding` their symbols and "
+          "excerpts with line numbers. Read the sources themselves too before you write. Pass `version` to "
+          "save_page as `if_version`, so that nobody's work is overwritten.",
+      .reads_only = true,
+      .input_schema = arguments({{"page_id", needed_text("a page id, as list_pages gives it")}}, {"page_id"}),
+      .output_schema =
+          object({{"page_id", text("the page")},
+                  {"title", text("its title; save with a title to rename it")},
+                  {"type", text("what kind of page it is")},
+                  {"description", text("what the page is about")},
+                  {"purpose", text("what a page of this type is for")},
+                  {"required_sections", strings("`##` headings that the page must have")},
+                  {"words", words},
+                  {"min_citations", count("fewer valid citations, and the page is refused")},
+                  {"steering", text("what the wiki's owner asks of the page")},
+                  {"version", text("of the stored page, or \"new\" when it is not written yet")},
+                  {"source_files", strings("the first hundred of the files that the page is about")},
+                  {"source_file_count", count("how many there are")},
+                  {"grounding", text("Markdown: files with line counts, symbols, excerpts")}},
+                 {"page_id", "title", "required_sections", "words", "min_citations", "version", "grounding"}),
+      .call = call};
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,91 @@
+#include <algorithm>
+
+#include "ossilar/mcp/tools/schemas.h"
+#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::Answer;
+using workers::wiki::StoredPage;
+using workers::wiki::Wiki;
+
+// Bytes of text in one result: some 10,000 tokens, where clients cut results at about 25,000.
+constexpr std::size_t kPortion = std::size_t{40} * 1024;
+constexpr int kLongestPage = 1 << 30;
+
+Answer no_section(const std::string& page_id, const std::string& heading, const std::string& authored) {
+  return {{"error", "page '" + page_id + "' has no section '" + std::string(utils::strip(heading)) + "'"},
+          {"page_id", page_id},
+          {"sections", workers::wiki::section_headings(authored)}};
+}
+
+// The portion of `text` from `offset` on, which is moved back to the start of a character.
+void add_portion(Map& result, std::string_view text, std::size_t offset) {
+  const std::size_t begin = utils::utf8_prefix(text, std::min(offset, text.size())).size();
+  const std::string_view portion = utils::utf8_prefix(text.substr(begin), kPortion);
+  result["text"] = portion;
+  if (begin + portion.size() < text.size()) result["next_offset"] = begin + portion.size();
+}
+
+ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
+  const std::string page_id = utils::string_member(arguments, "page_id");
+  const auto found = workers::wiki::WikiReader(wiki).read_page(page_id);
+  if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
+  const auto& page = std::get<StoredPage>(found);
+  const std::string authored = workers::wiki::split_authored(page.text, "").text();
+
+  std::string text = page.text;
+  if (arguments.contains("section")) {
+    const auto heading = utils::string_member(arguments, "section");
+    auto section = workers::wiki::section_text(authored, heading);
+    if (!section) return {no_section(page_id, heading, authored), {}};
+    text = *std::move(section);
+  } else if (utils::string_member(arguments, "part") == "authored") {
+    text = authored;
+  }
+  Map result{{"page_id", page_id},
+             {"version", page.version},
+             {"rel_path", "pages/" + page_id + ".md"},
+             {"sections", workers::wiki::section_headings(authored)},
+             {"size", text.size()}};
+  add_portion(result, text, arguments.value("offset", std::size_t{0}));
+  return {std::move(result), {}};
+}
+
+}  // namespace
+
+Tool read_page_tool() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  return {.name = "read_page",
+          .title = "Read a wiki page",
+          .description =
+              "Gives a stored page as Markdown: the whole, one `##` section, or with part \"authored\" what "
+              "its author "
+              "wrote, in the form in which save_page takes it. Keep `version` and pass it to save_page as "
+              "`if_version`. "
+              "A long page comes in portions: while `next_offset` is there, call again with it as `offset`.",
+          .reads_only = true,
+          .input_schema = arguments(
+              {{"page_id", needed_text("a page id, as list_pages gives it")},
+               {"section", needed_text("a `##` heading of the page, with or without its marks")},
+               {"part", choice({"whole", "authored"},
+                               "without `section`: the whole page file, or the author's text alone")},
+               {"offset", number(0, kLongestPage, 0, "where to go on: `next_offset` of the call before")}},
+              {"page_id"}),
+          .output_schema = object({{"page_id", text("the page")},
+                                   {"version", text("names the page as it is now")},
+                                   {"rel_path", text("its file, relative to the wiki's directory")},
+                                   {"sections", strings("the `##` headings of the page")},
+                                   {"size", count("bytes of the whole text that was asked for")},
+                                   {"text", text("Markdown")},
+                                   {"next_offset", count("the text goes on; pass this as `offset`")}},
+                                  {"page_id", "version", "rel_path", "sections", "size", "text"}),
+          .call = call};
+}
+
+}  // namespace ossilar::mcp

@@ -1,0 +1,74 @@
+#include "ossilar/mcp/tools/schemas.h"
+#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+namespace ossilar::mcp {
+namespace {
+
+using workers::wiki::PageCondition;
+using workers::wiki::PageState;
+using workers::wiki::Wiki;
+using workers::wiki::WikiStatus;
+
+constexpr std::size_t kMostNamed = 20;
+
+Map last_write_of(const WikiStatus& status) {
+  if (!status.last_write) return Map::object();
+  return {{"at", status.last_write->last_built_at},
+          {"by", status.last_write->model},
+          {"commit", status.last_write->last_commit}};
+}
+
+ToolResult call(Wiki& wiki, const Map& /*arguments*/, utils::Task& /*task*/) {
+  const WikiStatus status = workers::wiki::WikiReader(wiki).status();
+  const auto counts = workers::wiki::count_states(status.pages);
+  Map stale = Map::array();
+  for (const PageState& page : status.pages) {
+    if (page.condition == PageCondition::stale && stale.size() < kMostNamed)
+      stale.push_back(Map{{"page_id", page.page_id}, {"reason", page.reason}});
+  }
+  return {Map{{"branch", status.branch},
+              {"commit", status.commit},
+              {"indexed_files", status.indexed_files},
+              {"pages", Map{{"ok", counts.ok},
+                            {"stale", counts.stale},
+                            {"unverified", counts.unverified},
+                            {"missing", counts.missing}}},
+              {"stale", stale},
+              {"last_write", last_write_of(status)}},
+          {}};
+}
+
+}  // namespace
+
+Tool wiki_status_tool() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  const Map counts =
+      object({{"ok", count("match the source")},
+              {"stale", count("do not any more")},
+              {"unverified", count("were written by hand, and nobody knows against which sources")},
+              {"missing", count("not written")}},
+             {"ok", "stale", "unverified", "missing"});
+  const Map page =
+      object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
+  const Map write =
+      object({{"at", text("ISO 8601")}, {"by", text("who")}, {"commit", text("of the source")}});
+  return {.name = "wiki_status",
+          .title = "Wiki status",
+          .description =
+              "Says how the wiki stands: branch and commit, how many pages are ok, stale, unverified and "
+              "missing, the "
+              "first twenty stale ones with the reason, and the last write. list_pages names all.",
+          .reads_only = true,
+          .input_schema = arguments(Map::object()),
+          .output_schema = object({{"branch", text("of the working tree")},
+                                   {"commit", text("\"\" outside git and before the first commit")},
+                                   {"indexed_files", count("files of the source")},
+                                   {"pages", counts},
+                                   {"stale", list(page, "at most twenty")},
+                                   {"last_write", write}},
+                                  {"branch", "commit", "indexed_files", "pages", "stale", "last_write"}),
+          .call = call};
+}
+
+}  // namespace ossilar::mcp

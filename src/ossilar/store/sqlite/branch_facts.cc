@@ -1,0 +1,90 @@
+#include "ossilar/store/sqlite/branch_facts.h"
+
+namespace ossilar::store {
+namespace {
+
+constexpr const char* kClearMark = "DELETE FROM stale_marks WHERE page_key = ?1";
+constexpr const char* kMark =
+    "INSERT INTO stale_marks SELECT page_key, ?3 FROM pages WHERE branch = ?1 AND page_id = ?2"
+    " ON CONFLICT DO UPDATE SET reason = excluded.reason WHERE reason != excluded.reason";
+constexpr const char* kMarks =
+    "SELECT page_id, reason FROM stale_marks JOIN pages USING (page_key) WHERE branch = ?1";
+constexpr const char* kPutState =
+    "INSERT INTO wiki_state VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7) ON CONFLICT (branch) DO UPDATE SET"
+    " last_built_at = excluded.last_built_at, last_commit = excluded.last_commit,"
+    " changed_since_build = excluded.changed_since_build, model = excluded.model,"
+    " page_count = excluded.page_count, manifest_hash = excluded.manifest_hash";
+constexpr const char* kState =
+    "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
+    " FROM wiki_state WHERE branch = ?1";
+constexpr const char* kOwnLists = "SELECT name, hash FROM own_lists WHERE branch = ?1";
+constexpr const char* kPutOwnList =
+    "INSERT INTO own_lists VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE SET hash = excluded.hash"
+    " WHERE hash != excluded.hash";
+constexpr const char* kRecords = "SELECT path, record FROM source_records";
+// A record keeps its place, and so all come nearly in the order of their paths.
+constexpr const char* kPutRecord =
+    "INSERT INTO source_records VALUES (?1, ?2) ON CONFLICT DO UPDATE SET record = excluded.record";
+constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
+
+}  // namespace
+
+void write_marks(Connection& connection, const std::string& branch, const StaleMarks& reasons) {
+  for (const auto& [page_id, reason] : reasons) Query(connection, kMark, branch, page_id, reason).run();
+}
+
+void clear_mark(Connection& connection, std::int64_t page_key) {
+  Query(connection, kClearMark, page_key).run();
+}
+
+StaleMarks read_marks(Connection& connection, const std::string& branch) {
+  StaleMarks marks;
+  Query rows(connection, kMarks, branch);
+  while (rows.next()) marks.emplace(rows.text(0), rows.text(1));
+  return marks;
+}
+
+void write_state(Connection& connection, const std::string& branch, const WikiStateFields& fields) {
+  Query(connection, kPutState, branch, fields.last_built_at, fields.last_commit, fields.changed_since_build,
+        fields.model, fields.page_count, fields.manifest_hash)
+      .run();
+}
+
+std::optional<WikiStateFields> read_state(Connection& connection, const std::string& branch) {
+  Query row(connection, kState, branch);
+  if (!row.next()) return std::nullopt;
+  return WikiStateFields{.last_built_at = row.text(0),
+                         .last_commit = row.text(1),
+                         .changed_since_build = row.number(2),
+                         .model = row.text(3),
+                         .page_count = row.number(4),
+                         .manifest_hash = row.text(5)};
+}
+
+void write_own_lists(Connection& connection, const std::string& branch, const OwnLists& hashes) {
+  for (const auto& [name, hash] : hashes) Query(connection, kPutOwnList, branch, name, hash).run();
+}
+
+OwnLists read_own_lists(Connection& connection, const std::string& branch) {
+  OwnLists hashes;
+  Query rows(connection, kOwnLists, branch);
+  while (rows.next()) hashes.emplace(rows.text(0), rows.text(1));
+  return hashes;
+}
+
+void write_records(Connection& connection, const std::map<std::string, std::optional<std::string>>& changes) {
+  for (const auto& [path, record] : changes) {
+    if (record) {
+      Query(connection, kPutRecord, path, *record).run();
+    } else {
+      Query(connection, kRemoveRecord, path).run();
+    }
+  }
+}
+
+void read_records(Connection& connection, const WikiStore::TakeRecord& take) {
+  Query rows(connection, kRecords);
+  while (rows.next()) take(rows.view(0), rows.view(1));
+}
+
+}  // namespace ossilar::store

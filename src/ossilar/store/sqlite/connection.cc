@@ -1,0 +1,139 @@
+#include "ossilar/store/sqlite/connection.h"
+
+#include <SQLiteCpp/Column.h>
+#include <SQLiteCpp/Exception.h>
+#include <sqlite3.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <array>
+
+#include "ossilar/store/repository.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::store {
+namespace {
+
+struct Advice {
+  int code;
+  const char* text;
+};
+
+constexpr std::array kAdvice{
+    Advice{SQLITE_FULL, "free some space and try again"},
+    Advice{SQLITE_IOERR, "check the disk and its free space"},
+    Advice{SQLITE_BUSY, "another program keeps it locked; try again, or end that program"},
+    Advice{SQLITE_READONLY, "check the permissions of the file and its folder"},
+    Advice{SQLITE_PERM, "check the permissions of the file and its folder"},
+    Advice{SQLITE_CANTOPEN,
+           "check that its folder is there and may be written, with no symbolic link on the way"},
+    Advice{SQLITE_NOTADB,
+           "it is no database; `ossilar check --fix` moves it away and makes it anew from the wiki's files"},
+    Advice{SQLITE_CORRUPT, "the file is damaged; `ossilar check --fix` makes it anew from the wiki's files"},
+    Advice{SQLITE_ERROR, "`ossilar check --fix` makes it anew from the wiki's files"},
+};
+
+constexpr int kPrimaryCode = 0xff;  // of an error code; the rest tells kinds of it apart
+
+// SQLITE_ERROR, which stands for a statement that SQLite cannot make sense of, means that the tables are not
+// those that the statements are about.
+bool means_damage(int code) {
+  const int primary = code & kPrimaryCode;
+  return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_ERROR;
+}
+
+std::string advice_on(int code) {
+  for (const Advice& advice : kAdvice) {
+    if (advice.code == (code & kPrimaryCode)) return std::string("; ") + advice.text;
+  }
+  return "";
+}
+
+// What is to be said of the disk that `file` lies on, where that explains a failure: SQLite seldom says more
+// than that it could not.
+std::string state_of_disk(const std::filesystem::path& file) {
+  constexpr fsblkcnt_t kFewBlocks = 64;
+  struct statvfs disk {};
+  if (statvfs(file.parent_path().c_str(), &disk) != 0) return "";
+  if ((disk.f_flag & ST_RDONLY) != 0) return " (the file system is read-only)";
+  if (disk.f_files != 0 && disk.f_favail == 0) return " (the disk has no room for another file)";
+  if (disk.f_bavail >= kFewBlocks) return "";
+  return " (the disk is full but for " + std::to_string(disk.f_bavail * disk.f_frsize / 1024) + " KiB)";
+}
+
+bool is_about_the_disk(int code) {
+  static constexpr std::array kCodes{SQLITE_CANTOPEN, SQLITE_FULL, SQLITE_IOERR, SQLITE_READONLY};
+  return std::find(kCodes.begin(), kCodes.end(), code & kPrimaryCode) != kCodes.end();
+}
+
+}  // namespace
+
+Connection::Connection(const std::filesystem::path& file, int flags)
+    : database_(std::filesystem::absolute(file).string(),
+                flags | SQLite::OPEN_NOMUTEX | SQLite::OPEN_NOFOLLOW, kBusyTimeoutMs) {}
+
+void Connection::require_in_place() {
+  int moved = 0;
+  database_.check(sqlite3_file_control(database_.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved));
+  if (moved != 0) throw utils::Error("it was moved or removed while it was open; try again");
+}
+
+SQLite::Statement& Connection::prepared(const char* sql) {
+  const auto found = statements_.find(sql);
+  if (found != statements_.end()) return found->second;
+  return statements_.emplace(sql, SQLite::Statement(database_, sql)).first->second;
+}
+
+void require_utf8(std::string_view text) {
+  if (utils::first_invalid_utf8(text)) throw DamagedError("a text that is stored is not UTF-8");
+}
+
+std::string Query::text(int column) const {
+  std::string text = blob(column);
+  require_utf8(text);
+  return text;
+}
+
+std::string_view Query::view(int column) const {
+  const SQLite::Column value = statement_.getColumn(column);
+  const char* text = value.getText();  // the value as text, which getBytes() then counts
+  const std::string_view view(text, static_cast<std::size_t>(value.getBytes()));
+  require_utf8(view);
+  return view;
+}
+
+std::string Query::blob(int column) const { return statement_.getColumn(column).getString(); }
+
+std::int64_t Query::number(int column) const { return statement_.getColumn(column).getInt64(); }
+
+void Query::bind(int index, const std::string& value) {
+  utils::require_utf8(value, "a text to be stored or looked for");
+  statement_.bind(index, value);
+}
+
+void Query::bind(int index, Blob value) {
+  statement_.bind(index, value.bytes.data(), static_cast<int>(value.bytes.size()));
+}
+
+void rethrow_as_storage_error(const std::filesystem::path& file, const std::string& attempt,
+                              const std::exception& error) {
+  if (dynamic_cast<const StorageError*>(&error) != nullptr) throw;
+  const std::string message = file.string() + ": cannot " + attempt + ": " + error.what();
+  if (const auto* sqlite = dynamic_cast<const SQLite::Exception*>(&error)) {
+    const int code = sqlite->getErrorCode();
+    throw StorageError(message + (is_about_the_disk(code) ? state_of_disk(file) : "") + advice_on(code),
+                       means_damage(code));
+  }
+  if (dynamic_cast<const DamagedError*>(&error) != nullptr) {
+    throw StorageError(message + advice_on(SQLITE_CORRUPT), true);
+  }
+  if (dynamic_cast<const utils::Error*>(&error) != nullptr ||
+      dynamic_cast<const Map::exception*>(&error) != nullptr) {
+    throw StorageError(message);
+  }
+  throw;
+}
+
+}  // namespace ossilar::store

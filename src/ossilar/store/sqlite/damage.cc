@@ -1,0 +1,88 @@
+#include "ossilar/store/sqlite/damage.h"
+
+#include <SQLiteCpp/Column.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <array>
+
+#include "ossilar/store/sqlite/passages.h"
+#include "ossilar/store/sqlite/rows.h"
+#include "ossilar/store/sqlite/schema.h"
+#include "ossilar/store/sqlite/word_index.h"
+
+namespace ossilar::store {
+namespace {
+
+// https://www.sqlite.org/pragma.html#pragma_integrity_check, and https://www.sqlite.org/fts5.html, 6.4: a
+// statement of the form of a write that reads only.
+constexpr const char* kStructure = "PRAGMA integrity_check(1)";
+constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
+constexpr const char* kReferences = "PRAGMA foreign_key_check";
+constexpr const char* kUnindexed =
+    "SELECT (SELECT count(*) FROM chunks WHERE page_key NOT IN (SELECT page_key FROM due_words))"
+    " - (SELECT count(*) FROM words"
+    " WHERE rowid >> " OSSILAR_POSITION_BITS " NOT IN (SELECT page_key FROM due_words))";
+constexpr const char* kTables =
+    "SELECT format('SELECT * FROM \"%w\"', name) FROM sqlite_schema"
+    " WHERE type = 'table' AND name NOT LIKE 'words%'";
+constexpr const char* kCutVectors =
+    "SELECT hash FROM vectors JOIN passages USING (passage_key)"
+    " WHERE length(vector) = 0 OR length(vector) % 4 != 0";
+
+// JSON by where it is stored.
+struct Shape {
+  const char* table;
+  const char* text;
+  const char* type;
+};
+constexpr std::array kShapes{
+    Shape{"pages", "source_files", "array"}, Shape{"pages", "source_hashes", "object"},
+    Shape{"pages", "symbols", "array"},      Shape{"pages", "related_pages", "array"},
+    Shape{"pages", "citations", "array"},    Shape{"pages", "nullif(build_cache, '')", "object"},
+    Shape{"chunks", "citations", "array"},   Shape{"digests", "digest", "object"}};
+
+// Throws DamagedError for a text of the table that is not UTF-8, which Query::text() does not let through.
+void require_texts(Connection& connection, const std::string& all_rows) {
+  SQLite::Statement rows(connection.database(), all_rows);
+  while (rows.executeStep()) {
+    for (int column = 0; column < rows.getColumnCount(); ++column) {
+      const SQLite::Column value = rows.getColumn(column);
+      if (value.isText()) require_utf8(value.getString());
+    }
+  }
+}
+
+bool holds_shape(Connection& connection, const Shape& shape) {
+  const std::string text = shape.text;
+  SQLite::Statement others(connection.database(), std::string("SELECT 1 FROM ") + shape.table + " WHERE " +
+                                                      text + " IS NOT NULL AND iif(json_valid(" + text +
+                                                      "), json_type(" + text + ") != ?1, TRUE)");
+  others.bind(1, shape.type);
+  return !others.executeStep();
+}
+
+}  // namespace
+
+std::optional<std::string> first_damage(Connection& connection) {
+  Query structure(connection, kStructure);
+  if (structure.next() && structure.text(0) != "ok") return structure.text(0);
+  if (const auto missing = missing_from_schema(connection))
+    return "the " + *missing + " is not as it was made";
+  Query(connection, kWordsStructure).run();
+  Query references(connection, kReferences);
+  if (references.next()) return "the table " + references.text(0) + " refers to what is not there";
+  Query words(connection, kUnindexed);
+  if (words.next() && words.number(0) != 0) return "the words do not belong to the chunks";
+  Query tables(connection, kTables);
+  while (tables.next()) require_texts(connection, tables.text(0));
+  Query cut(connection, kCutVectors);
+  if (cut.next()) return "the vector of the passage " + cut.text(0) + " is cut off";
+  for (const Shape& shape : kShapes) {
+    if (!holds_shape(connection, shape)) {
+      return std::string("what is stored in ") + shape.table + " cannot be read";
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace ossilar::store

@@ -1,0 +1,272 @@
+// Every operation of the store, in terms of a connection.
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "ossilar/store/repository.h"
+#include "ossilar/store/sqlite/branch_facts.h"
+#include "ossilar/store/sqlite/connection.h"
+#include "ossilar/store/sqlite/damage.h"
+#include "ossilar/store/sqlite/passages.h"
+#include "ossilar/store/sqlite/rows.h"
+#include "ossilar/store/sqlite/snapshots.h"
+#include "ossilar/store/sqlite/word_index.h"
+#include "ossilar/utils/logging.h"
+
+namespace ossilar::store {
+
+inline const utils::Logger logger("ossilar.store");
+
+// What `Work` gives that asks a connection, or a connection and its snapshots.
+template <class Work>
+using Result = typename std::conditional_t<std::is_invocable_v<Work, Connection&, Snapshots&>,
+                                           std::invoke_result<Work, Connection&, Snapshots&>,
+                                           std::invoke_result<Work, Connection&>>::type;
+
+template <class Work>
+Result<Work> ask(Work& work, Connection& connection, Snapshots& last) {
+  if constexpr (std::is_invocable_v<Work, Connection&, Snapshots&>) {
+    return work(connection, last);
+  } else {
+    return work(connection);
+  }
+}
+
+// What `work` gives when `run` runs it.
+template <class Work, class Run>
+Result<Work> result_of(Work& work, Run run) {
+  if constexpr (std::is_void_v<Result<Work>>) {
+    run([&](Connection& connection, Snapshots& last) { ask(work, connection, last); });
+  } else {
+    std::optional<Result<Work>> result;
+    run([&](Connection& connection, Snapshots& last) { result.emplace(ask(work, connection, last)); });
+    return *std::move(result);
+  }
+}
+
+// Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteTransaction to
+// say: the one runs each in a transaction of its own, the other as a step of its one transaction.
+template <class Interface>
+class SqliteOperations : public Interface {
+ public:
+  std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
+                                const std::string& title, const PageFields& fields) override {
+    return write("store the page " + page_id, [&](Connection& connection) {
+      const std::int64_t key =
+          write_page(connection, branch, page_id, title, fields, next_revision(connection));
+      clear_mark(connection, key);
+      return key;
+    });
+  }
+
+  std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
+                                   const std::string& title, const PageFields& fields) override {
+    return write("store the page " + page_id, [&](Connection& connection) {
+      return write_page(connection, branch, page_id, title, fields, next_revision(connection));
+    });
+  }
+
+  void restate_page(const std::string& branch, const std::string& page_id, const std::string& content_hash,
+                    const std::vector<Map>& citations) override {
+    write("store the page " + page_id, [&](Connection& connection) {
+      restate_row(connection, branch, page_id, content_hash, citations, next_revision(connection));
+    });
+  }
+
+  void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
+    write_soon("store the state of the branch " + branch,
+               [&](Connection& connection) { write_state(connection, branch, fields); });
+  }
+
+  StoredRows get_wiki_pages(const std::string& branch) override {
+    return read("read the pages of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      return read_pages(connection, last.pages[branch], branch);
+    });
+  }
+
+  std::optional<std::string> damage() override {
+    return write("read all of it", [](Connection& connection) { return first_damage(connection); });
+  }
+
+  std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
+    return read("look for the page " + page_id,
+                [&](Connection& connection) { return row_key(connection, branch, page_id); });
+  }
+
+  std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) override {
+    return read("read the page " + page_id,
+                [&](Connection& connection) { return read_build_cache(connection, branch, page_id); });
+  }
+
+  void remove_page(const std::string& branch, const std::string& page_id) override {
+    write("remove the page " + page_id, [&](Connection& connection) {
+      const auto key = row_key(connection, branch, page_id);
+      if (!key) return;
+      replace_chunks(connection, *key, {}, {});
+      store::index_words(connection, *key);
+      remove_row(connection, branch, page_id, next_revision(connection));
+    });
+  }
+
+  SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
+                                 const std::string& model) override {
+    return read("read the passages of the page " + page_id, [&](Connection& connection) {
+      return read_shared_passages(connection, branch, page_id, model);
+    });
+  }
+
+  std::map<std::string, Vector> vectors(const std::string& model,
+                                        const std::vector<std::string>& hashes) override {
+    return read("read vectors of the model " + model,
+                [&](Connection& connection) { return read_vectors(connection, model, hashes); });
+  }
+
+  void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before) override {
+    write("store the chunks of the page with the key " + std::to_string(page_key),
+          [&](Connection& connection) {
+            replace_chunks(connection, page_key, chunks, shared_before);
+            make_words_due(connection, page_key);
+          });
+  }
+
+  std::vector<Map> chunks(const std::string& branch, const std::string& page_id) override {
+    return read("read the chunks of the page " + page_id,
+                [&](Connection& connection) { return read_chunks(connection, branch, page_id); });
+  }
+
+  std::optional<std::string> other_model(const std::string& model) override {
+    return read("look for other models than " + model,
+                [&](Connection& connection) { return read_other_model(connection, model); });
+  }
+
+  std::size_t count_without_vector(const std::string& model) override {
+    return read("count passages without a vector of " + model,
+                [&](Connection& connection) { return count_lacking(connection, model); });
+  }
+
+  std::vector<PassageText> passages_without_vector(const std::string& model, const std::string& after,
+                                                   std::size_t limit) override {
+    return read("read passages without a vector of " + model,
+                [&](Connection& connection) { return read_lacking(connection, model, after, limit); });
+  }
+
+  void add_vectors(const std::string& model, const std::map<std::string, Vector>& vectors) override {
+    write("store vectors of " + model,
+          [&](Connection& connection) { keep_vectors(connection, model, vectors); });
+  }
+
+  bool keep_model(const std::string& model) override {
+    return write("drop vectors of other models than " + model,
+                 [&](Connection& connection) { return drop_other_models(connection, model); });
+  }
+
+  void index_waiting_words(std::size_t most_left) override {
+    const std::string attempt = "index the words of pages";
+    for (;;) {
+      const std::size_t due = read(attempt, count_due_words);
+      if (due <= most_left) return;
+      const std::size_t most = std::min(due - most_left, words_together());
+      write(attempt, [&](Connection& connection) { index_due_words(connection, most); });
+    }
+  }
+
+  std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
+                                        const PassageFilter& filter, std::size_t limit) override {
+    try {
+      index_waiting_words(0);
+    } catch (const StorageError& error) {
+      logger.warning("pages that were saved last are not found by their words", error);
+    }
+    return read("search the words of the branch " + branch,
+                [&](Connection& connection) { return find_words(connection, branch, words, filter, limit); });
+  }
+
+  std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model, const Vector& query,
+                                    const PassageFilter& filter, std::size_t limit) override {
+    return read("search the vectors of the branch " + branch, [&](Connection& connection) {
+      return find_nearest(connection, branch, {.model = model, .vector = query}, filter, limit);
+    });
+  }
+
+  PageDigests load_digests(const std::string& branch) override {
+    return read("read the digests of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      return read_digests(connection, last.digests[branch], branch);
+    });
+  }
+
+  void persist_digests(const std::string& branch, const PageDigests& digests,
+                       const StaleMarks& stale) override {
+    write("store the digests of the branch " + branch, [&](Connection& connection, Snapshots& last) {
+      write_digests(connection, last.digests[branch], branch, digests);
+      write_marks(connection, branch, stale);
+    });
+  }
+
+  void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
+    if (reasons.empty()) return;
+    write("mark pages of the branch " + branch + " as stale",
+          [&](Connection& connection) { write_marks(connection, branch, reasons); });
+  }
+
+  StaleMarks stale_marks(const std::string& branch) override {
+    return read("read the stale marks of the branch " + branch,
+                [&](Connection& connection) { return read_marks(connection, branch); });
+  }
+
+  std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
+    return read("read the state of the branch " + branch,
+                [&](Connection& connection) { return read_state(connection, branch); });
+  }
+
+  OwnLists own_lists(const std::string& branch) override {
+    return read("read the lists of the branch " + branch,
+                [&](Connection& connection) { return read_own_lists(connection, branch); });
+  }
+
+  void note_own_lists(const std::string& branch, const OwnLists& hashes) override {
+    write_soon("note the lists of the branch " + branch,
+               [&](Connection& connection) { write_own_lists(connection, branch, hashes); });
+  }
+
+  void source_records(const WikiStore::TakeRecord& take) override {
+    read("read the source index", [&](Connection& connection) { read_records(connection, take); });
+  }
+
+  void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) override {
+    write("store the source index", [&](Connection& connection) { write_records(connection, changes); });
+  }
+
+ protected:
+  using Work = std::function<void(Connection& connection, Snapshots& last)>;
+
+  // Runs `work` on what is stored at one moment.
+  virtual void run_reading(const std::string& attempt, const Work& work) = 0;
+  // Runs `work`, which writes all that it writes or, when it fails, nothing.
+  virtual void run_writing(const std::string& attempt, const Work& work) = 0;
+  // The same, and what it writes is on disk with the next write that is, at the latest.
+  virtual void run_writing_soon(const std::string& attempt, const Work& work) = 0;
+  // Pages whose words are indexed in one transaction.
+  virtual std::size_t words_together() const = 0;
+
+  template <class Ask>
+  Result<Ask> read(const std::string& attempt, Ask work) {
+    return result_of(work, [&](const Work& run) { run_reading(attempt, run); });
+  }
+  template <class Ask>
+  void write_soon(const std::string& attempt, Ask work) {
+    run_writing_soon(attempt, [&](Connection& connection, Snapshots& last) { ask(work, connection, last); });
+  }
+  template <class Ask>
+  Result<Ask> write(const std::string& attempt, Ask work) {
+    return result_of(work, [&](const Work& run) { run_writing(attempt, run); });
+  }
+};
+
+}  // namespace ossilar::store

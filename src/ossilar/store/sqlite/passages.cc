@@ -1,0 +1,315 @@
+#include "ossilar/store/sqlite/passages.h"
+
+#include <bit>
+#include <cstddef>
+#include <deque>
+#include <optional>
+#include <set>
+#include <tuple>
+
+#include "ossilar/store/sqlite/rows.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/json.h"
+
+namespace ossilar::store {
+namespace {
+
+// A vector is stored as its numbers in IEEE 754 single precision, least significant byte first.
+constexpr std::size_t kNumberBytes = 4;
+static_assert(sizeof(float) == kNumberBytes);
+
+std::string vector_bytes(const Vector& vector) {
+  std::string bytes;
+  bytes.reserve(vector.size() * kNumberBytes);
+  for (const float number : vector) {
+    const auto bits = std::bit_cast<std::uint32_t>(number);
+    for (unsigned shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(bits >> shift & 0xffU);
+  }
+  return bytes;
+}
+
+// A page may hold tens of thousands of passages, and each is to cost what the first does. A statement that
+// SQLite may have to take back by itself, one that cascades or has RETURNING, ends by cutting SQLite's
+// statement journal back to where it began. That journal lies in memory, holds all that the step of a group
+// has changed, and is walked from its front. So passages go in one statement, and one that comes has its key
+// asked for afterwards.
+
+// Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
+// passage.
+constexpr const char* kSharedPassages =
+    "SELECT DISTINCT hash, EXISTS (SELECT 1 FROM vectors WHERE passage_key = own.passage_key AND model = ?3)"
+    " FROM pages JOIN chunks AS own USING (page_key) JOIN passages USING (passage_key)"
+    " WHERE branch = ?1 AND page_id = ?2"
+    " AND (EXISTS (SELECT 1 FROM chunks WHERE passage_key = own.passage_key AND page_key < own.page_key)"
+    " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = own.passage_key AND page_key > own.page_key))";
+constexpr const char* kVector =
+    "SELECT vector FROM passages JOIN vectors USING (passage_key) WHERE hash = ?1 AND model = ?2";
+constexpr const char* kChunks =
+    "SELECT position, section, text, hash, chunks.model, chunks.citations"
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
+    " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
+constexpr const char* kHeldPassages =
+    "SELECT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1"
+    " GROUP BY passage_key ORDER BY min(position)";
+constexpr const char* kHeldElsewhere =
+    "SELECT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key < ?2)"
+    " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key > ?2)";
+constexpr const char* kRowsOfChunks =
+    "SELECT position, section, passage_key, model, citations FROM chunks WHERE page_key = ?1";
+constexpr const char* kDeleteChunk = "DELETE FROM chunks WHERE page_key = ?1 AND position = ?2";
+constexpr const char* kInsertChunk = "INSERT INTO chunks VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+constexpr const char* kPassage = "SELECT passage_key, text FROM passages WHERE hash = ?1";
+constexpr const char* kHashOf = "SELECT hash FROM passages WHERE passage_key = ?1";
+constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2)";
+constexpr const char* kSetPassage = "UPDATE passages SET text = ?2 WHERE passage_key = ?1";
+constexpr const char* kBecomePassage = "UPDATE passages SET hash = ?2, text = ?3 WHERE passage_key = ?1";
+constexpr const char* kDropVectorsBut = "DELETE FROM vectors WHERE passage_key = ?1 AND model != ?2";
+constexpr const char* kHasVector = "SELECT 1 FROM vectors WHERE passage_key = ?1 AND model = ?2";
+constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
+constexpr const char* kSetVector =
+    "INSERT INTO vectors VALUES (?1, ?2, ?3)"
+    " ON CONFLICT (passage_key, model) DO UPDATE SET vector = excluded.vector";
+// Two seeks in the index by models, where one comparison would look at every chunk.
+constexpr const char* kOtherModel =
+    "SELECT min(model) FROM chunks WHERE model < ?1 UNION ALL SELECT min(model) FROM chunks WHERE model > ?1";
+#define OSSILAR_LACKING                                    \
+  " FROM passages WHERE NOT EXISTS (SELECT 1 FROM vectors" \
+  " WHERE vectors.passage_key = passages.passage_key AND model = ?1)"
+constexpr const char* kCountLacking = "SELECT count(*)" OSSILAR_LACKING;
+constexpr const char* kLacking = "SELECT hash, text" OSSILAR_LACKING " AND hash > ?2 ORDER BY hash LIMIT ?3";
+constexpr const char* kAddVector =
+    "INSERT INTO vectors SELECT passage_key, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
+constexpr const char* kRenameModel = "UPDATE chunks SET model = ?1 WHERE model != ?1";
+constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
+constexpr const char* kDropPassages =
+    "DELETE FROM passages WHERE passage_key IN (SELECT value FROM json_each(?1))"
+    " AND NOT EXISTS (SELECT 1 FROM chunks WHERE chunks.passage_key = passages.passage_key)";
+
+std::string required_text(const Map& chunk, const char* key) {
+  const Map& value = utils::member(chunk, key);
+  if (!value.is_string()) throw utils::Error(std::string("a chunk has no ") + key);
+  return value.get<std::string>();
+}
+
+std::string embedded_bytes(const Map& embedding) {
+  if (!embedding.is_binary()) return vector_bytes(embedding.get<Vector>());
+  const Map::binary_t& bytes = embedding.get_binary();
+  return {bytes.begin(), bytes.end()};
+}
+
+// The passages that a page is to hold no more: a new one takes the place of one that nobody else holds. That
+// touches a fraction of the database's pages that removing and adding do, as indexes by number and model stay
+// as they are.
+class GoingPassages {
+ public:
+  // `shared_before` saves looking; what it lacks is still found to be held.
+  GoingPassages(Connection& connection, std::int64_t page_key, const PassageHashes& wanted,
+                const PassageHashes& shared_before)
+      : connection_(connection), page_key_(page_key) {
+    Query rows(connection, kHeldPassages, page_key);
+    while (rows.next()) {
+      const std::string hash = rows.text(0);
+      if (!wanted.contains(hash) && !shared_before.contains(hash)) keys_.push_back(rows.number(1));
+    }
+  }
+
+  // The key of a passage that is free for another, none when there is none left.
+  std::optional<std::int64_t> take() {
+    while (!keys_.empty()) {
+      const std::int64_t key = keys_.front();
+      keys_.pop_front();
+      Query row(connection_, kHeldElsewhere, key, page_key_);
+      row.next();
+      if (row.number(0) == 0) return key;
+    }
+    return std::nullopt;
+  }
+
+  // To be called when the page's chunks are written.
+  void drop_rest() {
+    if (!keys_.empty()) Query(connection_, kDropPassages, utils::json_text(Map(keys_))).run();
+  }
+
+ private:
+  Connection& connection_;
+  std::int64_t page_key_;
+  std::deque<std::int64_t> keys_;  // in the order of the chunks
+};
+
+// The key of the passage when it is known. The hash is of the text: what differs is damaged and set right.
+std::optional<std::int64_t> known_passage(Connection& connection, const std::string& hash,
+                                          const std::string& text) {
+  Query known(connection, kPassage, hash);
+  if (!known.next()) return std::nullopt;
+  const std::int64_t key = known.number(0);
+  if (known.blob(1) != text) Query(connection, kSetPassage, key, text).run();
+  return key;
+}
+
+// Of another's vectors that of `model` is left, to be written over; "" leaves none.
+std::int64_t add_passage(Connection& connection, const std::string& hash, const std::string& text,
+                         const std::string& model, GoingPassages& going) {
+  if (const auto key = going.take()) {
+    Query(connection, kBecomePassage, *key, hash, text).run();
+    Query(connection, kDropVectorsBut, *key, model).run();
+    return *key;
+  }
+  Query(connection, kAddPassage, hash, text).run();
+  return connection.database().getLastInsertRowid();
+}
+
+std::int64_t keep_passage(Connection& connection, const Map& chunk, GoingPassages& going) {
+  const std::string hash = required_text(chunk, chunk_key::kHash);
+  const std::string text = required_text(chunk, chunk_key::kText);
+  const Map& embedding = utils::member(chunk, chunk_key::kEmbedding);
+  const std::string model = embedding.is_null() ? "" : required_text(chunk, chunk_key::kModel);
+  const auto known = known_passage(connection, hash, text);
+  const std::int64_t key = known ? *known : add_passage(connection, hash, text, model, going);
+  if (embedding.is_null()) return key;
+  const std::string bytes = embedded_bytes(embedding);
+  Query(connection, known ? kKeepVector : kSetVector, key, model, Blob{bytes}).run();
+  return key;
+}
+
+// A row of `chunks`, without its page.
+using ChunkRow = std::tuple<std::int64_t, std::string, std::int64_t, std::string, std::string>;
+
+ChunkRow row_of(const Map& chunk, std::int64_t passage_key) {
+  return {utils::member(chunk, chunk_key::kPosition).get<std::int64_t>(),
+          required_text(chunk, chunk_key::kSection), passage_key, required_text(chunk, chunk_key::kModel),
+          stored_json(utils::member(chunk, chunk_key::kCitations), chunk_key::kCitations)};
+}
+
+void require_vector(Connection& connection, const ChunkRow& chunk) {
+  const auto& [position, section, passage_key, model, citations] = chunk;
+  if (Query(connection, kHasVector, passage_key, model).next()) return;
+  Query passage(connection, kHashOf, passage_key);
+  passage.next();
+  throw utils::Error("the passage " + passage.text(0) + " has no vector of the model " + model +
+                     " any more; embed it and try again");
+}
+
+// Of most saves most chunks are as they were: those are not written.
+void write_chunks(Connection& connection, std::int64_t page_key, const std::vector<ChunkRow>& chunks) {
+  std::set<ChunkRow> gone;
+  {
+    Query rows(connection, kRowsOfChunks, page_key);
+    while (rows.next())
+      gone.emplace(rows.number(0), rows.text(1), rows.number(2), rows.text(3), rows.text(4));
+  }
+  std::vector<const ChunkRow*> added;
+  for (const ChunkRow& chunk : chunks)
+    if (gone.erase(chunk) == 0) added.push_back(&chunk);
+  for (const ChunkRow& chunk : gone) Query(connection, kDeleteChunk, page_key, std::get<0>(chunk)).run();
+  for (const ChunkRow* chunk : added) {
+    const auto& [position, section, passage_key, model, citations] = *chunk;
+    Query(connection, kInsertChunk, page_key, position, section, passage_key, model, citations).run();
+  }
+}
+
+}  // namespace
+
+Map embedding_form(const Vector& vector) {
+  const std::string bytes = vector_bytes(vector);
+  return Map::binary({bytes.begin(), bytes.end()});
+}
+
+Vector vector_of(const std::string& bytes) {
+  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is cut off");
+  Vector vector;
+  vector.reserve(bytes.size() / kNumberBytes);
+  for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
+    std::uint32_t bits = 0;
+    for (std::size_t i = kNumberBytes; i-- > 0;)
+      bits = bits << 8U | static_cast<unsigned char>(bytes[at + i]);
+    vector.push_back(std::bit_cast<float>(bits));
+  }
+  return vector;
+}
+
+SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
+                                    const std::string& page_id, const std::string& model) {
+  SharedPassages shared;
+  Query rows(connection, kSharedPassages, branch, page_id, model);
+  while (rows.next()) {
+    shared.all.insert(rows.text(0));
+    if (rows.number(1) != 0) shared.embedded.insert(rows.text(0));
+  }
+  return shared;
+}
+
+std::map<std::string, Vector> read_vectors(Connection& connection, const std::string& model,
+                                           const std::vector<std::string>& hashes) {
+  std::map<std::string, Vector> vectors;
+  for (const std::string& hash : hashes) {
+    Query row(connection, kVector, hash, model);
+    if (row.next()) vectors.emplace(hash, vector_of(row.blob(0)));
+  }
+  return vectors;
+}
+
+std::vector<Map> read_chunks(Connection& connection, const std::string& branch, const std::string& page_id) {
+  std::vector<Map> chunks;
+  Query rows(connection, kChunks, branch, page_id);
+  while (rows.next()) {
+    chunks.push_back({{chunk_key::kPosition, rows.number(0)},
+                      {chunk_key::kSection, rows.text(1)},
+                      {chunk_key::kText, rows.text(2)},
+                      {chunk_key::kHash, rows.text(3)},
+                      {chunk_key::kModel, rows.text(4)},
+                      {chunk_key::kCitations, read_json(rows.text(5), chunk_key::kCitations)}});
+  }
+  return chunks;
+}
+
+void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
+                    const PassageHashes& shared_before) {
+  PassageHashes wanted;
+  for (const Map& chunk : chunks) wanted.insert(required_text(chunk, chunk_key::kHash));
+  GoingPassages going(connection, page_key, wanted, shared_before);
+  std::vector<ChunkRow> rows;
+  rows.reserve(chunks.size());
+  for (const Map& chunk : chunks) rows.push_back(row_of(chunk, keep_passage(connection, chunk, going)));
+  for (const ChunkRow& row : rows) require_vector(connection, row);
+  write_chunks(connection, page_key, rows);
+  going.drop_rest();
+}
+
+std::optional<std::string> read_other_model(Connection& connection, const std::string& model) {
+  Query rows(connection, kOtherModel, model);
+  while (rows.next()) {
+    if (!rows.is_null(0)) return rows.text(0);
+  }
+  return std::nullopt;
+}
+
+std::size_t count_lacking(Connection& connection, const std::string& model) {
+  Query row(connection, kCountLacking, model);
+  row.next();
+  return static_cast<std::size_t>(row.number(0));
+}
+
+std::vector<PassageText> read_lacking(Connection& connection, const std::string& model,
+                                      const std::string& after, std::size_t limit) {
+  std::vector<PassageText> passages;
+  Query rows(connection, kLacking, model, after, static_cast<std::int64_t>(limit));
+  while (rows.next()) passages.push_back({rows.text(0), rows.text(1)});
+  return passages;
+}
+
+void keep_vectors(Connection& connection, const std::string& model,
+                  const std::map<std::string, Vector>& vectors) {
+  for (const auto& [hash, vector] : vectors) {
+    const std::string bytes = vector_bytes(vector);
+    Query(connection, kAddVector, hash, model, Blob{bytes}).run();
+  }
+}
+
+bool drop_other_models(Connection& connection, const std::string& model) {
+  if (count_lacking(connection, model) > 0) return false;
+  Query(connection, kRenameModel, model).run();
+  Query(connection, kDropVectors, model).run();
+  return true;
+}
+
+}  // namespace ossilar::store

@@ -1,0 +1,192 @@
+#include "ossilar/store/sqlite/word_index.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <set>
+#include <tuple>
+
+#include "ossilar/store/sqlite/passages.h"
+#include "ossilar/store/sqlite/rows.h"
+#include "ossilar/utils/identifiers.h"
+
+namespace ossilar::store {
+
+namespace {
+
+constexpr const char* kDropWords = "DELETE FROM words WHERE rowid >= ?1 << " OSSILAR_POSITION_BITS
+                                   " AND rowid < (?1 + 1) << " OSSILAR_POSITION_BITS;
+constexpr const char* kChunksOfPage =
+    "SELECT position, title, section, text FROM pages JOIN chunks USING (page_key)"
+    " JOIN passages USING (passage_key) WHERE page_key = ?1";
+constexpr const char* kAddWords =
+    "INSERT INTO words (rowid, title, section, text) VALUES (?1 << " OSSILAR_POSITION_BITS
+    " | ?2, ?3, ?4, ?5)";
+constexpr const char* kMakeDue = "INSERT OR IGNORE INTO due_words VALUES (?1)";
+constexpr const char* kCountDue = "SELECT count(*) FROM due_words";
+constexpr const char* kDue = "SELECT page_key FROM due_words ORDER BY page_key LIMIT ?1";
+constexpr const char* kDoneWith = "DELETE FROM due_words WHERE page_key = ?1";
+
+// The pages of branch ?1, their chunks, and the filter: type ?2 and path ?3.
+#define OSSILAR_FILTERED                                                                            \
+  " page.branch = ?1 AND (?2 = '' OR page.page_type = ?2)"                                          \
+  " AND (?3 = '' OR EXISTS (SELECT 1 FROM json_each(page.source_files) AS file"                     \
+  " WHERE file.value = ?3 OR substr(file.value, 1, length(?3) + 1) = ?3 || '/')"                    \
+  " OR EXISTS (SELECT 1 FROM json_each(chunk.citations) AS cited WHERE cited.value ->> 'path' = ?3" \
+  " OR substr(cited.value ->> 'path', 1, length(?3) + 1) = ?3 || '/'))"
+
+// A title says what all of a page is about and a heading what its section is; a word there counts more. The
+// words of a page whose indexing is due are those of former chunks.
+constexpr const char* kMatches =
+    "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.passage_key"
+    " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
+    " JOIN chunks AS chunk ON chunk.page_key = page.page_key"
+    " AND chunk.position = words.rowid & ((1 << " OSSILAR_POSITION_BITS
+    ") - 1)"
+    " WHERE words MATCH ?4 AND page.page_key NOT IN (SELECT page_key FROM due_words) AND" OSSILAR_FILTERED
+    " ORDER BY score DESC, words.rowid";
+constexpr const char* kVectors =
+    "SELECT page.page_key, chunk.position, vectors.vector, chunk.passage_key FROM pages AS page"
+    " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.passage_key = chunk.passage_key"
+    " AND vectors.model = ?4 WHERE" OSSILAR_FILTERED;
+constexpr const char* kFound =
+    "SELECT page_id, title, page_type, rel_path, section, text, hash, chunks.citations"
+    " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
+    " WHERE page_key = ?1 AND position = ?2";
+
+// A question of many words finds what it asks for by its first.
+constexpr std::size_t kMostTerms = 64;
+
+// The words of `text` for the index: each part of an identifier, and the whole without its joints.
+std::string spelled_out(std::string_view text) {
+  std::string words;
+  words.reserve(text.size() + text.size() / 2);
+  for (utils::TokenReader token(text); token.next();) {
+    for (std::size_t i = 0; i < token.size(); ++i) words.append(token.part(i)).append(" ");
+    if (token.size() > 1) words.append(token.joined()).append(" ");
+  }
+  return words;
+}
+
+// Any of the words; each is quoted, so none is taken for a part of FTS5's language.
+std::string match_expression(std::string_view words) {
+  std::string expression;
+  std::set<std::string> terms;
+  const auto add = [&](const std::string& term) {
+    if (terms.size() >= kMostTerms || !terms.insert(term).second) return;
+    expression.append(expression.empty() ? "\"" : " OR \"").append(term).append("\"");
+  };
+  for (const utils::Token& token : utils::tokens_of(words)) {
+    for (const std::string& part : token.parts) add(part);
+    if (token.parts.size() > 1) add(token.joined());
+  }
+  return expression;
+}
+
+struct Place {
+  double score;
+  std::int64_t page_key;
+  std::int64_t position;
+  // The better one first; of equals the one that comes first in the wiki, so that answers are the same each
+  // time.
+  bool operator<(const Place& other) const {
+    return std::tie(other.score, page_key, position) < std::tie(score, other.page_key, other.position);
+  }
+};
+
+std::vector<FoundPassage> describe(Connection& connection, const std::vector<Place>& places) {
+  std::vector<FoundPassage> found;
+  for (const Place& place : places) {
+    Query row(connection, kFound, place.page_key, place.position);
+    if (!row.next()) continue;
+    found.push_back({.page_id = row.text(0),
+                     .title = row.text(1),
+                     .page_type = row.text(2),
+                     .rel_path = row.text(3),
+                     .section = row.text(4),
+                     .text = row.text(5),
+                     .hash = row.text(6),
+                     .citations = read_json(row.text(7), chunk_key::kCitations),
+                     .score = place.score});
+  }
+  return found;
+}
+
+double dot(const Vector& a, const Vector& b) {
+  double sum = 0;
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) sum += static_cast<double>(a[i]) * b[i];
+  return sum;
+}
+
+}  // namespace
+
+void index_words(Connection& connection, std::int64_t page_key) {
+  Query(connection, kDropWords, page_key).run();
+  Query chunks(connection, kChunksOfPage, page_key);
+  while (chunks.next()) {
+    Query(connection, kAddWords, page_key, chunks.number(0), spelled_out(chunks.text(1)),
+          spelled_out(chunks.text(2)), spelled_out(chunks.text(3)))
+        .run();
+  }
+}
+
+void make_words_due(Connection& connection, std::int64_t page_key) {
+  Query(connection, kMakeDue, page_key).run();
+}
+
+std::size_t count_due_words(Connection& connection) {
+  Query row(connection, kCountDue);
+  row.next();
+  return static_cast<std::size_t>(row.number(0));
+}
+
+void index_due_words(Connection& connection, std::size_t most) {
+  std::vector<std::int64_t> keys;
+  {
+    Query due(connection, kDue, static_cast<std::int64_t>(most));
+    while (due.next()) keys.push_back(due.number(0));
+  }
+  for (const std::int64_t key : keys) {
+    index_words(connection, key);
+    Query(connection, kDoneWith, key).run();
+  }
+}
+
+std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,
+                                     const std::string& words, const PassageFilter& filter,
+                                     std::size_t limit) {
+  const std::string expression = match_expression(words);
+  if (expression.empty()) return {};
+  std::vector<Place> places;
+  std::set<std::int64_t> passages;
+  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression);
+  while (places.size() < limit && rows.next()) {
+    if (passages.insert(rows.number(3)).second)
+      places.push_back({rows.real(2), rows.number(0), rows.number(1)});
+  }
+  return describe(connection, places);
+}
+
+// Of the best so far the worst goes when a better one comes. A passage has one vector and so one score,
+// wherever it stands: its second place is not better than its first.
+std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
+                                       const QueryVector& query, const PassageFilter& filter,
+                                       std::size_t limit) {
+  std::map<Place, std::int64_t> best;  // with the passages' keys
+  std::set<std::int64_t> passages;
+  Query rows(connection, kVectors, branch, filter.page_type, filter.path, query.model);
+  while (rows.next()) {
+    const std::int64_t passage = rows.number(3);
+    if (!passages.insert(passage).second) continue;
+    best.emplace(Place{dot(query.vector, vector_of(rows.blob(2))), rows.number(0), rows.number(1)}, passage);
+    if (best.size() <= limit) continue;
+    passages.erase(std::prev(best.end())->second);
+    best.erase(std::prev(best.end()));
+  }
+  std::vector<Place> places;
+  places.reserve(best.size());
+  for (const auto& [place, passage] : best) places.push_back(place);
+  return describe(connection, places);
+}
+
+}  // namespace ossilar::store

@@ -1,0 +1,285 @@
+#include "ossilar/utils/atomic_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <optional>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/file_calls.h"
+#include "ossilar/utils/hash.h"
+
+namespace ossilar::utils {
+namespace {
+
+constexpr mode_t kFileMode = 0666;
+
+constexpr std::string_view kTemporaryStart = ".ossilar-";
+constexpr std::string_view kTemporaryEnd = ".tmp";
+constexpr std::string_view kFormerEnd = ".former";
+constexpr std::size_t kTemporaryDigits = 16;
+
+bool is_temporary_name(std::string_view name) {
+  return name.size() == kTemporaryStart.size() + kTemporaryDigits + kTemporaryEnd.size() &&
+         name.starts_with(kTemporaryStart) && name.ends_with(kTemporaryEnd) &&
+         name.substr(kTemporaryStart.size(), kTemporaryDigits).find_first_not_of("0123456789abcdef") ==
+             name.npos;
+}
+
+bool has_name(int fd) {
+  struct stat info {};
+  return fstat(fd, &info) != 0 || info.st_nlink > 0;
+}
+
+// Calls `each` with each temporary file that nobody writes any more, which stays locked meanwhile.
+template <class Each>
+void for_each_leftover(const std::filesystem::path& path, Each each) {
+  std::error_code error;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(path, error))) return;
+  const UniqueFd directory = open_directory(path);
+  std::vector<std::string> names;
+  for (std::filesystem::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
+    names.push_back(at->path().filename().string());
+  if (error) throw IoError("cannot list " + path.string(), error.value());
+  for (const std::string& name : names) {
+    if (!is_temporary_name(name)) continue;
+    const UniqueFd file(retry_interrupted([&] {
+      return openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    }));
+    struct stat info {};
+    if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) continue;
+    if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) each(directory.get(), Leftover{name, info.st_size == 0});
+  }
+}
+
+std::string random_name() {
+  std::uint64_t number = 0;
+  if (retry_interrupted([&] { return getrandom(&number, sizeof number, 0); }) !=
+      static_cast<ssize_t>(sizeof number)) {
+    throw IoError("cannot get random bytes for a temporary name", errno);
+  }
+  std::array<char, 40> name{};
+  std::snprintf(name.data(), name.size(), ".ossilar-%016llx.tmp", static_cast<unsigned long long>(number));
+  return name.data();
+}
+
+void write_all(int fd, std::string_view text, const std::filesystem::path& path) {
+  while (!text.empty()) {
+    const ssize_t written = retry_interrupted([&] { return write(fd, text.data(), text.size()); });
+    if (written < 0) throw IoError("cannot write " + path.string(), errno);
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+[[noreturn]] void throw_symbolic_link(const std::filesystem::path& path) {
+  throw IoError(path.string() + " is a symbolic link; put a regular file in its place or remove it", ELOOP);
+}
+
+// The mode of the file that is about to be replaced, or none when there is none. Refuses what is no regular
+// file.
+std::optional<mode_t> mode_of_target(int directory, const std::string& name,
+                                     const std::filesystem::path& path) {
+  struct stat info {};
+  if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT) return std::nullopt;
+    throw IoError("cannot look at " + path.string(), errno);
+  }
+  if (S_ISLNK(info.st_mode)) throw_symbolic_link(path);
+  if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
+  return info.st_mode & 07777U;
+}
+
+// A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
+// unless it was placed.
+class StagedFile {
+ public:
+  enum class Sync { now, later };
+  // Makes missing directories. With Sync::later the text is on disk only after sync().
+  StagedFile(std::filesystem::path target, std::string_view text, Sync when = Sync::now);
+  ~StagedFile();
+  StagedFile(const StagedFile&) = delete;
+  StagedFile& operator=(const StagedFile&) = delete;
+
+  void sync() const { sync_or_throw(fd_.get(), target_); }
+  // Takes the place of the file; on disk with the next sync of the directory.
+  void place();
+  // Swaps places with the file, which then has the name `former`.
+  void exchange(const std::string& former);
+  void sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
+  FileStamp stamp() const;
+
+ private:
+  void create();
+  int rename_to(const std::string& name, unsigned flags) const;
+  void look_at_former();
+  void place_beside(const std::string& former);
+  [[noreturn]] void throw_not_placed() const;
+
+  const std::filesystem::path target_;
+  const std::string target_name_;
+  UniqueFd directory_;
+  std::string name_;
+  UniqueFd fd_;
+};
+
+// Without the right to read a directory it cannot be synced: to be found out before anything is changed.
+StagedFile::StagedFile(std::filesystem::path target, std::string_view text, Sync when)
+    : target_(std::move(target)),
+      target_name_(target_.filename().string()),
+      directory_(open_directory(target_.parent_path(), Missing::create)) {
+  if ((fcntl(directory_.get(), F_GETFL) & O_PATH) != 0)
+    throw IoError("cannot open the directory " + target_.parent_path().string(), EACCES);
+  const auto mode = mode_of_target(directory_.get(), target_name_, target_);
+  do {
+    create();
+  } while (!has_name(fd_.get()));
+  try {
+    if (mode && fchmod(fd_.get(), *mode) != 0)
+      throw IoError("cannot keep the mode of " + target_.string(), errno);
+    write_all(fd_.get(), text, target_);
+    if (when == Sync::now) sync();
+  } catch (...) {
+    unlinkat(directory_.get(), name_.c_str(), 0);
+    throw;
+  }
+}
+
+StagedFile::~StagedFile() {
+  if (!name_.empty()) unlinkat(directory_.get(), name_.c_str(), 0);
+}
+
+// The lock tells a file at work from one that was left. Who tidies up may come before it and remove the file.
+void StagedFile::create() {
+  name_ = random_name();
+  fd_ = UniqueFd(retry_interrupted([&] {
+    return openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  kFileMode);
+  }));
+  if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+  retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
+}
+
+FileStamp StagedFile::stamp() const {
+  struct stat info {};
+  return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
+}
+
+int StagedFile::rename_to(const std::string& name, unsigned flags) const {
+  return renameat2(directory_.get(), name_.c_str(), directory_.get(), name.c_str(), flags);
+}
+
+void StagedFile::throw_not_placed() const {
+  throw IoError("cannot put the new " + target_.string() + " in place", errno);
+}
+
+void StagedFile::place() {
+  if (rename_to(target_name_, 0) != 0) throw_not_placed();
+  name_.clear();
+}
+
+// It takes the former file's name before the swap, so that the file that comes back has it from the first
+// moment on: killed in between, nobody takes that file for a temporary one. A file that comes or goes between
+// two calls makes it look again.
+void StagedFile::exchange(const std::string& former) {
+  constexpr int kMostTries = 16;
+  if (rename_to(former, RENAME_NOREPLACE) != 0) {
+    if (errno == EINVAL) return place_beside(former);
+    throw IoError("cannot put " + former + " beside " + target_.string(), errno);
+  }
+  name_ = former;
+  for (int tries = 0; tries < kMostTries; ++tries) {
+    const bool is_there = mode_of_target(directory_.get(), target_name_, target_).has_value();
+    if (rename_to(target_name_, is_there ? RENAME_EXCHANGE : RENAME_NOREPLACE) == 0)
+      return is_there ? look_at_former() : name_.clear();
+    if (errno == EINVAL) return place_beside(former);
+    if (errno != ENOENT && errno != EEXIST) break;
+  }
+  throw_not_placed();
+}
+
+// A link or a pipe that a hand put there between the look and the swap goes back.
+void StagedFile::look_at_former() {
+  try {
+    mode_of_target(directory_.get(), name_, target_);
+  } catch (const IoError&) {
+    if (rename_to(target_name_, RENAME_EXCHANGE) != 0) name_.clear();  // it is not ours to remove
+    throw;
+  }
+  name_.clear();
+}
+
+// Where there are no second names either, the old file is copied.
+void StagedFile::place_beside(const std::string& former) {
+  if (name_ == former) {  // which is the old file's now
+    const std::string name = random_name();
+    if (rename_to(name, 0) != 0) throw_not_placed();
+    name_ = name;
+  }
+  const std::filesystem::path beside = target_.parent_path() / former;
+  const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
+  if (linked != 0 && errno != ENOENT) {
+    if (errno == EEXIST) throw IoError("cannot put " + former + " beside " + target_.string(), EEXIST);
+    atomic_write(beside, read_file_within(target_.parent_path(), target_));
+  }
+  place();
+}
+
+}  // namespace
+
+FileStamp atomic_write(const std::filesystem::path& path, std::string_view text) {
+  StagedFile file(path, text);
+  file.place();
+  file.sync_directory();
+  return file.stamp();
+}
+
+std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
+                                        const std::vector<NamedText>& files) {
+  std::deque<StagedFile> staged;
+  for (const auto& [name, text] : files) staged.emplace_back(directory / name, text, StagedFile::Sync::later);
+  for (StagedFile& file : staged) file.sync();
+  std::vector<FileStamp> stamps;
+  for (StagedFile& file : staged) {
+    file.place();
+    stamps.push_back(file.stamp());
+  }
+  if (!staged.empty()) staged.front().sync_directory();
+  return stamps;
+}
+
+FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view text) {
+  StagedFile file(path, text);
+  file.exchange(former_file(path).filename().string());
+  file.sync_directory();
+  return file.stamp();
+}
+
+// By a hash of the name: one that is made longer might be too long.
+std::filesystem::path former_file(const std::filesystem::path& path) {
+  const std::string digits = sha256_hex(path.filename().string()).substr(0, kTemporaryDigits);
+  return path.parent_path() / (std::string(kTemporaryStart) + digits + std::string(kFormerEnd));
+}
+
+std::vector<Leftover> leftovers(const std::filesystem::path& directory) {
+  std::vector<Leftover> left;
+  for_each_leftover(directory, [&](int, Leftover file) { left.push_back(std::move(file)); });
+  return left;
+}
+
+void remove_leftovers(const std::filesystem::path& directory) {
+  for_each_leftover(directory, [&](int opened, const Leftover& file) {
+    if (unlinkat(opened, file.name.c_str(), 0) != 0) {
+      throw IoError("cannot remove " + (directory / file.name).string(), errno);
+    }
+  });
+}
+
+}  // namespace ossilar::utils

@@ -1,0 +1,292 @@
+#include "ossilar/workers/wiki/check/adoption.h"
+
+#include <algorithm>
+#include <chrono>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/host/digest_reconciler.h"
+#include "ossilar/workers/wiki/host/section_cache.h"
+#include "ossilar/workers/wiki/link_text.h"
+#include "ossilar/workers/wiki/orchestrator.h"
+#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/pages/former_file.h"
+#include "ossilar/workers/wiki/pages/page_files.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The value under `key` of a manifest of an older format, which another program may have written.
+template <class Value>
+Value entry_value(const Map& entry, const char* key) {
+  const Map& value = utils::member(entry, key);
+  try {
+    return value.is_null() ? Value{} : value.get<Value>();
+  } catch (const Map::exception&) {
+    return Value{};
+  }
+}
+
+PageRecord record_of_entry(const Map& entry) {
+  return {.type = entry_value<std::string>(entry, "page_type"),
+          .title = entry_value<std::string>(entry, "title"),
+          .agent_title = entry_value<std::string>(entry, AGENT_TITLE_KEY),
+          .former_titles = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY),
+          .source_hashes = entry_value<std::map<std::string, std::string>>(entry, "source_hashes"),
+          .citations = entry_value<std::vector<Map>>(entry, "citations")};
+}
+
+// A title as title_line() finds it: the heading holds each run of blanks as one.
+std::string as_heading(std::string_view title) {
+  const auto words = utils::split_words(title);
+  return utils::plain_inline(utils::join({words.begin(), words.end()}, " "));
+}
+
+// The title that stands for the page: as it is headed, which its record may know in its own spelling, or as
+// it is planned.
+std::string adopted_title(const std::string& text, const PagePlan* plan, const std::string& recorded) {
+  const std::string heading = title_line(text);
+  if (heading.empty()) return recorded.empty() && plan != nullptr ? plan->title : recorded;
+  return as_heading(recorded) == heading ? recorded : heading;
+}
+
+Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
+                  const std::vector<std::string>& former) {
+  Map cache{{"prose", page.authored.text()},
+            {"diagrams", Map::array()},
+            {"grounding_hash", ""},
+            {"outline", page.outline},
+            {"degraded", Map::array()}};
+  const Map sections = section_cache(page.authored.body, page.citations);
+  for (const auto& [key, value] : sections.items()) cache[key] = value;
+  if (!chosen.empty()) cache[AGENT_TITLE_KEY] = chosen;
+  if (!former.empty()) cache[FORMER_TITLES_KEY] = former;
+  return cache;
+}
+
+// Of a draft of the same sources: what they tell beyond the page's text.
+void take_from_sources(store::PageFields& fields, const _PageDraft& draft) {
+  fields.symbols = draft.plan->symbols;
+  Map cache = parsed_build_cache(fields.build_cache);
+  const Map drafted = parsed_build_cache(draft.build_cache);
+  for (const char* key : {"diagrams", "grounding_hash"}) cache[key] = drafted.at(key);
+  fields.build_cache = utils::json_text(cache);
+}
+
+}  // namespace
+
+std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std::string& page_id,
+                                  const std::string& text) {
+  utils::Task task;
+  auto drafted = WikiGenerator(wiki, task, {.basis = &basis}).draft(page_id, split_authored(text, "").text());
+  auto* draft = std::get_if<_PageDraft>(&drafted);
+  return draft == nullptr ? std::nullopt : std::optional(std::move(*draft));
+}
+
+void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const fs::path& root) {
+  std::vector<Map> bare;
+  for (const Map& citation : record.citations) {
+    const std::string path = citation_of(citation).path;
+    const source::SourceFile* file = planned.index->find(path);
+    const auto then = record.source_hashes.find(path);
+    const bool is_same =
+        file != nullptr && then != record.source_hashes.end() && file->sha256.hex() == then->second;
+    if (!citation.contains(kCitedTextKey) && is_same) bare.push_back(citation);
+  }
+  add_cited_texts(bare, [&](const std::string& path) { return source::read_source(root, path); });
+  for (Map& citation : record.citations) {
+    for (const Map& known : bare)
+      if (citation_of(known) == citation_of(citation)) citation = known;
+  }
+}
+
+// ---- Adopting one page.
+
+Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages)
+    : wiki_(wiki), manifest_(std::move(manifest)), rows_(wiki.stored_pages()) {
+  basis_.planned = wiki.planned();
+  digests_ = wiki.store().load_digests(wiki.branch());
+  assume_rows(pages);
+}
+
+// Pages link each other by titles that agents chose, in whatever order they are adopted.
+void Adoption::assume_rows(const std::vector<std::string>& pages) {
+  basis_.rows = rows_;
+  for (const std::string& page_id : pages) {
+    try {
+      const Known known = known_of(page_id, page_text(wiki_.paths(), page_id));
+      Map cache = Map::object();
+      if (!known.chosen_title.empty()) cache[AGENT_TITLE_KEY] = known.chosen_title;
+      if (known.record) cache[FORMER_TITLES_KEY] = known.record->former_titles;
+      basis_.rows.set(page_id, Map{{"title", known.title}, {"build_cache", utils::json_text(cache)}});
+    } catch (const utils::Error&) {
+      continue;  // its adoption will say what is wrong with it
+    }
+  }
+  basis_.titles = wiki_.titles(basis_.rows, basis_.planned->plans);
+}
+
+bool Adoption::is_described(const std::string& page_id, const std::string& text) const {
+  return manifest_.describes(page_id, _text_hash(text));
+}
+
+// A page without a record of its own is one of an older format, or a hand's. Its row or the manifest of that
+// format may know it, in the form in which they knew the page last.
+std::optional<PageRecord> Adoption::known_record(const std::string& page_id, const std::string& text) const {
+  if (auto record = record_of(text)) return record;
+  const Map* row = rows_.find(page_id);
+  const Map* entry = manifest_.former_entry(page_id, _text_hash(text));
+  std::optional<PageRecord> record;
+  if (row != nullptr && !(entry != nullptr && is_described(page_id, text))) {
+    if (utils::string_member(*row, "status") != kUnverified) record = record_of_row(*row);
+  } else if (entry != nullptr) {
+    record = record_of_entry(*entry);
+  }
+  if (record) add_unchanged_texts(*record, *basis_.planned, wiki_.paths().root);
+  return record;
+}
+
+// A title that is not the planned one is somebody's choice and stays, unless a manifest vouches for this
+// text: then its record says whether the title was chosen, and one that was not gives way to the plan's.
+Adoption::Known Adoption::known_of(const std::string& page_id, const std::string& text) const {
+  Known known{.record = known_record(page_id, text),
+              .title = {},
+              .chosen_title = {},
+              .is_described = is_described(page_id, text)};
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  known.title = adopted_title(text, plan, known.record ? known.record->title : "");
+  const bool is_planned_title =
+      plan == nullptr || utils::plain_inline(plan->title) == utils::plain_inline(known.title);
+  if (known.is_described || is_planned_title) {
+    known.chosen_title = known.record ? known.record->agent_title : "";
+  } else {
+    known.chosen_title = known.title;
+  }
+  return known;
+}
+
+// What the record says of a text that no hand has changed is what was valid then. In a changed text, what is
+// valid today counts, and the record says what of it was looked at.
+std::vector<Map> Adoption::citations_of(const std::string& page_id, const std::string& text,
+                                        const Known& known) const {
+  if (known.is_described && known.record) return known.record->citations;
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  const Brackets brackets =
+      brackets_of(split_authored(text, "").text(), *basis_.planned, basis_.titles, plan);
+  std::vector<Map> citations;
+  for (const Citation& citation : brackets.valid) {
+    citations.push_back(citation_map(citation));
+    if (!known.record) continue;
+    for (const Map& recorded : known.record->citations)
+      if (citation_of(recorded) == citation) citations.back() = recorded;
+  }
+  return citations;
+}
+
+store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
+                                      const Known& known) const {
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  PagePlan planned = plan != nullptr ? *plan : PagePlan{};
+  if (plan == nullptr) planned.importance = "low";
+  if (plan == nullptr)
+    planned.type = known.record && !known.record->type.empty() ? known.record->type : "topic";
+  FinalizedPage page = assemble_page(planned, split_authored(text, ""), {}, {});
+  page.citations = citations_of(page_id, text, known);
+  store::PageFields fields;
+  fields.description = planned.description;
+  fields.importance = planned.importance;
+  fields.level = planned.level;
+  fields.parent_section = section_of(planned);
+  fields.rel_path = "pages/" + page_id + ".md";
+  if (known.record) {
+    fields.source_hashes = known.record->source_hashes;
+    for (const auto& [file, hash] : fields.source_hashes)
+      if (file != kSteeringSource) fields.source_files.push_back(file);
+  } else {
+    fields.source_files = planned.stored_source_files();
+  }
+  fields.related_pages = planned.related_pages;
+  fields.content_hash = _text_hash(text);
+  fields.status = known.record ? "ok" : kUnverified;
+  fields.summary = page.summary;
+  fields.build_cache = utils::json_text(adopted_cache(
+      page, known.chosen_title, known.record ? known.record->former_titles : std::vector<std::string>()));
+  fields.page_type = planned.type;
+  fields.citations = std::move(page.citations);
+  return fields;
+}
+
+// Where a save of the text would give this very file today, its row is the one that such a save writes, field
+// by field. Otherwise the row says what the record says, and what the sources tell while they are the
+// record's; it leaves out what nobody knows any more.
+void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text) {
+  const Known known = known_of(page_id, text);
+  const auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
+  const bool is_same_file = drafted && drafted->markdown == text;
+  store::PageFields fields = is_same_file ? row_fields(*drafted) : fields_of(page_id, text, known);
+  if (drafted && !is_same_file && drafted->source_hashes == known.record->source_hashes)
+    take_from_sources(fields, *drafted);
+  fields.model = known.is_described ? kAgentModel : kAdoptedModel;
+  // Who changed the text here need not have looked at what a mark is about.
+  const std::int64_t key = known.is_described
+                               ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
+                               : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
+  if (known.is_described) arrived_.insert(page_id);
+  if (is_same_file) {
+    store.store_chunks(key, drafted->chunks, {});
+  } else {
+    utils::Task task;
+    replace_chunks(wiki_.chunk_services(store, task), wiki_.branch(), page_id, key, searchable_text(text),
+                   fields.citations);
+  }
+  settle_digest(page_id, text, known.title, !known.is_described);
+}
+
+void Adoption::settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
+                             bool changed_here) {
+  const PagePlan* plan = basis_.planned->plans.find(page_id);
+  if (!gives_digest(plan)) return;
+  PagePlan titled = *plan;
+  titled.title = title;
+  if (changed_here || digests_.find(page_id) != nullptr) changed_.insert(page_id);
+  digests_.set(page_id, _page_digest(titled, split_authored(text, "").body, {}));
+}
+
+// What the row alone knows of the page goes to where replaced texts are.
+void Adoption::keep_former_text(const std::string& page_id) const {
+  const Map* row = rows_.find(page_id);
+  if (row == nullptr) return;
+  const auto cache = wiki_.store().build_cache(wiki_.branch(), page_id);
+  const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
+  if (!prose.empty())
+    wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(*row, "title") + "\n\n" + prose);
+}
+
+void Adoption::forget_page(const std::string& page_id) {
+  keep_former_text(page_id);
+  wiki_.store().remove_page(wiki_.branch(), page_id);
+  digests_.erase(page_id);
+}
+
+void Adoption::store_digests(store::WikiStore& store) {
+  std::vector<std::string> changed;
+  for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_)) {
+    if (digests_.find(page_id) != nullptr && changed_.count(page_id) > 0)
+      changed.push_back(std::move(page_id));
+  }
+  auto stale = stale_reasons(synthesis_dependents(basis_.planned->plans, changed));
+  std::erase_if(stale, [&](const auto& mark) { return arrived_.count(mark.first) > 0; });
+  store.persist_digests(wiki_.branch(), digests_, stale);
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,169 @@
+#include "ossilar/workers/wiki/check/arrivals.h"
+
+#include <system_error>
+#include <utility>
+
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/check/adoption.h"
+#include "ossilar/workers/wiki/check/batches.h"
+#include "ossilar/workers/wiki/check/older_format.h"
+#include "ossilar/workers/wiki/pages/page_files.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+const utils::Logger arrivals_logger("ossilar.workers.wiki.arrivals");
+
+// What manifests tell of pages beyond their rows.
+struct Arrivals {
+  std::vector<std::string> whole;  // whose file is what a manifest describes
+  std::vector<std::string> gone;   // whose file is gone and that no manifest lists any more
+  WikiLists::PageStamps awaited;
+
+  bool has_any() const { return !whole.empty() || !gone.empty(); }
+};
+
+Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const WikiPaths& paths) {
+  Arrivals arrivals;
+  for (const auto& [page_id, hashes] : manifest.described) {
+    const Map* row = rows.find(page_id);
+    const std::string known = row != nullptr ? utils::string_member(*row, "content_hash") : "";
+    if (hashes.size() == 1 && hashes.count(known) > 0) continue;
+    const fs::path file = paths.page(page_id);
+    const utils::FileStamp stamp = utils::stamp_of(file);
+    std::string hash;
+    try {
+      if (utils::is_regular_file(file)) hash = _text_hash(page_text(paths, page_id));
+    } catch (const utils::Error& error) {
+      arrivals_logger.warning("a page is not taken over", error);
+    }
+    if (hash != known && hashes.count(hash) > 0) {
+      arrivals.whole.push_back(page_id);
+    } else if (hashes.count(known) == 0) {
+      arrivals.awaited.emplace(file, stamp);
+    }
+  }
+  return arrivals;
+}
+
+// Removed by somebody else, and their manifest says so: a file that a hand removed is still listed.
+std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows) {
+  std::vector<std::string> missing;
+  rows.for_each([&](const std::string& page_id, const Map&) {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(wiki.paths().page(page_id), error))) missing.push_back(page_id);
+  });
+  if (missing.empty()) return missing;
+  const ManifestContent listed = wiki.lists().read_all();
+  if (listed.described.empty()) return {};  // the manifest itself is gone
+  std::erase_if(missing, [&](const std::string& page_id) { return listed.described.count(page_id) > 0; });
+  return missing;
+}
+
+Arrivals look_for_arrivals(Wiki& wiki, const ManifestContent& manifest) {
+  const store::StoredRows rows = wiki.stored_pages();
+  Arrivals arrivals = arrivals_of(manifest, rows, wiki.paths());
+  arrivals.gone = pages_removed(wiki, rows);
+  return arrivals;
+}
+
+bool has_lists(const WikiPaths& paths) {
+  return utils::is_regular_file(paths.wiki / list_file("", kIndexEnd)) &&
+         utils::is_regular_file(paths.wiki / list_file("", kManifestEnd));
+}
+
+void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& pages,
+               AdoptionReport& report) {
+  Batches batches(wiki.store());
+  for (const std::string& page_id : pages) {
+    batches.add([&](store::WikiStore& store) {
+      try {
+        const std::string text = page_text(wiki.paths(), page_id);
+        adoption.adopt_text(store, page_id, text);
+        ++report.adopted;
+        const bool is_listed = adoption.manifest().described.count(page_id) > 0;
+        if (!is_listed) report.undescribed.push_back(page_id);
+        if (is_listed && !adoption.is_described(page_id, text)) report.edited.push_back(page_id);
+      } catch (const store::StorageError&) {
+        throw;
+      } catch (const utils::Error& error) {
+        report.failed.emplace_back(error.what());
+      }
+    });
+  }
+  batches.end();
+  adoption.store_digests(wiki.store());
+}
+
+// Older formats are brought forward here, and the lists follow the rows.
+void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport& report) {
+  const bool is_older = !manifest.former_entries.empty();
+  if (is_older) report.given_records = give_records(wiki);
+  if (report.adopted > 0 || report.forgotten > 0 || is_older || !has_lists(wiki.paths()))
+    wiki.note_lists(wiki.lists().write_all(wiki.stored_pages(), manifest.lint));
+}
+
+}  // namespace
+
+AdoptionReport adopt_pages(Wiki& wiki) {
+  AdoptionReport report;
+  const auto planned = wiki.planned();
+  wiki.with_write_lock(true, [&] {
+    const ManifestContent manifest = wiki.lists().read_all();
+    const store::StoredRows rows = wiki.stored_pages();
+    std::vector<std::string> pages;
+    for (const fs::path& file : page_files(wiki.paths().pages)) {
+      const std::string page_id = page_id_of(wiki.paths().pages, file);
+      if (rows.find(page_id) != nullptr) continue;
+      const bool is_listed = manifest.described.count(page_id) > 0;
+      if (planned->plans.find(page_id) != nullptr || is_listed) {
+        pages.push_back(page_id);
+      } else {
+        report.unplanned.push_back(utils::valid_utf8(file.string()));
+      }
+    }
+    Adoption adoption(wiki, manifest, pages);
+    if (!pages.empty()) adopt_all(wiki, adoption, pages, report);
+    finish_adoption(wiki, manifest, report);
+  });
+  return report;
+}
+
+AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
+  const WikiLists::Stamps news = wiki.lists().news();
+  if (news.empty()) return {};
+  AdoptionReport report;
+  Arrivals arrivals;
+  try {
+    const ManifestContent manifest = wiki.lists().read(news, wiki.store().own_lists(wiki.branch()));
+    arrivals = look_for_arrivals(wiki, manifest);
+    wiki.lists().note({}, arrivals.awaited);
+    if (arrivals.has_any() || !manifest.former_entries.empty()) {
+      wiki.prepare();
+      wiki.with_write_lock(when_busy == WhenBusy::wait, [&] {
+        const Arrivals still = look_for_arrivals(wiki, manifest);
+        Adoption adoption(wiki, manifest, still.whole);
+        for (const std::string& page_id : still.gone) adoption.forget_page(page_id);
+        report.forgotten = still.gone.size();
+        if (still.has_any()) adopt_all(wiki, adoption, still.whole, report);
+        finish_adoption(wiki, manifest, report);
+      });
+    }
+  } catch (const store::StorageError&) {
+    throw;
+  } catch (const _WikiBusy&) {
+    if (when_busy == WhenBusy::wait) throw;
+    return {};
+  } catch (const utils::Error& error) {
+    arrivals_logger.warning("no page is taken over from the manifest", error);
+  }
+  wiki.lists().note(news, arrivals.awaited);
+  return report;
+}
+
+}  // namespace ossilar::workers::wiki

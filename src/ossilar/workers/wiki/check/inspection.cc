@@ -1,0 +1,368 @@
+#include "ossilar/workers/wiki/check/inspection.h"
+
+#include <algorithm>
+#include <chrono>
+#include <system_error>
+#include <thread>
+
+#include "ossilar/search/chunking.h"
+#include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/check/adoption.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/config.h"
+#include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/pages/former_file.h"
+#include "ossilar/workers/wiki/pages/page_record.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// The time that a writer's thread may have to wait for a processor, and in which steps it is given.
+constexpr auto kTimeToLock = 250ms;
+constexpr auto kLookEvery = 25ms;
+
+constexpr const char* kTakesItAsItStands = "ossilar check --fix takes it as it stands";
+constexpr const char* kMakesItAgain = "ossilar check --fix makes it again";
+
+// Of one page that are named; the rest is counted.
+constexpr std::size_t kMostCitations = 10;
+
+bool is_in_conflict(const std::string& text) {
+  bool ours = false;
+  for (const std::string_view line : utils::split_lines(text)) {
+    if (line.substr(0, 8) == "<<<<<<< ") ours = true;
+    if (ours && line.substr(0, 8) == ">>>>>>> ") return true;
+  }
+  return false;
+}
+
+// Former versions kept more than these two.
+bool same_digest(const Map& a, const Map& b) {
+  return utils::member(a, "title") == utils::member(b, "title") && same_abstract(a, b);
+}
+
+}  // namespace
+
+std::vector<fs::path> written_directories(const WikiPaths& paths) {
+  std::vector<fs::path> directories{paths.root};
+  std::error_code error;
+  // The files of agents' clients lie in folders such as .vscode.
+  for (const auto& entry : fs::directory_iterator(paths.root, error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.front() == '.' && name != ".git" && entry.symlink_status().type() == fs::file_type::directory)
+      directories.push_back(entry.path());
+  }
+  if (paths.wiki != paths.root) directories.push_back(paths.wiki);
+  const auto add_below = [&](const fs::path& directory) {
+    fs::recursive_directory_iterator at(directory, error);
+    for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) {
+      if (at->symlink_status().type() == fs::file_type::directory) directories.push_back(at->path());
+    }
+  };
+  directories.push_back(paths.pages);
+  add_below(paths.pages);
+  add_below(paths.state);
+  return directories;
+}
+
+Inspection::Inspection(Wiki& wiki)
+    : wiki_(wiki),
+      planned_(wiki.prepare()),
+      rows_(wiki.stored_pages()),
+      digests_(wiki.store().load_digests(wiki.branch())),
+      titles_(wiki.titles(rows_, planned_->plans)),
+      manifest_(wiki.lists().read_all()) {}
+
+std::vector<Finding> Inspection::run() {
+  auto left = leftover_files();
+  inspect_setup();
+  inspect_folder();
+  inspect_rows();
+  inspect_digests();
+  inspect_generated();
+  inspect_leftovers(std::move(left));
+  inspect_former_files();
+  inspect_states();
+  return std::move(findings_);
+}
+
+std::string Inspection::relative(const fs::path& path) const {
+  return utils::valid_utf8(path.lexically_relative(wiki_.paths().root).string());
+}
+
+std::string Inspection::page_path(const std::string& page_id) const {
+  return relative(wiki_.paths().pages / (page_id + ".md"));
+}
+
+void Inspection::inspect_setup() {
+  std::error_code error;
+  const fs::path local = wiki_.paths().state / ".gitignore";
+  if (!fs::exists(fs::symlink_status(local, error))) {
+    add({Fault::setup, relative(local), "", "is missing, so that git would see ossilar's local state",
+         kMakesItAgain, true});
+  }
+  const fs::path merging = wiki_.paths().wiki / ".gitattributes";
+  if (!fs::exists(fs::symlink_status(merging, error))) {
+    add({Fault::setup, relative(merging), "", "is missing, so that git could not merge the generated lists",
+         kMakesItAgain, true});
+  }
+}
+
+// ---- Pages.
+
+void Inspection::inspect_folder() {
+  std::vector<fs::directory_entry> entries;
+  std::error_code error;
+  fs::recursive_directory_iterator at(wiki_.paths().pages, error);
+  for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
+  // From half a list it would follow that the other half is gone.
+  const bool is_there = fs::symlink_status(wiki_.paths().pages).type() != fs::file_type::not_found;
+  if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
+  std::sort(entries.begin(), entries.end());
+  for (const fs::directory_entry& entry : entries) inspect_entry(entry);
+}
+
+void Inspection::add_unusable(const fs::path& file, const std::string& page_id, const std::string& message) {
+  add({Fault::page_file, relative(file), page_id, message, "put a regular file in its place, or remove it",
+       false});
+}
+
+void Inspection::inspect_entry(const fs::directory_entry& entry) {
+  const fs::path& file = entry.path();
+  const fs::file_type type = entry.symlink_status().type();
+  const bool is_page = file.extension() == ".md";
+  const std::string page_id = file.lexically_relative(wiki_.paths().pages).replace_extension().string();
+  const bool is_known = planned_->plans.find(page_id) != nullptr || rows_.find(page_id) != nullptr;
+  if (type == fs::file_type::directory && !(is_page && is_known)) return;
+  if (is_page) seen_.insert(page_id);
+  if (type == fs::file_type::symlink && !is_page) blocked_.push_back(file);
+  if (type == fs::file_type::symlink)
+    return add_unusable(file, page_id, "is a symbolic link, and ossilar writes through none");
+  if (!is_page) return;
+  if (type != fs::file_type::regular) return add_unusable(file, page_id, "is no regular file");
+  inspect_page(file, page_id);
+}
+
+void Inspection::inspect_page(const fs::path& file, const std::string& page_id) {
+  std::string text;
+  try {
+    text = utils::read_text_file_within(wiki_.paths().pages, file);
+  } catch (const utils::IoError& error) {
+    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
+                "make the file readable, then run ossilar check", false});
+  } catch (const utils::Error& error) {
+    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
+                "mend the file, or save the page again", false});
+  }
+  const Map* row = rows_.find(page_id);
+  const std::string hash = _text_hash(text);
+  const bool is_row = row != nullptr && utils::string_member(*row, "content_hash") == hash;
+  const bool known = is_row || manifest_.describes(page_id, hash);
+  if (!known && is_in_conflict(text)) {
+    return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
+                "resolve the conflict, then run ossilar check --fix", false});
+  }
+  if (!known && utils::strip(text).empty()) {
+    return add({Fault::page_file, relative(file), page_id, "is empty",
+                "restore the file, or save the page again", false});
+  }
+  if (row == nullptr) return inspect_stranger(page_id, text);
+  if (is_row) {
+    inspect_derived(page_id, text, *row);
+  } else {
+    inspect_difference(page_id, text);
+  }
+  inspect_citations(page_id, text);
+}
+
+void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
+  const bool planned = planned_->plans.find(page_id) != nullptr;
+  if (planned || manifest_.described.count(page_id) > 0) {
+    add({Fault::file_without_row, page_path(page_id), page_id, "is a page that the database does not know",
+         kTakesItAsItStands, true});
+    return inspect_citations(page_id, text);
+  }
+  add({Fault::file_without_row, page_path(page_id), page_id, "belongs to no page of the plan",
+       is_page_id(page_id)
+           ? "add a [[page]] with the id \"" + page_id + "\" to ossilar.toml, or remove the file"
+           : "rename it to what can be a page id, or remove it",
+       false});
+}
+
+// Whether what ossilar adds below the marker fits the text: a save of it would add the same. The record is
+// left out, as it says what the sources were when it was written.
+bool Inspection::is_whole(const std::string& page_id, const std::string& text) const {
+  Adoption adoption(wiki_, manifest_, {page_id});
+  const auto drafted = redraft(wiki_, adoption.basis(), page_id, text);
+  return drafted && without_record(drafted->markdown) == without_record(text);
+}
+
+void Inspection::inspect_difference(const std::string& page_id, const std::string& text) {
+  if (manifest_.describes(page_id, _text_hash(text))) {
+    return add({Fault::newer_page, page_path(page_id), page_id,
+                "was changed since ossilar last stored it: it came with its manifest, by version control",
+                kTakesItAsItStands, true});
+  }
+  if (is_whole(page_id, text)) {
+    return add(
+        {Fault::newer_page, page_path(page_id), page_id,
+         "was changed since ossilar last stored it: by a save that was cut short, a hand, or version control",
+         kTakesItAsItStands, true});
+  }
+  add({Fault::edited_page, page_path(page_id), page_id,
+       "was edited by hand: what ossilar adds below the marker does not fit its text",
+       std::string(kTakesItAsItStands) + "; saving it brings the rest in line", true});
+}
+
+void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
+  std::vector<std::string> stored;
+  for (const Map& chunk : wiki_.store().chunks(wiki_.branch(), page_id))
+    stored.push_back(utils::sha256_hex(utils::string_member(chunk, store::chunk_key::kText)));
+  std::vector<std::string> expected;
+  for (const search::Passage& passage : search::passages(searchable_text(text)))
+    expected.push_back(utils::sha256_hex(passage.text));
+  if (stored != expected) {
+    add({Fault::chunks, page_path(page_id), page_id, "is searched by another version of its text",
+         kMakesItAgain, true});
+  }
+  const PagePlan* plan = planned_->plans.find(page_id);
+  if (!gives_digest(plan)) return;
+  PagePlan titled = *plan;
+  titled.title = utils::string_member(row, "title");
+  const Map* digest = digests_.find(page_id);
+  if (digest != nullptr && same_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
+    return;
+  }
+  add({Fault::digest, page_path(page_id), page_id,
+       "is known to the pages above it by another version of its text", kMakesItAgain, true});
+}
+
+void Inspection::inspect_citations(const std::string& page_id, const std::string& text) {
+  const Brackets brackets =
+      brackets_of(split_authored(text, "").text(), *planned_, titles_, planned_->plans.find(page_id));
+  const std::size_t named = std::min(brackets.invalid.size(), kMostCitations);
+  const std::string advice = "save the page with a citation that holds";
+  for (std::size_t i = 0; i < named; ++i) {
+    add({Fault::citations, page_path(page_id), page_id,
+         invalid_citation_warning(brackets.invalid[i], *planned_->index), advice, false});
+  }
+  if (const std::size_t more = brackets.invalid.size() - named; more > 0) {
+    add({Fault::citations, page_path(page_id), page_id,
+         std::to_string(more) + " more citation(s) that do not hold", advice, false});
+  }
+}
+
+// ---- What is not about a page file.
+
+bool Inspection::is_blocked(const std::string& page_id) const {
+  return std::any_of(blocked_.begin(), blocked_.end(), [&](const fs::path& folder) {
+    return (wiki_.paths().pages / page_id).string().starts_with(folder.string() + "/");
+  });
+}
+
+void Inspection::inspect_rows() {
+  rows_.for_each([&](const std::string& page_id, const Map&) {
+    if (seen_.count(page_id) > 0 || is_blocked(page_id)) return;
+    add({Fault::row_without_file, page_path(page_id), page_id, "is gone, and the database still has the page",
+         "restore the file, or let ossilar check --fix forget the page (its text goes to .ossilar/replaced)",
+         true});
+  });
+}
+
+void Inspection::inspect_digests() {
+  digests_.for_each([&](const std::string& page_id, const Map&) {
+    if (rows_.find(page_id) != nullptr) return;
+    add({Fault::digest, page_path(page_id), page_id, "is known to the pages above it and is no stored page",
+         "ossilar check --fix forgets it", true});
+  });
+}
+
+void Inspection::inspect_generated() {
+  for (const ListFile& list : wiki_.lists().expected(rows_, manifest_.lint)) inspect_list(list);
+  for (const std::string& stray : wiki_.lists().strays(rows_)) {
+    add({stray.ends_with(kManifestEnd) ? Fault::manifest : Fault::index, relative(wiki_.paths().wiki / stray),
+         "", "lists a part that the wiki does not have", "ossilar check --fix removes it", true});
+  }
+}
+
+void Inspection::inspect_list(const ListFile& list) {
+  const Fault fault = list.name.ends_with(kManifestEnd) ? Fault::manifest : Fault::index;
+  const fs::path file = wiki_.paths().wiki / list.name;
+  const fs::file_type type = fs::symlink_status(file).type();
+  if (type != fs::file_type::regular && type != fs::file_type::not_found) {
+    return add({fault, relative(file), "", "is no regular file", "move it away, then run ossilar check --fix",
+                false});
+  }
+  std::optional<std::string> text;
+  if (type == fs::file_type::regular)
+    text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths().wiki, file));
+  if (text == list.text) return;
+  add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
+       kMakesItAgain, true});
+}
+
+// Only the holder of the write lock makes one, and it does not leave it.
+void Inspection::inspect_former_files() {
+  for (const fs::path& file : former_files(wiki_.paths().pages)) {
+    add({Fault::leftover, relative(file), "", "was left beside its page by a save that could not put it away",
+         "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no save has stored its text",
+         true});
+  }
+}
+
+std::map<std::string, bool> Inspection::leftover_files() const {
+  std::map<std::string, bool> files;
+  for (const fs::path& directory : written_directories(wiki_.paths())) {
+    try {
+      for (const utils::Leftover& file : utils::leftovers(directory))
+        files.emplace(relative(directory / file.name), file.may_be_new);
+    } catch (const utils::IoError&) {
+      continue;  // where nothing can be looked at, nothing was written either
+    }
+  }
+  return files;
+}
+
+// Those that were there `before` too, and if they may be new stay for a while: a writer makes its file and
+// then locks it, and on a busy machine it may have to wait for its turn in between.
+void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
+  for (auto waited = 0ms;; waited += kLookEvery) {
+    const auto now = leftover_files();
+    std::erase_if(left, [&](const auto& file) { return now.count(file.first) == 0; });
+    const bool may_go = std::any_of(left.begin(), left.end(), [](const auto& file) { return file.second; });
+    if (!may_go || waited >= kTimeToLock) break;
+    std::this_thread::sleep_for(kLookEvery);
+  }
+  for (const auto& [file, may_be_new] : left) {
+    add({Fault::leftover, file, "", "was left by a write that was cut short",
+         "ossilar check --fix removes it", true});
+  }
+}
+
+void Inspection::inspect_states() {
+  const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store().stale_marks(wiki_.branch()),
+                                        *planned_->index, wiki_.config().steering);
+  for (const PageState& state : states) {
+    if (state.condition == PageCondition::unverified) {
+      add({Fault::unverified, page_path(state.page_id), state.page_id, "is unverified: " + state.reason,
+           "ossilar context " + state.page_id + " says what it needs", false});
+    }
+    if (state.condition != PageCondition::stale) continue;
+    const bool planned = planned_->plans.find(state.page_id) != nullptr;
+    add({Fault::stale, page_path(state.page_id), state.page_id, "is stale: " + state.reason,
+         planned ? "write it anew (ossilar context " + state.page_id + ") and save it"
+                 : "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix",
+         false});
+  }
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,119 @@
+#include "ossilar/workers/wiki/check/repair.h"
+
+#include <algorithm>
+
+#include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/check/inspection.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+#include "ossilar/workers/wiki/pages/former_file.h"
+#include "ossilar/workers/wiki/pages/page_files.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+
+namespace {
+
+// Index and manifest are written together, or neither.
+bool is_unusable_list(const Finding& finding) {
+  return !finding.fixable && (finding.fault == Fault::index || finding.fault == Fault::manifest);
+}
+
+bool takes_page(Fault fault) {
+  return fault == Fault::newer_page || fault == Fault::edited_page || fault == Fault::file_without_row;
+}
+
+// Whether mending it changes what index or manifest tell.
+bool is_listed(const Finding& finding) {
+  return finding.fixable && finding.fault != Fault::leftover && finding.fault != Fault::setup;
+}
+
+std::vector<std::string> pages_to_take(const std::vector<Finding>& findings) {
+  std::vector<std::string> pages;
+  for (const Finding& finding : findings)
+    if (finding.fixable && takes_page(finding.fault)) pages.push_back(finding.page_id);
+  return pages;
+}
+
+}  // namespace
+
+Repair::Repair(Wiki& wiki, const ManifestContent& manifest, const std::vector<Finding>& findings)
+    : wiki_(wiki),
+      findings_(findings),
+      rows_(wiki.stored_pages()),
+      adoption_(wiki, manifest, pages_to_take(findings)) {}
+
+void Repair::run() {
+  for (const Finding& finding : findings_)
+    if (finding.fixable) mend(finding);
+  adoption_.store_digests(wiki_.store());
+  wiki_.lists().note({}, {});  // what is there now is all that is to come
+  const bool can_list = std::none_of(findings_.begin(), findings_.end(), is_unusable_list);
+  if (can_list && std::any_of(findings_.begin(), findings_.end(), is_listed))
+    wiki_.note_lists(wiki_.lists().write_all(wiki_.stored_pages(), adoption_.manifest().lint));
+}
+
+// What is not here is set right for the whole wiki at the end of run().
+void Repair::mend(const Finding& finding) {
+  switch (finding.fault) {
+    case Fault::setup:
+      set_up_wiki(wiki_.paths().root);
+      return;
+    case Fault::newer_page:
+    case Fault::edited_page:
+    case Fault::file_without_row:
+      return take_over(finding.page_id);
+    case Fault::row_without_file:
+      return adoption_.forget_page(finding.page_id);
+    case Fault::chunks:
+      return chunk_again(finding.page_id);
+    case Fault::digest:
+      return settle_digest(finding.page_id);
+    case Fault::leftover:
+      return settle_leftover(finding);
+    default:
+      return;
+  }
+}
+
+void Repair::take_over(const std::string& page_id) {
+  const std::string text = page_text(wiki_.paths(), page_id);
+  if (!adoption_.is_described(page_id, text)) adoption_.keep_former_text(page_id);
+  adoption_.adopt_text(wiki_.store(), page_id, text);
+}
+
+void Repair::chunk_again(const std::string& page_id) {
+  const auto key = wiki_.store().page_key(wiki_.branch(), page_id);
+  const Map* row = rows_.find(page_id);
+  if (!key || row == nullptr) return;
+  const auto citations = utils::json_member(*row, "citations").get<std::vector<Map>>();
+  utils::Task task;
+  replace_chunks(wiki_.chunk_services(wiki_.store(), task), wiki_.branch(), page_id, *key,
+                 searchable_text(page_text(wiki_.paths(), page_id)), citations);
+}
+
+void Repair::settle_digest(const std::string& page_id) {
+  const Map* row = rows_.find(page_id);
+  if (row == nullptr) return adoption_.drop_digest(page_id);
+  const std::string text = page_text(wiki_.paths(), page_id);
+  adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"),
+                          !adoption_.is_described(page_id, text));
+}
+
+// A temporary file is of no use to anybody. What a save replaced may be the only copy of a hand's text.
+void Repair::settle_leftover(const Finding& finding) const {
+  const std::filesystem::path file = wiki_.paths().root / finding.subject;
+  if (file.extension() != ".former") return utils::remove_leftovers(file.parent_path());
+  const auto page = page_of_former(file);
+  const std::string page_id = page ? page_id_of(wiki_.paths().pages, *page) : "";
+  const auto is_known = [saved = saved_hash(rows_.find(page_id))](const std::string& text) {
+    return _text_hash(text) == saved;
+  };
+  if (page) {
+    settle_former(*page, page_id, is_known, wiki_.replaced_texts());
+  } else {
+    wiki_.replaced_texts().take("former", file, utils::read_file_within(file.parent_path(), file));
+  }
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,163 @@
+#include "ossilar/workers/wiki/check/wiki_check.h"
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include "ossilar/store/sqlite/sqlite_store.h"
+#include "ossilar/store/write_lock.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/check/adoption.h"
+#include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/check/inspection.h"
+#include "ossilar/workers/wiki/check/repair.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kDatabaseName = ".ossilar/index.db";
+
+// What is wrong by the message of a StorageError, whose path and advice a finding has in places of their own.
+std::string damage_in(std::string message, const fs::path& database) {
+  const std::string path = database.string() + ": ";
+  if (message.starts_with(path)) message.erase(0, path.size());
+  return message.substr(0, message.find("; `ossilar check"));
+}
+
+Finding damaged_database(const std::string& damage) {
+  return {Fault::database,
+          kDatabaseName,
+          "",
+          "is damaged: " + damage,
+          "ossilar check --fix sets it aside and makes it anew from the wiki's files",
+          true};
+}
+
+bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+
+// The first name that is free for all of the database's files.
+fs::path free_name(const fs::path& database) {
+  for (int number = 1;; ++number) {
+    fs::path name = database;
+    name += ".damaged-" + std::to_string(number);
+    if (!is_there(name) && !is_there(name.string() + "-wal") && !is_there(name.string() + "-shm"))
+      return name;
+  }
+}
+
+void move_if_there(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::rename(from, to, error);
+  if (error && error != std::errc::no_such_file_or_directory) {
+    throw utils::IoError("cannot move " + from.string() + " to " + to.string(), error.value());
+  }
+}
+
+// The write-ahead log first: without it the database is an older one, whereas the log without its database
+// would be taken for the new one's. Gives the name under which it is kept.
+std::string set_aside_database(const fs::path& database) {
+  const fs::path aside = free_name(database);
+  for (const char* part : {"-wal", "-shm", ""})
+    move_if_there(database.string() + part, aside.string() + part);
+  return aside.filename().string();
+}
+
+// SQLite takes a disk that failed once for damage too.
+bool is_damaged(const fs::path& database) {
+  try {
+    return store::open_sqlite_store(database)->damage().has_value();
+  } catch (const store::StorageError& error) {
+    if (!error.damaged()) throw;
+    return true;
+  }
+}
+
+// The name under which the database is kept; "" when another process has set it aside meanwhile, or when it
+// is sound. `found` is the file that was found to be damaged.
+std::string set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
+                      const utils::FileStamp& found) {
+  store::WriteLock lock(
+      {.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer, .guards_folder = true});
+  std::string kept;
+  lock.acquire(true);
+  try {
+    const fs::path database = paths.database();
+    if (utils::stamp_of(database).is_same_file(found) && is_damaged(database))
+      kept = set_aside_database(database);
+  } catch (...) {
+    lock.release();
+    throw;
+  }
+  lock.release();
+  return kept;
+}
+
+std::vector<Finding> without(const std::vector<Finding>& findings, const std::vector<Finding>& left) {
+  std::vector<Finding> gone;
+  std::copy_if(findings.begin(), findings.end(), std::back_inserter(gone), [&](const Finding& finding) {
+    return finding.fixable && std::find(left.begin(), left.end(), finding) == left.end();
+  });
+  return gone;
+}
+
+}  // namespace
+
+bool CheckReport::is_clean() const {
+  return std::all_of(findings.begin(), findings.end(),
+                     [](const Finding& finding) { return finding.fault == Fault::unverified; });
+}
+
+namespace {
+
+// With `fix`, what is taken over is reported.
+CheckReport check_open_wiki(Wiki& wiki, bool fix) {
+  adopt_arrivals(wiki, WhenBusy::wait);
+  CheckReport report;
+  wiki.with_write_lock(true, [&] {
+    if (const auto damage = wiki.store().damage()) {
+      throw store::StorageError(wiki.paths().database().string() + ": " + *damage, true);
+    }
+    Inspection inspection(wiki);
+    report.findings = inspection.run();
+    if (fix && !report.findings.empty()) {
+      Repair(wiki, inspection.manifest(), report.findings).run();
+      std::vector<Finding> left = Inspection(wiki).run();
+      report.fixed = without(report.findings, left);
+      report.findings = std::move(left);
+    }
+  });
+  report.pages = wiki.stored_pages().size();
+  return report;
+}
+
+}  // namespace
+
+CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
+  const WikiConfig config = load_config(root / "ossilar.toml");
+  const WikiPaths paths = wiki_paths(root, config);
+  const utils::FileStamp database = utils::stamp_of(paths.database());
+  const auto check = [&] {
+    const auto wiki = open_wiki(root, options.writer);
+    wiki->prepare(options.indexing);
+    return check_open_wiki(*wiki, options.fix);
+  };
+  std::string damage;
+  try {
+    return check();
+  } catch (const store::StorageError& error) {
+    if (!error.damaged()) throw;
+    damage = damage_in(error.what(), paths.database());
+  }
+  if (!options.fix) return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}};
+  const std::string kept = set_aside(paths, config, options.writer, database);
+  CheckReport report = check();
+  if (!kept.empty())
+    report.fixed.insert(report.fixed.begin(), damaged_database(damage + "; it is kept as .ossilar/" + kept));
+  return report;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,161 @@
+#include "ossilar/workers/wiki/citing/page_state.h"
+
+#include <algorithm>
+
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/link_text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::size_t kMostNamed = 5;  // files named in a reason; the rest is counted
+
+void add_reason(std::vector<std::string>& reasons, const char* what, std::vector<std::string> files) {
+  if (files.empty()) return;
+  const std::size_t more = files.size() > kMostNamed ? files.size() - kMostNamed : 0;
+  files.resize(files.size() - more);
+  std::string reason = std::string(what) + ": " + utils::join(files, ", ");
+  if (more > 0) reason += " and " + std::to_string(more) + " more";
+  reasons.push_back(std::move(reason));
+}
+
+// What became of the sources that the row was written from.
+struct SourceChanges {
+  std::vector<std::string> changed, removed, added;
+  bool steering = false;
+};
+
+SourceChanges source_changes(const Map& row, const PagePlan* plan, const source::SourceIndex& index,
+                             const std::string& steering) {
+  SourceChanges changes;
+  const Map hashes = utils::json_member(row, "source_hashes");
+  for (const auto& [file, hash] : hashes.items()) {
+    if (file == kSteeringSource) continue;
+    const source::SourceFile* now = index.find(file);
+    if (now == nullptr) {
+      changes.removed.push_back(file);
+    } else if (!hash.is_string() || now->sha256.hex() != hash.get_ref<const std::string&>()) {
+      changes.changed.push_back(file);
+    }
+  }
+  if (plan != nullptr) {
+    for (const std::string& file : plan->stored_source_files()) {
+      if (!hashes.contains(file)) changes.added.push_back(file);
+    }
+  }
+  const std::string then = utils::string_member(hashes, kSteeringSource);
+  changes.steering = then != (steering.empty() ? "" : utils::sha256_hex(steering));
+  return changes;
+}
+
+bool is_unverified(const Map& row) { return utils::string_member(row, "status") == kUnverified; }
+
+std::string stale_reason(const Map& row, const PagePlan* plan, const std::string& mark,
+                         const source::SourceIndex& index, const std::string& steering) {
+  if (plan == nullptr) return "no longer in the plan";
+  if (is_unverified(row)) return mark;  // there is nothing to compare with the sources
+  SourceChanges changes = source_changes(row, plan, index, steering);
+  std::vector<std::string> reasons;
+  add_reason(reasons, "changed", std::move(changes.changed));
+  add_reason(reasons, "removed", std::move(changes.removed));
+  add_reason(reasons, "added", std::move(changes.added));
+  if (changes.steering) reasons.emplace_back("the steering for every page changed");
+  if (!mark.empty()) reasons.push_back(mark);
+  return utils::join(reasons, "; ");
+}
+
+PageState state_of_row(const std::string& page_id, const Map& row, std::string reason) {
+  PageState state;
+  state.page_id = page_id;
+  state.title = utils::string_member(row, "title");
+  state.type = utils::string_member(row, "page_type");
+  state.parent = utils::string_member(row, "parent_section");
+  state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
+  state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
+  if (reason.empty() && is_unverified(row)) {
+    state.condition = PageCondition::unverified;
+    reason = "its file does not say against which sources it was written; read it and save it";
+  }
+  state.reason = std::move(reason);
+  state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());
+  const Map cache = build_cache_of(&row);
+  const Map& words = utils::member(cache, "words");
+  state.words = words.is_number_integer() ? words.get<std::int64_t>() : 0;
+  return state;
+}
+
+PageState missing_page(const PagePlan& plan) {
+  PageState state;
+  state.page_id = plan.page_id;
+  state.title = plan.title;
+  state.type = plan.type;
+  state.parent = plan.parent;
+  state.level = plan.level;
+  return state;
+}
+
+}  // namespace
+
+const char* condition_name(PageCondition condition) {
+  switch (condition) {
+    case PageCondition::missing:
+      return "missing";
+    case PageCondition::ok:
+      return "ok";
+    case PageCondition::stale:
+      return "stale";
+    case PageCondition::unverified:
+      return "unverified";
+  }
+  return "";
+}
+
+StateCounts count_states(const std::vector<PageState>& pages) {
+  const auto in = [&](PageCondition condition) {
+    return static_cast<std::size_t>(std::count_if(
+        pages.begin(), pages.end(), [&](const PageState& page) { return page.condition == condition; }));
+  };
+  return {.ok = in(PageCondition::ok),
+          .stale = in(PageCondition::stale),
+          .missing = in(PageCondition::missing),
+          .unverified = in(PageCondition::unverified)};
+}
+
+std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,
+                                                 const source::SourceIndex& index,
+                                                 const std::string& steering) {
+  std::map<std::string, std::string> hashes;
+  for (const std::string& path : files) {
+    const source::SourceFile* file = index.find(path);
+    hashes[path] = file != nullptr ? file->sha256.hex() : "";
+  }
+  if (!steering.empty()) hashes[kSteeringSource] = utils::sha256_hex(steering);
+  return hashes;
+}
+
+std::vector<PageState> page_states(const Plans& plans, const store::StoredRows& rows,
+                                   const std::map<std::string, std::string>& marks,
+                                   const source::SourceIndex& index, const std::string& steering) {
+  std::vector<PageState> states;
+  const auto add_stored = [&](const std::string& page_id, const Map& row) {
+    const auto mark = marks.find(page_id);
+    states.push_back(state_of_row(
+        page_id, row,
+        stale_reason(row, plans.find(page_id), mark == marks.end() ? "" : mark->second, index, steering)));
+  };
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    const Map* row = rows.find(plans[i].page_id);
+    if (row != nullptr) {
+      add_stored(plans[i].page_id, *row);
+    } else {
+      states.push_back(missing_page(plans[i]));
+    }
+  }
+  rows.for_each([&](const std::string& page_id, const Map& row) {
+    if (plans.find(page_id) == nullptr) add_stored(page_id, row);
+  });
+  return states;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,121 @@
+#include "ossilar/workers/wiki/host/open_wiki.h"
+
+#include <string_view>
+
+#include "ossilar/search/http_embedder.h"
+#include "ossilar/source/checkout.h"
+#include "ossilar/store/sqlite/sqlite_store.h"
+#include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/files.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kConfigTemplate =
+    R"(# What ossilar does in this repository. Commit this file. The values shown are the defaults.
+
+[wiki]
+# dir = "wiki"                  # where the pages are
+# diagrams = true
+# min_citations_per_page = 2    # fewer valid citations and a page is refused
+# lock_timeout_s = 30
+
+[embedding]
+# provider = "local"            # or "http", for a service with the usual /v1/embeddings request:
+# url = "https://host/v1"
+# model = "name-of-the-model"
+# api_key_env = "VARIABLE"      # holds the key; leave out where none is needed
+
+[steering]
+# text = "For every page: who reads it, what matters, which words to use."
+
+# Each [[page]] adds a page, or amends the planned one of the same id (see: ossilar plan).
+# [[page]]
+# id = "topics/error-handling"
+# title = "Error handling"
+# description = "How failures travel from where they happen to who is told."
+# type = "topic"
+# sources = ["src/**/error*"]
+# steering = "Name the exception types."
+)";
+
+// git's own driver keeps the lines of both sides of a merge, and every entry of a list is a line.
+constexpr std::string_view kMergeAttributes =
+    R"(# Lists that ossilar makes from the pages: git merges them line by line, and the next save tidies up.
+/index.md merge=union
+/manifest.json merge=union
+/lists/** merge=union
+)";
+
+bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
+
+void create_file(const fs::path& root, const std::string& name, std::string_view text,
+                 std::vector<std::string>& created) {
+  if (is_there(root / name)) return;
+  utils::atomic_write(root / name, text);
+  created.push_back(name);
+}
+
+void create_directory(const fs::path& root, const std::string& name, std::vector<std::string>& created) {
+  const bool present = is_there(root / name);
+  utils::open_directory(root / name, utils::Missing::create);
+  if (!present) created.push_back(name + "/");
+}
+
+std::unique_ptr<search::Embedder> make_embedder(const WikiConfig& config) {
+  if (config.embedding_provider == "local") return search::make_local_embedder();
+  return search::make_http_embedder({.url = config.embedding_url,
+                                     .model = config.embedding_model,
+                                     .key_variable = config.embedding_api_key_env});
+}
+
+fs::path config_file(const fs::path& root) { return root / "ossilar.toml"; }
+
+}  // namespace
+
+WikiPaths wiki_paths(const fs::path& root, const WikiConfig& config) {
+  fs::path so_far = root;
+  for (const auto& part : fs::path(config.dir) / "pages") {
+    so_far /= part;
+    if (fs::symlink_status(so_far).type() == fs::file_type::symlink) {
+      throw utils::ConfigError(so_far.string() +
+                               " is a symbolic link; make it a directory, or set [wiki] dir in " +
+                               config_file(root).string() + " to another one");
+    }
+  }
+  const fs::path wiki = root / config.dir;
+  return {.root = root, .wiki = wiki, .pages = wiki / "pages", .state = root / ".ossilar"};
+}
+
+std::vector<std::string> set_up_wiki(const fs::path& root) {
+  std::vector<std::string> created;
+  create_file(root, "ossilar.toml", kConfigTemplate, created);
+  const WikiConfig config = load_config(config_file(root));
+  wiki_paths(root, config);  // refuses symbolic links before anything is made behind them
+  create_directory(root, config.dir + "/pages", created);
+  create_file(root, config.dir + "/.gitattributes", kMergeAttributes, created);
+  create_directory(root, ".ossilar", created);
+  create_file(root, ".ossilar/.gitignore", "*\n", created);
+  return created;
+}
+
+std::unique_ptr<Wiki> open_wiki(const fs::path& root, const std::string& writer, Process process) {
+  WikiConfig config = load_config(config_file(root));
+  WikiPaths paths = wiki_paths(root, config);
+  if (!is_there(paths.state)) {
+    throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
+  }
+  auto store = store::open_sqlite_store(paths.database());
+  auto embedder = make_embedder(config);
+  return std::make_unique<Wiki>(Wiki::Services{.paths = std::move(paths),
+                                               .config = std::move(config),
+                                               .checkout = source::read_checkout(root),
+                                               .store = std::move(store),
+                                               .embedder = std::move(embedder),
+                                               .writer = writer,
+                                               .stays = process == Process::stays});
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,374 @@
+#include "ossilar/workers/wiki/orchestrator.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/fold.h"
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/host/digest_reconciler.h"
+#include "ossilar/workers/wiki/host/save_at_work.h"
+#include "ossilar/workers/wiki/host/section_cache.h"
+#include "ossilar/workers/wiki/host/wiki.h"
+#include "ossilar/workers/wiki/link_text.h"
+#include "ossilar/workers/wiki/page_title.h"
+#include "ossilar/workers/wiki/pages/former_file.h"
+#include "ossilar/workers/wiki/pages/page_record.h"
+#include "ossilar/workers/wiki/plan/page_diagrams.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Warnings of one kind that an answer names; the rest is counted, so that an answer stays readable.
+constexpr std::size_t kMostWarnings = 20;
+
+const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
+
+template <class Describe>
+void append_warnings(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
+                     Describe describe) {
+  for (std::size_t i = 0; i < std::min(labels.size(), kMostWarnings); ++i)
+    warnings.push_back(describe(labels[i]));
+  if (labels.size() > kMostWarnings) {
+    warnings.push_back("citation: " + std::to_string(labels.size() - kMostWarnings) + " more of this kind");
+  }
+}
+
+// The page is saved by now, so failing to put the file away fails nothing. It stays where it is until it is
+// put away, before the page's next save or by a repair.
+void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKnown& is_known) {
+  const std::filesystem::path page = wiki.paths().page(draft.page_id);
+  try {
+    const std::string kept = settle_former(page, draft.page_id, is_known, wiki.replaced_texts());
+    if (!kept.empty() && kept != KeptTexts::name_of(draft.page_id, draft.standing.bytes.value_or(""))) {
+      host_logger.warning("the page '%s' was edited by hand while it was saved; that text is kept in %s",
+                          {draft.page_id, (wiki.paths().replaced() / kept).string()});
+    }
+  } catch (const std::exception& error) {
+    host_logger.warning("what the page file held before lies in %s and could not be put away: %s",
+                        {utils::former_file(page).string(), error.what()});
+  }
+}
+
+// The same facts that the row is about to hold, so that a clone finds them in the page.
+PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, const std::vector<Map>& citations,
+                      const std::string& steering) {
+  const Map* row = draft.basis.rows.find(plan.page_id);
+  const PagePlan* derived = draft.basis.planned->plans.find(plan.page_id);
+  const std::string stored_title = row != nullptr ? utils::string_member(*row, "title") : "";
+  const bool is_given = draft.title && !draft.title->empty();
+  return {.type = plan.type,
+          .title = plan.title,
+          .agent_title = is_given ? plan.title : agent_title(row).value_or(""),
+          .former_titles = renamed(former_titles(row), {derived->title, stored_title}, plan.title),
+          .source_hashes = source_hashes(plan.source_files, *draft.basis.planned->index, steering),
+          .citations = citations};
+}
+
+}  // namespace
+
+WikiGenerator::WikiGenerator(Wiki& wiki, utils::Task& task, SaveTerms terms)
+    : wiki_(wiki),
+      task_(task),
+      terms_(std::move(terms)),
+      draft_(std::make_unique<DraftAtWork>()),
+      commit_(std::make_unique<CommitAtWork>()) {}
+
+WikiGenerator::~WikiGenerator() = default;
+
+const std::string& WikiGenerator::branch() const { return wiki_.branch(); }
+const std::filesystem::path& WikiGenerator::pages_dir() const { return wiki_.paths().pages; }
+const WikiConfig& WikiGenerator::wiki_config() const { return wiki_.config(); }
+std::string WikiGenerator::_git_commit() { return wiki_.commit(); }
+
+// A draft sees the rows of its snapshot, a commit those that it has read under the lock.
+store::StoredRows WikiGenerator::_existing() const {
+  return commit_->rows ? *commit_->rows : draft_->basis.rows;
+}
+
+// ---- The draft.
+
+std::variant<_PageDraft, Answer> WikiGenerator::draft(const std::string& page_id, const std::string& content,
+                                                      const std::optional<std::string>& section,
+                                                      const std::optional<std::string>& title) {
+  return _draft_agent_page(page_id, content, section, title);
+}
+
+const std::string& WikiGenerator::drafted_version() const { return draft_->version; }
+
+// A version that is no longer the page's is refused before anything is paid for, and once more by the page
+// file that the draft was made from, which the commit holds on to.
+std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::string& page_id,
+                                                                  std::string content,
+                                                                  const std::optional<std::string>& section,
+                                                                  const std::optional<std::string>& title) {
+  *draft_ = {};
+  draft_->page_id = page_id;
+  draft_->title = title;
+  *commit_ = {};
+  if (terms_.if_version) {
+    if (!wiki_.planned_with(page_id)) return not_planned(page_id, wiki_.planned()->plans);
+    draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(page_id));
+    if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
+  }
+  auto drafted = AgentSaveMixin::_draft_agent_page(page_id, content, section, title);
+  const auto* draft = std::get_if<_PageDraft>(&drafted);
+  if (draft == nullptr) return drafted;
+  if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
+  draft_->version = version_of(draft->markdown);
+  if (terms_.if_version) wiki_.read_texts().put(draft->markdown);
+  return drafted;
+}
+
+std::optional<Answer> WikiGenerator::refuse_other_version(const std::string& content) const {
+  if (!terms_.if_version) return std::nullopt;
+  return refuse_version(draft_->page_id, *terms_.if_version, draft_->standing, wiki_.read_texts(), content);
+}
+
+// The rows before the file: a commit at work writes the file first, and is then seen by its text, which no
+// row knows, instead of not at all.
+AgentPreparation WikiGenerator::_agent_prepare() {
+  task_.begin_step("planning");
+  draft_->basis = terms_.basis != nullptr ? *terms_.basis : wiki_.draft_basis();
+  const Plans& plans = draft_->basis.planned->plans;
+  if (plans.find(draft_->page_id) != nullptr)
+    draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(draft_->page_id));
+  return {.plans = plans, .amendments = {}, .stale = {}, .remap = {}};
+}
+
+Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,
+                                    const std::string& text) {
+  draft_->is_spliced = true;
+  return AgentSaveMixin::_with_section(plan, heading, text);
+}
+
+std::string WikiGenerator::_steering_text(const std::string& page_id) {
+  return wiki_.steering(draft_->basis.planned->plans.find(page_id));
+}
+
+GatheredContext WikiGenerator::_gather_context(const PagePlan& plan) {
+  task_.begin_step("gathering the page's sources");
+  Grounding grounding = wiki_.gather(*draft_->basis.planned, plan);
+  return {.grounding = std::move(grounding.text),
+          .symbols = std::move(grounding.symbols),
+          .files = std::move(grounding.files),
+          .seeds = {}};
+}
+
+std::vector<Diagram> WikiGenerator::_build_diagrams(const PagePlan& plan) {
+  return page_diagrams(plan, draft_->basis.planned->plans, draft_->basis.planned->graph());
+}
+
+// The grounding text has no part in a page's text; what it led to, the page's source files, is in the plan by
+// now.
+FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& authored,
+                                       const std::vector<Diagram>& diagrams,
+                                       const FinalizeOptions& /*options*/) {
+  task_.begin_step("checking citations");
+  const std::string text = authored_text(authored);
+  const Brackets brackets = brackets_of(text, *draft_->basis.planned, draft_->basis.titles, &plan);
+  PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
+  add_cited_texts(links.citations,
+                  [this](const std::string& path) { return source::read_source(wiki_.paths().root, path); });
+  const std::string record = record_text(record_for(*draft_, plan, links.citations, wiki_.config().steering));
+  return assemble_page(plan, split_text(text), diagrams, std::move(links), record);
+}
+
+Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
+  return section_cache(body, citations);
+}
+
+std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
+    const std::vector<std::string>& files) {
+  return source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
+}
+
+std::string WikiGenerator::hand_edit_warning() const {
+  const std::string name = KeptTexts::name_of(draft_->page_id, *draft_->standing.bytes);
+  const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
+  return "hand-edit: the page file was changed since it was last saved; " +
+         std::string(draft_->is_spliced ? "what is outside this section stays, and " : "") +
+         "the file as it was will be kept in " + file;
+}
+
+std::vector<std::string> WikiGenerator::citation_warnings(const std::string& markdown,
+                                                          const std::string& authored) {
+  const Brackets brackets =
+      brackets_of(authored_text(authored), *draft_->basis.planned, draft_->basis.titles, nullptr);
+  std::vector<std::string> warnings;
+  append_warnings(warnings, brackets.invalid, [&](const std::string& label) {
+    return invalid_citation_warning(label, *draft_->basis.planned->index);
+  });
+  append_warnings(warnings, brackets.malformed, malformed_citation_warning);
+  const std::string title = title_line(markdown);
+  for (const std::string& heading : leading_titles(authored)) {
+    if (utils::fold(heading) == utils::fold(title)) continue;
+    warnings.push_back(
+        fmt::format("title: the heading '{}' at the start was taken off; the page's title is '{}' "
+                    "(save with a title to rename it)",
+                    heading, title));
+  }
+  const bool is_replaced = draft_->standing.bytes && draft_->standing.text != markdown;
+  if (is_replaced &&
+      _text_hash(draft_->standing.text) != saved_hash(draft_->basis.rows.find(draft_->page_id)))
+    warnings.push_back(hand_edit_warning());
+  return warnings;
+}
+
+// ---- Chunks.
+
+// Passages that another page holds too, of those that this page holds: a save of an unrelated page never
+// changes them. What two pages come to share only by this save is settled by the store, which keeps each
+// passage once.
+ChunkScope WikiGenerator::_chunk_scope(const std::string& page_id) {
+  store::SharedPassages shared = store().shared_passages(branch(), page_id, wiki_.embedder().model());
+  return {.elsewhere = std::move(shared.embedded), .shared = std::move(shared.all)};
+}
+
+std::vector<Map> WikiGenerator::_chunk_and_embed(const std::string& searchable,
+                                                 const std::vector<Map>& citations,
+                                                 const StringSet& elsewhere) {
+  return page_chunks(wiki_.chunk_services(store(), task_), searchable, citations, elsewhere);
+}
+
+void WikiGenerator::_store_chunks(std::int64_t page_key, const std::string& /*page_id*/,
+                                  const std::vector<Map>& chunks, const StringSet& shared_before) {
+  task_.begin_stage("storing chunks");
+  commit_->transaction->store_chunks(page_key, chunks, shared_before);
+}
+
+// ---- The commit.
+
+void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
+  task_.begin_step("waiting for the write lock");
+  wiki_.acquire_write_lock(options.wait, task_);
+  task_.begin_stage("holding the write lock");
+  if (task_.is_cancelled()) {
+    wiki_.release_write_lock();
+    task_.check();
+  }
+  task_.raise_shield();  // a commit is not cancelled half-way
+}
+
+void WikiGenerator::_release_write_lock() {
+  task_.drop_shield();
+  wiki_.release_write_lock();
+  task_.begin_stage("answering");
+}
+
+// A row does not record what a hand did to the page file, so the commit looks at the file too: it replaces
+// only the one that the draft was made from. What happens to the file after this look is found in what comes
+// back when the two swap places.
+//
+// Row, chunks, digests and marks are one transaction, which is on disk before index and manifest are touched.
+// When a step fails, what was written before it stays.
+std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft) {
+  const std::filesystem::path file = wiki_.paths().page(draft_->page_id);
+  if (read_standing_page(pages_dir(), file).version() != draft_->standing.version()) return std::nullopt;
+  // What the row knows before this save; and what a killed save of the same text left there.
+  const IsKnown is_known = [row = saved_hash(draft_->basis.rows.find(draft_->page_id)),
+                            draft = _text_hash(draft.markdown)](const std::string& text) {
+    const std::string hash = _text_hash(text);
+    return hash == draft || hash == row;
+  };
+  settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());
+  commit_->transaction = wiki_.store().begin("store the page " + draft_->page_id);
+  std::optional<Answer> answer;
+  try {
+    answer = AgentSaveMixin::_commit_agent_page(draft);
+  } catch (...) {
+    keep_what_was_written();
+    put_former_file_away(wiki_, *draft_, is_known);
+    throw;
+  }
+  commit_->transaction.reset();  // of a save that wrote nothing
+  put_former_file_away(wiki_, *draft_, is_known);
+  return answer;
+}
+
+void WikiGenerator::put_on_disk() {
+  task_.begin_stage("committing the rows");
+  const auto transaction = std::exchange(commit_->transaction, nullptr);
+  transaction->commit();
+}
+
+void WikiGenerator::keep_what_was_written() {
+  try {
+    if (commit_->transaction) put_on_disk();
+  } catch (const std::exception& error) {  // the first failure is the one to tell of
+    host_logger.warning("what the failed save wrote before could not be stored", error);
+  }
+}
+
+// While the transaction is open, through it: it sees what it has written.
+store::WikiStore& WikiGenerator::store() const {
+  return commit_->transaction ? *commit_->transaction : wiki_.store();
+}
+
+store::Repository& WikiGenerator::repository() { return store(); }
+
+void WikiGenerator::_reread_existing() { commit_->rows = commit_->transaction->get_wiki_pages(branch()); }
+
+store::PageDigests WikiGenerator::_page_digests() const { return commit_->digests; }
+
+void WikiGenerator::_set_page_digests(store::PageDigests digests) { commit_->digests = std::move(digests); }
+
+void WikiGenerator::_set_page_digest(const std::string& page_id, Map digest) {
+  commit_->digests.set(page_id, std::move(digest));
+}
+
+store::PageDigests WikiGenerator::_load_digests() { return commit_->transaction->load_digests(branch()); }
+
+void WikiGenerator::_reconcile_digests(const Plans& plans, const store::StoredRows& existing,
+                                       const ReconcileOptions& options) {
+  commit_->reconciled_plans = plans;
+  commit_->digests = wiki_.digest_reconciler().reconciled(plans, existing, std::move(commit_->digests));
+  if (options.persist) _persist_digests();
+}
+
+// With the marks that the caller is about to ask for, in one step: were they lost with a step that fails in
+// between, nothing would tell afterwards that they are missing.
+void WikiGenerator::_persist_digests() {
+  const auto changed = changed_abstracts(commit_->transaction->load_digests(branch()), commit_->digests);
+  const auto stale = stale_reasons(synthesis_dependents(commit_->reconciled_plans, changed));
+  commit_->transaction->persist_digests(branch(), commit_->digests, stale);
+}
+
+void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vector<std::string>>& dependents) {
+  commit_->transaction->mark_stale(branch(), stale_reasons(dependents));
+}
+
+// ---- The publication.
+
+// Index and manifest never tell of a row that is not on disk. A failure to put the rows there is the save's;
+// only what follows is best effort.
+void WikiGenerator::_publish_agent_save() {
+  put_on_disk();
+  task_.begin_stage("publishing");
+  AgentSaveMixin::_publish_agent_save();
+}
+
+void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
+  const store::StoredRows rows = wiki_.stored_pages();  // with this page; nobody else writes now
+  wiki_.note_lists(wiki_.lists().write_page(rows, result.lint, draft_->page_id));
+  task_.begin_stage("storing the state");
+}
+
+// The contract asks for it; no list of ours holds it, as it would make every two branches conflict.
+std::int64_t WikiGenerator::_stored_files_covered() {
+  return wiki_.covered_files().count(wiki_.stored_pages());
+}
+
+// No build of ours makes one. One that another program's build left in the manifest is passed on.
+Map WikiGenerator::_prior_lint_summary() { return wiki_.lists().lint(); }
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,43 @@
+// The plan of a wiki with the source index that it was derived from, and what a page's brackets mean by both.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "ossilar/source/source_index.h"
+#include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/host/title_index.h"
+#include "ossilar/workers/wiki/plan/module_graph.h"
+#include "ossilar/workers/wiki/plans.h"
+
+namespace ossilar::workers::wiki {
+
+// Immutable.
+//
+// Thread-safety: every member may be called from any thread.
+struct PlannedWiki {
+  PlannedWiki(std::shared_ptr<const source::SourceIndex> of, Plans derived)
+      : index(std::move(of)), plans(std::move(derived)) {}
+
+  // Made when it is asked for first: what does not draw does not need it.
+  const ModuleGraph& graph() const {
+    std::call_once(graph_made_, [this] { graph_ = module_graph(plans, *index); });
+    return graph_;
+  }
+
+  const std::shared_ptr<const source::SourceIndex> index;
+  const Plans plans;
+
+ private:
+  mutable std::once_flag graph_made_;
+  mutable ModuleGraph graph_;
+};
+
+// What the brackets of an authored text mean to the page of `plan` (null: of no plan). Its own title may be
+// one that no row has yet.
+Brackets brackets_of(const std::string& authored, const PlannedWiki& planned, const TitleIndex& titles,
+                     const PagePlan* plan);
+
+}  // namespace ossilar::workers::wiki

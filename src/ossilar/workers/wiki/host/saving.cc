@@ -1,0 +1,85 @@
+#include "ossilar/workers/wiki/host/saving.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <variant>
+
+#include "ossilar/utils/logging.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/host/page_turn.h"
+#include "ossilar/workers/wiki/orchestrator.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+const utils::Logger save_logger("ossilar.workers.wiki.saving");
+
+// Pages whose words wait for a search. More of them would keep the first search waiting.
+constexpr std::size_t kMostPagesWaiting = 64;
+
+// Some hundred saves of a page can go before within this time.
+constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
+
+// The name of the kept text, "" for none. That it could not be kept is not what the author must hear of
+// first.
+std::string keep_refused(const Wiki& wiki, const SaveRequest& request) {
+  try {
+    return wiki.kept_drafts().keep(request.page_id, request.content);
+  } catch (const std::exception& error) {
+    save_logger.warning("a refused text could not be kept", error);
+    return "";
+  }
+}
+
+// The page is stored by now, so a failure is only logged.
+void index_words(Wiki& wiki) {
+  try {
+    wiki.store().index_waiting_words(kMostPagesWaiting);
+  } catch (const std::exception& error) {
+    save_logger.warning("words could not be indexed; a search will do it", error);
+  }
+}
+
+}  // namespace
+
+SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task) {
+  if (auto refusal = refuse_blank(request.content))
+    return {.answer = *std::move(refusal), .failure = {}, .kept = {}};
+  WikiGenerator save(wiki, task, {.if_version = request.if_version});
+  SaveOutcome outcome;
+  try {
+    const PageTurn turn(wiki.paths().turns(), request.page_id,
+                        std::min(wiki.config().lock_timeout, kTurnPatience), task);
+    outcome.answer =
+        save.save_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
+                             request.section, request.title);
+  } catch (const utils::Cancelled&) {
+    keep_refused(wiki, request);
+    throw;
+  } catch (const std::exception&) {
+    outcome.failure = std::current_exception();
+  }
+  if (outcome.failure || outcome.answer.contains("error")) {
+    outcome.kept = keep_refused(wiki, request);
+    return outcome;
+  }
+  if (request.if_version) outcome.answer["version"] = save.drafted_version();
+  index_words(wiki);
+  return outcome;
+}
+
+Answer preview_page(Wiki& wiki, const SaveRequest& request) {
+  if (auto refusal = refuse_blank(request.content)) return *std::move(refusal);
+  utils::Task task;
+  auto drafted = WikiGenerator(wiki, task)
+                     .draft(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
+                            request.section, request.title);
+  if (auto* refusal = std::get_if<Answer>(&drafted)) return std::move(*refusal);
+  Answer answer = std::move(std::get<_PageDraft>(drafted).answer);
+  answer["saved"] = false;
+  answer["dry_run"] = true;
+  return answer;
+}
+
+}  // namespace ossilar::workers::wiki

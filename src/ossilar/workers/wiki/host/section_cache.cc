@@ -1,0 +1,37 @@
+#include "ossilar/workers/wiki/host/section_cache.h"
+
+#include "ossilar/utils/hash.h"
+#include "ossilar/workers/wiki/prose_words.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::workers::wiki {
+
+CitationsInText::CitationsInText(const std::vector<Map>& citations) {
+  for (const Map& citation : citations) known_.insert(citation_of(citation));
+}
+
+Map CitationsInText::in(const std::string& text) const {
+  Map found = Map::array();
+  std::set<Citation> seen;
+  for (const std::string_view label : bracketed(text)) {
+    const auto citation = parse_citation(label);
+    if (citation && known_.count(*citation) > 0 && seen.insert(*citation).second)
+      found.push_back(citation_map(*citation));
+  }
+  return found;
+}
+
+Map section_cache(const std::string& body, const std::vector<Map>& citations) {
+  const CitationsInText known(citations);
+  Map sections = Map::array();
+  for (const Section& section : sections_of(body)) {
+    const std::string text(section.text);
+    sections.push_back(Map{{"heading", section.heading},
+                           {"words", prose_words(text)},
+                           {"citations", known.in(text).size()},
+                           {"hash", utils::sha256_hex(text)}});
+  }
+  return {{"sections", sections}, {"words", prose_words(body)}};
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,143 @@
+#include "ossilar/workers/wiki/host/wiki.h"
+
+#include "ossilar/workers/wiki/plan/plan_entries.h"
+#include "ossilar/workers/wiki/plan/planner.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::size_t kMostDrafts = 50;
+
+std::vector<std::string> excluded_from_index(const WikiConfig& config) {
+  return {config.dir, ".ossilar", "ossilar.toml"};
+}
+
+}  // namespace
+
+// Keeps the source index in the store.
+class Wiki::SourceRecords final : public source::RecordStore {
+ public:
+  explicit SourceRecords(store::WikiStore& store) : store_(store) {}
+  void load(const Take& take) override { store_.source_records(take); }
+  void update(const std::map<std::string, std::optional<std::string>>& changes) override {
+    store_.update_source_records(changes);
+  }
+
+ private:
+  store::WikiStore& store_;
+};
+
+Wiki::Wiki(Services services)
+    : paths_(std::move(services.paths)),
+      config_(std::move(services.config)),
+      checkout_(std::move(services.checkout)),
+      checkout_now_(paths_.root),
+      store_(std::move(services.store)),
+      embedder_(std::move(services.embedder)),
+      source_records_(std::make_unique<SourceRecords>(*store_)),
+      indexer_(
+          std::make_unique<source::Indexer>(source::Indexer::Options{.root = paths_.root,
+                                                                     .excluded = excluded_from_index(config_),
+                                                                     .records = source_records_.get(),
+                                                                     .watch = services.stays})),
+      lock_({.path = paths_.lock(),
+             .timeout = config_.lock_timeout,
+             .holder = std::move(services.writer),
+             .guards_folder = true}),
+      drafts_(paths_.drafts(), kMostDrafts),
+      replaced_(paths_.replaced()),
+      lists_(paths_.wiki, paths_.pages) {
+  store_->get_wiki_pages(branch());  // read once, here, so that the first draft reads what changed since
+}
+
+Wiki::~Wiki() = default;
+
+// ---- The plan.
+
+std::shared_ptr<const PlannedWiki> Wiki::prepare(const utils::Progress& progress) {
+  const std::lock_guard one_at_a_time(prepare_mutex_);
+  auto index = indexer_->refresh(progress);
+  std::shared_ptr<const PlannedWiki> wiki;
+  {
+    const std::lock_guard lock(mutex_);
+    wiki = planned_;
+  }
+  if (wiki && wiki->index == index) return wiki;
+  Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
+  wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
+  const std::lock_guard lock(mutex_);
+  planned_ = wiki;
+  return wiki;
+}
+
+std::shared_ptr<const PlannedWiki> Wiki::planned() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (planned_) return planned_;
+  }
+  return prepare();
+}
+
+std::shared_ptr<const PlannedWiki> Wiki::planned_with(const std::string& page_id) {
+  auto wiki = planned();
+  if (wiki->plans.find(page_id) == nullptr) wiki = prepare();
+  return wiki->plans.find(page_id) == nullptr ? nullptr : wiki;
+}
+
+std::string Wiki::steering(const PagePlan* plan) const {
+  std::string steering = config_.steering;
+  if (plan != nullptr && !plan->steering.empty()) {
+    if (!steering.empty()) steering += "\n\n";
+    steering += plan->steering;
+  }
+  return steering;
+}
+
+Grounding Wiki::gather(const PlannedWiki& planned, const PagePlan& plan) const {
+  const auto read = [this](const std::string& path) { return source::read_source(paths_.root, path); };
+  return gather_grounding(plan, planned.plans, *planned.index, steering(&plan), read);
+}
+
+DraftBasis Wiki::draft_basis() {
+  auto planned = prepare();
+  auto rows = stored_pages();
+  auto titles = this->titles(rows, planned->plans);
+  return {.planned = std::move(planned), .rows = std::move(rows), .titles = std::move(titles)};
+}
+
+// Each caller's own copy is brought in line with its own rows; what is kept only spares the next one work.
+TitleIndex Wiki::titles(const store::StoredRows& rows, const Plans& plans) {
+  TitleIndex titles;
+  {
+    const std::lock_guard lock(mutex_);
+    titles = titles_;
+  }
+  titles.update(rows, plans);
+  const std::lock_guard lock(mutex_);
+  titles_ = titles;
+  return titles;
+}
+
+// ---- The write lock.
+
+void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
+  try {
+    lock_.acquire(wait, task);
+  } catch (const store::LockBusy& busy) {
+    throw _WikiBusy(busy.what());
+  }
+}
+
+// The release is named on both ways out, because its failure must reach the caller.
+void Wiki::with_write_lock(bool wait, const std::function<void()>& work) {
+  acquire_write_lock(wait, utils::Task());
+  try {
+    work();
+  } catch (...) {
+    release_write_lock();
+    throw;
+  }
+  release_write_lock();
+}
+
+}  // namespace ossilar::workers::wiki

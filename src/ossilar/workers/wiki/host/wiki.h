@@ -1,0 +1,134 @@
+// One open wiki of one working tree, for all who ask: commands, sessions, saves and checks. It joins source
+// index, plan, store and search, and holds what they share. A save is made by a WikiGenerator of its own over
+// it (orchestrator.h, saving.h), so nothing of one save is here.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "ossilar/search/embedder.h"
+#include "ossilar/source/checkout.h"
+#include "ossilar/source/indexer.h"
+#include "ossilar/store/repository.h"
+#include "ossilar/store/write_lock.h"
+#include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/config.h"
+#include "ossilar/workers/wiki/grounding/grounding.h"
+#include "ossilar/workers/wiki/host/covered_files.h"
+#include "ossilar/workers/wiki/host/digest_reconciler.h"
+#include "ossilar/workers/wiki/host/page_chunks.h"
+#include "ossilar/workers/wiki/host/planned_wiki.h"
+#include "ossilar/workers/wiki/host/save_at_work.h"
+#include "ossilar/workers/wiki/host/title_index.h"
+#include "ossilar/workers/wiki/host/vector_cache.h"
+#include "ossilar/workers/wiki/host/wiki_paths.h"
+#include "ossilar/workers/wiki/pages/kept_texts.h"
+#include "ossilar/workers/wiki/pages/list_files.h"
+#include "ossilar/workers/wiki/pages/page_version.h"
+#include "ossilar/workers/wiki/plans.h"
+
+namespace ossilar::workers::wiki {
+
+// Thread-safety: every member may be called from any thread, but for those that say that they belong to the
+// holder of the write lock. Lifetime: the indexer's record store lives in `store`.
+class Wiki {
+ public:
+  struct Services {
+    WikiPaths paths;
+    WikiConfig config;
+    source::Checkout checkout;
+    std::unique_ptr<store::WikiStore> store;
+    std::unique_ptr<search::Embedder> embedder;
+    std::string writer;  // names this program to those who wait for its lock: "ossilar save"
+    // For a process that stays: it hears of changes of the sources instead of looking at each (see
+    // Indexer::Options::watch).
+    bool stays = false;
+  };
+  explicit Wiki(Services services);
+  ~Wiki();
+  Wiki(const Wiki&) = delete;
+  Wiki& operator=(const Wiki&) = delete;
+
+  // ---- What it is made of.
+
+  const WikiPaths& paths() const { return paths_; }
+  const WikiConfig& config() const { return config_; }
+  const std::string& branch() const { return checkout_.branch; }
+  // The commit that is checked out now; "" outside git.
+  std::string commit() { return checkout_.in_git ? checkout_now_.read().commit : ""; }
+  store::WikiStore& store() { return *store_; }
+  search::Embedder& embedder() { return *embedder_; }
+  ChunkServices chunk_services(store::WikiStore& store, utils::Task& task) {
+    return {.store = store, .embedder = *embedder_, .vectors = vectors_, .task = task};
+  }
+  ReadTexts& read_texts() { return texts_; }
+  const KeptTexts& kept_drafts() const { return drafts_; }
+  const KeptTexts& replaced_texts() const { return replaced_; }
+  WikiLists& lists() { return lists_; }
+  // Notes manifests as ones that did not come from elsewhere, whatever they say.
+  void note_lists(const WikiLists::Own& own) { store_->note_own_lists(branch(), own); }
+
+  // ---- The plan.
+
+  // Brings the source index and the plan up to date.
+  std::shared_ptr<const PlannedWiki> prepare(const utils::Progress& progress = {});
+  // The plan as last prepared; prepares it the first time.
+  std::shared_ptr<const PlannedWiki> planned();
+  // The plan with `page_id` in it, or null.
+  std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
+  std::vector<std::string> skipped_sources() const { return indexer_->skipped(); }
+  // What the configuration says about writing the page.
+  std::string steering(const PagePlan* plan) const;
+  Grounding gather(const PlannedWiki& planned, const PagePlan& plan) const;
+  // What a draft that begins now is made from; the sources are looked at again.
+  DraftBasis draft_basis();
+  // The titles of these rows and plans.
+  TitleIndex titles(const store::StoredRows& rows, const Plans& plans);
+
+  // The rows of this branch as stored now.
+  store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
+
+  // ---- The write lock, and what belongs to its holder.
+
+  // Takes the lock, with `wait` as long as the configuration says. Throws _WikiBusy; utils::Cancelled passes.
+  void acquire_write_lock(bool wait, const utils::Task& task);
+  void release_write_lock() { lock_.release(); }
+  void with_write_lock(bool wait, const std::function<void()>& work);
+  DigestReconciler& digest_reconciler() { return digest_reconciler_; }
+  CoveredFiles& covered_files() { return covered_files_; }
+
+ private:
+  class SourceRecords;
+
+  const WikiPaths paths_;
+  const WikiConfig config_;
+  const source::Checkout checkout_;
+  source::CheckoutReader checkout_now_;
+  const std::unique_ptr<store::WikiStore> store_;
+  const std::unique_ptr<search::Embedder> embedder_;
+  const std::unique_ptr<SourceRecords> source_records_;
+  const std::unique_ptr<source::Indexer> indexer_;
+  store::WriteLock lock_;
+  VectorCache vectors_;
+  ReadTexts texts_;
+  const KeptTexts drafts_;
+  const KeptTexts replaced_;
+  WikiLists lists_;
+  DigestReconciler digest_reconciler_;  // the lock holder's, as is the next
+  CoveredFiles covered_files_;
+
+  std::mutex prepare_mutex_;  // one thread at a time derives the plan
+  mutable std::mutex mutex_;
+  std::shared_ptr<const PlannedWiki> planned_;  // guarded by mutex_, as is the next
+  TitleIndex titles_;
+};
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,75 @@
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+#include <utility>
+
+#include "ossilar/utils/files.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/page_title.h"
+
+namespace ossilar::workers::wiki {
+
+Map author_brief(const PageContext& context) {
+  const PageType& type = plan_type(context.plan);
+  return {{"page_id", context.plan.page_id},
+          {"title", context.plan.title},
+          {"type", type.name},
+          {"description", context.plan.description},
+          {"purpose", type.purpose},
+          {"required_sections", type.required_sections},
+          {"words", Map{{"least", type.least_words}, {"most", type.most_words}}},
+          {"steering", context.steering}};
+}
+
+std::vector<PageState> WikiReader::page_states(Look look) const {
+  const auto planned = look == Look::now ? wiki_.prepare() : wiki_.planned();
+  return wiki::page_states(planned->plans, wiki_.stored_pages(), wiki_.store().stale_marks(wiki_.branch()),
+                           *planned->index, wiki_.config().steering);
+}
+
+WikiStatus WikiReader::status(Look look) const {
+  WikiStatus status;
+  status.pages = page_states(look);
+  status.branch = wiki_.branch();
+  status.commit = wiki_.commit();
+  status.indexed_files = wiki_.planned()->index->files().size();
+  status.last_write = wiki_.store().wiki_state(wiki_.branch());
+  return status;
+}
+
+// As a draft finds the page: with the title that a save without one would keep, and the files and symbols of
+// its grounding.
+std::variant<PageContext, Answer> WikiReader::page_context(const std::string& page_id) const {
+  const auto planned = wiki_.prepare();
+  Plans plans = planned->plans;
+  const auto plan = plans.own(page_id);
+  if (!plan) return not_planned(page_id, plans);
+  retitle(*plan, std::nullopt, plans, wiki_.stored_pages());
+  Grounding grounding = wiki_.gather(*planned, *plan);
+  backfill_source_files(*plan, grounding.files);
+  plan->symbols = grounding.symbols;
+  return PageContext{*plan, std::move(grounding), wiki_.steering(plan.get())};
+}
+
+bool WikiReader::has_page(const std::string& page_id) const {
+  return wiki_.planned_with(page_id) != nullptr || wiki_.stored_pages().find(page_id) != nullptr;
+}
+
+std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& page_id) const {
+  if (!has_page(page_id)) return not_planned(page_id, wiki_.planned()->plans);
+  const auto file = wiki_.paths().page(page_id);
+  if (!utils::is_regular_file(file)) {
+    return Answer{{"error", "page '" + page_id + "' is not written yet; its context says what it needs"},
+                  {"page_id", page_id}};
+  }
+  std::string text = utils::read_text_file_within(wiki_.paths().pages, file);
+  wiki_.read_texts().put(text);
+  std::string version = version_of(text);
+  return StoredPage{.text = std::move(text), .version = std::move(version)};
+}
+
+std::variant<SearchResult, Answer> WikiReader::search(const SearchRequest& request,
+                                                      const utils::Task& task) const {
+  return search_wiki(request, wiki_.branch(), wiki_.store(), wiki_.embedder(), task);
+}
+
+}  // namespace ossilar::workers::wiki

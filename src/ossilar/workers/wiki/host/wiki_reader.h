@@ -1,0 +1,67 @@
+// What commands and sessions ask of an open wiki: how its pages stand, what the author of one needs, a page,
+// the passages that answer a question. Nothing here takes the write lock, and no page is written.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/grounding/grounding.h"
+#include "ossilar/workers/wiki/host/wiki.h"
+#include "ossilar/workers/wiki/host/wiki_search.h"
+
+namespace ossilar::workers::wiki {
+
+// Whether the sources are looked at again: a command has done so a moment ago.
+enum class Look { now, spared };
+
+struct PageContext {
+  PagePlan plan;
+  Grounding grounding;
+  std::string steering;
+};
+
+// What the author of the page is told before the sources: its fields by name, in the order in which they are
+// shown.
+Map author_brief(const PageContext& context);
+
+struct StoredPage {
+  std::string text;  // the page file's
+  std::string version;
+};
+
+struct WikiStatus {
+  std::string branch;
+  std::string commit;
+  std::vector<PageState> pages;
+  std::size_t indexed_files = 0;
+  std::optional<store::WikiStateFields> last_write;
+};
+
+// Thread-safety: every member may be called from any thread. Lifetime: the wiki must outlive it; making one
+// costs nothing.
+class WikiReader {
+ public:
+  explicit WikiReader(Wiki& wiki) : wiki_(wiki) {}
+
+  // The states of all planned pages in the order of the plan, then of stored pages that no plan has any more.
+  std::vector<PageState> page_states(Look look = Look::now) const;
+  WikiStatus status(Look look = Look::now) const;
+  // The grounding of a planned page, or the answer that says that there is none.
+  std::variant<PageContext, Answer> page_context(const std::string& page_id) const;
+  // A stored page, or the answer that says why there is none. Throws utils::Error for a file that cannot be
+  // read as a page.
+  std::variant<StoredPage, Answer> read_page(const std::string& page_id) const;
+  // Whether the page is planned or stored.
+  bool has_page(const std::string& page_id) const;
+  // The passages of the stored pages that answer the query best, or an answer that refuses it.
+  std::variant<SearchResult, Answer> search(const SearchRequest& request, const utils::Task& task) const;
+
+ private:
+  Wiki& wiki_;
+};
+
+}  // namespace ossilar::workers::wiki

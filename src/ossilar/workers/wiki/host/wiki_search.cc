@@ -1,0 +1,189 @@
+#include "ossilar/workers/wiki/host/wiki_search.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "ossilar/search/ranking.h"
+#include "ossilar/utils/identifiers.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using store::FoundPassage;
+
+constexpr std::size_t kLongestQuery = 2000;
+constexpr std::size_t kLongestExcerpt = 300;
+constexpr std::size_t kBeforeMatch = 60;
+
+// Passages that each ranking puts forward: more than are shown, as being found by both counts more than a
+// place.
+constexpr std::size_t kCandidates = 50;
+
+// Cosines of unrelated texts stay below; the local embedder's scatter by some 0.05 around zero.
+constexpr double kNoise = 0.2;
+
+std::optional<Answer> refuse(const SearchRequest& request) {
+  if (utils::strip(request.query).empty())
+    return Answer{{"error", "the query is empty; ask with words or names of the code"}};
+  if (request.query.size() > kLongestQuery) {
+    return Answer{{"error", "the query has " + std::to_string(request.query.size()) + " bytes; at most " +
+                                std::to_string(kLongestQuery) + " are taken"}};
+  }
+  if (request.limit < 1 || request.limit > kMostHits)
+    return Answer{{"error", "the limit must be from 1 to " + std::to_string(kMostHits)}};
+  if (!request.page_type.empty() && find_page_type(request.page_type) == nullptr) {
+    return Answer{{"error", "there is no page type '" + utils::printable(request.page_type) +
+                                "'; there are overview, architecture, module and topic"}};
+  }
+  return std::nullopt;
+}
+
+// As paths stand in the index: without "." and empty parts, and without a slash at the end.
+std::string index_path(const std::string& path) {
+  std::string normal = std::filesystem::path(path).lexically_normal().generic_string();
+  while (normal.ends_with("/")) normal.pop_back();
+  return normal == "." ? "" : normal;
+}
+
+std::vector<std::string> keys_of(const std::vector<FoundPassage>& found) {
+  std::vector<std::string> keys;
+  keys.reserve(found.size());
+  for (const FoundPassage& passage : found) keys.push_back(passage.hash);
+  return keys;
+}
+
+struct Match {
+  std::size_t at;    // where the word begins
+  std::string part;  // the part of it that was asked for
+};
+
+std::vector<Match> matches_in(std::string_view text, const std::string& query) {
+  std::set<std::string> wanted;
+  for (const utils::Token& token : utils::tokens_of(query))
+    wanted.insert(token.parts.begin(), token.parts.end());
+  std::vector<Match> matches;
+  for (const std::string_view word : utils::split_words(text)) {
+    for (const utils::Token& token : utils::tokens_of(word)) {
+      for (const std::string& part : token.parts) {
+        if (wanted.count(part) > 0)
+          matches.push_back({static_cast<std::size_t>(word.data() - text.data()), part});
+      }
+    }
+  }
+  return matches;
+}
+
+// Where the most of what was asked for begins to stand together; 0 when nothing of it is there.
+std::size_t densest(const std::vector<Match>& matches) {
+  constexpr std::size_t kTogether = kLongestExcerpt - 2 * kBeforeMatch;
+  std::size_t best = 0;
+  std::size_t most = 0;
+  for (std::size_t first = 0; first < matches.size(); ++first) {
+    std::set<std::string_view> held;
+    for (std::size_t i = first; i < matches.size() && matches[i].at < matches[first].at + kTogether; ++i)
+      held.insert(matches[i].part);
+    if (held.size() <= most) continue;
+    most = held.size();
+    best = matches[first].at;
+  }
+  return best;
+}
+
+std::string on_one_line(std::string_view text) {
+  std::vector<std::string> words;
+  for (const std::string_view word : utils::split_words(text)) words.emplace_back(word);
+  return utils::join(words, " ");
+}
+
+// The text below the passage's heading, which is shown beside it.
+std::string_view below_heading(std::string_view text) {
+  if (!text.starts_with('#')) return text;
+  const std::string_view below = text.substr(std::min(text.find('\n'), text.size()));
+  return utils::strip(below).empty() ? text : utils::strip(below);
+}
+
+// Cut between words, and the cuts shown.
+std::string excerpt_of(std::string_view passage, const std::string& query) {
+  const std::string_view text = below_heading(passage);
+  std::size_t begin = text.size() > kLongestExcerpt ? densest(matches_in(text, query)) : 0;
+  begin = begin > kBeforeMatch ? text.find_first_of(" \n", begin - kBeforeMatch) + 1 : 0;
+  std::string_view cut = utils::utf8_prefix(text.substr(begin), kLongestExcerpt);
+  const bool is_cut = begin + cut.size() < text.size();
+  if (is_cut) cut = cut.substr(0, std::min(cut.find_last_of(" \n"), cut.size()));
+  return (begin > 0 ? "... " : "") + on_one_line(cut) + (is_cut ? " ..." : "");
+}
+
+SearchHit hit_of(const FoundPassage& passage, double score, const std::string& query) {
+  return {.page_id = passage.page_id,
+          .title = passage.title,
+          .page_type = passage.page_type,
+          .rel_path = passage.rel_path,
+          .section = passage.section,
+          .excerpt = excerpt_of(passage.text, query),
+          .score = score,
+          .citations = passage.citations};
+}
+
+std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const store::PassageFilter& filter,
+                                           const std::string& branch, store::WikiStore& store,
+                                           search::Embedder& embedder, const utils::Task& task,
+                                           std::string& warning) {
+  try {
+    const auto vectors = embedder.embed({request.query}, task);
+    auto found = store.nearest(branch, embedder.model(), vectors.at(0), filter, kCandidates);
+    found.erase(std::find_if(found.begin(), found.end(),
+                             [](const FoundPassage& passage) { return passage.score < kNoise; }),
+                found.end());
+    return found;
+  } catch (const store::StorageError&) {
+    throw;
+  } catch (const std::exception& error) {
+    warning = std::string("searched by words alone: ") + error.what();
+    return {};
+  }
+}
+
+}  // namespace
+
+Map hit_document(const SearchHit& hit) {
+  return {{"page_id", hit.page_id},
+          {"title", hit.title},
+          {"type", hit.page_type},
+          {"rel_path", hit.rel_path},
+          {"section", hit.section},
+          {"excerpt", hit.excerpt},
+          {"score", std::round(hit.score * 1000) / 1000},
+          {"citations", hit.citations}};
+}
+
+std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, const std::string& branch,
+                                               store::WikiStore& store, search::Embedder& embedder,
+                                               const utils::Task& task) {
+  if (auto refusal = refuse(request)) return *std::move(refusal);
+  const store::PassageFilter filter{.page_type = request.page_type, .path = index_path(request.path)};
+  SearchResult result;
+  const auto by_words = store.match_words(branch, request.query, filter, kCandidates);
+  const auto by_vectors = nearest_passages(request, filter, branch, store, embedder, task, result.warning);
+  std::map<std::string, const FoundPassage*> passages;
+  for (const auto* found : {&by_words, &by_vectors}) {
+    for (const FoundPassage& passage : *found) passages.emplace(passage.hash, &passage);
+  }
+  const std::vector<search::Ranked> ranked =
+      search::fuse({{.keys = keys_of(by_words), .weight = 1},
+                    {.keys = keys_of(by_vectors), .weight = embedder.ranking_weight()}});
+  const std::size_t shown = std::min(ranked.size(), static_cast<std::size_t>(request.limit));
+  const double first_everywhere =
+      search::fuse({{.keys = {""}, .weight = 1 + embedder.ranking_weight()}})[0].score;
+  for (std::size_t i = 0; i < shown; ++i) {
+    result.hits.push_back(
+        hit_of(*passages.at(ranked[i].key), ranked[i].score / first_everywhere, request.query));
+  }
+  return result;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,95 @@
+#include "ossilar/workers/wiki/pages/list_parts.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ossilar/utils/hash.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// A file's name may have 255 bytes.
+constexpr std::size_t kLongestName = 200;
+constexpr std::size_t kHashDigits = 16;
+
+// Comes after every character of a page id.
+constexpr char kAfterAll = '\x7f';
+
+std::string end_of(const std::string& prefix) { return prefix + kAfterAll; }
+
+std::size_t count_below(const store::StoredRows& rows, const std::string& prefix) {
+  return rows.rank(end_of(prefix)) - rows.rank(prefix);
+}
+
+std::string common_beginning(std::string_view a, std::string_view b) {
+  const auto differs = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+  return {a.begin(), differs.first};
+}
+
+void list_pages(const store::StoredRows& rows, const std::string& prefix, std::vector<std::string>& pages) {
+  rows.for_each_below(prefix, [&](const std::string& page_id, const Map&) { pages.push_back(page_id); });
+}
+
+}  // namespace
+
+ListPart list_part(const store::StoredRows& rows, const std::string& prefix) {
+  ListPart part{.prefix = prefix, .pages = {}, .parts = {}};
+  if (count_below(rows, prefix) <= kMostTogether) {
+    list_pages(rows, prefix, part.pages);
+    return part;
+  }
+  std::string at = prefix;
+  for (const std::string* first = rows.first_from(at); first != nullptr && first->starts_with(prefix);
+       first = rows.first_from(at)) {
+    if (first->size() == prefix.size()) {
+      part.pages.push_back(*first);
+      at = prefix + '\x01';
+      continue;
+    }
+    const std::string group = first->substr(0, prefix.size() + 1);
+    at = end_of(group);
+    if (count_below(rows, group) < kFewestApart) {
+      list_pages(rows, group, part.pages);
+    } else {
+      part.parts.push_back(common_beginning(*first, *rows.last_below(at)));
+    }
+  }
+  return part;
+}
+
+std::vector<ListPart> parts_to(const store::StoredRows& rows, std::string_view page_id) {
+  std::vector<ListPart> way;
+  std::string prefix;
+  for (bool goes_on = true; goes_on;) {
+    way.push_back(list_part(rows, prefix));
+    goes_on = false;
+    for (const std::string& below : way.back().parts) {
+      if (!page_id.starts_with(below)) continue;
+      prefix = below;
+      goes_on = true;
+    }
+  }
+  return way;
+}
+
+std::vector<ListPart> all_parts(const store::StoredRows& rows) {
+  std::vector<ListPart> all;
+  std::vector<std::string> pending{""};
+  while (!pending.empty()) {
+    ListPart part = list_part(rows, pending.back());
+    pending.pop_back();
+    pending.insert(pending.end(), part.parts.rbegin(), part.parts.rend());
+    all.push_back(std::move(part));
+  }
+  return all;
+}
+
+std::string list_file(const std::string& prefix, const char* end) {
+  if (prefix.empty()) return std::string(end == std::string_view(kIndexEnd) ? "index" : "manifest") + end;
+  std::string name = prefix.substr(0, kLongestName);
+  std::replace(name.begin(), name.end(), '/', '+');  // which no page id has
+  if (prefix.size() > kLongestName) name += "+" + utils::sha256_hex(prefix).substr(0, kHashDigits);
+  return std::string(kListsFolder) + "/" + name + end;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,46 @@
+// How the lists of a large wiki are divided, so that a save rewrites a part and not the whole.
+//
+// The pages' ids are a tree by their beginnings. A part that would list more than kMostTogether pages is
+// divided by the next character of their ids, and each part below is named by the longest beginning that all
+// of its pages share: "src/core/" and "src/net/", mostly. Groups of few stay where they are. The division
+// follows from the set of ids alone: two clones with the same pages have the same parts.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ossilar/store/repository.h"
+
+namespace ossilar::workers::wiki {
+
+// Rendered, written and synced in about the time that one page takes.
+inline constexpr std::size_t kMostTogether = 128;
+// Fewer pages than this are not worth a file of their own.
+inline constexpr std::size_t kFewestApart = 8;
+
+struct ListPart {
+  std::string prefix;              // what the ids of all its pages begin with; "" for the whole wiki
+  std::vector<std::string> pages;  // the ids that this part lists itself, in order
+  std::vector<std::string> parts;  // the prefixes of the parts right below it, in order
+};
+
+// The part of this prefix. Costs what it lists plus the square root of the number of pages, not that number.
+ListPart list_part(const store::StoredRows& rows, const std::string& prefix);
+
+// The parts from the whole wiki down to the one that lists `page_id`, which has a row.
+std::vector<ListPart> parts_to(const store::StoredRows& rows, std::string_view page_id);
+
+// All parts, each before those below it.
+std::vector<ListPart> all_parts(const store::StoredRows& rows);
+
+inline constexpr const char* kListsFolder = "lists";  // of the parts, in the wiki's root
+inline constexpr const char* kIndexEnd = ".md";
+inline constexpr const char* kManifestEnd = ".json";
+
+// The file of the part with this prefix, relative to the wiki's root: "index.md" and "manifest.json" of the
+// whole wiki, "lists/src+core+.md" of the part "src/core/". `end` is kIndexEnd or kManifestEnd.
+std::string list_file(const std::string& prefix, const char* end);
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,166 @@
+#include "ossilar/workers/wiki/pages/manifest.h"
+
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/config.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::string_view kBegin = "{\n\"format\": 2\n";
+constexpr const char* kLintKey = "lint";
+constexpr const char* kHashKey = "content_hash";
+constexpr const char* kFormerIdKey = "page_id";  // which only the entries of format 1 have
+constexpr std::string_view kPagesStart = "pages/";
+constexpr std::string_view kPagesEnd = ".md";
+
+// A row's key and the entry's name for it, in the order of the entry.
+struct Field {
+  const char* name;
+  const char* row_key;
+  bool is_json_text = false;  // the row's value is the text of the entry's
+};
+constexpr Field kFields[] = {{kHashKey, kHashKey},   {"title", "title"},
+                             {"type", "page_type"},  {"importance", "importance"},
+                             {"level", "level"},     {"parent", "parent_section"},
+                             {"summary", "summary"}, {"sources", "source_files", true}};
+
+std::string entry_line(const std::string& file, const Map& entry) {
+  return "," + utils::json_text(file) + ": " + utils::json_text(entry) + "\n";
+}
+
+// Put together as text: a save renders the lines of all the pages that its own page is listed with.
+std::string manifest_line(const std::string& page_id, const Map& row) {
+  std::string line = ",\"" + std::string(kPagesStart).append(page_id).append(kPagesEnd) + "\": {";
+  const char* separator = "\"";
+  for (const Field& field : kFields) {
+    const Map& value = utils::member(row, field.row_key);
+    line.append(separator).append(field.name).append("\": ");
+    line += field.is_json_text && value.is_string() ? value.get_ref<const std::string&>()
+                                                    : utils::json_text(value);
+    separator = ", \"";
+  }
+  return line + "}\n";
+}
+
+// The page that a key of the manifest is about, or none.
+std::optional<std::string> page_of(std::string_view key) {
+  if (!key.starts_with(kPagesStart) || !key.ends_with(kPagesEnd)) return std::nullopt;
+  key.remove_prefix(kPagesStart.size());
+  key.remove_suffix(kPagesEnd.size());
+  return is_page_id(key) ? std::optional<std::string>(key) : std::nullopt;
+}
+
+// Takes the value of `text`, an object of format 2 or a part of one.
+void take_entries(ManifestContent& content, const Map& object) {
+  for (const auto& [key, value] : object.items()) {
+    if (key == kLintKey) content.lint = value;
+    const auto page_id = page_of(key);
+    if (!page_id || !value.is_object()) continue;
+    content.described[*page_id].insert(utils::string_member(value, kHashKey));
+    content.lines[*page_id] += entry_line(key, value);
+    if (value.contains(kFormerIdKey)) content.former_entries.emplace(*page_id, value);
+  }
+}
+
+void take_former_entry(ManifestContent& content, const Map& entry) {
+  const std::string page_id = utils::string_member(entry, kFormerIdKey);
+  if (!is_page_id(page_id)) return;
+  take_entries(content, Map{{std::string(kPagesStart).append(page_id).append(kPagesEnd), entry}});
+}
+
+// False when the text is no JSON, as after a merge of its lines, and for one in our own lines: a merge may
+// have left two of a page, of which JSON knows one.
+bool take_whole(ManifestContent& content, std::string_view text) {
+  if (text.starts_with(kBegin)) return false;
+  try {
+    const Map manifest = utils::parse_json(text, "manifest.json");
+    take_entries(content, manifest);
+    for (const Map& entry : utils::member(manifest, "pages")) take_former_entry(content, entry);
+    return true;
+  } catch (const utils::Error&) {
+    return false;
+  }
+}
+
+// One line of a manifest of either format; one that is not whole is passed over.
+void take_line(ManifestContent& content, std::string_view line) {
+  line = utils::strip(line);
+  const bool is_entry = line.starts_with(",\"");
+  const bool is_former = line.starts_with("{\"page_id\"");
+  if (!is_entry && !is_former) return;
+  if (is_former && line.ends_with(",")) line.remove_suffix(1);
+  try {
+    if (is_former) return take_former_entry(content, utils::parse_json(line, "a line of a manifest"));
+    take_entries(content, utils::parse_json("{" + std::string(line.substr(1)) + "}", "a line of a manifest"));
+  } catch (const utils::Error&) {
+    return;
+  }
+}
+
+}  // namespace
+
+ManifestLines manifest_lines(const ListPart& part, const store::StoredRows& rows) {
+  ManifestLines lines;
+  for (const std::string& page_id : part.pages)
+    lines.emplace(page_id, manifest_line(page_id, *rows.find(page_id)));
+  return lines;
+}
+
+std::string render_manifest(const ListPart& part, const ManifestLines& lines, const Map& lint) {
+  std::string out(kBegin);
+  if (part.prefix.empty() && !lint.is_null()) out += entry_line(kLintKey, lint);
+  for (const auto& [page_id, line] : lines) out += line;
+  for (const std::string& prefix : part.parts)
+    out += entry_line(list_file(prefix, kManifestEnd), Map{{"pages", prefix}});
+  return out + "}\n";
+}
+
+// It is the first line, or none: the rest of a manifest of ours is long.
+Map lint_of(std::string_view text) {
+  if (text.starts_with(kBegin)) {
+    text.remove_prefix(kBegin.size());
+    if (!text.starts_with(std::string(",\"") + kLintKey)) return {};
+    text = text.substr(0, text.find('\n'));
+    ManifestContent content;
+    take_line(content, text);
+    return content.lint;
+  }
+  return read_manifest(text).lint;
+}
+
+bool ManifestContent::describes(const std::string& page_id, const std::string& content_hash) const {
+  const auto found = described.find(page_id);
+  return found != described.end() && found->second.count(content_hash) > 0;
+}
+
+const Map* ManifestContent::former_entry(const std::string& page_id, const std::string& content_hash) const {
+  const Map* entry = nullptr;
+  const auto [first, last] = former_entries.equal_range(page_id);
+  for (auto at = first; at != last; ++at) {
+    entry = &at->second;
+    if (utils::string_member(*entry, kHashKey) == content_hash) break;
+  }
+  return entry;
+}
+
+void ManifestContent::merge(ManifestContent other) {
+  for (auto& [page_id, hashes] : other.described) described[page_id].merge(hashes);
+  for (auto& [page_id, line] : other.lines) lines[page_id] = std::move(line);
+  former_entries.insert(std::make_move_iterator(other.former_entries.begin()),
+                        std::make_move_iterator(other.former_entries.end()));
+  if (!other.lint.is_null()) lint = std::move(other.lint);
+}
+
+ManifestContent read_manifest(std::string_view text) {
+  ManifestContent content;
+  if (take_whole(content, text)) return content;
+  for (const std::string_view line : utils::split_lines(text)) take_line(content, line);
+  return content;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,118 @@
+#include "ossilar/workers/wiki/pages/page_record.h"
+
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/link_text.h"
+#include "ossilar/workers/wiki/page_title.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::string_view kBegin = "<!-- ossilar:record\n";
+constexpr std::string_view kEnd = "-->";
+
+// A `>` would end the comment where it follows two hyphens, so none stands as it is.
+std::string fact_line(const Map& fact) {
+  std::string line;
+  for (const char c : utils::json_text(fact)) {
+    if (c == '>') {
+      line += "\\u003e";
+    } else {
+      line += c;
+    }
+  }
+  return line + "\n";
+}
+
+// The record of a page file's text with its frame, or nothing. The author above the marker and a hand below
+// the record may quote others, so it is the first one of the generated part. An editor may have taken the
+// line feed at its end.
+std::string_view framed_record(std::string_view text) {
+  if (text.find(kBegin) == text.npos) return {};
+  std::string_view part = generated_of(text);
+  const std::size_t feed = part.find("\n" + std::string(kBegin));
+  if (feed == part.npos) return {};
+  part.remove_prefix(feed + 1);
+  const std::size_t end = part.find(std::string(kEnd) + "\n", kBegin.size());
+  if (end != part.npos) return part.substr(0, end + kEnd.size() + 1);
+  return part.substr(kBegin.size()).ends_with(kEnd) ? part : std::string_view();
+}
+
+void take_citation(PageRecord& record, const Map& fact) {
+  const auto lines = parse_citation(utils::string_member(fact, "cites"));
+  if (lines) record.citations.push_back(citation_map(*lines, utils::string_member(fact, "text")));
+}
+
+void take_fact(PageRecord& record, const Map& fact) {
+  if (!fact.is_object() || fact.empty()) return;
+  const std::string& kind = fact.begin().key();
+  const std::string value = utils::string_member(fact, kind.c_str());
+  if (kind == "type") {
+    record.type = value;
+    record.title = utils::string_member(fact, "title");
+  } else if (kind == "agent_title") {
+    record.agent_title = value;
+  } else if (kind == "former_title") {
+    record.former_titles.push_back(value);
+  } else if (kind == "source") {
+    record.source_hashes[value] = utils::string_member(fact, "hash");
+  } else if (kind == "cites") {
+    take_citation(record, fact);
+  }
+}
+
+}  // namespace
+
+std::string record_text(const PageRecord& record) {
+  std::string text(kBegin);
+  text += fact_line({{"type", record.type}, {"title", record.title}});
+  if (!record.agent_title.empty()) text += fact_line({{"agent_title", record.agent_title}});
+  for (const std::string& title : record.former_titles) text += fact_line({{"former_title", title}});
+  for (const auto& [source, hash] : record.source_hashes)
+    text += fact_line({{"source", source}, {"hash", hash}});
+  for (const Map& citation : record.citations) {
+    Map fact{{"cites", citation_label(citation)}};
+    if (citation.contains(kCitedTextKey)) fact["text"] = citation.at(kCitedTextKey);
+    text += fact_line(fact);
+  }
+  return text.append(kEnd).append("\n");
+}
+
+std::optional<PageRecord> record_of(std::string_view page_text) {
+  std::string_view facts = framed_record(page_text);
+  if (facts.empty()) return std::nullopt;
+  facts.remove_prefix(kBegin.size());
+  facts = facts.substr(0, facts.rfind(kEnd));
+  PageRecord record;
+  for (const std::string_view line : utils::split_lines(facts)) {
+    try {
+      take_fact(record, utils::parse_json(line, "a line of a page's record"));
+    } catch (const utils::Error&) {
+      continue;  // a hand's, or one that a merge broke: the page is as unknown as the fact
+    }
+  }
+  return record;
+}
+
+std::string without_record(std::string_view page_text) {
+  const std::string_view record = framed_record(page_text);
+  if (record.empty()) return std::string(page_text);
+  const auto begin = static_cast<std::size_t>(record.data() - page_text.data());
+  return std::string(page_text.substr(0, begin)).append(page_text.substr(begin + record.size()));
+}
+
+PageRecord record_of_row(const Map& row) {
+  PageRecord record{.type = utils::string_member(row, "page_type"),
+                    .title = utils::string_member(row, "title"),
+                    .agent_title = agent_title(&row).value_or(""),
+                    .former_titles = former_titles(&row),
+                    .source_hashes = {},
+                    .citations = utils::json_member(row, "citations").get<std::vector<Map>>()};
+  const Map hashes = utils::json_member(row, "source_hashes");
+  for (const auto& [source, hash] : hashes.items()) record.source_hashes[source] = utils::text_form(hash);
+  return record;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,94 @@
+#include "ossilar/workers/wiki/pages/page_version.h"
+
+#include <algorithm>
+
+#include "ossilar/source/text_diff.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+constexpr std::size_t kVersionDigits = 16;
+
+// An agent's context is not to be filled by a diff; what is cut off it can read.
+constexpr std::size_t kLongestDiff = std::size_t{16} * 1024;
+
+std::string shortened(std::string diff) {
+  if (diff.size() <= kLongestDiff) return diff;
+  diff.resize(utils::utf8_prefix(diff, kLongestDiff).size());
+  diff.resize(diff.find_last_of('\n') + 1);
+  return diff + "... the rest of the diff is left out; read the page\n";
+}
+
+Answer mismatch(const std::string& page_id, const std::string& error, const std::string& version) {
+  return {{"error", "page '" + page_id + "' " + error}, {"page_id", page_id}, {"version", version}};
+}
+
+}  // namespace
+
+std::string version_of(std::string_view text) { return utils::sha256_hex(text).substr(0, kVersionDigits); }
+
+void ReadTexts::put(const std::string& text) {
+  std::string version = version_of(text);
+  const std::lock_guard lock(mutex_);
+  const auto known = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const Entry& entry) { return entry.version == version; });
+  if (known != entries_.end()) {
+    entries_.splice(entries_.begin(), entries_, known);
+    return;
+  }
+  bytes_ += text.size();
+  entries_.push_front({std::move(version), text});
+  while (bytes_ > kMostBytes && entries_.size() > 1) {
+    bytes_ -= entries_.back().text.size();
+    entries_.pop_back();
+  }
+}
+
+std::optional<std::string> ReadTexts::find(const std::string& version) const {
+  const std::lock_guard lock(mutex_);
+  for (const Entry& entry : entries_) {
+    if (entry.version == version) return entry.text;
+  }
+  return std::nullopt;
+}
+
+StandingPage read_standing_page(const std::filesystem::path& pages, const std::filesystem::path& file) {
+  StandingPage page;
+  if (!utils::is_regular_file(file)) return page;
+  page.bytes = utils::read_file_within(pages, file);
+  const bool is_text = !utils::first_invalid_utf8(*page.bytes);
+  page.text = is_text ? utils::text_of(*page.bytes, file.string()) : *page.bytes;
+  return page;
+}
+
+std::optional<Answer> refuse_version(const std::string& page_id, const std::string& wanted,
+                                     const StandingPage& page, const ReadTexts& texts,
+                                     const std::string& content) {
+  const std::string version = page.version();
+  if (version == wanted) return std::nullopt;
+  if (!page.bytes) {
+    return mismatch(page_id, "is not stored; save it with if_version \"new\", or without if_version",
+                    version);
+  }
+  if (wanted == kNoVersion) {
+    return mismatch(page_id, "exists already; read it, and save with if_version \"" + version + "\"",
+                    version);
+  }
+  const source::NamedText now{"the page now, version " + version, page.text};
+  const auto read = texts.find(wanted);
+  Answer answer = mismatch(
+      page_id,
+      "changed since version " + utils::printable(wanted) + " was read; `diff` shows " +
+          (read ? "what changed"
+                : "your text against the page as it is now, for the old text is not known any more") +
+          ". Bring your text in line with it and save with if_version \"" + version + "\"",
+      version);
+  answer["diff"] = shortened(read ? source::unified_diff({"version " + wanted, *read}, now)
+                                  : source::unified_diff(now, {"your text", content}));
+  return answer;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,55 @@
+// What the includes and imports in source files mean, told from the paths of the repository alone: build
+// files, which may say otherwise, are not read. Where several files fit and none is nearer than the rest,
+// none is meant.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ossilar/source/source_index.h"
+#include "ossilar/workers/wiki/plan/path_suffixes.h"
+
+namespace ossilar::workers::wiki {
+
+// Knows C and C++ (CUDA, Objective-C), Python, JavaScript and TypeScript (Vue, Svelte), Go, Rust, and Java
+// (Kotlin, Groovy).
+//
+// Thread-safety: immutable, may be used from any threads.
+// Lifetime: `index` must outlive the resolver; the paths that it gives are views of the index's.
+class ImportResolver {
+ public:
+  // Takes as long as the index is large; a resolve() does not.
+  explicit ImportResolver(const source::SourceIndex& index);
+
+  // The path of the indexed file that `file`'s `import` means, "" for one outside the repository or not
+  // resolved. An import of a folder (Go's packages, Java's `a.b.*`) gives the folder's first file of the
+  // language.
+  std::string_view resolve(const source::SourceFile& file, std::string_view import) const;
+
+ private:
+  using FirstFiles = std::unordered_map<std::string_view, std::string_view>;  // folder to file
+
+  std::string_view first_at(std::string_view base, const std::vector<std::string_view>& endings) const;
+  std::string_view include(std::string_view folder, std::string_view import) const;
+  std::string_view python(std::string_view folder, std::string_view import) const;
+  std::string_view python_absolute(std::string_view folder, std::string_view path) const;
+  std::string_view javascript(std::string_view folder, std::string_view import) const;
+  std::string_view go(std::string_view folder, std::string_view import) const;
+  std::string_view rust(std::string_view path, std::string_view import) const;
+  std::string_view rust_elsewhere(std::string_view folder, const std::vector<std::string_view>& parts) const;
+  std::string_view rust_crate_root(std::string_view folder) const;
+  std::string_view rust_in(std::string_view folder, const std::vector<std::string_view>& parts) const;
+  std::string_view rust_module(std::string_view folder) const;
+  std::string_view rust_below(std::string_view folder, const std::vector<std::string_view>& parts) const;
+  std::string_view jvm(std::string_view folder, std::string_view import) const;
+
+  PathSuffixes files_;
+  FirstFiles go_packages_;
+  FirstFiles jvm_packages_;
+  PathSuffixes go_folders_;
+  PathSuffixes jvm_folders_;
+};
+
+}  // namespace ossilar::workers::wiki

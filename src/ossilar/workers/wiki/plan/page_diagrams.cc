@@ -1,0 +1,219 @@
+#include "ossilar/workers/wiki/plan/page_diagrams.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "ossilar/utils/text.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// What a reader takes in at a glance, and what Mermaid lays out without a tangle.
+constexpr std::size_t kMostNodes = 24;
+constexpr std::size_t kMostEdges = 60;
+constexpr std::size_t kLongestLabel = 60;  // bytes
+// Plans come from configuration too: a cycle of parents must end.
+constexpr int kDeepestPlan = 64;
+
+using Ids = std::unordered_set<std::string_view>;
+using Edge = std::pair<std::string_view, std::string_view>;  // page ids: what depends, what it depends on
+using Edges = std::set<Edge>;
+
+// The id of the unit page above, or "".
+std::string_view unit_above(const Plans& plans, std::string_view id) {
+  const PagePlan* plan = plans.find(id);
+  const PagePlan* parent = plan != nullptr ? plans.find(plan->parent) : nullptr;
+  return parent != nullptr && plan_type(*parent).unit ? std::string_view(parent->page_id)
+                                                      : std::string_view();
+}
+
+// The page that stands for `id` where of all pages only those in `open` show their children.
+std::string_view shown_as(const Plans& plans, std::string_view id, const Ids& open) {
+  for (int i = 0; i < kDeepestPlan; ++i) {
+    const std::string_view above = unit_above(plans, id);
+    if (above.empty() || open.count(above) > 0) break;
+    id = above;
+  }
+  return id;
+}
+
+Ids with_ancestors(const Plans& plans, std::string_view id) {
+  Ids out;
+  for (int i = 0; i < kDeepestPlan && !id.empty(); ++i, id = unit_above(plans, id)) out.insert(id);
+  return out;
+}
+
+Ids with_descendants(const Plans& plans, const PagePlan& plan) {
+  Ids out{plan.page_id};
+  std::vector<std::string_view> waiting{plan.page_id};
+  while (!waiting.empty()) {
+    const PagePlan* next = plans.find(waiting.back());
+    waiting.pop_back();
+    if (next == nullptr) continue;
+    for (const std::string& child : next->children) {
+      if (out.insert(child).second) waiting.emplace_back(child);
+    }
+  }
+  return out;
+}
+
+void add_edge(Edges& edges, std::string_view from, std::string_view to) {
+  if (from != to) edges.emplace(from, to);
+}
+
+Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
+  Edges edges;
+  std::string_view last;
+  std::string_view source;
+  for (const auto& [from, to] : graph.edges()) {
+    if (std::exchange(last, from) != from) source = shown_as(plans, from, {});
+    add_edge(edges, source, shown_as(plans, to, {}));
+  }
+  return edges;
+}
+
+// What the module, with all below it, depends on and is depended on by. Others are shown by the page that
+// stands beside the module or beside a page above it.
+Edges neighbours(const PagePlan& plan, const Ids& inside, const Plans& plans, const ModuleGraph& graph) {
+  const Ids open = with_ancestors(plans, unit_above(plans, plan.page_id));
+  Edges edges;
+  for (const std::string_view id : inside) {
+    for (const std::string_view to : graph.dependencies(id))
+      if (inside.count(to) == 0) add_edge(edges, plan.page_id, shown_as(plans, to, open));
+    for (const std::string_view from : graph.dependents(id))
+      if (inside.count(from) == 0) add_edge(edges, shown_as(plans, from, open), plan.page_id);
+  }
+  return edges;
+}
+
+Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& plans,
+                       const ModuleGraph& graph) {
+  const std::string_view self = plan.page_id;
+  Edges edges;
+  for (const std::string_view from : inside) {
+    if (from == self) continue;
+    for (const std::string_view to : graph.dependencies(from)) {
+      if (to != self && inside.count(to) > 0)
+        add_edge(edges, shown_as(plans, from, {self}), shown_as(plans, to, {self}));
+    }
+  }
+  return edges;
+}
+
+// The nodes of `edges`, the most connected first.
+std::vector<std::string_view> ranked_nodes(const Edges& edges) {
+  std::map<std::string_view, std::size_t> degrees;
+  for (const auto& [from, to] : edges) {
+    ++degrees[from];
+    ++degrees[to];
+  }
+  std::vector<std::string_view> nodes;
+  nodes.reserve(degrees.size());
+  for (const auto& [id, degree] : degrees) nodes.push_back(id);
+  std::stable_sort(nodes.begin(), nodes.end(),
+                   [&](std::string_view a, std::string_view b) { return degrees[a] > degrees[b]; });
+  return nodes;
+}
+
+// The edges between the most connected nodes, at most kMostEdges, those of the better connected first.
+std::vector<Edge> shown_edges(const Edges& edges, const std::vector<std::string_view>& nodes) {
+  std::unordered_map<std::string_view, std::size_t> rank;
+  for (std::size_t i = 0; i < std::min(nodes.size(), kMostNodes); ++i) rank.emplace(nodes[i], i);
+  std::vector<Edge> kept;
+  std::copy_if(edges.begin(), edges.end(), std::back_inserter(kept),
+               [&](const Edge& edge) { return rank.count(edge.first) > 0 && rank.count(edge.second) > 0; });
+  const auto lower_end = [&](const Edge& edge) { return std::max(rank[edge.first], rank[edge.second]); };
+  std::stable_sort(kept.begin(), kept.end(),
+                   [&](const Edge& a, const Edge& b) { return lower_end(a) < lower_end(b); });
+  kept.resize(std::min(kept.size(), kMostEdges));
+  std::sort(kept.begin(), kept.end());
+  return kept;
+}
+
+// Whether the character means nothing to Mermaid between quotes, in Markdown or in HTML.
+bool is_plain(char c) {
+  const bool alphanumeric = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+  const bool beyond_ascii = static_cast<unsigned char>(c) >= 0x80;
+  return alphanumeric || beyond_ascii || std::string_view(" ./-_,()+").find(c) != std::string_view::npos;
+}
+
+// Text of any kind as a label: on one line, cut, and with Mermaid's entity codes for what is not plain.
+std::string label(std::string_view text) {
+  std::string line;
+  for (const std::string_view word : utils::split_words(text)) {
+    if (!line.empty()) line += ' ';
+    line += word;
+  }
+  line = utils::printable(line);
+  if (line.size() > kLongestLabel) line = std::string(utils::utf8_prefix(line, kLongestLabel)) + "...";
+  std::string out;
+  for (const char c : line) {
+    if (is_plain(c)) {
+      out += c;
+    } else {
+      out += "#" + std::to_string(int{c}) + ";";
+    }
+  }
+  return out;
+}
+
+std::string label_of(const Plans& plans, std::string_view id) {
+  const PagePlan* plan = plans.find(id);
+  const std::string title = label(plan != nullptr ? std::string_view(plan->title) : std::string_view());
+  return title.empty() ? label(id) : title;
+}
+
+std::string flowchart(const Plans& plans, const std::vector<Edge>& edges, std::size_t& nodes_shown) {
+  std::map<std::string_view, std::string> names;
+  for (const auto& [from, to] : edges) names[from] = names[to] = "";
+  std::string out = "flowchart LR\n";
+  for (auto& [id, name] : names) {
+    name = "n" + std::to_string(nodes_shown++);
+    out += "  " + name + "[\"" + label_of(plans, id) + "\"]\n";
+  }
+  for (const auto& [from, to] : edges) out += "  " + names[from] + " --> " + names[to] + "\n";
+  return out;
+}
+
+std::string counted(std::size_t count, const std::string& one, const std::string& several) {
+  return std::to_string(count) + " more " + (count == 1 ? one : several);
+}
+
+std::string left_out(std::size_t nodes, std::size_t edges) {
+  std::vector<std::string> parts;
+  if (nodes > 0) parts.push_back(counted(nodes, "module", "modules"));
+  if (edges > 0) parts.push_back(counted(edges, "dependency", "dependencies"));
+  return parts.empty() ? "" : " (and " + utils::join(parts, ", ") + ")";
+}
+
+void add_diagram(std::vector<Diagram>& out, const std::string& caption, const Plans& plans,
+                 const Edges& edges) {
+  if (edges.empty()) return;
+  const std::vector<std::string_view> nodes = ranked_nodes(edges);
+  const std::vector<Edge> shown = shown_edges(edges, nodes);
+  std::size_t nodes_shown = 0;
+  const std::string text = flowchart(plans, shown, nodes_shown);
+  out.emplace_back(caption + left_out(nodes.size() - nodes_shown, edges.size() - shown.size()), text);
+}
+
+}  // namespace
+
+std::vector<Diagram> page_diagrams(const PagePlan& plan, const Plans& plans, const ModuleGraph& graph) {
+  std::vector<Diagram> out;
+  if (plan.type == "architecture" || plan.type == "overview") {
+    add_diagram(out, "Dependencies between the top modules", plans, between_top_modules(plans, graph));
+  } else if (plan_type(plan).unit) {
+    const Ids inside = with_descendants(plans, plan);
+    add_diagram(out, "What this module depends on, and what depends on it", plans,
+                neighbours(plan, inside, plans, graph));
+    add_diagram(out, "Dependencies between the parts of this module", plans,
+                between_children(plan, inside, plans, graph));
+  }
+  return out;
+}
+
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,369 @@
+// What a clone, a merge and an older format make of page files: rows as they were, and nothing fresher.
+#include "ossilar/workers/wiki/check/arrivals.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/hash.h"
+#include "ossilar/workers/wiki/check/wiki_check.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/pages/page_record.h"
+#include "support/hooked_store.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+namespace fs = std::filesystem;
+using ossilar::testing::save;
+using ossilar::testing::WikiRepo;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::Not;
+
+// Every field of every row, but for the numbers that the database gives; by page id.
+using Rows = std::map<std::string, std::map<std::string, std::string>>;
+
+Rows rows_in(const fs::path& root) {
+  const SQLite::Database database((root / ".ossilar/index.db").string(), SQLite::OPEN_READONLY);
+  SQLite::Statement pages(database, "SELECT * FROM pages");
+  Rows rows;
+  while (pages.executeStep()) {
+    auto& row = rows[pages.getColumn("page_id").getString()];
+    for (int i = 0; i < pages.getColumnCount(); ++i) {
+      const std::string name = pages.getColumn(i).getName();
+      if (name != "page_key" && name != "revision") row[name] = pages.getColumn(i).getString();
+    }
+  }
+  return rows;
+}
+
+PageState state_of(Wiki& wiki, const std::string& page_id) {
+  for (PageState& state : WikiReader(wiki).page_states())
+    if (state.page_id == page_id) return state;
+  return {};
+}
+
+// Two modules that link each other by chosen titles, a page about parts, and steering.
+class AdoptionTest : public ::testing::Test {
+ protected:
+  AdoptionTest() {
+    const auto wiki = repo_.open();
+    EXPECT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The *First*").contains("saved"));
+    EXPECT_TRUE(
+        save(*wiki, "beta", WikiRepo::text_about("beta", "See [The *First*] and [Alpha]."), {}, "Second")
+            .contains("saved"));
+    EXPECT_TRUE(
+        save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Second]."), {}, "Third").contains("saved"));
+    EXPECT_TRUE(save(*wiki, "overview", "All of it [src/alpha.cpp:L1].\n\n## How\n\nSo [src/beta.cpp:L2].\n")
+                    .contains("saved"));
+  }
+
+  // As a clone finds it: without what is local.
+  void forget() const {
+    fs::remove_all(repo_.dir / ".ossilar");
+    set_up_wiki(repo_.dir.path());
+  }
+  AdoptionReport adopt() const {
+    const auto wiki = repo_.open();
+    wiki->prepare();
+    return adopt_pages(*wiki);
+  }
+  std::string findings() const {
+    std::string names;
+    for (const Finding& finding : check_wiki(repo_.dir.path(), {.writer = "test"}).findings)
+      names += std::string(fault_name(finding.fault)) + " " + finding.subject + "\n";
+    return names;
+  }
+  void replace(const std::string& name, const std::string& from, const std::string& to) const {
+    std::string text = repo_.dir.read(name);
+    text.replace(text.find(from), from.size(), to);
+    repo_.dir.write(name, text);
+  }
+
+  const WikiRepo repo_{"[steering]\ntext = \"For newcomers.\"\n"};
+};
+
+TEST_F(AdoptionTest, GivesAClonesRowsFieldByField) {
+  const Rows first = rows_in(repo_.dir.path());
+  forget();
+  EXPECT_EQ(adopt().adopted, 3U);
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  EXPECT_THAT(findings(), IsEmpty());
+}
+
+// What the sources were is told by the page; what they were like, nobody knows any more.
+TEST_F(AdoptionTest, OfAStalePageSaysWhatItsRecordSays) {
+  Rows first = rows_in(repo_.dir.path());
+  repo_.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
+  forget();
+  adopt();
+  Rows clone = rows_in(repo_.dir.path());
+  for (Rows* rows : {&first, &clone}) {
+    for (auto& [page_id, row] : *rows) {
+      Map cache = Map::parse(row["build_cache"]);
+      for (const char* key : {"grounding_hash", "diagrams"}) cache.erase(key);
+      row["build_cache"] = cache.dump();
+      row.erase("symbols");
+    }
+  }
+  EXPECT_EQ(clone, first);
+  EXPECT_EQ(state_of(*repo_.open(), "alpha").reason, "changed: src/alpha.cpp");
+}
+
+TEST_F(AdoptionTest, NeverTakesHashesFromTheSourcesOfToday) {
+  repo_.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
+  replace("wiki/pages/beta.md", "See", "By hand, see");
+  repo_.dir.write("wiki/pages/alpha.md", "# By hand\n\nAll new [src/alpha.cpp:L1] [src/alpha.cpp:L2].\n");
+  forget();
+  EXPECT_THAT(adopt().edited, ElementsAre("alpha", "beta"));
+  const auto wiki = repo_.open();
+  EXPECT_EQ(state_of(*wiki, "beta").condition, PageCondition::stale) << "its record is of the source before";
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::unverified) << "it has no record";
+  EXPECT_THAT(findings(), HasSubstr("unverified wiki/pages/alpha.md"));
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok) << "an author has looked";
+}
+
+TEST_F(AdoptionTest, BelievesARecordOnlyWhereASavePutsIt) {
+  const std::string page = repo_.page("alpha");
+  const auto record = record_of(page);
+  ASSERT_TRUE(record);
+  const struct {
+    const char* why;
+    std::string text;
+    PageCondition condition;
+  } rows[] = {
+      {"quoted in a page that a hand wrote",
+       "# By hand\n\nAs in [src/alpha.cpp:L1] [src/alpha.cpp:L2]:\n\n```\n" + record_text(*record) + "```\n",
+       PageCondition::unverified},
+      {"an editor took the last line feed", page.substr(0, page.size() - 1), PageCondition::ok},
+  };
+  for (const auto& [why, text, condition] : rows) {
+    repo_.dir.write("wiki/pages/alpha.md", text);
+    forget();
+    adopt();
+    EXPECT_EQ(state_of(*repo_.open(), "alpha").condition, condition) << why;
+  }
+}
+
+TEST_F(AdoptionTest, KnowsAChosenTitleWithoutTheBlanksAroundIt) {
+  const auto wiki = repo_.open();
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "  Foo  bar ").contains("saved"));
+  const std::string page = repo_.page("alpha");
+  const Rows first = rows_in(repo_.dir.path());
+  EXPECT_EQ(record_of(page).value_or(PageRecord{}).agent_title, "Foo  bar");
+  ASSERT_TRUE(save(*wiki, "alpha", page).contains("saved"));
+  EXPECT_EQ(repo_.page("alpha"), page);
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  forget();
+  adopt();
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+}
+
+// A save of the same text would write another file today; the sources are the same, and so is what they tell.
+TEST_F(AdoptionTest, GivesAClonesRowsWhereATitleWasChosenAfterThePageWasSaved) {
+  const auto wiki = repo_.open();
+  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Beta guide].")).contains("saved"));
+  ASSERT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta"), {}, "Beta guide").contains("saved"));
+  const Rows first = rows_in(repo_.dir.path());
+  forget();
+  adopt();
+  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+}
+
+// The wiki as the format before had it: pages without records, and a manifest that knows all of them.
+class FormerFormatTest : public AdoptionTest {
+ protected:
+  FormerFormatTest() {
+    std::string entries;
+    repo_.open()->stored_pages().for_each([&](const std::string& page_id, const Map& row) {
+      const std::string name = "wiki/pages/" + page_id + ".md";
+      std::string text = without_record(repo_.dir.read(name));
+      text.pop_back();
+      repo_.dir.write(name, text);
+      hashes_[page_id] = utils::sha256_hex(text);
+      const PageRecord record = record_of_row(row);
+      Map entry{{"page_id", page_id},
+                {"title", record.title},
+                {"page_type", record.type},
+                {"content_hash", hashes_[page_id]},
+                {"source_hashes", record.source_hashes},
+                {"citations", bare(record.citations)},
+                {"former_titles", record.former_titles}};
+      if (!record.agent_title.empty()) entry["agent_title"] = record.agent_title;
+      entries += (entries.empty() ? "" : ",\n") + utils::json_text(entry);
+    });
+    repo_.dir.write("wiki/manifest.json",
+                    "{\n\"format\": 1,\n\"commit\": \"c\",\n\"files_covered\": 2,\n\"lint\": {\"x\": 1},\n"
+                    "\"pages\": [\n" +
+                        entries + "\n]\n}\n");
+  }
+  static std::vector<Map> bare(std::vector<Map> citations) {
+    for (Map& citation : citations) citation.erase(kCitedTextKey);
+    return citations;
+  }
+  void make_rows_former() const {
+    SQLite::Database database((repo_.dir / ".ossilar/index.db").string(), SQLite::OPEN_READWRITE);
+    for (const auto& [page_id, hash] : hashes_) {
+      SQLite::Statement set(database,
+                            "UPDATE pages SET content_hash = ?2, citations = ?3 WHERE page_id = ?1");
+      set.bind(1, page_id);
+      set.bind(2, hash);
+      const auto row = rows_in(repo_.dir.path()).at(page_id);
+      set.bind(3, utils::json_text(bare(Map::parse(row.at("citations")).get<std::vector<Map>>())));
+      set.exec();
+    }
+  }
+  void expect_migrated() const {
+    for (const char* page : {"alpha", "beta", "overview"}) {
+      EXPECT_TRUE(record_of(repo_.page(page))) << page;
+      EXPECT_EQ(state_of(*repo_.open(), page).condition, PageCondition::ok) << page;
+    }
+    EXPECT_THAT(findings(), IsEmpty());
+    EXPECT_THAT(repo_.dir.read("wiki/manifest.json"), HasSubstr("\"format\": 2\n,\"lint\": {\"x\": 1}\n"));
+    EXPECT_EQ(rows_in(repo_.dir.path()).at("alpha").at("title"), "Third");
+  }
+
+  std::map<std::string, std::string> hashes_;
+};
+
+TEST_F(FormerFormatTest, IsMigratedWithNothingLost) {
+  make_rows_former();
+  const auto wiki = repo_.open();
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).given_records, 3U);
+  expect_migrated();
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).given_records, 0U);
+  const std::string migrated = repo_.page("alpha");
+  ASSERT_TRUE(save(*wiki, "alpha", split_authored(migrated, "").text()).contains("saved"));
+  EXPECT_EQ(repo_.page("alpha"), migrated) << "as a save of the same text stores it";
+}
+
+TEST_F(FormerFormatTest, IsMigratedInAClone) {
+  forget();
+  EXPECT_EQ(adopt().given_records, 3U);
+  expect_migrated();
+}
+
+TEST_F(FormerFormatTest, IsMigratedByTheNextCommandWhenOneWasKilledAtIt) {
+  make_rows_former();
+  const store::StoredRows rows = repo_.open()->stored_pages();
+  const std::string text = repo_.page("alpha");
+  repo_.dir.write("wiki/pages/alpha.md", with_record(text, record_text(record_of_row(*rows.find("alpha")))));
+  adopt_arrivals(*repo_.open(), WhenBusy::wait);
+  expect_migrated();
+}
+
+// What an editor writes while the page gets its record, and what a save that was killed left beside it.
+TEST_F(FormerFormatTest, IsMigratedWithoutLosingWhatAHandWrites) {
+  make_rows_former();
+  const fs::path page = repo_.dir / "wiki/pages/alpha.md";
+  const std::string text = repo_.page("alpha");
+  repo_.dir.write(utils::former_file(page).lexically_relative(repo_.dir.path()).string(), "# Earlier\n");
+  {
+    const utils::UniqueFd editor(open(page.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    ASSERT_TRUE(editor);
+    EXPECT_EQ(adopt_arrivals(*repo_.open(), WhenBusy::wait).given_records, 3U);
+    const std::string words = "By hand.\n";
+    ASSERT_EQ(write(editor.get(), words.data(), words.size()), static_cast<ssize_t>(words.size()));
+  }
+  std::vector<std::string> kept;
+  for (const auto& entry : fs::directory_iterator(repo_.dir / ".ossilar/replaced"))
+    kept.push_back(utils::read_file_within(repo_.dir.path(), entry.path()));
+  EXPECT_THAT(kept, IsSupersetOf({std::string("# Earlier\n"), text + "By hand.\n"}));
+  expect_migrated();
+}
+
+// With its row, and in a clone; a look that finds it broken still must not cost the entry either.
+class UnreadableFormerPageTest : public FormerFormatTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {
+  if (GetParam()) {
+    make_rows_former();
+  } else {
+    forget();
+  }
+  const std::string text = repo_.page("alpha");
+  repo_.dir.write("wiki/pages/alpha.md", text + "\xff");
+  for (int look = 0; look < 2; ++look) {
+    const auto wiki = repo_.open();
+    wiki->prepare();
+    adopt_pages(*wiki);
+    EXPECT_TRUE(save(*wiki, "beta", repo_.page("beta")).contains("saved"));
+  }
+  EXPECT_TRUE(record_of(repo_.page("overview"))) << "what can be read is brought forward";
+  repo_.dir.write("wiki/pages/alpha.md", text);
+  adopt_arrivals(*repo_.open(), WhenBusy::wait);
+  expect_migrated();
+  EXPECT_THAT(repo_.dir.read("wiki/manifest.json"), Not(HasSubstr("page_id")))
+      << "all is of the format of today";
+}
+
+INSTANTIATE_TEST_SUITE_P(RowKnown, UnreadableFormerPageTest, ::testing::Bool());
+
+TEST_F(FormerFormatTest, LooksNoFresherAfterItsMigration) {
+  make_rows_former();
+  repo_.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
+  adopt_arrivals(*repo_.open(), WhenBusy::wait);
+  const auto wiki = repo_.open();
+  EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp");
+  const auto record = record_of(repo_.page("beta"));
+  ASSERT_TRUE(record);
+  for (const Map& citation : record->citations)
+    EXPECT_FALSE(citation.contains(kCitedTextKey)) << "what was cited is not known any more";
+}
+
+TEST(Adoption, ACloneAdoptsTheCommittedPages) {
+  const WikiRepo repo;
+  {
+    const auto wiki = repo.open();
+    ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The First").contains("saved"));
+    ASSERT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta")).contains("saved"));
+  }
+  std::filesystem::remove_all(repo.dir / ".ossilar");
+  repo.dir.write("wiki/pages/beta.md", repo.page("beta") + "by hand\n");
+  repo.dir.write("wiki/pages/stray.md", "nobody's\n");
+  repo.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
+  set_up_wiki(repo.dir.path());
+  const auto wiki = repo.open();
+  const AdoptionReport report = adopt_pages(*wiki);
+  EXPECT_EQ(report.adopted, 2U);
+  EXPECT_THAT(report.edited, ElementsAre("beta"));
+  EXPECT_THAT(report.unplanned, ElementsAre((repo.dir / "wiki/pages/stray.md").string()));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
+  EXPECT_EQ(state_of(*wiki, "alpha").title, "The First");
+  EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp") << "the author saw the earlier source";
+
+  const std::string before = repo.page("alpha");
+  ASSERT_TRUE(save(*wiki, "alpha", split_authored(before, "").text()).contains("saved"));
+  EXPECT_EQ(repo.page("alpha"), before);
+  EXPECT_EQ(adopt_pages(*wiki).adopted, 0U) << "what has a row is left alone";
+}
+
+TEST(Adoption, AnAdoptionThatFailsGivesTheLockBack) {
+  const WikiRepo repo("[wiki]\nlock_timeout_s = 1\n");
+  save(*repo.open(), "alpha", WikiRepo::text_about("alpha"));
+  std::filesystem::remove(repo.dir / ".ossilar/index.db");
+  const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
+  bool fails = true;
+  const auto wiki =
+      repo.open_with(std::make_unique<testing::HookedStore>(*real, [&](const std::string& operation) {
+        if (operation == "store_chunks" && fails) throw store::StorageError("disk full");
+      }));
+  EXPECT_THROW(adopt_pages(*wiki), store::StorageError);
+  fails = false;
+  EXPECT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta")).contains("saved"));
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,157 @@
+// Saves onto a version, refused texts, and cancelled work.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ::ossilar::testing::save_page;
+using ::ossilar::testing::WikiRepo;
+using ::testing::HasSubstr;
+
+std::string error_of(const Answer& answer) { return utils::string_member(answer, "error"); }
+std::string version_in(const Answer& answer) { return utils::string_member(answer, "version"); }
+
+class ConditionalSaves : public ::testing::Test {
+ protected:
+  Answer save(const std::string& if_version, const std::string& one = "First.") {
+    utils::Task task;
+    return save(if_version, one, task);
+  }
+  Answer save(const std::string& if_version, const std::string& one, utils::Task& task) {
+    return wiki::save_page(
+               *wiki_,
+               {.page_id = "alpha", .content = WikiRepo::text_about("alpha", one), .if_version = if_version},
+               task)
+        .answer;
+  }
+  std::string version() { return std::get<StoredPage>(WikiReader(*wiki_).read_page("alpha")).version; }
+
+  WikiRepo repo_;
+  std::unique_ptr<Wiki> wiki_ = repo_.open();
+};
+
+TEST_F(ConditionalSaves, ApplyToTheVersionNamedAndGiveTheNext) {
+  EXPECT_THAT(error_of(save("0123456789abcdef")), HasSubstr("is not stored"));
+  const Answer first = save("new");
+  ASSERT_TRUE(first.contains("saved")) << first;
+  EXPECT_EQ(version_in(first), version());
+  EXPECT_THAT(error_of(save("new")), HasSubstr("exists already"));
+
+  const Answer second = save(version_in(first), "Second.");
+  ASSERT_TRUE(second.contains("saved")) << second;
+  const Answer late = save(version_in(first), "Late.");
+  EXPECT_EQ(version_in(late), version_in(second));
+  EXPECT_THAT(utils::string_member(late, "diff"), HasSubstr("-First. [src/alpha.cpp:L1-L3]\n+Second. [src"));
+  EXPECT_THAT(repo_.page("alpha"), HasSubstr("Second."));
+
+  wiki_ = repo_.open();  // which has handed no text out
+  EXPECT_THAT(utils::string_member(save(version_in(first), "Late."), "diff"), HasSubstr("+++ your text"));
+}
+
+TEST_F(ConditionalSaves, SeeWhatAHandChanged) {
+  const std::string read = version_in(save("new"));
+  repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
+  const Answer refused = save(read, "Mine.");
+  EXPECT_THAT(utils::string_member(refused, "diff"), HasSubstr("+By hand."));
+  EXPECT_TRUE(save(version_in(refused), "Mine.").contains("saved")) << "who has seen it may replace it";
+}
+
+TEST_F(ConditionalSaves, SeeWhatAHandChangedWhileTheyWaitedForTheLock) {
+  const std::string read = version_in(save("new"));
+  store::WriteLock lock({.path = repo_.dir / ".ossilar/write.lock", .holder = "the test"});
+  lock.acquire(false);
+  utils::Task task([&](std::string_view step) {
+    if (step != "waiting for the write lock" || repo_.page("alpha").ends_with("By hand.\n")) return;
+    repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
+    lock.release();
+  });
+  EXPECT_THAT(utils::string_member(save(read, "Mine.", task), "diff"), HasSubstr("+By hand."));
+}
+
+TEST_F(ConditionalSaves, KeepTheTextOfASaveThatFails) {
+  std::filesystem::remove_all(repo_.dir / "wiki/pages");
+  repo_.dir.write("wiki/pages", "a file where a folder must be");
+  const auto outcome = save_page(*wiki_, {.page_id = "alpha", .content = WikiRepo::text_about("alpha")});
+  EXPECT_TRUE(outcome.failure);
+  EXPECT_EQ(wiki_->kept_drafts().read(outcome.kept), WikiRepo::text_about("alpha"));
+}
+
+TEST_F(ConditionalSaves, OfManyOntoOneVersionOneIsMade) {
+  const std::string read = version_in(save("new"));
+  const auto other = repo_.open();
+  std::atomic<int> saved = 0;
+  std::atomic<int> refused = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&, i] {
+      Wiki& wiki = i % 2 == 0 ? *wiki_ : *other;
+      const Answer answer =
+          save_page(wiki, {.page_id = "alpha",
+                           .content = WikiRepo::text_about("alpha", "By " + std::to_string(i)),
+                           .if_version = read})
+              .answer;
+      if (answer.contains("saved")) ++saved;
+      if (answer.contains("diff")) ++refused;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(saved, 1);
+  EXPECT_EQ(refused, 7);
+}
+
+TEST_F(ConditionalSaves, ArePlannedPagesOnly) {
+  const auto outcome = save_page(*wiki_, {.page_id = "../alpha", .content = "text", .if_version = "new"});
+  EXPECT_THAT(error_of(outcome.answer), HasSubstr("not in the plan"));
+  EXPECT_EQ(outcome.kept.find('/'), std::string::npos) << outcome.kept;
+  EXPECT_EQ(repo_.dir.read(".ossilar/drafts/" + outcome.kept), "text");
+}
+
+TEST_F(ConditionalSaves, KeepTheNewestRefusedTexts) {
+  std::string kept;
+  for (int i = 0; i < 60; ++i)
+    kept = save_page(*wiki_, {.page_id = "alpha", .content = "No source " + std::to_string(i)}).kept;
+  const std::filesystem::directory_iterator drafts(repo_.dir / ".ossilar/drafts");
+  EXPECT_EQ(std::distance(begin(drafts), end(drafts)), 50);
+  EXPECT_EQ(wiki_->kept_drafts().read(kept), "No source 59");
+  EXPECT_EQ(save_page(*wiki_, {.page_id = "alpha", .content = " "}).kept, "") << "there is nothing to keep";
+}
+
+// The step at which each cancellation comes; from the last on it comes too late.
+TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
+  for (int at = 1;; ++at) {
+    const WikiRepo repo;
+    const auto wiki = repo.open();
+    int step = 0;
+    utils::Task* self = nullptr;
+    utils::Task task([&](std::string_view) {
+      if (++step == at) self->cancel();
+    });
+    self = &task;
+    bool ended = false;
+    try {
+      WikiGenerator(*wiki, task).save_agent_page("alpha", WikiRepo::text_about("alpha"));
+    } catch (const utils::Cancelled&) {
+      ended = true;
+    }
+    EXPECT_EQ(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"), task.has_been_shielded()) << at;
+    EXPECT_NE(ended, task.has_been_shielded()) << at;
+    store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
+    EXPECT_NO_THROW(lock.acquire(false)) << at;
+    if (step < at) {
+      EXPECT_GE(step, 5) << "steps of a draft";
+      break;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki

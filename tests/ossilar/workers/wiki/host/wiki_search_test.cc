@@ -1,0 +1,187 @@
+#include "ossilar/workers/wiki/host/wiki_search.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+#include <SQLiteCpp/Database.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ossilar/store/sqlite/sqlite_store.h"
+#include "support/retrieval.h"
+#include "support/wiki_repo.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ::ossilar::testing::WikiRepo;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+TEST(Retrieval, FindsTheAnswerAmongTheFirstThreeForNineInTen) {
+  const ossilar::testing::RetrievalWiki wiki;
+  const auto questions = ossilar::testing::retrieval_questions();
+  ASSERT_GE(questions.size(), 40U);
+  const auto score = ossilar::testing::score_of(questions, [&](const std::string& query) {
+    return std::get<SearchResult>(WikiReader(*wiki.wiki).search({.query = query, .limit = 10}, {})).hits;
+  });
+  EXPECT_GE(score.hits_within(3), 0.9);
+}
+
+class Search : public ::testing::Test {
+ protected:
+  void save(const std::string& page_id, const std::string& text,
+            const std::optional<std::string>& title = {}) {
+    const std::string cites = "\n\nCited [src/" + page_id + ".cpp:L1] [src/" + page_id + ".cpp:L2].\n";
+    const Answer answer = ossilar::testing::save(*wiki_, page_id, text + cites, {}, title);
+    ASSERT_TRUE(answer.contains("saved")) << answer;
+  }
+  std::vector<std::string> places(const SearchRequest& request) {
+    const auto result = WikiReader(*wiki_).search(request, {});
+    std::vector<std::string> found;
+    for (const SearchHit& hit : std::get<SearchResult>(result).hits)
+      found.push_back(hit.page_id + "#" + hit.section);
+    return found;
+  }
+
+  WikiRepo repo_;
+  std::unique_ptr<Wiki> wiki_ = repo_.open();
+};
+
+TEST_F(Search, FindsIdentifiersInAnySpelling) {
+  save("alpha",
+       "Alpha.\n\n## Names\n\nIt calls `parseHTTPHeader` and `write_all_rows`.\n\n## Other\n\nNothing of the "
+       "kind.");
+  save("beta", "Beta.\n\n## Files\n\nAll of it is in `src/net/http2-frame.cc`.");
+  for (const char* query :
+       {"parseHTTPHeader", "parse_http_header", "ParseHttpHeader", "http header parsing", "writeAllRows",
+        "WRITE_ALL_ROWS", "\"parse\" AND (http* OR NOT header) NEAR/2 -x:y ^"}) {
+    EXPECT_EQ(places({.query = query, .limit = 1}), std::vector<std::string>{"alpha#Names"}) << query;
+  }
+  EXPECT_THAT(places({.query = "http2_frame", .limit = 1}), ElementsAre("beta#Files"));
+  EXPECT_THAT(places({.query = "zzzqqq"}), IsEmpty());
+}
+
+TEST_F(Search, KnowsThePagesAsTheyAreNow) {
+  save("alpha", "Alpha.\n\n## Old\n\nAbout gardening.");
+  save("alpha", "Alpha.\n\n## New\n\nAbout sailing.", "Seafaring");
+  EXPECT_THAT(places({.query = "gardening"}), IsEmpty());
+  EXPECT_THAT(places({.query = "sailing", .limit = 1}), ElementsAre("alpha#New"));
+  EXPECT_THAT(places({.query = "seafaring"}), Not(IsEmpty())) << "by the page's new title";
+}
+
+TEST_F(Search, ShowsAPassageOfTwoPagesOnce) {
+  const std::string shared =
+      "\n\n## Shared\n\nExactly the same words about marmalade.\n\n## End\n\nOwn words";
+  save("alpha", "Alpha." + shared + " of alpha.");
+  save("beta", "Beta." + shared + " of beta.");
+  EXPECT_EQ(places({.query = "marmalade"}).size(), 1U);
+  save("alpha", "Alpha.\n\n## Other\n\nNo longer.");
+  EXPECT_THAT(places({.query = "marmalade"}), ElementsAre("beta#Shared")) << "and loses none";
+}
+
+TEST_F(Search, KeepsToTypesAndPaths) {
+  save("alpha", "Alpha.\n\n## One\n\nA word: tangerine.");
+  save("beta", "Beta.\n\n## Two\n\nA word: tangerine.");
+  struct Case {
+    const char *path, *page_type;
+    std::vector<std::string> pages;
+  };
+  for (const Case& each :
+       {Case{"src/alpha.cpp", "", {"alpha#One"}}, Case{"./src//", "", {"alpha#One", "beta#Two"}},
+        Case{"src/alpha", "", {}}, Case{"", "module", {"alpha#One", "beta#Two"}}, Case{"", "topic", {}},
+        Case{".", "", {"alpha#One", "beta#Two"}}}) {
+    std::vector<std::string> found;
+    for (const std::string& place :
+         places({.query = "tangerine", .page_type = each.page_type, .path = each.path})) {
+      if (place.find('#') + 1 < place.size()) found.push_back(place);
+    }
+    EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(each.pages))
+        << each.path << " " << each.page_type;
+  }
+}
+
+TEST_F(Search, CutsTheExcerptAroundWhatWasAskedFor) {
+  for (const std::string between : {" ", "\n"}) {
+    std::string filler;
+    for (int i = 0; i < 40; ++i) filler += "Füllung ohne Belang." + between;
+    save("alpha", "Alpha.\n\n## Long\n\nA kumquat." + between + filler + "Here is the ripe kumquat." +
+                      between + filler);
+    const auto found = WikiReader(*wiki_).search({.query = "ripe kumquat"}, {});
+    const auto hit = std::get<SearchResult>(found).hits.at(0);
+    EXPECT_THAT(hit.excerpt,
+                AllOf(HasSubstr("Here is the ripe kumquat."), Not(HasSubstr("\n")), Not(HasSubstr("##"))));
+    EXPECT_LE(hit.excerpt.size(), 320U);
+  }
+}
+
+TEST_F(Search, RefusesWhatItCannotAnswer) {
+  struct Case {
+    SearchRequest request;
+    const char* says;
+  };
+  for (const Case& each :
+       {Case{{.query = " \n"}, "empty"}, Case{{.query = std::string(3000, 'x')}, "at most 2000"},
+        Case{{.query = "x", .limit = 0}, "from 1 to 50"}, Case{{.query = "x", .limit = 51}, "from 1 to 50"},
+        Case{{.query = "x", .page_type = "poem"}, "no page type 'poem'"}}) {
+    const auto found = WikiReader(*wiki_).search(each.request, {});
+    ASSERT_TRUE(std::holds_alternative<Answer>(found)) << each.says;
+    EXPECT_THAT(std::get<Answer>(found).at("error").get<std::string>(), HasSubstr(each.says));
+  }
+}
+
+// The tables as they were until words were indexed by the first search after a save.
+constexpr const char* kFormerTables = R"sql(
+DROP TABLE own_lists;
+ALTER TABLE passages RENAME TO now_passages;
+ALTER TABLE vectors RENAME TO now_vectors;
+ALTER TABLE chunks RENAME TO now_chunks;
+DROP INDEX chunks_by_model;
+CREATE TABLE passages (hash TEXT NOT NULL PRIMARY KEY, text TEXT NOT NULL) STRICT;
+CREATE TABLE vectors (hash TEXT NOT NULL REFERENCES passages (hash) ON DELETE CASCADE, model TEXT NOT NULL,
+  vector BLOB NOT NULL, PRIMARY KEY (hash, model)) STRICT;
+CREATE TABLE chunks (page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
+  position INTEGER NOT NULL, section TEXT NOT NULL, hash TEXT NOT NULL REFERENCES passages (hash),
+  model TEXT NOT NULL, citations TEXT NOT NULL, PRIMARY KEY (page_key, position)) STRICT, WITHOUT ROWID;
+CREATE INDEX chunks_by_hash ON chunks (hash, page_key);
+CREATE INDEX chunks_by_model ON chunks (model);
+INSERT INTO passages SELECT hash, text FROM now_passages;
+INSERT INTO vectors SELECT hash, model, vector FROM now_vectors JOIN now_passages USING (passage_key);
+INSERT INTO chunks SELECT page_key, position, section, hash, model, citations
+  FROM now_chunks JOIN now_passages USING (passage_key);
+DROP TABLE now_chunks;
+DROP TABLE now_vectors;
+DROP TABLE now_passages;
+DROP TABLE due_words;
+PRAGMA user_version = 4;
+)sql";
+
+TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
+  const struct {
+    const char* why;
+    bool words_are_indexed;
+    const char* further;
+  } cases[] = {
+      {"words by chunks", true, ""},
+      {"no words yet", false,
+       "DROP TABLE words; DROP INDEX chunks_by_model; DROP TABLE removed_pages; PRAGMA user_version = 1"},
+  };
+  save("alpha", "Alpha.\n\n## Names\n\nIt calls `parseHTTPHeader`.");
+  for (const auto& each : cases) {
+    if (each.words_are_indexed) WikiReader(*wiki_).search({.query = "names"}, {});
+    wiki_.reset();
+    SQLite::Database database(repo_.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE);
+    database.exec(kFormerTables);
+    database.exec(each.further);
+    wiki_ = repo_.open();
+    EXPECT_THAT(places({.query = "parse_http_header", .limit = 1}), ElementsAre("alpha#Names")) << each.why;
+    EXPECT_FALSE(store::open_sqlite_store(repo_.dir / ".ossilar/index.db")->damage()) << each.why;
+    const auto held = [&](const char* sql) { return database.execAndGet(sql).getInt(); };
+    EXPECT_EQ(held("SELECT count(*) FROM due_words"), 0) << each.why;
+    EXPECT_EQ(held("SELECT count(*) FROM vectors"), held("SELECT count(DISTINCT passage_key) FROM chunks"));
+  }
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,94 @@
+// What a page says of itself.
+#include "ossilar/workers/wiki/pages/page_record.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ossilar/utils/markdown.h"
+#include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/finalize.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+PageRecord full_record() {
+  return {.type = "module",
+          .title = "A --> B \"quoted\" \u00e9",
+          .agent_title = "A --> B",
+          .former_titles = {"One", "Two"},
+          .source_hashes = {{"src/a.cc", "11"}, {"src/we-->ird.cc", ""}, {"ossilar.toml [steering]", "22"}},
+          .citations = {citation_map({"src/a.cc", 1, 3}, "0123"), citation_map({"src/a.cc", 7, 7})}};
+}
+
+void expect_same(const PageRecord& a, const PageRecord& b) { EXPECT_EQ(record_text(a), record_text(b)); }
+
+TEST(PageRecord, IsReadBackFromThePageAndInvisibleInIt) {
+  const PageRecord record = full_record();
+  PagePlan plan;
+  plan.title = "T";
+  const std::string page = assemble_page(plan, split_text("Text.\n"), {}, {}, record_text(record)).markdown;
+  ASSERT_TRUE(record_of(page));
+  expect_same(*record_of(page), record);
+  EXPECT_THAT(utils::prose_text(page), Not(HasSubstr("module"))) << "a forge shows none of it";
+  EXPECT_EQ(split_authored(page, "").text(), "Text.\n");
+  expect_same(*record_of(page + "By hand.\n"), record);
+  EXPECT_EQ(without_record(page + "By hand.\n"), without_record(page) + "By hand.\n");
+
+  const std::string stripped = page.substr(0, page.size() - 1);  // some editors take the last line feed
+  ASSERT_TRUE(record_of(stripped));
+  expect_same(*record_of(stripped), record);
+  EXPECT_EQ(without_record(stripped), without_record(page));
+}
+
+TEST(PageRecord, OfAHandIsTakenAsFarAsItCanBeRead) {
+  const std::string marked = "# T\n\n<!-- ossilar:generated -->\n\n";
+  const std::string begin = marked + "<!-- ossilar:record\n";
+  const std::string whole = "<!-- ossilar:record\n{\"type\": \"m\", \"title\": \"T\"}\n-->\n";
+  const std::string quoted = "```\n<!-- ossilar:record\n{\"type\": \"q\", \"title\": \"Q\"}\n-->\n```\n";
+  const struct {
+    const char* why;
+    std::string text;
+    bool is_there;
+  } rows[] = {
+      {"none", "# T\n", false},
+      {"no end", begin + "{\"type\": \"m\"}\n", false},
+      {"in the middle of a line", marked + "x <!-- ossilar:record\n-->\n", false},
+      {"quoted in a page without a generated part", "# T\n\n" + quoted, false},
+      {"above the generated part", "# T\n\n" + whole + "\n<!-- ossilar:generated -->\n", false},
+      {"one quoted by the author, and the page's own", "# T\n\n" + quoted + "\n" + marked + whole, true},
+      {"the page's own, and one that a hand quotes below it", marked + whole + "\n" + quoted, true},
+      {"an end without a line feed", marked + whole.substr(0, whole.size() - 1), true},
+      {"lines that are no facts",
+       begin + "{\"type\": \"m\", \"title\": \"T\"}\nx\n[]\n{}\n{\"new\": 1}\n-->\n", true},
+      {"a citation that is none", begin + "{\"type\": \"m\", \"title\": \"T\"}\n{\"cites\": \"a\"}\n-->\n",
+       true},
+  };
+  for (const auto& [why, text, is_there] : rows) {
+    const auto record = record_of(text);
+    EXPECT_EQ(record.has_value(), is_there) << why;
+    PageRecord expected;
+    expected.type = "m";
+    expected.title = "T";
+    if (record) expect_same(*record, expected);
+  }
+}
+
+TEST(CitedTexts, TellTheLinesThatWereCitedFromOthers) {
+  const std::string text = "one\ntwo\nthree";
+  const auto hash_in = [](const std::string& file, std::int64_t first, std::int64_t last) {
+    std::vector<Map> citations{citation_map({"a", first, last})};
+    add_cited_texts(citations, [&](const std::string&) { return std::optional(file); });
+    return utils::string_member(citations[0], kCitedTextKey);
+  };
+  EXPECT_EQ(hash_in(text, 1, 2), hash_in("one\r\ntwo\r\nthree\r\n", 1, 2)) << "line ends are no change";
+  EXPECT_EQ(hash_in(text, 3, 3), hash_in("zero\n" + text + "\n", 4, 4)) << "where it stands is none of it";
+  EXPECT_NE(hash_in(text, 1, 2), hash_in(text, 1, 3));
+  EXPECT_NE(hash_in("a\nb", 1, 2), hash_in("ab\n", 1, 1));
+  EXPECT_EQ(hash_in(text, 3, 4), "") << "the file has no such line";
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki

@@ -1,0 +1,327 @@
+#include "ossilar/workers/wiki/plan/planner.h"
+#include "ossilar/workers/wiki/plan/plan_entries.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+#include "ossilar/workers/wiki/plan/glob.h"
+#include "support/rows.h"
+#include "support/source_tree.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+using ossilar::testing::tree_of;
+using ossilar::testing::TreeFile;
+using source::FileKind;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::UnorderedElementsAre;
+
+const PagePlan& page(const std::vector<PagePlan>& pages, const std::string& id) {
+  static const PagePlan kNone;
+  const auto found =
+      std::find_if(pages.begin(), pages.end(), [&](const PagePlan& p) { return p.page_id == id; });
+  EXPECT_NE(found, pages.end()) << "no page " << id;
+  return found == pages.end() ? kNone : *found;
+}
+
+// Page ids without the pages about the whole, each with its title when that is not the same.
+std::vector<std::string> modules(const std::vector<PagePlan>& pages) {
+  std::vector<std::string> out;
+  for (std::size_t i = 2; i < pages.size(); ++i) {
+    out.push_back(pages[i].page_id + (pages[i].title == pages[i].page_id ? "" : " = " + pages[i].title));
+  }
+  return out;
+}
+
+WikiConfig entries(const std::string& text) { return parse_config(text, "ossilar.toml"); }
+
+std::vector<PagePlan> plan_of(const std::vector<TreeFile>& files) {
+  return derive_plan(tree_of(files), "Proj");
+}
+
+// What holds of every plan, whatever the tree.
+void expect_sound(const std::vector<PagePlan>& pages) {
+  std::set<std::string> ids, titles, covered;
+  for (const PagePlan& p : pages) {
+    EXPECT_TRUE(is_page_id(p.page_id)) << p.page_id;
+    EXPECT_TRUE(ids.insert(p.page_id).second) << p.page_id;
+    EXPECT_TRUE(titles.insert(p.title).second) << p.title;
+    EXPECT_EQ(p.title.find_first_of("[]\n\x1b"), std::string::npos) << p.title;
+    EXPECT_LE(p.title.size(), 200U);
+    EXPECT_FALSE(p.description.empty()) << p.page_id;
+    if (p.type != "module") continue;
+    EXPECT_FALSE(p.source_files.empty()) << p.page_id;
+    for (const std::string& file : p.source_files)
+      EXPECT_TRUE(covered.insert(file).second) << file << " is on two pages";
+  }
+  for (const PagePlan& p : pages) {
+    if (!p.parent.empty()) {
+      EXPECT_THAT(page(pages, p.parent).children, Contains(p.page_id));
+      EXPECT_EQ(p.level, page(pages, p.parent).level + 1) << p.page_id;
+    }
+    for (const std::string& id : p.children) EXPECT_EQ(page(pages, id).parent, p.page_id);
+    for (const std::string& id : p.related_pages) EXPECT_TRUE(ids.count(id) > 0 && id != p.page_id) << id;
+  }
+}
+
+std::vector<TreeFile> files_in(const std::string& folder, const std::string& stem, int count,
+                               std::int64_t lines, const std::string& ending = ".c") {
+  std::vector<TreeFile> files;
+  files.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i)
+    files.push_back({std::string(folder).append(stem).append(std::to_string(i)).append(ending), lines});
+  return files;
+}
+
+std::vector<TreeFile> operator+(std::vector<TreeFile> left, const std::vector<TreeFile>& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+TEST(DerivePlan, CutsByWhatAnAuthorCanHandle) {
+  struct Row {
+    const char* why;
+    std::vector<TreeFile> files;
+    std::vector<std::string> modules;
+  };
+  const std::vector<Row> rows = {
+      {"an empty repository", {}, {}},
+      {"manifests and READMEs are the overview's", {{"README.md"}, {"CMakeLists.txt"}, {"setup.py"}}, {}},
+      {"code at the root", {{"main.go"}, {"a.go"}, {"go.mod"}}, {"root = Proj (root)"}},
+      {"within reach: one page with all below", {{"src/a/x.py"}, {"src/b/y.py"}, {"src/z.py"}}, {"src"}},
+      {"wrappers are passed through",
+       files_in("src/main/java/com/acme/", "A", 3, 300, ".java"),
+       {"src/main/java/com/acme"}},
+      {"a package is named by its manifest's folder",
+       files_in("packages/p/src/a/", "x", 20, 300, ".ts") +
+           files_in("packages/p/src/b/", "x", 20, 300, ".ts") +
+           std::vector<TreeFile>{{"packages/p/package.json"}, {"packages/p/README.md"}},
+       {"packages/p", "packages/p/src/a", "packages/p/src/b"}},
+      {"a large folder: a page of its own with small children, and significant children",
+       files_in("core/", "f", 10, 200) + files_in("core/big/", "g", 20, 300) +
+           files_in("core/small/", "h", 2, 50),
+       {"core", "core/big"}},
+      {"what is beside the code comes last, each in one page",
+       files_in("src/", "f", 10, 200) + files_in("tests/a/", "t", 90, 500) +
+           files_in("tests/b/", "t", 90, 500) + files_in("vendor/x/", "v", 90, 900) +
+           files_in("docs/", "d", 5, 100, ".md"),
+       {"src", "docs", "tests", "vendor"}},
+      {"tests below a module: with it when few, under it when many",
+       files_in("m/", "f", 9, 200) + files_in("m/tests/", "t", 1, 90) + files_in("n/", "f", 9, 200) +
+           files_in("n/tests/", "t", 20, 200),
+       {"m", "n", "n/tests"}},
+      {"no code but examples: they are the code", files_in("examples/one/", "a", 3, 200), {"examples/one"}},
+      {"no code at all: the text is what there is", files_in("guide/", "a", 3, 200, ".md"), {"guide"}},
+      {"a file named like the folder beside it belongs to it",
+       files_in("src/", "f", 20, 300) + files_in("src/parser/", "p", 9, 200) +
+           std::vector<TreeFile>{{"src/parser.rs", 900}},
+       {"src", "src/parser"}},
+      {"a package test that offers names is no test",
+       files_in("p/test/", "c", 4, 400, ".py") + std::vector<TreeFile>{{"p/test/__init__.py", 20}},
+       {"p/test"}},
+      {"names that no id or title may have",
+       {{"a [b]/\u00e9\x1b.c", 300}, {"Overview/x.c", 300}},
+       {"overview-2 = Overview (2)", "a--b- = a (b)"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    const std::vector<PagePlan> pages = plan_of(row.files);
+    EXPECT_EQ(pages[0].page_id, "overview");
+    EXPECT_EQ(pages[1].page_id, "architecture");
+    EXPECT_EQ(modules(pages), row.modules);
+    expect_sound(pages);
+  }
+  EXPECT_THAT(page(plan_of(rows[11].files), "src/parser").source_files, Contains("src/parser.rs"));
+  EXPECT_EQ(page(plan_of(rows[8].files), "n/tests").parent, "n");
+  EXPECT_THAT(page(plan_of(rows[8].files), "m").source_files, Contains("m/tests/t0.c"));
+}
+
+TEST(DerivePlan, SplitsAFlatFolderByNames) {
+  std::vector<TreeFile> files = files_in("src/", "parser_", 6, 300);
+  for (char c = 'a'; c <= 'z'; ++c) files.push_back({"src/" + std::string(1, c) + "lib.c", 600});
+  files.push_back({"src/main.c", 100});
+  files.push_back({"src/huge.c", 20000});
+  files.push_back({"src/huge.h", 200});
+  const std::vector<PagePlan> pages = plan_of(files);
+  EXPECT_THAT(modules(pages), ElementsAre("src", "src/parser = src (parser*)", "src/a-g = src (a\u2013g)",
+                                          "src/huge = src (huge)", "src/k-m = src (k\u2013m)",
+                                          "src/n-t = src (n\u2013t)", "src/u-z = src (u\u2013z)"));
+  EXPECT_THAT(page(pages, "src").source_files, Contains("src/main.c")) << "where the program begins";
+  EXPECT_THAT(page(pages, "src/huge").source_files, ElementsAre("src/huge.c", "src/huge.h"));
+  EXPECT_THAT(page(pages, "src/parser").source_files.size(), 6U);
+  EXPECT_THAT(page(pages, "src/parser").description,
+              HasSubstr("(parser_0.c, parser_1.c, parser_2.c and others)"));
+  expect_sound(pages);
+
+  files.push_back({"src/blib2.c", 90});
+  EXPECT_EQ(modules(plan_of(files)), modules(pages)) << "a new file leaves the other pages what they were";
+}
+
+TEST(DerivePlan, ListsWhatAPageMayRestOn) {
+  const std::vector<PagePlan> pages = plan_of({{"m/b.go", 100},
+                                               {"m/a.go", 100},
+                                               {"m/a_test.go", 900},
+                                               {"m/README.md", 10},
+                                               {"m/CHANGELOG.md", 900},
+                                               {"m/data.json", 900},
+                                               {"m/x.pb.go", 900},
+                                               {"m/lib.min.js", 900},
+                                               {"m/link.go", 9, FileKind::symlink},
+                                               {"m/blob.go", 9, FileKind::binary},
+                                               {"m/sub.go", 9, FileKind::submodule},
+                                               {"m/large.go", 9, FileKind::large},
+                                               {"package-lock.json", 9000}});
+  EXPECT_THAT(page(pages, "m").source_files, ElementsAre("m/a.go", "m/b.go", "m/a_test.go", "m/README.md"));
+  EXPECT_EQ(page(pages, "m").description, "Module m: 4 files with about 1,100 lines of Go.");
+}
+
+TEST(DerivePlan, OverviewAndArchitectureRestOnWhatShowsTheWhole) {
+  const std::vector<PagePlan> pages =
+      plan_of(files_in("lib/", "f", 30, 190) + files_in("app/", "g", 9, 100) +
+              std::vector<TreeFile>{{"README.md"},
+                                    {"README.fr.md"},
+                                    {"Cargo.toml"},
+                                    {"Makefile"},
+                                    {"LICENSE"},
+                                    {"lib/mod.rs", 20},
+                                    {"app/x.rs", 20, FileKind::text, {{"main", "function", "", 3}}},
+                                    {"docs/main.c", 200},
+                                    {"notes.md"}});
+  EXPECT_THAT(pages[0].source_files, ElementsAre("README.md", "README.fr.md", "Cargo.toml", "Makefile"));
+  EXPECT_THAT(pages[1].source_files, ElementsAre("Cargo.toml", "Makefile", "app/x.rs", "lib/mod.rs"));
+  EXPECT_EQ(page(pages, "lib").importance, "high");
+  EXPECT_EQ(page(pages, "docs").importance, "low");
+  EXPECT_THAT(page(pages, "lib").related_pages, UnorderedElementsAre("architecture", "app", "docs"));
+}
+
+// Everything of a plan but what only a reader sees.
+using Structure = std::tuple<std::string, std::string, int, std::string, std::string,
+                             std::vector<std::string>, std::vector<std::string>, std::vector<std::string>>;
+
+std::vector<Structure> structure_of(const std::vector<PagePlan>& pages) {
+  std::vector<Structure> out;
+  for (const PagePlan& p : pages) {
+    out.emplace_back(p.page_id, p.importance, p.level, p.type, p.parent, p.children, p.source_files,
+                     p.related_pages);
+  }
+  return out;
+}
+
+// A checkout that is copied to a folder of another name is the same repository.
+TEST(DerivePlan, TheNameOfTheRepositoryIsForTitlesAndDescriptionsAlone) {
+  const struct {
+    const char* why;
+    std::vector<TreeFile> files;
+  } rows[] = {
+      {"what a large root folder keeps on its own page",
+       files_in("", "a", 20, 300) + files_in("", "n", 20, 300) + std::vector<TreeFile>{{"core.c", 250}}},
+      {"what a large folder keeps on its own page, and so how its rest is cut",
+       files_in("src/", "a", 21, 300) + files_in("src/", "n", 21, 300) +
+           std::vector<TreeFile>{{"src/core.c", 290}, {"src/Core.h", 280}}},
+      {"what the architecture rests on", {{"src/core.c", 200}, {"src/other.c", 900}, {"core.py", 50}}},
+      {"folders and titles of that name", files_in("core/", "f", 9, 300) +
+                                              files_in("core (root)/", "f", 9, 300) +
+                                              std::vector<TreeFile>{{"core.c", 300}, {"other.c", 300}}},
+  };
+  for (const auto& row : rows) {
+    const source::SourceIndex index = tree_of(row.files);
+    const std::vector<PagePlan> pages = derive_plan(index, "core");
+    expect_sound(pages);
+    EXPECT_EQ(structure_of(pages), structure_of(derive_plan(index, "elsewhere"))) << row.why;
+  }
+}
+
+TEST(DerivePlan, StaysBoundedForAHugeTree) {
+  std::vector<TreeFile> files;
+  files.reserve(100000);
+  for (int i = 0; i < 100000; ++i) {
+    std::string path = "d" + std::to_string(i % 70);
+    path.append("/e").append(std::to_string(i % 2100)).append("/f").append(std::to_string(i)).append(".c");
+    files.push_back({std::move(path), 400});
+  }
+  const std::vector<PagePlan> pages = plan_of(files);
+  EXPECT_LE(pages.size(), 1002U);
+  EXPECT_GE(pages.size(), 300U);
+  expect_sound(pages);
+  const std::string deep = [] {
+    std::string path;
+    for (int i = 0; i < 2000; ++i) path += "d/";
+    return path;
+  }();
+  expect_sound(plan_of({{deep + "a.c"}, {deep + "b/c.c"}}));
+}
+
+TEST(AmendPlan, AmendsInPlaceAndAddsAtTheEnd) {
+  const source::SourceIndex index =
+      tree_of(files_in("a/", "x", 3, 100) + files_in("b/c/", "y", 2, 100, ".py") +
+              std::vector<TreeFile>{{"b/c/link.py", 1, FileKind::symlink}});
+  const WikiConfig config = entries(
+      "[[page]]\nid = 'a'\ntitle = 'The A'\nimportance = 'low'\nsteering = 'be brief'\n"
+      "[[page]]\nid = 'guides/error-handling'\nparent = 'a'\nsources = ['b', 'a/x0.c', '**/x0.c']\n"
+      "[[page]]\nid = 'sub'\ntype = 'module'\nparent = 'later'\nrelated = ['a']\n"
+      "[[page]]\nid = 'later'\ntype = 'module'\nparent = 'a'\n");
+  const std::vector<PagePlan> pages = amend_plan(derive_plan(index, "Proj"), config, index);
+  EXPECT_EQ(page(pages, "a").title, "The A");
+  EXPECT_EQ(page(pages, "a").importance, "low");
+  EXPECT_EQ(page(pages, "a").steering, "be brief");
+  EXPECT_EQ(page(pages, "a").source_files.size(), 3U) << "what the entry leaves out stays as derived";
+  EXPECT_THAT(page(pages, "a").children, ElementsAre("later")) << "a topic below a module is no part of it";
+  const PagePlan& topic = page(pages, "guides/error-handling");
+  EXPECT_EQ(topic.title + "|" + topic.type + "|" + topic.importance, "Error handling|topic|medium");
+  EXPECT_EQ(topic.level, 2);
+  EXPECT_THAT(topic.source_files, ElementsAre("a/x0.c", "b/c/y0.py", "b/c/y1.py"));
+  EXPECT_EQ(page(pages, "sub").level, 3) << "below a page that a later entry adds";
+  EXPECT_EQ(pages.back().page_id, "later");
+}
+
+TEST(AmendPlan, RefusesNamingEntryAndKey) {
+  const source::SourceIndex index = tree_of(files_in("a/", "x", 3, 100) + files_in("b/", "y", 2, 100));
+  for (const Map& row : ossilar::testing::rows_of("wiki/entry_refusals.txt")) {
+    try {
+      amend_plan(derive_plan(index, "Proj"), entries(row[0]), index);
+      ADD_FAILURE() << row;
+    } catch (const utils::ConfigError& error) {
+      EXPECT_THAT(error.what(), HasSubstr(row[1].get<std::string>()));
+    }
+  }
+  const WikiConfig swapped = entries("[[page]]\nid='a'\ntitle='b'\n[[page]]\nid='b'\ntitle='a'");
+  EXPECT_EQ(page(amend_plan(derive_plan(index, "Proj"), swapped, index), "a").title, "b")
+      << "titles may change places";
+}
+
+TEST(Glob, Matches) {
+  for (const Map& row : ossilar::testing::rows_of("wiki/globs.txt")) {
+    EXPECT_EQ(glob_matches(row[0].get<std::string>(), row[1].get<std::string>()), row[2].get<bool>()) << row;
+  }
+}
+
+// Patterns that make a matcher which tries every way take time beyond any patience.
+TEST(Glob, HostilePatternsEnd) {
+  std::string pattern, deep;
+  for (int i = 0; i < 150; ++i) pattern += "*a", deep += "**/a*/";
+  EXPECT_FALSE(glob_matches(pattern + "b", std::string(4000, 'a')));
+  std::string path;
+  for (int i = 0; i < 2000; ++i) path += "a/";
+  EXPECT_FALSE(glob_matches(deep + "b", path + "c"));
+}
+
+TEST(Glob, ReadsOnlyWhatCanMatch) {
+  const source::SourceIndex index =
+      tree_of({{"a/x.c"}, {"ab/x.c"}, {"b/x.c"}, {"b/y.bin", 0, FileKind::binary}});
+  EXPECT_THAT(Glob("a").matching_files(index), ElementsAre("a/x.c"));
+  EXPECT_THAT(Glob("a*/x.c").matching_files(index), ElementsAre("a/x.c", "ab/x.c"));
+  EXPECT_THAT(Glob("b").matching_files(index), ElementsAre("b/x.c")) << "text alone";
+  EXPECT_THAT(Glob("\\b").matching_files(index), Not(IsEmpty()));
+}
+
+}  // namespace
+}  // namespace ossilar::workers::wiki
