@@ -10,7 +10,7 @@
 #include "ossilar/cli/output.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/host/wiki.h"
-#include "ossilar/workers/wiki/host/wiki_search.h"
+#include "ossilar/workers/wiki/passages/wiki_search.h"
 
 namespace ossilar::cli {
 

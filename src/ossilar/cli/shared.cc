@@ -8,7 +8,7 @@
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
-#include "ossilar/workers/wiki/host/reembedding.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
 
 namespace ossilar::cli {
 namespace {

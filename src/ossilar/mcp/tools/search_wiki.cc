@@ -1,7 +1,7 @@
 #include "ossilar/mcp/tools/schemas.h"
 #include "ossilar/mcp/tools/tools.h"
-#include "ossilar/workers/wiki/host/reembedding.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
 
 namespace ossilar::mcp {
 namespace {

@@ -24,15 +24,15 @@
 #include "ossilar/workers/wiki/grounding/grounding.h"
 #include "ossilar/workers/wiki/host/covered_files.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
-#include "ossilar/workers/wiki/host/page_chunks.h"
 #include "ossilar/workers/wiki/host/planned_wiki.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
 #include "ossilar/workers/wiki/host/title_index.h"
-#include "ossilar/workers/wiki/host/vector_cache.h"
 #include "ossilar/workers/wiki/host/wiki_paths.h"
 #include "ossilar/workers/wiki/pages/kept_texts.h"
 #include "ossilar/workers/wiki/pages/list_files.h"
 #include "ossilar/workers/wiki/pages/page_version.h"
+#include "ossilar/workers/wiki/passages/page_chunks.h"
+#include "ossilar/workers/wiki/passages/vector_cache.h"
 #include "ossilar/workers/wiki/plans.h"
 
 namespace ossilar::workers::wiki {

@@ -11,7 +11,7 @@
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/grounding/grounding.h"
 #include "ossilar/workers/wiki/host/wiki.h"
-#include "ossilar/workers/wiki/host/wiki_search.h"
+#include "ossilar/workers/wiki/passages/wiki_search.h"
 
 namespace ossilar::workers::wiki {
 

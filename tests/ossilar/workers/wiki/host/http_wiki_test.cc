@@ -5,8 +5,8 @@
 #include <atomic>
 
 #include "ossilar/search/http_embedder.h"
-#include "ossilar/workers/wiki/host/reembedding.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
 #include "support/http_server.h"
 #include "support/wiki_repo.h"
 

@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/reembedding.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/wiki_search.h"
+#include "ossilar/workers/wiki/passages/wiki_search.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
 #include <SQLiteCpp/Database.h>

@@ -1,11 +1,11 @@
-#include "ossilar/workers/wiki/host/page_chunks.h"
+#include "ossilar/workers/wiki/passages/page_chunks.h"
 
 #include <map>
 #include <utility>
 
 #include "ossilar/search/chunking.h"
 #include "ossilar/utils/hash.h"
-#include "ossilar/workers/wiki/host/section_cache.h"
+#include "ossilar/workers/wiki/citing/section_cache.h"
 
 namespace ossilar::workers::wiki {
 namespace {

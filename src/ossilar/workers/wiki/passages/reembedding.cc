@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/reembedding.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
 
 #include <algorithm>
 #include <map>

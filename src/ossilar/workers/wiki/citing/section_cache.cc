@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/section_cache.h"
+#include "ossilar/workers/wiki/citing/section_cache.h"
 
 #include "ossilar/utils/hash.h"
 #include "ossilar/workers/wiki/prose_words.h"

@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/vector_cache.h"
+#include "ossilar/workers/wiki/passages/vector_cache.h"
 
 #include <utility>
 

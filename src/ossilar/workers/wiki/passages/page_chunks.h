@@ -8,7 +8,7 @@
 #include "ossilar/search/embedder.h"
 #include "ossilar/store/repository.h"
 #include "ossilar/utils/task.h"
-#include "ossilar/workers/wiki/host/vector_cache.h"
+#include "ossilar/workers/wiki/passages/vector_cache.h"
 #include "ossilar/workers/wiki/types.h"
 
 namespace ossilar::workers::wiki {
