@@ -1,6 +1,8 @@
 #include "ossilar/cli/app.h"
 
 #include <CLI/CLI.hpp>
+#include <cctype>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -21,20 +23,26 @@ struct Arguments {
   Place place;
   bool json = false;
   ColorChoice color = ColorChoice::automatic;
-  std::string page_id;
   std::vector<std::string> clients;
-  SaveArguments save;
-  ShowArguments show;
-  workers::wiki::SearchRequest search;
   bool fix = false;
+  std::map<std::string, Map> given;  // to operations, by their commands
   utils::LogSink log;
   Command command;
 };
 
-CLI::App* add_command(CLI::App& app, Arguments& arguments, const std::string& name, const std::string& does,
-                      const std::string& example, Command command) {
-  CLI::App* added = app.add_subcommand(name, does);
-  added->footer("Example:\n  " + example);
+// The lines of an example as they stand below "Example:".
+std::string indented(std::string_view lines) {
+  std::string text(lines);
+  for (std::size_t at = text.find('\n'); at != text.npos; at = text.find('\n', at + 1))
+    text.insert(at + 1, "  ");
+  return text;
+}
+
+// `example` holds command lines, and `more` is what the help says below them.
+CLI::App* add_command(CLI::App& app, Arguments& arguments, std::string_view name, std::string_view does,
+                      std::string_view example, Command command, const std::string& more = "") {
+  CLI::App* added = app.add_subcommand(std::string(name), std::string(does));
+  added->footer("Example:\n  " + indented(example) + (more.empty() ? "" : "\n\n" + more));
   added->callback([&arguments, command = std::move(command)] { arguments.command = command; });
   return added;
 }
@@ -58,7 +66,7 @@ void add_globals(CLI::App& app, Arguments& arguments) {
 void add_init_command(CLI::App& app, Arguments& arguments) {
   auto* init = add_command(
       app, arguments, "init", "Set a wiki up here: its files, the index of the source, committed pages",
-      "ossilar init\n  ossilar init --client claude-code --client vscode",
+      "ossilar init\nossilar init --client claude-code --client vscode",
       [&](Output& output) { return run_init(arguments.place, arguments.clients, output); });
   init->add_option(
           "--client", arguments.clients,
@@ -69,48 +77,63 @@ void add_init_command(CLI::App& app, Arguments& arguments) {
       ->option_text("NAME");
 }
 
-void add_reading_commands(CLI::App& app, Arguments& arguments) {
-  add_command(app, arguments, "plan", "List every page of the plan and its state", "ossilar plan",
-              [&](Output& output) { return run_plan(arguments.place, output); });
-  auto* context = add_command(
-      app, arguments, "context", "Print what the author of a page needs to know", "ossilar context overview",
-      [&](Output& output) { return run_context(arguments.place, arguments.page_id, output); });
-  context->add_option("PAGE", arguments.page_id, "The page's id, as in `ossilar plan`")->required();
-  auto* show =
-      add_command(app, arguments, "show", "Print a stored page", "ossilar show overview --section Purpose",
-                  [&](Output& output) { return run_show(arguments.place, arguments.show, output); });
-  show->add_option("PAGE", arguments.show.page_id, "The page's id")->required();
-  show->add_option("--section", arguments.show.section, "One ## section")->type_name("HEADING");
-  show->add_flag("--authored", arguments.show.authored, "The author's text alone, as a save takes it");
-  auto* search = add_command(
-      app, arguments, "search", "Find the passages of the wiki that answer a question",
-      "ossilar search \"who holds the write lock\" -n 3\n  ossilar search parseHTTPHeader --path src/net",
-      [&](Output& output) { return run_search(arguments.place, arguments.search, output); });
-  search
-      ->add_option("QUERY", arguments.search.query, "Words, a question, or names of the code in any spelling")
-      ->required();
-  search->add_option("-n", arguments.search.limit, "How many passages at most, 1 to 50 (default: 8)")
-      ->type_name("N");
-  search
-      ->add_option("--type", arguments.search.page_type,
-                   "Only pages of this type: overview, architecture, ...")
-      ->type_name("TYPE");
-  search->add_option("--path", arguments.search.path, "Only passages about this source file or folder")
-      ->type_name("PATH");
-  add_command(app, arguments, "status", "Show branch, pages by state, and the last write", "ossilar status",
-              [&](Output& output) { return run_status(arguments.place, output); });
+// The help of an argument: the description of its schema, with what its bounds and default say.
+std::string help_of(const operations::Argument& argument) {
+  std::string help = utils::string_member(argument.schema, "description");
+  help.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(help.front())));
+  if (argument.schema.contains("enum"))
+    help += ": " + utils::join(argument.schema.at("enum").get<std::vector<std::string>>(), ", ");
+  if (argument.schema.contains("minimum"))
+    help += ", " + utils::text_form(argument.schema.at("minimum")) + " to " +
+            utils::text_form(argument.schema.at("maximum"));
+  if (argument.schema.contains("default"))
+    help += " (default: " + utils::text_form(argument.schema.at("default")) + ")";
+  if (argument.from_file) help += " (default: standard input)";
+  return help;
+}
+
+// CLI11 keeps what the callbacks write into, so it must outlive the parsing: `given` is the operation's.
+void add_argument(CLI::App& command, const operations::Argument& argument, Map& given) {
+  const std::string option(argument.option);
+  const std::string name(argument.name);
+  if (!argument.flag.is_null()) {
+    command.add_flag_callback(
+        option, [&given, name, value = argument.flag] { given[name] = value; }, help_of(argument));
+    return;
+  }
+  CLI::Option* added = nullptr;
+  if (argument.schema.at("type") == "integer") {
+    added = command.add_option_function<std::int64_t>(
+        option, [&given, name](std::int64_t value) { given[name] = value; }, help_of(argument));
+  } else {
+    added = command.add_option_function<std::string>(
+        option, [&given, name](const std::string& value) { given[name] = value; }, help_of(argument));
+  }
+  if (!argument.value.empty()) added->type_name(std::string(argument.value));
+  added->required(argument.required && !argument.from_file);
+}
+
+void add_operation(CLI::App& app, Arguments& arguments, const operations::Operation& operation) {
+  Map& given = arguments.given[std::string(operation.command)];
+  given = Map::object();
+  CLI::App* command = add_command(app, arguments, operation.command, operation.does, operation.example,
+                                  [&arguments, &operation, &given](Output& output) {
+                                    return run_operation(operation, arguments.place, given, output);
+                                  });
+  for (const operations::Argument& argument : operation.arguments)
+    if (!argument.option.empty()) add_argument(*command, argument, given);
 }
 
 void add_check_command(CLI::App& app, Arguments& arguments) {
   auto* check = add_command(
       app, arguments, "check",
       "Find what is wrong: stale pages, citations that do not hold, what crashes, hands and git left behind",
-      "ossilar check\n  ossilar check --fix\n\n"
+      "ossilar check\nossilar check --fix",
+      [&](Output& output) { return run_check(arguments.place, arguments.fix, output); },
       "--fix takes page files as they stand and changes none, makes anew what is derived from them, forgets "
       "pages\n"
       "whose file is gone (their text goes to .ossilar/replaced), and removes leftovers of writes.\n"
-      "Exit code 1 when something is found, or left after --fix.",
-      [&](Output& output) { return run_check(arguments.place, arguments.fix, output); });
+      "Exit code 1 when something is found, or left after --fix.");
   check->add_flag("--fix", arguments.fix, "Set right what needs no author");
 }
 
@@ -118,18 +141,6 @@ void add_mcp_command(CLI::App& app, Arguments& arguments) {
   add_command(app, arguments, "mcp",
               "Serve an agent's session: the Model Context Protocol on standard input and output",
               "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
-}
-
-void add_save_command(CLI::App& app, Arguments& arguments) {
-  auto* save =
-      add_command(app, arguments, "save", "Check a page and store it",
-                  "ossilar save overview overview.md\n  ossilar save overview --section Purpose < purpose.md",
-                  [&](Output& output) { return run_save(arguments.place, arguments.save, output); });
-  save->add_option("PAGE", arguments.save.page_id, "The page's id, as in `ossilar plan`")->required();
-  save->add_option("FILE", arguments.save.file, "The page's Markdown (default: standard input)");
-  save->add_option("--section", arguments.save.section, "Replace this ## section only")->type_name("HEADING");
-  save->add_option("--title", arguments.save.title, "Rename the page")->type_name("TITLE");
-  save->add_flag("--dry-run", arguments.save.dry_run, "Answer, and write nothing");
 }
 
 // A first word that is no command is what went wrong, whatever the parser says is missing.
@@ -170,8 +181,8 @@ int run(int argc, char** argv) {
   app.fallthrough();
   add_globals(app, arguments);
   add_init_command(app, arguments);
-  add_reading_commands(app, arguments);
-  add_save_command(app, arguments);
+  for (const operations::Operation& operation : operations::operations())
+    add_operation(app, arguments, operation);
   add_check_command(app, arguments);
   add_mcp_command(app, arguments);
   try {

@@ -8,7 +8,7 @@
 #include "ossilar/mcp/protocol/params.h"
 #include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/mcp/resources.h"
-#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/mcp/tools.h"
 
 namespace ossilar::mcp {
 namespace {

@@ -1,4 +1,7 @@
-// Decoding what a client sends: fields of a request's params, and arguments of a tool.
+// Fields of a request's params, checked for presence and type. Used by session.cc and by all that answers a
+// request; a tool's arguments are checked by the operation that it calls (operations/operation.h).
+//
+// Thread-safety: no state is kept, so any thread may call these.
 #pragma once
 
 #include <optional>
@@ -8,17 +11,13 @@
 
 namespace ossilar::mcp {
 
-// The field of a request's params. Throws ProtocolError (invalid params) when it is missing or of another
-// type.
+// The field `key` of `params`. Throws ProtocolError (invalid params), which names the field, when it is
+// missing, null or of another type. The reference points into `params`.
 std::string required_string(const Map& params, const char* key);
 const Map& required_object(const Map& params, const char* key);
-// The same for one that may be missing: null, or an empty object.
+// The same for a field that may be missing or null: then none, or an empty object that lives as long as the
+// program. Throws for another type all the same.
 std::optional<std::string> optional_string(const Map& params, const char* key);
 const Map& optional_object(const Map& params, const char* key);
-
-// What is wrong with `arguments` by `schema`, an object's JSON Schema, in words for whoever sent them; none
-// when they fit. Of JSON Schema it knows what the tools' input schemas use: `properties` with `type` string,
-// integer or boolean, `enum`, `minimum`, `maximum`, `minLength`; `required`; nothing else may be given.
-std::optional<std::string> misfit(const Map& schema, const Map& arguments);
 
 }  // namespace ossilar::mcp

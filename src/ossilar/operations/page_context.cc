@@ -1,16 +1,17 @@
+// What the author of a page needs to know before writing it. The version of the stored page comes with it, so
+// that an author who saves onto that version cannot undo what somebody else saved meanwhile.
 #include <algorithm>
 
-#include "ossilar/mcp/tools/schemas.h"
-#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
-namespace ossilar::mcp {
+namespace ossilar::operations {
 namespace {
 
 using workers::wiki::Answer;
 using workers::wiki::PageContext;
 using workers::wiki::StoredPage;
-using workers::wiki::Wiki;
 
 // A page over a whole repository may rest on thousands of files; what of them matters is in the grounding.
 constexpr std::size_t kMostFiles = 100;
@@ -19,39 +20,43 @@ std::vector<std::string> first_files(const std::vector<std::string>& files) {
   return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
 }
 
-ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
-  const std::string page_id = utils::string_member(arguments, "page_id");
-  const auto found = workers::wiki::WikiReader(wiki).page_context(page_id);
-  if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
+Result call(const Asked& asked) {
+  const workers::wiki::WikiReader reader(asked.wiki);
+  const std::string page_id = utils::string_member(asked.arguments, "page_id");
+  const auto found = reader.page_context(page_id);
+  if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& context = std::get<PageContext>(found);
-  const auto stored = workers::wiki::WikiReader(wiki).read_page(page_id);
+  const auto stored = reader.read_page(page_id);
   const auto* page = std::get_if<StoredPage>(&stored);
+  const bool is_whole = asked.caller == Caller::shell;
   Map value = workers::wiki::author_brief(context);
-  value["min_citations"] = wiki.config().min_citations_per_page;
+  value["min_citations"] = asked.wiki.config().min_citations_per_page;
   value["version"] = page != nullptr ? page->version : std::string(workers::wiki::kNoVersion);
-  value["source_files"] = first_files(context.grounding.files);
+  value["source_files"] = is_whole ? context.grounding.files : first_files(context.grounding.files);
   value["source_file_count"] = context.grounding.files.size();
+  if (is_whole) value["symbols"] = context.grounding.symbols;
   value["grounding"] = context.grounding.text;
-  return {std::move(value), {}};
+  return {.value = std::move(value)};
 }
 
 }  // namespace
 
-Tool page_context_tool() {
+Operation page_context() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
   const Map words = object({{"least", count("fewer are too few")}, {"most", count("more are too many")}},
                            {"least", "most"});
   return {
-      .name = "page_context",
+      .command = "context",
+      .tool = "page_context",
       .title = "Get what a page's author needs",
+      .does = "Print what the author of a page needs to know",
       .description =
           "Gives what you need to write or renew a page: its purpose, the sections it must have, how many "
-          "words, "
-          "what the wiki's owner asks for (steering), its source files, and in `grounding` their symbols and "
-          "excerpts with line numbers. Read the sources themselves too before you write. Pass `version` to "
-          "save_page as `if_version`, so that nobody's work is overwritten.",
-      .reads_only = true,
-      .input_schema = arguments({{"page_id", needed_text("a page id, as list_pages gives it")}}, {"page_id"}),
+          "words, what the wiki's owner asks for (steering), its source files, and in `grounding` their "
+          "symbols and excerpts with line numbers. Read the sources themselves too before you write. Pass "
+          "`version` to save_page as `if_version`, so that nobody's work is overwritten.",
+      .example = "ossilar context overview",
+      .arguments = {page_argument()},
       .output_schema =
           object({{"page_id", text("the page")},
                   {"title", text("its title; save with a title to rename it")},
@@ -70,4 +75,4 @@ Tool page_context_tool() {
       .call = call};
 }
 
-}  // namespace ossilar::mcp
+}  // namespace ossilar::operations

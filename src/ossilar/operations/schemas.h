@@ -1,11 +1,11 @@
-// Pieces of JSON Schema (2020-12) for the tools' inputs and outputs.
+// Pieces of JSON Schema (2020-12), of which the operations describe their arguments and documents.
 #pragma once
 
 #include <string>
 
 #include "ossilar/utils/json.h"
 
-namespace ossilar::mcp::schema {
+namespace ossilar::operations::schema {
 
 inline Map text(const char* description) { return {{"type", "string"}, {"description", description}}; }
 
@@ -24,6 +24,8 @@ inline Map number(int least, int most, int otherwise, const char* description) {
           {"default", otherwise},
           {"description", description}};
 }
+
+inline Map flag(const char* description) { return {{"type", "boolean"}, {"description", description}}; }
 
 inline Map count(const char* description) {
   return {{"type", "integer"}, {"minimum", 0}, {"description", description}};
@@ -49,4 +51,4 @@ inline Map arguments(const Map& properties, const Map& required = Map::array()) 
   return made;
 }
 
-}  // namespace ossilar::mcp::schema
+}  // namespace ossilar::operations::schema

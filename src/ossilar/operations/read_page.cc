@@ -1,18 +1,19 @@
+// A stored page, one section of it, or what its author wrote. A session gets a long text in portions of
+// bytes, each cut at a character.
 #include <algorithm>
 
-#include "ossilar/mcp/tools/schemas.h"
-#include "ossilar/mcp/tools/tools.h"
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
-namespace ossilar::mcp {
+namespace ossilar::operations {
 namespace {
 
 using workers::wiki::Answer;
 using workers::wiki::StoredPage;
-using workers::wiki::Wiki;
 
 // Bytes of text in one result: some 10,000 tokens, where clients cut results at about 25,000.
 constexpr std::size_t kPortion = std::size_t{40} * 1024;
@@ -32,20 +33,20 @@ void add_portion(Map& result, std::string_view text, std::size_t offset) {
   if (begin + portion.size() < text.size()) result["next_offset"] = begin + portion.size();
 }
 
-ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
-  const std::string page_id = utils::string_member(arguments, "page_id");
-  const auto found = workers::wiki::WikiReader(wiki).read_page(page_id);
-  if (const auto* refusal = std::get_if<Answer>(&found)) return {*refusal, {}};
+Result call(const Asked& asked) {
+  const std::string page_id = utils::string_member(asked.arguments, "page_id");
+  const auto found = workers::wiki::WikiReader(asked.wiki).read_page(page_id);
+  if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& page = std::get<StoredPage>(found);
   const std::string authored = workers::wiki::split_authored(page.text, "").text();
 
   std::string text = page.text;
-  if (arguments.contains("section")) {
-    const auto heading = utils::string_member(arguments, "section");
+  if (asked.arguments.contains("section")) {
+    const auto heading = utils::string_member(asked.arguments, "section");
     auto section = workers::wiki::section_text(authored, heading);
-    if (!section) return {no_section(page_id, heading, authored), {}};
+    if (!section) return {.value = no_section(page_id, heading, authored)};
     text = *std::move(section);
-  } else if (utils::string_member(arguments, "part") == "authored") {
+  } else if (utils::string_member(asked.arguments, "part") == "authored") {
     text = authored;
   }
   Map result{{"page_id", page_id},
@@ -53,30 +54,45 @@ ToolResult call(Wiki& wiki, const Map& arguments, utils::Task& /*task*/) {
              {"rel_path", "pages/" + page_id + ".md"},
              {"sections", workers::wiki::section_headings(authored)},
              {"size", text.size()}};
-  add_portion(result, text, arguments.value("offset", std::size_t{0}));
-  return {std::move(result), {}};
+  if (asked.caller == Caller::shell) {
+    result["text"] = text;
+  } else {
+    add_portion(result, text, asked.arguments.value("offset", std::size_t{0}));
+  }
+  return {.value = std::move(result)};
 }
 
 }  // namespace
 
-Tool read_page_tool() {
+Operation read_page() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  return {.name = "read_page",
+  return {.command = "show",
+          .tool = "read_page",
           .title = "Read a wiki page",
+          .does = "Print a stored page",
           .description =
               "Gives a stored page as Markdown: the whole, one `##` section, or with part \"authored\" what "
-              "its author "
-              "wrote, in the form in which save_page takes it. Keep `version` and pass it to save_page as "
-              "`if_version`. "
-              "A long page comes in portions: while `next_offset` is there, call again with it as `offset`.",
-          .reads_only = true,
-          .input_schema = arguments(
-              {{"page_id", needed_text("a page id, as list_pages gives it")},
-               {"section", needed_text("a `##` heading of the page, with or without its marks")},
-               {"part", choice({"whole", "authored"},
-                               "without `section`: the whole page file, or the author's text alone")},
-               {"offset", number(0, kLongestPage, 0, "where to go on: `next_offset` of the call before")}},
-              {"page_id"}),
+              "its author wrote, in the form in which save_page takes it. Keep `version` and pass it to "
+              "save_page as `if_version`. A long page comes in portions: while `next_offset` is there, call "
+              "again with it as `offset`.",
+          .example = "ossilar show overview --section Purpose",
+          .arguments = {page_argument(),
+                        {.name = "section",
+                         .option = "--section",
+                         .value = "HEADING",
+                         .schema = needed_text("a `##` heading of the page, with or without its marks")},
+                        {.name = "part",
+                         .option = "--authored",
+                         .value = {},
+                         .schema = choice(
+                             {"whole", "authored"},
+                             "the author's text alone, as a save takes it, instead of the whole page file"),
+                         .flag = "authored"},
+                        {.name = "offset",
+                         .option = {},
+                         .value = {},
+                         .schema =
+                             number(0, kLongestPage, 0, "where to go on: `next_offset` of the call before")}},
           .output_schema = object({{"page_id", text("the page")},
                                    {"version", text("names the page as it is now")},
                                    {"rel_path", text("its file, relative to the wiki's directory")},
@@ -88,4 +104,4 @@ Tool read_page_tool() {
           .call = call};
 }
 
-}  // namespace ossilar::mcp
+}  // namespace ossilar::operations

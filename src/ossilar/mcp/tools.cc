@@ -1,46 +1,61 @@
-#include "ossilar/mcp/tools/tools.h"
+// A tool is an operation (operations/operation.h) in the protocol's words. Whatever fails inside one is a
+// result with `isError`, never a protocol error: an agent reads results and can mend its call, while clients
+// hide protocol errors.
+#include "ossilar/mcp/tools.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "ossilar/mcp/protocol/message.h"
 #include "ossilar/mcp/protocol/params.h"
+#include "ossilar/operations/operation.h"
 
 namespace ossilar::mcp {
 namespace {
 
+using operations::Caller;
+using operations::Operation;
+
 // The tools do not change while the program runs; a client may keep the list for an hour.
 constexpr int kListMilliseconds = 60 * 60 * 1000;
 
-const Tool* find_tool(std::string_view name) {
+const Operation* find_tool(std::string_view name) {
+  const auto& all = operations::operations();
   const auto found =
-      std::find_if(tools().begin(), tools().end(), [&](const Tool& tool) { return tool.name == name; });
-  return found == tools().end() ? nullptr : &*found;
+      std::find_if(all.begin(), all.end(), [&](const Operation& tool) { return tool.tool == name; });
+  return found == all.end() ? nullptr : &*found;
 }
 
-Map annotations_of(const Tool& tool) {
+Map annotations_of(const Operation& tool) {
   Map hints{{"title", tool.title}, {"readOnlyHint", tool.reads_only}};
   if (!tool.reads_only) hints["destructiveHint"] = true;  // the text that was there is replaced
   hints["openWorldHint"] = false;
   return hints;
 }
 
-Map described(const Tool& tool, Revision revision) {
-  Map shown{{"name", tool.name}};
+Map described(const Operation& tool, Revision revision) {
+  Map shown{{"name", tool.tool}};
   if (has_structured_results(revision)) shown["title"] = tool.title;
   shown["description"] = tool.description;
-  shown["inputSchema"] = tool.input_schema;
+  shown["inputSchema"] = operations::input_schema(tool);
   if (has_structured_results(revision)) shown["outputSchema"] = tool.output_schema;
   if (has_tool_annotations(revision)) shown["annotations"] = annotations_of(tool);
   return shown;
 }
 
+// What is said beside a result, for its reader.
+struct Answered {
+  Map value;
+  std::vector<std::string> notes = {};
+};
+
 Map text_block(const std::string& text) { return {{"type", "text"}, {"text", text}}; }
 
-bool admits_errors(const Tool& tool) { return tool.output_schema.at("properties").contains("error"); }
+bool admits_errors(const Operation& tool) { return tool.output_schema.at("properties").contains("error"); }
 
 // An error stands in the structured result only where the schema admits it: a client that checks a result
 // against the schema would otherwise show its reader the misfit instead of the error.
-Map result_of(const Tool& tool, const ToolResult& given, Revision revision) {
+Map result_of(const Operation& tool, const Answered& given, Revision revision) {
   const bool failed = given.value.contains("error");
   Map result{{"content", Map::array({text_block(utils::json_text(given.value))})}};
   for (const std::string& note : given.notes) result["content"].push_back(text_block(note));
@@ -59,29 +74,44 @@ Map without_nulls(const Map& arguments) {
   return given;
 }
 
-ToolResult run(const Tool& tool, workers::wiki::WikiProvider& provider, const Map& arguments,
-               utils::Task& task) {
-  if (const auto fault = misfit(tool.input_schema, arguments)) return {Map{{"error", *fault}}, {}};
+Map error_of(const std::exception_ptr& failure) {
   try {
-    return tool.call(*provider.get(), arguments, task);
+    std::rethrow_exception(failure);
   } catch (const std::exception& error) {
-    return {Map{{"error", error.what()}}, {}};
+    return Map{{"error", error.what()}};
+  }
+}
+
+// The name of a kept draft is the last part of its path.
+std::vector<std::string> notes_on(const std::string& kept) {
+  if (kept.empty()) return {};
+  return {"Nothing was saved. What you sent is kept in " + kept + ", to be read as ossilar://drafts/" +
+          kept.substr(kept.rfind('/') + 1) + " too. Mend it as the error says and call save_page again."};
+}
+
+Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const Map& arguments,
+             utils::Task& task) {
+  if (const auto fault = operations::misfit(tool, arguments, Caller::session))
+    return {Map{{"error", *fault}}};
+  if (tool.refuse != nullptr) {
+    if (auto refusal = tool.refuse(arguments)) return {*std::move(refusal)};
+  }
+  try {
+    operations::Result result = tool.call({.wiki = *provider.get(), .arguments = arguments, .task = task});
+    auto notes = notes_on(result.kept);
+    return {result.failure ? error_of(result.failure) : std::move(result.value), std::move(notes)};
+  } catch (const std::exception& error) {
+    return {Map{{"error", error.what()}}};
   }
 }
 
 }  // namespace
 
-const std::vector<Tool>& tools() {
-  static const std::vector<Tool> all{list_pages_tool(), page_context_tool(), read_page_tool(),
-                                     save_page_tool(),  wiki_status_tool(),  search_wiki_tool()};
-  return all;
-}
-
 Map list_tools(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
     throw ProtocolError(error_code::kInvalidParams, "the list of tools has one page and no cursors");
   Map list = Map::array();
-  for (const Tool& tool : tools()) list.push_back(described(tool, revision));
+  for (const Operation& tool : operations::operations()) list.push_back(described(tool, revision));
   return finished_for(revision, Map{{"tools", list}}, kListMilliseconds);
 }
 
@@ -89,13 +119,16 @@ Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Ma
               utils::Task& task) {
   const std::string name = required_string(params, "name");
   const Map& arguments = optional_object(params, "arguments");
-  const Tool* tool = find_tool(name);
+  const Operation* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
   return result_of(*tool, run(*tool, provider, without_nulls(arguments), task), revision);
 }
 
+// Saves of one page run in the order in which they came: side by side, all but one would have to be drafted
+// again.
 std::string serial_key(const Map& params) {
-  if (utils::string_member(params, "name") != kSavePage) return "";
+  const Operation* tool = find_tool(utils::string_member(params, "name"));
+  if (tool == nullptr || tool->reads_only) return "";
   return "page " + utils::string_member(utils::member(params, "arguments"), "page_id");
 }
 

@@ -1,0 +1,133 @@
+// Runs an operation for the shell: reads what is to be read, brings the wiki up to date as far as the
+// operation's answer rests on it, asks, and prints one document or the text of it.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "ossilar/cli/commands.h"
+#include "ossilar/cli/progress.h"
+#include "ossilar/cli/views.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/files.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/host/open_wiki.h"
+
+namespace ossilar::cli {
+namespace {
+
+using operations::Argument;
+using operations::Operation;
+using workers::wiki::Wiki;
+
+// Beyond the limit of a page, so that the answer can say how long the content is; what is longer still is not
+// read.
+constexpr std::size_t kReadLimit = 4 * workers::wiki::kLargestContent;
+
+std::string read_content(const std::string& file) {
+  utils::UniqueFd opened;
+  int fd = STDIN_FILENO;
+  if (!file.empty() && file != "-") {
+    opened = utils::UniqueFd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!opened) throw utils::ConfigError(utils::IoError("cannot open " + file, errno).what());
+    fd = opened.get();
+  } else if (isatty(fd) == 1) {
+    Output::diagnostic("reading the page from the terminal; end it with Ctrl-D");
+  }
+  const std::string name = fd == STDIN_FILENO ? "standard input" : file;
+  auto content = utils::read_at_most(fd, kReadLimit, name);
+  if (!content) throw utils::ConfigError(name + " is longer than a page can be (1 MiB)");
+  return *std::move(content);
+}
+
+// The failure with `more` said in its line.
+[[noreturn]] void rethrow(const std::exception_ptr& failure, const std::string& more) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const utils::ConfigError& error) {
+    throw utils::ConfigError(error.what() + more);
+  } catch (const std::exception& error) {
+    throw utils::Error(error.what() + more);
+  }
+}
+
+void require_utf8_argument(const std::string& text, std::string_view name) {
+  try {
+    utils::require_utf8(text, std::string(name));
+  } catch (const utils::Error& error) {
+    throw utils::ConfigError(error.what());
+  }
+}
+
+// The arguments with the content of files in their places. What is wrong with a content is the answer's to
+// say, what is wrong with any other argument is wrong usage.
+Map complete(const Operation& operation, Map arguments) {
+  for (const Argument& argument : operation.arguments) {
+    const std::string name(argument.name);
+    if (argument.from_file) {
+      arguments[name] = read_content(utils::string_member(arguments, name));
+    } else {
+      require_utf8_argument(utils::string_member(arguments, name), argument.option);
+    }
+  }
+  if (const auto fault = misfit(operation, arguments, operations::Caller::shell))
+    throw utils::ConfigError(*fault);
+  return arguments;
+}
+
+int print_refusal(const Map& answer, const std::string& kept, Output& output) {
+  output.document(answer);
+  output.line(output.styled(Style::bad, "refused") + "  " + utils::string_member(answer, "error"));
+  for (const auto& [key, value] : answer.items()) {
+    if (!value.is_array() || value.empty()) continue;
+    output.line(output.styled(Style::dim, key + ":"));
+    for (const Map& item : value) output.line("  " + utils::text_form(item));
+  }
+  if (!kept.empty()) output.line(kept);
+  return kRefused;
+}
+
+void adopt(Wiki& wiki) {
+  const auto report = workers::wiki::adopt_arrivals(wiki, workers::wiki::WhenBusy::skip);
+  if (report.adopted > 0) {
+    Output::diagnostic("took over " + std::to_string(report.adopted) +
+                       " page(s) that came by version control");
+  }
+  if (report.forgotten > 0) {
+    Output::diagnostic("forgot " + std::to_string(report.forgotten) +
+                       " page(s) that version control removed; their texts are kept in .ossilar/replaced");
+  }
+  tell_of_records(report.given_records);
+}
+
+void bring_up_to_date(Wiki& wiki, Freshness needed) {
+  if (needed == Freshness::sources) prepare_with_progress(wiki);
+  if (needed != Freshness::as_stored) adopt(wiki);
+  if (needed == Freshness::vectors) reembed_with_progress(wiki);
+}
+
+}  // namespace
+
+int run_operation(const Operation& operation, const Place& place, Map arguments, Output& output) {
+  const View& view = view_of(operation);
+  const auto wiki = workers::wiki::open_wiki(place.root(), "ossilar " + std::string(operation.command));
+  arguments = complete(operation, std::move(arguments));
+  if (operation.refuse != nullptr) {
+    if (const auto refusal = operation.refuse(arguments)) return print_refusal(*refusal, "", output);
+  }
+  bring_up_to_date(*wiki, view.needs);
+  utils::Task task;
+  const operations::Result result = operation.call(
+      {.wiki = *wiki, .arguments = arguments, .task = task, .caller = operations::Caller::shell});
+  const std::string kept =
+      result.kept.empty() ? "" : "your text is kept in " + shown_path(wiki->paths().root / result.kept);
+  if (result.failure) rethrow(result.failure, kept.empty() ? "" : "; " + kept);
+  if (result.value.contains("error")) return print_refusal(result.value, kept, output);
+  output.document(result.value);
+  view.print({.wiki = *wiki, .arguments = arguments, .value = result.value}, output);
+  return kDone;
+}
+
+}  // namespace ossilar::cli

@@ -1,0 +1,147 @@
+// One function an operation, from its document to lines of text. They read the same document that --json
+// prints, so nothing can be in one and not in the other.
+#include "ossilar/cli/views.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <vector>
+
+namespace ossilar::cli {
+namespace {
+
+// Stale and unverified pages that `status` names; `plan` lists all.
+constexpr std::size_t kMostNamed = 10;
+
+std::string text_at(const Map& value, const char* key) { return utils::string_member(value, key); }
+std::string form_at(const Map& value, const char* key) { return utils::text_form(value.at(key)); }
+
+// ---- plan
+
+Style style_of(const std::string& state) {
+  if (state == "ok") return Style::good;
+  return state == "missing" ? Style::dim : Style::warn;
+}
+
+std::vector<Output::Cell> row_of(const Map& page) {
+  const std::string state = text_at(page, "state");
+  const std::string title = text_at(page, "title") == text_at(page, "page_id") ? "" : text_at(page, "title");
+  const bool is_written = state != "missing";
+  return {{state, style_of(state)},
+          {text_at(page, "page_id"), Style::bold},
+          {text_at(page, "type")},
+          {is_written ? form_at(page, "citations") : ""},
+          {is_written ? form_at(page, "words") : ""},
+          {title},
+          {text_at(page, "reason"), Style::warn}};
+}
+
+void print_plan(const Given& given, Output& output) {
+  std::vector<std::vector<Output::Cell>> rows;
+  for (const Map& page : given.value.at("pages")) rows.push_back(row_of(page));
+  output.table({"STATE", "PAGE", "TYPE", "CITATIONS", "WORDS", "TITLE", "REASON"}, rows);
+}
+
+// ---- context and show
+
+void print_context(const Given& given, Output& output) { output.raw(text_at(given.value, "grounding")); }
+
+void print_page(const Given& given, Output& output) { output.raw(text_at(given.value, "text")); }
+
+// ---- save
+
+void print_saved(const Given& given, Output& output) {
+  const Map& answer = given.value;
+  const std::string file = shown_path(given.wiki.paths().wiki / text_at(answer, "rel_path"));
+  output.line(output.styled(Style::good, answer.contains("dry_run") ? "would save" : "saved") + "  " +
+              output.styled(Style::bold, text_at(answer, "page_id")) + "  " + file);
+  output.line("       " + form_at(answer, "citations") + " citation(s), " + form_at(answer, "words") +
+              " words");
+  for (const Map& warning : answer.at("warnings"))
+    output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(warning));
+}
+
+// ---- search
+
+std::string shown_citation(const Map& citation) {
+  const std::string first = utils::text_form(citation.at("first"));
+  const std::string last = utils::text_form(citation.at("last"));
+  return utils::text_form(citation.at("path")) + ":L" + first + (first == last ? "" : "-L" + last);
+}
+
+void print_hit(std::size_t rank, const Map& hit, Output& output) {
+  Shown place = output.styled(Style::bold, text_at(hit, "page_id"));
+  if (const std::string section = text_at(hit, "section"); !section.empty()) place += " # " + section;
+  output.line(std::to_string(rank) + "  " + place + "  " +
+              output.styled(Style::dim, fmt::format("{:.2f}", hit.at("score").get<double>())));
+  output.line("   " + text_at(hit, "excerpt"));
+  for (const Map& citation : hit.at("citations"))
+    output.line("   " + output.styled(Style::dim, shown_citation(citation)));
+}
+
+void print_hits(const Given& given, Output& output) {
+  if (const std::string warning = text_at(given.value, "warning"); !warning.empty())
+    Output::diagnostic(warning);
+  const Map& hits = given.value.at("hits");
+  if (hits.empty()) {
+    const std::string path = text_at(given.arguments, "path");
+    output.line("nothing found" + (path.empty() ? "" : " about " + path) +
+                "; try other words, or see what there is with: ossilar plan");
+  }
+  for (std::size_t i = 0; i < hits.size(); ++i) print_hit(i + 1, hits[i], output);
+}
+
+// ---- status
+
+void print_doubtful(const Map& status, Output& output) {
+  std::size_t named = 0;
+  for (const char* state : {"stale", "unverified"}) {
+    for (const Map& page : status.at(state)) {
+      if (named++ == kMostNamed) return output.line("  more in: ossilar plan");
+      output.line("  " + output.styled(Style::bold, text_at(page, "page_id")) + "  " +
+                  output.styled(Style::warn, text_at(page, "reason")));
+    }
+  }
+}
+
+void print_status(const Given& given, Output& output) {
+  const Map& status = given.value;
+  const Map& pages = status.at("pages");
+  const Map& write = status.at("last_write");
+  const std::string commit = text_at(status, "commit");
+  const auto counted = [&](Style style, const char* state) {
+    return output.styled(style, form_at(pages, state) + " " + state);
+  };
+  output.line("branch      " + output.styled(Style::bold, text_at(status, "branch")));
+  output.line("commit      " + (commit.empty() ? "none" : commit));
+  output.line("source      " + form_at(status, "indexed_files") + " file(s)");
+  output.line("pages       " + counted(Style::good, "ok") + ", " + counted(Style::warn, "stale") + ", " +
+              (pages.at("unverified") == 0 ? Shown() : counted(Style::warn, "unverified") + ", ") +
+              counted(Style::dim, "missing"));
+  output.line("last write  " + (write.empty() ? std::string("none on this branch")
+                                              : text_at(write, "at") + " by " + text_at(write, "by")));
+  print_doubtful(status, output);
+}
+
+constexpr std::array kViews{
+    View{"plan", Freshness::sources, print_plan},   View{"context", Freshness::sources, print_context},
+    View{"show", Freshness::as_stored, print_page}, View{"save", Freshness::sources, print_saved},
+    View{"search", Freshness::vectors, print_hits}, View{"status", Freshness::sources, print_status}};
+
+}  // namespace
+
+const View& view_of(const operations::Operation& operation) {
+  const auto found = std::find_if(kViews.begin(), kViews.end(),
+                                  [&](const View& view) { return view.command == operation.command; });
+  if (found == kViews.end())
+    throw std::logic_error("views.cc lacks a view of the command " + std::string(operation.command));
+  return *found;
+}
+
+std::string shown_path(const std::filesystem::path& file) {
+  return std::filesystem::proximate(file).string();
+}
+
+}  // namespace ossilar::cli

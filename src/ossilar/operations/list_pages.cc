@@ -1,0 +1,104 @@
+// The pages of the plan and how each stands. A session gets them in portions: the cursor is the id of the
+// last page given, not a position, so pages that come or go between two calls neither repeat nor hide others.
+#include <algorithm>
+
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+namespace ossilar::operations {
+namespace {
+
+using workers::wiki::Look;
+using workers::wiki::PageState;
+
+constexpr int kDefaultLimit = 50;
+constexpr int kMostPages = 200;  // some 10,000 tokens
+
+Map described(const PageState& page, Caller caller) {
+  Map shown{{"page_id", page.page_id},
+            {"title", page.title},
+            {"type", page.type},
+            {"state", workers::wiki::condition_name(page.condition)}};
+  const bool is_whole = caller == Caller::shell;
+  if (is_whole) shown["level"] = page.level;
+  if (is_whole) shown["parent"] = page.parent;
+  if (is_whole || !page.reason.empty()) shown["reason"] = page.reason;
+  if (is_whole || page.condition != workers::wiki::PageCondition::missing) {
+    shown["citations"] = page.citations;
+    shown["words"] = page.words;
+  }
+  return shown;
+}
+
+Result call(const Asked& asked) {
+  const bool is_whole = asked.caller == Caller::shell;
+  const std::string state = utils::string_member(asked.arguments, "state");
+  const std::string cursor = utils::string_member(asked.arguments, "cursor");
+  const std::vector<PageState> pages =
+      workers::wiki::WikiReader(asked.wiki).page_states(is_whole ? Look::spared : Look::now);
+  const auto limit = is_whole ? pages.size() : asked.arguments.value("limit", std::size_t{kDefaultLimit});
+  auto page = pages.begin();
+  if (!cursor.empty()) {
+    page = std::find_if(page, pages.end(), [&](const PageState& each) { return each.page_id == cursor; });
+    if (page == pages.end())
+      return {.value = Map{{"error", "no page has the id of this cursor any more; list from the start"}}};
+    ++page;
+  }
+  const auto wanted = [&](const PageState& each) {
+    return state.empty() || state == workers::wiki::condition_name(each.condition);
+  };
+  Map result{{"pages", Map::array()}, {"total", std::count_if(pages.begin(), pages.end(), wanted)}};
+  for (; page != pages.end() && result["pages"].size() < limit; ++page) {
+    if (wanted(*page)) result["pages"].push_back(described(*page, asked.caller));
+  }
+  if (std::any_of(page, pages.end(), wanted)) result["next_cursor"] = result["pages"].back()["page_id"];
+  return {.value = std::move(result)};
+}
+
+}  // namespace
+
+Operation list_pages() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  const Map states{"missing", "stale", "unverified", "ok"};
+  const Map page = object(
+      {{"page_id", text("names the page in all tools")},
+       {"title", text("as readers see it")},
+       {"type", text("what kind of page it is: overview, architecture, module, topic")},
+       {"state",
+        choice(states,
+               "missing: not written yet; stale: its sources changed since; unverified: a hand wrote it, "
+               "and nobody knows against which sources")},
+       {"reason", text("of a stale page: what changed; of an unverified one: what to do")},
+       {"citations", count("valid citations of the stored page")},
+       {"words", count("words of prose of the stored page")}},
+      {"page_id", "title", "type", "state"});
+  return {.command = "plan",
+          .tool = "list_pages",
+          .title = "List wiki pages",
+          .does = "List every page of the plan with its state and the reason",
+          .description =
+              "Lists the pages of the wiki's plan in reading order, with what each lacks. Start here: state "
+              "\"missing\" is what there is to write, \"stale\" what no longer matches the source and why. "
+              "Pages come in portions: while `next_cursor` is there, call again with it as `cursor`.",
+          .example = "ossilar plan\nossilar plan --state stale",
+          .arguments = {{.name = "state",
+                         .option = "--state",
+                         .value = "STATE",
+                         .schema = choice(states, "only pages in this state")},
+                        {.name = "limit",
+                         .option = {},
+                         .value = {},
+                         .schema = number(1, kMostPages, kDefaultLimit, "how many pages at most")},
+                        {.name = "cursor",
+                         .option = {},
+                         .value = {},
+                         .schema = text("`next_cursor` of the call before")}},
+          .output_schema = object({{"pages", list(page, "in the order of the plan")},
+                                   {"total", count("pages in this state, in all portions")},
+                                   {"next_cursor", text("there are more pages; pass this as `cursor`")}},
+                                  {"pages", "total"}),
+          .call = call};
+}
+
+}  // namespace ossilar::operations

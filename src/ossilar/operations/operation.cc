@@ -1,0 +1,110 @@
+// The list of operations, and whether arguments fit them. The schemas are the only description of an
+// argument, so what a client is told, what the shell's help says and what is checked cannot differ.
+#include "ossilar/operations/operation.h"
+
+#include <algorithm>
+
+#include "ossilar/operations/schemas.h"
+#include "ossilar/utils/text.h"
+
+namespace ossilar::operations {
+namespace {
+
+bool has_type(const Map& value, const std::string& type) {
+  if (type == "string") return value.is_string();
+  if (type == "integer") return value.is_number_integer();
+  return value.is_boolean();
+}
+
+bool within(const Map& schema, const Map& number) {
+  return (!schema.contains("minimum") || number >= schema.at("minimum")) &&
+         (!schema.contains("maximum") || number <= schema.at("maximum"));
+}
+
+bool fits(const Map& schema, const Map& value) {
+  if (!has_type(value, utils::string_member(schema, "type"))) return false;
+  if (value.is_number() && !within(schema, value)) return false;
+  if (schema.contains("minLength") && value.get_ref<const std::string&>().empty()) return false;
+  const Map& allowed = utils::member(schema, "enum");
+  return allowed.is_null() || std::find(allowed.begin(), allowed.end(), value) != allowed.end();
+}
+
+std::string names_of(const Map& values) {
+  std::vector<std::string> names;
+  for (const Map& value : values) names.push_back(utils::text_form(value));
+  return utils::join(names, ", ");
+}
+
+// What `schema` asks of a value: "a string", "an integer from 1 to 200", "one of missing, stale, ok".
+std::string wanted(const Map& schema) {
+  if (schema.contains("enum")) return "one of " + names_of(schema.at("enum"));
+  const std::string type = utils::string_member(schema, "type");
+  if (type == "string") return schema.contains("minLength") ? "a string that is not empty" : "a string";
+  if (type == "boolean") return "true or false";
+  std::string text = "an integer";
+  if (schema.contains("minimum")) text += " from " + utils::text_form(schema.at("minimum"));
+  if (schema.contains("maximum")) text += " to " + utils::text_form(schema.at("maximum"));
+  return text;
+}
+
+bool is_open_to(const Argument& argument, Caller caller) {
+  return caller == Caller::session ? argument.in_session : !argument.option.empty();
+}
+
+std::string shown_name(const Argument& argument, Caller caller) {
+  return caller == Caller::shell ? std::string(argument.option)
+                                 : "the argument '" + std::string(argument.name) + "'";
+}
+
+std::string no_such_argument(const Operation& operation, const std::string& name) {
+  std::vector<std::string> names;
+  for (const Argument& argument : operation.arguments)
+    if (argument.in_session) names.emplace_back(argument.name);
+  return "there is no argument '" + name + "'; there " +
+         (names.empty() ? "are none" : "are: " + utils::join(names, ", "));
+}
+
+}  // namespace
+
+const std::vector<Operation>& operations() {
+  static const std::vector<Operation> all{list_pages(), page_context(), read_page(),
+                                          save_page(),  wiki_status(),  search_wiki()};
+  return all;
+}
+
+Argument page_argument() {
+  return {.name = "page_id",
+          .option = "PAGE",
+          .value = {},
+          .schema = schema::needed_text("the id of a page, as the plan lists it"),
+          .required = true};
+}
+
+Map input_schema(const Operation& operation) {
+  Map properties = Map::object();
+  Map required = Map::array();
+  for (const Argument& argument : operation.arguments) {
+    if (!argument.in_session) continue;
+    properties[std::string(argument.name)] = argument.schema;
+    if (argument.required) required.push_back(argument.name);
+  }
+  return schema::arguments(properties, required);
+}
+
+std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller) {
+  for (const auto& [name, value] : arguments.items()) {
+    const auto argument =
+        std::find_if(operation.arguments.begin(), operation.arguments.end(),
+                     [&](const Argument& each) { return each.name == name && is_open_to(each, caller); });
+    if (argument == operation.arguments.end()) return no_such_argument(operation, name);
+    if (!fits(argument->schema, value))
+      return shown_name(*argument, caller) + " must be " + wanted(argument->schema);
+  }
+  for (const Argument& argument : operation.arguments) {
+    if (argument.required && !arguments.contains(std::string(argument.name)))
+      return shown_name(argument, caller) + " is missing";
+  }
+  return std::nullopt;
+}
+
+}  // namespace ossilar::operations

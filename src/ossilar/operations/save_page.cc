@@ -1,0 +1,110 @@
+// Saving a page, or with `dry_run` answering as a save would. A failure that is no answer of the save's (a
+// full disk) comes back beside the name of the file that keeps the text, so that whoever asked can say both
+// in one breath.
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/host/saving.h"
+
+namespace ossilar::operations {
+namespace {
+
+using workers::wiki::SaveOutcome;
+using workers::wiki::SaveRequest;
+
+std::optional<std::string> text_of(const Map& arguments, const char* key) {
+  return arguments.contains(key) ? std::optional(utils::string_member(arguments, key)) : std::nullopt;
+}
+
+SaveRequest request_of(const Map& arguments) {
+  return {.page_id = utils::string_member(arguments, "page_id"),
+          .content = utils::string_member(arguments, "content"),
+          .section = text_of(arguments, "section"),
+          .title = text_of(arguments, "title"),
+          .if_version = text_of(arguments, "if_version")};
+}
+
+std::optional<Map> refuse(const Map& arguments) {
+  return workers::wiki::refuse_request(request_of(arguments));
+}
+
+Result call(const Asked& asked) {
+  const SaveRequest request = request_of(asked.arguments);
+  if (asked.arguments.value("dry_run", false))
+    return {.value = workers::wiki::preview_page(asked.wiki, request)};
+  SaveOutcome outcome = workers::wiki::save_page(asked.wiki, request, asked.task);
+  const auto& paths = asked.wiki.paths();
+  const std::string kept =
+      outcome.kept.empty() ? "" : (paths.drafts() / outcome.kept).lexically_relative(paths.root).string();
+  return {.value = std::move(outcome.answer), .kept = kept, .failure = outcome.failure};
+}
+
+}  // namespace
+
+// `content` and the texts beside it may be empty as far as the schema goes: what is wrong with them is the
+// answer's to say.
+Operation save_page() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  return {
+      .command = "save",
+      .tool = "save_page",
+      .title = "Save a wiki page",
+      .does = "Check a page and store it",
+      .description =
+          "Checks a page that you wrote and stores it whole, or refuses it and says what to mend; nothing is "
+          "saved by halves. Write Markdown: a summary paragraph first, then `##` sections, no `#` title. "
+          "Every claim about the code cites its source outside code as [path/to/file:L10-L20] with lines "
+          "that "
+          "exist; link other pages as [Their title]. With `section`, `content` replaces that `##` section "
+          "alone, so that others may change the rest meanwhile. Pass the `version` that read_page or "
+          "page_context gave as `if_version`: if someone saved since, you get the difference instead of "
+          "undoing their work. Read the warnings of a saved page and mend what they name. Save the same page "
+          "again as often as you like.",
+      .example = "ossilar save overview overview.md\nossilar save overview --section Purpose < purpose.md",
+      .arguments =
+          {page_argument(),
+           {.name = "content",
+            .option = "FILE",
+            .value = {},
+            .schema = text("the page's Markdown, or with `section` the text of that section; at most 1 MiB"),
+            .required = true,
+            .from_file = true},
+           {.name = "section",
+            .option = "--section",
+            .value = "HEADING",
+            .schema = text("a `##` heading of the stored page, with or without its marks: replace only that "
+                           "section")},
+           {.name = "title",
+            .option = "--title",
+            .value = "TITLE",
+            .schema = text("rename the page; its former titles keep leading to it")},
+           {.name = "if_version",
+            .option = "--if-version",
+            .value = "VERSION",
+            .schema =
+                text("save only if the page still is this version; \"new\": only if it is not written yet")},
+           {.name = "dry_run",
+            .option = "--dry-run",
+            .value = {},
+            .schema = flag("answer, and write nothing"),
+            .in_session = false,
+            .flag = true}},
+      .output_schema =
+          object({{"saved", flag("true: page and index are on disk")},
+                  {"page_id", text("the page")},
+                  {"rel_path", text("its file, relative to the wiki's directory")},
+                  {"citations", count("its valid citations")},
+                  {"words", count("its words of prose")},
+                  {"warnings", strings("what to mend although the page was saved")},
+                  {"version", text("with `if_version`: the page's version now")},
+                  {"error", text("why nothing was saved, and what to do")},
+                  {"valid_citations", count("of a page refused for too few: how many there were")},
+                  {"sections", strings("when the section does not exist: the headings that do")},
+                  {"similar", strings("when the page is not planned: page ids that come near")},
+                  {"diff", text("when the page changed: a unified diff of what changed")}}),
+      .reads_only = false,
+      .refuse = refuse,
+      .call = call};
+}
+
+}  // namespace ossilar::operations

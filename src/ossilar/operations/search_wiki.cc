@@ -1,0 +1,100 @@
+// Passages that answer a question. When the embedding model was changed, passages without a vector of the new
+// one are embedded first: without them the ranking by similarity would not know them.
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/passages/reembedding.h"
+
+namespace ossilar::operations {
+namespace {
+
+using workers::wiki::Answer;
+using workers::wiki::SearchHit;
+using workers::wiki::SearchRequest;
+using workers::wiki::SearchResult;
+
+// Gives why not all could be embedded; the search then goes without what has no vector.
+std::string embed_again(const Asked& asked) {
+  workers::wiki::Wiki& wiki = asked.wiki;
+  if (!workers::wiki::embedding_change(wiki.store(), wiki.embedder())) return "";
+  try {
+    workers::wiki::reembed(wiki.store(), wiki.embedder(), asked.embedding, asked.task);
+    return "";
+  } catch (const utils::Error& error) {
+    return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
+  }
+}
+
+Result call(const Asked& asked) {
+  const SearchRequest request{.query = utils::string_member(asked.arguments, "query"),
+                              .limit = asked.arguments.value("limit", workers::wiki::kDefaultHits),
+                              .page_type = utils::string_member(asked.arguments, "type"),
+                              .path = utils::string_member(asked.arguments, "path")};
+  const std::string not_embedded = embed_again(asked);
+  const auto found = workers::wiki::WikiReader(asked.wiki).search(request, asked.task);
+  if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
+  const auto& result = std::get<SearchResult>(found);
+  Map hits = Map::array();
+  for (const SearchHit& hit : result.hits) hits.push_back(workers::wiki::hit_document(hit));
+  Map value{{"hits", hits}};
+  const std::string& warning = result.warning.empty() ? not_embedded : result.warning;
+  if (!warning.empty()) value["warning"] = warning;
+  return {.value = std::move(value)};
+}
+
+}  // namespace
+
+Operation search_wiki() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  const Map citation =
+      object({{"path", text("source file")}, {"first", count("line")}, {"last", count("line")}},
+             {"path", "first", "last"});
+  const Map hit =
+      object({{"page_id", text("for read_page")},
+              {"title", text("of the page")},
+              {"type", text("of the page")},
+              {"rel_path", text("the page's file")},
+              {"section", text("the `##` heading it stands under, for read_page; \"\" above the first")},
+              {"excerpt", text("of the passage")},
+              {"score", Map{{"type", "number"}, {"description", "1 is the most there can be"}}},
+              {"citations", list(citation, "the source lines that the passage cites")}},
+             {"page_id", "title", "section", "excerpt", "score", "citations"});
+  return {
+      .command = "search",
+      .tool = "search_wiki",
+      .title = "Search the wiki",
+      .does = "Find the passages of the wiki that answer a question",
+      .description =
+          "Finds the passages of the wiki that answer a question about the code: by words, by names of "
+          "the code in any spelling (parseHTTPHeader, parse_http_header), and by similarity. Ask with the "
+          "words that the answer would use. Each hit names page and section for read_page and the source "
+          "lines it cites.",
+      .example =
+          "ossilar search \"who holds the write lock\" -n 3\nossilar search parseHTTPHeader --path src/net",
+      .arguments = {{.name = "query",
+                     .option = "QUERY",
+                     .value = {},
+                     .schema = text("a question, words, or names of the code in any spelling"),
+                     .required = true},
+                    {.name = "limit",
+                     .option = "-n",
+                     .value = "N",
+                     .schema =
+                         number(1, static_cast<int>(workers::wiki::kMostHits),
+                                static_cast<int>(workers::wiki::kDefaultHits), "how many passages at most")},
+                    {.name = "type",
+                     .option = "--type",
+                     .value = "TYPE",
+                     .schema =
+                         choice({"overview", "architecture", "module", "topic"}, "only pages of this type")},
+                    {.name = "path",
+                     .option = "--path",
+                     .value = "PATH",
+                     .schema = text("only passages about this source file or folder")}},
+      .output_schema = object({{"hits", list(hit, "the best first")},
+                               {"warning", text("what the search had to leave out, and why")}},
+                              {"hits"}),
+      .call = call};
+}
+
+}  // namespace ossilar::operations

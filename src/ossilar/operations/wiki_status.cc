@@ -1,0 +1,85 @@
+// How the wiki stands, on one screen.
+#include "ossilar/operations/operation.h"
+#include "ossilar/operations/schemas.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
+
+namespace ossilar::operations {
+namespace {
+
+using workers::wiki::Look;
+using workers::wiki::PageCondition;
+using workers::wiki::PageState;
+using workers::wiki::WikiStatus;
+
+constexpr std::size_t kMostNamed = 20;
+
+Map last_write_of(const WikiStatus& status) {
+  if (!status.last_write) return Map::object();
+  return {{"at", status.last_write->last_built_at},
+          {"by", status.last_write->model},
+          {"commit", status.last_write->last_commit}};
+}
+
+// The first pages in this state, each with the reason.
+Map named(const WikiStatus& status, PageCondition condition) {
+  Map pages = Map::array();
+  for (const PageState& page : status.pages) {
+    if (page.condition == condition && pages.size() < kMostNamed)
+      pages.push_back(Map{{"page_id", page.page_id}, {"reason", page.reason}});
+  }
+  return pages;
+}
+
+Result call(const Asked& asked) {
+  const Look look = asked.caller == Caller::shell ? Look::spared : Look::now;
+  const WikiStatus status = workers::wiki::WikiReader(asked.wiki).status(look);
+  const auto counts = workers::wiki::count_states(status.pages);
+  return {.value = Map{{"branch", status.branch},
+                       {"commit", status.commit},
+                       {"indexed_files", status.indexed_files},
+                       {"pages", Map{{"ok", counts.ok},
+                                     {"stale", counts.stale},
+                                     {"unverified", counts.unverified},
+                                     {"missing", counts.missing}}},
+                       {"stale", named(status, PageCondition::stale)},
+                       {"unverified", named(status, PageCondition::unverified)},
+                       {"last_write", last_write_of(status)}}};
+}
+
+}  // namespace
+
+Operation wiki_status() {
+  using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
+  const Map counts =
+      object({{"ok", count("match the source")},
+              {"stale", count("do not any more")},
+              {"unverified", count("were written by hand, and nobody knows against which sources")},
+              {"missing", count("not written")}},
+             {"ok", "stale", "unverified", "missing"});
+  const Map page =
+      object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
+  const Map write =
+      object({{"at", text("ISO 8601")}, {"by", text("who")}, {"commit", text("of the source")}});
+  return {.command = "status",
+          .tool = "wiki_status",
+          .title = "Wiki status",
+          .does = "Show branch, pages by state, and the last write",
+          .description =
+              "Says how the wiki stands: branch and commit, how many pages are ok, stale, unverified and "
+              "missing, the first twenty stale and unverified ones with the reason, and the last write. "
+              "list_pages names all.",
+          .example = "ossilar status",
+          .arguments = {},
+          .output_schema =
+              object({{"branch", text("of the working tree")},
+                      {"commit", text("\"\" outside git and before the first commit")},
+                      {"indexed_files", count("files of the source")},
+                      {"pages", counts},
+                      {"stale", list(page, "at most twenty")},
+                      {"unverified", list(page, "at most twenty")},
+                      {"last_write", write}},
+                     {"branch", "commit", "indexed_files", "pages", "stale", "unverified", "last_write"}),
+          .call = call};
+}
+
+}  // namespace ossilar::operations
