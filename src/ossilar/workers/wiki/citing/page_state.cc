@@ -1,3 +1,9 @@
+// A state is computed whenever it is asked for. Storing "stale" when a source changes would need a process
+// that watches at that moment, and a checkout that goes back would leave pages stale that match again. Only
+// what no hash can tell is stored, as a mark: that a page which this one builds on changed its abstract.
+//
+// Hashes are compared and not times, as a clone or a switch of branches renews the times of files whose
+// content is the same.
 #include "ossilar/workers/wiki/citing/page_state.h"
 
 #include <algorithm>
@@ -9,7 +15,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::size_t kMostNamed = 5;  // files named in a reason; the rest is counted
+// Files that a reason names; the rest is counted. A reason is read on one line, among those of other pages.
+constexpr std::size_t kMostNamed = 5;
 
 void add_reason(std::vector<std::string>& reasons, const char* what, std::vector<std::string> files) {
   if (files.empty()) return;
@@ -20,7 +27,8 @@ void add_reason(std::vector<std::string>& reasons, const char* what, std::vector
   reasons.push_back(std::move(reason));
 }
 
-// What became of the sources that the row was written from.
+// How the sources differ from those that the page was written from. `added` are files that the plan has given
+// the page since.
 struct SourceChanges {
   std::vector<std::string> changed, removed, added;
   bool steering = false;
@@ -44,6 +52,7 @@ SourceChanges source_changes(const Map& row, const PagePlan* plan, const source:
       if (!hashes.contains(file)) changes.added.push_back(file);
     }
   }
+  // "" stands for no steering on both sides, so steering that came or went counts as changed.
   const std::string then = utils::string_member(hashes, kSteeringSource);
   changes.steering = then != (steering.empty() ? "" : utils::sha256_hex(steering));
   return changes;
@@ -51,10 +60,11 @@ SourceChanges source_changes(const Map& row, const PagePlan* plan, const source:
 
 bool is_unverified(const Map& row) { return utils::string_member(row, "status") == kUnverified; }
 
+// Why the page is stale, "" if it is not. A page that left the plan has that one reason: no save can mend it.
 std::string stale_reason(const Map& row, const PagePlan* plan, const std::string& mark,
                          const source::SourceIndex& index, const std::string& steering) {
   if (plan == nullptr) return "no longer in the plan";
-  if (is_unverified(row)) return mark;  // there is nothing to compare with the sources
+  if (is_unverified(row)) return mark;  // it has no hashes to compare
   SourceChanges changes = source_changes(row, plan, index, steering);
   std::vector<std::string> reasons;
   add_reason(reasons, "changed", std::move(changes.changed));
@@ -72,6 +82,7 @@ PageState state_of_row(const std::string& page_id, const Map& row, std::string r
   state.type = utils::string_member(row, "page_type");
   state.parent = utils::string_member(row, "parent_section");
   state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
+  // An unverified page with a reason to be stale counts as stale: the reason says more.
   state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
   if (reason.empty() && is_unverified(row)) {
     state.condition = PageCondition::unverified;

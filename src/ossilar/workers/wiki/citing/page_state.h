@@ -1,4 +1,10 @@
-// Whether a page still says what the source says.
+// The state of each page: missing, ok, stale, unverified, and why.
+//
+// Commands and sessions ask through host/wiki_reader.cc, `ossilar check` in check/inspection.cc. Saves take
+// the hashes that staleness compares from here too (host/orchestrator.cc), so both sides agree on their form.
+//
+// Thread-safety: pure functions over snapshots, any thread may call. Nothing is stored. A row whose JSON text
+// is damaged makes page_states() throw utils::Error.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +19,9 @@
 
 namespace ossilar::workers::wiki {
 
-// An unverified page was never saved here, and its file does not say against which sources it was written: a
-// hand wrote it.
+// A missing page is planned and not written. A stale one no longer fits its sources, the plan, the steering,
+// or a page that it builds on. An unverified one was written by hand: nothing says against which sources, so
+// there is nothing to compare them with.
 enum class PageCondition { missing, ok, stale, unverified };
 
 // "missing", "ok", "stale" or "unverified".
@@ -27,9 +34,9 @@ struct PageState {
   std::string parent;
   int level = 0;
   PageCondition condition = PageCondition::missing;
-  std::string reason;  // of a stale page what changed, of an unverified one why it is
+  std::string reason;  // of a stale page what changed, of an unverified one why it is; else ""
   std::int64_t citations = 0;
-  std::int64_t words = 0;
+  std::int64_t words = 0;  // of prose, as counted when the row was written
 };
 
 struct StateCounts {
@@ -37,20 +44,22 @@ struct StateCounts {
 };
 StateCounts count_states(const std::vector<PageState>& pages);
 
-// The `status` of a row that says that its page is unverified; a save makes it "ok".
+// The `status` in the row of an unverified page. A save makes it "ok".
 inline constexpr const char* kUnverified = "unverified";
 
-// The key beside the files in a row's source hashes that stands for the steering for every page.
+// The key in a row's source hashes for the steering of every page, which stands there beside the files. Page
+// records hold it too, so it must not change.
 inline constexpr const char* kSteeringSource = "ossilar.toml [steering]";
 
-// The hashes that staleness compares: of each of `files` ("" for one that is not indexed or not read), and
-// under kSteeringSource of `steering` when there is any.
+// The hashes that a save puts into the row: file to SHA-256 in hexadecimal, "" for a file that is not indexed
+// or was not read, and under kSteeringSource that of `steering`, if it is not empty.
 std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,
                                                  const source::SourceIndex& index,
                                                  const std::string& steering);
 
-// The states of all planned pages in the order of the plan, then of stored pages that no plan has any more.
-// `marks` are stale marks by page id.
+// The states of all planned pages in the order of the plan, then of stored pages that the plan no longer has.
+// `marks` are the stale marks by page id, `steering` is the text for every page. Time grows with all pages
+// and their sources.
 std::vector<PageState> page_states(const Plans& plans, const store::StoredRows& rows,
                                    const std::map<std::string, std::string>& marks,
                                    const source::SourceIndex& index, const std::string& steering);

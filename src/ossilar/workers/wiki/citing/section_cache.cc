@@ -1,3 +1,7 @@
+// Which citations of a page are valid was decided over the whole text (citations.h), since CommonMark needs
+// the whole text to tell a link from code. A part is only searched for the labels of those. Deciding again
+// per part would cost a parse each and could differ: a passage may begin inside a list or quote. The price is
+// that a label in a code block counts if the page also cites the same lines in prose.
 #include "ossilar/workers/wiki/citing/section_cache.h"
 
 #include "ossilar/utils/hash.h"

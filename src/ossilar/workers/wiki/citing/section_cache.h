@@ -1,4 +1,11 @@
-// What is kept of a page by section, and which citations stand in a text.
+// Which of a page's citations stand in a part of its text, and the figures per section that a row's build
+// cache keeps.
+//
+// passages/page_chunks.cc asks for each passage; host/orchestrator.cc and check/adoption.cc fill build
+// caches.
+//
+// Thread-safety: an object does not change once it is made, and section_cache() has no state; any thread may
+// call.
 #pragma once
 
 #include <set>
@@ -10,19 +17,21 @@
 
 namespace ossilar::workers::wiki {
 
-// The citations of a page, to be found in parts of its text.
+// Finds a page's citations in parts of its text.
 class CitationsInText {
  public:
-  explicit CitationsInText(const std::vector<Map>& citations);  // see citation_map()
-  // Those that stand in `text`, each once: a list of {"path", "first", "last"}.
+  // `citations` are the valid ones of the whole page, in the form of citation_map().
+  explicit CitationsInText(const std::vector<Map>& citations);
+  // Those that stand in `text`, each once, in order: a list of {"path", "first", "last"}.
   Map in(const std::string& text) const;
 
  private:
   std::set<Citation> known_;
 };
 
-// The entries of a build cache that are about the sections of `body`: `sections`, a list of {"heading",
-// "words", "citations", "hash"}, and `words`, the words of prose in all of it.
+// The build cache's entries about the sections of `body`, the authored text from its first `##` on:
+// `sections`, a list of {"heading", "words", "citations", "hash"} with the SHA-256 of the section's text, its
+// heading included, and `words`, the words of prose in all of `body`.
 Map section_cache(const std::string& body, const std::vector<Map>& citations);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,8 @@
+// A file's name is made of the page id and the content. So a text that is kept twice, even by two processes
+// at once, ends up in one file. Numbered names would need a counter that processes share and lock.
+//
+// The name of a file that take() moved only tells its content at that moment, as an editor may write on.
+// take() therefore looks for another name before it gives up on keeping a file itself.
 #include "ossilar/workers/wiki/pages/kept_texts.h"
 
 #include <algorithm>
@@ -13,13 +18,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Enough to recognise the page. File systems allow 255 bytes a name, and the id may be longer than that.
 constexpr std::size_t kLongestPageId = 60;
+// 48 bits: among a million texts of one page, two share a name with a chance of about 0.2 %.
 constexpr std::size_t kHashDigits = 12;
+// The characters of a page id, without the slash.
 constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
 
 }  // namespace
 
-// A page id comes from outside and may be anything.
+// The page id comes from a request and may be anything. Characters that could lead out of the folder, and a
+// leading dot, are replaced or covered. That and the cut make different ids look alike, so the hash is over
+// the whole id as well as the content.
 std::string KeptTexts::name_of(const std::string& page_id, const std::string& content) {
   std::string name = page_id.substr(0, kLongestPageId);
   std::replace_if(
@@ -30,27 +40,35 @@ std::string KeptTexts::name_of(const std::string& page_id, const std::string& co
 
 std::string KeptTexts::keep(const std::string& page_id, const std::string& content) const {
   std::string name = name_of(page_id, content);
+  // A text that is there already is written again: its time is renewed, so it counts as the newest.
   utils::atomic_write(directory_ / name, content);
   if (most_ > 0) drop_oldest();
   return name;
 }
 
-// A name that is taken is of the same content, kept before. Where the file cannot be moved, as to another
-// file system, its content is kept.
+// If the name is taken, the same content was kept before. The file is moved all the same, under another name,
+// as a process may have it open and write on; each line feed added to the hashed text gives a further name.
+//
+// move_file() gives false for a taken name and for another file system alike. In the second case every try
+// fails, and the content is kept as a copy.
 std::string KeptTexts::take(const std::string& page_id, const fs::path& file,
                             const std::string& content) const {
+  // Bounds the tries. Each needs one more file that was kept of the same text and page.
   constexpr std::size_t kMostAlike = 16;
   for (std::size_t alike = 0; alike < kMostAlike; ++alike) {
     std::string name = name_of(page_id, content + std::string(alike, '\n'));
     if (utils::move_file(file, directory_ / name)) return name;
   }
   std::string name = keep(page_id, content);
+  // The text is safe, so a failure to remove the file is ignored: the page's next save finds it again.
   std::error_code gone;
   fs::remove(file, gone);
   return name;
 }
 
 std::optional<std::string> KeptTexts::read(const std::string& name) const {
+  // The name comes from a client: it must not lead out of the folder or to a write in progress, and a
+  // symbolic link is not followed.
   if (name.empty() || name.front() == '.' || name.find('/') != name.npos) return std::nullopt;
   std::error_code error;
   if (!fs::is_regular_file(fs::symlink_status(directory_ / name, error))) return std::nullopt;
@@ -60,7 +78,7 @@ std::optional<std::string> KeptTexts::read(const std::string& name) const {
 void KeptTexts::drop_oldest() const {
   std::vector<std::pair<fs::file_time_type, fs::path>> kept;
   for (const fs::directory_entry& entry : fs::directory_iterator(directory_)) {
-    std::error_code gone;  // another process tidies up too
+    std::error_code gone;  // another process may have removed it since it was listed
     const auto time = entry.last_write_time(gone);
     if (!gone && entry.path().extension() == ".md") kept.emplace_back(time, entry.path());
   }

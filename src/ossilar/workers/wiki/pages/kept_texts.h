@@ -1,5 +1,8 @@
-// Texts that did not become, or are no longer, a page's, kept for their authors: refused drafts, and what a
-// save or a repair took the place of.
+// Texts kept for their authors because they are not, or no longer, a page's: drafts whose save was refused
+// (`.ossilar/drafts`), and texts that a save, a repair or a removal replaced (`.ossilar/replaced`).
+//
+// The Wiki (host/wiki.h) has one object for each folder. host/saving.cc keeps drafts and mcp/resources.cc
+// reads them back; pages/former_file.cc, check/adoption.cc and check/repair.cc keep replaced texts.
 #pragma once
 
 #include <cstddef>
@@ -10,28 +13,35 @@
 
 namespace ossilar::workers::wiki {
 
-// A folder of texts.
+// A folder with one Markdown file per text. A failed call leaves every other text as it was.
 //
 // Thread-safety: every member may be called from any thread, and several processes may use one folder.
+// Nothing is cached and each file is written whole, so no lock is needed.
 class KeptTexts {
  public:
-  // `directory` is made when the first text is kept. Of more than `most` texts the oldest go; 0 keeps all.
+  // `directory` is created with the first text. Beyond `most` texts the oldest are removed; 0 keeps all.
   explicit KeptTexts(std::filesystem::path directory, std::size_t most = 0)
       : directory_(std::move(directory)), most_(most) {}
 
-  // Keeps `content`, which is `page_id`'s, and gives the name of its file: the page id and a hash of the
-  // content. The same content for the same page is kept once. It is on disk at the return. Throws IoError.
+  // Keeps `content`, a text of the page `page_id`, and gives the name of its file. The same content of the
+  // same page is kept once. It is on disk when this returns. Throws utils::IoError if it cannot be written,
+  // and std::filesystem::filesystem_error if the folder cannot be listed for old texts; by then the text is
+  // kept.
   std::string keep(const std::string& page_id, const std::string& content) const;
 
-  // The name under which keep() keeps it.
+  // The file name that keep() gives the text, made of the page id and a hash: at most 80 bytes, without a
+  // slash, never hidden. `page_id` may be any bytes.
   static std::string name_of(const std::string& page_id, const std::string& content);
 
-  // Keeps the file `file` itself, whose bytes are `content`: what somebody who has it open still writes is
-  // kept too. It is on disk at the return. Throws IoError.
+  // Moves `file`, whose bytes are `content`, into the folder and gives its new name. Since the file itself is
+  // moved, what a process that has it open still writes is kept too. From another file system only a copy of
+  // `content` can be kept. It is on disk when this returns. Never removes old texts. Throws utils::IoError;
+  // the text is then in the one place or the other.
   std::string take(const std::string& page_id, const std::filesystem::path& file,
                    const std::string& content) const;
 
-  // The text under a name that keep() gave, or none.
+  // The text under a name that keep() gave; none for any other name and for a text that is gone. Throws
+  // utils::Error if the file cannot be read or is not UTF-8.
   std::optional<std::string> read(const std::string& name) const;
 
  private:

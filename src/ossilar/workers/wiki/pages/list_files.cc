@@ -1,3 +1,13 @@
+// A list is rendered from the rows, compared with its file, and written only if it differs. Rewriting one
+// list of all pages at each save would cost more with every page; patching lines in place could never repair
+// a list that fell behind. So a save renders one part (list_parts.h) and leaves the other files alone.
+//
+// A manifest is also evidence: after a pull, its lines are what proves that a new page file was stored by
+// ossilar elsewhere. Rewriting it from rows alone would destroy that proof before the page is adopted. A
+// foreign line therefore stays as long as its page waits, and a manifest with such lines is not noted as
+// ours, so that news() reports it until the page has been adopted.
+//
+// Order on disk: lists of parts before the list that names them, and each index before its manifest.
 #include "ossilar/workers/wiki/pages/list_files.h"
 
 #include <algorithm>
@@ -19,7 +29,8 @@ namespace fs = std::filesystem;
 
 bool is_manifest(const std::string& name) { return name.ends_with(kManifestEnd); }
 
-// Link text in a list: brackets and marks of a title stand for themselves.
+// `text` with a backslash before each character that Markdown could read as markup. Titles and summaries are
+// plain text, and a bracket in a title would end the link.
 std::string escaped(const std::string& text) {
   static constexpr std::string_view kMarks = "\\`*_<>[]&";
   std::string out;
@@ -32,8 +43,8 @@ std::string escaped(const std::string& text) {
   return out.append(text, done);
 }
 
-// The overview is what a reader opens first, then what is about the whole repository, then the modules, where
-// the order of the ids puts a module before its parts.
+// Readers open the overview first, then the other pages about the whole repository, then the modules. Within
+// a rank the order of the ids stays, which puts a module before the modules inside it.
 int rank_of(const Map& row) {
   const std::string type = utils::string_member(row, "page_type");
   if (type == "overview") return 0;
@@ -52,10 +63,11 @@ std::vector<std::string> in_reading_order(const ListPart& part, const store::Sto
   return pages;
 }
 
-// How many of the listed pages the page is a part of. Plans have no circle; a row may be of an older plan, so
-// the way up is bounded.
+// How many of the listed pages the page is a part of. A plan has no cycle of parents, but rows of different
+// plans can form one, so the number of steps is limited.
 std::size_t depth_of(const std::string& page_id, const store::StoredRows& rows,
                      const std::set<std::string>& listed) {
+  // Deeper than a reader could follow. Beyond it only the indentation stops growing.
   constexpr int kMostSteps = 64;
   std::size_t depth = 0;
   const Map* row = rows.find(page_id);
@@ -76,7 +88,7 @@ std::string index_line(const Map& row, const std::string& up) {
   return line + "\n";
 }
 
-// A part as readers see it: "src/core/..." of the prefix "src/core/".
+// The title of a part: "src/core/..." for the prefix "src/core/".
 std::string part_title(const std::string& prefix) { return escaped(prefix) + "..."; }
 
 }  // namespace
@@ -94,6 +106,7 @@ std::string render_index(const ListPart& part, const store::StoredRows& rows) {
   }
   for (const std::string& prefix : part.parts) {
     const std::string file = list_file(prefix, kIndexEnd);
+    // Parts lie side by side in `lists/`, so between two of them the link has no folder.
     out += "- [" + part_title(prefix) + "](" + (is_whole ? file : file.substr(file.find('/') + 1)) + ")\n";
   }
   return out;
@@ -107,8 +120,9 @@ std::string WikiLists::read(const std::string& name) const {
   return utils::normalise_line_ends(utils::read_file_within(wiki_, file));
 }
 
-// Whether the page's file is another than its row knows: it came by version control and waits for its
-// adoption, to which a line of the manifest is the proof, or it waits for a hand that resolves a conflict.
+// Whether the page has a file that its row does not know. The file came by version control and waits for its
+// adoption, or for somebody to resolve a conflict in it. A page without a file does not count here;
+// is_awaited() tells whether one has yet to arrive.
 bool WikiLists::is_unsettled(const std::string& page_id, const Map* row) const {
   const fs::path file = pages_ / (page_id + ".md");
   if (!utils::is_regular_file(file)) return false;
@@ -117,7 +131,7 @@ bool WikiLists::is_unsettled(const std::string& page_id, const Map* row) const {
     const std::string hash = _text_hash(utils::read_text_file_within(pages_, file));
     return utils::string_member(*row, "content_hash") != hash;
   } catch (const utils::Error&) {
-    return true;  // what cannot be read is not what the row knows
+    return true;  // an unreadable file is not the row's text, and may become readable again
   }
 }
 
@@ -126,8 +140,9 @@ bool WikiLists::is_awaited(const std::string& page_id) const {
   return awaited_.count(pages_ / (page_id + ".md")) > 0;
 }
 
-// Of the manifest in place, a line that is not the rows' may be right all the same, while its page is not
-// settled. Only such lines are parsed.
+// The manifest as it should be: a line per row, but for a page that waits the line in place. As little as
+// possible is parsed: nothing of a file that equals its rows, else the lines that differ, and the whole file
+// only when one of their pages waits.
 WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::StoredRows& rows,
                                            const Map& lint, const Waiting& waiting) const {
   ManifestLines lines = manifest_lines(part, rows);
@@ -141,7 +156,8 @@ WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::St
   for (const std::string_view line : utils::split_lines(manifest.in_place)) {
     if (ours.count(line) == 0) others.append(line).append("\n");
   }
-  std::optional<ManifestContent> whole;  // with the lines that are ours, too
+  // A merge may have left two lines for a page, one of them equal to ours and so not in `others`. Both stay.
+  std::optional<ManifestContent> whole;
   for (const auto& [page_id, hashes] : read_manifest(others).described) {
     if (page_id == waiting.but) continue;
     const bool waits = waiting.awaited && is_awaited(page_id);
@@ -154,8 +170,11 @@ WikiLists::Manifest WikiLists::manifest_of(const ListPart& part, const store::St
   return manifest;
 }
 
-// The manifest last: it vouches for what is done. A file that reads as it should is left alone: a sync costs
-// more than the look.
+// The manifest is written last, as it vouches for what is done. A file that already reads as it should is not
+// written: reading it costs less than a sync.
+//
+// A manifest that keeps foreign lines is neither noted nor own, so the next adopt_arrivals() looks at it
+// again.
 void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, const Map& lint,
                            const std::string& saved, Own& own) {
   const fs::path index_name = list_file(part.prefix, kIndexEnd);
@@ -166,12 +185,17 @@ void WikiLists::write_part(const ListPart& part, const store::StoredRows& rows, 
   if (read(index_name) != index) files.push_back({index_name.filename(), index});
   const bool is_other = manifest.in_place != manifest.text;
   if (is_other) files.push_back({manifest_name.filename(), manifest.text});
+  // Both lie in one folder, which is then synced once.
   const auto stamps = utils::atomic_write_all((wiki_ / index_name).parent_path(), files);
   if (manifest.has_waiting) return;
   if (is_other) note_own(manifest_name, stamps.back());
   own[manifest_name] = utils::sha256_hex(manifest.text);
 }
 
+// Only the part that lists the page is written, if the manifests above it already name the right parts. If
+// one does not, the page has divided a part, or a merge or an older division left it wrong; then all are
+// written. Their indexes are not compared: both files of a part are written together, and an index that a
+// merge broke by itself is found by `ossilar check`.
 WikiLists::Own WikiLists::write_page(const store::StoredRows& rows, const Map& lint,
                                      const std::string& page_id) {
   const std::vector<ListPart> way = parts_to(rows, page_id);
@@ -185,7 +209,8 @@ WikiLists::Own WikiLists::write_page(const store::StoredRows& rows, const Map& l
   return own;
 }
 
-// From the bottom up, so that no list names one that is not there.
+// From the bottom up, so that no list names a file that is not there yet. Files of former parts go last, when
+// no list names them any more; one that cannot be removed is ignored here and reported by `ossilar check`.
 WikiLists::Own WikiLists::write_all(const store::StoredRows& rows, const Map& lint) {
   const std::vector<ListPart> parts = all_parts(rows);
   Own own;
@@ -209,7 +234,7 @@ std::vector<ListFile> WikiLists::expected(const store::StoredRows& rows, const M
 
 std::vector<std::string> WikiLists::files_in_lists() const {
   std::vector<std::string> names;
-  std::error_code ended;
+  std::error_code ended;  // also set when a small wiki has no such folder
   for (fs::directory_iterator at(wiki_ / kListsFolder, ended), end; !ended && at != end;
        at.increment(ended)) {
     const fs::path name = at->path().filename();
@@ -223,7 +248,7 @@ std::vector<std::string> WikiLists::files_in_lists() const {
 
 std::vector<std::string> WikiLists::strays(const store::StoredRows& rows) const {
   std::vector<std::string> found = files_in_lists();
-  if (found.empty()) return found;
+  if (found.empty()) return found;  // a small wiki's: spares the division of all pages
   std::set<std::string> wanted;
   for (const ListPart& part : all_parts(rows)) {
     for (const char* end : {kIndexEnd, kManifestEnd}) wanted.insert(list_file(part.prefix, end));
@@ -241,6 +266,8 @@ std::vector<std::string> WikiLists::manifests() const {
   return names;
 }
 
+// Asked before commands and before each call of a session, so it looks at stamps and reads no file. A
+// manifest that was never noted counts if it exists.
 WikiLists::Stamps WikiLists::news() const {
   const std::vector<std::string> names = manifests();
   Stamps changed;
@@ -257,6 +284,8 @@ WikiLists::Stamps WikiLists::news() const {
   return changed;
 }
 
+// A manifest with the text that we wrote says nothing new. It can say something wrong: after a save was cut
+// short between rows and lists, it is older than the rows and would take an older page file for a newer one.
 ManifestContent WikiLists::read(const Stamps& manifests, const Own& own) const {
   ManifestContent content;
   for (const auto& [name, stamp] : manifests) {
@@ -268,7 +297,7 @@ ManifestContent WikiLists::read(const Stamps& manifests, const Own& own) const {
 }
 
 ManifestContent WikiLists::read_all() const {
-  Stamps all;
+  Stamps all;  // the stamps are not looked at by read()
   for (const std::string& name : manifests()) all[name] = {};
   return read(all, {});
 }
@@ -282,7 +311,7 @@ void WikiLists::note(const Stamps& manifests, const PageStamps& awaited) {
   const std::lock_guard lock(mutex_);
   for (const auto& [name, stamp] : manifests) {
     if (utils::stamp_of(wiki_ / name) == stamp)
-      noted_[name] = stamp;  // else it was written since, by us perhaps
+      noted_[name] = stamp;  // a file written since is news, or ours and noted by its write
   }
   awaited_ = awaited;
 }

@@ -1,3 +1,9 @@
+// Rows are sorted by id, so the pages of a prefix are one range of them, whose size is the difference of two
+// ranks. Division therefore counts ranges and jumps from group to group instead of walking the rows. Groups
+// differ in the character after the prefix, so no page is in two of them.
+//
+// Parts of equal size would balance better, but then one new page shifts the borders of all parts behind it,
+// and two branches that each add a page get different files.
 #include "ossilar/workers/wiki/pages/list_parts.h"
 
 #include <algorithm>
@@ -8,11 +14,11 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// A file's name may have 255 bytes.
+// File systems allow 255 bytes a name; the hash and the ending are added to this.
 constexpr std::size_t kLongestName = 200;
-constexpr std::size_t kHashDigits = 16;
+constexpr std::size_t kHashDigits = 16;  // 64 bits, to tell names apart that are cut to the same beginning
 
-// Comes after every character of a page id.
+// Sorts after every character of a page id, so prefix + kAfterAll is the end of the prefix's range.
 constexpr char kAfterAll = '\x7f';
 
 std::string end_of(const std::string& prefix) { return prefix + kAfterAll; }
@@ -42,6 +48,7 @@ ListPart list_part(const store::StoredRows& rows, const std::string& prefix) {
   for (const std::string* first = rows.first_from(at); first != nullptr && first->starts_with(prefix);
        first = rows.first_from(at)) {
     if (first->size() == prefix.size()) {
+      // The page whose id is the prefix has no next character. Go on behind it, before any longer id.
       part.pages.push_back(*first);
       at = prefix + '\x01';
       continue;
@@ -63,7 +70,7 @@ std::vector<ListPart> parts_to(const store::StoredRows& rows, std::string_view p
   for (bool goes_on = true; goes_on;) {
     way.push_back(list_part(rows, prefix));
     goes_on = false;
-    for (const std::string& below : way.back().parts) {
+    for (const std::string& below : way.back().parts) {  // at most one of them begins the id
       if (!page_id.starts_with(below)) continue;
       prefix = below;
       goes_on = true;
@@ -72,6 +79,8 @@ std::vector<ListPart> parts_to(const store::StoredRows& rows, std::string_view p
   return way;
 }
 
+// A stack instead of recursion: the depth follows from the ids. Parts are pushed in reverse so that they come
+// out in order.
 std::vector<ListPart> all_parts(const store::StoredRows& rows) {
   std::vector<ListPart> all;
   std::vector<std::string> pending{""};
@@ -87,7 +96,7 @@ std::vector<ListPart> all_parts(const store::StoredRows& rows) {
 std::string list_file(const std::string& prefix, const char* end) {
   if (prefix.empty()) return std::string(end == std::string_view(kIndexEnd) ? "index" : "manifest") + end;
   std::string name = prefix.substr(0, kLongestName);
-  std::replace(name.begin(), name.end(), '/', '+');  // which no page id has
+  std::replace(name.begin(), name.end(), '/', '+');  // no page id has a plus, so names stay distinct
   if (prefix.size() > kLongestName) name += "+" + utils::sha256_hex(prefix).substr(0, kHashDigits);
   return std::string(kListsFolder) + "/" + name + end;
 }

@@ -3,7 +3,11 @@
 // The pages' ids are a tree by their beginnings. A part that would list more than kMostTogether pages is
 // divided by the next character of their ids, and each part below is named by the longest beginning that all
 // of its pages share: "src/core/" and "src/net/", mostly. Groups of few stay where they are. The division
-// follows from the set of ids alone: two clones with the same pages have the same parts.
+// follows from the set of ids alone: two clones with the same pages have the same parts, so git can merge
+// them.
+//
+// Used by list_files.cc and manifest.cc. Pure functions over a snapshot of the rows: any thread may call
+// them, and they do not fail.
 #pragma once
 
 #include <cstddef>
@@ -15,9 +19,11 @@
 
 namespace ossilar::workers::wiki {
 
-// Rendered, written and synced in about the time that one page takes.
+// A save rewrites one part, so a part should cost about as much as the page itself. A smaller limit would
+// spread the wiki over more files, which readers open one by one.
 inline constexpr std::size_t kMostTogether = 128;
-// Fewer pages than this are not worth a file of their own.
+// Fewer pages than this are not worth a file of their own. There are 40 characters that ids consist of,
+// so a part that is divided lists at most 40 groups of 7 itself, and the page whose id is the prefix.
 inline constexpr std::size_t kFewestApart = 8;
 
 struct ListPart {
@@ -26,13 +32,14 @@ struct ListPart {
   std::vector<std::string> parts;  // the prefixes of the parts right below it, in order
 };
 
-// The part of this prefix. Costs what it lists plus the square root of the number of pages, not that number.
+// The part of this prefix. Time grows with what it lists and with the square root of the number of all pages,
+// so a save in a large wiki does not walk all rows.
 ListPart list_part(const store::StoredRows& rows, const std::string& prefix);
 
-// The parts from the whole wiki down to the one that lists `page_id`, which has a row.
+// The parts from the whole wiki down to the one that lists `page_id`; never empty. The page must have a row.
 std::vector<ListPart> parts_to(const store::StoredRows& rows, std::string_view page_id);
 
-// All parts, each before those below it.
+// All parts, each before those below it; the whole wiki first.
 std::vector<ListPart> all_parts(const store::StoredRows& rows);
 
 inline constexpr const char* kListsFolder = "lists";  // of the parts, in the wiki's root

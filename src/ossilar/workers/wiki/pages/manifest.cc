@@ -1,3 +1,10 @@
+// A manifest is valid JSON as it is written, but it is not parsed as one document. git's union merge can
+// leave two lines about one page, of which a JSON object keeps one, and a conflict leaves no JSON at all.
+// Either way the hash of the page file that came by the merge could be lost, and the page would not be
+// adopted. So text in our own layout is parsed line by line. Text in any other layout is tried as a whole
+// first: it is format 1, or a program laid it out anew.
+//
+// Every way of reading ends in take_entries(), which brings both formats into the same form.
 #include "ossilar/workers/wiki/pages/manifest.h"
 
 #include <iterator>
@@ -18,11 +25,12 @@ constexpr const char* kFormerIdKey = "page_id";  // which only the entries of fo
 constexpr std::string_view kPagesStart = "pages/";
 constexpr std::string_view kPagesEnd = ".md";
 
-// A row's key and the entry's name for it, in the order of the entry.
+// The fields of an entry in their order, with the row's key for each. The order is part of the format:
+// another one would change every line in every clone.
 struct Field {
   const char* name;
   const char* row_key;
-  bool is_json_text = false;  // the row's value is the text of the entry's
+  bool is_json_text = false;  // the row holds the value as JSON text already
 };
 constexpr Field kFields[] = {{kHashKey, kHashKey},   {"title", "title"},
                              {"type", "page_type"},  {"importance", "importance"},
@@ -33,7 +41,8 @@ std::string entry_line(const std::string& file, const Map& entry) {
   return "," + utils::json_text(file) + ": " + utils::json_text(entry) + "\n";
 }
 
-// Put together as text: a save renders the lines of all the pages that its own page is listed with.
+// Put together as text instead of building a JSON object: a save renders the lines of all pages in its part.
+// A page id needs no escaping.
 std::string manifest_line(const std::string& page_id, const Map& row) {
   std::string line = ",\"" + std::string(kPagesStart).append(page_id).append(kPagesEnd) + "\": {";
   const char* separator = "\"";
@@ -47,7 +56,8 @@ std::string manifest_line(const std::string& page_id, const Map& row) {
   return line + "}\n";
 }
 
-// The page that a key of the manifest is about, or none.
+// The page that a key of the manifest is about; none for other keys. The id comes from a file that anybody
+// may have written and becomes a path, so `pages/../x.md` must not pass.
 std::optional<std::string> page_of(std::string_view key) {
   if (!key.starts_with(kPagesStart) || !key.ends_with(kPagesEnd)) return std::nullopt;
   key.remove_prefix(kPagesStart.size());
@@ -55,7 +65,7 @@ std::optional<std::string> page_of(std::string_view key) {
   return is_page_id(key) ? std::optional<std::string>(key) : std::nullopt;
 }
 
-// Takes the value of `text`, an object of format 2 or a part of one.
+// Takes what `object` says, which is a manifest of format 2 or one entry of it.
 void take_entries(ManifestContent& content, const Map& object) {
   for (const auto& [key, value] : object.items()) {
     if (key == kLintKey) content.lint = value;
@@ -67,14 +77,15 @@ void take_entries(ManifestContent& content, const Map& object) {
   }
 }
 
+// Format 1 has the page id inside the entry and not as its key.
 void take_former_entry(ManifestContent& content, const Map& entry) {
   const std::string page_id = utils::string_member(entry, kFormerIdKey);
   if (!is_page_id(page_id)) return;
   take_entries(content, Map{{std::string(kPagesStart).append(page_id).append(kPagesEnd), entry}});
 }
 
-// False when the text is no JSON, as after a merge of its lines, and for one in our own lines: a merge may
-// have left two of a page, of which JSON knows one.
+// False for text in our own layout, where a merge may have left two lines for a page of which JSON would keep
+// one, and for text that is no JSON, as after a conflict. Nothing has been taken then.
 bool take_whole(ManifestContent& content, std::string_view text) {
   if (text.starts_with(kBegin)) return false;
   try {
@@ -87,7 +98,8 @@ bool take_whole(ManifestContent& content, std::string_view text) {
   }
 }
 
-// One line of a manifest of either format; one that is not whole is passed over.
+// Takes one line of a manifest of either format. Anything else is skipped: frame, conflict marks, a line that
+// was cut. In format 1 the comma stands at the end, and the last entry has none.
 void take_line(ManifestContent& content, std::string_view line) {
   line = utils::strip(line);
   const bool is_entry = line.starts_with(",\"");
@@ -120,7 +132,8 @@ std::string render_manifest(const ListPart& part, const ManifestLines& lines, co
   return out + "}\n";
 }
 
-// It is the first line, or none: the rest of a manifest of ours is long.
+// Every save asks for it, so a manifest of ours is not read whole: the summary is written as its first entry.
+// One that a merge moved further down is taken for absent.
 Map lint_of(std::string_view text) {
   if (text.starts_with(kBegin)) {
     text.remove_prefix(kBegin.size());

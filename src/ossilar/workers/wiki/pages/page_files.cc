@@ -1,3 +1,6 @@
+// Links are neither listed nor followed: a linked file may lie outside the wiki, and saves refuse to write
+// through links. Errors end the scan instead of failing it, because the caller only adds pages for the files
+// found. Code that concludes something from a missing file lists for itself (Inspection::inspect_folder()).
 #include "ossilar/workers/wiki/pages/page_files.h"
 
 #include <algorithm>

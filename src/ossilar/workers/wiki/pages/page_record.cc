@@ -1,3 +1,10 @@
+// One JSON object a line, not one for the whole record: after a merge or a hand's edit, a broken line costs
+// one fact and not all. The first key of an object names the kind of fact, which is why the order of keys
+// matters here.
+//
+// Only the generated part is searched, and only its first record counts. The author's text above the marker
+// may quote a record, as a page about this format would, and so may a hand below it; neither may pass for the
+// page's own.
 #include "ossilar/workers/wiki/pages/page_record.h"
 
 #include "ossilar/utils/error.h"
@@ -13,7 +20,8 @@ namespace {
 constexpr std::string_view kBegin = "<!-- ossilar:record\n";
 constexpr std::string_view kEnd = "-->";
 
-// A `>` would end the comment where it follows two hyphens, so none stands as it is.
+// A `>` after two hyphens would end the comment, so each is written as an escape, which JSON reads as the
+// same character. A `>` can only be inside a string.
 std::string fact_line(const Map& fact) {
   std::string line;
   for (const char c : utils::json_text(fact)) {
@@ -26,11 +34,10 @@ std::string fact_line(const Map& fact) {
   return line + "\n";
 }
 
-// The record of a page file's text with its frame, or nothing. The author above the marker and a hand below
-// the record may quote others, so it is the first one of the generated part. An editor may have taken the
-// line feed at its end.
+// The record with its frame, as a view into `text`; empty if there is none. It begins at the start of a line.
+// The line feed at its end may be missing where the file ends: some editors remove it.
 std::string_view framed_record(std::string_view text) {
-  if (text.find(kBegin) == text.npos) return {};
+  if (text.find(kBegin) == text.npos) return {};  // spares finding the generated part
   std::string_view part = generated_of(text);
   const std::size_t feed = part.find("\n" + std::string(kBegin));
   if (feed == part.npos) return {};
@@ -90,12 +97,13 @@ std::optional<PageRecord> record_of(std::string_view page_text) {
     try {
       take_fact(record, utils::parse_json(line, "a line of a page's record"));
     } catch (const utils::Error&) {
-      continue;  // a hand's, or one that a merge broke: the page is as unknown as the fact
+      continue;  // written by hand or broken by a merge: this fact is lost, the others count
     }
   }
   return record;
 }
 
+// The offset is taken from the view, which points into `page_text`.
 std::string without_record(std::string_view page_text) {
   const std::string_view record = framed_record(page_text);
   if (record.empty()) return std::string(page_text);

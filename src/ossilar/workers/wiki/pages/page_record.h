@@ -1,5 +1,5 @@
-// What a page file says of itself: all that a clone needs, beside the text, to know the page as it was when
-// it was saved. It stands at the end of the generated part, in a comment that no forge shows:
+// A page's record: what a clone needs to know about the page besides its text, as it was when the page was
+// saved. It ends the generated part of the page file, as a comment that no forge shows:
 //
 //   <!-- ossilar:record
 //   {"type": "module", "title": "Alpha"}
@@ -8,9 +8,12 @@
 //   {"cites": "src/alpha.cpp:L1-L3", "text": "9f86d081884c7d65"}
 //   -->
 //
-// One fact a line and in a fixed order, so that a save changes few lines and git merges the others. Nothing
-// in it is derived from sources as they are today: a page that is copied, merged or cloned never looks
-// fresher than it is.
+// One fact a line and in a fixed order, so that a save changes few lines and git merges the others. An
+// adopted page gets its source hashes from here. Those of the sources as they are today would be at hand too,
+// but would make a page that is cloned, merged or copied look fresher than it is.
+//
+// host/orchestrator.cc writes records; check/adoption.cc and check/older_format.cc read them and write those
+// of migrated pages. Pure functions: any thread may call, and no text of a page makes them fail.
 #pragma once
 
 #include <map>
@@ -32,17 +35,18 @@ struct PageRecord {
   std::vector<Map> citations;                        // as in the page's row
 };
 
-// The record as it stands in a page file, its line feed at the end.
+// The record as it stands in a page file, a line feed at its end. It never contains `-->` but as its end.
 std::string record_text(const PageRecord& record);
 
-// The record in the generated part of a page file's text, or none. Lines that are no facts of a record, or
-// facts that are not known here, are passed over.
+// The record in the generated part of a page file's text; none if there is none or its end is missing. Skips
+// lines that hold no fact, and facts of an unknown kind, which a later version may have written.
 std::optional<PageRecord> record_of(std::string_view page_text);
 
-// A page file's text without its record.
+// A page file's text without its record, to compare what does not depend on when it was saved.
 std::string without_record(std::string_view page_text);
 
-// The record that is known of a page by `row` (its title, build cache, source hashes and citations).
+// The record of the page whose row is `row`, for a page file that has none: from the row's type, title, build
+// cache, source hashes and citations. Throws utils::Error if the JSON text of one is damaged.
 PageRecord record_of_row(const Map& row);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,9 @@
+// A version is a hash of the file and not a number in the row, so that an edit by hand or by version control
+// is a new version too, and clones agree on it without a database. It is not the whole hash, as agents have
+// to repeat it in their calls.
+//
+// This check alone does not keep two saves apart. The commit compares the page file once more under the lock
+// with the one that was checked here (host/orchestrator.cc).
 #include "ossilar/workers/wiki/pages/page_version.h"
 
 #include <algorithm>
@@ -10,15 +16,15 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::size_t kVersionDigits = 16;
+constexpr std::size_t kVersionDigits = 16;  // 64 bits: no two versions of a page are alike by chance
 
-// An agent's context is not to be filled by a diff; what is cut off it can read.
+// A diff must not fill an agent's context. The agent can read the page for what is cut off.
 constexpr std::size_t kLongestDiff = std::size_t{16} * 1024;
 
 std::string shortened(std::string diff) {
   if (diff.size() <= kLongestDiff) return diff;
   diff.resize(utils::utf8_prefix(diff, kLongestDiff).size());
-  diff.resize(diff.find_last_of('\n') + 1);
+  diff.resize(diff.find_last_of('\n') + 1);  // whole lines only; nothing if the first is too long
   return diff + "... the rest of the diff is left out; read the page\n";
 }
 
@@ -41,6 +47,7 @@ void ReadTexts::put(const std::string& text) {
   }
   bytes_ += text.size();
   entries_.push_front({std::move(version), text});
+  // The text just put stays, however large: it is the one most likely to be asked for.
   while (bytes_ > kMostBytes && entries_.size() > 1) {
     bytes_ -= entries_.back().text.size();
     entries_.pop_back();
@@ -79,6 +86,8 @@ std::optional<Answer> refuse_version(const std::string& page_id, const std::stri
   }
   const source::NamedText now{"the page now, version " + version, page.text};
   const auto read = texts.find(wanted);
+  // `wanted` is the client's and may hold anything, so the message escapes it. The heading of the diff need
+  // not: it names `wanted` only when that is the version of a text put here.
   Answer answer = mismatch(
       page_id,
       "changed since version " + utils::printable(wanted) + " was read; `diff` shows " +

@@ -1,3 +1,9 @@
+// An embedding may be a request to a service, so each passage is looked for in three places before it is
+// embedded: with other pages (`elsewhere`), in the store, in the cache of vectors that drafts have made and
+// not stored. Without the cache, a draft that has to be made again would ask the service again, and so would
+// a commit whose chunks have to be made anew, which holds the write lock meanwhile.
+//
+// Everything goes by the hash of the passage's text, so a passage that a page holds twice is embedded once.
 #include "ossilar/workers/wiki/passages/page_chunks.h"
 
 #include <map>
@@ -10,8 +16,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// The vectors of the passages with these hashes, but for those in `elsewhere`: from the store, from the
-// cache, and only for the rest from the embedder.
+// The vectors by hash, for all `hashes` but those in `elsewhere`. `hashes[i]` is that of `passages[i]`. All
+// texts for the embedder go in one call, so that a service gets few requests.
 std::map<std::string, store::Vector> passage_vectors(const ChunkServices& services,
                                                      const std::vector<search::Passage>& passages,
                                                      const std::vector<std::string>& hashes,
@@ -39,7 +45,7 @@ std::map<std::string, store::Vector> passage_vectors(const ChunkServices& servic
   if (texts.empty()) return vectors;
   std::vector<std::vector<float>> made = services.embedder.embed(texts, services.task);
   for (std::size_t i = 0; i < fresh.size(); ++i) {
-    services.vectors.put(fresh[i], made.at(i));
+    services.vectors.put(fresh[i], made.at(i));  // at(): fewer vectors than texts must not pass
     vectors[fresh[i]] = std::move(made[i]);
   }
   return vectors;
@@ -71,6 +77,9 @@ std::vector<Map> page_chunks(const ChunkServices& services, const std::string& s
   return chunks;
 }
 
+// What other pages share is asked for right before it is used, and the write lock keeps it true meanwhile: if
+// another page gave a passage up, the passage could be gone with its vector, and the store would refuse the
+// chunk.
 void replace_chunks(const ChunkServices& services, const std::string& branch, const std::string& page_id,
                     std::int64_t page_key, const std::string& searchable, const std::vector<Map>& citations) {
   const store::SharedPassages shared =

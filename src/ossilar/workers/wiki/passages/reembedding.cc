@@ -1,3 +1,7 @@
+// The plain way, one transaction that replaces all vectors, would keep every save waiting for as long as the
+// embedding service takes, and lose all of it on a failure. Here each batch is a transaction of its own, and
+// the embedder is called between them. Old vectors are dropped last, in one step that the store refuses as
+// long as any passage has no new one.
 #include "ossilar/workers/wiki/passages/reembedding.h"
 
 #include <algorithm>
@@ -9,7 +13,8 @@ namespace {
 
 using store::PassageText;
 
-// Passages of one batch: what a service takes in one or two requests, and what is lost when it is ended.
+// Passages of one batch. The HTTP embedder sends as many texts in one request (its limit in bytes may divide
+// them further), and an interruption loses the work of at most one batch.
 constexpr std::size_t kBatch = 64;
 
 std::map<std::string, store::Vector> embedded(const std::vector<PassageText>& batch,
@@ -27,6 +32,8 @@ void embed_what_lacks(store::WikiStore& store, search::Embedder& embedder, const
                       utils::Task& task) {
   const std::string model = embedder.model();
   const std::size_t total = store.count_without_vector(model);
+  // Passages come in the order of their hashes. Going on after the last one makes the loop end even while
+  // saves add passages: those that come in before it are left to the next round.
   std::string after;
   for (std::size_t done = 0;;) {
     const std::vector<PassageText> batch = store.passages_without_vector(model, after, kBatch);
@@ -36,7 +43,7 @@ void embed_what_lacks(store::WikiStore& store, search::Embedder& embedder, const
     store.add_vectors(model, embedded(batch, embedder, task));
     after = batch.back().hash;
     done += batch.size();
-    if (progress) progress(std::min(done, total), total);
+    if (progress) progress(std::min(done, total), total);  // passages may have been added since `total`
   }
 }
 
@@ -50,7 +57,8 @@ std::optional<EmbeddingChange> embedding_change(store::WikiStore& store, const s
                          .passages = store.count_without_vector(embedder.model())};
 }
 
-// A save of a process that still uses the former model may come in between; it is embedded in the next round.
+// keep_model() says no if a process that still uses the former model has saved in between. Its passages are
+// embedded in the next round.
 void reembed(store::WikiStore& store, search::Embedder& embedder, const utils::Progress& progress,
              utils::Task& task) {
   do {

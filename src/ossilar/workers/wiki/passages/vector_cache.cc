@@ -1,3 +1,5 @@
+// find() does not renew a vector's place, so a generation goes by age and not by use. That is enough: a
+// vector is asked for again within the same save or its next attempt, and afterwards it is in the store.
 #include "ossilar/workers/wiki/passages/vector_cache.h"
 
 #include <utility>

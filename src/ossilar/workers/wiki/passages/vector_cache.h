@@ -1,4 +1,5 @@
-// Vectors of passages that are drafted but not stored yet.
+// Vectors of passages that are drafted but not stored yet. page_chunks.cc fills and asks it; each Wiki has
+// one, in memory alone, and its embedder's model is the only one in it.
 #pragma once
 
 #include <map>
@@ -10,7 +11,8 @@
 
 namespace ossilar::workers::wiki {
 
-// Keeps the vectors made last by passage hash, so that chunking the same text again calls no embedder.
+// Keeps the vectors made last, by passage hash, so that chunking the same text again calls no embedder. A
+// vector that was dropped is only made again.
 //
 // Thread-safety: every member may be called from any thread.
 class VectorCache {
@@ -19,8 +21,10 @@ class VectorCache {
   void put(const std::string& hash, store::Vector vector);
 
  private:
-  // Two generations of at most kGeneration each: when the newer is full the older is dropped. Some 1,000
-  // vectors of 384 numbers are 1.5 MiB, more passages than the drafts of a moment have.
+  // Two generations of at most kGeneration vectors: when the newer one is full, it becomes the older one,
+  // whose vectors are dropped. That bounds memory without keeping an order of use. Both together hold 1,024
+  // vectors, which is 1.5 MiB with the local embedder's 384 numbers each, and more passages than the drafts
+  // of one moment usually have.
   static constexpr std::size_t kGeneration = 512;
   mutable std::mutex mutex_;
   std::map<std::string, store::Vector> newer_;

@@ -1,3 +1,9 @@
+// BM25 scores and cosines have no common scale, so adding them up would need a factor for each wiki and
+// model. Places in a ranking can be compared, so the two are joined by reciprocal rank fusion
+// (search/ranking.h), in which each embedder sets the weight of its ranking.
+//
+// Vectors are the optional half: words are searched without any service. So an embedder that fails costs a
+// warning, while a store that fails ends the search, as it holds the words too.
 #include "ossilar/workers/wiki/passages/wiki_search.h"
 
 #include <algorithm>
@@ -16,15 +22,21 @@ namespace {
 
 using store::FoundPassage;
 
+// Bytes. Far more than a question has; it bounds what an embedding service is sent.
 constexpr std::size_t kLongestQuery = 2000;
+// Bytes. Two or three sentences: enough to judge a hit by, and a page of hits stays readable.
 constexpr std::size_t kLongestExcerpt = 300;
+// Bytes shown before the first match, some ten words, so that it does not start in the middle of a thought.
 constexpr std::size_t kBeforeMatch = 60;
 
-// Passages that each ranking puts forward: more than are shown, as being found by both counts more than a
-// place.
+// Passages that each ranking contributes. It must be more than the usual number of hits, since a passage in
+// the middle of both rankings can beat one at the top of a single one; and as many as kMostHits, so that one
+// ranking alone can fill the longest answer.
 constexpr std::size_t kCandidates = 50;
 
-// Cosines of unrelated texts stay below; the local embedder's scatter by some 0.05 around zero.
+// Every query has a nearest passage, so without a limit nonsense would find something. The local embedder
+// gives unrelated texts cosines that scatter by some 0.05 around zero (1 / sqrt(384)), a quarter of this.
+// Another model may put all texts above it; then nothing is cut off.
 constexpr double kNoise = 0.2;
 
 std::optional<Answer> refuse(const SearchRequest& request) {
@@ -43,7 +55,8 @@ std::optional<Answer> refuse(const SearchRequest& request) {
   return std::nullopt;
 }
 
-// As paths stand in the index: without "." and empty parts, and without a slash at the end.
+// `path` as the index spells it: without "." and empty parts, and without a slash at the end. "" for the
+// root.
 std::string index_path(const std::string& path) {
   std::string normal = std::filesystem::path(path).lexically_normal().generic_string();
   while (normal.ends_with("/")) normal.pop_back();
@@ -58,10 +71,12 @@ std::vector<std::string> keys_of(const std::vector<FoundPassage>& found) {
 }
 
 struct Match {
-  std::size_t at;    // where the word begins
+  std::size_t at;    // where the word that holds it begins
   std::string part;  // the part of it that was asked for
 };
 
+// Where parts of the query's identifiers stand in the text, in order. Words are compared by their parts as in
+// the index, but without its stems: a hit that was found by a stem or by its vector may have no match.
 std::vector<Match> matches_in(std::string_view text, const std::string& query) {
   std::set<std::string> wanted;
   for (const utils::Token& token : utils::tokens_of(query))
@@ -78,8 +93,11 @@ std::vector<Match> matches_in(std::string_view text, const std::string& query) {
   return matches;
 }
 
-// Where the most of what was asked for begins to stand together; 0 when nothing of it is there.
+// Where the stretch with the most different parts of the query begins, the first of equals; 0 without a
+// match. Different ones, as one common word often repeated says less than two words of the question side by
+// side.
 std::size_t densest(const std::vector<Match>& matches) {
+  // An excerpt must hold the stretch, kBeforeMatch bytes before it, and the rest of its last word.
   constexpr std::size_t kTogether = kLongestExcerpt - 2 * kBeforeMatch;
   std::size_t best = 0;
   std::size_t most = 0;
@@ -100,14 +118,16 @@ std::string on_one_line(std::string_view text) {
   return utils::join(words, " ");
 }
 
-// The text below the passage's heading, which is shown beside it.
+// The passage without its heading, which a hit names anyway; the whole if there is nothing below the heading.
 std::string_view below_heading(std::string_view text) {
   if (!text.starts_with('#')) return text;
   const std::string_view below = text.substr(std::min(text.find('\n'), text.size()));
   return utils::strip(below).empty() ? text : utils::strip(below);
 }
 
-// Cut between words, and the cuts shown.
+// A short passage is shown whole. A longer one is cut at blanks and line feeds, with "..." for what is left
+// out. Where no blank follows, as in one endless word, find_first_of() gives npos, and npos + 1 is 0: from
+// the start.
 std::string excerpt_of(std::string_view passage, const std::string& query) {
   const std::string_view text = below_heading(passage);
   std::size_t begin = text.size() > kLongestExcerpt ? densest(matches_in(text, query)) : 0;
@@ -129,6 +149,8 @@ SearchHit hit_of(const FoundPassage& passage, double score, const std::string& q
           .citations = passage.citations};
 }
 
+// The store gives the best first, so all from the first one below kNoise on goes. Anything but a failed store
+// becomes a warning; utils::Cancelled is no std::exception and passes.
 std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const store::PassageFilter& filter,
                                            const std::string& branch, store::WikiStore& store,
                                            search::Embedder& embedder, const utils::Task& task,
@@ -157,7 +179,7 @@ Map hit_document(const SearchHit& hit) {
           {"rel_path", hit.rel_path},
           {"section", hit.section},
           {"excerpt", hit.excerpt},
-          {"score", std::round(hit.score * 1000) / 1000},
+          {"score", std::round(hit.score * 1000) / 1000},  // more decimals would look like precision
           {"citations", hit.citations}};
 }
 
@@ -169,6 +191,8 @@ std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, con
   SearchResult result;
   const auto by_words = store.match_words(branch, request.query, filter, kCandidates);
   const auto by_vectors = nearest_passages(request, filter, branch, store, embedder, task, result.warning);
+  // By hash. A passage that several pages hold may come with another page from each ranking; that of the
+  // words counts, as it was found with its page's title.
   std::map<std::string, const FoundPassage*> passages;
   for (const auto* found : {&by_words, &by_vectors}) {
     for (const FoundPassage& passage : *found) passages.emplace(passage.hash, &passage);
@@ -177,6 +201,8 @@ std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, con
       search::fuse({{.keys = keys_of(by_words), .weight = 1},
                     {.keys = keys_of(by_vectors), .weight = embedder.ranking_weight()}});
   const std::size_t shown = std::min(ranked.size(), static_cast<std::size_t>(request.limit));
+  // The best score there can be: first place in both rankings. Hits tell their share of it, so 1 is the most
+  // with any embedder.
   const double first_everywhere =
       search::fuse({{.keys = {""}, .weight = 1 + embedder.ranking_weight()}})[0].score;
   for (std::size_t i = 0; i < shown; ++i) {
