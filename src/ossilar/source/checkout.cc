@@ -1,3 +1,10 @@
+// HEAD is followed here, one reference at a time. A single call of libgit2 would follow it too, but would
+// open each file on the way unchecked, and libgit2 blocks on a pipe (git_files.h). So each file is looked at
+// before libgit2 opens it.
+//
+// The same walk names every file to `reads`, and CheckoutReader takes the file's stamp there. The order
+// matters: the stamp is taken before the content is read. A change in between then shows as another stamp at
+// the next read(). A stamp taken afterwards would go with the new content while the old one is cached.
 #include "ossilar/source/checkout.h"
 
 #include <algorithm>
@@ -21,7 +28,8 @@ std::string hex(const git_oid& id) {
   return text;
 }
 
-// "refs/heads/topic/x" is the branch "topic/x".
+// "refs/heads/topic/x" is the branch "topic/x". The name goes into JSON and the database, so it must be
+// UTF-8.
 std::string branch_name(std::string_view reference) {
   for (const std::string_view prefix : {"refs/heads/", "refs/"}) {
     if (reference.substr(0, prefix.size()) == prefix) {
@@ -49,13 +57,15 @@ std::string name_in_address(std::string address) {
     if (ends) address.resize(address.size() - ending.size());
     return ends;
   };
+  // These first, as they may follow ".git".
   while (drop("/") || drop("/.")) {
   }
   drop(".git");
   return address.substr(address.find_last_of("/:") + 1);
 }
 
-// "" for a repository that was cloned from nowhere.
+// "" for a repository that was not cloned. An unreadable configuration gives "" too: open_repository() has
+// reported it already.
 std::string cloned_name(git_repository* repository) {
   git_config* opened = nullptr;
   if (git_repository_config_snapshot(&opened, repository) < 0) return "";
@@ -65,10 +75,12 @@ std::string cloned_name(git_repository* repository) {
   return known ? utils::valid_utf8(name_in_address(address)) : "";
 }
 
-// Gets the path of each file that a checkout is read from, before it is read.
+// Called with the path of each file that a checkout is read from, before the file is read.
 using Reads = std::function<void(const std::filesystem::path&)>;
 
-// A repository keeps some references of a linked working tree with that and the others in one place for all.
+// Names and looks at the places where the reference `name` may lie. A linked working tree keeps some
+// references, such as HEAD, in a directory of its own and shares the others; both places are taken, so that
+// libgit2's rule is not needed here.
 void tell_reference(const Reads& reads, git_repository* repository, const std::string& name) {
   const std::filesystem::path own = git_repository_path(repository);
   const std::filesystem::path common = git_repository_commondir(repository);
@@ -79,8 +91,9 @@ void tell_reference(const Reads& reads, git_repository* repository, const std::s
   }
 }
 
-// The name that the reference `name` leads to, or "" when it is a commit's. Only HEAD has to be there; what
-// is wrong with another is commit_of()'s to say.
+// The name of the reference that `name` points to, or "" when it holds a commit. Only HEAD must exist.
+// Another one that is missing or damaged also gives "": commit_of() follows the chain again, and knows which
+// of the two is an error.
 std::string target_of(git_repository* repository, const std::string& name, const std::string& where) {
   git_reference* found = nullptr;
   const int result = git_reference_lookup(&found, repository, name.c_str());
@@ -91,7 +104,8 @@ std::string target_of(git_repository* repository, const std::string& name, const
   return is_symbolic ? git_reference_symbolic_target(reference.get()) : "";
 }
 
-// More than libgit2 follows, which is ten.
+// libgit2 follows ten references and calls a longer chain or a loop an error, which commit_of() reports. This
+// limit only ends the walk here, so that the call is reached.
 constexpr int kMostSteps = 16;
 
 Checkout read_telling(const std::filesystem::path& root, const Reads& reads) {
@@ -99,7 +113,8 @@ Checkout read_telling(const std::filesystem::path& root, const Reads& reads) {
   checkout.root = root;
   checkout.name = utils::valid_utf8(root.filename().string());
   std::error_code error;
-  // A folder's own stamp tells of every lock that git takes in it.
+  // Only a `.git` that is a file, or missing, gets a stamp. As a directory it has a new modification time
+  // after each lock file that git makes in it, and the cache would be dropped for nothing.
   if (!std::filesystem::is_directory(root / ".git", error)) reads(root / ".git");
   const auto repository = open_repository(root);
   if (repository == nullptr) return checkout;
@@ -126,15 +141,18 @@ Checkout read_checkout(const std::filesystem::path& root) {
 }
 
 Checkout CheckoutReader::read() {
-  // A file that is younger than the coarsest clock's tick can change again and look the same.
+  // Nanoseconds: the coarsest time stamps of a file system in use (FAT). A file that is younger than this can
+  // be written again and keep its stamp.
   constexpr std::int64_t kTick = 2'000'000'000;
   const std::lock_guard lock(mutex_);
   const auto is_same = [](const auto& each) { return utils::stamp_of(each.first) == each.second; };
   if (last_ && std::all_of(stamps_.begin(), stamps_.end(), is_same)) return *last_;
+  // Taken before the reading, so that a file written meanwhile counts as young.
   const std::int64_t now =
       std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
-  last_.reset();
+  last_.reset();  // first: when the reading fails, the old checkout must not be given again
   stamps_.clear();
+  // A path that is named twice keeps its first stamp, the one from before its first reading.
   Checkout checkout =
       read_telling(root_, [this](const auto& path) { stamps_.try_emplace(path, utils::stamp_of(path)); });
   const auto is_settled = [&](const auto& each) { return each.second.modified <= now - kTick; };
@@ -148,6 +166,7 @@ std::optional<std::filesystem::path> find_root(const std::filesystem::path& fold
   if (error) return std::nullopt;
   for (;; at = at.parent_path()) {
     for (const char* mark : {".git", ".ossilar", "ossilar.toml"}) {
+      // A dangling link counts too: skipping it would choose a root further up without a word.
       if (std::filesystem::exists(std::filesystem::symlink_status(at / mark, error))) return at;
     }
     if (at == at.root_path()) return std::nullopt;

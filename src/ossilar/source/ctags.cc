@@ -1,3 +1,11 @@
+// A process for each file would spend its time on starting; so one process answers many texts, in the tool's
+// interactive mode. Each request is a line of JSON with the size of the text, then the text itself. The tool
+// answers with a line of JSON for each tag, and a "completed" line after each text. Only the order of those
+// lines tells which text an answer belongs to: the names in the requests are made up and may repeat.
+//
+// A text can kill the tool: its sandbox ends it at a forbidden call, or a parser crashes. That text is given
+// no symbols, and a new process goes on with the next one. So each run settles one text at least, and the
+// loop ends.
 #include "ossilar/source/ctags.h"
 
 #include <algorithm>
@@ -17,16 +25,20 @@
 namespace ossilar::source {
 namespace {
 
-// Large enough that starting the tool costs little beside its work, small enough that several fit in memory.
+// Large enough that starting the tool costs little beside its work. Small enough for memory: there are three
+// batches at most, two that run and one that is filled.
 constexpr std::size_t kBatchBytes = std::size_t{4} << 20;
+// By number too, so that a repository of small files is not one batch but work for both runs.
 constexpr std::size_t kBatchFiles = 1000;
-// The tool is one thread's work and takes longer than reading; more at once would only crowd out others.
+// Each run keeps one core busy, for longer than the reading of its texts takes. More at a time would shorten
+// a first index on a large machine, and take the cores from other programs.
 constexpr std::size_t kAtOnce = 2;
-// The tool reads a request into 1024 bytes.
+// The tool reads a request into a buffer of 1024 bytes; with this stem a request stays far below that.
 constexpr std::size_t kLongestStem = 60;
 
 constexpr const char* kInstall = "install Universal Ctags to have symbols";
 
+// Whether one of the lines, each a name and a description after a blank, has the name `start`.
 bool contains_line(const std::vector<std::string_view>& lines, std::string_view start) {
   return std::any_of(lines.begin(), lines.end(),
                      [&](std::string_view line) { return line.substr(0, line.find(' ')) == start; });
@@ -37,7 +49,9 @@ bool contains(const std::array<std::string_view, N>& words, std::string_view wor
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// A name for the text that the tool can neither take for an option nor find anywhere.
+// The file name that the tool is told: of plain characters alone, so that it is no option, leads to no other
+// folder and needs no escapes in JSON. The ending makes the tool choose our language, also for endings that
+// it does not know itself.
 std::string tool_name(std::string_view path, std::string_view language) {
   std::string_view stem = path.substr(path.rfind('/') + 1);
   stem = stem.substr(0, std::min(stem.find('.'), kLongestStem));
@@ -48,8 +62,9 @@ std::string tool_name(std::string_view path, std::string_view language) {
   return std::string(stem) + "." + std::string(symbol_ending(language));
 }
 
-// What a reader looks for: what is declared for others to use. Fields, parameters, locals and imports are
-// not.
+// A reader looks for what is declared for others to use; fields, parameters, locals and imports are left out.
+// The kinds of all the tool's languages share one list. Values count at the top level only, where they are no
+// locals.
 bool is_wanted(std::string_view kind, std::string_view scope_kind, std::string_view language) {
   static constexpr std::array<std::string_view, 35> kDeclarations = {
       "function",  "method",      "class",   "struct",          "union",     "enum",       "interface",
@@ -65,7 +80,8 @@ bool is_wanted(std::string_view kind, std::string_view scope_kind, std::string_v
   return contains(kDeclarations, kind) || (contains(kValues, kind) && contains(kTopLevel, scope_kind));
 }
 
-// "ns::__anon0b8855dc0311::Q" is "ns::Q": the tool's names for nameless scopes tell nobody anything.
+// "ns::__anon0b8855dc0311::Q" becomes "ns::Q": the names that the tool makes up for nameless scopes say
+// nothing to a reader.
 std::string without_nameless(std::string scope) {
   static constexpr std::string_view kMark = "__anon";
   for (std::size_t at = scope.find(kMark); at != std::string::npos; at = scope.find(kMark, at)) {
@@ -77,8 +93,9 @@ std::string without_nameless(std::string scope) {
   return scope;
 }
 
-// What stands after `"key": ` in a line of the tool. It writes flat objects and escapes the quotes in values,
-// so no value can hold what reads like a key. (A JSON document a tag would take longer than the tool.)
+// The rest of the line after `"key": `. A search does instead of a parser, because the tool writes flat
+// objects and escapes quotes in values, so no value can look like a key. (To parse each tag as JSON would
+// take longer than the tool itself.)
 std::string_view after_key(std::string_view line, std::string_view key) {
   for (std::size_t at = line.find(key); at != std::string_view::npos; at = line.find(key, at + 1)) {
     const std::string_view after = line.substr(at + key.size());
@@ -94,11 +111,13 @@ std::string text_field(std::string_view line, std::string_view key) {
   const bool is_plain = end != std::string_view::npos && value[end] == '"';
   while (end < value.size() && value[end] == '\\') end = value.find_first_of("\"\\", end + 2);
   if (end >= value.size()) return {};
+  // Most values have no escapes and are copied; only the others go through the parser, which must not throw.
   if (is_plain) return std::string(value.substr(1, end - 1));
   const Map parsed = Map::parse(value.substr(0, end + 1), nullptr, false);
   return parsed.is_string() ? parsed.get<std::string>() : std::string();
 }
 
+// 0 when there is no such number.
 std::int64_t number_field(std::string_view line, std::string_view key) {
   const std::string_view value = after_key(line, key);
   std::int64_t number = 0;
@@ -117,6 +136,7 @@ std::optional<Symbol> symbol_of(std::string_view tag, std::string_view language)
   return symbol;
 }
 
+// Stable: symbols of one line stay in the tool's order.
 std::vector<Symbol> in_order(std::vector<Symbol> symbols) {
   std::stable_sort(symbols.begin(), symbols.end(),
                    [](const Symbol& a, const Symbol& b) { return a.line < b.line; });
@@ -124,18 +144,21 @@ std::vector<Symbol> in_order(std::vector<Symbol> symbols) {
   return symbols;
 }
 
-// What one run of the tool answered: the symbols of the texts that it came through, in their order.
+// What one run of the tool answered: the symbols of the texts that it finished, in their order.
 struct Answer {
-  bool began = false;
+  bool began = false;  // it wrote the line that says which program it is
   std::vector<std::vector<Symbol>> texts;
 };
 
+// `first` is the place in `languages` of the first text of this run. Symbols of a text that was not completed
+// are dropped: the tool died there.
 Answer read_answer(std::string_view output, const std::vector<std::string>& languages, std::size_t first) {
   Answer answer;
   std::vector<Symbol> symbols;
   for (const std::string_view line : utils::split_lines(output)) {
     const std::string type = text_field(line, "_type");
     if (type == "program") answer.began = true;
+    // All texts are answered; a broken tool may go on writing.
     if (first + answer.texts.size() == languages.size()) break;
     if (type == "tag") {
       if (auto symbol = symbol_of(line, languages[first + answer.texts.size()]))
@@ -152,6 +175,7 @@ Answer read_answer(std::string_view output, const std::vector<std::string>& lang
 SymbolTool find_symbol_tool() {
   utils::ProcessResult result;
   try {
+    // --options=NONE: no configuration of the user's or the repository's may change what the tool does.
     result = utils::run_process({"ctags", "--quiet", "--options=NONE", "--list-features"}, "");
   } catch (const utils::IoError& error) {
     const std::string why = error.error() == ENOENT ? "there is no ctags in PATH" : error.what();
@@ -161,8 +185,10 @@ SymbolTool find_symbol_tool() {
   if (result.exit_code != 0 || !contains_line(features, "json") || !contains_line(features, "interactive")) {
     return {{}, std::string("the ctags in PATH cannot write JSON; ") + kInstall};
   }
+  // Without a sandbox the tool opens no file either, as each request brings its text along.
   const std::string mode = contains_line(features, "sandbox") ? "sandbox" : "default";
-  // Fields: name, kind in full, line, scope and the scope's kind.
+  // Fields: N the name, K the kind in full, n the line, s the scope, p the scope's kind. Nameless
+  // declarations get no tags, but still appear in scopes: without_nameless().
   return {{"ctags", "--quiet", "--options=NONE", "--fields=NKnsp", "--extras=-{anonymous}",
            "--_interactive=" + mode},
           ""};
@@ -184,7 +210,7 @@ std::vector<std::vector<Symbol>> SymbolBatch::symbols(const SymbolTool& tool) co
     Answer answer = read_answer(result.output, languages_, all.size());
     if (!answer.began) throw utils::Error("ctags does not work: " + utils::printable(result.errors));
     std::move(answer.texts.begin(), answer.texts.end(), std::back_inserter(all));
-    // The sandbox, or a fault of a parser, ended the tool: its work goes on after the text that did it.
+    // The tool died on the next text: give that one no symbols, and go on after it.
     if (all.size() < size()) all.emplace_back();
   }
   return all;
@@ -206,6 +232,7 @@ std::map<std::size_t, std::vector<Symbol>> SymbolQueue::finish() {
 
 void SymbolQueue::start() {
   if (running_.size() == kAtOnce) wait_for_oldest();
+  // launch::async, as the default policy may put the work off until finish() waits for it.
   auto work = [tool = tool_, batch = std::exchange(batch_, {})] { return batch.symbols(tool); };
   running_.push_back({std::exchange(ids_, {}), std::async(std::launch::async, std::move(work))});
 }
@@ -217,6 +244,7 @@ void SymbolQueue::wait_for_oldest() {
     auto answers = oldest.answer.get();
     for (std::size_t i = 0; i < answers.size(); ++i) found_.emplace(oldest.ids[i], std::move(answers[i]));
   } catch (const utils::Error& error) {
+    // Symbols are a help, no condition: the refresh goes on, and add() takes no more texts.
     problem_ = error.what();
   }
 }

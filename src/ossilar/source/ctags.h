@@ -1,6 +1,10 @@
-// Symbols, as Universal Ctags finds them. The tool is fed the text on its standard input and opens no file,
-// in its sandbox where it has one, so the symbols are those of the text that was hashed and no name reaches
-// the tool.
+// Symbols of source texts, as Universal Ctags finds them. refresh.cc asks for the symbols of each text that
+// it has read; indexer.cc asks whether the tool is there.
+//
+// The tool gets the text on its standard input and opens no file, in its sandbox mode if it has one. So the
+// symbols are those of the text that was hashed, and no path of the repository reaches the tool.
+//
+// A missing or broken tool fails no refresh: files have no symbols then, and the reason is kept as a text.
 #pragma once
 
 #include <cstddef>
@@ -16,31 +20,38 @@
 
 namespace ossilar::source {
 
-// Beyond this many, in the order of their lines, a file is a generated table that nobody reads as a list.
+// Symbols that are kept of a file, the first ones by line. A file with more is a generated table, which
+// nobody reads as a list.
 inline constexpr std::size_t kMaxSymbols = 2000;
-// Files larger than this are generated or data, and some of the tool's parsers are slow on those.
+// Bytes. Larger files are generated or data, and some of the tool's parsers are slow on those; nothing else
+// limits the time that the tool takes over a text.
 inline constexpr std::size_t kLargestForSymbols = std::size_t{1} << 20;
 
-// How the tool of this machine is run, or why it cannot be.
+// How to run the tool on this machine, or why it cannot be run.
 struct SymbolTool {
   std::vector<std::string> arguments;  // empty when it cannot be run
-  std::string problem;
+  std::string problem;                 // why, and what to install; "" when it can be run
 };
 
-// Asks the `ctags` in PATH what it can do. Throws IoError when a process cannot be started for another reason
-// than that there is no such program.
+// Asks the `ctags` in PATH what it can do. One that is missing, cannot be started or is not able to do what
+// is needed gives a problem, not an exception.
+//
+// Thread-safety: may be called from any thread. Starts a process and waits for its end.
 SymbolTool find_symbol_tool();
 
-// Texts on their way to the tool, in the form in which it takes them.
+// Texts for one run of the tool, kept as the requests that it reads.
+//
+// Thread-safety: one thread at a time.
 class SymbolBatch {
  public:
-  // `path` gives the tool a name for what the text does not name, such as a module, after its own pattern.
+  // `language` has a symbol_ending(). Of `path` only the stem of the file's name is used: some parsers name
+  // after it what the text itself does not name, such as a module.
   void add(std::string_view path, std::string_view language, std::string_view text);
   std::size_t size() const { return languages_.size(); }
   std::size_t bytes() const { return input_.size(); }
 
-  // The symbols of each text. A text that the tool does not survive has none. Throws Error when the tool does
-  // not even start to work.
+  // The symbols of each text, in the order of add(). A text on which the tool dies has none. Throws
+  // utils::Error when the tool cannot be started, or ends before it is ready for a text.
   std::vector<std::vector<Symbol>> symbols(const SymbolTool& tool) const;
 
  private:
@@ -49,17 +60,21 @@ class SymbolBatch {
   std::vector<std::string> languages_;
 };
 
-// Runs batches beside the caller's own work.
+// Runs batches on threads of their own, at most two at a time, while the caller reads further files.
 //
-// Thread-safety: one thread at a time. Its end waits for what is under way.
+// Thread-safety: one thread at a time. The destructor waits for the batches that run.
+// Lifetime: `tool` must outlive the queue.
 class SymbolQueue {
  public:
   explicit SymbolQueue(const SymbolTool& tool) : tool_(tool) {}
 
-  // `id` is what the symbols will come back under.
+  // The symbols come back under `id`. Waits for a batch when two run and the next one is full. Does nothing
+  // once there is a problem().
   void add(std::size_t id, std::string_view path, std::string_view language, std::string_view text);
-  // Waits for the rest. Files that are missing in the answer were not asked for, because of problem().
+  // Waits for all batches and gives their symbols by id. An id without an answer is missing, and problem()
+  // says why.
   std::map<std::size_t, std::vector<Symbol>> finish();
+  // Why the tool failed; "" while it has not.
   const std::string& problem() const { return problem_; }
 
  private:

@@ -1,3 +1,10 @@
+// Paths are walked part by part with openat(2) and O_NOFOLLOW, starting at a descriptor of the root. To open
+// ROOT/PATH in one call would follow a symbolic link at any part, and to check the path first would leave a
+// moment in which a link can be put there.
+//
+// A walk from the root for each file would cost a call for each folder above it. So Tree keeps the folders on
+// the way to the last one open: paths come in order, and neighbours mostly share their folder. The invariant
+// of enter(): each step is an open folder whose path is a prefix of folder_, also after a failure.
 #include "ossilar/source/file_reader.h"
 
 #include <dirent.h>
@@ -14,11 +21,14 @@
 namespace ossilar::source {
 namespace {
 
-// A pipe put in the file's place must not block, a terminal not become ours.
+// O_NOFOLLOW: a link swapped in must not be followed. O_NONBLOCK: a pipe swapped in must not block us.
+// O_NOCTTY: a terminal must not become our controlling terminal.
 constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-// Needs no permission to read the directory, and gives none.
+// O_PATH: a folder on the way need only be searchable, not readable.
 constexpr int kStepFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-// Folders nested deeper share the last descriptor.
+// Descriptors that a tree keeps open, beside the root's: the outermost fifteen folders of a path, and the
+// folder itself. A deep tree must not use up the descriptors of the process; beyond this depth a change of
+// folder costs calls instead.
 constexpr std::size_t kMostSteps = 16;
 
 template <class Call>
@@ -46,17 +56,22 @@ FileKind kind_of(const struct stat& info) {
   return static_cast<std::uint64_t>(info.st_size) > kLargestFile ? FileKind::large : FileKind::text;
 }
 
+// No such file below the root. ENOTDIR and ELOOP: a file or a link is where a folder was, or a link where the
+// file was. ENAMETOOLONG: git may track names that this file system cannot hold.
 bool is_absent(int error) {
   return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
 }
 
-// Want of descriptors or memory says nothing of the file, so it must not end up in an index.
+// Being out of descriptors or memory says nothing about the file, so it must not enter an index as
+// unreadable.
 void throw_if_exhausted(int error, const std::filesystem::path& path) {
   if (error == EMFILE || error == ENFILE || error == ENOMEM) {
     throw utils::IoError("cannot look at " + path.string(), error);
   }
 }
 
+// What git would check out. ".git" is refused as no file of it may be taken for a source, and NUL as the
+// system's calls would cut the name there.
 bool is_clean_part(std::string_view part) {
   return !part.empty() && part != "." && part != ".." && part != ".git" &&
          part.find('\0') == std::string_view::npos;
@@ -75,13 +90,17 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
+// Some file systems do not tell the type while listing (DT_UNKNOWN). An entry that cannot be looked at counts
+// as a file; the look at it will say what is wrong.
 bool is_directory(int parent, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
   struct stat info {};
   return fstatat(parent, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
 }
 
-// Reads the open regular file `fd`, whose metadata was `before`.
+// Reads the open regular file `fd`, whose metadata was `before`. The file may grow, shrink or be written
+// meanwhile: the limit holds while reading, and only equal stamps on both sides of it make the reading
+// steady.
 Reading read_open_file(int fd, const struct stat& before, const std::string& name) {
   Reading reading{.kind = kind_of(before), .stamp = stamp_of(before), .content = {}};
   if (reading.kind == FileKind::large) return reading;
@@ -99,7 +118,7 @@ Reading read_open_file(int fd, const struct stat& before, const std::string& nam
 
 Tree::Tree(std::filesystem::path root) : root_(std::move(root)), root_fd_(utils::open_directory(root_)) {}
 
-// A descriptor of `folder`, which stays Tree's, or -1 with errno set.
+// A descriptor of `folder`, owned by the tree and valid until the next call, or -1 with errno set.
 int Tree::enter(std::string_view folder) {
   if (folder.empty()) return root_fd_.get();
   const auto leads_to_folder = [&](const Step& step) {
@@ -121,9 +140,11 @@ int Tree::enter(std::string_view folder) {
   return steps_.back().fd.get();
 }
 
-// How much of folder_ the last step leads to.
+// The length of the part of folder_ that the last step leads to.
 std::size_t Tree::reached() const { return steps_.empty() ? 0 : steps_.back().end; }
 
+// Enters the folder of `path` and sets `name` to its last part. A path that is not clean is as good as
+// absent.
 int Tree::enter_parent(const std::string& path, std::string& name) {
   errno = ENOENT;
   if (!is_clean_path(path)) return -1;
@@ -136,6 +157,7 @@ std::optional<Look> Tree::look(const std::string& path) {
   std::string name;
   struct stat info {};
   const int parent = enter_parent(path, name);
+  // errno is that of the call which failed; enter_parent() sets it for a path that is not clean, too.
   if (parent < 0 || fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     if (is_absent(errno)) return std::nullopt;
     throw_if_exhausted(errno, root_ / path);
@@ -146,7 +168,8 @@ std::optional<Look> Tree::look(const std::string& path) {
 }
 
 std::optional<Reading> Tree::read(const std::string& path) {
-  // The look keeps devices from being opened; what is put in the file's place after it is refused below.
+  // Looked at first, because opening a device may already do something. What is swapped in after the look is
+  // refused by the flags and by fstat() below.
   const auto look = this->look(path);
   if (!look || look->is_directory) return std::nullopt;
   if (look->kind != FileKind::text)
@@ -165,6 +188,7 @@ std::optional<Reading> Tree::read(const std::string& path) {
   try {
     return read_open_file(file.get(), info, (root_ / path).string());
   } catch (const utils::IoError& error) {
+    // One bad file must not fail the refresh of all; the error goes with it, and a refresh logs it.
     return Reading{.kind = FileKind::unreadable, .stamp = {}, .error = error.error(), .content = {}};
   }
 }
@@ -172,11 +196,12 @@ std::optional<Reading> Tree::read(const std::string& path) {
 std::vector<DirectoryEntry> Tree::list(const std::string& folder) {
   const std::string where = (root_ / folder).string();
   const int step = enter(folder);
+  // A step cannot be listed (O_PATH), and the listing needs a position of its own: "." is opened anew.
   const int fd = step < 0 ? -1 : openat(step, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const std::unique_ptr<DIR, CloseDirectory> directory(fd < 0 ? nullptr : fdopendir(fd));
   if (directory == nullptr) throw utils::IoError("cannot list the directory " + where, errno);
   std::vector<DirectoryEntry> entries;
-  errno = 0;
+  errno = 0;  // readdir() gives null at the end and for a failure; only errno tells them apart
   while (const dirent* entry = readdir(directory.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") entries.push_back({std::string(name), is_directory(step, *entry)});

@@ -1,3 +1,9 @@
+// A repository is opened in an order that lets nothing outside it take part. First libgit2's options, which
+// leave out the configuration of the user and the system. Then whether there is a `.git` at all. Then the
+// look at git's own files, because libgit2 itself would block on a pipe or read an included file anywhere.
+// Only then does libgit2 open it, as a bare repository. Such an opening checks neither the extensions nor
+// core.bare, so both are checked last: refused are extensions that may change the format of index and HEAD,
+// and a repository without a working tree.
 #include "ossilar/source/git.h"
 
 #include <algorithm>
@@ -11,8 +17,9 @@
 namespace ossilar::source {
 namespace {
 
-// Only the index and HEAD are read, and nothing that a configuration names is ever run. So it is safe to read
-// a checkout that belongs to someone else, as in a container, and no user's configuration is needed to do it.
+// Only the index and HEAD are read, and nothing that a configuration names is run. So a checkout that belongs
+// to another user, as in a container, is safe to read without the check of its owner. The search paths are
+// empty: the configuration of the user and the system is not needed, and lies outside the repository.
 void set_options() {
   git_libgit2_opts(GIT_OPT_SET_OWNER_VALIDATION, 0);
   for (const auto level : {GIT_CONFIG_LEVEL_SYSTEM, GIT_CONFIG_LEVEL_XDG, GIT_CONFIG_LEVEL_GLOBAL}) {
@@ -24,7 +31,8 @@ void set_options() {
   throw utils::Error(root.string() + " is a bare git repository; run ossilar in a checkout of it");
 }
 
-// What cannot be looked at is not taken for absent: outside git the same pages are of another branch.
+// Only "not found" means no `.git`; any other failure is thrown. Taken for a folder outside git, the same
+// pages would belong to another branch and be adopted anew.
 bool holds_git(const std::filesystem::path& root) {
   std::error_code error;
   const auto status = std::filesystem::symlink_status(root / ".git", error);
@@ -33,7 +41,8 @@ bool holds_git(const std::filesystem::path& root) {
   return true;
 }
 
-// By what libgit2 takes for one; nothing is opened.
+// By the three names that libgit2 goes by itself; nothing is opened. What cannot be looked at counts as
+// absent.
 bool is_bare_repository(const std::filesystem::path& root) {
   std::error_code error;
   return std::filesystem::exists(root / "HEAD", error) &&
@@ -41,15 +50,18 @@ bool is_bare_repository(const std::filesystem::path& root) {
          std::filesystem::is_directory(root / "refs", error);
 }
 
-// Opened as a bare one: libgit2 1.5 leaks memory for each setting when it opens a checkout whose
-// configuration is of version 1, and the working tree is not its business here.
+// Opened as a bare repository, for two reasons. libgit2 1.5 leaks memory for each setting when it opens a
+// checkout whose configuration has version 1, and it need not know the working tree. The reason of a failure
+// stays in libgit2, for git_error().
 GitHandle<git_repository> open_git_directory(const std::filesystem::path& directory) {
   git_repository* opened = nullptr;
   const int result = git_repository_open_bare(&opened, directory.c_str());
   return GitHandle<git_repository>(result < 0 ? nullptr : opened);
 }
 
-// Whether the extension changes nothing about how the index and HEAD read.
+// Whether the extension leaves the format of index and HEAD as it is. Those of the list do nothing, are
+// about objects, which are not read here, or about where working trees and settings lie. An unknown one is
+// refused, as it may mean anything.
 bool is_harmless(std::string_view extension, std::string_view value) {
   static constexpr std::array<std::string_view, 5> kHarmless = {"noop", "partialclone", "preciousobjects",
                                                                 "relativeworktrees", "worktreeconfig"};
@@ -82,7 +94,8 @@ void refuse_unreadable(git_repository* repository, const std::filesystem::path& 
   }
   const GitHandle<git_config> config(opened);
   refuse_unknown_extensions(config.get(), where);
-  // A worktree may belong to a bare repository; its own directory is not the one with the configuration.
+  // A linked working tree may belong to a bare repository: core.bare then speaks of the common directory,
+  // which is not the tree's own. The result is ignored because a missing setting leaves is_bare at 0.
   const std::string_view own = git_repository_path(repository);
   int is_bare = 0;
   git_config_get_bool(&is_bare, config.get(), "core.bare");
@@ -91,6 +104,8 @@ void refuse_unreadable(git_repository* repository, const std::filesystem::path& 
 
 }  // namespace
 
+// The static makes the first caller initialise while others wait; when that throws, the next call tries
+// again. There is no shutdown, as other threads may use libgit2 until the process ends.
 void use_libgit2() {
   static const bool done = [] {
     if (git_libgit2_init() < 0) throw git_error("cannot initialise libgit2");

@@ -1,6 +1,8 @@
-// libgit2, as far as this room needs it: handles that free themselves, and its failures as exceptions.
+// The part of libgit2 that this room needs: handles that free themselves, and failures as exceptions.
+// checkout.cc reads HEAD with it, listing.cc and last_look.cc find the index, text_diff.cc compares texts.
 //
 // Thread-safety: every function may be called from any thread; one handle belongs to one thread at a time.
+// Nothing is written to a repository, so a failure leaves nothing behind.
 #pragma once
 
 #include <git2.h>
@@ -24,18 +26,21 @@ struct GitFree {
 template <class Handle>
 using GitHandle = std::unique_ptr<Handle, GitFree>;
 
-// Makes libgit2 ready; to be called before any other function of it.
+// Initialises libgit2; call it before any other function of libgit2. open_repository() does. Throws
+// utils::Error.
 void use_libgit2();
 
-// The repository whose working tree has `root` as its root, or null when `root` holds no `.git`. Runs no
-// program, and opens nothing that look_at_git_files() refuses. Throws Error for a repository that is damaged,
-// bare, or refused there.
+// The repository of the working tree at `root`, or null when `root` holds no `.git`. Runs no program, and
+// opens nothing that look_at_git_files() refuses. Throws utils::Error for a repository that is damaged, bare,
+// refused there, or in a form that libgit2 would misread.
 GitHandle<git_repository> open_repository(const std::filesystem::path& root);
 
-// Where the repository keeps what it tracks, for a linked working tree too; the file need not be there.
+// The file in which git keeps the list of tracked files: a linked working tree has its own. It need not
+// exist.
 std::filesystem::path index_file_of(git_repository* repository);
 
-// The failure of the last libgit2 call of this thread: "WHAT: its reason".
+// "WHAT: REASON", with the reason of the last libgit2 call of this thread that failed. Call it before any
+// other call of libgit2.
 utils::Error git_error(const std::string& what, utils::Place place = utils::Place::current());
 
 }  // namespace ossilar::source

@@ -1,3 +1,10 @@
+// libgit2 takes paths, not descriptors. So each file is checked by its path just before libgit2 opens it, and
+// the gap between the two remains. Symbolic links are followed, because git follows them.
+//
+// Only settings, and files that name a directory, are read here; of all others only type and size are
+// checked. Settings are searched line by line for section headers that include other files. A parser would
+// have to agree with libgit2's on broken quotes. The search refuses too much rather than too little; what git
+// writes has no such line unless it includes something.
 #include "ossilar/source/git_files.h"
 
 #include <fcntl.h>
@@ -20,16 +27,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A file with one name or path, both of at most 4,096 bytes.
+// A file that holds one reference, hash or path, each of at most 4,096 bytes. Sixteen times that leaves room
+// for white space and is still read in no time.
 constexpr std::uint64_t kLargestName = std::uint64_t{64} << 10U;
-// The sections of a hundred thousand branches.
+// The settings of a hundred thousand branches, some 160 bytes each.
 constexpr std::uint64_t kLargestSettings = std::uint64_t{16} << 20U;
 // Ten million files or references of a hundred bytes each.
 constexpr std::uint64_t kLargestList = std::uint64_t{1} << 30U;
 
 constexpr std::string_view kBlank = " \t\r\v\f";
 
-// What keeps libgit2 from an answer, or "" for what it can open.
+// The type of a file on which libgit2 might wait for ever, or read for ever; "" for what it can open. A
+// directory is left to it: it reports that itself.
 std::string_view obstacle(mode_t mode) {
   if (S_ISFIFO(mode)) return "a pipe";
   if (S_ISSOCK(mode)) return "a socket";
@@ -48,6 +57,7 @@ void require_readable(const fs::path& file, const struct stat& info, std::uint64
   }
 }
 
+// libgit2 decides whether a missing file is an error.
 bool is_absent(int error) { return error == ENOENT || error == ENOTDIR; }
 
 void look_at(const fs::path& file, std::uint64_t largest) {
@@ -56,9 +66,11 @@ void look_at(const fs::path& file, std::uint64_t largest) {
   if (!is_absent(errno)) throw utils::IoError("cannot look at " + file.string(), errno);
 }
 
-// The bytes of the file, none where there is no file or a directory.
+// The bytes of the file; none when it is missing or a directory.
 std::optional<std::string> read(const fs::path& file, std::uint64_t largest) {
-  look_at(file, largest);  // to open a device may already do something
+  look_at(file, largest);  // before the open, which may already do something to a device
+  // What is swapped in after the look: O_NONBLOCK for a pipe, which must not block us, O_NOCTTY for a
+  // terminal, which must not become our controlling terminal. The second check refuses both.
   const utils::UniqueFd opened(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!opened && is_absent(errno)) return std::nullopt;
   struct stat info {};
@@ -70,16 +82,19 @@ std::optional<std::string> read(const fs::path& file, std::uint64_t largest) {
   return bytes;
 }
 
-// The path that is all the text of a file, relative to the file's directory.
+// The path that the text of `file` consists of, seen from the file's directory. Messages name this path, so
+// links and ".." are resolved; a path that cannot be resolved stays, and opening it says why.
 fs::path path_in(const fs::path& file, std::string_view text) {
   text = text.substr(0, text.find_last_not_of(" \t\r\n\v\f") + 1);
   const fs::path path =
       file.parent_path() / text.substr(std::min(text.find_first_not_of(kBlank), text.size()));
   std::error_code error;
-  const fs::path real = fs::canonical(path, error);  // for messages
+  const fs::path real = fs::canonical(path, error);
   return error ? path : real;
 }
 
+// Whether `text` starts with the section name `word`, whatever its case. A name goes on with letters, digits
+// and '-': "[includes]" is another section.
 bool starts_with_word(std::string_view text, std::string_view word) {
   const auto is_same = [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); };
   if (text.size() < word.size() || !std::equal(word.begin(), word.end(), text.begin(), is_same)) return false;
@@ -87,8 +102,9 @@ bool starts_with_word(std::string_view text, std::string_view word) {
   return std::isalnum(next) == 0 && next != '-';
 }
 
-// The header on the line that includes other files, or "". Several headers may stand before a setting. Where
-// one ends is a matter of quotes, and not all readers agree on broken ones: any "[" counts.
+// The header on the line that includes other files, or "". A line may have several headers before its
+// setting. Where one ends depends on quotes, and readers differ on broken ones; so each "[" of a line that
+// starts with one counts.
 std::string_view including_header(std::string_view line) {
   const std::size_t begin = std::min(line.find_first_not_of(kBlank), line.size());
   if (line.substr(begin, 1) != "[") return "";
@@ -100,7 +116,8 @@ std::string_view including_header(std::string_view line) {
   return "";
 }
 
-// A line that goes on with a text from the line before counts as one of its own, which no file of git's has.
+// A value that goes on in the next line (after a backslash) is searched as a line of its own. It is refused
+// if it looks like such a header, which no value that git writes does.
 void refuse_includes(const fs::path& file, std::string_view text) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
@@ -121,7 +138,7 @@ void look_at_settings(const fs::path& file) {
   if (const auto text = read(file, kLargestSettings)) refuse_includes(file, *text);
 }
 
-// A linked working tree names the directory that it shares with the others.
+// A linked working tree names here the directory that it shares with the others.
 fs::path common_directory_of(const fs::path& directory) {
   const fs::path file = directory / "commondir";
   const auto text = read(file, kLargestName);
@@ -140,13 +157,15 @@ fs::path git_directory_of(const fs::path& root) {
   return path_in(mark, std::string_view(*text).substr(kPrefix.size()));
 }
 
+// A linked working tree has its own HEAD, index and config.worktree; the rest lies in the common directory,
+// which therefore has to be known first.
 void look_at_git_files(const fs::path& directory) {
   const fs::path common = common_directory_of(directory);
   look_at(directory / "HEAD", kLargestName);
   look_at_settings(common / "config");
   look_at_settings(directory / "config.worktree");
   look_at(directory / "index", kLargestList);
-  // Later versions of libgit2 than 1.5 read the last two.
+  // libgit2 1.5 reads only the first of these, later versions all three.
   for (const char* name : {"packed-refs", "shallow", "info/grafts"}) look_at(common / name, kLargestList);
 }
 

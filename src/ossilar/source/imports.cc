@@ -1,3 +1,9 @@
+// One small function for each family of languages looks at one line at a time. Parsers would tell imports
+// from comments and strings, but each language would need one. A false import costs little: it mostly means
+// no file of the repository, and is dropped when imports are resolved.
+//
+// The work is linear in the text, minified files included: each function searches a line from left to right,
+// and looks behind each call at no more than kLongestImport bytes.
 #include "ossilar/source/imports.h"
 
 #include <algorithm>
@@ -9,13 +15,14 @@
 namespace ossilar::source {
 namespace {
 
-// Longer than any path that a compiler would open; what is longer comes from text that is no import.
+// Bytes. Real imports are far shorter; a longer one comes from text that only looks like an import.
 constexpr std::size_t kLongestImport = 500;
 
 class Imports {
  public:
   void add(std::string_view name) {
     if (name.empty() || name.size() > kLongestImport || names_.size() == kMaxImports) return;
+    // A record of the index is UTF-8, and could not hold any other import.
     if (utils::first_invalid_utf8(name) || !seen_.emplace(name).second) return;
     names_.emplace_back(name);
   }
@@ -32,19 +39,22 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(" \t\r\f") - first + 1);
 }
 
+// Takes `prefix` and the blanks behind it from the front of `text`, when it stands there.
 bool take_prefix(std::string_view& text, std::string_view prefix) {
   if (text.substr(0, prefix.size()) != prefix) return false;
   text = trimmed(text.substr(prefix.size()));
   return true;
 }
 
-// Takes `word` from the front of `text` when it stands there as a word of its own.
+// The same for a whole word. Callers ignore the result for words that may be missing, such as Java's
+// `static`.
 bool take_word(std::string_view& text, std::string_view word) {
   const std::string_view after = text.substr(std::min(word.size(), text.size()));
   if (!after.empty() && after.front() != ' ' && after.front() != '\t') return false;
   return take_prefix(text, word);
 }
 
+// What stands before the first of the characters `ends`, without blanks around it.
 std::string_view until(std::string_view text, std::string_view ends) {
   return trimmed(text.substr(0, text.find_first_of(ends)));
 }
@@ -57,6 +67,7 @@ std::string_view quoted(std::string_view text, std::string_view quotes) {
   return close == std::string_view::npos ? std::string_view() : text.substr(open + 1, close - open - 1);
 }
 
+// `include_next` before `include`, which is a prefix of it. `#include MACRO` names no file.
 void c_line(std::string_view line, Imports& out) {
   if (!take_prefix(line, "#")) return;
   if (!take_prefix(line, "include_next") && !take_prefix(line, "include") && !take_prefix(line, "import"))
@@ -81,7 +92,8 @@ void python_line(std::string_view line, Imports& out) {
   }
 }
 
-// The string argument of every call `name("...")` in the line.
+// The string argument of every call `name("...")` in the line. Of what follows the name only the start is
+// looked at: with the rest of the line each time, a minified line of many calls would take quadratic time.
 void calls(std::string_view line, std::string_view name, Imports& out) {
   for (std::size_t at = line.find(name); at != std::string_view::npos; at = line.find(name)) {
     line.remove_prefix(at + name.size());
@@ -92,7 +104,8 @@ void calls(std::string_view line, std::string_view name, Imports& out) {
   }
 }
 
-// The end of an import or export that may have begun lines before: `} from "./x";`.
+// The `from "./x"` that ends an import or export, which may have begun on an earlier line. The last "from"
+// counts, as names may hold one.
 void from_clause(std::string_view line, Imports& out) {
   const std::size_t from = line.rfind("from");
   if (from == std::string_view::npos) return;
@@ -105,6 +118,7 @@ void javascript_line(std::string_view line, Imports& out) {
   if (take_prefix(rest, "import") && !rest.empty() && (rest.front() == '"' || rest.front() == '\'')) {
     out.add(quoted(rest, "\"'"));
   } else {
+    // "}" and "*" begin the last line of an import of several lines.
     static constexpr std::array<std::string_view, 4> kStarts = {"import", "export", "}", "*"};
     const auto starts = [&](std::string_view start) { return line.substr(0, start.size()) == start; };
     if (std::any_of(kStarts.begin(), kStarts.end(), starts)) from_clause(line, out);
@@ -119,7 +133,7 @@ void java_line(std::string_view line, Imports& out) {
   out.add(until(line, "; \t"));
 }
 
-// `pub use a::b::{c, d};` imports `a::b`.
+// `pub use a::b::{c, d};` imports `a::b`. A `mod m { ... }` has its module in this file and imports none.
 void rust_line(std::string_view line, Imports& out) {
   if (take_prefix(line, "pub(")) {
     line = trimmed(line.substr(std::min(line.find(')'), line.size() - 1) + 1));
@@ -137,6 +151,7 @@ void rust_line(std::string_view line, Imports& out) {
   }
 }
 
+// `using D = E.F;` imports `E.F`. With a parenthesis it is a using statement, which imports nothing.
 void c_sharp_line(std::string_view line, Imports& out) {
   take_word(line, "global");
   if (!take_word(line, "using")) return;
@@ -150,6 +165,7 @@ void ruby_line(std::string_view line, Imports& out) {
   if (take_word(line, "require") || take_word(line, "require_relative")) out.add(quoted(line, "\"'"));
 }
 
+// The longer words first: each shorter one is a prefix of the one before it.
 void php_line(std::string_view line, Imports& out) {
   if (take_word(line, "use")) out.add(until(line, ";{ \t"));
   for (const std::string_view word : {"require_once", "require", "include_once", "include"}) {
@@ -157,7 +173,7 @@ void php_line(std::string_view line, Imports& out) {
   }
 }
 
-// Go's imports stand one a line between parentheses, so its scan has a state.
+// Go lists imports line by line between parentheses, so its scan must know whether it is inside them.
 void go_lines(std::string_view text, Imports& out) {
   bool in_block = false;
   for (std::string_view line : utils::split_lines(text)) {
@@ -175,6 +191,7 @@ struct Scanner {
   void (*line)(std::string_view line, Imports& out);
 };
 
+// Searched once for each file. Go is missing: its scan needs more than one line.
 constexpr std::array kScanners = {
     Scanner{"C", c_line},
     Scanner{"C++", c_line},

@@ -1,7 +1,8 @@
-// What a source file takes in from other files, by a scan of its lines: no parser, so that text in a comment
-// or a string that reads like an import counts as one.
+// Finds what a source file imports, by a scan of its lines. It is no parser: a comment or a string that reads
+// like an import counts as one. refresh.cc calls it for each text that it reads; which files are meant is
+// decided later (workers/wiki/plan/import_resolver.h).
 //
-// Thread-safety: may be called from any thread.
+// Thread-safety: may be called from any thread. Any text is accepted; there is nothing to fail.
 #pragma once
 
 #include <string>
@@ -10,12 +11,13 @@
 
 namespace ossilar::source {
 
-// Beyond this many a file is generated, and what it imports tells a reader nothing.
+// Imports that are kept of a file, the first ones. A file with more is generated, and what it imports tells a
+// reader nothing.
 inline constexpr std::size_t kMaxImports = 500;
 
 // The imports of `text` as written, in order, once each, at most kMaxImports: `"a/b.h"` and `<vector>` with
-// their marks, everything else bare: `pkg.mod`, `./util`, `crate::x`. A Rust `mod m;` counts as `self::m`.
-// None for a language whose imports are not known.
+// their quotes or brackets, everything else bare: `pkg.mod`, `./util`, `crate::x`. A Rust `mod m;` counts as
+// `self::m`. All are UTF-8, and none holds a line feed. None for a language whose imports are not known.
 std::vector<std::string> imports_of(std::string_view language, std::string_view text);
 
 }  // namespace ossilar::source

@@ -1,3 +1,9 @@
+// One table, because the name decides for almost all files: it is known for files that are not read, and
+// costs a lookup, where a classifier would have to look at every text. The text is asked only where the name
+// says nothing or is shared (`.h`).
+//
+// Each column becomes a hash map at its first use. A word that stands in several rows belongs to the first of
+// them. A change of the table changes what records of the index hold: raise kFormat in record.cc with it.
 #include "ossilar/source/language.h"
 
 #include <algorithm>
@@ -87,7 +93,7 @@ constexpr std::array kLanguages = {
 
 using ByWord = std::unordered_map<std::string_view, const Language*>;
 
-// The languages by each blank-separated word in one of their columns.
+// Maps each blank-separated word of one column to its row.
 ByWord by_word(std::string_view Language::*column) {
   ByWord languages;
   for (const Language& language : kLanguages) {
@@ -120,7 +126,7 @@ const Language* by_name(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos) return nullptr;
   const std::string_view ending = name.substr(dot + 1);
-  // As written first: `.C` and `.c` are two languages.
+  // First as written: `.C` and `.c` are two languages. Then `A.PY` is Python, too.
   if (const Language* language = look_up(endings, ending)) return language;
   return look_up(endings, lower(ending));
 }
@@ -132,7 +138,7 @@ std::string_view next_word(std::string_view& rest) {
   return word;
 }
 
-// `#!/usr/bin/env -S python3.11 -u` names python.
+// `#!/usr/bin/env -S python3.11 -u` names python: without env and its options, without the version.
 std::string_view program_of_first_line(std::string_view text) {
   if (text.substr(0, 2) != "#!") return {};
   std::string_view line = text.substr(2, text.find('\n') - 2);
@@ -145,7 +151,8 @@ std::string_view program_of_first_line(std::string_view text) {
   return program.substr(0, program.find_last_not_of("0123456789.") + 1);
 }
 
-// Whether a header holds a word that C does not have where C++ has it.
+// Whether a header holds what only C++ has there. Keywords count at the start of a line only: in the middle,
+// in a comment for instance, they are ordinary words.
 bool uses_cpp(std::string_view text) {
   static constexpr std::array<std::string_view, 6> kSigns = {"\nnamespace ", "\nclass ", "\ntemplate",
                                                              "\nusing ",     "std::",    "constexpr "};

@@ -1,3 +1,9 @@
+// In git the index tells which files there are. A walk would find build output too, and to leave that out it
+// would need git's ignore rules, those of the user included; the index has every tracked file in one read.
+//
+// Outside git the tree is walked with a stack of folders instead of recursion, so its depth costs no stack.
+// The last folder found comes first: Tree keeps the folders above the last one open, and a walk into the
+// depth uses them.
 #include "ossilar/source/listing.h"
 
 #include <algorithm>
@@ -10,14 +16,16 @@
 namespace ossilar::source {
 namespace {
 
-// What the system takes as a path; deeper files cannot be opened by name, and no walk goes on for ever.
+// The longest path that the system takes (PATH_MAX). A file with a longer one cannot be opened by its name,
+// and the limit ends any walk.
 constexpr std::size_t kLongestPath = 4096;
 
 class Collector {
  public:
   explicit Collector(const Exclusions& excluded) : excluded_(excluded) {}
 
-  // Whether `path` belongs to the listing; notes it as skipped when it cannot.
+  // Whether `path` belongs to the listing. One that is not UTF-8 does not, as records and pages could not
+  // name it; it is noted as skipped.
   bool accepts(const std::string& path) {
     if (excluded_.covers(path) || path.size() > kLongestPath) return false;
     if (!utils::first_invalid_utf8(path)) return true;
@@ -31,9 +39,9 @@ class Collector {
   Listing take() {
     auto& files = listing_.files;
     const auto before = [](const Listed& a, const Listed& b) { return a.path < b.path; };
-    // git's index mostly is in order.
+    // git's index is mostly in order already, and a check is cheaper than a sort.
     if (!std::is_sorted(files.begin(), files.end(), before)) std::sort(files.begin(), files.end(), before);
-    // A path in conflict stands in the index once a side.
+    // A path in a merge conflict is in the index once for each side.
     const auto same = [](const Listed& a, const Listed& b) { return a.path == b.path; };
     files.erase(std::unique(files.begin(), files.end(), same), files.end());
     return std::move(listing_);
@@ -44,8 +52,8 @@ class Collector {
   Listing listing_;
 };
 
-// An index that git reads and libgit2 does not: a word of what libgit2 says of it, and how git makes a plain
-// one.
+// A kind of index that git reads and libgit2 does not: a word by which libgit2's message tells it, and how to
+// make git write a plain one. ("link" and "sdir" are the names of the extensions that such an index has.)
 struct IndexKind {
   std::string_view sign;
   std::string_view advice;
@@ -62,7 +70,7 @@ constexpr std::array<IndexKind, 3> kUnreadableIndexes{{
 [[noreturn]] void throw_unreadable_index(const std::filesystem::path& root) {
   const utils::Error error = git_error("cannot read the index of the git repository at " + root.string());
   const std::string_view reason = error.what();
-  // The sign is in its last part; what comes before holds a path, which may have any word.
+  // Only the part after the last colon is searched: the path before it may hold any word.
   for (const IndexKind& kind : kUnreadableIndexes) {
     if (reason.find(kind.sign, reason.rfind(": ")) != reason.npos)
       throw utils::Error(std::string(reason) + " (" + std::string(kind.advice) + ")");
@@ -83,12 +91,14 @@ void collect_index(git_repository* repository, const std::filesystem::path& root
   }
 }
 
+// Folders that hold no sources, at any depth; .ossilar is our own state.
 bool is_version_control(std::string_view name) {
   static constexpr std::array<std::string_view, 4> kNames = {".git", ".hg", ".svn", ".ossilar"};
   return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
 }
 
-// A folder that cannot be listed leaves what it holds out; for the root that is a failure.
+// A folder that cannot be listed, as one without permission, is logged and taken for empty, so that the rest
+// is still indexed. For the root it is a failure: an empty index would look like an empty repository.
 std::vector<DirectoryEntry> list_folder(Tree& tree, const std::string& folder) {
   try {
     return tree.list(folder);
@@ -99,6 +109,7 @@ std::vector<DirectoryEntry> list_folder(Tree& tree, const std::string& folder) {
   }
 }
 
+// A folder below the root with a `.git` is a repository of its own: it is listed as one and not entered.
 void collect_folder(const std::string& folder, std::vector<DirectoryEntry> entries, Collector& out,
                     std::vector<std::string>& folders) {
   const auto is_git = [](const DirectoryEntry& entry) { return entry.name == ".git"; };
@@ -135,6 +146,7 @@ Exclusions::Exclusions(const std::vector<std::string>& paths) {
 }
 
 bool Exclusions::covers(std::string_view path) const {
+  // Searches the set for each folder above `path` and for `path` itself.
   if (paths_.empty()) return false;
   for (std::size_t end = 0; end < path.size(); ++end) {
     end = std::min(path.find('/', end), path.size());

@@ -1,3 +1,8 @@
+// A record is numbers, two lines and two texts whose sizes come first, so that reading it is little more than
+// copying. (An earlier form, JSON with an object for each symbol, made every start slow.)
+//
+// Each part ends at a mark or has a size, so a cut-off record is noticed. Parts never throws and never reads
+// beyond the text: what does not fit is remembered as damage, and read_record() asks once, at the end.
 #include "ossilar/source/record.h"
 
 #include <charconv>
@@ -7,11 +12,12 @@
 namespace ossilar::source {
 namespace {
 
-// Goes up when the form changes, and when languages, imports or symbols are found in another way: every file
-// is read again then.
+// Raise it when the form changes, or when languages, imports or symbols are found in another way: each record
+// of another format makes its file be read again.
 constexpr int kFormat = 4;
 
-// Takes a record apart; what does not fit makes it damaged and gives nothing.
+// Takes a record apart from the front. A part that does not fit gives a zero, an empty or a shorter value,
+// and marks the record as damaged.
 class Parts {
  public:
   explicit Parts(std::string_view text) : left_(text) {}
@@ -72,7 +78,7 @@ SourceFile read_file(std::string_view path, Parts& parts) {
   const auto symbol_bytes = parts.number<std::size_t>();
   const std::string_view hash = parts.up_to('\n');
   file.sha256 = ContentHash(hash);
-  parts.require(hash.empty() || !file.sha256.empty());
+  parts.require(hash.empty() || !file.sha256.empty());  // none, for a file that was not read, or a whole one
   file.language = parts.up_to('\n');
   file.imports = ImportList::of_text(parts.bytes(import_bytes));
   file.symbols = SymbolList::of_text(parts.bytes(symbol_bytes));
@@ -82,7 +88,8 @@ SourceFile read_file(std::string_view path, Parts& parts) {
 
 }  // namespace
 
-// Numbers, each with a blank behind it, and the hash; then a line for the language, the imports, the symbols.
+// Numbers, each with a blank behind it, and the hash; then a line with the language, the imports and the
+// symbols. read_record() and read_file() take the parts in the same order.
 std::string record_text(const Entry& entry) {
   const Stamp& stamp = entry.stamp;
   const SourceFile& file = *entry.file;

@@ -1,3 +1,12 @@
+// Three passes. A survey keeps the entry of each file that is as it was, and reserves a place for each that
+// must be read. Then these are read, while the symbol tool works on the texts that were read already. Last
+// its answers are put in. The places keep the entries in the order of their paths, in whatever order files
+// and symbols come.
+//
+// A file is as it was under the rule that git has for its index: the whole stamp is the same, and it was old
+// when the file was read. A young file, or one whose stamp changed, is read again. If its content has the
+// same hash, it keeps its SourceFile object, symbols included, so unchanged files are the same pointers in
+// every index.
 #include "ossilar/source/refresh.h"
 
 #include <algorithm>
@@ -17,23 +26,25 @@
 namespace ossilar::source {
 namespace {
 
-// The coarsest times that file systems in use keep (FAT: two seconds). A file whose times are younger than
-// this when it is read can be written again without a change of its times, as git's racily clean entries can.
+// Nanoseconds: the coarsest time stamps of a file system in use (FAT). A file whose times are younger than
+// this when it is read can be written again without a change of its times; git calls such entries racily
+// clean.
 constexpr std::int64_t kCoarsestTick = 2'000'000'000;
+// Files between two calls of the progress function: often enough to watch, too seldom to cost.
 constexpr std::size_t kProgressStep = 100;
 
 bool is_old_enough(const Stamp& stamp, std::int64_t now) {
   return std::max(stamp.modified, stamp.changed) <= now - kCoarsestTick;
 }
 
+// Whether the tool has not answered for a file that it could have symbols for.
 bool needs_symbols(const Entry& entry) {
   const SourceFile& file = *entry.file;
   return !entry.has_symbols && file.kind == FileKind::text && file.size > 0 &&
          file.size <= kLargestForSymbols && !symbol_ending(file.language).empty();
 }
 
-// The file as it was known when it is still the same, so that an index of the same files is seen to be the
-// same.
+// The known object when kind and size are the same, so that an index of the same files has the same pointers.
 std::shared_ptr<const SourceFile> unread_file(const std::string& path, FileKind kind, std::uint64_t size,
                                               const Entry* known) {
   if (known != nullptr && known->file && known->file->kind == kind && known->file->size == size)
@@ -47,7 +58,7 @@ std::shared_ptr<const SourceFile> unread_file(const std::string& path, FileKind 
 }
 
 Entry unread_entry(const std::string& path, FileKind kind, const Stamp& stamp, const Entry* known) {
-  // The size of a folder or a device comes and goes with its file system.
+  // The size of a folder or a device is the file system's own affair, and would change an index for nothing.
   const bool has_size = kind == FileKind::large || kind == FileKind::symlink;
   return {.stamp = {},
           .is_settled = kind != FileKind::unreadable,
@@ -71,6 +82,7 @@ std::shared_ptr<const SourceFile> read_file(const std::string& path, const Readi
   return std::make_shared<const SourceFile>(std::move(file));
 }
 
+// A content with the hash that is known keeps its file and its symbols, and only the stamp is new.
 Entry read_entry(const std::string& path, const Reading& reading, std::int64_t now, const Entry* known) {
   const ContentHash hash(utils::sha256_hex(reading.content));
   Entry entry{.stamp = reading.stamp,
@@ -86,14 +98,15 @@ Entry read_entry(const std::string& path, const Reading& reading, std::int64_t n
   return entry;
 }
 
-// Asks at most once a refresh, and only when there is something to ask it for.
+// The symbol tool of one refresh. It is looked for at most once, and only when there is something to ask it.
 class ToolOfRefresh {
  public:
   explicit ToolOfRefresh(bool is_wanted) : is_wanted_(is_wanted) {}
-  // It is likely to be needed: looks for it beside what is done until then.
+  // The tool is likely to be needed: starts to look for it on another thread, so that get() waits less.
   void expect() {
     if (is_wanted_ && !tool_ && !finding_.valid()) finding_ = std::async(find_symbol_tool);
   }
+  // Null when no symbols are wanted, or the tool is missing. Waits until it is found.
   const SymbolTool* get() {
     if (!is_wanted_) return nullptr;
     expect();
@@ -103,7 +116,7 @@ class ToolOfRefresh {
   }
   void fail(std::string problem) { problem_ = std::move(problem); }
   const std::string& problem() const { return problem_; }
-  // Whether it was asked for and is not there.
+  // Whether it was looked for and is not there.
   bool is_missing() const { return tool_ && tool_->arguments.empty(); }
 
  private:
@@ -113,24 +126,27 @@ class ToolOfRefresh {
   std::string problem_;
 };
 
-// What one refresh makes out of the entries of the one before.
+// One refresh, used by one thread. The tree and the known entries must outlive it.
 class Refresh {
  public:
   Refresh(Tree& tree, const Entries& known, std::int64_t now, bool symbols)
       : tree_(tree), known_(known), next_(known.begin()), now_(now), tool_(symbols) {}
 
-  // `files` are in order, and `looks` are what was seen of them.
+  // As refreshed(). Called once.
   Entries run(const std::vector<Listed>& files, const Looks& looks, const utils::Progress& progress) {
     entries_.reserve(files.size());
     for (std::size_t i = 0; i < files.size(); ++i) survey(files[i], looks[i]);
     read_all(progress);
+    // Here and not where it is found out, as the scope that collects it belongs to this thread.
     if (!tool_.problem().empty()) utils::degraded("symbols", tool_.problem());
+    // Reserved places whose file went away before it was read.
     const auto is_gone = [](const Entry& entry) { return entry.file == nullptr; };
     entries_.erase(std::remove_if(entries_.begin(), entries_.end(), is_gone), entries_.end());
     return std::move(entries_);
   }
 
-  // Whether nothing was left for the next refresh that it has to look at files for.
+  // A missing tool leaves nothing to do: the indexer watches for it without a scan. A tool that failed must
+  // be asked again, for which the next refresh has to scan.
   bool is_complete() const { return tool_.problem().empty() || tool_.is_missing(); }
   bool lacks_tool() const { return tool_.is_missing(); }
 
@@ -138,7 +154,7 @@ class Refresh {
   const std::vector<utils::IoError>& failures() const { return failures_; }
 
  private:
-  // What is to be read gets its place among the entries.
+  // A file to be read, and the place that is reserved for its entry.
   struct ToRead {
     std::string path;
     const Entry* known;
@@ -146,6 +162,7 @@ class Refresh {
   };
 
   void survey(const Listed& listed, const std::optional<Look>& look) {
+    // A folder where git tracks a file: the file is gone.
     if (!look || (look->is_directory && !listed.is_submodule)) return;
     note_failure(listed.path, look->error);
     const Entry* known = next_known(listed.path);
@@ -155,7 +172,8 @@ class Refresh {
     } else if (known != nullptr && is_up_to_date(*known, *look)) {
       entries_.push_back(*known);
     } else {
-      // One that is only young mostly is what it was.
+      // The tool is expected only for a file that is new or has another size. One that is read only because
+      // it is young mostly has its symbols, and each save would start the tool for nothing.
       const bool is_other = known == nullptr || known->stamp.size != look->stamp.size;
       if (is_other && !symbol_ending(language_of(listed.path, {})).empty()) tool_.expect();
       to_read_.push_back({listed.path, known, entries_.size()});
@@ -163,7 +181,8 @@ class Refresh {
     }
   }
 
-  // Paths are asked for in order.
+  // The known entry of `path`, or null. Paths must be asked for in order: each search goes on where the last
+  // ended.
   const Entry* next_known(const std::string& path) {
     while (next_ != known_.end() && path_of(*next_) < path) ++next_;
     return next_ != known_.end() && path_of(*next_) == path ? &*next_ : nullptr;
@@ -171,6 +190,7 @@ class Refresh {
 
   bool is_up_to_date(const Entry& known, const Look& look) {
     if (!known.is_settled || known.stamp != look.stamp) return false;
+    // An entry from before the tool was there is read again, now that the tool is.
     return !needs_symbols(known) || tool_.get() == nullptr;
   }
 
@@ -198,6 +218,7 @@ class Refresh {
     if (needs_symbols(entry)) ask(id, entry, reading->content, queue);
   }
 
+  // The queue is made at the first text, so that a refresh without new texts starts no process.
   void ask(std::size_t id, const Entry& entry, const std::string& content,
            std::optional<SymbolQueue>& queue) {
     const SymbolTool* tool = tool_.get();
@@ -210,7 +231,8 @@ class Refresh {
     for (auto& [id, symbols] : queue.finish()) {
       Entry& entry = entries_[to_read_[id].place];
       entry.has_symbols = true;
-      if (symbols.empty()) continue;
+      if (symbols.empty()) continue;  // the file is as it is
+      // Files are never changed, as an index may hold them already: a copy gets the symbols.
       SourceFile file = *entry.file;
       file.symbols = SymbolList(symbols);
       entry.file = std::make_shared<const SourceFile>(std::move(file));
@@ -224,17 +246,19 @@ class Refresh {
 
   Tree& tree_;
   const Entries& known_;
-  Entries::const_iterator next_;  // the first that no survey has passed
+  Entries::const_iterator next_;  // the first known entry that the survey has not passed
   std::int64_t now_;
   ToolOfRefresh tool_;
   std::vector<ToRead> to_read_;
   std::vector<utils::IoError> failures_;
-  Entries entries_;  // without a file where one is to be read, or went away
+  Entries entries_;  // a reserved place has no file until it is read
 };
 
 }  // namespace
 
 Looks look_at(Tree& tree, const std::filesystem::path& root, const std::vector<Listed>& files) {
+  // Files from which on a second thread helps. It trades the start of a thread and a second walk through the
+  // folders against half the wait.
   constexpr std::size_t kMany = 2000;
   Looks looks(files.size());
   const auto look = [&](Tree& in, std::size_t begin, std::size_t end) {
@@ -246,9 +270,10 @@ Looks look_at(Tree& tree, const std::filesystem::path& root, const std::vector<L
   }
   const std::size_t middle = files.size() / 2;
   auto rest = std::async([&] {
-    Tree own(root);
+    Tree own(root);  // a tree serves one thread
     look(own, middle, files.size());
   });
+  // When this throws, the end of `rest` waits for its thread, which uses the locals here.
   look(tree, 0, middle);
   rest.get();
   return looks;

@@ -1,3 +1,9 @@
+// Symbols are a text with one line each. To keep it short, a kind or scope that is the same as in the line
+// before is one byte, and the line number is the distance to the symbol before. So a list can only be decoded
+// whole, from its start; callers want it whole anyway. Only has_main() is worked out when the list is made.
+//
+// A text from a damaged record must do no harm: each step takes what is left up to a mark, and a missing one
+// ends at the end of the text.
 #include "ossilar/source/source_index.h"
 
 #include <algorithm>
@@ -12,11 +18,13 @@ namespace {
 
 std::string_view last_part(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// A symbol is a line of its name, kind, scope and the number of lines that it comes after the one before.
+// A symbol is a line: name, kind and scope, each with a tab behind it, and how many lines it is below the
+// symbol before.
 constexpr char kFieldEnd = '\t';
 constexpr char kSymbolEnd = '\n';
-constexpr std::string_view kAsBefore = "\x01";  // in the place of a kind or scope
+constexpr std::string_view kAsBefore = "\x01";  // stands for the kind or scope of the symbol before
 
+// A mark within a field becomes a blank: no name of a symbol needs one.
 void append_field(std::string& text, std::string_view field, std::string_view before) {
   const std::size_t start = text.size();
   text.append(!field.empty() && field == before ? kAsBefore : field);
@@ -25,7 +33,7 @@ void append_field(std::string& text, std::string_view field, std::string_view be
   text += kFieldEnd;
 }
 
-// The part of `line` to the next end of a field, which it loses.
+// Takes the next field and its mark from the front of `line`.
 std::string_view take_field(std::string_view& line) {
   const std::string_view field = line.substr(0, line.find(kFieldEnd));
   line.remove_prefix(std::min(line.size(), field.size() + 1));
@@ -37,7 +45,8 @@ std::string field_of(std::string_view& line, const std::string& before) {
   return field == kAsBefore ? before : std::string(field);
 }
 
-// Over 0xff for what is no lower-case hexadecimal digit.
+// More than 0xff for anything but a lower-case hexadecimal digit, so that the caller can check all digits at
+// once.
 unsigned digit_value(char digit) {
   if (digit >= '0' && digit <= '9') return static_cast<unsigned>(digit - '0');
   if (digit >= 'a' && digit <= 'f') return static_cast<unsigned>(digit - 'a') + 10;
@@ -51,7 +60,7 @@ std::string text_of(const std::vector<Symbol>& symbols) {
     append_field(text, symbol.name, "");
     append_field(text, symbol.kind, before.kind);
     append_field(text, symbol.scope, before.scope);
-    text.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;
+    text.append(std::to_string(symbol.line - before.line)) += kSymbolEnd;  // negative where lines go back
     before = symbol;
   }
   return text;
@@ -66,7 +75,7 @@ std::vector<Symbol> symbols_of(std::string_view left) {
     symbol.name = take_field(line);
     symbol.kind = field_of(line, symbol.kind);
     symbol.scope = field_of(line, symbol.scope);
-    std::int64_t lines = 0;
+    std::int64_t lines = 0;  // stays when there is no number
     std::from_chars(line.data(), line.data() + line.size(), lines);
     symbol.line += lines;
     symbols.push_back(symbol);
@@ -74,8 +83,8 @@ std::vector<Symbol> symbols_of(std::string_view left) {
   return symbols;
 }
 
-// Whether a symbol of that name is in the text of a list. The C library's search stops less often than the
-// string's own, which looks at every first character.
+// Whether the text of a list has a symbol of that name, told without decoding it. memmem() and not find(),
+// which stops at each line feed, the first character of what is searched.
 bool may_name(std::string_view text, std::string_view name) {
   const std::string line = kSymbolEnd + std::string(name) + kFieldEnd;
   return text.starts_with(std::string_view(line).substr(1)) ||
@@ -94,12 +103,13 @@ SymbolList::SymbolList(std::string text) {
     const std::vector<Symbol> symbols = symbols_of(text);
     has_main_ = std::any_of(symbols.begin(), symbols.end(), is_main);
   }
-  text.shrink_to_fit();
+  text.shrink_to_fit();  // the text grew by appending, and stays as long as the file is known
   text_ = std::move(text);
 }
 
 std::vector<Symbol> SymbolList::all() const { return symbols_of(text_); }
 
+// All digits are decoded, and judged once at the end: this runs for each file of an index at each start.
 ContentHash::ContentHash(std::string_view hex) {
   if (hex.size() != 2 * bytes_.size()) return;
   unsigned all = 0;
@@ -109,7 +119,7 @@ ContentHash::ContentHash(std::string_view hex) {
     bytes_[i] = static_cast<std::uint8_t>(byte);
   }
   is_known_ = all <= 0xff;
-  if (!is_known_) bytes_ = {};
+  if (!is_known_) bytes_ = {};  // all hashes that are none are equal
 }
 
 std::string ContentHash::hex() const {
@@ -147,6 +157,7 @@ SourceIndex::SourceIndex(std::vector<std::shared_ptr<const SourceFile>> files) :
   if (!std::is_sorted(files_.begin(), files_.end(), before)) std::sort(files_.begin(), files_.end(), before);
 }
 
+// Stable, so that files of one name stay in the order of their paths.
 void SourceIndex::sort_by_name() const {
   by_name_.reserve(files_.size());
   for (const auto& file : files_) by_name_.push_back(file.get());

@@ -1,4 +1,8 @@
-// What is known of the files of a source repository. Immutable: a refresh makes a new one.
+// What is known about the files of a source repository. The indexer makes an index; the plan, the grounding
+// and the citations of a wiki read it (workers/wiki).
+//
+// Thread-safety: all types here are immutable once made, and may be used from any threads. A refresh makes a
+// new index, and shares with the old one the files that did not change.
 #pragma once
 
 #include <array>
@@ -11,7 +15,8 @@
 
 namespace ossilar::source {
 
-// Files larger than this are indexed by name only.
+// Bytes. Larger files are indexed by name only: they are data or generated, and a file is read whole into
+// memory.
 inline constexpr std::uint64_t kLargestFile = std::uint64_t{10} * 1024 * 1024;
 
 enum class FileKind {
@@ -21,29 +26,31 @@ enum class FileKind {
   symlink,     // never followed
   submodule,   // a repository of its own
   special,     // pipe, device, socket
-  unreadable,  // the system refused
+  unreadable,  // the system refused to look at it or to read it
 };
 
 struct Symbol {
   std::string name;
-  std::string kind;   // "function", "class", ... as the symbol tool names it
-  std::string scope;  // what it is declared in, such as "ns::Class"; "" at file level
-  std::int64_t line = 0;
+  std::string kind;       // "function", "class", ... as the symbol tool names it
+  std::string scope;      // what it is declared in, such as "ns::Class"; "" at file level
+  std::int64_t line = 0;  // the first line of a file is 1
 };
 
-// A file's symbols in the order of their lines, kept as one text: as objects they would be most of what an
-// index takes.
+// A file's symbols in the order of their lines, kept as one text: as objects they would be most of the memory
+// of an index.
 class SymbolList {
  public:
   SymbolList() = default;
   explicit SymbolList(const std::vector<Symbol>& symbols);
-  // `text` is what text() gave; of another what can be read is taken.
+  // `text` is what text() gave. Any other text gives the symbols that can be made of it.
   static SymbolList of_text(std::string text);
 
+  // Decodes them anew at each call.
   std::vector<Symbol> all() const;
-  // Whether a program may begin here: one at the file's level is called `main`.
+  // Whether a program may begin here: a symbol at file level is called `main`. Costs nothing, as a plan asks
+  // it of every file.
   bool has_main() const { return has_main_; }
-  // UTF-8 if the symbols are.
+  // For records. UTF-8 if the symbols are.
   const std::string& text() const { return text_; }
 
  private:
@@ -53,11 +60,11 @@ class SymbolList {
   bool has_main_ = false;
 };
 
-// What a file takes in from others, kept as one text as its symbols are.
+// What a file imports, kept as one text for the same reason.
 class ImportList {
  public:
   ImportList() = default;
-  // None holds a line break.
+  // No import is empty or holds a line feed.
   explicit ImportList(const std::vector<std::string>& imports);
   // `text` is what text() gave.
   static ImportList of_text(std::string text);
@@ -70,7 +77,7 @@ class ImportList {
   std::string text_;
 };
 
-// A SHA-256, in a third of the memory that its digits take.
+// A SHA-256 as bytes, which take a third of the memory of its 64 digits in a string.
 class ContentHash {
  public:
   ContentHash() = default;  // of content that was not read
@@ -86,17 +93,19 @@ class ContentHash {
   bool is_known_ = false;
 };
 
+// What is known about one file. Kinds other than text and binary are not read: they have no hash.
 struct SourceFile {
   std::string path;  // relative to the repository's root, '/' between parts, UTF-8
   FileKind kind = FileKind::text;
-  std::uint64_t size = 0;
-  ContentHash sha256;  // of the content as read
-  std::int64_t lines = 0;
-  std::string language;  // "C++", "Python", ...; "" when not known
+  std::uint64_t size = 0;  // bytes; 0 for kinds without a size of their own, such as folders
+  ContentHash sha256;      // of the content as read
+  std::int64_t lines = 0;  // of a text; a last line without a line feed counts
+  std::string language;    // "C++", "Python", ...; "" when not known
   SymbolList symbols;
   ImportList imports;
 };
 
+// All files of a repository at one moment. Views and pointers that it gives are valid as long as it lives.
 class SourceIndex {
  public:
   SourceIndex() = default;
@@ -114,7 +123,7 @@ class SourceIndex {
   void sort_by_name() const;
 
   std::vector<std::shared_ptr<const SourceFile>> files_;
-  mutable std::once_flag named_once_;  // names are asked for by few
+  mutable std::once_flag named_once_;  // sorted at the first named(), which many processes never call
   mutable std::vector<const SourceFile*> by_name_;
 };
 

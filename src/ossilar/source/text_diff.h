@@ -1,4 +1,5 @@
-// What differs between two texts.
+// Compares two texts. A save onto an old version is answered with what changed since
+// (workers/wiki/pages/page_version.cc).
 #pragma once
 
 #include <string>
@@ -6,14 +7,15 @@
 
 namespace ossilar::source {
 
-// A text of a comparison with the name that the diff gives it.
+// One of two texts to compare.
 struct NamedText {
-  std::string name;
-  std::string_view text;
+  std::string name;       // stands in the diff's header, "--- NAME"
+  std::string_view text;  // any bytes
 };
 
-// The unified diff (libgit2's, with three lines of context) that leads from `before` to `after`, without
-// git's own header lines; "" for equal texts. Throws utils::Error.
+// The unified diff from `before` to `after`, with three lines of context: "--- NAME", "+++ NAME" and the
+// hunks, without git's own header lines. "" for equal texts. Throws utils::Error when libgit2 fails, as for
+// want of memory.
 //
 // Thread-safety: may be called from any thread.
 std::string unified_diff(const NamedText& before, const NamedText& after);

@@ -1,3 +1,15 @@
+// The text goes to a temporary file in the target's directory, which is synced and renamed over the target;
+// then the directory is synced. Writing in place would leave half a page after a crash. Without the first
+// sync a power cut can leave an empty file, as a file system may store the rename before the data. Without
+// the second it can bring the old file back.
+//
+// A temporary file is locked (flock) from its creation until its descriptor is closed: that tells a file at
+// work from one that a killed process left. A repair may still remove a file between its creation and its
+// locking; the writer sees that the locked file has no name any more and creates another.
+//
+// Files are addressed by name within an open directory (open_directory() follows no link), so replacing a
+// folder on the way by a symbolic link leads no write elsewhere.
+
 #include "ossilar/utils/atomic_file.h"
 
 #include <fcntl.h>
@@ -20,13 +32,15 @@
 namespace ossilar::utils {
 namespace {
 
-constexpr mode_t kFileMode = 0666;
+constexpr mode_t kFileMode = 0666;  // of a new file; the umask takes away what the user does not grant
 
 constexpr std::string_view kTemporaryStart = ".ossilar-";
 constexpr std::string_view kTemporaryEnd = ".tmp";
 constexpr std::string_view kFormerEnd = ".former";
+// 64 random bits in hexadecimal: nobody can guess the name and put something there first.
 constexpr std::size_t kTemporaryDigits = 16;
 
+// Exactly the names that random_name() makes: a repair must not remove a file that only looks similar.
 bool is_temporary_name(std::string_view name) {
   return name.size() == kTemporaryStart.size() + kTemporaryDigits + kTemporaryEnd.size() &&
          name.starts_with(kTemporaryStart) && name.ends_with(kTemporaryEnd) &&
@@ -34,23 +48,29 @@ bool is_temporary_name(std::string_view name) {
              name.npos;
 }
 
+// False once the file was unlinked. A failing fstat counts as a name: the rename then fails with a message,
+// where creating the file again and again would not end.
 bool has_name(int fd) {
   struct stat info {};
   return fstat(fd, &info) != 0 || info.st_nlink > 0;
 }
 
-// Calls `each` with each temporary file that nobody writes any more, which stays locked meanwhile.
+// Calls `each` for every temporary file that no process has locked. The file is locked during the call, so a
+// writer that has just created it waits in create(), and then sees whether its file is still there.
 template <class Each>
 void for_each_leftover(const std::filesystem::path& path, Each each) {
   std::error_code error;
+  // Without a directory, or without the right to look at it, nothing was written there either.
   if (!std::filesystem::exists(std::filesystem::symlink_status(path, error))) return;
   const UniqueFd directory = open_directory(path);
+  // All names first: whether a listing shows files that are removed meanwhile is not defined (readdir(3)).
   std::vector<std::string> names;
   for (std::filesystem::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
     names.push_back(at->path().filename().string());
   if (error) throw IoError("cannot list " + path.string(), error.value());
   for (const std::string& name : names) {
     if (!is_temporary_name(name)) continue;
+    // O_NONBLOCK: a pipe of that name must not block us. A file that cannot be opened is gone or not ours.
     const UniqueFd file(retry_interrupted([&] {
       return openat(directory.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     }));
@@ -62,15 +82,17 @@ void for_each_leftover(const std::filesystem::path& path, Each each) {
 
 std::string random_name() {
   std::uint64_t number = 0;
+  // So few bytes never come in part (getrandom(2)).
   if (retry_interrupted([&] { return getrandom(&number, sizeof number, 0); }) !=
       static_cast<ssize_t>(sizeof number)) {
     throw IoError("cannot get random bytes for a temporary name", errno);
   }
-  std::array<char, 40> name{};
+  std::array<char, 40> name{};  // more than the 29 characters and a null
   std::snprintf(name.data(), name.size(), ".ossilar-%016llx.tmp", static_cast<unsigned long long>(number));
   return name.data();
 }
 
+// write(2) may take a part: what the disk still has room for. The next call then tells the error.
 void write_all(int fd, std::string_view text, const std::filesystem::path& path) {
   while (!text.empty()) {
     const ssize_t written = retry_interrupted([&] { return write(fd, text.data(), text.size()); });
@@ -83,8 +105,9 @@ void write_all(int fd, std::string_view text, const std::filesystem::path& path)
   throw IoError(path.string() + " is a symbolic link; put a regular file in its place or remove it", ELOOP);
 }
 
-// The mode of the file that is about to be replaced, or none when there is none. Refuses what is no regular
-// file.
+// The mode of the file that is about to be replaced, or none when there is none. Refuses anything but a
+// regular file. It is a look, not a guarantee: the target may change before the rename, which follows no link
+// but replaces it; exchange() therefore also looks at what it got back.
 std::optional<mode_t> mode_of_target(int directory, const std::string& name,
                                      const std::filesystem::path& path) {
   struct stat info {};
@@ -94,24 +117,24 @@ std::optional<mode_t> mode_of_target(int directory, const std::string& name,
   }
   if (S_ISLNK(info.st_mode)) throw_symbolic_link(path);
   if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
-  return info.st_mode & 07777U;
+  return info.st_mode & 07777U;  // without the type of file
 }
 
-// A text on disk beside the file that it is to replace, under a name that nobody can foresee; gone at the end
-// unless it was placed.
+// A text in a temporary file beside the file that it is to replace. The destructor removes the file, unless
+// it was put in its place. Used by one thread.
 class StagedFile {
  public:
   enum class Sync { now, later };
-  // Makes missing directories. With Sync::later the text is on disk only after sync().
+  // Creates missing directories. With Sync::later the text is on disk only after sync().
   StagedFile(std::filesystem::path target, std::string_view text, Sync when = Sync::now);
   ~StagedFile();
   StagedFile(const StagedFile&) = delete;
   StagedFile& operator=(const StagedFile&) = delete;
 
   void sync() const { sync_or_throw(fd_.get(), target_); }
-  // Takes the place of the file; on disk with the next sync of the directory.
+  // Replaces the file; on disk with the next sync_directory().
   void place();
-  // Swaps places with the file, which then has the name `former`.
+  // Replaces the file and keeps it under the name `former`; on disk with the next sync_directory().
   void exchange(const std::string& former);
   void sync_directory() const { sync_or_throw(directory_.get(), target_.parent_path()); }
   FileStamp stamp() const;
@@ -130,7 +153,8 @@ class StagedFile {
   UniqueFd fd_;
 };
 
-// Without the right to read a directory it cannot be synced: to be found out before anything is changed.
+// A directory that may be searched but not read is opened with O_PATH and cannot be synced. That is found out
+// here, before the file is touched.
 StagedFile::StagedFile(std::filesystem::path target, std::string_view text, Sync when)
     : target_(std::move(target)),
       target_name_(target_.filename().string()),
@@ -142,21 +166,25 @@ StagedFile::StagedFile(std::filesystem::path target, std::string_view text, Sync
     create();
   } while (!has_name(fd_.get()));
   try {
+    // Before the text is written, so a private file has its mode before there is anything to read.
     if (mode && fchmod(fd_.get(), *mode) != 0)
       throw IoError("cannot keep the mode of " + target_.string(), errno);
     write_all(fd_.get(), text, target_);
     if (when == Sync::now) sync();
-  } catch (...) {
+  } catch (...) {  // no destructor runs for what is not constructed
     unlinkat(directory_.get(), name_.c_str(), 0);
     throw;
   }
 }
 
+// A temporary file that cannot be removed stays as a leftover, which `check --fix` removes.
 StagedFile::~StagedFile() {
   if (!name_.empty()) unlinkat(directory_.get(), name_.c_str(), 0);
 }
 
-// The lock tells a file at work from one that was left. Who tidies up may come before it and remove the file.
+// Waits for the lock while a repair has the file; the constructor then checks that it was not removed. That
+// locking fails is ignored: where files cannot be locked, for_each_leftover() cannot lock them either, and
+// leaves them alone.
 void StagedFile::create() {
   name_ = random_name();
   fd_ = UniqueFd(retry_interrupted([&] {
@@ -167,6 +195,8 @@ void StagedFile::create() {
   retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
 }
 
+// Of the descriptor, not of the path, where another process may have put its file since. The empty stamp of a
+// failure equals that of no existing file, so the caller takes the file for changed and reads it.
 FileStamp StagedFile::stamp() const {
   struct stat info {};
   return fstat(fd_.get(), &info) == 0 ? stamp_from(info) : FileStamp{};
@@ -182,13 +212,16 @@ void StagedFile::throw_not_placed() const {
 
 void StagedFile::place() {
   if (rename_to(target_name_, 0) != 0) throw_not_placed();
-  name_.clear();
+  name_.clear();  // nothing is left to remove
 }
 
-// It takes the former file's name before the swap, so that the file that comes back has it from the first
-// moment on: killed in between, nobody takes that file for a temporary one. A file that comes or goes between
-// two calls makes it look again.
+// Renames the new text to `former` first and swaps then. Swapping under the temporary name, and renaming the
+// old file afterwards, would leave the old text under a name that a repair removes if the process is killed
+// in between. RENAME_NOREPLACE refuses to overwrite a former file that nobody has looked at. EINVAL says that
+// the file system does not know these flags.
 void StagedFile::exchange(const std::string& former) {
+  // Another try means that the file appeared or vanished between the look and the rename. The limit keeps a
+  // program that does so in a loop from holding up a save, which has the write lock.
   constexpr int kMostTries = 16;
   if (rename_to(former, RENAME_NOREPLACE) != 0) {
     if (errno == EINVAL) return place_beside(former);
@@ -205,20 +238,22 @@ void StagedFile::exchange(const std::string& former) {
   throw_not_placed();
 }
 
-// A link or a pipe that a hand put there between the look and the swap goes back.
+// A link or a pipe that came to the target between the look and the swap is swapped back, and the write fails
+// as it does when the look finds one.
 void StagedFile::look_at_former() {
   try {
     mode_of_target(directory_.get(), name_, target_);
   } catch (const IoError&) {
-    if (rename_to(target_name_, RENAME_EXCHANGE) != 0) name_.clear();  // it is not ours to remove
+    if (rename_to(target_name_, RENAME_EXCHANGE) != 0) name_.clear();  // `former` is still theirs
     throw;
   }
   name_.clear();
 }
 
-// Where there are no second names either, the old file is copied.
+// For file systems that cannot swap. A second name keeps the old file itself, also what an editor that has it
+// open writes later; a copy, where there are no hard links, does not. ENOENT: there is no old file to keep.
 void StagedFile::place_beside(const std::string& former) {
-  if (name_ == former) {  // which is the old file's now
+  if (name_ == former) {  // the new text got it before the swap was refused; now the old file needs it
     const std::string name = random_name();
     if (rename_to(name, 0) != 0) throw_not_placed();
     name_ = name;
@@ -226,6 +261,7 @@ void StagedFile::place_beside(const std::string& former) {
   const std::filesystem::path beside = target_.parent_path() / former;
   const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
   if (linked != 0 && errno != ENOENT) {
+    // Before the copy, which would overwrite a former file.
     if (errno == EEXIST) throw IoError("cannot put " + former + " beside " + target_.string(), EEXIST);
     atomic_write(beside, read_file_within(target_.parent_path(), target_));
   }
@@ -241,9 +277,11 @@ FileStamp atomic_write(const std::filesystem::path& path, std::string_view text)
   return file.stamp();
 }
 
+// Three passes: write all, sync all, rename all. What can fail for want of space is done before the first
+// file is replaced.
 std::vector<FileStamp> atomic_write_all(const std::filesystem::path& directory,
                                         const std::vector<NamedText>& files) {
-  std::deque<StagedFile> staged;
+  std::deque<StagedFile> staged;  // which does not move its elements; a StagedFile cannot be moved
   for (const auto& [name, text] : files) staged.emplace_back(directory / name, text, StagedFile::Sync::later);
   for (StagedFile& file : staged) file.sync();
   std::vector<FileStamp> stamps;
@@ -262,7 +300,7 @@ FileStamp atomic_exchange(const std::filesystem::path& path, std::string_view te
   return file.stamp();
 }
 
-// By a hash of the name: one that is made longer might be too long.
+// A hash of the name, as the name with a suffix might exceed the 255 bytes that a file's name may have.
 std::filesystem::path former_file(const std::filesystem::path& path) {
   const std::string digits = sha256_hex(path.filename().string()).substr(0, kTemporaryDigits);
   return path.parent_path() / (std::string(kTemporaryStart) + digits + std::string(kFormerEnd));

@@ -1,3 +1,8 @@
+// The open scope is found through a thread-local pointer. Between the step that fails, deep in the source
+// index, and the draft that stores the note lie layers that know nothing of either; a parameter through all
+// of them would tie the index to pages. The price: a step must be noted on the thread that opened the scope,
+// so the index notes a failure of its worker threads after they have ended.
+
 #include "ossilar/utils/best_effort.h"
 
 namespace ossilar::utils {
@@ -16,6 +21,7 @@ DegradedScope::DegradedScope() : steps_(std::make_shared<Map>(Map::array())), ou
 
 DegradedScope::~DegradedScope() { innermost() = outer_; }
 
+// Made in place in the caller's variable: its constructor stores `this`, so a scope must never move.
 DegradedScope degraded_steps() { return {}; }
 
 void degraded(std::string_view step, std::string_view reason) {

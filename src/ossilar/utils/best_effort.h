@@ -1,5 +1,10 @@
-// Steps that may fail without failing the work they are part of: symbols without the symbol tool, for one.
-// What ran degraded is noted in the scope that is open on the calling thread, and stored with the page.
+// Notes the steps that failed without failing the work they belong to, such as finding symbols without ctags.
+//
+// The source index notes (source/indexer.cc, source/refresh.cc). A draft opens the scope that collects the
+// notes (workers/wiki/agent_save.cc) and stores them in the page's row, as `degraded` in its `build_cache`.
+//
+// Thread-safety: scopes belong to the thread that opened them; a note made on another thread is not
+// collected.
 #pragma once
 
 #include <memory>
@@ -9,8 +14,8 @@
 
 namespace ossilar::utils {
 
-// A scope that collects degraded steps from its making to its end, on the thread that made it. Scopes nest;
-// the innermost collects. A failure that leaves the scope passes on.
+// Collects the steps that are noted on its thread as long as it lives. Scopes nest; the innermost collects.
+// It must be destroyed on the thread that made it. An exception passes through it.
 class DegradedScope {
  public:
   DegradedScope();
@@ -18,8 +23,8 @@ class DegradedScope {
   DegradedScope(const DegradedScope&) = delete;
   DegradedScope& operator=(const DegradedScope&) = delete;
 
-  // A list of objects {"step", "reason"}, in the order in which they were noted; readable after the scope's
-  // end.
+  // A list of objects {"step", "reason"} in the order in which they were noted. It grows while the scope is
+  // open and may be read after its end.
   std::shared_ptr<const Map> entered() const { return steps_; }
 
  private:
@@ -28,10 +33,11 @@ class DegradedScope {
   DegradedScope* outer_;
 };
 
+// Opens a scope.
 DegradedScope degraded_steps();
 
-// Notes in the innermost open scope of this thread that `step` ran degraded; without a scope it is not kept.
-// The same step is noted once a scope.
+// Notes in the innermost open scope of this thread that `step` ran degraded, and for which `reason`. A scope
+// keeps the first note of a step. Without an open scope the note is dropped.
 void degraded(std::string_view step, std::string_view reason);
 
 }  // namespace ossilar::utils

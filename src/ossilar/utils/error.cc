@@ -1,3 +1,6 @@
+// The text comes from the error category and not from strerror(), which need not be thread-safe: a server
+// fails on several threads at once.
+
 #include "ossilar/utils/error.h"
 
 #include <system_error>

@@ -1,5 +1,10 @@
-// The failures that this program raises itself. Each carries the place of its throw, which a log record shows
-// with the failure; the message says what failed, on what, and what to do about it.
+// The exceptions that this program throws itself. Each carries the place of its throw, which a log record
+// shows (logging.h); the message says what failed, on what, and where possible what to do about it.
+//
+// Every room throws them. The command turns them into an exit code and a line on standard error (cli/app.cc),
+// a session into an answer with an error (mcp/session.cc).
+//
+// Thread-safety: as of any value; an exception may be handed to another thread.
 #pragma once
 
 #include <stdexcept>
@@ -7,7 +12,9 @@
 
 namespace ossilar::utils {
 
-// Where in the source a failure was raised. (std::source_location needs a newer Clang than Debian 12 ships.)
+// Where in the source an exception was thrown. current() is meant as a default argument: the builtins then
+// name the line of the caller, so no throw has to. (std::source_location needs a newer Clang than Debian 12
+// ships.)
 struct Place {
   const char* file = "";
   int line = 0;
@@ -26,7 +33,8 @@ class Error : public std::runtime_error {
   Place place_;
 };
 
-// A system call that failed: what was attempted on what, and the system's own words for it.
+// A system call failed. The message says what was attempted on what, followed by the system's text for the
+// errno value.
 class IoError : public Error {
  public:
   // `what` reads like "cannot write /repo/wiki/index.md"; `error` is an errno value.
@@ -37,7 +45,8 @@ class IoError : public Error {
   int error_;
 };
 
-// Wrong configuration or wrong usage: something that the user wrote and can correct.
+// Wrong configuration or wrong usage: something that the user wrote and can correct. The command ends with
+// the exit code for usage errors.
 class ConfigError : public Error {
  public:
   explicit ConfigError(const std::string& message, Place place = Place::current()) : Error(message, place) {}

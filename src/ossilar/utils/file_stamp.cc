@@ -1,3 +1,7 @@
+// The time of the last change (ctime) is left out, as it also changes when a file is renamed, linked or given
+// another mode, and its content is the same. What that gives up: a tool that sets the modification time back
+// after an edit of the same size goes unnoticed.
+
 #include "ossilar/utils/file_stamp.h"
 
 namespace ossilar::utils {

@@ -1,3 +1,11 @@
+// The repository is written by others, so any component of a path may be a symbolic link, or become one
+// between two calls. Looking first (lstat) and opening then leaves a gap in which a link can be put there. So
+// the kernel refuses links while it resolves the path: in one openat2(2) call (Linux 5.6), or, where that
+// call is missing or forbidden, one component at a time from descriptor to descriptor with O_NOFOLLOW.
+//
+// A file to be read is opened with O_NONBLOCK, as a pipe in its place must not block us, and judged by
+// fstat() on the descriptor, as the path may name another file by now.
+
 #include "ossilar/utils/files.h"
 
 #include <fcntl.h>
@@ -20,8 +28,10 @@
 namespace ossilar::utils {
 namespace {
 
-constexpr mode_t kDirectoryMode = 0777;  // the umask takes away what the user wants taken away
+constexpr mode_t kDirectoryMode = 0777;  // the umask takes away what the user does not grant
+// For what has no size: as much as a pipe holds on Linux by default.
 constexpr std::size_t kReadStep = std::size_t{64} * 1024;
+// For the read that only finds the end of a file: a page, so that no large buffer is cleared for nothing.
 constexpr std::size_t kNextStep = std::size_t{4} * 1024;
 
 UniqueFd open_child_directory(int parent, const std::string& name, const std::filesystem::path& so_far) {
@@ -30,6 +40,7 @@ UniqueFd open_child_directory(int parent, const std::string& name, const std::fi
   if (fd >= 0) return UniqueFd(fd);
   const int error = errno;
   struct stat info {};
+  // With O_DIRECTORY the kernel says ENOTDIR for a link, too. A second look makes the message name the link.
   if (error == ENOTDIR && fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISLNK(info.st_mode)) {
     throw IoError(so_far.string() + " is a symbolic link, and ossilar writes through none", ELOOP);
@@ -42,8 +53,9 @@ UniqueFd open_child_directory(int parent, const std::string& name, const std::fi
   throw IoError("cannot open the directory " + so_far.string(), error);
 }
 
-// Calls openat2(2) and gives -1 with errno as that does. A kernel that knows no such call says ENOSYS, and a
-// sandbox that forbids it EPERM.
+// Calls openat2(2), for which the C library has no wrapper, and returns what it returns: -1 with ENOSYS from
+// a kernel without the call, with EPERM from a sandbox that forbids it. EAGAIN: files were renamed meanwhile,
+// and the kernel could not make sure that a `..` does not lead out; it asks for another try.
 int open_resolved(int directory, const char* path, std::uint64_t flags, std::uint64_t resolve) {
   open_how how{};
   how.flags = flags;
@@ -54,13 +66,16 @@ int open_resolved(int directory, const char* path, std::uint64_t flags, std::uin
   }
 }
 
-// Nothing when the path leads over a link, and when it cannot be opened at all.
+// The directory in one call, instead of one for each component. Nothing if there is a link on the way or the
+// directory cannot be opened for another reason; open_directory() then finds out which.
 UniqueFd open_directory_along_no_link(const std::filesystem::path& path) {
   if (!path.is_absolute()) return {};
   return UniqueFd(
       open_resolved(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, RESOLVE_NO_SYMLINKS));
 }
 
+// The parent is synced, or the new directory with all that is written to it could be gone after a power cut.
+// EEXIST: another process created it since, and syncs its name as we would.
 void create_child_directory(int parent, const std::string& name, const std::filesystem::path& so_far) {
   if (mkdirat(parent, name.c_str(), kDirectoryMode) == 0) {
     sync_or_throw(parent, so_far.parent_path());
@@ -71,7 +86,8 @@ void create_child_directory(int parent, const std::string& name, const std::file
 
 constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 
-// Opens a file below `directory` for reading, along no link at all.
+// Opens a file below `directory` for reading and follows no link at all. `below` has no `..`. O_PATH for the
+// folders on the way, as they need the right to be searched only.
 int open_along_no_link(int directory, const std::filesystem::path& below) {
   UniqueFd step;
   for (const auto& part : below.parent_path()) {
@@ -82,24 +98,28 @@ int open_along_no_link(int directory, const std::filesystem::path& below) {
   return openat(step ? step.get() : directory, below.filename().c_str(), kReadFlags | O_NOFOLLOW);
 }
 
+// Compares the paths as text; the opening deals with links.
 bool is_within(const std::filesystem::path& directory, const std::filesystem::path& path) {
   const auto relative = path.lexically_normal().lexically_relative(directory.lexically_normal());
   return !relative.empty() && *relative.begin() != "..";
 }
 
-// Opens a file for reading without leaving `directory`. Where openat2(2) is not to be had it follows no link.
+// Opens a file for reading without leaving `directory`; without openat2(2), by following no link at all.
+// RESOLVE_NO_MAGICLINKS: a link in /proc/PID/fd jumps to a file without resolving a path.
 int open_beneath(int directory, const std::filesystem::path& below) {
   const int fd = open_resolved(directory, below.c_str(), kReadFlags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS);
   const bool is_unknown = fd < 0 && (errno == ENOSYS || errno == EPERM);
   return is_unknown ? open_along_no_link(directory, below) : fd;
 }
 
+// `path` as seen from `directory`, which contains it.
 std::filesystem::path below(const std::filesystem::path& directory, const std::filesystem::path& path) {
   return path.lexically_normal().lexically_relative(directory.lexically_normal());
 }
 
-// The kernel refuses every absolute link (EXDEV), also one that leads back in: that one is opened by where it
-// leads, without a link on the way, so nothing that is changed meanwhile leads out.
+// With RESOLVE_BENEATH the kernel refuses every absolute link (EXDEV), even one that leads back into the
+// directory. Such a link is resolved here, and the file that it leads to is opened without following any
+// link: if something on that way becomes a link meanwhile, the file is refused.
 int open_within(int opened, const std::filesystem::path& directory, const std::filesystem::path& path) {
   const int fd = open_beneath(opened, below(directory, path));
   if (fd >= 0 || errno != EXDEV) return fd;
@@ -113,6 +133,7 @@ int open_within(int opened, const std::filesystem::path& directory, const std::f
 
 }  // namespace
 
+// What this owned is closed when `other` is destroyed: at once, when a temporary is assigned.
 UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
   std::swap(fd_, other.fd_);
   return *this;
@@ -122,7 +143,8 @@ UniqueFd::~UniqueFd() {
   if (fd_ >= 0) close(fd_);
 }
 
-// In one call where that succeeds; the way along the path finds out why it does not.
+// First in one call. If that fails, the walk along the path finds the component that is at fault, for the
+// message, or creates what is missing.
 UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   const std::filesystem::path whole = path.lexically_normal();
   if (UniqueFd opened = open_directory_along_no_link(whole)) return opened;
@@ -130,7 +152,7 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   if (!directory) throw IoError("cannot open the directory /", errno);
   std::filesystem::path so_far = "/";
   for (const auto& part : whole.relative_path()) {
-    if (part.empty()) continue;  // a trailing slash
+    if (part.empty()) continue;  // after a trailing slash
     so_far /= part;
     try {
       directory = open_child_directory(directory.get(), part.string(), so_far);
@@ -143,8 +165,13 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing) {
   return directory;
 }
 
-// A read lease is refused while anybody has the file open for writing (fcntl(2), F_SETLEASE). Whoever opens
-// it while the lease is held makes the kernel send a signal: one that is ignored by default.
+// Asks for a read lease, which the kernel refuses while any process has the file open for writing (fcntl(2),
+// F_SETLEASE), and gives it back at once. If a process opens the file for writing in between, the kernel
+// sends us a signal: by default SIGIO, which would end this process, so here SIGURG, which is ignored by
+// default.
+//
+// EAGAIN: somebody writes. EACCES: another user's file, so assume that somebody does. Any other error: no
+// leases here. A lease that cannot be given back ends with the descriptor.
 bool is_open_for_writing(int fd) {
   if (fcntl(fd, F_SETSIG, SIGURG) != 0) return false;
   if (fcntl(fd, F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN || errno == EACCES;
@@ -152,12 +179,15 @@ bool is_open_for_writing(int fd) {
   return false;
 }
 
+// Only the directory that gets the name is synced. A power cut may bring the old name back beside the new
+// one; the text is not lost, which is what the callers need.
 bool move_file(const std::filesystem::path& from, const std::filesystem::path& to) {
   const UniqueFd source = open_directory(from.parent_path());
   const UniqueFd target = open_directory(to.parent_path(), Missing::create);
   const std::string old_name = from.filename().string();
   const std::string new_name = to.filename().string();
   if (renameat2(source.get(), old_name.c_str(), target.get(), new_name.c_str(), RENAME_NOREPLACE) != 0) {
+    // EINVAL: this file system does not know RENAME_NOREPLACE.
     if (errno == EXDEV || errno == EEXIST || errno == EINVAL) return false;
     throw IoError("cannot move " + from.string() + " to " + to.string(), errno);
   }
@@ -173,7 +203,8 @@ bool is_regular_file(const std::filesystem::path& path) {
 }
 
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name) {
-  // A regular file is had in one read, and the next finds its end.
+  // One read takes a whole regular file, the next finds its end. With the extra byte a file that exceeds
+  // `limit` is noticed by the first read.
   struct stat info {};
   const bool has_size = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0;
   std::size_t step = has_size ? std::min(static_cast<std::size_t>(info.st_size), limit) + 1 : kReadStep;
@@ -184,7 +215,7 @@ std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::st
     const ssize_t got = retry_interrupted([&] { return read(fd, text.data() + before, step); });
     if (got < 0) throw IoError("cannot read " + name, errno);
     text.resize(before + static_cast<std::size_t>(got));
-    if (has_size) step = kNextStep;  // it has grown, or this read finds its end
+    if (has_size) step = kNextStep;  // what comes now is the end, or what was appended since
     if (text.size() > limit) return std::nullopt;
     if (got == 0) return text;
   }
@@ -218,7 +249,8 @@ std::string text_of(const std::string& bytes, const std::string& name, ByteOrder
 void require_utf8(std::string_view text, const std::string& name) {
   const auto at = first_invalid_utf8(text);
   if (!at) return;
-  std::array<char, 8> byte{};
+  // count_lines() counts the unfinished line that the byte is in, unless the byte is the first of its line.
+  std::array<char, 8> byte{};  // "0xFF" and a null
   std::snprintf(byte.data(), byte.size(), "0x%02X",
                 static_cast<unsigned>(static_cast<std::uint8_t>(text[*at])));
   throw Error(name + " is not UTF-8: byte " + byte.data() + " at offset " + std::to_string(*at) + " (line " +

@@ -1,6 +1,12 @@
-// Files and directories on disk: opening and reading them without following links out of where they lie.
+// Opens and reads files and directories without following a symbolic link out of the place where they belong.
 //
-// Thread-safety: every function may be called from any thread.
+// Almost every room reads through here: the index its sources (source), the wiki its pages, lists and
+// configuration (workers/wiki), the command its input (cli). Writing is in atomic_file.h.
+//
+// Thread-safety: every function may be called from any thread; a UniqueFd is used by one thread at a time.
+//
+// Failure: IoError for what the system refuses, Error for a path or a text that is not allowed. Nothing is
+// left behind but the directories that Missing::create made before the failure.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +22,7 @@
 
 namespace ossilar::utils {
 
-// An owned file descriptor; -1 owns nothing.
+// A file descriptor that is closed with its owner; -1 owns nothing.
 class UniqueFd {
  public:
   UniqueFd() = default;
@@ -33,39 +39,41 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-// What a walk along a path does with a directory that is not there.
+// What open_directory() does about a directory that does not exist.
 enum class Missing { fail, create };
 
-// Opens the directory `path` (absolute) component by component, following no symbolic link on the way. A
-// directory that it creates is on disk, with its name in its parent, when this returns. The descriptor is for
-// *at() calls. Throws IoError; for a symbolic link on the way its error() is ELOOP and the message names the
-// link.
+// Opens the directory `path` (absolute), following no symbolic link on the way. A directory that it creates
+// is on disk, with its name in its parent, when this returns. The descriptor is for *at() calls; one of a
+// directory that may be searched but not read is good for nothing else (O_PATH). Throws IoError; for a
+// symbolic link on the way, error() is ELOOP and the message names the link.
 UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Missing::fail);
 
-// Whether some process has the open file `fd` (opened for reading alone) open for writing, as far as the
-// system tells: false where it does not, true for a file of another owner, of which it does not say.
+// Whether some process has the file `fd` open for writing; `fd` itself must be open for reading only. True
+// also for another user's file, of which the system does not tell. False where the file system cannot tell.
 bool is_open_for_writing(int fd);
 
-// Whether `path` is a regular file, symbolic links followed. A path that cannot name one, such as a link to
-// itself or a name that is too long, is none. Throws IoError when the system cannot say.
+// Whether `path` is a regular file, symbolic links followed. False for a path that cannot name one, such as a
+// link to itself or a name that is too long. Throws IoError when the system does not say.
 bool is_regular_file(const std::filesystem::path& path);
 
-// The bytes of the open file `fd`, at most `limit` of them: none when it holds more. `name` is for messages.
+// The bytes of the open file or pipe `fd` up to its end, or nothing when there are more than `limit`. `name`
+// is for messages. Throws IoError.
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name);
 
 // The bytes of the regular file `path` (absolute), which lies in `directory` or below. A symbolic link that
-// stays in `directory` is followed; one that leads out of it is refused with Error, whatever is changed
-// meanwhile. Throws IoError when the file cannot be read.
+// stays in `directory` is followed; one that leads out is refused with Error, even if links are changed
+// during the call. Where the kernel has no openat2(2), no link is followed. Throws IoError when the file
+// cannot be read.
 std::string read_file_within(const std::filesystem::path& directory, const std::filesystem::path& path);
 
-// What the start of a text may be: a byte order mark belongs to the file's encoding, or to its text.
+// Whether a byte order mark at the start belongs to the file's encoding, and is dropped, or to its text.
 enum class ByteOrderMark { dropped, kept };
 
-// The same as text, line ends normalised. Throws Error naming the byte when it is not UTF-8.
+// The same file as text, its line ends normalised to line feeds. Throws what require_utf8() throws, too.
 std::string read_text_file_within(const std::filesystem::path& directory, const std::filesystem::path& path,
                                   ByteOrderMark mark = ByteOrderMark::dropped);
 
-// `bytes` as that text; `name` is for messages.
+// What read_text_file_within() makes of the bytes of a file; `name` is for messages.
 std::string text_of(const std::string& bytes, const std::string& name,
                     ByteOrderMark mark = ByteOrderMark::dropped);
 

@@ -1,3 +1,7 @@
+// The library's one-line call would do, but it looks the algorithm up and allocates a context each time,
+// which takes longer than hashing a short text; a save hashes many. So the algorithm is looked up once for
+// the process and every thread keeps a context, which no other thread may use.
+
 #include "ossilar/utils/hash.h"
 
 #include <openssl/evp.h>
@@ -14,7 +18,6 @@ namespace {
 using Context = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
 using Algorithm = std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)>;
 
-// The library looks an algorithm up, which takes longer than a short text's hash; once is enough.
 const EVP_MD* sha256() {
   static const Algorithm algorithm(EVP_MD_fetch(nullptr, "SHA256", nullptr), &EVP_MD_free);
   return algorithm.get();

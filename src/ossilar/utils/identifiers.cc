@@ -1,3 +1,11 @@
+// One pass over the bytes. Every passage of a page goes through here, for the index and for the embedder, so
+// words are not made strings of their own: parts are appended to one buffer, and a run of small ASCII
+// letters, the most common word, is copied as it is.
+//
+// Runs are found without decoding: the lead byte, and for two of them the byte after it, tells whether a
+// character belongs to a word. Only ASCII letters have a case here; identifiers in other scripts are not
+// split.
+
 #include "ossilar/utils/identifiers.h"
 
 #include <algorithm>
@@ -16,7 +24,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_upper(char c) { return c >= 'A' && c <= 'Z'; }
 bool is_lower(char c) { return c >= 'a' && c <= 'z'; }
 
-// What a byte of ASCII is; flags, so that those of a run can be taken together.
+// What a byte of ASCII is. Flags, so that or-ing those of a run tells whether it has small letters only.
 enum ByteKind : std::uint8_t { kNoWord = 0, kSmallLetter = 1, kOtherInWord = 2 };
 constexpr std::array<std::uint8_t, 128> kByteKinds = [] {
   std::array<std::uint8_t, 128> kinds{};
@@ -27,8 +35,8 @@ constexpr std::array<std::uint8_t, 128> kByteKinds = [] {
   return kinds;
 }();
 
-// What the character at `at` is. Outside ASCII everything belongs to words but the blocks of white space,
-// punctuation and symbols: Latin-1 up to U+00BF, U+2000 to U+2BFF and U+3000 to U+303F.
+// What the character at `at` is. The excluded blocks are whole ranges of lead bytes: C2 is U+0080 to U+00BF,
+// E2 below B0 is U+2000 to U+2BFF, and E3 80 is U+3000 to U+303F.
 std::uint8_t kind_at(std::string_view text, std::size_t at) {
   const std::uint8_t first = byte_at(text, at);
   if (first < 0x80) return kByteKinds[first];
@@ -37,6 +45,8 @@ std::uint8_t kind_at(std::string_view text, std::size_t at) {
   return word ? kOtherInWord : kNoWord;
 }
 
+// Whether a part begins at `at`, which is not the start: where digits begin or end (utf8), at a capital that
+// follows no capital (fooBar), and at the last of several capitals if a small letter follows (HTTPHeader).
 bool part_begins(std::string_view token, std::size_t at) {
   const char before = token[at - 1];
   const char here = token[at];
@@ -48,7 +58,7 @@ bool part_begins(std::string_view token, std::size_t at) {
 
 struct Run {
   std::size_t end = 0;
-  std::uint8_t kinds = kNoWord;  // of its characters
+  std::uint8_t kinds = kNoWord;  // of its characters, or-ed
 };
 
 // The run of word characters at the start of `text`.
@@ -83,7 +93,7 @@ bool TokenReader::next() {
       take(rest_.substr(0, run.end));
     }
     rest_.remove_prefix(run.end);
-    if (!rest_.empty()) rest_.remove_prefix(utf8_size(rest_, 0));  // what ended the run
+    if (!rest_.empty()) rest_.remove_prefix(utf8_size(rest_, 0));  // the character that ended the run
   }
   return !ends_.empty();
 }
@@ -93,7 +103,7 @@ std::string_view TokenReader::part(std::size_t number) const {
   return std::string_view(folded_).substr(begin, ends_[number] - begin);
 }
 
-// The parts of an identifier: snake_case, camelCase, HTTPHeader, utf8.
+// Adds the parts of one run, which `_` separates and part_begins() divides further.
 void TokenReader::take(std::string_view run) {
   std::size_t begin = 0;
   const auto end_part = [&](std::size_t end) {
@@ -111,7 +121,7 @@ void TokenReader::take(std::string_view run) {
   end_part(run.size());
 }
 
-// fold(), which for ASCII is no more than small letters.
+// Appends fold(part). For ASCII that is lower case, done in place: fold() would make a string of every part.
 void TokenReader::add_part(std::string_view part) {
   const bool ascii = std::all_of(part.begin(), part.end(), [](char c) { return (c & '\x80') == 0; });
   if (ascii) {

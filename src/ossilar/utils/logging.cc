@@ -1,3 +1,7 @@
+// One sink for the process, behind a mutex that is held only to copy a pointer to it. The sink itself runs
+// unlocked: a slow one then delays only the thread that logs, and it may log or set another sink without a
+// deadlock. The shared pointer keeps it alive for the threads that are in it when it is replaced.
+
 #include "ossilar/utils/logging.h"
 
 #include <cxxabi.h>
@@ -13,9 +17,10 @@
 namespace ossilar::utils {
 namespace {
 
-// A chain longer than this is cut: nobody reads on, and a cycle of causes must end.
+// Longer chains are cut: nobody reads so far, and it bounds the recursion, also for a circle of causes.
 constexpr std::size_t kMaxCauses = 32;
 
+// The type as it is written in the source, or `name` where that fails. The result comes from malloc().
 std::string demangled(const char* name) {
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name, nullptr, nullptr, &status),
@@ -48,6 +53,7 @@ struct SinkHolder {
   std::shared_ptr<const LogSink> sink;
 };
 
+// Made by its first use, as globals of other files may log before those of this file are initialised.
 SinkHolder& holder() {
   static SinkHolder instance;
   return instance;

@@ -1,3 +1,9 @@
+// Input and both outputs are served by one poll(2) loop. Writing all the input first and reading afterwards
+// stops for ever once the child waits for room in its output pipe and we for room in its input.
+//
+// posix_spawn(3) and not fork(): other threads of a server may hold locks that a forked child would need. Our
+// ends of the child's pipes are closed after the start, or reading would never find an end.
+
 #include "ossilar/utils/process.h"
 
 #include <fcntl.h>
@@ -20,8 +26,9 @@ extern char** environ;
 namespace ossilar::utils {
 namespace {
 
+// More than anybody reads in a message, and a bound for a child that complains without end.
 constexpr std::size_t kMaxErrors = std::size_t{64} * 1024;
-constexpr std::size_t kStep = std::size_t{64} * 1024;
+constexpr std::size_t kStep = std::size_t{64} * 1024;  // as much as a pipe holds on Linux by default
 
 struct Pipe {
   UniqueFd read;
@@ -34,6 +41,7 @@ Pipe make_pipe() {
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
+// What the child does with its descriptors before the program starts.
 class FileActions {
  public:
   FileActions() { posix_spawn_file_actions_init(&actions_); }
@@ -43,6 +51,7 @@ class FileActions {
   void duplicate(const UniqueFd& from, int to) {
     posix_spawn_file_actions_adddup2(&actions_, from.get(), to);
   }
+  // Our pipes have O_CLOEXEC, but libraries open files without it.
   void close_others() { posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1); }
   const posix_spawn_file_actions_t* get() const { return &actions_; }
 
@@ -50,6 +59,7 @@ class FileActions {
   posix_spawn_file_actions_t actions_{};
 };
 
+// The const_cast is safe: posix_spawnp() does not write to the arguments, whatever its type says.
 pid_t start(const std::vector<std::string>& arguments, const FileActions& actions) {
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
@@ -61,6 +71,7 @@ pid_t start(const std::vector<std::string>& arguments, const FileActions& action
   return child;
 }
 
+// 128 plus the signal is how a shell reports a child that was killed.
 int wait_for(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
@@ -69,7 +80,8 @@ int wait_for(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Sends what the pipe takes of `input`; closes the pipe when all is sent or the child reads no more.
+// Sends as much of `input` as the pipe takes. Closes the pipe when all is sent, or when the child has closed
+// its end: what it did not want to read is dropped.
 void feed(UniqueFd& to, std::string_view& input) {
   const ssize_t sent = write(to.get(), input.data(), input.size());
   if (sent > 0) input.remove_prefix(static_cast<std::size_t>(sent));
@@ -77,7 +89,8 @@ void feed(UniqueFd& to, std::string_view& input) {
   if (input.empty() || gone) to = UniqueFd();
 }
 
-// Takes what the pipe holds; closes it at its end. What exceeds `limit` is read and dropped.
+// Takes what the pipe holds; closes it at its end. What exceeds `limit` is read and dropped, as a full pipe
+// would stop the child.
 void drain(UniqueFd& from, std::string& into, std::size_t limit) {
   std::array<char, kStep> buffer{};
   const ssize_t got = read(from.get(), buffer.data(), buffer.size());
@@ -85,7 +98,9 @@ void drain(UniqueFd& from, std::string& into, std::size_t limit) {
   if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) from = UniqueFd();
 }
 
-// A write to a child that has gone must fail with EPIPE instead of ending this process.
+// Makes a write to a child that is gone fail with EPIPE instead of ending this process. The signal is blocked
+// for this thread only: ignoring it would change the whole process, and the children that it starts. A signal
+// that came meanwhile is taken off before it is unblocked, as it would be delivered then.
 class IgnorePipeSignal {
  public:
   IgnorePipeSignal() {
@@ -110,6 +125,8 @@ class IgnorePipeSignal {
   sigset_t before_{};
 };
 
+// poll(2) skips descriptors of -1, so an end that is closed takes no part. Only our writing end must not
+// block: poll() promises room for some bytes, and write() would wait for room for all.
 void exchange(UniqueFd to, UniqueFd from, UniqueFd errors, std::string_view input, ProcessResult& result) {
   fcntl(to.get(), F_SETFL, O_NONBLOCK);
   if (input.empty()) to = UniqueFd();
@@ -140,9 +157,11 @@ ProcessResult run_process(const std::vector<std::string>& arguments, std::string
   errors.write = UniqueFd();
   ProcessResult result;
   {
+    // Not before the start: a child inherits the signals that are blocked.
     const IgnorePipeSignal guard;
     exchange(std::move(in.write), std::move(out.read), std::move(errors.read), input, result);
   }
+  // Last: a child that cannot write to a full pipe does not end.
   result.exit_code = wait_for(child);
   return result;
 }

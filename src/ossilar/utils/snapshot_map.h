@@ -1,13 +1,15 @@
-// An ordered map from strings to shared, immutable values, made to be handed out as snapshots while it
-// changes.
+// An ordered map from strings to shared, immutable values. Copies are snapshots: they can be handed out while
+// the original changes. Rows and digests of a wiki (store/repository.h) and its titles (workers/wiki/host)
+// are such maps; each draft reads its own copy.
 //
-// A copy costs one reference count and never changes, whatever is done to the original. Setting or erasing an
-// entry of n copies O(sqrt n): entries lie in sorted blocks, and only the block concerned and the list of
-// blocks are made anew. Two copies share what they have in common, which makes finding their difference cheap
-// too.
+// A copy costs one reference count and never changes, whatever is done to the original. With a std::map every
+// save would copy the whole wiki, or hold a lock while it reads. Here entries lie in sorted blocks, and a
+// change copies one block and the list of blocks: O(sqrt n) of n entries. Copies share the blocks that they
+// have in common, so their difference is found without looking at the rest.
 //
-// Thread-safety: like a value: a copy may be read from any thread; changing one instance needs that instance
-// alone.
+// Thread-safety: that of a value. Different copies may be read and changed on different threads; one instance
+// may be read by several threads as long as none changes it. Failure: a change throws only for want of
+// memory; size() may be wrong after that, so the map is to be dropped, while its copies are as they were.
 #pragma once
 
 #include <algorithm>
@@ -36,10 +38,11 @@ class SnapshotMap {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  // The value under `key`, or null. It lives at least as long as this map keeps it unchanged.
+  // The value under `key`, or null. It is valid until this map loses it or is destroyed; a copy of the
+  // map keeps it longer.
   const V* find(std::string_view key) const { return share(key).get(); }
 
-  // The value under `key` as an owner, or null.
+  // The same, shared: it outlives the map.
   Value share(std::string_view key) const {
     const std::size_t at = block_for(key);
     if (at == blocks_->size()) return nullptr;
@@ -48,10 +51,13 @@ class SnapshotMap {
     return found != block.end() && found->first == key ? found->second : nullptr;
   }
 
+  // Sets the value under `key`, new or not. A value that is shared with another map counts as unchanged for
+  // for_each_difference().
   void set(std::string key, V value) { set(std::move(key), std::make_shared<const V>(std::move(value))); }
 
   void set(std::string key, Value value) {
     Blocks blocks = *blocks_;
+    // A key beyond all others goes into the last block.
     const std::size_t at = std::min(block_for(key), blocks.empty() ? 0 : blocks.size() - 1);
     Block block = blocks.empty() ? Block{} : *blocks[at];
     const auto place = lower_bound(block, key);
@@ -65,6 +71,8 @@ class SnapshotMap {
     blocks_ = std::make_shared<const Blocks>(std::move(blocks));
   }
 
+  // Removes the entry; false when there is none. Blocks that become small are not joined: that costs memory
+  // after many removals, and a wiki loses few pages.
   bool erase(std::string_view key) {
     if (find(key) == nullptr) return false;
     Blocks blocks = *blocks_;
@@ -101,7 +109,7 @@ class SnapshotMap {
     }
   }
 
-  // The number of keys below `key` in their order. Costs the number of blocks.
+  // How many keys come before `key`. Takes time in the number of blocks.
   std::size_t rank(std::string_view key) const {
     const std::size_t at = block_for(key);
     std::size_t before = 0;
@@ -110,13 +118,13 @@ class SnapshotMap {
     return before + index(*(*blocks_)[at], lower_bound(*(*blocks_)[at], key));
   }
 
-  // The first key that is not below `key`, or null. Valid as long as this map keeps it unchanged.
+  // The first key that does not come before `key`, or null. Valid until this map is changed or destroyed.
   const std::string* first_from(std::string_view key) const {
     const std::size_t at = block_for(key);
     return at == blocks_->size() ? nullptr : &lower_bound(*(*blocks_)[at], key)->first;
   }
 
-  // The last key that is below `key`, or null; as first_from().
+  // The last key that comes before `key`, or null; valid as that of first_from().
   const std::string* last_below(std::string_view key) const {
     const std::size_t at = block_for(key);
     if (at < blocks_->size()) {
@@ -126,6 +134,7 @@ class SnapshotMap {
     return at == 0 ? nullptr : &(*blocks_)[at - 1]->back().first;
   }
 
+  // All keys in order.
   std::vector<std::string> keys() const {
     std::vector<std::string> out;
     out.reserve(size_);
@@ -133,8 +142,9 @@ class SnapshotMap {
     return out;
   }
 
-  // Calls `visit(key, before, after)` for every key whose value is not the same object in both maps; the side
-  // that lacks the key gives null. Costs what differs plus the number of blocks.
+  // Calls `visit(key, before, after)`, in the order of the keys, for every key whose value is not the same
+  // object in both maps; null for the map that lacks the key. Takes time in the entries of the blocks that
+  // the maps do not share, plus n log n in the number of blocks.
   template <class Visit>
   friend void for_each_difference(const SnapshotMap& before, const SnapshotMap& after, Visit visit) {
     if (before.blocks_ == after.blocks_) return;
@@ -153,9 +163,12 @@ class SnapshotMap {
   }
 
  private:
+  // Invariants: no block is empty, so each has a last key; keys ascend within a block and from block to
+  // block. A block that several maps share is never changed.
   using Block = std::vector<Entry>;
   using Blocks = std::vector<std::shared_ptr<const Block>>;
-  // Near the square root of 10,000 entries, the size that a large wiki has.
+  // Entries in a block at most; full blocks are halved. Near the square root of 10,000, the pages of a large
+  // wiki, so that block and list of blocks are about equally long.
   static constexpr std::size_t kMaxBlock = 128;
 
   static typename Block::const_iterator lower_bound(const Block& block, std::string_view key) {
@@ -175,6 +188,7 @@ class SnapshotMap {
     return static_cast<std::size_t>(std::distance(blocks_->begin(), found));
   }
 
+  // Puts the changed block in the place of the one at `at`, as two if it grew too long.
   static void put_back(Blocks& blocks, std::size_t at, Block block) {
     if (blocks.empty()) blocks.emplace_back();
     if (block.size() > kMaxBlock) {
@@ -186,7 +200,8 @@ class SnapshotMap {
     blocks[at] = std::make_shared<const Block>(std::move(block));
   }
 
-  // The entries of the blocks that `other` does not hold as the same object.
+  // The entries of the blocks that `other` does not have, in order. Blocks are compared by address: equal
+  // ones made separately only cost time, as for_each_difference() compares the values again.
   std::vector<const Entry*> not_shared_with(const SnapshotMap& other) const {
     std::vector<const Block*> theirs;
     for (const auto& block : *other.blocks_) theirs.push_back(block.get());

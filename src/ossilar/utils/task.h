@@ -1,4 +1,7 @@
-// Long work that somebody may cancel and may watch.
+// Long work that can be cancelled and watched from outside.
+//
+// A session makes a task for each request and cancels it when its client asks (mcp/session.cc). A save, the
+// waits for locks and the calls of an embedding service ask it whether to go on.
 #pragma once
 
 #include <atomic>
@@ -9,22 +12,25 @@
 
 namespace ossilar::utils {
 
-// Is called now and then during long work: how many of how many things are done.
+// Called now and then during long work, on the thread that does it: `done` of `total` things are done.
 using Progress = std::function<void(std::size_t done, std::size_t total)>;
 
-// What leaves work that was cancelled. Not a std::exception: nothing on the way takes it for a failure.
+// Thrown out of work that was cancelled. It is no std::exception, so that no handler of failures on the way
+// catches it, logs it or makes an answer of it.
 struct Cancelled {};
 
-// One piece of work. Whoever runs it makes the task and hands it to what does the work, which asks it now and
-// then whether to go on. A task that nobody cancels and nobody watches is made without arguments.
+// One piece of work. The caller makes the task and passes it to the functions that do the work, which ask it
+// now and then whether to go on. Work that cannot be cancelled or watched gets a task without arguments.
 //
-// Thread-safety: cancel() may be called from any thread; all else belongs to the thread that does the work.
+// Thread-safety: cancel(), was_cancelled() and has_been_shielded() may be called from any thread, all else
+// only from the thread that does the work. Lifetime: the task outlives the work.
 class Task {
  public:
-  // Is told each step as it begins, on the thread that does the work.
+  // Told each step that begins, on the thread that does the work. It may block, such as on a client's pipe.
   using Watcher = std::function<void(std::string_view step)>;
 
-  // Is told what begins, every step and every stage, behind a shield too: it must not wait for anything.
+  // Told every step and every stage that begins, also behind a shield, where the write lock is held: it must
+  // not wait for anything. Set by benches.
   using Probe = std::function<void(std::string_view stage)>;
 
   Task() = default;
@@ -35,41 +41,44 @@ class Task {
   void cancel() { cancelled_ = true; }
   bool was_cancelled() const { return cancelled_; }
 
-  // Whether the work is to end; false behind a shield.
+  // Whether the work is to end now. Always false behind a shield.
   bool is_cancelled() const { return cancelled_ && !shielded_; }
 
-  // Throws Cancelled when it is.
+  // Throws Cancelled when it is to end.
   void check() const {
     if (is_cancelled()) throw Cancelled{};
   }
 
-  // Tells the watcher that `step` begins, a few words such as "embedding 12 passages"; throws Cancelled when
-  // the work is to end.
+  // Tells probe and watcher that `step` begins, in a few words such as "embedding 12 passages". Throws
+  // Cancelled, before it tells anybody, when the work is to end.
   void begin_step(std::string_view step) {
     check();
     begin_stage(step);
     if (watcher_ && !shielded_) watcher_(step);
   }
 
-  // Tells the probe alone that `stage` begins, a part of a step that only who measures asks about.
+  // Tells the probe alone that `stage` begins: a part of a step that is of interest to measurements only.
+  // Never throws Cancelled.
   void begin_stage(std::string_view stage) {
     if (probe_) probe_(stage);
   }
 
-  // From now on, until the shield goes, the work is not cancelled and no watcher is told anything: one who
-  // watches may keep the work waiting.
+  // Until the shield is dropped, the work is not cancelled, and the watcher is told nothing, as it might
+  // block. A save raises it as long as it holds the write lock: a commit is not given up half-way, and a slow
+  // client must not keep other writers waiting.
   void raise_shield() { shielded_ = has_been_shielded_ = true; }
   void drop_shield() { shielded_ = false; }
 
-  // Whether the work has been where it cannot be cancelled: what it did there stands.
+  // Whether a shield was ever raised. What was done behind it stands, so its answer is given even if the work
+  // was cancelled.
   bool has_been_shielded() const { return has_been_shielded_; }
 
  private:
   const Watcher watcher_;
   const Probe probe_;
   std::atomic<bool> cancelled_ = false;
-  bool shielded_ = false;
-  std::atomic<bool> has_been_shielded_ = false;  // asked by who cancels, too
+  bool shielded_ = false;  // the working thread's alone
+  std::atomic<bool> has_been_shielded_ = false;
 };
 
 }  // namespace ossilar::utils

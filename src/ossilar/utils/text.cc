@@ -1,3 +1,10 @@
+// Decoding follows the table of well-formed sequences in RFC 3629, section 4: the lead byte gives the length
+// and the range of the second byte. That range alone keeps overlong forms, surrogates and values above
+// U+10FFFF out, so no code point has to be checked afterwards.
+//
+// Most text is ASCII, so the functions that every page passes through take ASCII in larger steps. Bytes that
+// are not UTF-8 are stepped over one at a time: every loop ends, whatever the text.
+
 #include "ossilar/utils/text.h"
 
 #include <algorithm>
@@ -14,8 +21,7 @@ struct Decoded {
   std::size_t size = 0;  // 0: the bytes here are not UTF-8
 };
 
-// The lead bytes of RFC 3629's grammar with the range of the first continuation byte, which is what keeps
-// overlong forms, surrogates and values above U+10FFFF out.
+// Lead bytes from `first` to `last`: their second byte is from `low` to `high`, and they begin `size` bytes.
 struct LeadByte {
   std::uint8_t first, last, low, high;
   std::size_t size;
@@ -37,6 +43,7 @@ Decoded decode_sequence(std::string_view text, std::size_t at, const LeadByte& l
   if (at + lead.size > text.size()) return {};
   const std::uint8_t second = byte_at(text, at + 1);
   if (second < lead.low || second > lead.high) return {};
+  // The bits of the lead byte that belong to the code point: five of two bytes, four of three, three of four.
   char32_t code = byte_at(text, at) & (0xFFU >> (lead.size + 1));
   for (std::size_t i = 1; i < lead.size; ++i) {
     const std::uint8_t next = byte_at(text, at + i);
@@ -55,7 +62,7 @@ Decoded decode(std::string_view text, std::size_t at) {
   return {};
 }
 
-// The end of the run of ASCII that begins at `at`, which is most of most texts: eight bytes at a time.
+// The end of the run of ASCII that begins at `at`. Takes eight bytes at a time, by memcpy(), aligned or not.
 std::size_t ascii_end(std::string_view text, std::size_t at) {
   std::uint64_t eight = 0;
   for (; at + sizeof eight <= text.size(); at += sizeof eight) {
@@ -66,6 +73,7 @@ std::size_t ascii_end(std::string_view text, std::size_t at) {
   return at;
 }
 
+// White_Space of PropList.txt. The C library's iswspace() depends on the locale.
 bool is_white_space(char32_t c) {
   return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
          (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F ||
@@ -79,7 +87,8 @@ std::size_t white_space_size(std::string_view text, std::size_t at) {
   return decoded.size > 0 && is_white_space(decoded.code) ? decoded.size : 0;
 }
 
-// The size of the white space character that ends at `end`, or 0. (The longest is three bytes.)
+// The size of the white space character that ends at `end`, or 0. UTF-8 is not decoded backwards: each length
+// that such a character can have, three bytes at most, is tried.
 std::size_t white_space_size_before(std::string_view text, std::size_t end) {
   for (std::size_t size = 1; size <= std::min<std::size_t>(3, end); ++size) {
     if (white_space_size(text.substr(0, end), end - size) == size) return size;
@@ -87,6 +96,7 @@ std::size_t white_space_size_before(std::string_view text, std::size_t end) {
   return 0;
 }
 
+// What printable() escapes. Of C1, terminals obey U+009B as they do ESC [.
 bool is_hidden(char32_t c) {
   const bool control = (c < 0x20 && c != '\t' && c != '\n') || (c >= 0x7F && c < 0xA0);
   const bool bidi = c == 0x061C || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) ||
@@ -94,7 +104,8 @@ bool is_hidden(char32_t c) {
   return control || bidi;
 }
 
-// Whether all of it is ASCII that is shown as it is.
+// Whether `text` is ASCII that is shown as it is. Reads to the end without a branch, so that the compiler can
+// take many bytes at a time.
 bool is_plain_ascii(std::string_view text) {
   unsigned found = 0;
   for (const char c : text) {
@@ -105,17 +116,17 @@ bool is_plain_ascii(std::string_view text) {
 }
 
 std::string formatted(const char* format, char32_t code) {
-  std::array<char, 16> text{};
+  std::array<char, 16> text{};  // more than "<U+10FFFF>" and a null
   std::snprintf(text.data(), text.size(), format, static_cast<unsigned>(code));
   return text.data();
 }
 
 std::string visible_escape(char32_t code) { return formatted(code < 0x100 ? "<%02X>" : "<U+%04X>", code); }
 
-// Four digits do: is_hidden() knows none above U+FFFF.
+// Four digits are enough: is_hidden() is false above U+FFFF.
 std::string json_escape(char32_t code) { return formatted("\\u%04x", code); }
 
-// `text` with `escape` in the place of what a terminal is not to get.
+// `text` with each hidden character, and each byte that is not UTF-8, replaced by what `escape` makes of it.
 std::string with_escapes(std::string_view text, std::string (*escape)(char32_t)) {
   if (is_plain_ascii(text)) return std::string(text);
   std::string out;
@@ -265,6 +276,7 @@ std::size_t utf8_size(std::string_view text, std::size_t at) {
 
 std::string_view utf8_prefix(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
+  // Back to the start of the character that the limit would divide.
   std::size_t end = limit;
   while (end > 0 && (byte_at(text, end) & 0xC0U) == 0x80U) --end;
   return text.substr(0, end);
