@@ -1,3 +1,11 @@
+// Cuts a page in three steps: sections at headings of level 1 and 2, pieces that must stay together within
+// each section, then neighbouring pieces packed up to the target size.
+//
+// A window that slides over the bytes, the usual way, would cut code blocks in two and join the end of one
+// section with the start of the next; such a passage has no one heading and shows half a block. So cmark
+// decides where blocks are, and packing never crosses a section. The pieces are ranges of the text in order,
+// and leave out nothing but white space; as they are ranges, packing two neighbours keeps what lies between
+// them.
 #include "ossilar/search/chunking.h"
 
 #include <cmark-gfm.h>
@@ -16,7 +24,7 @@ namespace {
 using utils::Block;
 using utils::BlockKind;
 
-// A stretch of the text that stays together.
+// A range of the text, in bytes, that is not cut any further.
 struct Piece {
   std::size_t begin = 0;
   std::size_t end = 0;
@@ -29,7 +37,8 @@ struct Section {
   std::vector<Block> blocks;
 };
 
-// All blocks, and what stands before the first: link definitions make no block.
+// All blocks, and before them what precedes the first one. Link definitions at the start of a text belong to
+// no block; without this they would be in no passage.
 std::vector<Block> all_blocks(std::string_view markdown) {
   std::vector<Block> blocks = utils::top_level_blocks(markdown);
   const std::size_t begin = blocks.empty() ? markdown.size() : blocks.front().begin;
@@ -55,13 +64,15 @@ std::vector<Section> sections(std::string_view markdown) {
   return out;
 }
 
-// The code blocks in `text` at any depth, as cmark finds them, by whole lines.
+// The code blocks in `text` at any depth, as ranges of whole lines. `text` is parsed by itself, which gives
+// the same code blocks as within the page: it is one complete top-level block.
 std::vector<Piece> code_in(std::string_view text) {
   const std::unique_ptr<cmark_node, decltype(&cmark_node_free)> root(
       cmark_parse_document(text.data(), text.size(), CMARK_OPT_DEFAULT), &cmark_node_free);
   const std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iter(cmark_iter_new(root.get()),
                                                                      &cmark_iter_free);
   const std::vector<std::size_t> lines = utils::line_offsets(text);
+  // Clamped: the offsets end with the size of the text, and a last line may end there too.
   const auto offset = [&](int line) {
     return lines[std::min(static_cast<std::size_t>(line), lines.size() - 1)];
   };
@@ -74,8 +85,9 @@ std::vector<Piece> code_in(std::string_view text) {
   return found;
 }
 
-// Where to cut a text longer than kLongestPassage: at the first line end at or after the target, else at the
-// first end of a sentence, else between words, else between characters.
+// Where to cut a text longer than kLongestPassage: after the first line feed from the target size on, else
+// after the first end of a sentence, else between words, else between characters. Each search stays within
+// the first kLongestPassage bytes, so that cutting a long text costs linear time.
 std::size_t cut_of(std::string_view text) {
   const std::string_view window = text.substr(0, kLongestPassage);
   if (const auto feed = window.find('\n', kTargetPassage - 1); feed != window.npos) return feed + 1;
@@ -84,15 +96,19 @@ std::size_t cut_of(std::string_view text) {
     if (std::string_view(".!?:;").find(window[at - 1]) != std::string_view::npos) return at + 1;
   }
   if (const auto at = blank(kTargetPassage); at != window.npos) return at + 1;
+  // 0 for a run of stray UTF-8 continuation bytes, which has no character to cut before. Each cut must
+  // advance.
   const std::size_t whole_characters = utils::utf8_prefix(text, kLongestPassage).size();
   return whole_characters > 0 ? whole_characters : kLongestPassage;
 }
 
-// Collects the pieces of a section: headings with what follows them, nothing too long but code.
+// Collects the pieces of a section. Headings wait until the block below them comes, and go into its piece. No
+// piece is longer than kLongestPassage but a code block.
 class Pieces {
  public:
   explicit Pieces(std::string_view markdown) : markdown_(markdown) {}
 
+  // Blocks are added in the order of the text.
   void add(const Block& block) {
     const std::size_t begin = heading_.value_or(block.begin);
     if (block.kind == BlockKind::heading) {
@@ -104,13 +120,14 @@ class Pieces {
     end_ = block.end;
   }
 
+  // Called once, at the end of the section: a heading that still waits has no text below it.
   std::vector<Piece> take() {
     if (heading_) add_text({*heading_, end_});
     return std::move(pieces_);
   }
 
  private:
-  // `begin` is the block's own, or that of the headings above it.
+  // `begin` is that of the block, or of the headings that wait above it.
   void add_content(const Block& block, std::size_t begin) {
     const Piece all = trimmed({begin, block.end});
     if (all.size() <= kLongestPassage) {
@@ -123,7 +140,8 @@ class Pieces {
     }
   }
 
-  // A list or quote may hold code blocks, which stay whole.
+  // Cuts the block around the code blocks in it, which stay whole. Only a block of kind `other`, such as a
+  // list or a quote, can contain any, so no other is parsed a second time.
   void add_around_code(const Block& block, std::size_t begin) {
     if (block.kind == BlockKind::other) {
       for (const Piece& code : code_in(markdown_.substr(block.begin, block.end - block.begin))) {
@@ -149,8 +167,9 @@ class Pieces {
     if (trim.size() > 0) pieces_.push_back(trim);
   }
 
-  // Without blank lines at its start and white space at its end; the indentation of a first line has a
-  // meaning.
+  // The piece without blank lines at its start and white space at its end. The indentation of the first line
+  // stays, as it may make the line code or a list item; but a piece that begins within a line, after a cut,
+  // loses the blanks of the cut.
   Piece trimmed(const Piece& piece) const {
     const std::string_view text = markdown_.substr(piece.begin, piece.size());
     const std::string_view stripped = utils::strip(text);
@@ -164,12 +183,14 @@ class Pieces {
   }
 
   std::string_view markdown_;
-  std::optional<std::size_t> heading_;  // the start of the headings that wait for their text
-  std::size_t end_ = 0;
+  std::optional<std::size_t> heading_;  // the start of the first heading that waits for its text
+  std::size_t end_ = 0;                 // of the block added last
   std::vector<Piece> pieces_;
 };
 
-// Neighbours joined up to the target.
+// Joins neighbours while the result stays within the target. Greedy, from the front: an edit leaves the
+// passages before it and those of other sections as they were, and a passage whose text is unchanged keeps
+// its stored vector.
 std::vector<Piece> packed(const std::vector<Piece>& pieces) {
   std::vector<Piece> out;
   for (const Piece& piece : pieces) {

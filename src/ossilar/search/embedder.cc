@@ -1,16 +1,19 @@
 // The local embedder: feature hashing of words and of the character n-grams in them.
 //
-// A text is a bag of words; an identifier gives its parts and itself in one piece (parseHTTPHeader: parse,
-// http, header, parsehttpheader). A word stands for itself, for its beginning, and for the n-grams of
-// "<word>", n = 3 to 5, so that words with a stem in common come out alike (Bojanowski et al., "Enriching
-// Word Vectors with Subword Information", 2017, without their trained vectors). Each of these features is
-// hashed to one dimension and a sign (Weinberger et al., "Feature Hashing for Large Scale Multitask
-// Learning", 2009). A word counts 1 + log(its frequency), a short one less, and the sum is scaled to
-// length 1.
+// A text is a bag of words; an identifier yields its parts and itself in one piece (parseHTTPHeader: parse,
+// http, header, parsehttpheader). A word contributes itself, its beginning, and the n-grams of "<word>", n =
+// 3 to 5, so that words with a common stem get similar vectors (Bojanowski et al., "Enriching Word Vectors
+// with Subword Information", 2017, without their trained vectors). Each of these features is hashed to one
+// dimension and a sign (Weinberger et al., "Feature Hashing for Large Scale Multitask Learning", 2009): the
+// sign makes collisions cancel on average instead of adding up. A word is weighted by 1 + log(its frequency),
+// a short word by less, and the sum is scaled to length 1.
 //
-// Limits: it knows no synonyms and no word order, no language's grammar, and only English function words.
-// Texts in scripts that put no blanks between words are told apart by their n-grams alone. Unrelated features
-// share a dimension now and then, which blurs cosines by some 1/sqrt(dimensions).
+// Limits: no synonyms, no word order, no grammar, and English function words only. Texts in scripts without
+// blanks between words are distinguished by their n-grams alone. Unrelated features sometimes share a
+// dimension, which blurs cosines by some 1/sqrt(dimensions).
+//
+// The model's name stands for the same vectors in every build. So sums are made in a fixed order, and the
+// hash is our own.
 #include "ossilar/search/embedder.h"
 
 #include <algorithm>
@@ -31,23 +34,29 @@
 namespace ossilar::search {
 namespace {
 
+// A vector takes 1.5 KiB in the store. Cosines of unrelated texts scatter by about 1/sqrt(384) = 0.05, well
+// below the 0.2 that a search treats as noise (wiki_search.cc). More dimensions would trade space for less
+// scatter.
 constexpr std::size_t kDimensions = 384;
 constexpr const char* kModelName = "local-hash-v1-384";  // a change of anything below needs a new version
 
+// Shorter n-grams are shared by unrelated words; longer ones are nearly as particular as the word itself.
 constexpr std::size_t kShortestGram = 3;
 constexpr std::size_t kLongestGram = 5;
 constexpr std::size_t kBeginning = 5;  // characters; stems are seldom shorter
-// Shares of a word's vector. The word itself has the least: another ending must still find it. N-grams at the
-// end, which tell forms and not stems, count a part of the others.
+// Shares of a word's vector; only their ratios matter, as the sum is scaled at the end. They trade exact
+// matches for matches of other forms of a word: the word itself has the smallest share, so that another
+// ending still finds it. N-grams at the word's end mark its form rather than its stem, and so have a smaller
+// weight.
 constexpr double kWordWeight = 0.3;
 constexpr double kBeginningWeight = 0.6;
 constexpr double kGramsWeight = 0.75;
 constexpr double kEndGramShare = 0.3;
-// Short words are the common ones; this stands in for the frequencies of a corpus, which would tie vectors to
-// it.
+// Words of fewer characters weigh proportionally less: short words are the common ones. This replaces
+// frequencies counted in a corpus, which would tie the vectors to that corpus.
 constexpr std::size_t kFullWeightLength = 8;
-// Function words say what relates to what, which a bag of words has lost; only a text of nothing else needs
-// them.
+// Function words express relations, which a bag of words loses anyway. Their weight is not 0, so that a text
+// of nothing else still has a vector.
 constexpr double kFunctionWordWeight = 0.1;
 constexpr std::array<std::string_view, 52> kFunctionWords{
     "a",    "about", "an",    "and",   "any",  "are",   "as",   "at",   "be", "but", "by",
@@ -56,7 +65,8 @@ constexpr std::array<std::string_view, 52> kFunctionWords{
     "that", "the",   "their", "them",  "then", "there", "they", "this", "to", "was", "we",
     "what", "when",  "where", "which", "who",  "why",   "with", "you"};
 static_assert(std::is_sorted(kFunctionWords.begin(), kFunctionWords.end()));
-// The first bytes of a word as one number, which orders words as their bytes do as far as it reaches.
+// The first eight bytes of a word as one number, padded with zeros. Comparing two such numbers compares the
+// bytes, without reading the words, and settles all comparisons but those of long words that begin alike.
 constexpr std::size_t kInNumber = sizeof(std::uint64_t);
 constexpr std::uint64_t beginning_of(std::string_view word) {
   std::uint64_t beginning = 0;
@@ -70,15 +80,17 @@ constexpr std::array<std::uint64_t, kFunctionWords.size()> kFunctionNumbers = []
   std::transform(kFunctionWords.begin(), kFunctionWords.end(), numbers.begin(), beginning_of);
   return numbers;
 }();
+// Function words fit into one number whole, so equal numbers mean equal words.
 constexpr std::size_t kLongestFunctionWord = 5;
 static_assert(std::all_of(kFunctionWords.begin(), kFunctionWords.end(),
                           [](std::string_view word) { return word.size() <= kLongestFunctionWord; }));
 
 using Sums = std::array<double, kDimensions>;
 
-// FNV-1a, 64 bits: the same on every machine.
+// FNV-1a, 64 bits: the same on every machine, and extended byte by byte, which the n-grams use.
 class Hash {
  public:
+  // `kind` keeps features of different kinds apart: the word "index" and the n-gram "index" are two features.
   explicit Hash(char kind, std::string_view bytes = {}) {
     add(kind);
     add(bytes);
@@ -87,7 +99,7 @@ class Hash {
   void add(std::string_view bytes) {
     for (const char byte : bytes) add(byte);
   }
-  // FNV's last bytes reach only some bits; the finaliser of SplitMix64 spreads them over all.
+  // The last bytes fed to FNV affect only some bits; the finaliser of SplitMix64 spreads them over all.
   std::uint64_t value() const {
     std::uint64_t z = state_;
     z = (z ^ (z >> 30U)) * 0xBF58476D1CE4E5B9ULL;
@@ -99,20 +111,21 @@ class Hash {
   std::uint64_t state_ = 0xCBF29CE484222325ULL;
 };
 
-// The words of a text, one for each time that it stands there.
+// The words of a text, each occurrence an entry. A map from word to count would be simpler; sorting positions
+// in one string avoids an allocation per word.
 class Words {
  public:
   explicit Words(std::string_view text) {
-    letters_.reserve(2 * text.size());
-    places_.reserve(text.size() / 4);
+    letters_.reserve(2 * text.size());  // an identifier adds its parts and itself in one piece
+    places_.reserve(text.size() / 4);   // a guess at how many words there are; more only reallocate
     for (utils::TokenReader token(text); token.next();) {
       for (std::size_t i = 0; i < token.size(); ++i) add(token.part(i));
       if (token.size() > 1) add(token.joined());
     }
   }
 
-  // Calls visit(word, how often it stands in the text) in the order of the words' bytes, so that sums come
-  // out the same everywhere.
+  // Calls visit(word, number of occurrences) in the order of the words' bytes. Floating point sums depend on
+  // their order, and the order of an unordered map depends on the standard library.
   template <class Visit>
   void visit(Visit visit) {
     std::sort(places_.begin(), places_.end(),
@@ -153,11 +166,11 @@ class Words {
     return a.beginning == b.beginning && a.size == b.size && (is_short(a) || word_at(a) == word_at(b));
   }
 
-  std::string letters_;  // of all words, one after the other
+  std::string letters_;  // all words concatenated; a Place points into it
   std::vector<Place> places_;
 };
 
-// The sum of the squares of the weights of a word's n-grams.
+// The sum of the squares of the weights of the n-grams of a word that has so many characters, marks included.
 constexpr double gram_squares(std::size_t characters) {
   double squares = 0;
   for (std::size_t first = 0; first + kShortestGram <= characters; ++first) {
@@ -168,7 +181,9 @@ constexpr double gram_squares(std::size_t characters) {
   return squares;
 }
 
-constexpr std::size_t kMostKnown = 32;  // characters; longer words are rare
+// It depends on the length alone, so it is computed at compile time for words of fewer characters than this.
+// Longer ones are rare.
+constexpr std::size_t kMostKnown = 32;
 constexpr std::array<double, kMostKnown> kGramSquares = [] {
   std::array<double, kMostKnown> squares{};
   for (std::size_t characters = 0; characters < kMostKnown; ++characters)
@@ -176,7 +191,7 @@ constexpr std::array<double, kMostKnown> kGramSquares = [] {
   return squares;
 }();
 
-// One feature of a word: where it is added, and how much of it.
+// One feature of a word: the dimension to which it is added, and its sign. Four bytes, as caches keep many.
 class Feature {
  public:
   Feature(std::uint64_t hash, bool at_end)
@@ -184,7 +199,9 @@ class Feature {
         negative_(static_cast<std::uint8_t>(hash >> 63U)),
         at_end_(at_end) {}
 
-  // Takes the weights of n-grams within the word and at its end. (Neither is negative.)
+  // `weights` are those of features within the word and at its end; neither may be negative. The sign is set
+  // by an OR into the weight's sign bit: it is random, so a branch on it would be mispredicted half of the
+  // time.
   void add_to(Sums& sums, const std::array<double, 2>& weights) const {
     const auto weight = std::bit_cast<std::uint64_t>(weights[at_end_]);
     sums[place_] += std::bit_cast<double>(weight | (std::uint64_t{negative_} << 63U));
@@ -198,23 +215,24 @@ class Feature {
 
 struct Features {
   std::size_t letters = 0;   // characters of the word without its marks
-  double gram_length = 0;    // of the vector of its n-grams' weights
+  double gram_length = 0;    // the length of the vector of its n-grams' weights, by which they are divided
   std::vector<Feature> all;  // the word itself, its beginning, then its n-grams in their order
 };
 
-// Reads the features of words; what it needs for one it keeps for the next.
+// Computes the features of words. Keeps its buffers from word to word, to allocate less.
 class FeatureReader {
  public:
   Features read(std::string_view word) {
     mark(word);
     Features features;
-    features.letters = characters() - 2;
+    features.letters = characters() - 2;  // without the marks
     const double squares =
         characters() < kMostKnown ? kGramSquares[characters()] : gram_squares(characters());
     features.gram_length = std::sqrt(squares);
+    // The offsets are those in "<word>", one byte further on than in the word.
     const std::string_view beginning =
         word.substr(0, offsets_[std::min(features.letters, kBeginning) + 1] - 1);
-    features.all.reserve(2 + 3 * characters());
+    features.all.reserve(2 + 3 * characters());  // three lengths of n-gram begin at a character, at most
     features.all.emplace_back(Hash('w', word).value(), false);
     features.all.emplace_back(Hash('b', beginning).value(), false);
     for (std::size_t first = 0; first + kShortestGram <= characters(); ++first)
@@ -232,6 +250,7 @@ class FeatureReader {
     offsets_.push_back(marked_.size());
   }
 
+  // The n-grams that begin at the character `first`: each hash is the shorter one's, extended.
   void add_grams(std::vector<Feature>& features, std::size_t first) const {
     const std::size_t longest = std::min(first + kLongestGram, characters());
     Hash hash('n');
@@ -243,23 +262,28 @@ class FeatureReader {
   }
 
   std::string marked_;                // "<word>"
-  std::vector<std::size_t> offsets_;  // where its characters begin, and last its size
+  std::vector<std::size_t> offsets_;  // where each of its characters begins; the last is its size
 };
 
-// The features of the words that came last: texts of one wiki have most of their words in common.
+// The features of recent words. Texts of one wiki share most of their words, so most need no hashing again.
+// The cache changes no vector.
+//
+// Thread-safety: one thread at a time.
 class FeatureCache {
  public:
+  // Valid until the next call.
   const Features& of(std::string_view word) {
     if (const auto known = features_.find(word); known != features_.end()) return known->second;
     Features read = reader_.read(word);
     if (word.size() > kLongestKept) return unkept_ = std::move(read);
+    // Everything goes at once: common words are back with the next text, and no order of use has to be kept.
     if (features_.size() >= kMostKept) features_.clear();
     return features_.emplace(word, std::move(read)).first->second;
   }
 
  private:
-  static constexpr std::size_t kMostKept = 4096;   // words; some 600 KB
-  static constexpr std::size_t kLongestKept = 32;  // bytes
+  static constexpr std::size_t kMostKept = 4096;   // words; some 600 KB for each thread that embeds
+  static constexpr std::size_t kLongestKept = 32;  // bytes; longer words are rare and would take more room
 
   struct WordHash {
     using is_transparent = void;
@@ -271,6 +295,7 @@ class FeatureCache {
   Features unkept_;
 };
 
+// A cache per thread needs no lock; a shared one would make threads that embed at once wait for each other.
 FeatureCache& features_of_thread() {
   thread_local FeatureCache cache;
   return cache;
@@ -281,6 +306,7 @@ bool is_function_word(std::string_view word) {
          std::binary_search(kFunctionNumbers.begin(), kFunctionNumbers.end(), beginning_of(word));
 }
 
+// The logarithm damps repetition: the tenth occurrence of a word says less about the text than the first.
 double weight_of(std::string_view word, std::size_t characters, std::uint64_t count) {
   const double kind = is_function_word(word) ? kFunctionWordWeight
                                              : static_cast<double>(std::min(characters, kFullWeightLength)) /
@@ -288,6 +314,8 @@ double weight_of(std::string_view word, std::size_t characters, std::uint64_t co
   return count == 1 ? kind : kind * (1.0 + std::log(static_cast<double>(count)));
 }
 
+// N-grams are divided by their length as a vector, so that a long word, which has more of them, does not
+// count more.
 void add_word(Sums& sums, std::string_view word, const Features& features, std::uint64_t count) {
   const double weight = weight_of(word, features.letters, count);
   features.all[0].add_to(sums, {weight * kWordWeight, 0});
@@ -298,6 +326,7 @@ void add_word(Sums& sums, std::string_view word, const Features& features, std::
   for (auto gram = features.all.begin() + 2; gram != features.all.end(); ++gram) gram->add_to(sums, weights);
 }
 
+// A text without words stays all zeros: it has no direction, and its cosine with anything is 0.
 std::vector<float> normalised(const Sums& sums) {
   double squares = 0;
   for (const double sum : sums) squares += sum * sum;
@@ -322,9 +351,11 @@ class LocalEmbedder final : public Embedder {
  public:
   std::string model() const override { return kModelName; }
   std::size_t dimensions() const override { return kDimensions; }
-  // It finds inflections and misspellings that words miss, but takes some words for others: it adds to what
-  // words find, and settles little between that (bench/retrieval_bench.cc).
+  // It finds inflections and misspellings that the word index misses, but also confuses words of similar
+  // spelling. With a fifth of the weight it adds passages to those found by words and hardly reorders them
+  // (bench/retrieval_bench.cc).
   double ranking_weight() const override { return 0.2; }
+  // `task` is ignored: this only computes, on one page, one batch or one query, and never waits.
   std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
                                         const utils::Task& /*task*/) override {
     std::vector<std::vector<float>> out;

@@ -1,4 +1,6 @@
-// One request to an HTTP service, through libcurl.
+// One request to an HTTP service, through libcurl. Used by http_embedder.cc alone, which decides what to ask,
+// what to try again and what to show. Nothing is shared between requests, and nothing is left of one that
+// fails.
 #pragma once
 
 #include <chrono>
@@ -11,7 +13,8 @@
 
 namespace ossilar::search {
 
-// The request got no answer. `is_passing` for what may be otherwise a moment later: no connection, no time.
+// The request got no answer. is_passing() says whether the same request may succeed later: there was no
+// connection, it broke, or time ran out.
 class HttpFailure : public utils::Error {
  public:
   HttpFailure(const std::string& message, bool is_passing, utils::Place place = utils::Place::current())
@@ -25,34 +28,39 @@ class HttpFailure : public utils::Error {
 struct HttpRequest {
   std::string url;
   std::string json;    // the body
-  std::string bearer;  // the key, "" for none
+  std::string bearer;  // the key, "" for none; it must be fit for a header line, which is not checked here
+  // Far above what a connection takes; a service that is down is noticed well before `timeout`.
   std::chrono::milliseconds connect_timeout{std::chrono::seconds(10)};
-  std::chrono::milliseconds timeout{std::chrono::seconds(60)};  // for all of it
-  std::size_t largest_answer = 0;                               // bytes
+  // From the call to the last byte of the answer. A service may compute for long, but an agent waits for it.
+  std::chrono::milliseconds timeout{std::chrono::seconds(60)};
+  std::size_t largest_answer = 0;  // bytes of the body; a longer one is a HttpFailure that does not pass
 };
 
 struct HttpAnswer {
-  long status = 0;
+  long status = 0;  // whatever it is: an error status is an answer too
   std::string body;
-  std::optional<std::chrono::seconds> retry_after;  // what the service asked for
+  std::optional<std::chrono::seconds> retry_after;  // the wait that a Retry-After header asks for, above 0
 };
 
-// Posts the request. http and https alone, certificates checked, no redirect followed, no cookie, no stored
-// password; proxies as the environment has them, but none on the way to this machine itself. Throws
-// HttpFailure, and utils::Cancelled when `task` is cancelled on the way.
+// Posts the request and waits for the answer. Only http and https, certificates checked, no redirect
+// followed, no cookie, no stored password. Proxies are those of the environment, but none for this machine
+// itself. Throws HttpFailure when there is no answer, utils::ConfigError as parse_address() does, and
+// utils::Cancelled within about a second after `task` is cancelled.
 //
 // Thread-safety: may be called from any thread.
 HttpAnswer post_json(const HttpRequest& request, const utils::Task& task);
 
-// The parts of an address that tell services apart. Throws utils::ConfigError, without quoting it, for one
-// that is no http or https address or that holds a user.
+// The parts of an address by which services are told apart.
 struct HttpAddress {
   std::string scheme = {};  // "http" or "https"
   std::string host = {};
-  std::string where = {};  // host, port where it is given, and path without a slash at its end
-  // Whether it is this machine: localhost, a name that ends in .localhost, 127.0.0.0/8 or ::1.
+  std::string where = {};  // host, the port if there is one, and the path without slashes at its end
+  // Whether it is this machine: localhost, a name that ends in .localhost, 127.0.0.0/8 or ::1. Decided by the
+  // text alone; no name server is asked.
   bool is_loopback() const;
 };
+// Throws utils::ConfigError for anything but an http or https address, and for one with a user or a password.
+// The message does not quote the address, which may contain that password.
 HttpAddress parse_address(const std::string& url);
 
 }  // namespace ossilar::search

@@ -1,3 +1,9 @@
+// Asks a service for vectors in batches and tries again what may pass. It trusts nothing in the answer:
+// count, indexes, sizes and numbers are checked first, because a wrong vector would be stored with its
+// passage and make searches worse without any error.
+//
+// Once a request carries a key, its answer is never quoted. Searching the answer for the key and masking it,
+// the plain way, misses a part of the key or another spelling of it.
 #include "ossilar/search/http_embedder.h"
 
 #include <algorithm>
@@ -20,20 +26,30 @@ namespace {
 using std::chrono::milliseconds;
 using Vectors = std::vector<std::vector<float>>;
 
-// What the usual services take in one request.
+// Within what the usual services accept in one request. Larger batches save round trips, but a failed one
+// repeats more and has to be computed within one timeout. 64 passages of the longest usual size
+// (kLongestPassage) are about 113 KiB; the limit in bytes is for code blocks, which may be longer. A text
+// above it goes alone.
 constexpr std::size_t kMostTexts = 64;
 constexpr std::size_t kMostBytes = std::size_t{256} * 1024;
-// 64 vectors of 4,096 numbers, each some twenty characters long, fit several times.
+// Bounds memory. 64 vectors of 4,096 numbers, each some twenty characters long, fit six times.
 constexpr std::size_t kLargestAnswer = std::size_t{32} * 1024 * 1024;
 
+// Four tries with pauses of up to 0.5, 1 and 2 s: a service that restarts has a moment to come back, and an
+// agent does not wait much longer for a service that is down. kLongestPause matters only if there are more
+// tries.
 constexpr int kTries = 4;
 constexpr milliseconds kFirstPause(500);
 constexpr milliseconds kLongestPause = std::chrono::seconds(8);
+// A service may ask for hours. Then we wait this long, and fail after the last try rather than keep an agent
+// waiting.
 constexpr milliseconds kLongestAskedFor = std::chrono::seconds(30);
-constexpr milliseconds kSlice(50);  // between looks whether the task was cancelled
+// Between checks for cancellation: short for a person, long beside the cost of a check.
+constexpr milliseconds kSlice(50);
 
-constexpr std::size_t kShownBody = 200;
+constexpr std::size_t kShownBody = 200;  // bytes of an error page: room for a sentence, not for the page
 
+// In slices, as a Task can be asked but not waited for.
 void wait_asleep(milliseconds left, const utils::Task& task) {
   for (; left > milliseconds(0); left -= kSlice) {
     task.check();
@@ -41,18 +57,22 @@ void wait_asleep(milliseconds left, const utils::Task& task) {
   }
 }
 
+// An engine per thread: one that is shared would need a lock. Pauses need no better randomness than this.
 double random_number() {
   thread_local std::minstd_rand engine{std::random_device{}()};
   return std::uniform_real_distribution<double>(0, 1)(engine);
 }
 
 // Exponential backoff with full jitter: Brooker, "Exponential Backoff And Jitter", AWS Architecture Blog,
-// 2015.
+// 2015. The jitter keeps clients that failed together from coming back together. `tries` counts those that
+// failed, from 1.
 milliseconds pause_after(int tries, double random) {
   const milliseconds longest = std::min(kLongestPause, kFirstPause * (1 << (tries - 1)));
   return std::chrono::duration_cast<milliseconds>(longest * random);
 }
 
+// The url with the path of the request, before its query if it has one. Both spellings of the setting, base
+// or full address, give the same result, and so the same model().
 std::string with_path(std::string_view url) {
   constexpr std::string_view kPath = "/embeddings";
   const std::size_t end = std::min(url.find_first_of("?#"), url.size());
@@ -62,10 +82,13 @@ std::string with_path(std::string_view url) {
   return path.append(url.substr(end));
 }
 
+// The start of a foreign text, made safe for a terminal.
 std::string shown(const std::string& body) {
   return utils::printable(utils::valid_utf8(utils::utf8_prefix(body, kShownBody)));
 }
 
+// Scaled to length 1, as not every service does that and a search takes dot products for cosines. The sum of
+// squares may overflow although each number is finite. A vector of zeros stays as it is.
 std::vector<float> vector_in(const Map& item) {
   const Map& numbers = utils::member(item, "embedding");
   if (!numbers.is_array() || numbers.empty())
@@ -93,7 +116,8 @@ void require_size(std::size_t size, std::size_t others) {
                        std::to_string(others));
 }
 
-// The vectors of `count` texts in their order.
+// The vectors of `count` texts, in the order of the texts. Items are placed by their index, as a service may
+// give them in any order. With `count` items, each index in range and none twice, no vector is missing.
 Vectors vectors_in(const Map& answer, std::size_t count) {
   const Map& data = utils::member(answer, "data");
   if (!data.is_array() || data.size() != count) {
@@ -114,6 +138,7 @@ Vectors vectors_in(const Map& answer, std::size_t count) {
 
 class HttpEmbedder final : public Embedder {
  public:
+  // Parses the address, so that a wrong one fails when the wiki is opened and not at the first save.
   explicit HttpEmbedder(HttpEmbedderOptions options)
       : options_(std::move(options)), url_(with_path(options_.url)), address_(parse_address(url_)) {
     if (!options_.wait) options_.wait = wait_asleep;
@@ -122,6 +147,7 @@ class HttpEmbedder final : public Embedder {
 
   std::string model() const override { return "http:" + address_.where + ":" + options_.model; }
 
+  // Any text would do; services may refuse an empty one.
   std::size_t dimensions() const override {
     if (dimensions_ == 0) embed_batch({"dimensions"}, utils::Task());
     return dimensions_;
@@ -141,6 +167,7 @@ class HttpEmbedder final : public Embedder {
   }
 
  private:
+  // The end of the batch that begins at `begin`: at least one text, whatever its size.
   static std::size_t batch_end(const std::vector<std::string>& texts, std::size_t begin) {
     std::size_t bytes = texts[begin].size();
     std::size_t end = begin + 1;
@@ -163,7 +190,8 @@ class HttpEmbedder final : public Embedder {
       return vectors;
     } catch (const EmbeddingError& error) {
       throw_no_vectors(error.what());
-    } catch (const std::exception& error) {  // the parser's: it quotes, and a number may fit no double
+    } catch (const std::exception& error) {
+      // From the JSON parser, also for a number beyond double. Its messages quote the answer.
       throw_no_vectors(request.bearer.empty() ? error.what() : "its answer is not JSON" + unshown());
     }
   }
@@ -173,7 +201,8 @@ class HttpEmbedder final : public Embedder {
                          options_.model + "' a model for embeddings?");
   }
 
-  // The answer to the request, tried again while what fails may pass.
+  // The answer to the request, which is sent again while its failure may pass. A pause that the service asks
+  // for replaces ours, up to its limit: coming back sooner would only be refused again.
   HttpAnswer ask(const HttpRequest& request, const utils::Task& task) const {
     for (int tries = 1;; ++tries) {
       milliseconds pause = pause_after(tries, options_.random());
@@ -189,10 +218,12 @@ class HttpEmbedder final : public Embedder {
         }
       }
       options_.wait(pause, task);
-      task.check();
+      task.check();  // the wait checks before each slice, not after the last
     }
   }
 
+  // Too many requests, and failures of the server. Other refusals are about the request and would be
+  // repeated.
   static bool may_pass(long status) { return status == 429 || status >= 500; }
 
   [[noreturn]] void refuse(const HttpAnswer& answer, const std::string& key) const {
@@ -208,13 +239,16 @@ class HttpEmbedder final : public Embedder {
     throw EmbeddingError(message);
   }
 
-  // A service may repeat the key, in parts or in another spelling, so nothing that it says is shown then.
+  // In place of the answer when a key was sent: a service may repeat the key, in parts or in another
+  // spelling.
   std::string unshown() const {
     return " (what it says is not shown, as it may repeat the key in " + options_.key_variable +
            "; the service's own log may tell more)";
   }
 
-  // The key, "" for none.
+  // The key, "" for none. It is read and checked for each request, as the environment is the only place where
+  // it is kept. Refused before anything is sent: a key in clear text to another machine, and one with line
+  // ends, which would add headers to the request. No message quotes it.
   std::string key() const {
     if (options_.key_variable.empty()) return "";
     const char* value = std::getenv(options_.key_variable.c_str());
@@ -234,6 +268,9 @@ class HttpEmbedder final : public Embedder {
     return value;
   }
 
+  // Vectors of another size are of another model. The first answer sets the size, by a single exchange, as
+  // several threads may get their first answers at once. A failed exchange leaves the size that is set in
+  // `known`.
   void check_dimensions(std::size_t size) const {
     std::size_t known = 0;
     if (!dimensions_.compare_exchange_strong(known, size)) require_size(size, known);
@@ -244,7 +281,7 @@ class HttpEmbedder final : public Embedder {
   HttpEmbedderOptions options_;
   const std::string url_;
   const HttpAddress address_;
-  mutable std::atomic<std::size_t> dimensions_ = 0;
+  mutable std::atomic<std::size_t> dimensions_ = 0;  // 0 before the first answer, then fixed
 };
 
 }  // namespace

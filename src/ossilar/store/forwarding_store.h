@@ -1,5 +1,7 @@
-// A store, and a transaction of one, that hand every call to another. Deriving from them makes a fault, a
-// count or a record one overridden call:
+// A store, and a transaction, that forward every call to another one. A test that derives from them injects a
+// fault, or counts or records calls, by overriding one function (tests/support/hooked_store.h). It lies
+// beside the interface, as a function that is added there must be added here too; without it the tests do not
+// compile.
 //
 //   class FailsOnUpsert final : public ForwardingTransaction {
 //     using ForwardingTransaction::ForwardingTransaction;
@@ -14,6 +16,9 @@
 
 namespace ossilar::store {
 
+// `Interface` is WikiStore or StoreTransaction: a template, as both have the same functions and a class for
+// each would repeat them.
+//
 // Thread-safety: that of the target. Lifetime: the target must outlive it.
 template <class Interface>
 class Forwarding : public Interface {
@@ -116,12 +121,15 @@ class Forwarding : public Interface {
   Interface& target_;
 };
 
+// begin() gives the target's own transaction, not a forwarding one: override it to see writes within
+// transactions.
 class ForwardingStore : public Forwarding<WikiStore> {
  public:
   using Forwarding::Forwarding;
 };
 
-// Owns its target.
+// Owns its target, as begin() hands out an owner. The base takes its reference first; moving the pointer
+// afterwards does not move the object.
 class ForwardingTransaction : public Forwarding<StoreTransaction> {
  public:
   explicit ForwardingTransaction(std::unique_ptr<StoreTransaction> target)

@@ -1,5 +1,11 @@
-// What a wiki keeps, asked for by what it means: rows, chunks with their passages, digests, state. Nothing
-// here says which database is behind it.
+// The store of a wiki: rows, chunks with their passages, digests, state. The operations are named by what
+// they mean to a wiki, and nothing here depends on a database, so that everything above this room can be
+// tested with another store or with a wrapper that fails on demand (forwarding_store.h). store/sqlite
+// implements it.
+//
+// Three interfaces, from narrow to wide: Repository is what the save pipeline (agent_save) writes through;
+// WikiStore is what one Wiki (host/wiki.h) owns and all its threads share; StoreTransaction is a WikiStore
+// whose writes are committed together.
 #pragma once
 
 #include <cstdint>
@@ -18,30 +24,31 @@
 
 namespace ossilar::store {
 
-// The store cannot do what was asked: a full disk, a damaged file, a database of another program.
+// The store cannot do what was asked: a full disk, a damaged file, a database of another program. The message
+// names the file, what was attempted and, where that is known, what to do.
 class StorageError : public utils::Error {
  public:
   explicit StorageError(const std::string& message, bool damaged = false,
                         utils::Place place = utils::Place::current())
       : Error(message, place), damaged_(damaged) {}
-  // Whether what is stored cannot be read, so that trying again is of no use and making it anew is.
+  // Whether the stored data is unreadable: trying again is useless, rebuilding the database helps.
   bool damaged() const { return damaged_; }
 
  private:
   bool damaged_;
 };
 
-// Stored rows by page id. A row has, in this order, the keys `page_id`, `title` and those of PageFields,
-// under the fields' names. To keep many rows at hand, `source_files`, `source_hashes`, `related_pages` and
-// `citations` are JSON text, as `build_cache` is; `symbols` is left out, and of a `build_cache` that is a
-// JSON object `prose`, `sections` and `diagrams`.
+// Stored rows by page id. A row has the keys `page_id`, `title` and the names of the fields of PageFields, in
+// this order. A process keeps all rows in memory, so they are made small: `source_files`, `source_hashes`,
+// `related_pages` and `citations` are JSON text, as `build_cache` is; `symbols` is left out, and so are
+// `prose`, `sections` and `diagrams` of a `build_cache` that is a JSON object.
 using StoredRows = utils::SnapshotMap<Map>;
 
 // Digests by page id.
 using PageDigests = utils::SnapshotMap<Map>;
 
-// The keyword arguments of a page's row, in the order of the contract. Each has a default, so a call may name
-// some.
+// What a save stores of a page, beside its title. Every field has a default, so that a call names only those
+// that it sets. Their order is part of the interface.
 struct PageFields {
   std::string description = {};
   std::string importance = {};
@@ -61,7 +68,7 @@ struct PageFields {
   std::string page_type = {};
 };
 
-// The keyword arguments of a branch's wiki state, in the order of the contract.
+// What is known of a branch's wiki as a whole, as of its last save.
 struct WikiStateFields {
   std::string last_built_at = {};  // ISO 8601
   std::string last_commit = {};
@@ -71,8 +78,9 @@ struct WikiStateFields {
   std::string manifest_hash = {};
 };
 
-// The index gateway that a save writes through. Each write is on disk when its call returns; in a
-// transaction, see WikiStore::begin(), when that is committed.
+// What the save pipeline needs of a store. A write is on disk when its call returns, or, within a transaction
+// (see WikiStore::begin()), when the transaction is committed. A write that throws stored nothing, unless its
+// commit itself failed; the message then says that the outcome is unknown.
 //
 // Thread-safety: every member may be called from any thread. Errors: StorageError.
 class Repository {
@@ -82,40 +90,45 @@ class Repository {
   Repository& operator=(const Repository&) = delete;
   virtual ~Repository() = default;
 
-  // Inserts or updates the row of (branch, page_id) and gives its key. The row's stale mark goes.
+  // Inserts or updates the row of (branch, page_id) and gives its key, which an update keeps. Removes the
+  // page's stale mark: a page that was just saved is up to date.
   virtual std::int64_t upsert_wiki_page(const std::string& branch, const std::string& page_id,
                                         const std::string& title, const PageFields& fields) = 0;
 
-  // Best effort: on disk with the next write of another kind, at the latest.
+  // Committed but not synced, to spare a save one sync: after power loss the state may be older than the
+  // rows. Whatever is synced next puts it on disk too.
   virtual void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) = 0;
 
-  // The branch's rows as stored now. Only what changed since the last call is read.
+  // The branch's rows as stored now, those of other processes included. Reads only what changed since the
+  // last call, so that each draft can ask. The result is a snapshot that never changes.
   virtual StoredRows get_wiki_pages(const std::string& branch) = 0;
 };
 
-// Passages are named by the SHA-256 of their text and kept once, however many pages hold them.
+// Passages are named by the SHA-256 of their text and stored once, however many pages hold them. The store
+// does not compute the hash; callers do.
 using PassageHashes = std::set<std::string, std::less<>>;
 using Vector = std::vector<float>;
 
-// What other pages hold of the passages that one page holds.
+// Those passages of one page that other pages hold too. A caller need not embed those that have a vector.
 struct SharedPassages {
-  PassageHashes embedded;  // those that have a vector of the model that was asked about
+  PassageHashes embedded;  // a subset of `all`: those with a vector of the model that was asked about
   PassageHashes all;
 };
 
-// The keys of a chunk record. `kEmbedding` is a list of numbers, or embedding_form() of them, or null for a
-// passage whose vector is kept already.
+// The keys of a chunk record: a passage at its place in a page. `kEmbedding` is a list of numbers, or
+// embedding_form() of them, or null for a passage whose vector is stored already.
 namespace chunk_key {
 inline constexpr const char* kPosition = "position";  // 0, 1, ... in the order of the page
 inline constexpr const char* kSection = "section";    // the heading it stands under, "" above the first
 inline constexpr const char* kText = "text";
 inline constexpr const char* kHash = "hash";
-inline constexpr const char* kModel = "model";          // of the embedder
-inline constexpr const char* kCitations = "citations";  // those that stand in the passage
+inline constexpr const char* kModel = "model";          // Embedder::model()
+inline constexpr const char* kCitations = "citations";  // those that occur in the passage
 inline constexpr const char* kEmbedding = "embedding";
 }  // namespace chunk_key
 
-// The vector as it is stored, in one piece: a list would be a value for each number.
+// The vector as one binary value, in the form in which it is stored. As a list, each of its numbers would be
+// a JSON value of its own.
 Map embedding_form(const Vector& vector);
 
 struct PassageText {
@@ -123,15 +136,15 @@ struct PassageText {
   std::string text;
 };
 
-// Which passages a search looks at; "" leaves a field open.
+// Which passages a search considers. "" means any.
 struct PassageFilter {
   std::string page_type = {};
-  // A source file or a folder: passages that cite it or something in it, and those of pages that rest on
-  // such.
+  // A source file or a folder, without a slash at its end. Matches passages that cite it or a file below it,
+  // and all passages of pages that have such a file among their sources.
   std::string path = {};
 };
 
-// A passage with the place of the page at which it was found.
+// A passage that a search found, with one place at which it occurs.
 struct FoundPassage {
   std::string page_id = {};
   std::string title = {};
@@ -141,119 +154,142 @@ struct FoundPassage {
   std::string text = {};
   std::string hash = {};
   Map citations = {};  // as in a chunk record
-  double score = 0;
+  double score = 0;    // higher is better; those of match_words() and of nearest() cannot be compared
 };
 
 class StoreTransaction;
 
-// Everything that the host of a wiki keeps.
+// Everything that is stored of a wiki. Owned by Wiki (host/wiki.h); check/ opens one of its own to look for
+// damage.
+//
+// Thread-safety and errors: as Repository. Text that is not UTF-8 is refused with StorageError.
 class WikiStore : public Repository {
  public:
-  // Begins a transaction: what is written through the result is on disk all at once, when it is committed,
-  // and without a commit it is taken back at the result's end. Until then other writers, those of other
-  // processes too, wait, and nobody else sees it. `attempt` is what commit() says it could not do: "store the
-  // page a".
+  // Begins a transaction. What is written through the result becomes visible and durable at once, by its
+  // commit(); without one, its destructor takes everything back. From here to its end all other writers wait,
+  // those of other processes too, so hold it briefly and write through nothing else: a thread that writes
+  // through the store itself would wait for its own transaction. `attempt` is for the message of a failed
+  // commit: "store the page a".
   virtual std::unique_ptr<StoreTransaction> begin(const std::string& attempt) = 0;
 
-  // Reads everything and gives what is damaged in it, in words; none when all is sound.
+  // Reads everything and describes the first damage found; none when all is sound. May also throw
+  // StorageError with damaged(). Takes time with the size of the database, and other writers wait: for
+  // `ossilar check` only.
   virtual std::optional<std::string> damage() = 0;
 
-  // As upsert_wiki_page(), but a stale mark stays.
+  // As upsert_wiki_page(), but a stale mark stays. For a text that somebody changed by hand: the change need
+  // not have dealt with the reason of the mark.
   virtual std::int64_t upsert_keeping_mark(const std::string& branch, const std::string& page_id,
                                            const std::string& title, const PageFields& fields) = 0;
-  // Replaces two fields of the page's row, for a page file that was written anew with the same text of its
-  // author; all else stays, a stale mark too.
+  // Replaces two fields of the page's row and nothing else, not even its stale mark. For a page file that is
+  // rewritten around an unchanged authored text, as when an older format gets its record.
   virtual void restate_page(const std::string& branch, const std::string& page_id,
                             const std::string& content_hash, const std::vector<Map>& citations) = 0;
   // The key of the page's row, or none.
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
-  // The page's build cache whole, or none without a row.
+  // The page's complete build cache, of which StoredRows leave out the large parts; none without a row.
   virtual std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) = 0;
-  // Removes the page's row with its mark, its chunks and the passages that no other page holds. Its digest
-  // stays.
+  // Removes the page's row with its mark, its chunks, their words, and the passages that no other page holds.
+  // Does nothing for a page without a row. Its digest stays: persist_digests() decides on digests.
   virtual void remove_page(const std::string& branch, const std::string& page_id) = 0;
 
   // Passages.
+  //
+  // Those passages of the page that other pages hold too, in whatever branch; none for a page without a row.
   virtual SharedPassages shared_passages(const std::string& branch, const std::string& page_id,
                                          const std::string& model) = 0;
-  // The vectors of `model` that are kept for `hashes`; one that is not kept is missing in the result.
+  // The stored vectors of `model` by hash. A hash without one is missing from the result.
   virtual std::map<std::string, Vector> vectors(const std::string& model,
                                                 const std::vector<std::string>& hashes) = 0;
   // Makes `chunks` the chunks of the page whose row has the key `page_key`, and drops the passages that no
-  // page holds any more. A passage in `shared_before` is held by another page and stays. Throws StorageError,
-  // with nothing changed, when a chunk without an embedding names a passage that has no vector of its model.
+  // page holds any more. `shared_before` is what shared_passages() gave as `all`: those passages stay without
+  // being looked at. It may name too few, but must name none that only this page holds, or that passage is
+  // never dropped. Throws StorageError, with nothing changed, when a chunk without an embedding names a
+  // passage that has no vector of its model: another save may have dropped it since it was drafted.
   virtual void store_chunks(std::int64_t page_key, const std::vector<Map>& chunks,
                             const PassageHashes& shared_before) = 0;
-  // Indexes words for match_words(), which does it too, of pages whose chunks were stored, until at most
-  // `most_left` wait for it. A few pages at a time, which other writers wait for.
+  // Indexes the words of pages whose chunks were stored, until at most `most_left` pages wait. store_chunks()
+  // defers this, as it costs more than everything else that a save stores; match_words() catches up by
+  // itself. Works in transactions of a few pages, so that other writers get their turn.
   virtual void index_waiting_words(std::size_t most_left) = 0;
-  // The chunk records of a page in their order, embeddings left out.
+  // The chunk records of a page in their order, without embeddings.
   virtual std::vector<Map> chunks(const std::string& branch, const std::string& page_id) = 0;
 
-  // Changing the model. These are about all branches, as passages are.
+  // Changing the model (passages/reembedding.h). Passages are shared by all branches, so these work on all
+  // branches.
   //
-  // A model other than `model` that chunks are of; none when there is no such chunk.
+  // Some model other than `model` that chunks have; none when all chunks have `model`.
   virtual std::optional<std::string> other_model(const std::string& model) = 0;
+  // How many passages have no vector of `model`.
   virtual std::size_t count_without_vector(const std::string& model) = 0;
-  // Passages without a vector of `model` whose hashes come after `after`, in that order.
+  // Passages without a vector of `model`, in the order of their hashes, from the first after `after` ("" for
+  // all), `limit` at most. So each batch continues after the last, whatever else is stored meanwhile.
   virtual std::vector<PassageText> passages_without_vector(const std::string& model, const std::string& after,
                                                            std::size_t limit) = 0;
-  // Keeps vectors by passage hash; one of a passage that is gone meanwhile is left out.
+  // Stores vectors by passage hash. Ignores those of passages that are gone meanwhile, and those already
+  // stored.
   virtual void add_vectors(const std::string& model, const std::map<std::string, Vector>& vectors) = 0;
-  // Makes all chunks those of `model` and drops the vectors of others. False, with nothing changed, when a
-  // passage has no vector of `model`.
+  // Assigns all chunks to `model` and drops the vectors of other models. False, with nothing changed, when
+  // some passage has no vector of `model`: a save with the former model came in between.
   virtual bool keep_model(const std::string& model) = 0;
 
-  // Search. Both give the best passages of the branch first, `limit` at most; one that several pages hold
-  // comes once, with one of its places.
+  // Search. Both give the passages of the branch that match best, the best first, `limit` at most. A passage
+  // that several pages hold is found once, with one of its places.
   //
-  // Passages that hold any of these words, caselessly and by their stems (of identifiers by their parts, see
-  // utils/identifiers.h). The score is BM25's, the more the better.
+  // Passages that contain any of these words, compared without case and by their stems; identifiers also
+  // match by their parts (see utils/identifiers.h). Scores are BM25's. First indexes the words that wait; if
+  // that fails, logs it and finds nothing in those pages.
   virtual std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                                 const PassageFilter& filter, std::size_t limit) = 0;
-  // Passages whose vectors of `model` have the largest cosines with `query`, which are their scores. Memory
-  // does not grow with the wiki. A passage without such a vector is not found.
+  // Passages whose vectors of `model` have the largest cosines with `query`; these are their scores. `query`
+  // must have length 1, as stored vectors do. A passage without such a vector is not found. Reads every
+  // vector of the branch, but keeps only `limit` results in memory.
   virtual std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model,
                                             const Vector& query, const PassageFilter& filter,
                                             std::size_t limit) = 0;
 
-  // Digests.
+  // Digests: what is kept of each page to notice that pages built on it became stale. As get_wiki_pages(),
+  // reading costs what changed.
   virtual PageDigests load_digests(const std::string& branch) = 0;
-  // Makes `digests` the branch's digests, and sets the stale marks that this causes, as mark_stale() does:
-  // both or none. Writes only what differs from what is stored.
+  // Makes `digests` the branch's digests and sets the stale marks that the change causes, both or neither:
+  // once the new digests are stored, nothing would show that a mark is missing. Writes only what differs.
   virtual void persist_digests(const std::string& branch, const PageDigests& digests,
                                const std::map<std::string, std::string>& stale) = 0;
 
-  // Stale marks: page id to reason. Marks are set on pages that have a row; a page's next upsert takes its
-  // mark away.
+  // Stale marks, page id to reason: pages that are stale although their sources did not change. Pages without
+  // a row get none; a second mark replaces the first; upsert_wiki_page() removes it.
   virtual void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) = 0;
   virtual std::map<std::string, std::string> stale_marks(const std::string& branch) = 0;
 
+  // None before the branch's first save.
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;
 
-  // The lists that were written of the branch's rows alone, by file name, each with a hash of its text: what
-  // one of them says did not come from elsewhere. A note is on disk with the next write that is, at the
-  // latest.
+  // Manifests that were written from this database's rows alone, file name to a hash of the text. Such a
+  // manifest brings no news from elsewhere, so no page is taken over because of it. Notes are committed but
+  // not synced, like the wiki state.
   virtual std::map<std::string, std::string> own_lists(const std::string& branch) = 0;
   virtual void note_own_lists(const std::string& branch,
                               const std::map<std::string, std::string>& hashes) = 0;
 
-  // Calls `take` for each record of a source index, opaque here, in any order.
+  // Calls `take` for each record of the source index, in any order. Records are opaque to the store. The
+  // views are valid during the call only, and `take` must not call the store, whose reader is in use.
   using TakeRecord = std::function<void(std::string_view path, std::string_view record)>;
   virtual void source_records(const TakeRecord& take) = 0;
-  // In one transaction: a text replaces the record of its path, none removes it. They save reading what can
-  // be read again, so nobody waits for long to store them: while another writes, nothing is stored.
+  // In one transaction: a text replaces the record of its path, none removes it. Records only save reading
+  // sources again, so they are not worth a wait: while another process writes, nothing is stored, and the
+  // call succeeds.
   virtual void update_source_records(const std::map<std::string, std::optional<std::string>>& changes) = 0;
 };
 
-// The store within one transaction: reads see what was written before. A write that fails takes itself back
-// and no other; where the failure took back more, commit() says so. Transactions do not nest.
+// The store within one transaction; reads see what it has written. A write that fails takes back itself
+// alone, and the transaction goes on without it. Where the failure ended the whole transaction, as a full
+// disk may, every later write and commit() throw. begin() throws std::logic_error: transactions do not nest.
 //
-// Thread-safety: one thread at a time, from the begin to the end.
+// Thread-safety: one thread, the one that began it, until it is destroyed.
 class StoreTransaction : public WikiStore {
  public:
-  // Puts what was written on disk, all of it or, with StorageError, nothing that anybody may rely on: a
-  // commit that fails may have reached the file.
+  // Puts everything that was written on disk. Call it once, last. After a StorageError nothing may be
+  // assumed: most often nothing is stored, but a commit that fails may still have reached the file.
   virtual void commit() = 0;
 };
 

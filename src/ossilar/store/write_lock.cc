@@ -1,3 +1,13 @@
+// Two gates: threads that share one object queue at a flag, and the one that has entered competes for the
+// file with other objects and processes. With flock(2) alone each thread would poll, and `files_` would need
+// a lock of its own.
+//
+// The file is polled, as a flock() that blocks can be neither timed out nor cancelled without signals. It is
+// opened anew for each try: somebody may have removed or moved it, and only a lock on the file at the path
+// keeps others out.
+//
+// A lock file that its holder creates and removes would stay behind after a kill, and nobody could tell
+// whether its holder lives. fcntl(2) locks go as soon as the process closes any descriptor of the file.
 #include "ossilar/store/write_lock.h"
 
 #include <fcntl.h>
@@ -34,15 +44,20 @@ struct WriteLock::Attempt {
 
 namespace {
 
-constexpr milliseconds kLongestTimeout = std::chrono::hours(24 * 365);  // its sum with any time is a time
+// A year. Longer timeouts are cut to it, as the sum of the time now and the longest duration would overflow.
+constexpr milliseconds kLongestTimeout = std::chrono::hours(24 * 365);
+// A commit holds the lock for milliseconds, so the first look comes soon. The longest pause trades CPU time
+// of waiting processes against the time for which a released lock goes unnoticed.
 constexpr milliseconds kFirstPause(1);
 constexpr milliseconds kLongestPause(25);
-constexpr milliseconds kCancelLook(50);  // between looks whether the work that waits was cancelled
-constexpr std::size_t kLongestLine = 512;
-constexpr mode_t kFileMode = 0666;  // the umask takes away what the user wants taken away
+// Between checks for cancellation while another thread holds the lock: short for a person, long beside the
+// cost of a check.
+constexpr milliseconds kCancelLook(50);
+constexpr std::size_t kLongestLine = 512;  // ours hold a host name, a writer and a time, and are far shorter
+constexpr mode_t kFileMode = 0666;         // less the umask, which says whether other users may write here
 
-// Pauses between looks at the file: short at first, as most holders are done in milliseconds, and of random
-// length, so that several who wait do not look in step.
+// The pauses between tries: short at first, as most holders are done in milliseconds, and of random length,
+// so that several waiting processes do not try in step.
 class Pauses {
  public:
   milliseconds next() {
@@ -69,37 +84,43 @@ std::string utc_now() {
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-// The line that names this process in the file; holder_in() reads it.
+// The line that names this process in the file; holder_in() parses it. It must end with a line feed:
+// write_holder() writes over a longer former line, and the rest of that one follows until the file is cut.
 std::string holder_line(const std::string& holder) {
   return "pid " + std::to_string(getpid()) + " on " + host_name() + ", " + holder + ", since " + utc_now() +
          "\n";
 }
 
-// Best effort: a full disk makes no lock less held. The line is written before the rest of the former one
-// goes, so one who reads meanwhile finds a whole first line.
+// Best effort, so failures are ignored: the line is only for messages, and the lock is held on a full disk
+// too. The new line is written over the former one before the file is cut to its length. In the other order,
+// a process that reads in between would find an empty file.
 void write_holder(int fd, const std::string& line) {
   const ssize_t written = pwrite(fd, line.data(), line.size(), 0);
   if (written >= 0 && ftruncate(fd, written) != 0) return;
 }
 
-// Whether the process has ended and its parent has not looked yet (proc(5), the third field of `stat`): it
-// holds nothing any more. False where that cannot be told.
+// Whether the process has ended and its parent has not waited for it yet (proc(5), the third field of
+// `stat`). It holds no lock any more, but kill() still finds it. False where there is no /proc to ask.
 bool is_zombie(pid_t pid) {
   std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
   std::string fields;
   std::getline(stat, fields);
-  const std::size_t name_end = fields.rfind(") ");  // the name may hold anything
+  // The last ") ", as the name in front of it may contain one itself.
+  const std::size_t name_end = fields.rfind(") ");
   return name_end != fields.npos && fields.compare(name_end + 2, 1, "Z") == 0;
 }
 
-// Whether the process is there, as far as this one can see.
+// Whether the process exists, as far as this one can see. Any error but ESRCH means that it does: a process
+// of another user gives EPERM.
 bool is_alive(const std::string& process) {
   pid_t pid = 0;
   const auto [end, error] = std::from_chars(process.data(), process.data() + process.size(), pid);
   return error == std::errc() && (kill(pid, 0) == 0 || errno != ESRCH) && !is_zombie(pid);
 }
 
-// Who holds the lock by the file's first line, and what to do about it. The line is another program's text.
+// The holder as the first line of the file names it, for a message. The line may be that of a process that
+// was killed before, or of any other program, so it is parsed with care, printed with escapes, and only
+// believed for a process of this machine that is alive. Of other machines nothing can be checked.
 std::string holder_in(int fd) {
   std::array<char, kLongestLine> buffer{};
   const ssize_t size = pread(fd, buffer.data(), buffer.size(), 0);
@@ -113,12 +134,14 @@ std::string holder_in(int fd) {
   const std::string host(line.substr(on + 4, comma - on - 4));
   if (host == host_name()) {
     if (process == std::to_string(getpid())) return "another save of this process";
-    if (!is_alive(process)) return "another process";  // the line is of one that was killed before
+    // The line was left by a process that was killed; the present holder has not written its own yet.
+    if (!is_alive(process)) return "another process";
   }
   return utils::printable("process " + process + " on " + host + " (" + std::string(line.substr(comma + 2)) +
                           ")");
 }
 
+// Suggests to end a process only where one is named: holder_in() names none that has ended.
 LockBusy busy(const std::string& holder, Clock::duration waited) {
   const auto tenths = std::chrono::duration_cast<milliseconds>(waited).count() / 100;
   return LockBusy("the wiki is being written by " + holder + "; waited " + std::to_string(tenths / 10) + "." +
@@ -126,14 +149,15 @@ LockBusy busy(const std::string& holder, Clock::duration waited) {
                   (holder.starts_with("process ") ? ", or end that process" : ""));
 }
 
+// A signal handler may interrupt flock(), which then has done nothing.
 int flock_uninterrupted(int fd, int operation) {
   int result = flock(fd, operation);
   while (result != 0 && errno == EINTR) result = flock(fd, operation);
   return result;
 }
 
-// Whether the open file is the one that others find there: the lock of one that somebody removed or moved
-// keeps nobody out.
+// Whether the open file is still the one at `path`. If somebody removed or moved it, others lock another
+// file, and this lock keeps nobody out.
 bool is_at(int fd, const std::filesystem::path& path) {
   struct stat opened {};
   struct stat named {};
@@ -145,6 +169,8 @@ bool is_at(int fd, const std::filesystem::path& path) {
 
 WriteLock::WriteLock(Options options) : options_(std::move(options)) {}
 
+// First the gate of this object, then the file. catch (...), as utils::Cancelled is not a std::exception. The
+// files are closed before leave(), so that the next thread finds the file free.
 void WriteLock::acquire(bool wait, const utils::Task& task) {
   Attempt attempt;
   attempt.deadline = attempt.began + (wait ? std::min(options_.timeout, kLongestTimeout) : milliseconds(0));
@@ -159,8 +185,13 @@ void WriteLock::acquire(bool wait, const utils::Task& task) {
   }
 }
 
-// The unlock is explicit: closing would leave the lock with a child process that was forked just now and has
-// not yet closed its copy of the descriptor.
+// The holder's line is removed while the lock is still held; later it could be the line of the next holder.
+// The folder is unlocked before the file: a process that gets the file and finds the folder locked has to
+// pause and try again.
+//
+// Files are unlocked explicitly: if they were only closed, a child process that was just forked and has not
+// yet closed its copy of the descriptor would keep the lock. They are closed at the end of the scope, after
+// leave(); by then they are unlocked, and the next thread opens files of its own.
 void WriteLock::release() {
   const Files files = std::move(files_);
   write_holder(files.file.get(), "");
@@ -171,6 +202,8 @@ void WriteLock::release() {
   if (result != 0) throw utils::IoError("cannot unlock " + options_.path.string(), error);
 }
 
+// Waits in slices, as a Task can be asked but not waited for. `now` is from before the wait, so that even an
+// attempt that does not wait looks once.
 void WriteLock::enter(const Attempt& attempt, const utils::Task& task) {
   std::unique_lock lock(mutex_);
   for (Clock::time_point now = Clock::now();; now = Clock::now()) {
@@ -190,6 +223,8 @@ void WriteLock::leave() {
   left_.notify_one();
 }
 
+// O_NOFOLLOW: a link at the path must not make us create or lock a file elsewhere. O_NONBLOCK: whatever
+// somebody put there, such as a pipe, opening it must not block.
 WriteLock::Files WriteLock::open_files(const std::filesystem::path& path) {
   Files files;
   files.folder = utils::open_directory(path.parent_path());
@@ -199,7 +234,9 @@ WriteLock::Files WriteLock::open_files(const std::filesystem::path& path) {
   return files;
 }
 
-// False when another holds the lock, or when the file was moved away before it was locked.
+// False when another holds the lock, or when the file was moved away between its opening and its locking. The
+// order is always file, then folder, and neither lock waits, so two processes cannot block each other. The
+// caller drops the files on false, and with them a lock that was taken.
 bool WriteLock::try_lock(const Files& files) const {
   if (flock_uninterrupted(files.file.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno == EWOULDBLOCK) return false;
@@ -207,13 +244,13 @@ bool WriteLock::try_lock(const Files& files) const {
   }
   if (!is_at(files.file.get(), options_.path)) return false;
   if (!options_.guards_folder) return true;
-  // A network file system may be unable to lock a folder.
+  // Any other error passes as success: a network file system may be unable to lock a folder, and the lock on
+  // the file still holds.
   return flock_uninterrupted(files.folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 WriteLock::Files WriteLock::lock_files(const Attempt& attempt, const utils::Task& task) const {
-  std::optional<Pauses>
-      pauses;  // made when it has to wait: its random numbers are the system's to begin with
+  std::optional<Pauses> pauses;  // made only to wait: its seed takes a call to the system
   for (;;) {
     task.check();
     Files files = open_files(options_.path);
@@ -221,6 +258,7 @@ WriteLock::Files WriteLock::lock_files(const Attempt& attempt, const utils::Task
     const Clock::time_point now = Clock::now();
     if (now >= attempt.deadline) throw busy(holder_in(files.file.get()), now - attempt.began);
     if (!pauses) pauses.emplace();
+    // Not beyond the deadline, at which there is a last try.
     std::this_thread::sleep_for(std::min<Clock::duration>(pauses->next(), attempt.deadline - now));
   }
 }

@@ -1,4 +1,6 @@
-// The wiki write lock: one holder at a time among all threads and processes that write one wiki.
+// The wiki write lock: one holder at a time among all threads and processes that write one wiki. Wiki
+// (host/wiki.h) has one for `.ossilar/write.lock`, taken for each commit; check/wiki_check.cc takes it to set
+// a damaged database aside.
 #pragma once
 
 #include <chrono>
@@ -13,38 +15,45 @@
 
 namespace ossilar::store {
 
-// The lock could not be had in time. The message says who holds it and how long was waited.
+// The lock was not free in time. The message says who holds it, as far as that is known, and how long was
+// waited.
 class LockBusy : public utils::Error {
  public:
   explicit LockBusy(const std::string& message, utils::Place place = utils::Place::current())
       : Error(message, place) {}
 };
 
-// A lock on the file `path` by flock(2), which the kernel gives back when the holder is gone, however it
-// went. The file is created where it is missing, never removed, and names its holder, while there is one, for
-// the one who waits.
-// Several objects on one path exclude each other too. A network file system may give the same lock to two
-// machines at once; a wiki on one is to be written from one machine.
+// A lock on the file `path` by flock(2). The kernel releases it when its holder ends, however it ends, so
+// there is no stale lock to clean up. The file is created where it is missing and never removed; while the
+// lock is held it names the holder, for the messages of others. What it says has no effect on the lock.
 //
-// Thread-safety: acquire() and release() may be called from any thread; release() only by the holder.
+// Several objects on one path exclude each other too. A network file system may grant the lock to two
+// machines at once, so a wiki on one must be written from a single machine.
+//
+// Thread-safety: acquire() and release() may be called from any thread, release() only while the lock is
+// held: otherwise it would let another thread in. Not recursive: a thread that acquires again waits for
+// itself until the timeout.
 class WriteLock {
  public:
   struct Options {
     std::filesystem::path path;  // absolute
+    // Commits take milliseconds; a holder that keeps the lock for longer is stuck, or many are waiting.
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};
     std::string holder;  // who we are, for others' messages: "ossilar save"
-    // Locks the folder of the file too, where the file system can: one who finds another file at the path,
-    // since somebody removed or moved the one that is locked, is kept out all the same.
+    // Also locks the folder of the file, where the file system can. When somebody removes or moves the locked
+    // file, the next process creates and locks a new one; the lock on the folder keeps it out all the same.
     bool guards_folder = false;
   };
   explicit WriteLock(Options options);
 
   // Takes the lock; with `wait` it waits up to the timeout, else it gives up at once. Throws LockBusy when
-  // another holds it, IoError when the file cannot be opened or locked; no symbolic link is followed on the
-  // way to it. Waiting ends with utils::Cancelled when `task` is cancelled.
+  // another holds it, IoError when the file cannot be opened or locked, also for a symbolic link at the path
+  // or on the way, and utils::Cancelled within some 50 ms after `task` is cancelled. When it throws, nothing
+  // is held.
   void acquire(bool wait, const utils::Task& task = {});
 
-  // Gives the lock back. Throws IoError when the system refuses; the lock is free even then.
+  // Releases the lock. Throws IoError when the system refuses; the lock is free even then, as the file is
+  // closed.
   void release();
 
  private:
@@ -63,8 +72,10 @@ class WriteLock {
   const Options options_;
   std::mutex mutex_;
   std::condition_variable left_;
-  bool entered_ = false;  // a thread holds the lock through this object, or waits for the file to be free
-  Files files_;           // open and locked while the lock is held; belong to the thread that has entered
+  // A thread holds the lock through this object, or waits for the file. Guarded by mutex_.
+  bool entered_ = false;
+  // Open and locked while the lock is held. Only the thread that has entered uses them.
+  Files files_;
 };
 
 }  // namespace ossilar::store

@@ -1,9 +1,16 @@
+// One table for each kind of fact. Unlike pages and digests they have no revisions and no snapshots: they are
+// short, or, as the source records, read once by a process.
+//
+// All writes are upserts in place. INSERT OR REPLACE would delete the row and add another one, which touches
+// more pages of the database, and moves source records away from the order of their paths.
 #include "ossilar/store/sqlite/branch_facts.h"
 
 namespace ossilar::store {
 namespace {
 
 constexpr const char* kClearMark = "DELETE FROM stale_marks WHERE page_key = ?1";
+// Selects no row for a page without one. The last WHERE keeps a mark with the same reason from being written
+// again.
 constexpr const char* kMark =
     "INSERT INTO stale_marks SELECT page_key, ?3 FROM pages WHERE branch = ?1 AND page_id = ?2"
     " ON CONFLICT DO UPDATE SET reason = excluded.reason WHERE reason != excluded.reason";
@@ -18,11 +25,13 @@ constexpr const char* kState =
     "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
     " FROM wiki_state WHERE branch = ?1";
 constexpr const char* kOwnLists = "SELECT name, hash FROM own_lists WHERE branch = ?1";
+// As with marks, a list with the same hash is not written again.
 constexpr const char* kPutOwnList =
     "INSERT INTO own_lists VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE SET hash = excluded.hash"
     " WHERE hash != excluded.hash";
 constexpr const char* kRecords = "SELECT path, record FROM source_records";
-// A record keeps its place, and so all come nearly in the order of their paths.
+// An update keeps the record's rowid. The first ones are written in the order of their paths, so a scan gives
+// nearly that order.
 constexpr const char* kPutRecord =
     "INSERT INTO source_records VALUES (?1, ?2) ON CONFLICT DO UPDATE SET record = excluded.record";
 constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
@@ -82,6 +91,7 @@ void write_records(Connection& connection, const std::map<std::string, std::opti
   }
 }
 
+// Views rather than copies: there is a record for each source file.
 void read_records(Connection& connection, const WikiStore::TakeRecord& take) {
   Query rows(connection, kRecords);
   while (rows.next()) take(rows.view(0), rows.view(1));

@@ -1,5 +1,10 @@
-// What is stored of a branch beside its pages and digests: stale marks, the wiki's state, the lists that are
-// our own; and the source index, which all branches share.
+// What is stored of a branch beside its pages and digests: stale marks, the wiki's state, notes of own lists;
+// and the records of the source index, which all branches share. Internal to this room; called by
+// operations.h. The functions do what WikiStore's of the same meaning say.
+//
+// Thread-safety: one thread for a connection. Each function is called within a transaction, which the caller
+// rolls back when one throws: SQLite::Exception, utils::Error for text that is not UTF-8, DamagedError for
+// such text in the store.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +17,8 @@
 
 namespace ossilar::store {
 
-// Page id to reason.
+// Page id to reason. A mark for a page without a row is ignored; a page's later mark replaces the earlier
+// one.
 using StaleMarks = std::map<std::string, std::string>;
 void write_marks(Connection& connection, const std::string& branch, const StaleMarks& reasons);
 void clear_mark(Connection& connection, std::int64_t page_key);
@@ -21,7 +27,7 @@ StaleMarks read_marks(Connection& connection, const std::string& branch);
 void write_state(Connection& connection, const std::string& branch, const WikiStateFields& fields);
 std::optional<WikiStateFields> read_state(Connection& connection, const std::string& branch);
 
-// Name of the list to a hash of its text.
+// File name of a list to a hash of its text. Writing adds and replaces, and removes none.
 using OwnLists = std::map<std::string, std::string>;
 void write_own_lists(Connection& connection, const std::string& branch, const OwnLists& hashes);
 OwnLists read_own_lists(Connection& connection, const std::string& branch);

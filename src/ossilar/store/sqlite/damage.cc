@@ -1,3 +1,10 @@
+// Each check assumes what the ones before it have established. SQLite's own check comes first, because
+// queries on a broken B-tree may say anything; then the schema, because all later statements name its tables;
+// then FTS5 and the references; then the values.
+//
+// integrity_check alone, the plain way, knows nothing of what our values must be: a text that is not UTF-8, a
+// JSON value of the wrong kind, or words that belong to no chunk pass it, and fail later in the middle of a
+// save.
 #include "ossilar/store/sqlite/damage.h"
 
 #include <SQLiteCpp/Column.h>
@@ -13,27 +20,35 @@
 namespace ossilar::store {
 namespace {
 
-// https://www.sqlite.org/pragma.html#pragma_integrity_check, and https://www.sqlite.org/fts5.html, 6.4: a
-// statement of the form of a write that reads only.
+// https://www.sqlite.org/pragma.html#pragma_integrity_check; one finding is enough. FTS5's check of its index
+// against its own content (https://www.sqlite.org/fts5.html, 6.4) looks like a write but only reads, and
+// fails with SQLITE_CORRUPT for damage.
 constexpr const char* kStructure = "PRAGMA integrity_check(1)";
 constexpr const char* kWordsStructure = "INSERT INTO words (words) VALUES ('integrity-check')";
+// References are enforced by each connection for itself; a program that does not switch that on can break
+// them.
 constexpr const char* kReferences = "PRAGMA foreign_key_check";
+// The number of chunks less the number of rows of words, both without the pages that are still to be indexed:
+// 0 when each chunk has its row. Their texts cannot be compared in SQL: the index holds spelled-out ones.
 constexpr const char* kUnindexed =
     "SELECT (SELECT count(*) FROM chunks WHERE page_key NOT IN (SELECT page_key FROM due_words))"
     " - (SELECT count(*) FROM words"
     " WHERE rowid >> " OSSILAR_POSITION_BITS " NOT IN (SELECT page_key FROM due_words))";
+// All tables but `words` and those that FTS5 keeps beside it in a format of its own. "%w" quotes a name.
 constexpr const char* kTables =
     "SELECT format('SELECT * FROM \"%w\"', name) FROM sqlite_schema"
     " WHERE type = 'table' AND name NOT LIKE 'words%'";
+// A number of a vector has four bytes.
 constexpr const char* kCutVectors =
     "SELECT hash FROM vectors JOIN passages USING (passage_key)"
     " WHERE length(vector) = 0 OR length(vector) % 4 != 0";
 
-// JSON by where it is stored.
+// Where JSON is stored, and its type there. A build cache may be empty, and a digest NULL: the row of a
+// removed digest.
 struct Shape {
   const char* table;
-  const char* text;
-  const char* type;
+  const char* text;  // the column, or an expression on it
+  const char* type;  // as json_type() names it
 };
 constexpr std::array kShapes{
     Shape{"pages", "source_files", "array"}, Shape{"pages", "source_hashes", "object"},
@@ -41,7 +56,8 @@ constexpr std::array kShapes{
     Shape{"pages", "citations", "array"},    Shape{"pages", "nullif(build_cache, '')", "object"},
     Shape{"chunks", "citations", "array"},   Shape{"digests", "digest", "object"}};
 
-// Throws DamagedError for a text of the table that is not UTF-8, which Query::text() does not let through.
+// Throws DamagedError for a text of the table that is not UTF-8: Query::text() would fail on it later. A
+// statement of its own, as the SQL is made here and prepared() needs a text that outlives the connection.
 void require_texts(Connection& connection, const std::string& all_rows) {
   SQLite::Statement rows(connection.database(), all_rows);
   while (rows.executeStep()) {
@@ -52,6 +68,7 @@ void require_texts(Connection& connection, const std::string& all_rows) {
   }
 }
 
+// iif(), as json_type() of a text that is no JSON would fail instead of giving a result.
 bool holds_shape(Connection& connection, const Shape& shape) {
   const std::string text = shape.text;
   SQLite::Statement others(connection.database(), std::string("SELECT 1 FROM ") + shape.table + " WHERE " +

@@ -1,4 +1,5 @@
-// Every operation of the store, in terms of a connection.
+// Every operation of the store, in terms of a connection. Internal to this room: the bases of SqliteStore and
+// SqliteTransaction, which differ in how an operation runs (see sqlite_store.cc).
 #pragma once
 
 #include <algorithm>
@@ -23,12 +24,13 @@ namespace ossilar::store {
 
 inline const utils::Logger logger("ossilar.store");
 
-// What `Work` gives that asks a connection, or a connection and its snapshots.
+// The result of `Work`, a callable that takes a connection, or a connection and its snapshots.
 template <class Work>
 using Result = typename std::conditional_t<std::is_invocable_v<Work, Connection&, Snapshots&>,
                                            std::invoke_result<Work, Connection&, Snapshots&>,
                                            std::invoke_result<Work, Connection&>>::type;
 
+// Calls `work` with what it takes, so that operations without use for snapshots need not name them.
 template <class Work>
 Result<Work> ask(Work& work, Connection& connection, Snapshots& last) {
   if constexpr (std::is_invocable_v<Work, Connection&, Snapshots&>) {
@@ -38,7 +40,8 @@ Result<Work> ask(Work& work, Connection& connection, Snapshots& last) {
   }
 }
 
-// What `work` gives when `run` runs it.
+// The result of `work` when `run` runs it. A virtual function cannot be a template, so `run` takes a function
+// without a result, and the result is carried out beside it.
 template <class Work, class Run>
 Result<Work> result_of(Work& work, Run run) {
   if constexpr (std::is_void_v<Result<Work>>) {
@@ -50,8 +53,11 @@ Result<Work> result_of(Work& work, Run run) {
   }
 }
 
-// Every operation once. How it runs, and when it is on disk, is for SqliteStore and SqliteTransaction to
-// say: the one runs each in a transaction of its own, the other as a step of its one transaction.
+// Each operation is written once. SqliteStore runs it in a transaction of its own, SqliteTransaction as a
+// step of its one transaction; they decide by the three run_...() below when it is on disk and what a failure
+// takes back.
+//
+// `attempt` completes "cannot ..." in messages. Thread-safety, errors: those of the run_...().
 template <class Interface>
 class SqliteOperations : public Interface {
  public:
@@ -90,6 +96,7 @@ class SqliteOperations : public Interface {
     });
   }
 
+  // A write, as FTS5's check has the form of one.
   std::optional<std::string> damage() override {
     return write("read all of it", [](Connection& connection) { return first_damage(connection); });
   }
@@ -104,6 +111,8 @@ class SqliteOperations : public Interface {
                 [&](Connection& connection) { return read_build_cache(connection, branch, page_id); });
   }
 
+  // The row goes last. It takes its chunks along (ON DELETE CASCADE), and with them the record of the
+  // passages that go with the page. Without chunks, index_words() only drops the page's words.
   void remove_page(const std::string& branch, const std::string& page_id) override {
     write("remove the page " + page_id, [&](Connection& connection) {
       const auto key = row_key(connection, branch, page_id);
@@ -167,6 +176,8 @@ class SqliteOperations : public Interface {
                  [&](Connection& connection) { return drop_other_models(connection, model); });
   }
 
+  // A batch per transaction, so that other writers get their turn in between; the count is asked anew, as
+  // other processes index and store meanwhile.
   void index_waiting_words(std::size_t most_left) override {
     const std::string attempt = "index the words of pages";
     for (;;) {
@@ -179,6 +190,7 @@ class SqliteOperations : public Interface {
 
   std::vector<FoundPassage> match_words(const std::string& branch, const std::string& words,
                                         const PassageFilter& filter, std::size_t limit) override {
+    // A search must not fail because the database cannot be written: find_words() leaves out pages that wait.
     try {
       index_waiting_words(0);
     } catch (const StorageError& error) {
@@ -210,7 +222,7 @@ class SqliteOperations : public Interface {
   }
 
   void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) override {
-    if (reasons.empty()) return;
+    if (reasons.empty()) return;  // spares a transaction, and its sync
     write("mark pages of the branch " + branch + " as stale",
           [&](Connection& connection) { write_marks(connection, branch, reasons); });
   }
@@ -246,13 +258,15 @@ class SqliteOperations : public Interface {
  protected:
   using Work = std::function<void(Connection& connection, Snapshots& last)>;
 
-  // Runs `work` on what is stored at one moment.
+  // All three call `work` once, and throw its failures as StorageError.
+  //
+  // Runs `work` on one state of the database. It may bring the snapshots up to date, and writes nothing.
   virtual void run_reading(const std::string& attempt, const Work& work) = 0;
-  // Runs `work`, which writes all that it writes or, when it fails, nothing.
+  // Runs `work` as one unit: when it fails, nothing of it is stored.
   virtual void run_writing(const std::string& attempt, const Work& work) = 0;
-  // The same, and what it writes is on disk with the next write that is, at the latest.
+  // The same without a sync of its own: on disk at the latest with the next write that is synced.
   virtual void run_writing_soon(const std::string& attempt, const Work& work) = 0;
-  // Pages whose words are indexed in one transaction.
+  // How many pages index_waiting_words() indexes in one run_writing().
   virtual std::size_t words_together() const = 0;
 
   template <class Ask>

@@ -1,3 +1,11 @@
+// Replaces the chunks of a page by touching as little of the database as possible, as that decides for how
+// long a save holds the lock. The plain way, to delete the page's chunks and insert the new ones, rewrites
+// rows and index entries that end up as they were. Here chunks that stay are not written, and a passage whose
+// text changed overwrites one that the page gives up, under the same number: then often not even its chunk
+// changes.
+//
+// The order in replace_chunks() matters: passages first, as chunks refer to them; then the check that all
+// have vectors; then the chunks; and last the passages that nothing refers to any more.
 #include "ossilar/store/sqlite/passages.h"
 
 #include <bit>
@@ -14,7 +22,8 @@
 namespace ossilar::store {
 namespace {
 
-// A vector is stored as its numbers in IEEE 754 single precision, least significant byte first.
+// A vector is stored as its numbers in IEEE 754 single precision, least significant byte first whatever the
+// machine is.
 constexpr std::size_t kNumberBytes = 4;
 static_assert(sizeof(float) == kNumberBytes);
 
@@ -28,14 +37,15 @@ std::string vector_bytes(const Vector& vector) {
   return bytes;
 }
 
-// A page may hold tens of thousands of passages, and each is to cost what the first does. A statement that
-// SQLite may have to take back by itself, one that cascades or has RETURNING, ends by cutting SQLite's
-// statement journal back to where it began. That journal lies in memory, holds all that the step of a group
-// has changed, and is walked from its front. So passages go in one statement, and one that comes has its key
-// asked for afterwards.
+// A page may hold tens of thousands of passages, so each must cost the same as the first. Two kinds of
+// statements do not: those that cascade, and those with RETURNING. SQLite may have to undo such a statement
+// alone, and so ends it by truncating its statement journal, which is in memory, holds all changes since the
+// savepoint, and is walked from its front. One of them for each passage takes time by the square of their
+// number. So passages are deleted in a single statement, and the key of a new one is asked for after its
+// INSERT.
 
-// Two seeks a chunk find another page, where one scan would pass over every place at which this page has the
-// passage.
+// "<" or ">" are two seeks in the index for each chunk. "!=" would scan all places at which this page holds
+// the passage.
 constexpr const char* kSharedPassages =
     "SELECT DISTINCT hash, EXISTS (SELECT 1 FROM vectors WHERE passage_key = own.passage_key AND model = ?3)"
     " FROM pages JOIN chunks AS own USING (page_key) JOIN passages USING (passage_key)"
@@ -48,9 +58,11 @@ constexpr const char* kChunks =
     "SELECT position, section, text, hash, chunks.model, chunks.citations"
     " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
     " WHERE branch = ?1 AND page_id = ?2 ORDER BY position";
+// Each passage once, in the order of the page.
 constexpr const char* kHeldPassages =
     "SELECT hash, passage_key FROM chunks JOIN passages USING (passage_key) WHERE page_key = ?1"
     " GROUP BY passage_key ORDER BY min(position)";
+// Two seeks, as in kSharedPassages.
 constexpr const char* kHeldElsewhere =
     "SELECT EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key < ?2)"
     " OR EXISTS (SELECT 1 FROM chunks WHERE passage_key = ?1 AND page_key > ?2)";
@@ -62,14 +74,17 @@ constexpr const char* kPassage = "SELECT passage_key, text FROM passages WHERE h
 constexpr const char* kHashOf = "SELECT hash FROM passages WHERE passage_key = ?1";
 constexpr const char* kAddPassage = "INSERT INTO passages (hash, text) VALUES (?1, ?2)";
 constexpr const char* kSetPassage = "UPDATE passages SET text = ?2 WHERE passage_key = ?1";
+// Overwrites a passage with another one, which takes over its number.
 constexpr const char* kBecomePassage = "UPDATE passages SET hash = ?2, text = ?3 WHERE passage_key = ?1";
 constexpr const char* kDropVectorsBut = "DELETE FROM vectors WHERE passage_key = ?1 AND model != ?2";
 constexpr const char* kHasVector = "SELECT 1 FROM vectors WHERE passage_key = ?1 AND model = ?2";
+// A known passage has the same vector again, so the stored one stays; a new passage in the place of
+// another must overwrite that one's vector.
 constexpr const char* kKeepVector = "INSERT INTO vectors VALUES (?1, ?2, ?3) ON CONFLICT DO NOTHING";
 constexpr const char* kSetVector =
     "INSERT INTO vectors VALUES (?1, ?2, ?3)"
     " ON CONFLICT (passage_key, model) DO UPDATE SET vector = excluded.vector";
-// Two seeks in the index by models, where one comparison would look at every chunk.
+// Two seeks in the index by model; "!=" would scan every chunk.
 constexpr const char* kOtherModel =
     "SELECT min(model) FROM chunks WHERE model < ?1 UNION ALL SELECT min(model) FROM chunks WHERE model > ?1";
 #define OSSILAR_LACKING                                    \
@@ -77,10 +92,13 @@ constexpr const char* kOtherModel =
   " WHERE vectors.passage_key = passages.passage_key AND model = ?1)"
 constexpr const char* kCountLacking = "SELECT count(*)" OSSILAR_LACKING;
 constexpr const char* kLacking = "SELECT hash, text" OSSILAR_LACKING " AND hash > ?2 ORDER BY hash LIMIT ?3";
+// By hash, so that a passage that is gone meanwhile selects nothing.
 constexpr const char* kAddVector =
     "INSERT INTO vectors SELECT passage_key, ?2, ?3 FROM passages WHERE hash = ?1 ON CONFLICT DO NOTHING";
 constexpr const char* kRenameModel = "UPDATE chunks SET model = ?1 WHERE model != ?1";
 constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
+// The keys come as one JSON list: one statement for any number of them, see above. Vectors go along by
+// cascade.
 constexpr const char* kDropPassages =
     "DELETE FROM passages WHERE passage_key IN (SELECT value FROM json_each(?1))"
     " AND NOT EXISTS (SELECT 1 FROM chunks WHERE chunks.passage_key = passages.passage_key)";
@@ -91,18 +109,20 @@ std::string required_text(const Map& chunk, const char* key) {
   return value.get<std::string>();
 }
 
+// The stored form of a vector, which it may have already: see embedding_form().
 std::string embedded_bytes(const Map& embedding) {
   if (!embedding.is_binary()) return vector_bytes(embedding.get<Vector>());
   const Map::binary_t& bytes = embedding.get_binary();
   return {bytes.begin(), bytes.end()};
 }
 
-// The passages that a page is to hold no more: a new one takes the place of one that nobody else holds. That
-// touches a fraction of the database's pages that removing and adding do, as indexes by number and model stay
-// as they are.
+// The passages that a page gives up. New passages take over the numbers of those that no other page holds.
+// This writes a fraction of the database pages that deleting and inserting would, as the indexes by number
+// and by model stay as they are.
 class GoingPassages {
  public:
-  // `shared_before` saves looking; what it lacks is still found to be held.
+  // Passages in `shared_before` are taken to be held elsewhere without a look. Those that it lacks are looked
+  // at, so it may name too few.
   GoingPassages(Connection& connection, std::int64_t page_key, const PassageHashes& wanted,
                 const PassageHashes& shared_before)
       : connection_(connection), page_key_(page_key) {
@@ -113,7 +133,8 @@ class GoingPassages {
     }
   }
 
-  // The key of a passage that is free for another, none when there is none left.
+  // The number of a passage that no other page holds, for another passage; none when there is none left. This
+  // page's own chunks may still refer to it: write_chunks() replaces those that change.
   std::optional<std::int64_t> take() {
     while (!keys_.empty()) {
       const std::int64_t key = keys_.front();
@@ -125,7 +146,8 @@ class GoingPassages {
     return std::nullopt;
   }
 
-  // To be called when the page's chunks are written.
+  // Drops what was not taken. Call it after the page's chunks are written: until then they refer to these
+  // passages.
   void drop_rest() {
     if (!keys_.empty()) Query(connection_, kDropPassages, utils::json_text(Map(keys_))).run();
   }
@@ -133,10 +155,11 @@ class GoingPassages {
  private:
   Connection& connection_;
   std::int64_t page_key_;
-  std::deque<std::int64_t> keys_;  // in the order of the chunks
+  std::deque<std::int64_t> keys_;  // in the order of the page, which the file then roughly keeps
 };
 
-// The key of the passage when it is known. The hash is of the text: what differs is damaged and set right.
+// The key of the passage if it is stored. A stored text that differs although its hash is the same is
+// damaged, and is replaced. It is read as bytes, as text() would fail on damaged UTF-8.
 std::optional<std::int64_t> known_passage(Connection& connection, const std::string& hash,
                                           const std::string& text) {
   Query known(connection, kPassage, hash);
@@ -146,7 +169,9 @@ std::optional<std::int64_t> known_passage(Connection& connection, const std::str
   return key;
 }
 
-// Of another's vectors that of `model` is left, to be written over; "" leaves none.
+// Stores a new passage, under the number of one that goes if there is one, and gives its key. The vectors of
+// the former passage are dropped but for that of `model`, which the caller overwrites: deleting and inserting
+// it would cost more. With "" for `model` all are dropped.
 std::int64_t add_passage(Connection& connection, const std::string& hash, const std::string& text,
                          const std::string& model, GoingPassages& going) {
   if (const auto key = going.take()) {
@@ -158,6 +183,7 @@ std::int64_t add_passage(Connection& connection, const std::string& hash, const 
   return connection.database().getLastInsertRowid();
 }
 
+// Stores the passage of the chunk, and its vector if it comes with one; gives its key.
 std::int64_t keep_passage(Connection& connection, const Map& chunk, GoingPassages& going) {
   const std::string hash = required_text(chunk, chunk_key::kHash);
   const std::string text = required_text(chunk, chunk_key::kText);
@@ -180,6 +206,8 @@ ChunkRow row_of(const Map& chunk, std::int64_t passage_key) {
           stored_json(utils::member(chunk, chunk_key::kCitations), chunk_key::kCitations)};
 }
 
+// Throws unless the passage has a vector of the chunk's model. A draft leaves out vectors that the store has;
+// until the commit, another save may have dropped them.
 void require_vector(Connection& connection, const ChunkRow& chunk) {
   const auto& [position, section, passage_key, model, citations] = chunk;
   if (Query(connection, kHasVector, passage_key, model).next()) return;
@@ -189,7 +217,8 @@ void require_vector(Connection& connection, const ChunkRow& chunk) {
                      " any more; embed it and try again");
 }
 
-// Of most saves most chunks are as they were: those are not written.
+// Writes only what differs, as most saves leave most chunks as they were. Deletes before it inserts: a
+// changed chunk has the position, and so the primary key, of its former self.
 void write_chunks(Connection& connection, std::int64_t page_key, const std::vector<ChunkRow>& chunks) {
   std::set<ChunkRow> gone;
   {
@@ -262,6 +291,8 @@ std::vector<Map> read_chunks(Connection& connection, const std::string& branch, 
   return chunks;
 }
 
+// `wanted` has all hashes from the start: a passage that a later chunk needs must not give its number to an
+// earlier one.
 void replace_chunks(Connection& connection, std::int64_t page_key, const std::vector<Map>& chunks,
                     const PassageHashes& shared_before) {
   PassageHashes wanted;
@@ -305,6 +336,7 @@ void keep_vectors(Connection& connection, const std::string& model,
   }
 }
 
+// Counts within the transaction that drops, so no passage can lose its only vector to a save in between.
 bool drop_other_models(Connection& connection, const std::string& model) {
   if (count_lacking(connection, model) > 0) return false;
   Query(connection, kRenameModel, model).run();

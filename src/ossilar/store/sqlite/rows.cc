@@ -1,3 +1,13 @@
+// The row that is stored has all fields; the row that is read back has fewer. Every process holds all rows of
+// its branch, so what is large and rarely asked for is left out while reading: symbols, and the parts of the
+// build cache that repeat the page's text. Lists stay JSON text, which takes a quarter of the memory of
+// parsed values.
+//
+// SQL takes the parts out of the build cache. If it were parsed here, each read would build values only to
+// drop them.
+//
+// kUpsertPage, kChangedPages and kColumns name the same columns; a new field goes into all three, into
+// write_page() and into a step of the schema.
 #include "ossilar/store/sqlite/rows.h"
 
 #include <array>
@@ -11,8 +21,9 @@ struct Column {
   Kind kind;
 };
 
-// The keys of a row in their order; in kChangedPages they begin at kFirstColumn. Symbols are not among them:
-// nobody asks a row for them, and held by every process they would be the most of it.
+// The keys of a row in their order. They are the columns of kChangedPages from kFirstColumn on, after the
+// revision. Symbols are left out: no reader of rows uses them, and they would be the largest part of what a
+// process holds.
 constexpr std::array kColumns{
     Column{"page_id", Kind::text},       Column{"title", Kind::text},
     Column{"description", Kind::text},   Column{"importance", Kind::text},
@@ -26,6 +37,8 @@ constexpr std::array kColumns{
 };
 constexpr int kFirstColumn = 1;
 
+// An update in place rather than INSERT OR REPLACE: that would delete the row first, and with it chunks and
+// marks, and give it another key.
 constexpr const char* kUpsertPage =
     "INSERT INTO pages (branch, page_id, title, description, importance, level, parent_section, rel_path,"
     " source_files, source_hashes, symbols, related_pages, citations, content_hash, model, status, summary,"
@@ -44,8 +57,11 @@ constexpr const char* kUpsertPage =
 constexpr const char* kRestatePage =
     "UPDATE pages SET content_hash = ?3, citations = ?4, revision = ?5 WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kRemovePage = "DELETE FROM pages WHERE branch = ?1 AND page_id = ?2";
+// A page may be removed, stored and removed again; only its last removal counts.
 constexpr const char* kNoteRemoval = "INSERT OR REPLACE INTO removed_pages VALUES (?1, ?2, ?3)";
 
+// The text itself as a string value. It is checked to be JSON, so that damage is found here and not where the
+// text is parsed.
 Map json_column(std::string text, const char* name) {
   if (!Map::accept(text)) throw DamagedError(std::string(name) + ": what is stored is not JSON");
   return text;
@@ -68,8 +84,8 @@ constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch 
 
 }  // namespace
 
-// Of the build cache what tells of the page's text is left out, as the symbols are: see
-// WikiStore::build_cache().
+// A build cache that is no JSON, as an empty one, is read as it is: json_remove() would fail and make all
+// rows of the branch unreadable. The complete build cache is read by WikiStore::build_cache().
 const char* const kChangedPages =
     "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
     " source_hashes, related_pages, citations, content_hash, model, status, summary,"
@@ -88,6 +104,8 @@ Map read_json(const std::string& text, const std::string& what) {
   }
 }
 
+// Parses what it made: a text that the parser refuses must be refused here, where the caller can still be
+// told, not when it is read back.
 std::string stored_json(const Map& value, const std::string& what) {
   std::string text = utils::json_text(value);
   utils::parse_json(text, what);
@@ -122,6 +140,7 @@ void restate_row(Connection& connection, const std::string& branch, const std::s
 
 std::string page_id_of(const Query& rows) { return rows.text(kFirstColumn); }
 
+// Appends to the object's vector: assigning by key would look through all keys before it each time.
 Map page_row(const Query& rows) {
   Map row = Map::object();
   auto& members = row.get_ref<Map::object_t&>();

@@ -1,4 +1,8 @@
-// A page's row between the database and the fields of the contract. Internal to this room.
+// A page's row between the table `pages` and PageFields, and JSON as it is stored. Internal to this room;
+// called by operations.h and snapshots.cc, and for JSON by everything that stores some.
+//
+// Thread-safety: one thread for a connection. Every function is called within a transaction, which the caller
+// rolls back when one throws (SQLite::Exception, utils::Error, DamagedError).
 #pragma once
 
 #include <cstdint>
@@ -10,38 +14,43 @@
 
 namespace ossilar::store {
 
-// `value` as the JSON text that is stored. Throws utils::Error or Map::exception for what could not be read
-// back: text that is not UTF-8, nesting too deep. `what` names it.
+// `value` as the JSON text that is stored. Throws utils::Error or Map::exception for what read_json() would
+// refuse: text that is not UTF-8, nesting too deep. `what` names the value in messages.
 std::string stored_json(const Map& value, const std::string& what);
 
-// What stored_json() made. Throws DamagedError for text that it did not make.
+// The value of a text that stored_json() made. Throws DamagedError for a text that is no such JSON.
 Map read_json(const std::string& text, const std::string& what);
 
-// Inserts or updates the row and gives its key.
+// Inserts or updates the row and gives its key, which an update keeps. `revision` is next_revision()'s, here
+// and below: without a new one, processes that know the row would not read the change.
 std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
                         const std::string& title, const PageFields& fields, std::int64_t revision);
 
-// Replaces of the row what changes when its page file is written anew with the same text of its author.
+// Replaces the fields that change when a page file is rewritten around the same authored text. No row, no
+// effect.
 void restate_row(Connection& connection, const std::string& branch, const std::string& page_id,
                  const std::string& content_hash, const std::vector<Map>& citations, std::int64_t revision);
 
-// The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes: the
-// revision, then the columns that the two functions read.
+// The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes. Its
+// columns are the revision and those that page_id_of() and page_row() read.
 extern const char* const kChangedPages;
 // The query for the pages of branch ?1 that were removed after revision ?2, in the order of their removal:
-// the revision and the page id. One that came back meanwhile is among the changed pages too.
+// the revision and the page id. A page that was stored again since then is listed too, and is among the
+// changed pages as well.
 extern const char* const kRemovedPages;
 
-// The key of the page's row, and what the row keeps for the next build; none for a page without a row.
+// The key of the page's row, and its complete build cache; none for a page without a row.
 std::optional<std::int64_t> row_key(Connection& connection, const std::string& branch,
                                     const std::string& page_id);
 std::optional<std::string> read_build_cache(Connection& connection, const std::string& branch,
                                             const std::string& page_id);
 
-// Removes the row; what refers to it goes with it.
+// Removes the row, and by cascade its chunks, its mark and its note of due words. Notes the removal for
+// processes that know the row.
 void remove_row(Connection& connection, const std::string& branch, const std::string& page_id,
                 std::int64_t revision);
 
+// Of the current row of kChangedPages: its page id, and the row as StoredRows have it. Throw DamagedError.
 std::string page_id_of(const Query& rows);
 Map page_row(const Query& rows);
 

@@ -1,3 +1,8 @@
+// Opening keeps a foreign file untouched by its order: look at the header without a query, ask for the
+// version in a read transaction, migrate, and only then switch to the write-ahead log.
+//
+// The plain way, to ask PRAGMA user_version right after opening, already changes a file that is not ours: the
+// first query may roll back what its owner left half-written, and closing may move its log into it.
 #include "ossilar/store/sqlite/schema.h"
 
 #include <SQLiteCpp/Column.h>
@@ -20,12 +25,20 @@
 namespace ossilar::store {
 namespace {
 
-// Step n brings the schema from version n to n + 1. A step that has been released never changes; a change of
-// the schema is a new step at the end.
+// The schema is the sum of these steps, and its version is their number; a new file takes them all. CREATE
+// TABLE IF NOT EXISTS would do for new tables, but cannot change an old one.
 //
-// `revision` is the write transaction that last changed a row, counted over the whole file: who has read up
-// to a revision reads what is above it. A digest that is gone stays as a row without text, and a page that is
-// gone is noted in removed_pages, so that its going is seen too.
+// Step n brings the schema from version n to n + 1. A step that was released must never change, as there are
+// files that have taken it; a change of the schema is a new step at the end.
+//
+// `revision` is the write transaction that last changed a row, counted over the whole file. A process that
+// has read up to a revision reads only rows above it. A row that is deleted would be missed that way, so a
+// removed digest stays as a row without text, and a removed page is noted in removed_pages.
+//
+// The fifth step gives passages numbers in place of their hashes: by hash, the passages and vectors of one
+// page were spread over the whole file, and a save touched a page of the database for each of them. It copies
+// into new tables, as SQLite cannot change a primary key. Where chunks and words differ in number, as they do
+// after step two, it makes the words of every page due.
 constexpr std::array kSteps{
     R"sql(
 CREATE TABLE counter (revision INTEGER NOT NULL) STRICT;
@@ -109,7 +122,7 @@ CREATE TABLE source_records (
   record TEXT NOT NULL
 ) STRICT;
 )sql",
-    kCreateWordIndex,  // its words are due with a later step
+    kCreateWordIndex,  // leaves it empty: step five makes the words of all pages due
     "CREATE INDEX chunks_by_model ON chunks (model)",
     R"sql(
 CREATE TABLE removed_pages (
@@ -178,7 +191,7 @@ CREATE TABLE own_lists (
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());
 
-// The database header, https://www.sqlite.org/fileformat.html#the_database_header.
+// The database header, https://www.sqlite.org/fileformat.html#the_database_header. Numbers are big-endian.
 using Header = std::array<unsigned char, 100>;
 constexpr std::string_view kMagic("SQLite format 3\0", 16);
 constexpr std::size_t kUserVersionAt = 60;
@@ -190,9 +203,9 @@ std::int32_t header_number(const Header& header, std::size_t at) {
   return static_cast<std::int32_t>(value);
 }
 
-// The header as it is in the file, read through SQLite's own descriptor and without a query: a query may roll
-// back or checkpoint what its owner left, and closing a descriptor of our own would drop this process's locks
-// on the file.
+// The header as it is in the file. Without a query, as a query may roll back or checkpoint what the file's
+// owner left; and through SQLite's own descriptor, as closing another one would drop this process's locks on
+// the file.
 Header raw_header(SQLite::Database& database) {
   sqlite3_file* file = nullptr;
   database.check(sqlite3_file_control(database.getHandle(), "main", SQLITE_FCNTL_FILE_POINTER, &file));
@@ -217,8 +230,8 @@ void require_ours(std::int64_t application_id, std::int64_t version) {
   }
 }
 
-// The version of the schema, 0 for a file without content. To be called in a transaction: the tables of a new
-// file may be made by another process between two of these queries.
+// The version of the schema, 0 for a file without content. Call it in a transaction: otherwise another
+// process may create the tables of a new file between two of these queries.
 std::int64_t schema_version(SQLite::Database& database) {
   const std::int64_t application_id = number(database, "PRAGMA application_id");
   const std::int64_t version = number(database, "PRAGMA user_version");
@@ -227,13 +240,16 @@ std::int64_t schema_version(SQLite::Database& database) {
   return version;
 }
 
+// Whether closing the connection moves the log into the database file, as SQLite does by default for the last
+// one.
 void checkpoint_on_close(SQLite::Database& database, bool enabled) {
   database.check(sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, enabled ? 0 : 1,
                                    static_cast<int*>(nullptr)));
 }
 
-// Refuses a file that is not ours to change. The header tells before any query; what only the write-ahead log
-// holds is asked for after it, and does not go into the file when the connection then closes.
+// The version of the schema. Throws for a file that is not ours to change. The header shows most of them
+// before any query. Id and version may also be in the write-ahead log alone, so they are asked for too, with
+// checkpointing off: if this throws, the connection closes without moving a foreign log into its file.
 std::int64_t checked_version(SQLite::Database& database) {
   const Header header = raw_header(database);
   if (std::equal(kMagic.begin(), kMagic.end(), header.begin())) {
@@ -251,7 +267,8 @@ void take_steps_from(Connection& connection, std::size_t version) {
   for (std::size_t at = version; at < kSteps.size(); ++at) connection.database().exec(kSteps.at(at));
 }
 
-// Another process may have migrated meanwhile, so the version is read again within the transaction.
+// All steps in one transaction: a kill leaves the old schema, whole. Another process may have migrated since
+// the version was checked, so it is read again under the lock.
 void migrate(Connection& connection) {
   SQLite::Database& database = connection.database();
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
@@ -261,12 +278,14 @@ void migrate(Connection& connection) {
   transaction.commit();
 }
 
-// Of two processes that switch the mode of a new file at once, one is told that it is busy at once, without
-// regard to the busy timeout. It finds the switch done a moment later.
+// When two processes switch the mode of a new file at the same time, SQLite fails one of them as busy without
+// waiting for the busy timeout. A moment later it finds the switch done. A thousand pauses of 5 ms only keep
+// the loop from being endless: five seconds, half of what a writer is waited for.
 void use_write_ahead_log(SQLite::Database& database) {
   constexpr std::chrono::milliseconds kPause(5);
   for (int attempts_left = 1000;; --attempts_left) {
     try {
+      // The answer is the mode that is now in use, without an error where the switch is impossible.
       if (database.execAndGet("PRAGMA journal_mode = WAL").getString() == "wal") return;
       throw utils::Error("its file system has no shared memory, which the write-ahead log needs");
     } catch (const SQLite::Exception& error) {
@@ -278,10 +297,12 @@ void use_write_ahead_log(SQLite::Database& database) {
 
 }  // namespace
 
+// Makes the tables once more in memory and compares the texts of their definitions. A list of expected
+// definitions would have to be kept in step with the migrations by hand.
 std::optional<std::string> missing_from_schema(Connection& connection) {
   Connection as_made("as-made", SQLite::OPEN_READWRITE | SQLite::OPEN_MEMORY);
   take_steps_from(as_made, 0);
-  // What FTS5 makes for itself is made by the version of SQLite that made the file.
+  // FTS5's own tables are left out: their definitions are those of the SQLite version that made the file.
   Query made(
       as_made,
       "SELECT type, name, ifnull(sql, '') FROM sqlite_schema WHERE name NOT LIKE 'words\\_%' ESCAPE '\\'");
@@ -297,17 +318,25 @@ std::optional<std::string> missing_from_schema(Connection& connection) {
 Connection open_database(const std::filesystem::path& file) {
   Connection connection(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
   SQLite::Database& database = connection.database();
-  // The tables are made before the write-ahead log is, so the file itself says from its first page on whose
-  // it is.
+  // The tables are made before the switch to the write-ahead log, so that a new file has our id in its header
+  // from the start. In the log alone, raw_header() of another process would not see it.
   const std::int64_t version = checked_version(database);
+  // Set expressly, as SQLite can be built with another default for the write-ahead log: every commit is
+  // synced.
   database.exec("PRAGMA synchronous = FULL");
   if (version < kSchemaVersion) migrate(connection);
   use_write_ahead_log(database);
+  // After the migration, whose steps move and drop tables that refer to each other. It has no effect within a
+  // transaction, and is off by default in a new connection.
   database.exec("PRAGMA foreign_keys = ON");
-  // What a step of a group would take back is kept in memory, not in a file elsewhere.
+  // SQLite keeps what a savepoint would roll back in temporary storage. In memory, that takes no file.
   database.exec("PRAGMA temp_store = MEMORY");
-  database.exec("PRAGMA cache_size = -8192");  // KiB; what a save of one page among thousands touches
-  // The first indexing of a large repository is one transaction; its log is not to keep that size for ever.
+  // In KiB: 8 MiB, for what a save of one page among thousands touches. It may take that much memory, for
+  // this connection.
+  database.exec("PRAGMA cache_size = -8192");
+  // 16 MiB. The first indexing of a large repository is one transaction, and without a limit its log would
+  // keep that size for ever. Well above the log of usual saves, which SQLite checkpoints at about 4 MiB, so
+  // these do not cut and extend it each time.
   database.exec("PRAGMA journal_size_limit = 16777216");
   return connection;
 }

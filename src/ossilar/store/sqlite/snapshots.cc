@@ -1,3 +1,9 @@
+// The revision is a counter in the database rather than a time or a rowid: every write transaction that
+// changes rows takes a new one under the write lock, so revisions become visible in their order, and a reader
+// that has seen N has seen everything up to N. Times of several processes would not promise that.
+//
+// Each read works on a copy of the snapshot and assigns it at the end, so that a failure in the middle leaves
+// entries and revision that belong together.
 #include "ossilar/store/sqlite/snapshots.h"
 
 #include <algorithm>
@@ -13,10 +19,13 @@ constexpr const char* kChangedDigests =
 constexpr const char* kPutDigest =
     "INSERT INTO digests VALUES (?1, ?2, ?3, ?4) ON CONFLICT (branch, page_id)"
     " DO UPDATE SET digest = excluded.digest, revision = excluded.revision";
+// The row stays without a text, under a new revision: a reader would not notice a row that is missing.
 constexpr const char* kRemoveDigest =
     "UPDATE digests SET digest = NULL, revision = ?3 WHERE branch = ?1 AND page_id = ?2";
 
-// Makes the stored digests those in `digests`; gives the revision that they then have.
+// Makes the stored digests those in `digests`; gives the revision up to which the result is known. Takes a
+// revision only when something differs, so that a save that changes no digest writes nothing. The texts are
+// compared too: a digest that was made again is another object with the same text.
 std::int64_t write_differences(Connection& connection, const std::string& branch, const Snapshot& stored,
                                const PageDigests& digests) {
   std::int64_t revision = 0;
@@ -44,7 +53,7 @@ std::int64_t next_revision(Connection& connection) {
   return query.number(0);
 }
 
-// Removals first: a page that came back after its removal has a row.
+// Removals first: a page that was stored again after its removal is in both results, and its row must win.
 StoredRows read_pages(Connection& connection, Snapshot& last, const std::string& branch) {
   Snapshot next = last;
   Query removed(connection, kRemovedPages, branch, last.revision);
@@ -55,6 +64,7 @@ StoredRows read_pages(Connection& connection, Snapshot& last, const std::string&
   Query rows(connection, kChangedPages, branch, last.revision);
   while (rows.next()) {
     next.entries.set(page_id_of(rows), page_row(rows));
+    // The last removal may be later than this change.
     next.revision = std::max(next.revision, rows.number(0));
   }
   last = next;
@@ -76,8 +86,8 @@ PageDigests read_digests(Connection& connection, Snapshot& last, const std::stri
   return next.entries;
 }
 
-// What was written becomes the snapshot that the next call compares with, so that a caller who changes one
-// digest of many and writes again shares all others with it.
+// `digests` itself becomes the snapshot: a caller that changes one of many digests and writes again shares
+// all others with it, and the comparison skips what is shared.
 void write_digests(Connection& connection, Snapshot& last, const std::string& branch,
                    const PageDigests& digests) {
   read_digests(connection, last, branch);

@@ -1,4 +1,5 @@
-// The store in one SQLite file.
+// The store in one SQLite file. host/open_wiki.cc opens it for a Wiki, check/wiki_check.cc to look for
+// damage; both see no more of this room than this header.
 #pragma once
 
 #include <filesystem>
@@ -8,12 +9,16 @@
 
 namespace ossilar::store {
 
-// Opens the database `file`, creating it and its tables where they are missing and bringing an older schema
-// up to date. Throws StorageError that names the file for one that is no database, is damaged, belongs to
-// another program or has a schema newer than this program knows; the file is then as it was.
+// Opens the database `file`. Creates the file and its tables where they are missing, and migrates an older
+// schema. Throws StorageError for a file that is no database, is damaged, belongs to another program or has a
+// newer schema than this program knows; the file is then as it was.
 //
 // Several stores, in this process or others, may have one file open. A write that throws is not stored,
-// unless it was the commit itself that failed: then the next read tells, which no snapshot of before answers.
+// unless it was the commit itself that failed: that is known only by reading, and the next read goes to the
+// file, not to a snapshot.
+//
+// Thread-safety: may be called from any thread; the store as WikiStore. Several threads may read while one
+// writes, but they read one after the other.
 std::unique_ptr<WikiStore> open_sqlite_store(const std::filesystem::path& file);
 
 }  // namespace ossilar::store

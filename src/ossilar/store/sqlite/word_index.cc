@@ -1,3 +1,9 @@
+// Identifiers are spelled out before FTS5 gets a text or a query. FTS5's tokenizers would take
+// parseHTTPHeader for one word, which only the same spelling finds; one of our own inside FTS5 would leave
+// the table unusable for other programs, such as the sqlite3 shell.
+//
+// The table keeps its own copy of the texts. With external content, FTS5 would need the former text of a row
+// to remove it, and that is gone by the time the words are indexed.
 #include "ossilar/store/sqlite/word_index.h"
 
 #include <algorithm>
@@ -27,7 +33,8 @@ constexpr const char* kCountDue = "SELECT count(*) FROM due_words";
 constexpr const char* kDue = "SELECT page_key FROM due_words ORDER BY page_key LIMIT ?1";
 constexpr const char* kDoneWith = "DELETE FROM due_words WHERE page_key = ?1";
 
-// The pages of branch ?1, their chunks, and the filter: type ?2 and path ?3.
+// The pages of branch ?1, their chunks, and the filter: type ?2 and path ?3. substr() rather than LIKE, which
+// ignores case and takes "_" and "%" in a path for wildcards.
 #define OSSILAR_FILTERED                                                                            \
   " page.branch = ?1 AND (?2 = '' OR page.page_type = ?2)"                                          \
   " AND (?3 = '' OR EXISTS (SELECT 1 FROM json_each(page.source_files) AS file"                     \
@@ -35,8 +42,12 @@ constexpr const char* kDoneWith = "DELETE FROM due_words WHERE page_key = ?1";
   " OR EXISTS (SELECT 1 FROM json_each(chunk.citations) AS cited WHERE cited.value ->> 'path' = ?3" \
   " OR substr(cited.value ->> 'path', 1, length(?3) + 1) = ?3 || '/'))"
 
-// A title says what all of a page is about and a heading what its section is; a word there counts more. The
-// words of a page whose indexing is due are those of former chunks.
+// Weights of title, heading and text: a title says what the whole page is about, a heading what this section
+// is about, so a word there counts more, and most in the heading, which is about less. bm25() gives smaller,
+// negative numbers for better matches.
+//
+// Pages whose indexing is due are left out: their words are of former chunks, whose positions now name other
+// texts.
 constexpr const char* kMatches =
     "SELECT page.page_key, chunk.position, -bm25(words, 2.0, 3.0, 1.0) AS score, chunk.passage_key"
     " FROM words JOIN pages AS page ON page.page_key = words.rowid >> " OSSILAR_POSITION_BITS
@@ -54,13 +65,15 @@ constexpr const char* kFound =
     " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
     " WHERE page_key = ?1 AND position = ?2";
 
-// A question of many words finds what it asks for by its first.
+// Bounds the work for a pasted text: each term is a list of matches to merge. Real questions have fewer
+// words.
 constexpr std::size_t kMostTerms = 64;
 
-// The words of `text` for the index: each part of an identifier, and the whole without its joints.
+// The words of `text` for the index: each part of an identifier, and the identifier in one piece without its
+// joints. So parse_http_header and parseHTTPHeader find each other, by their parts and as a whole.
 std::string spelled_out(std::string_view text) {
   std::string words;
-  words.reserve(text.size() + text.size() / 2);
+  words.reserve(text.size() + text.size() / 2);  // a guess: identifiers come twice, other words once
   for (utils::TokenReader token(text); token.next();) {
     for (std::size_t i = 0; i < token.size(); ++i) words.append(token.part(i)).append(" ");
     if (token.size() > 1) words.append(token.joined()).append(" ");
@@ -68,7 +81,9 @@ std::string spelled_out(std::string_view text) {
   return words;
 }
 
-// Any of the words; each is quoted, so none is taken for a part of FTS5's language.
+// The FTS5 expression for any of the words, split as in spelled_out(); "" for none. Each term is quoted, so
+// that words such as "not" are no operators; terms hold letters and digits only, so no quote has to be
+// escaped.
 std::string match_expression(std::string_view words) {
   std::string expression;
   std::set<std::string> terms;
@@ -83,17 +98,19 @@ std::string match_expression(std::string_view words) {
   return expression;
 }
 
+// Where a passage was found.
 struct Place {
   double score;
   std::int64_t page_key;
   std::int64_t position;
-  // The better one first; of equals the one that comes first in the wiki, so that answers are the same each
-  // time.
+  // The better one first; ties by page and position, so that a query gives the same order each time.
   bool operator<(const Place& other) const {
     return std::tie(other.score, page_key, position) < std::tie(score, other.page_key, other.position);
   }
 };
 
+// A query for each place, rather than these columns in the search itself: that would read the texts of all
+// matches, of which few are wanted.
 std::vector<FoundPassage> describe(Connection& connection, const std::vector<Place>& places) {
   std::vector<FoundPassage> found;
   for (const Place& place : places) {
@@ -112,6 +129,8 @@ std::vector<FoundPassage> describe(Connection& connection, const std::vector<Pla
   return found;
 }
 
+// The cosine, as both have length 1. Vectors of one model have one size; min() only keeps a damaged one from
+// being read beyond its end.
 double dot(const Vector& a, const Vector& b) {
   double sum = 0;
   for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) sum += static_cast<double>(a[i]) * b[i];
@@ -140,6 +159,7 @@ std::size_t count_due_words(Connection& connection) {
   return static_cast<std::size_t>(row.number(0));
 }
 
+// The keys are read first: the rows that the query walks over are deleted in the loop.
 void index_due_words(Connection& connection, std::size_t most) {
   std::vector<std::int64_t> keys;
   {
@@ -152,6 +172,7 @@ void index_due_words(Connection& connection, std::size_t most) {
   }
 }
 
+// No LIMIT in the query: a passage that several pages hold matches several times, and counts once.
 std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,
                                      const std::string& words, const PassageFilter& filter,
                                      std::size_t limit) {
@@ -167,8 +188,13 @@ std::vector<FoundPassage> find_words(Connection& connection, const std::string& 
   return describe(connection, places);
 }
 
-// Of the best so far the worst goes when a better one comes. A passage has one vector and so one score,
-// wherever it stands: its second place is not better than its first.
+// Compares the query with every passage of the branch. An approximate index would answer faster in very large
+// wikis, but each save would have to keep it up to date.
+//
+// Keeps the best `limit` places so far, and drops the worst when a better one comes. A passage has one
+// vector, and so the same score wherever it occurs: the first place that is found is as good as any. The key
+// of a dropped passage is forgotten too, which bounds memory; if the passage occurs again, it is compared
+// again, with the same score.
 std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
                                        const QueryVector& query, const PassageFilter& filter,
                                        std::size_t limit) {
