@@ -1,3 +1,8 @@
+// Refusals are answers with the key `error` and no exceptions: an agent reads them, mends its request and
+// goes on.
+//
+// Suggestions by edit distance alone miss the usual mistake, a folder left out: "sql" is six edits from
+// "store/sql". So an id that contains the one asked for, or is contained in it, is suggested as well.
 #include "ossilar/workers/wiki/agent_answers.h"
 
 #include <algorithm>
@@ -11,11 +16,13 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::size_t kMostSimilar = 5;
-// A longer id is no slip of the pen, and the distance costs the product of the lengths.
+constexpr std::size_t kMostSimilar = 5;  // enough to choose from; `error` names the first one alone
+// A longer id is no typing mistake, and the distance costs the product of the lengths. Ids from a session may
+// be of any length.
 constexpr std::size_t kLongestCompared = 100;
 
-// Levenshtein distance (insertions, deletions, substitutions), two rows at a time.
+// Levenshtein distance (insertions, deletions, substitutions) of bytes, by the Wagner-Fischer table. One row
+// of the table is kept; `diagonal` is what the row above had one column to the left.
 std::size_t edit_distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -29,7 +36,7 @@ std::size_t edit_distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-// Whether someone who asked for the one may mean the other: near in spelling, or one within the other.
+// Whether `asked` may be meant for `id`: up to half of its bytes are wrong, or one contains the other.
 bool may_mean(std::string_view asked, std::string_view id, std::size_t apart) {
   return apart <= asked.size() / 2 || id.find(asked) != std::string_view::npos ||
          asked.find(id) != std::string_view::npos;
@@ -44,7 +51,7 @@ std::vector<std::string> similar_ids(std::string_view asked, const Plans& plans)
     const std::size_t apart = edit_distance(asked, id);
     if (may_mean(asked, id, apart)) ranked.emplace_back(apart, id);
   }
-  std::sort(ranked.begin(), ranked.end());
+  std::sort(ranked.begin(), ranked.end());  // by distance, then by id: the same question, the same answer
   if (ranked.size() > kMostSimilar) ranked.resize(kMostSimilar);
   std::vector<std::string> ids;
   ids.reserve(ranked.size());
@@ -52,6 +59,8 @@ std::vector<std::string> similar_ids(std::string_view asked, const Plans& plans)
   return ids;
 }
 
+// require_utf8() throws, as suits a file. Here an agent wrote the text and can mend it, so the message
+// becomes an answer.
 std::optional<Answer> refuse_text(const std::string& text, const std::string& name) {
   try {
     utils::require_utf8(text, name);
@@ -72,6 +81,7 @@ Answer not_planned(const std::string& page_id, const Plans& plans) {
 }
 
 std::optional<Answer> refuse_request(const SaveRequest& request) {
+  // The size first: it costs nothing to ask, and spares a look at every byte of an oversized text.
   if (request.content.size() > kLargestContent) {
     return Answer{{"error", "content has " + std::to_string(request.content.size()) + " bytes; at most " +
                                 std::to_string(kLargestContent) +

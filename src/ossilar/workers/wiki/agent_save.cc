@@ -1,3 +1,13 @@
+// A save as a list of early returns: draft, lock, commit; from the draft again if the page changed meanwhile.
+//
+// The plain way holds the lock from reading the page until it is written. But a draft gathers sources and
+// embeds text, possibly by a service on the network, and every other writer would wait for it. So a draft
+// works on a snapshot, without the lock and without a write, and the commit asks under the lock whether the
+// page still has the hash and the title that the draft started from.
+//
+// Calls of the host, and of the modules beside this one, have a fixed order with fixed arguments:
+// tests/data/agent_save.txt lists them for each kind of save. A failure at any of them leaves what was
+// written before it, and releases the lock.
 #include "ossilar/workers/wiki/agent_save.h"
 
 #include <algorithm>
@@ -34,6 +44,7 @@ std::string basis_part(const Map& row, const char* key) {
   return utils::truthy(value) ? utils::text_form(value) : "";
 }
 
+// The title under which other pages may link the page as it is stored; none when the row has none.
 std::optional<std::string> shown_title(const Map* row) {
   const Map& title = row != nullptr ? utils::member(*row, "title") : Map();
   if (title.is_null()) return std::nullopt;
@@ -47,12 +58,15 @@ Answer too_few_citations(std::size_t count, std::int64_t minimum) {
           {"valid_citations", count}};
 }
 
+// The diagrams as values of the build cache; _serialize_diagrams() gives them as one text, to be hashed.
 Map diagram_pairs(const std::vector<Diagram>& diagrams) {
   Map pairs = Map::array();
   for (const auto& [caption, text] : diagrams) pairs.push_back(Map::array({caption, text}));
   return pairs;
 }
 
+// The headings that `text` brings beside the section's own, which it may repeat. They are allowed, but may
+// mean that a whole page was handed in for one section, so the answer names them.
 std::vector<std::string> added_headings(const std::string& text, const std::string& heading) {
   std::vector<std::string> added;
   for (const std::string& candidate : section_headings(text)) {
@@ -66,6 +80,7 @@ std::vector<std::string> section_warnings(const std::vector<std::string>& added)
   return {"section-headings: the text adds section(s) " + utils::join(added, ", ")};
 }
 
+// What the lint asks of a row, taken from the draft: the page's row is written later, by the commit.
 Map lint_row(const PagePlan& plan, const FinalizedPage& page) {
   return {{"page_id", plan.page_id},
           {"level", plan.level},
@@ -120,11 +135,11 @@ std::optional<Answer> refuse_blank(const std::optional<std::string>& content) {
 Answer AgentSaveMixin::save_agent_page(const std::string& page_id, const std::optional<std::string>& content,
                                        const std::optional<std::string>& section,
                                        const std::optional<std::string>& title) {
-  if (auto refusal = refuse_blank(content)) return *std::move(refusal);
+  if (auto refusal = refuse_blank(content)) return *std::move(refusal);  // before any call of the host
   for (int attempt = 0; attempt < _SAVE_ATTEMPTS; ++attempt) {
     auto drafted = _draft_agent_page(page_id, *content, section, title);
     if (auto* refusal = std::get_if<Answer>(&drafted)) return std::move(*refusal);
-    try {
+    try {  // around this call alone: a _WikiBusy from anywhere else is a failure
       _acquire_write_lock({.wait = true});
     } catch (const _WikiBusy& busy) {
       return {{"error", busy.what()}};
@@ -136,9 +151,9 @@ Answer AgentSaveMixin::save_agent_page(const std::string& page_id, const std::op
           {"page_id", page_id}};
 }
 
-// The release is named on each way out instead of left to a destructor, because its failure must reach the
+// Each way out calls the release by name. A destructor must not throw, and a failed release has to reach the
 // caller. When commit and release both fail, the caller sees the release's failure: a lock that may still be
-// held is what needs attention first.
+// held needs attention first. `...`, because a cancellation is no std::exception.
 std::optional<Answer> AgentSaveMixin::commit_and_release(const _PageDraft& draft) {
   std::optional<Answer> answer;
   try {
@@ -153,14 +168,14 @@ std::optional<Answer> AgentSaveMixin::commit_and_release(const _PageDraft& draft
 
 // ---- The draft.
 
-// What the first half of a draft settles.
+// What the first half of a draft settles: which page, under which title, from which version.
 struct AgentSaveMixin::PageHead {
   std::shared_ptr<PagePlan> plan;
   Plans plans;
   std::optional<std::string> title;  // as requested
   Basis basis;
-  std::optional<std::string> chosen;  // the agent's title, now or earlier
-  std::vector<std::string> former;
+  std::optional<std::string> chosen;  // the title that an agent gave, now or earlier; none: planned
+  std::vector<std::string> former;    // earlier titles, by which other pages may link this one
 };
 
 std::variant<_PageDraft, Answer> AgentSaveMixin::_draft_agent_page(const std::string& page_id,
@@ -173,11 +188,12 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::_draft_agent_page(const std::st
                 .basis = {},
                 .chosen = {},
                 .former = {}};
-  head.plan = head.plans.own(page_id);
+  head.plan = head.plans.own(page_id);  // a copy of the record: retitling must not show in other saves
   if (!head.plan) return not_planned(page_id, head.plans);
 
   const store::StoredRows existing = _existing();
   const Map* stored = existing.find(page_id);
+  // Before retitle(), which replaces the planned title: other pages may link this one by either of the two.
   const std::vector<std::optional<std::string>> shown{head.plan->title, shown_title(stored)};
   if (Answer refused = retitle(*head.plan, title, head.plans, existing); utils::truthy(refused))
     return refused;
@@ -185,6 +201,7 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::_draft_agent_page(const std::st
   head.former = renamed(former_titles(stored), shown, head.plan->title);
   head.basis = _basis(stored);
 
+  // The title was settled first because a refused title needs no look at the page file.
   std::vector<std::string> notes;
   if (section) {
     Answer spliced = _with_section(*head.plan, *section, content);
@@ -201,6 +218,8 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::draft_page(PageHead head, const
   std::shared_ptr<const Map> degraded;
   std::string grounding;
   std::vector<Diagram> diagrams;
+  // The scope ends with these braces: the row says which steps ran degraded while the sources were gathered
+  // and the diagrams drawn, and nothing of what follows. The list outlives the scope.
   {
     const auto scope = utils::degraded_steps();
     degraded = scope.entered();
@@ -211,12 +230,14 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::draft_page(PageHead head, const
     if (wiki_config().diagrams) diagrams = _build_diagrams(plan);
   }
 
+  // The earliest point at which the valid citations are known; a refused page is not chunked and embedded.
   FinalizedPage page = _finalize(plan, content, diagrams, {.grounding = grounding});
   const std::int64_t minimum = wiki_config().min_citations_per_page;
   if (static_cast<std::int64_t>(page.citations.size()) < minimum) {
     return too_few_citations(page.citations.size(), minimum);
   }
 
+  // A NUL between the parts: otherwise text that moves from one part to the next would keep the hash.
   const std::string separator(1, '\0');
   std::string grounding_text = std::move(grounding);
   grounding_text += separator + _serialize_diagrams(diagrams);
@@ -226,10 +247,12 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::draft_page(PageHead head, const
   StringSet elsewhere = _chunk_scope(plan.page_id).elsewhere;
   std::vector<Map> chunks = _chunk_and_embed(searchable, page.citations, elsewhere);
 
+  // The same rule as gives_digest() of types.h: a unit page without children tells the pages above it.
   const bool gives_digest = plan_type(plan).unit && plan.children.empty();
   auto source_hashes = _hashes_with_steering(plan.source_files);
   std::optional<Map> digest;
   if (gives_digest) digest = _page_digest(plan, page.authored.body, page.citations);
+  // The answer is made here and not by the commit: nothing in it needs the lock.
   Answer answer = _save_answer(plan, page, page.markdown, content, notes);
   return _PageDraft{.plan = std::move(head.plan),
                     .plans = std::move(head.plans),
@@ -247,8 +270,8 @@ std::variant<_PageDraft, Answer> AgentSaveMixin::draft_page(PageHead head, const
                     .answer = std::move(answer)};
 }
 
-// A key that comes again replaces the value and keeps its first place, which is what assigning to an ordered
-// object does.
+// The order of the keys is part of the text that is stored. A key of `sections` that is there already gets
+// the new value in its old place, as an ordered object assigns.
 std::string AgentSaveMixin::build_cache_text(const PageHead& head, const FinalizedPage& page,
                                              const std::vector<Diagram>& diagrams,
                                              const std::string& grounding_hash, const Map& degraded) {
@@ -268,6 +291,8 @@ Answer AgentSaveMixin::_with_section(const PagePlan& plan, const std::string& he
                                      const std::string& text) {
   const std::filesystem::path file = page_file(pages_dir(), plan.page_id);
   const std::string named = "page '" + plan.page_id + "' has no ";
+  // Not the row's text: what a hand changed in the page file outside the section must stay. U+FEFF at its
+  // start is text like any other.
   if (!utils::is_regular_file(file)) return {{"error", named + "saved text to replace a section of"}};
   const std::string stored = utils::read_text_file_within(pages_dir(), file, utils::ByteOrderMark::kept);
   const Authored authored = split_authored(stored, plan.description);
@@ -285,7 +310,7 @@ Answer AgentSaveMixin::_save_answer(const PagePlan& plan, const FinalizedPage& p
                                     const std::vector<std::string>& notes) {
   const std::vector<Map> findings = page_type_findings(lint_row(plan, page), markdown);
   const std::int64_t words = prose_words(page.authored.body);
-  // The lint's own finding on the page's size says more than the budget; never both.
+  // The finding on the page's size says the same and more, so the budget is left out beside it.
   const bool too_long = std::any_of(findings.begin(), findings.end(), is_page_size);
   const auto budget = too_long ? std::nullopt : word_budget_warning(plan_type(plan), words);
 
@@ -303,11 +328,15 @@ Answer AgentSaveMixin::_save_answer(const PagePlan& plan, const FinalizedPage& p
 
 // ---- The commit.
 
+// The page file comes first: what cuts the commit short then leaves the author's text on disk, and behind it
+// only what can be made from it again. With the row first, a crash would leave a row about a text that no
+// file has. The row comes before the chunks, which are stored under its key.
 std::optional<Answer> AgentSaveMixin::_commit_agent_page(const _PageDraft& draft) {
   PagePlan& plan = *draft.plan;
-  _reread_existing();
+  _reread_existing();  // the draft's snapshot may be as old as the wait for the lock
   const store::StoredRows existing = _existing();
   if (_basis(existing.find(plan.page_id)) != draft.basis) return std::nullopt;
+  // Again: this page is as it was, but another page may have taken the title since.
   if (Answer refused = retitle(plan, draft.title, draft.plans, existing); utils::truthy(refused))
     return refused;
 
@@ -321,12 +350,17 @@ std::optional<Answer> AgentSaveMixin::_commit_agent_page(const _PageDraft& draft
   return draft.answer;
 }
 
-// Made again, under the lock, only when another save changed what they are made against.
+// Made again only when another save changed which passages other pages have with a vector: one that nobody
+// else has any more needs a vector from here. This may embed while the lock is held; releasing the lock for
+// it would reopen the race.
 std::vector<Map> AgentSaveMixin::chunks_for(const _PageDraft& draft, const StringSet& elsewhere) {
   if (elsewhere == draft.elsewhere) return draft.chunks;
   return _chunk_and_embed(draft.searchable, draft.citations, elsewhere);
 }
 
+// The digests are loaded anew, as other processes store theirs, and reconciled before `before` is taken: so
+// the marks are about this page's change and not about pages that left the plan. They are written once, with
+// this page's digest among them, hence `persist` false.
 void AgentSaveMixin::write_digest(const _PageDraft& draft) {
   _set_page_digests(_load_digests());
   _reconcile_digests(draft.plans, _existing(), {.persist = false});
@@ -339,6 +373,8 @@ void AgentSaveMixin::write_digest(const _PageDraft& draft) {
 
 // ---- The publication.
 
+// Page file and row are written by now, so a failure here must not make the save look failed. The next save
+// of the page brings lists and state up to date, and so does `ossilar check --fix`.
 void AgentSaveMixin::_publish_agent_save() {
   try {
     refresh_index_and_state();
@@ -348,7 +384,7 @@ void AgentSaveMixin::_publish_agent_save() {
 }
 
 void AgentSaveMixin::refresh_index_and_state() {
-  // Designated initialisers are evaluated in the order of the members.
+  // Three calls in this order: designated initialisers are evaluated in the order of the members.
   const WikiBuildResult result{
       .git_commit = _git_commit(), .files_covered = _stored_files_covered(), .lint = _prior_lint_summary()};
   _write_index_and_manifest(result);

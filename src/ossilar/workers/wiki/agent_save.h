@@ -1,15 +1,18 @@
-// Saving a page that an agent wrote: refused unless it is grounded in enough valid citations, drafted without
-// a lock, committed under the wiki write lock only if the page is still the version that it was drafted from,
-// else drafted again. docs/design.md follows a save from end to end.
+// Saving a page that an agent wrote. It is refused unless enough valid citations ground it. It is drafted
+// without a lock, and committed under the wiki's write lock if the page is still the version that the draft
+// was made from; otherwise it is drafted again. docs/design.md follows a save from end to end.
 //
-// Threads: save_agent_page() may run on several threads at once. The component has no lock and no state of
-// its own; what it needs is its host's, and what the draft calls must bear concurrent calls (see the block of
-// host members).
+// AgentSaveMixin is the pipeline; its host is WikiGenerator (orchestrator.h), made for each save by
+// host/saving.cc, which commands and sessions call.
 //
-// Failures: what an agent can mend is an answer with the key `error`. Every failure of the host or of a
-// sibling module passes to the caller unchanged, the lock released where it was held; writes already made
-// stay. Only the busy signal of the lock, and any failure while the wiki-level files are refreshed after a
-// commit, are caught.
+// Threads: save_agent_page() may run on several threads at once. The pipeline has no lock and no state of its
+// own. All that it works on is the host's, so the host must allow concurrent calls of what a draft uses (see
+// the block of host members).
+//
+// Failures: what an agent can mend is an answer with the key `error`. Every other failure of the host or of a
+// module beside this one reaches the caller unchanged. The lock is released if it was held; writes already
+// made stay. Two things alone are caught: _WikiBusy while the lock is taken, which becomes the answer, and a
+// std::exception while index, manifest and state are refreshed after a commit, which is logged.
 #pragma once
 
 #include <cstdint>
@@ -31,22 +34,28 @@
 
 namespace ossilar::workers::wiki {
 
-// Host and component know this count, and the record below, by names of a form that C++ reserves; they are
-// kept for that reason alone.
+// Drafts that one save makes at most. An attempt is lost when the page changed before the lock was had.
+// Savers of a page take turns (host/page_turn.h), so this is rare; each lost attempt costs a whole draft with
+// its embeddings, and after three the author had better read the page again.
+//
+// C++ reserves names of this form. Pipeline and host know the count, and the record below, by them; no other
+// reason keeps them.
 inline constexpr int _SAVE_ATTEMPTS = 3;
 
-// The component's one logger: info for a lost race, warning for a failed refresh.
+// The pipeline's one logger: info for a lost attempt, warning for a failed refresh.
 extern const utils::Logger logger;
 
-// The version of a stored page: its content hash and its title; none for a page without a row.
+// The version of a stored page: its content hash and its title; none for a page without a row. A save
+// drafts again when its commit finds another basis than its draft started from.
 using Basis = std::optional<std::pair<std::string, std::string>>;
 
-// The basis that `row` (null: no row) stands for. A missing or false value gives "", one that is no string
-// its text form; an empty row is a version too.
+// The basis that `row` stands for; null is no row. A value that is missing, null, false, zero or empty counts
+// as an empty string, any other value that is no string as its JSON text. A row without both is still a
+// version, not a missing page.
 Basis _basis(const Map* row);
 
-// A save made ready without the lock: everything that its commit writes. Set once, then only read, though the
-// plan it refers to is handed to the title rule again.
+// A save made ready without the lock: everything that its commit writes. Set once, then only read. Except
+// `plan`: the commit settles its title again, and `plans`, which shares the record, shows it.
 struct _PageDraft {
   std::shared_ptr<PagePlan> plan;  // one of `plans`
   Plans plans;
@@ -58,19 +67,20 @@ struct _PageDraft {
   std::string build_cache;  // JSON text
   std::map<std::string, std::string> source_hashes;
   std::string searchable;
-  StringSet elsewhere;  // what the chunks were made against
+  StringSet elsewhere;  // ChunkScope::elsewhere as it was when the chunks were made
   std::vector<Map> chunks;
-  std::optional<Map> digest;
+  std::optional<Map> digest;  // none: the page gives none, see gives_digest()
   Answer answer;
 };
 
-// The keyword arguments of the row that a commit of `draft` writes.
+// The fields of the row that a commit of `draft` writes.
 store::PageFields row_fields(const _PageDraft& draft);
 
-// Marks every row and state that an agent's save writes.
+// The `model` of every row and state that a save writes. It tells a text that was saved from one that was
+// adopted as it stood (pages/former_file.cc, check/adoption.h).
 inline constexpr const char* kAgentModel = "agent-session";
 
-// Keyword arguments of host operations.
+// Arguments of host operations that are given by name.
 struct AcquireOptions {
   bool wait = true;
 };
@@ -81,7 +91,8 @@ struct ReconcileOptions {
   bool persist = true;
 };
 
-// Results of host operations that give several.
+// Results of host operations that give several. A save uses `plans` alone of the first, and all but `seeds`
+// of the second.
 struct AgentPreparation {
   Plans plans;
   std::vector<Map> amendments;
@@ -95,8 +106,8 @@ struct GatheredContext {
   std::vector<Map> seeds;
 };
 struct ChunkScope {
-  StringSet elsewhere;  // what chunking is made against
-  StringSet shared;     // what storing must leave to other pages
+  StringSet elsewhere;  // passages that other pages have with a vector: chunking need not embed them
+  StringSet shared;     // passages that other pages have: storing must not drop them
 };
 
 class AgentSaveMixin {
@@ -106,34 +117,35 @@ class AgentSaveMixin {
   AgentSaveMixin& operator=(const AgentSaveMixin&) = delete;
   virtual ~AgentSaveMixin() = default;
 
-  // Saves `content` as the page's authored text, or with `section` as the text of that `##` section; with
-  // `title` the page is renamed, without one it keeps its title. Gives what was saved, or an answer with
-  // `error`.
+  // Saves `content` as the page's authored text, or with `section` as the text of that `##` section. A
+  // `title` renames the page; without one, or with an empty one, it keeps its title. Gives what was saved, or
+  // an answer with `error`. The write lock, once taken, is released on every way out.
   virtual Answer save_agent_page(const std::string& page_id, const std::optional<std::string>& content,
                                  const std::optional<std::string>& section = std::nullopt,
                                  const std::optional<std::string>& title = std::nullopt);
 
  protected:
-  // Everything that a save writes, from the stored version of the page; no lock, no write. An answer refuses
-  // it.
+  // Everything that a save writes, made from the stored version of the page; no lock, no write. An Answer is
+  // a refusal.
   virtual std::variant<_PageDraft, Answer> _draft_agent_page(const std::string& page_id, std::string content,
                                                              const std::optional<std::string>& section,
                                                              const std::optional<std::string>& title);
-  // The answer of a save that succeeds. `notes` come first among its warnings.
+  // The answer of a save that succeeds. Warnings in order: `notes`, lint, word budget, citations.
   virtual Answer _save_answer(const PagePlan& plan, const FinalizedPage& page, const std::string& markdown,
                               const std::string& authored, const std::vector<std::string>& notes);
-  // Writes the draft; the caller holds the write lock. None when the page is no longer the version drafted
-  // from.
+  // Writes the draft; the caller holds the write lock. None, with nothing written, when the page is no longer
+  // the version that was drafted from. An answer with `error` when its title cannot be had any more.
   virtual std::optional<Answer> _commit_agent_page(const _PageDraft& draft);
-  // Refreshes index, manifest and wiki state after a commit; an ordinary failure is logged and ends it.
+  // Refreshes index, manifest and wiki state after a commit. A std::exception ends it and is only logged.
   virtual void _publish_agent_save();
-  // The page's whole authored text (`content`) with one section replaced, and `warnings`; or an `error`.
-  // Reads only.
+  // `content`, the page's whole authored text with one section replaced, and `warnings`; or an `error`. Reads
+  // the page file, writes nothing; throws utils::Error for a file that is not UTF-8.
   virtual Answer _with_section(const PagePlan& plan, const std::string& heading, const std::string& text);
 
-  // ---- What the host supplies. "draft": called without the lock, by several saves at once and beside a
-  // commit;
-  // ---- "commit": called only while the save holds the lock.
+  // ---- What the host supplies.
+  //
+  // "draft": called without the lock, possibly by several saves at once and while another one commits.
+  // "commit": called only while this save holds the lock. "both": either way.
 
   virtual store::Repository& repository() = 0;    // commit: row, state, number of pages
   virtual const std::string& branch() const = 0;  // commit: first argument of the repository's calls
@@ -191,7 +203,8 @@ class AgentSaveMixin {
   void refresh_index_and_state();
 };
 
-// The answer that refuses content without a character that is no white space, or none for content with one.
+// The answer that refuses blank content: missing, empty, or Unicode white space alone. None for any other.
+// host/saving.cc asks it too, so that a blank text does not wait for its turn.
 std::optional<Answer> refuse_blank(const std::optional<std::string>& content);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,13 @@
+// What could be a citation or a title is collected with a scan for brackets, and CommonMark then says which
+// of it is a link.
+//
+// The plain way is a pattern over the text. It also counts citations in code blocks, comments and attributes,
+// and escaped brackets, so a page would count as grounded by citations that no reader sees as links. Instead,
+// each candidate gets a link definition with a target that no author can write, the text is parsed once with
+// all of them, and the links that have such targets are the ones meant.
+//
+// Work is linear in the size of the text: a scan, one look at the index for each different label, and at most
+// two runs of the parser.
 #include "ossilar/workers/wiki/citations.h"
 
 #include <algorithm>
@@ -17,11 +27,13 @@ namespace ossilar::workers::wiki {
 namespace {
 
 constexpr std::size_t kLongestLabel = 999;  // CommonMark: a link label has at most 999 characters
-// Different labels that CommonMark takes for the same; more than two are a play with case, not prose.
+// How many labels that are the same to CommonMark are told apart. Two paths may differ in case alone; a text
+// with more spellings of one label plays with case, and the limit keeps the work on it linear.
 constexpr std::size_t kMostTwins = 4;
 
-// Reads a decimal line number from the front of `text`; one that is too large for any file reads as the
-// largest.
+// Takes a decimal line number from the front of `text`. One that is out of range becomes the largest number:
+// it has the form of a citation, and is then refused because the file has fewer lines. No sign is taken,
+// though from_chars() would take a '-'.
 std::optional<std::int64_t> take_number(std::string_view& text) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -72,9 +84,11 @@ std::string in_brackets(const std::string& path, std::int64_t first, std::int64_
   return "[" + label_of(path, first, last) + "]";
 }
 
+// 64 bits: they only have to tell the text cited from what stands there later, and every citation's digits
+// are a part of the page file.
 constexpr std::size_t kTextDigits = 16;
 
-// The same for every form of line ends.
+// The same for every form of line ends: a checkout may change CR LF without changing what is said.
 std::string hash_of_lines(const std::vector<std::string_view>& lines, const Citation& cited) {
   std::string text;
   for (auto line = cited.first; line <= cited.last; ++line) {
@@ -103,6 +117,8 @@ struct Meaning {
   bool operator==(const Meaning&) const = default;
 };
 
+// A citation's form comes first, so that no title can hide one. Another form counts only with a path that is
+// indexed: "note: 10" is prose.
 std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIndex& index,
                                   const PageByTitle& page_by_title) {
   if (auto citation = parse_citation(label)) return Meaning{std::move(citation), false, ""};
@@ -117,9 +133,12 @@ struct Candidate {
   Meaning meaning;
 };
 
-// Labels that CommonMark takes for the same share a key; which of them a link stands for is told by its text.
+// Candidates by fold_label(): labels that are the same to CommonMark share a key. It links them all by one
+// definition, so the link's text tells which of them stands there.
 using Candidates = std::map<std::string, std::vector<Candidate>>;
 
+// A label that is written often is looked up once; without that, a text of the same bracket over and over
+// would cost a look at the index for each.
 Candidates find_candidates(std::string_view authored, const source::SourceIndex& index,
                            const PageByTitle& page_by_title) {
   Candidates candidates;
@@ -139,7 +158,8 @@ bool is_link(const Meaning& meaning, const source::SourceIndex& index) {
   return !meaning.malformed && (!meaning.citation || is_valid(*meaning.citation, index));
 }
 
-// The candidates that the page will have link definitions for.
+// The candidates that the page will have link definitions for: what links somewhere, and only where all
+// labels of the key mean the same. The same rule as that of page_links().
 Candidates defined_candidates(const Candidates& all, const source::SourceIndex& index) {
   Candidates defined;
   for (const auto& [key, twins] : all) {
@@ -166,6 +186,8 @@ std::size_t count_labels(const Candidates& candidates) {
   return count;
 }
 
+// A link with a text of its own, [text][label], does not tell which of the labels it has; the first stands
+// for it.
 const Candidate& candidate_for(const std::vector<Candidate>& twins, const std::string& link_text) {
   if (twins.size() == 1) return twins.front();
   const auto found = std::find_if(twins.begin(), twins.end(), [&](const Candidate& twin) {
@@ -174,10 +196,12 @@ const Candidate& candidate_for(const std::vector<Candidate>& twins, const std::s
   return found == twins.end() ? twins.front() : *found;
 }
 
-// The candidates that stand as links, in the order of the text, each label once.
+// The candidates that CommonMark reads as links, in the order of the text, each label once.
 std::vector<Candidate> linked_candidates(std::string_view authored, const Candidates& candidates) {
-  // No text can hold the hash of itself, so no author can write one of these targets.
+  // An author cannot write one of these targets: the text would have to hold its own hash.
   const std::string target = "ossilar-" + utils::sha256_hex(authored) + "-";
+  // Definitions at the end of the text: the author's own come first and win, as they do on the page. A block
+  // that is left open is closed, or it would swallow them.
   std::string probe(authored);
   probe += "\n" + utils::closing_line(authored) + "\n\n";
   std::vector<const std::vector<Candidate>*> by_number;
@@ -185,7 +209,7 @@ std::vector<Candidate> linked_candidates(std::string_view authored, const Candid
     for (const Candidate& twin : twins) {
       probe += "[" + twin.label + "]: " + target + std::to_string(by_number.size()) + "\n";
     }
-    by_number.push_back(&twins);
+    by_number.push_back(&twins);  // the twins share the number, as the first of their definitions wins
   }
   std::vector<Candidate> linked;
   std::set<std::string> seen;
@@ -198,9 +222,12 @@ std::vector<Candidate> linked_candidates(std::string_view authored, const Candid
   return linked;
 }
 
-// The candidates that are links in the page, and what looks like one and is none. Of two brackets side by
-// side the second takes the first for its text only where it is defined, so what gets no definition is asked
-// about by itself.
+// The candidates that are links in the page, and those that look like citations but get no link, in the order
+// of the text.
+//
+// One reading with definitions for all candidates is not enough. In [a][b], `a` is the text of a link to `b`
+// only where `b` is defined; on the page an invalid `b` is not, and `a` is a link by itself. So the links are
+// those of a reading with the page's own definitions, and the second reading adds what has none.
 std::vector<Candidate> meant_candidates(std::string_view authored, const Candidates& candidates,
                                         const source::SourceIndex& index) {
   const Candidates defined = defined_candidates(candidates, index);
@@ -219,6 +246,8 @@ std::vector<Candidate> meant_candidates(std::string_view authored, const Candida
   return meant;
 }
 
+// Everything but letters, digits and a few marks that mean nothing in a link target: blanks, brackets and '#'
+// in a path would end the target or begin its anchor.
 std::string percent_encoded(const std::string& path) {
   static constexpr std::string_view kPlain = "-._~/+@=,";
   static constexpr char kDigits[] = "0123456789ABCDEF";
@@ -245,6 +274,7 @@ std::size_t depth_of(const std::string& path) {
   return static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
 }
 
+// The form in which forges address lines of a file.
 std::string lines_anchor(const Citation& citation) {
   std::string anchor = "#L" + std::to_string(citation.first);
   if (citation.last != citation.first) anchor += "-L" + std::to_string(citation.last);
@@ -253,8 +283,9 @@ std::string lines_anchor(const Citation& citation) {
 
 std::string quoted_label(const std::string& label) { return "[" + label + "]"; }
 
-// The path nearest to one that is not indexed: a file of the same name with lines to cite, with the longest
-// common end.
+// The indexed path nearest to one that is not indexed, or "": of the files with the same name that have
+// lines, the one whose path has the longest end in common. Finding it by the name costs no walk over the
+// whole index.
 std::string nearest_path(const std::string& path, const source::SourceIndex& index) {
   const std::size_t slash = path.rfind('/');
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -273,12 +304,14 @@ std::string nearest_path(const std::string& path, const source::SourceIndex& ind
   return best;
 }
 
+// The nearest lines that a file of `lines` lines has.
 Citation clamped(Citation citation, std::int64_t lines) {
   citation.first = std::clamp<std::int64_t>(citation.first, 1, lines);
   citation.last = std::clamp<std::int64_t>(citation.last, citation.first, lines);
   return citation;
 }
 
+// `large` names the limit that source::kLargestFile sets.
 std::string unusable_reason(const source::SourceFile& file) {
   switch (file.kind) {
     case source::FileKind::binary:
@@ -302,7 +335,8 @@ std::optional<Citation> parse_citation(std::string_view label) {
   Citation citation;
   citation.path = std::string(label.substr(0, mark));
   std::string_view lines = label.substr(mark + 2);
-  // "path:L10-L20" has its last ":L" before the first number, so only "-L" can follow it.
+  // The last ":L" is searched because a path may hold one. What follows the first number can only be "-L" and
+  // another number.
   const auto first = take_number(lines);
   if (!first) return std::nullopt;
   citation.first = citation.last = *first;
@@ -337,13 +371,15 @@ void add_cited_texts(std::vector<Map>& citations, const ReadText& read) {
     const Citation cited = citation_of(citation);
     auto [text, is_new] = texts.try_emplace(cited.path);
     if (is_new) text->second = read(cited.path);
-    if (!text->second) continue;
+    if (!text->second) continue;  // not readable now: the citation is stored without a hash
     const std::vector<std::string_view> lines = utils::split_lines(*text->second);
     if (cited.first < 1 || cited.last > static_cast<std::int64_t>(lines.size())) continue;
     citation = citation_map(cited, hash_of_lines(lines, cited));
   }
 }
 
+// One pass and no stack: of nested brackets only the innermost can be a label, and a text of nothing but '['
+// stays linear.
 std::vector<std::string_view> bracketed(std::string_view text) {
   std::vector<std::string_view> found;
   std::size_t open = std::string_view::npos;
@@ -364,7 +400,7 @@ Brackets read_brackets(std::string_view authored, const source::SourceIndex& ind
                        const PageByTitle& page_by_title) {
   Brackets brackets;
   const Candidates candidates = find_candidates(authored, index, page_by_title);
-  if (candidates.empty()) return brackets;
+  if (candidates.empty()) return brackets;  // spares the parser where nothing could become a link
   const std::vector<Candidate> linked = meant_candidates(authored, candidates, index);
   std::set<Citation> known;
   for (const Candidate& candidate : linked) {
@@ -414,9 +450,10 @@ PageLinks page_links(const Brackets& brackets, const std::string& page_id, const
   for (const Citation& citation : brackets.valid) {
     links.citations.push_back(citation_map(citation));
   }
+  // From the page's file up to pages/, from there past pages/ and every part of wiki_dir.
   const std::string to_pages = repeated("../", depth_of(page_id));
   const std::string to_root = to_pages + "../" + repeated("../", depth_of(wiki_dir) + 1);
-  // Key by which CommonMark compares, to the targets that labels of that key ask for.
+  // By fold_label(), the targets that labels of that key ask for.
   std::map<std::string, std::set<std::string>> wanted;
   std::vector<std::pair<std::string, std::string>> targets;
   const auto want = [&](const std::string& label, std::string target) {
@@ -432,7 +469,7 @@ PageLinks page_links(const Brackets& brackets, const std::string& page_id, const
   for (auto& target : targets) {
     auto& alternatives = wanted[utils::fold_label(target.first)];
     if (alternatives.size() != 1) continue;
-    alternatives.insert("");  // one definition serves every spelling
+    alternatives.insert("");  // one definition serves every spelling: a second element bars the next one
     links.targets.push_back(std::move(target));
   }
   return links;

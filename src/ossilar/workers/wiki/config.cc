@@ -1,3 +1,10 @@
+// Each table is a list of keys with what takes the value of each; read_table() walks what is in the file and
+// not what is expected, so no key goes unnoticed. The first fault ends the reading: a configuration that is
+// wrong in one place is used in none.
+//
+// The file is a user's, but repositories come from anywhere, so its text is not trusted. Size, UTF-8 and the
+// depth of keys are checked before the parser runs. A message shows no key of an embedding service that was
+// put where its variable's name belongs, and no control characters.
 #include "ossilar/workers/wiki/config.h"
 
 #include <toml++/toml.h>
@@ -21,21 +28,27 @@ using utils::ConfigError;
 
 // A configuration that a person writes has a few kilobytes; more is another file by mistake.
 constexpr std::size_t kLargestConfig = std::size_t{1} << 20U;
-// TOML nests a table per part of a dotted key, and the parser's tables are destroyed recursively.
+// TOML nests a table for each part of a dotted key. The parser's limit on nested values does not count these,
+// and tables are destroyed recursively, so a long key would overflow the stack. 16 is far above the two that
+// are used.
 constexpr int kMostKeyParts = 16;
 constexpr std::size_t kLongestShown = 60;  // of a key or value in a message
+// Seconds. An hour is more than any save waits for on purpose; more is milliseconds or a slip.
 constexpr double kLongestLockTimeout = 3600;
-constexpr std::size_t kLongestDescription = 1000;
-// Every glob is matched against every path.
+constexpr std::size_t kLongestDescription = 1000;  // bytes: a few sentences, shown in briefs and lists
+// Of one page. Every glob is matched against every path, so the number bounds what a plan costs; a glob that
+// names a folder replaces many.
 constexpr std::size_t kMostGlobs = 100;
+// Bytes; matching costs up to the product of the lengths of pattern and path.
 constexpr std::size_t kLongestGlob = 500;
 
+// A key or value in a message: quoted, cut, and safe for a terminal, as anybody may have written the file.
 std::string shown(std::string_view text) {
   const std::string_view cut = utils::utf8_prefix(text, kLongestShown);
   return '"' + utils::printable(cut) + (cut.size() < text.size() ? "\u2026\"" : "\"");
 }
 
-// Where a value stands, for messages: the file, the line and the key with its table.
+// Where a value stands, for messages: the file, the line (from 1) and the key with its table.
 struct At {
   std::string file;
   toml::source_index line = 0;
@@ -80,10 +93,12 @@ std::vector<std::string> texts_of(const At& at, const toml::node& node) {
   if (list == nullptr) at.refuse("expected a list of strings, found " + std::string(type_name(node)));
   std::vector<std::string> out;
   for (const toml::node& element : *list)
+    // With the element's own line: a list may run over many.
     out.push_back(text_of({at.file, element.source().begin.line, at.key}, element));
   return out;
 }
 
+// Levenshtein distance of bytes, by the Wagner-Fischer table of which one row is kept.
 std::size_t edit_distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -97,7 +112,7 @@ std::size_t edit_distance(std::string_view a, std::string_view b) {
   return row.back();
 }
 
-// A key that a table may have, and what takes its value.
+// A key that a table may have, and what takes its value. `take` refuses by throwing.
 struct Key {
   std::string_view name;
   std::function<void(const At&, const toml::node&)> take;
@@ -106,9 +121,11 @@ struct Key {
 [[noreturn]] void refuse_unknown(const At& at, std::string_view name, const std::vector<Key>& keys) {
   std::vector<std::string> names;
   std::string_view nearest;
-  std::size_t least = 4;  // farther names are no slips of the pen
+  std::size_t least = 4;  // at most three edits: names that are farther apart are no typing mistakes
   for (const Key& key : keys) {
     names.emplace_back(key.name);
+    // A name too long to be shown is not compared. The distance must be below the key's length too: otherwise
+    // "url" would be suggested for any three letters.
     const std::size_t distance = name.size() > kLongestShown ? least : edit_distance(name, key.name);
     if (distance < std::min(least, key.name.size())) {
       least = distance;
@@ -119,8 +136,9 @@ struct Key {
   at.refuse("unknown key; " + hint + "known here: " + utils::join(names, ", "));
 }
 
-// Gives each value of the table to the key that takes it. `place` is how messages name the table, such as
-// "[wiki]".
+// Gives each value of the table to the key that takes it, and refuses every key that is not in `keys`: a
+// mistyped key that was ignored would look like one that has no effect. `place` is how messages name the
+// table: [wiki], for one.
 void read_table(const std::string& file, std::string_view place, const toml::table& table,
                 const std::vector<Key>& keys) {
   for (const auto& [name, node] : table) {
@@ -139,12 +157,17 @@ const toml::table& table_of(const At& at, const toml::node& node) {
   return *table;
 }
 
+// Whether `text` is not fit for one line. printable() leaves tab and line feed, and U+2028 and U+2029, which
+// some readers take for line ends.
 bool has_control(std::string_view text) {
   return utils::printable(text) != text || text.find_first_of("\n\t") != std::string_view::npos ||
          text.find("\u2028") != std::string_view::npos || text.find("\u2029") != std::string_view::npos;
 }
 
-// The parts of a relative path; the wiki's files are written there, so nothing that leads elsewhere passes.
+// The wiki's folder, without slashes at its end. Its files are written there, so a path that may lead out of
+// the repository or into another program's files is refused by its text alone. `.git` is refused at any
+// depth, in submodules too, and `.ossilar` where this program keeps its state. In lower case, as `.GIT` is
+// the same folder on some file systems.
 std::string wiki_folder(const At& at, std::string dir) {
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
   const auto require = [&](bool holds, const char* rule) {
@@ -166,8 +189,9 @@ std::string wiki_folder(const At& at, std::string dir) {
 std::chrono::milliseconds lock_timeout(const At& at, const toml::node& node) {
   const std::optional<double> seconds = node.is_number() ? node.value<double>() : std::nullopt;
   if (!seconds) at.refuse("expected a number of seconds, found " + std::string(type_name(node)));
-  if (!(*seconds > 0 && *seconds <= kLongestLockTimeout))
+  if (!(*seconds > 0 && *seconds <= kLongestLockTimeout))  // written so that NaN is refused
     at.refuse("expected more than 0 and at most 3600 seconds");
+  // At least one: a tiny value rounds to 0, which is refused above.
   return std::chrono::milliseconds(std::max<std::int64_t>(1, std::llround(*seconds * 1000)));
 }
 
@@ -177,7 +201,7 @@ std::int64_t citations(const At& at, const toml::node& node) {
   return count;
 }
 
-// One of a few words.
+// One of a few words; the error lists them.
 template <std::size_t n>
 std::string word_of(const At& at, const toml::node& node, const std::array<std::string, n>& words) {
   const std::string& word = text_of(at, node);
@@ -211,6 +235,7 @@ void require_page_id(const At& at, const std::string& id) {
             " is no page id; use lower-case letters, digits, '-', '_' and '.', with '/' between parts");
 }
 
+// At least as strict as a save is with the title that it asks for (title_fault() in page_title.cc).
 std::string title(const At& at, const toml::node& node) {
   std::string text(utils::strip(text_of(at, node)));
   const auto is_start = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
@@ -222,6 +247,7 @@ std::string title(const At& at, const toml::node& node) {
   return text;
 }
 
+// On one line, each run of white space as a blank: it may be written as a block, but is shown in lists.
 std::string description(const At& at, const toml::node& node) {
   std::string line;
   for (const std::string_view word : utils::split_words(text_of(at, node))) {
@@ -251,6 +277,7 @@ std::vector<std::string> page_ids(const At& at, const toml::node& node) {
   return ids;
 }
 
+// "" takes a page to the top, so unlike an id it may be empty.
 std::string parent(const At& at, const toml::node& node) {
   const std::string& id = text_of(at, node);
   if (!id.empty()) require_page_id(at, id);
@@ -285,6 +312,7 @@ void read_pages(const At& at, const toml::node& node, WikiConfig& config) {
   for (const toml::node& element : *list) {
     const At entry{at.file, element.source().begin.line, "[[page]] id"};
     config.pages.push_back(page_entry(at.file, table_of({at.file, entry.line, "[[page]]"}, element)));
+    // After the whole table is read, as its keys come in any order.
     const std::string& id = config.pages.back().id;
     if (id.empty()) entry.refuse("missing; every [[page]] needs the id of the page that it adds or amends");
     if (!ids.insert(id).second) entry.refuse(shown(id) + " stands twice; put its keys into one [[page]]");
@@ -313,13 +341,14 @@ void read_embedding(const At& at, const toml::node& node, WikiConfig& config) {
        {"model", [&](const At& k, const toml::node& v) { config.embedding_model = text_of(k, v); }},
        {"api_key_env",
         [&](const At& k, const toml::node& v) { config.embedding_api_key_env = variable_name(k, v); }}});
-  if (config.embedding_provider != "http") return;
+  if (config.embedding_provider != "http") return;  // url and model may stay in the file, unused
   const At missing_url{at.file, at.line, "[embedding] url"};
   const At missing_model{at.file, at.line, "[embedding] model"};
   if (config.embedding_url.empty()) missing_url.refuse("missing; provider \"http\" needs one");
   if (config.embedding_model.empty()) missing_model.refuse("missing; provider \"http\" needs one");
 }
 
+// `steering = "..."` or a table with `text`: people write a long text in a table of its own.
 void read_steering(const At& at, const toml::node& node, WikiConfig& config) {
   if (node.is_string()) {
     config.steering = text_of(at, node);
@@ -331,12 +360,14 @@ void read_steering(const At& at, const toml::node& node, WikiConfig& config) {
              {{"text", [&](const At& k, const toml::node& v) { config.steering = text_of(k, v); }}});
 }
 
-// Steps over strings and comments of TOML text, and says in which line a key has too many parts.
+// Finds keys with too many parts, before the parser builds a table for each part. It scans for dots outside
+// of strings and comments, and counts them since the last character that ends a key or a value; numbers have
+// dots too, but never that many.
 class KeyDepth {
  public:
   explicit KeyDepth(std::string_view text) : text_(text) {}
 
-  // The line, or 0 when there is none. Text that is no TOML is read like TOML up to where it is none.
+  // The line of the first such key, or 0. Text that is no TOML is scanned alike; the parser refuses it later.
   std::size_t first_deep_line() {
     for (int dots = 0; at_ < text_.size();) {
       const char c = text_[at_];
@@ -362,6 +393,7 @@ class KeyDepth {
     const bool block = text_.substr(at_, 3) == std::string(3, quote);
     at_ += block ? 3 : 1;
     for (; at_ < text_.size(); ++at_) {
+      // A backslash escapes in basic strings alone; a line end ends a string that is not closed.
       if (quote == '"' && text_[at_] == '\\') {
         ++at_;
       } else if (block ? text_.substr(at_, 3) == std::string(3, quote) : text_[at_] == quote) {
@@ -379,6 +411,7 @@ class KeyDepth {
 
 constexpr std::string_view kTooLarge = " is larger than 1 MiB; it cannot be a configuration";
 
+// What must hold before the parser sees the text.
 void require_readable(std::string_view text, const std::string& name) {
   if (text.size() > kLargestConfig) throw ConfigError(name + std::string(kTooLarge));
   try {
@@ -401,7 +434,8 @@ toml::table parse(std::string_view text, const std::string& name) {
   }
 }
 
-// A symbolic link out of the repository, or text that is not UTF-8, is for the user to correct.
+// A symbolic link out of the repository, or text that is not UTF-8, is for the user to correct, so it is a
+// ConfigError. IoError, which derives from Error as well, passes: it is a failure to read.
 std::string config_text(const std::filesystem::path& path) {
   try {
     return utils::read_text_file_within(path.parent_path(), path);
@@ -416,6 +450,7 @@ std::string config_text(const std::filesystem::path& path) {
 
 WikiConfig parse_config(std::string_view text, const std::string& name) {
   require_readable(text, name);
+  // With line feeds alone, so that a steering and its hash are the same in a checkout with CR LF.
   const toml::table table = parse(utils::normalise_line_ends(text), name);
   WikiConfig config;
   read_table(name, "", table,
@@ -429,9 +464,11 @@ WikiConfig parse_config(std::string_view text, const std::string& name) {
 WikiConfig load_config(const std::filesystem::path& path) {
   const std::string name = path.filename().string();
   if (!utils::is_regular_file(path)) {
+    // A directory or a pipe in its place is a mistake to name, not a missing file.
     if (std::filesystem::exists(path)) throw ConfigError(name + " is no regular file");
     return {};
   }
+  // Before it is read: a huge file must not be taken into memory to be refused.
   if (std::filesystem::file_size(path) > kLargestConfig) throw ConfigError(name + std::string(kTooLarge));
   return parse_config(config_text(path), name);
 }

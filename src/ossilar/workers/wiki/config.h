@@ -1,4 +1,11 @@
-// What `ossilar.toml` says.
+// What `ossilar.toml` says, and what a page id is.
+//
+// load_config() is called when a wiki is set up or opened (host/open_wiki.cc) and by a check
+// (check/wiki_check.cc). From then on it is data: an open wiki does not read the file again; a session opens
+// the wiki anew when it changes.
+//
+// Threads: functions without state, to be called from any thread. Failures: utils::ConfigError for whatever
+// the user can correct, utils::IoError for a file that cannot be read. Nothing is written.
 #pragma once
 
 #include <chrono>
@@ -27,12 +34,17 @@ struct PageEntry {
   std::string steering;
 };
 
+// The defaults are what an empty file means.
 struct WikiConfig {
-  std::string dir = "wiki";
+  std::string dir = "wiki";  // relative to the repository's root, '/' between parts
   bool diagrams = true;
+  // Fewer valid citations refuse a save. Two: one alone would let a page rest on a single place. 0: none.
   std::int64_t min_citations_per_page = 2;
+  // How long a save waits for the write lock. Long enough for the saves of several others one after another,
+  // short enough that an agent hears of a lock that does not come free.
   std::chrono::milliseconds lock_timeout{std::chrono::seconds(30)};
-  // The embedding provider: "local", or "http" with the three below.
+  // "local", or "http" with the three below: url and model are needed then; the last is the name of the
+  // environment variable that holds the key, "" for a service without one.
   std::string embedding_provider = "local";
   std::string embedding_url;
   std::string embedding_model;
@@ -41,19 +53,21 @@ struct WikiConfig {
   std::vector<PageEntry> pages;
 };
 
-// Reads the configuration in `text`; `name` is the file's name for messages. Throws utils::ConfigError with
-// file, line and key for TOML that does not parse, an unknown key or table, a wrong type or value, a page id
-// that is no slug or stands twice, a steering or title that is no UTF-8.
+// Reads the configuration in `text`; `name` is the file's name for messages. Throws utils::ConfigError for a
+// text that is larger than 1 MiB, is not UTF-8 or is not TOML, and with file, line and key for an unknown
+// key, a wrong type or value, and a page id that is none or stands twice.
 WikiConfig parse_config(std::string_view text, const std::string& name);
 
-// The configuration of the file `path`; the defaults when there is none.
+// The configuration in the file `path` (absolute); the defaults when there is none. Throws utils::ConfigError
+// as parse_config() does, and for a path that is no regular file or a link out of its directory.
 WikiConfig load_config(const std::filesystem::path& path);
 
 inline constexpr std::size_t kLongestPageId =
-    200;  // bytes; with ".md" it fits in a path on every file system
+    200;  // bytes; one part of that length and ".md" is below the 255 bytes that file systems allow a name
 
 // Whether `id` is a page id: parts of lower-case letters, digits, '-', '_' and '.', joined by '/', none of
-// them empty, "." or "..", at most 200 bytes in all.
+// them empty, "." or "..", at most kLongestPageId bytes in all. No capitals: on a file system that ignores
+// case, two ids must not name one file.
 bool is_page_id(std::string_view id);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,5 @@
+// As JSON and not as the texts one after another: where one diagram ends and the next begins is a part of the
+// text, so different diagrams cannot give the same one.
 #include "ossilar/workers/wiki/diagrams.h"
 
 #include "ossilar/utils/json.h"

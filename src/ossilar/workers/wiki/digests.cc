@@ -1,3 +1,9 @@
+// The plain way compares the text of pages. It would mark the pages above stale for every edit, which nobody
+// would heed for long. So only what a page above can rest on is compared: which sections there are, and how
+// each begins.
+//
+// Only the plan's synthesis pages are walked for topics and pages about the whole wiki, and parents are
+// followed upward from the changed page: a save's cost does not grow with the number of pages about parts.
 #include "ossilar/workers/wiki/digests.h"
 
 #include <algorithm>
@@ -12,11 +18,12 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// Bytes of a section's opening that go into the abstract: a sentence or two, so that a page above is marked
-// stale by a change of what a part is, not by every change of detail.
+// Bytes of a section's opening that go into the abstract: a sentence or two. More would mark the pages above
+// stale for a change of detail, less would miss a change of what the part is.
 constexpr std::size_t kLongestOpening = 280;
 
-// The first line of prose below the section's heading.
+// The first paragraph, or lower heading, below the section's heading as plain text: markup and link targets
+// may change freely.
 std::string opening_of(const Section& section) {
   const std::string prose = utils::prose_text(section.text.substr(section.below));
   const std::string_view stripped = utils::strip(prose);
@@ -33,12 +40,13 @@ Map openings_of(const std::vector<Section>& sections) {
 
 std::string hash_of(const Map& openings) { return _text_hash(utils::json_text(openings)); }
 
-// Digests of former versions hold the openings themselves.
+// Digests that earlier versions stored hold the openings themselves, not their hash.
 std::string abstract_of(const Map& digest) {
   const Map& abstract = utils::member(digest, "abstract");
   return abstract.is_array() ? hash_of(abstract) : utils::text_form(abstract);
 }
 
+// Linear: lists of related pages and of causes are usually short.
 bool contains(const std::vector<std::string>& list, const std::string& wanted) {
   return std::find(list.begin(), list.end(), wanted) != list.end();
 }
@@ -68,7 +76,7 @@ std::vector<std::string> changed_abstracts(const store::PageDigests& before,
 std::map<std::string, std::vector<std::string>> synthesis_dependents(
     const Plans& plans, const std::vector<std::string>& changed) {
   std::map<std::string, std::vector<std::string>> dependents;
-  if (changed.empty()) return dependents;
+  if (changed.empty()) return dependents;  // the usual save: nothing above it became stale
   for (const std::size_t i : plans.syntheses()) {
     const PagePlan& plan = plans[i];
     for (const std::string& page_id : changed) {
@@ -79,7 +87,7 @@ std::map<std::string, std::vector<std::string>> synthesis_dependents(
     }
   }
   for (const std::string& page_id : changed) {
-    // A chain of parents has no cycle (the plan refuses one), and is as short as folders nest.
+    // This ends: the plan refuses a cycle of parents. A parent that is an overview is in the list already.
     const PagePlan* plan = plans.find(page_id);
     for (plan = plan != nullptr ? plans.find(plan->parent) : nullptr; plan != nullptr;
          plan = plans.find(plan->parent)) {

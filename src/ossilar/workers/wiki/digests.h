@@ -1,4 +1,10 @@
-// What pages about parts tell the pages above them.
+// Digests: what a page about a part tells the pages that build on it. A change of a digest makes these stale.
+//
+// The draft of a save makes the digest, its commit compares and marks (agent_save.cc, host/orchestrator.cc);
+// adoption and check do the same for pages that arrive otherwise.
+//
+// Threads: functions without state, to be called from any thread. Failures: nlohmann::json::type_error for a
+// body that is not UTF-8; nothing is written here.
 #pragma once
 
 #include <string>
@@ -10,20 +16,19 @@
 
 namespace ossilar::workers::wiki {
 
-// The digest of a unit page: `title`, and as `abstract` a hash of the heading and the opening of each
-// section, which is what a synthesis page builds on. Every process holds all digests, and asks only whether
-// they changed. What the page cites is no part of it.
+// The digest of a unit page: its `title`, and as `abstract` a hash of the heading and the opening of each
+// section of `body`, which is what a synthesis page builds on. A hash is enough, and small: every process
+// holds all digests, and asks only whether one changed. `citations` are no part of it.
 Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations);
 
-// Whether the two digests say the same of their sections.
+// Whether the two digests say the same of their sections; titles are not compared.
 bool same_abstract(const Map& a, const Map& b);
 
-// The ids of the pages whose abstract differs between the two, those that only one of them has included, in
-// order.
+// The ids of the pages whose abstract differs between the two, in order. A page that one lacks differs.
 std::vector<std::string> changed_abstracts(const store::PageDigests& before, const store::PageDigests& after);
 
-// For each synthesis page that builds on one of the `changed` pages, those it builds on: `overview` and
-// `architecture`, the pages above a changed one, and topics that name it as related.
+// By page, which of the `changed` pages it builds on; pages that build on none are left out. Overview and
+// architecture pages build on all others, every page on those below it, and a topic on its related pages.
 std::map<std::string, std::vector<std::string>> synthesis_dependents(const Plans& plans,
                                                                      const std::vector<std::string>& changed);
 

@@ -1,3 +1,13 @@
+// The parser decides where blocks begin; the text itself is only ever cut and joined, never rendered from the
+// parsed tree. A round trip through the tree would change the author's bytes, against both laws.
+//
+// The difficult part is to find where the authored text ends. The marker is a plain line, so it may be quoted
+// in a code example, be swallowed by a block that is left open, or come back inside a page that an agent
+// hands in whole. Hence two searches: find_frame() for a text that somebody hands in, and
+// find_stored_frame(), which is more generous, for a page file, whose end was most likely written by a save.
+//
+// tests/ossilar/workers/wiki/laws_test.cc holds the laws against the examples of the CommonMark specification
+// and against generated pages.
 #include "ossilar/workers/wiki/finalize.h"
 
 #include <algorithm>
@@ -12,13 +22,15 @@ namespace {
 using utils::Block;
 using utils::BlockKind;
 
-// Follows the marker, so that a generated part is told from an example of one.
+// Follows the marker. Inside a block that was left open the parser sees no marker; the note right below tells
+// it from an example of one.
 constexpr std::string_view kGeneratedNote =
     "<!-- What follows is rebuilt by every save; write above the marker. -->";
 
-// The parts of a generated part that its size is bounded by.
+// A page may rest on thousands of files; beyond what a reader looks through, the list only says how many
+// more. The record has all of them.
 constexpr std::size_t kMostSourcesListed = 60;
-constexpr std::size_t kLongestSummary = 600;  // bytes; a summary stands in lists
+constexpr std::size_t kLongestSummary = 600;  // bytes: a few sentences; index.md has it on the page's line
 
 std::string_view line_at(std::string_view text, std::size_t at) {
   return at > text.size() ? std::string_view() : text.substr(at, text.find('\n', at) - at);
@@ -36,7 +48,8 @@ std::string_view without_trailing_blanks(std::string_view line) {
 
 bool is_marker(std::string_view line) { return without_trailing_blanks(line) == kGeneratedMarker; }
 
-// The offsets of the lines that are the marker, wherever they stand.
+// The offsets of the lines that are the marker, code and quotes included. find() first: most texts have none,
+// and then no line is looked at.
 std::vector<std::size_t> marker_lines(std::string_view text) {
   std::vector<std::size_t> found;
   for (std::size_t at = text.find(kGeneratedMarker); at != std::string_view::npos;
@@ -46,8 +59,8 @@ std::vector<std::size_t> marker_lines(std::string_view text) {
   return found;
 }
 
-// Where our note stands behind the marker at `at`: right below it, or below one line that closes an open
-// block.
+// The offset of our note below the marker at `at`: on the next line, or on the one after it, if a line that
+// closes an open block is between them.
 std::optional<std::size_t> note_below(std::string_view text, std::size_t at) {
   for (int lines = 0; lines < 2; ++lines) {
     at = next_line(text, at);
@@ -56,9 +69,10 @@ std::optional<std::size_t> note_below(std::string_view text, std::size_t at) {
   return std::nullopt;
 }
 
-// Where a generated part begins: at the first marker that begins a block at the top level, or that stands
-// inside a block that ends right below it, before our note, as a page ends what its author left open. A
-// marker in a code example is neither.
+// Where a generated part begins: at the first marker that begins a block at the top level. Or at one inside a
+// block, if that block ends right below it and our note begins the next: so a page looks whose author left a
+// block open (see generated_part()). A marker in a code example is neither, so the plain search for its line
+// would cut a page off in the middle.
 std::optional<std::size_t> find_frame(std::string_view text) {
   const std::vector<std::size_t> markers = marker_lines(text);
   if (markers.empty()) return std::nullopt;
@@ -74,8 +88,9 @@ std::optional<std::size_t> find_frame(std::string_view text) {
   return found == markers.end() ? std::nullopt : std::optional(*found);
 }
 
-// The same for a page file, in which a hand that edited it may have left a block open: its last marker with a
-// note.
+// The same for a page file. A hand may have left a block open above the marker, and then CommonMark takes the
+// rest of the file into that block. The last marker with a note is the page's own even so: those that
+// an author quotes are above it.
 std::optional<std::size_t> find_stored_frame(std::string_view stored) {
   if (const auto frame = find_frame(stored)) return frame;
   const std::vector<std::size_t> markers = marker_lines(stored);
@@ -84,7 +99,7 @@ std::optional<std::size_t> find_stored_frame(std::string_view stored) {
   return noted == markers.rend() ? std::nullopt : std::optional(*noted);
 }
 
-// `text` up to the generated part at `frame`, without the blank line that the page puts before it.
+// `text` up to the generated part at `frame`, without the blank line that assemble_page() puts before it.
 std::string_view before_frame(std::string_view text, std::size_t frame) {
   std::string_view before = text.substr(0, frame);
   if (before.size() >= 2 && before.substr(before.size() - 2) == "\n\n") before.remove_suffix(1);
@@ -98,13 +113,16 @@ struct Leading {
 
 bool is_blank(std::string_view text) { return text.find_first_not_of(" \t\n") == std::string_view::npos; }
 
-// Whether `heading` may begin with link definitions, which are no part of what it says.
+// Whether `heading` may begin with link definitions. CommonMark takes them off a Setext heading's text, so
+// taking the heading off would silently drop them.
 bool may_define_links(std::string_view heading) {
   const std::size_t start = heading.find_first_not_of(' ');
   return start != std::string_view::npos && heading[start] == '[' &&
          heading.find("]:") != std::string_view::npos;
 }
 
+// All level-1 headings at the start, not the first alone: with one left, saving a page again would take off
+// more than the save before.
 Leading leading_headings(std::string_view text) {
   Leading leading;
   for (const Block& block : utils::top_level_blocks(text)) {
@@ -127,6 +145,8 @@ std::string one_line(std::string_view text) {
   return out;
 }
 
+// `text` as Markdown that reads as itself. Text that does so already stays as it is, so that titles are easy
+// to read in the file; brackets are always escaped, as a definition elsewhere could make a link of them.
 std::string escaped_inline(const std::string& text) {
   if (utils::plain_inline(text) == text && text.find('[') == std::string::npos) return text;
   static constexpr std::string_view kMarks = "\\`*_<>[]&#~|!";
@@ -189,18 +209,18 @@ std::string generated_part(const PagePlan& plan, const std::string& authored,
                            const std::vector<Diagram>& diagrams, const PageLinks& links,
                            const std::string& record) {
   std::string out = std::string(kGeneratedMarker) + "\n";
-  // A block that the author left open would swallow what follows, links included. (The marker ends some
-  // itself.)
+  // A block that the author left open would swallow what follows, link definitions included, so it is closed
+  // here. Asked with the marker in place: that ends a comment by itself, and a second end would show.
   if (const std::string closer = utils::closing_line(authored + "\n" + out); !closer.empty())
     out += closer + "\n";
   out += std::string(kGeneratedNote) + "\n\n";
   out += diagrams_part(diagrams) + sources_part(plan.stored_source_files()) + definitions_part(links);
-  out.erase(out.find_last_not_of('\n') + 1);
+  out.erase(out.find_last_not_of('\n') + 1);  // one line feed at the end, whichever part is the last
   out += "\n";
   return record.empty() ? out : with_record(std::move(out), record);
 }
 
-// The first paragraph above the sections as plain text on one line.
+// The first paragraph above the sections as plain text, cut to what a list shows on one line.
 std::string summary_line(const Authored& authored, const std::string& description) {
   const std::string prose = utils::prose_text(authored.summary);
   const std::string_view stripped = utils::strip(prose);
@@ -283,6 +303,7 @@ std::vector<std::string> section_headings(std::string_view text) {
 Authored split_authored(std::string_view stored, std::string_view /*description*/) {
   std::string_view text = stored;
   if (const auto frame = find_stored_frame(text)) text = before_frame(text, *frame);
+  // What assemble_page() puts in front, a title line and a blank line; other level-1 headings stay.
   if (text.substr(0, 2) == "# ") {
     text.remove_prefix(next_line(text, 0));
     if (!text.empty() && text.front() == '\n') text.remove_prefix(1);

@@ -1,4 +1,4 @@
-// A page as it is stored: title, the authored text, and below a marker what ossilar adds.
+// A page as it is stored: the title, the authored text, and below a marker what ossilar adds.
 //
 //   # Title
 //
@@ -10,11 +10,18 @@
 //   <!-- ossilar:generated -->
 //   ...
 //
-// Two laws hold for every text. Taking the authored text out of a stored page and finalizing it again gives
-// the same page; and the authored text stands in the page byte for byte, but for line ends, which become line
-// feeds (a last one is added where it is missing), and level-1 headings at its start, which repeat the title
-// and are taken off with a blank line after each (a Setext heading stays where link definitions stand right
-// before it).
+// Two laws hold for every text:
+//
+// - Taking the authored text out of a stored page and finalizing it again gives the same page.
+// - The authored text is in the page byte for byte, with two exceptions. Line ends become line feeds, with
+//   one at the end. Level-1 headings at its start repeat the title, and are taken off with a blank line
+//   after each; a Setext heading stays if link definitions come right before it.
+//
+// The draft of a save puts pages together (host/orchestrator.cc). Everything that reads a page's text takes
+// it apart here: saves of a section, the lint, search, adoption, check, commands and sessions.
+//
+// Threads: functions without state, to be called from any thread. Failures: none of their own; every text is
+// some page. Each parses the text it is given, in time linear in its size.
 #pragma once
 
 #include <string>
@@ -26,15 +33,16 @@
 
 namespace ossilar::workers::wiki {
 
-// The line that ends the authored text of a stored page.
+// The line that ends the authored text of a stored page. An HTML comment: no renderer shows it.
 inline constexpr std::string_view kGeneratedMarker = "<!-- ossilar:generated -->";
 
-// The authored text of a page in two parts: what stands above its first `##` heading, and its sections.
+// The authored text of a page in two parts.
 struct Authored {
-  std::string body;
-  std::string summary;
+  std::string body;     // from its first `##` heading on
+  std::string summary;  // what is above that heading
 
-  // The complete authored text, in the form in which a whole-page save takes it.
+  // The complete authored text, in the form in which a whole-page save takes it. Puts a blank line between
+  // the parts where a summary without a line feed at its end would run into the first heading.
   std::string text() const;
 };
 
@@ -46,22 +54,24 @@ struct FinalizedPage {
   Authored authored;
 };
 
-// What a page links to, settled by whoever knows the other pages and the index.
+// What a page links to. Made by page_links() of citations.h, which knows the other pages and the index.
 struct PageLinks {
   std::vector<Map> citations;  // as FinalizedPage::citations
-  // Link label, as the author wrote it between the brackets but on one line, to its target relative to the
+  // From a link label, as it is between the author's brackets but on one line, to its target relative to the
   // page's file.
   std::vector<std::pair<std::string, std::string>> targets;
 };
 
 // The text of a save as the author's part of the page: line ends normalised and one at the end, leading
-// level-1 headings off, and when the text is a whole stored page, only its authored part.
+// level-1 headings off. Of a whole stored page, as agents hand in after reading it, the authored part.
 std::string authored_text(std::string_view content);
 
-// `text`, line ends normalised, without a generated part, or all of it. The view points into `text`.
+// `text`, whose line ends must be normalised, without its generated part; all of it if it has none. The view
+// points into `text`.
 std::string_view without_generated(std::string_view text);
 
-// The generated part of a page file's text, from its marker on, or nothing. The view points into `stored`.
+// The generated part of a page file's text, from its marker on; "" if it has none. The view points into
+// `stored`.
 std::string_view generated_of(std::string_view stored);
 
 // The level-1 headings that authored_text() takes off the start of `content`, as plain text.
@@ -70,27 +80,28 @@ std::vector<std::string> leading_titles(std::string_view content);
 // Splits a normalised authored text at its first `##` heading.
 Authored split_text(std::string_view authored);
 
-// Puts a page together; `record` (see page_record.h) ends it.
+// Puts a page together. `authored` is as split_text() or split_authored() gives it, and `record` (see
+// pages/page_record.h) ends the page.
 FinalizedPage assemble_page(const PagePlan& plan, const Authored& authored,
                             const std::vector<Diagram>& diagrams, PageLinks links,
                             const std::string& record = "");
 
-// The page file's text, which has no record yet, with `record` at its end.
+// `page_text`, the text of a page file without a record, with `record` at its end.
 std::string with_record(std::string page_text, const std::string& record);
 
-// The title that the page file is headed with, as plain text; "" when it has none.
+// The title in the first line of the page file, as plain text; "" when that is no `# ` heading.
 std::string title_line(std::string_view page_text);
 
 // The text that search works on: the page without its generated part and without its title.
 std::string searchable_text(std::string_view markdown);
 
-// The `##` headings of `text` in order, as plain text without their marks; none inside code, HTML, quotes,
-// lists.
+// The level-2 headings of `text` in order, as plain text without their marks. Headings inside code, HTML,
+// quotes and lists are not among them.
 std::vector<std::string> section_headings(std::string_view text);
 
-// The authored part of a stored page; of a text without title line or marker, all that is there. Laws: see
-// above. A page without a summary stays without one: the plan's `description` stands in for it in rows and
-// lists only, and is never put into the text.
+// The authored part of a stored page; of a text without title line or marker, all that is there.
+// `description`, the plan's, is not used: it stands in for a missing summary in rows and lists, but never in
+// the text.
 Authored split_authored(std::string_view stored, std::string_view description);
 
 }  // namespace ossilar::workers::wiki

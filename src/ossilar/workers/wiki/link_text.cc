@@ -1,3 +1,5 @@
+// Every process asks each row for its former titles when it builds the title index, and few rows have any.
+// Parsing a cache costs far more than looking for the key in its text, so the text is searched first.
 #include "ossilar/workers/wiki/link_text.h"
 
 #include <algorithm>
@@ -9,7 +11,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// The C library's search stops less often than the string's own, which looks at every first character.
+// memmem(): std::string_view::find() stops at each occurrence of the first character, here a quotation mark,
+// of which JSON is full.
 bool holds(std::string_view text, std::string_view wanted) {
   return memmem(text.data(), text.size(), wanted.data(), wanted.size()) != nullptr;
 }
@@ -27,11 +30,12 @@ Map parsed_build_cache(const std::string& text) {
     Map cache = utils::parse_json(text, "build cache");
     return cache.is_object() ? cache : Map::object();
   } catch (const utils::Error&) {
-    return Map::object();  // a page whose cache is damaged has lost its titles' history, not its text
+    return Map::object();  // what is lost is the history of titles; the page's text is in its file
   }
 }
 
-// A key stands in the text as it is, unless someone else wrote it with an escape for one of its letters.
+// In the text a key looks as it is, unless another program wrote it with an escape for one of its letters;
+// such an escape begins with \u00. A key found in a string or deeper inside only costs a parse for nothing.
 Map build_cache_member(const Map* row, const char* key) {
   if (row == nullptr) return {};
   const Map& text = utils::member(*row, "build_cache");
@@ -41,6 +45,7 @@ Map build_cache_member(const Map* row, const char* key) {
   return may_have ? utils::member(build_cache_of(row), key) : Map();
 }
 
+// A title that is no string is passed over: what another program left in a row must not fail a save.
 std::vector<std::string> former_titles(const Map* row) {
   std::vector<std::string> titles;
   for (const Map& title : build_cache_member(row, FORMER_TITLES_KEY)) {

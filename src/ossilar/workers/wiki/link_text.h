@@ -1,4 +1,11 @@
-// The texts under which a page can be linked: its title and the titles it had.
+// The titles under which a page was linked before, and the build cache of a row, which keeps them. When a
+// page is renamed, links by its former titles still lead to it.
+//
+// A save records former titles (agent_save.cc, host/orchestrator.cc), the title index looks pages up by them
+// (host/title_index.cc), and a page's record takes them to clones (pages/page_record.cc). The build cache is
+// read here for page_title.cc, citing/page_state.cc and check/adoption.cc as well.
+//
+// Threads: functions without state, to be called from any thread. Failures: none; a damaged cache is empty.
 #pragma once
 
 #include <optional>
@@ -15,20 +22,20 @@ inline constexpr const char* FORMER_TITLES_KEY = "former_titles";
 // The former titles that the row records, oldest first; none for an absent row.
 std::vector<std::string> former_titles(const Map* row);
 
-// The former titles after a save: `former` and those of `shown` that are there, each once, without `title`
-// itself, which is a former title no more.
+// The former titles after a save: `former`, then the titles of `shown`, under which the page was known until
+// now; each once. Empty titles are left out, and so is `title`, the page's now.
 std::vector<std::string> renamed(const std::vector<std::string>& former,
                                  const std::vector<std::optional<std::string>>& shown,
                                  const std::string& title);
 
-// The build cache of a stored row as an object; empty when the row is absent or its cache is damaged.
+// The build cache of a stored row as an object; empty when `row` is null or its cache is damaged.
 Map build_cache_of(const Map* row);
 
-// The same of its text.
+// The same for the cache's JSON text.
 Map parsed_build_cache(const std::string& text);
 
-// What that object has under `key`, null when nothing. Looks for the key before it parses the cache; few
-// pages have the keys of this room.
+// What that object has under `key`, or null. Much cheaper than build_cache_of() where the key is missing, as
+// it is for most pages: the cache is parsed only if its text may have the key.
 Map build_cache_member(const Map* row, const char* key);
 
 }  // namespace ossilar::workers::wiki

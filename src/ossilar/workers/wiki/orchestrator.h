@@ -1,11 +1,13 @@
-// The host of one save: supplies what the pipeline of agent_save.h asks for, from a wiki that many share
-// (host/wiki.h).
+// The host of one save: gives the pipeline of agent_save.h what it asks for, from a wiki that many share
+// (host/wiki.h). Defined in host/orchestrator.cc.
 //
-// A WikiGenerator is made for one save and ends with it. What that save reads and settles on its way is in
-// two objects of its own (host/save_at_work.h), so no other save can replace it: a draft reads one snapshot
-// of everything; what the commit decides from is read again under the write lock.
+// host/saving.cc makes one for each save, check/adoption.cc to draft again the pages that it adopts. What
+// the save reads and settles is in two objects of its own (host/save_at_work.h), so no other save can replace
+// it. A draft reads one snapshot; what the commit decides by is read again under the lock.
 //
-// Threads: one; any number of generators work on one wiki at a time. Failures: see agent_save.h.
+// Threads: a generator belongs to one thread; any number of them work on one wiki at a time. Failures: see
+// agent_save.h. Beside those, utils::Cancelled leaves a save whose task was cancelled before it had the lock;
+// nothing is written then.
 #pragma once
 
 #include <filesystem>
@@ -26,26 +28,26 @@ struct DraftBasis;
 struct DraftAtWork;
 struct CommitAtWork;
 
-// What a save is given beside its four arguments.
+// What a save is given beside the four arguments of save_agent_page().
 struct SaveTerms {
   // Save only onto this version of the page (see pages/page_version.h); none: onto any.
   std::optional<std::string> if_version = {};
-  // Draft from this; null: from the wiki as it is at each draft.
+  // Draft from this; null: from the wiki as it is when each draft begins.
   const DraftBasis* basis = nullptr;
 };
 
 class WikiGenerator final : public AgentSaveMixin {
  public:
-  // `wiki`, `task`, which may cancel and watch the save, and the basis of `terms` outlive it.
+  // `wiki`, `task` and the basis in `terms` must outlive it. `task` may watch and cancel the save.
   WikiGenerator(Wiki& wiki, utils::Task& task, SaveTerms terms = {});
   ~WikiGenerator() override;
 
-  // The first half of a save alone, for those who only want to know: no lock, no write.
+  // The first half of a save alone, for a dry run or an adoption: no lock, no write.
   std::variant<_PageDraft, Answer> draft(const std::string& page_id, const std::string& content,
                                          const std::optional<std::string>& section = {},
                                          const std::optional<std::string>& title = {});
 
-  // The version that the last draft gives the page.
+  // The version that the last draft gives the page; "" before the first one, and after one that was refused.
   const std::string& drafted_version() const;
 
  protected:
@@ -56,7 +58,7 @@ class WikiGenerator final : public AgentSaveMixin {
   void _publish_agent_save() override;
   Answer _with_section(const PagePlan& plan, const std::string& heading, const std::string& text) override;
 
-  // In the order of the contract.
+  // In the order in which agent_save.h declares them, which says when each is called.
   store::Repository& repository() override;
   const std::string& branch() const override;
   const std::filesystem::path& pages_dir() const override;

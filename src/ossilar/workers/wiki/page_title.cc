@@ -1,3 +1,5 @@
+// Pages link each other by title, so no two pages may have the same one. The check needs all rows and all
+// plans, which a save has at hand; it is only final under the write lock, where nobody else can take a title.
 #include "ossilar/workers/wiki/page_title.h"
 
 #include <algorithm>
@@ -15,7 +17,9 @@ std::size_t count_characters(std::string_view text) {
       text.begin(), text.end(), [](char c) { return (static_cast<std::uint8_t>(c) & 0xC0U) != 0x80U; }));
 }
 
-// Why `title` can be no title, or "".
+// Why `title` cannot be one, or ""; the words follow "it" in the message. The title is shown on one line and
+// linked as [title], which explains the rules. Line ends and tabs are asked for by name, as printable()
+// leaves them.
 std::string title_fault(std::string_view title) {
   if (title.empty()) return "is blank";
   if (count_characters(title) > kLongestTitle) return "is longer than 200 characters";
@@ -25,7 +29,9 @@ std::string title_fault(std::string_view title) {
   return "";
 }
 
-// The id of another page that has this title, or "".
+// The id of another page that has this title, or "". Compared by fold(), so that titles which a reader would
+// take for the same are the same. Former titles do not count: a present title comes before them in every
+// link. Walks over all pages, but only for a save that asks for a title.
 std::string holder_of(const std::string& title, const std::string& page_id, const Plans& plans,
                       const store::StoredRows& existing) {
   const std::string wanted = utils::fold(title);
@@ -36,7 +42,7 @@ std::string holder_of(const std::string& title, const std::string& page_id, cons
   existing.for_each(
       [&](const std::string& id, const Map& row) { look(id, utils::string_member(row, "title")); });
   for (std::size_t i = 0; i < plans.size() && holder.empty(); ++i) {
-    // A page with a row goes by its row's title.
+    // A page with a row goes by its row's title; its planned one is free.
     if (existing.find(plans[i].page_id) == nullptr) look(plans[i].page_id, plans[i].title);
   }
   return holder;

@@ -1,4 +1,10 @@
 // The title of a page: planned, or chosen by an agent.
+//
+// A save settles it twice, in its draft and again under the write lock (agent_save.cc); host/wiki_reader.cc
+// settles it for the context of a page. The other callers ask agent_title() to carry a chosen title on.
+//
+// Threads: functions without state; the plan handed in belongs to the caller. Failures: a title that cannot
+// be had is the returned answer, and the plan's title then stays as it was.
 #pragma once
 
 #include <optional>
@@ -13,15 +19,17 @@ namespace ossilar::workers::wiki {
 // The build cache's key of the title that an agent chose.
 inline constexpr const char* AGENT_TITLE_KEY = "agent_title";
 
-// Titles longer than this (in characters) are refused: they stand in lists and link texts.
+// Titles of more characters (code points) than this are refused: they are shown in lists and link texts.
 inline constexpr std::size_t kLongestTitle = 200;
 
-// The title that an agent gave the page at its last save or earlier, or none.
+// The title that an agent gave the page at its last save or earlier, by the page's row (null: no row); none
+// when the page goes by its planned title.
 std::optional<std::string> agent_title(const Map* row);
 
-// Settles plan.title for a save: the requested title, or without one the title that an agent gave the page,
-// or the planned one. A non-empty result refuses the save: its `error` says why the title cannot be had
-// (blank, too long, more than one line, brackets, or the title of another page) and `page_id` names the page.
+// Settles plan.title for a save: the requested title without blanks around it; without one, or with an empty
+// one, the title that an agent gave the page, else the planned one, which is not checked. A non-empty result
+// refuses the save: `error` says why the title cannot be had (blank, too long, more than one line, brackets,
+// control characters, or the title of another page), `page_id` names the page.
 Answer retitle(PagePlan& plan, const std::optional<std::string>& title, const Plans& plans,
                const store::StoredRows& existing);
 

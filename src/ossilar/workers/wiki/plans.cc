@@ -1,3 +1,7 @@
+// Copying all plans for each draft would be simpler, and cost a large wiki thousands of records for one
+// changed title. With copy on write a draft copies one record; all others are shared and const.
+//
+// Ids and synthesis pages are indexed once, when the plan is derived: every save asks for them.
 #include "ossilar/workers/wiki/plans.h"
 
 #include <utility>
@@ -9,7 +13,7 @@ Plans::Plans(std::vector<PagePlan> pages) {
   derived->pages = std::move(pages);
   for (std::size_t i = 0; i < derived->pages.size(); ++i) {
     const PagePlan& plan = derived->pages[i];
-    derived->first_by_id.try_emplace(plan.page_id, i);
+    derived->first_by_id.try_emplace(plan.page_id, i);  // of two with the same id, the first stays
     if (plan.type == "overview" || plan.type == "architecture" || plan.type == "topic")
       derived->syntheses.push_back(i);
   }

@@ -1,3 +1,5 @@
+// The parser says what is prose; citations are taken out afterwards. They are text to it, as the page's link
+// definitions are not in `body`, and a page with many would otherwise seem longer than it reads.
 #include "ossilar/workers/wiki/prose_words.h"
 
 #include <algorithm>
@@ -10,6 +12,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
+// With blanks in place of each label, not without it: what is on both sides stays two words, and places stay
+// valid. The brackets stay too, but are no words. All that has a citation's form is left out, valid or not.
 std::string without_citations(std::string text) {
   std::vector<std::pair<std::size_t, std::size_t>> places;  // offset and size of each label
   for (const std::string_view label : bracketed(text)) {
@@ -20,6 +24,8 @@ std::string without_citations(std::string text) {
   return text;
 }
 
+// A dash or a table's bar alone is no word. Bytes beyond ASCII count without a look at what character they
+// are, so a run of Chinese, which has no blanks, counts as one word.
 bool is_word(std::string_view text) {
   return std::any_of(text.begin(), text.end(), [](char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||

@@ -1,3 +1,9 @@
+// Sections are byte ranges of the text, and replacing one joins three pieces: the text before, the new one,
+// the text after. Rendering a changed tree of blocks would respell every other section.
+//
+// Joining is not enough by itself. A fence, a list or an HTML block that the new text leaves open takes in
+// the heading that follows. So parted() asks the parser whether that heading is still one, and adds as little
+// as makes it one. Matching "## " at line starts would find headings in code and miss Setext ones.
 #include "ossilar/workers/wiki/sections.h"
 
 #include <algorithm>
@@ -16,7 +22,8 @@ using utils::BlockKind;
 
 bool ends_section(const Block& block) { return block.kind == BlockKind::heading && block.level <= 2; }
 
-// A heading without `##` marks in front and behind, if it is written with them.
+// `heading` without the marks in front, if it is written with them. As in CommonMark, marks are up to six and
+// end with a blank: "#define" is a heading's text.
 std::string_view without_marks(std::string_view heading) {
   heading = utils::strip(heading);
   const std::size_t text = heading.find_first_not_of('#');
@@ -25,7 +32,8 @@ std::string_view without_marks(std::string_view heading) {
   return marked ? utils::strip(heading.substr(text)) : heading;
 }
 
-// An exact match first, so that two headings that differ in case alone can both be named.
+// The first section that `heading` names. An exact match goes first, so that two headings which differ in
+// case or markup alone can both be named.
 std::optional<Section> find_section(std::string_view body, std::string_view heading) {
   const std::vector<Section> sections = sections_of(body);
   const std::string_view wanted = utils::strip(heading);
@@ -44,8 +52,9 @@ std::size_t end_without_feeds(std::string_view text) {
   return last == std::string_view::npos ? 0 : last + 1;
 }
 
-// What `text` says below the section's heading, with the line feeds that part it from the heading: those of
-// `text` itself when it repeats the heading, else a blank line.
+// What `text` says below the section's heading, with the line feeds that separate it from the heading: those
+// of `text` itself if it repeats the heading, else a blank line. The heading counts as repeated only at the
+// start of `text`: further down it is a section that the text adds.
 std::string below_heading(std::string_view text, const std::string& heading) {
   const std::vector<Section> sections = sections_of(text);
   if (!sections.empty() && same_heading(sections.front().heading, heading)) {
@@ -56,16 +65,16 @@ std::string below_heading(std::string_view text, const std::string& heading) {
   return "\n" + std::string(text.substr(std::min(text.find_first_not_of('\n'), text.size())));
 }
 
-// Whether what begins at `at` is read as the heading that it was.
+// Whether the parser still finds a heading of level 1 or 2 at `at`.
 bool heading_stands_at(std::string_view text, std::size_t at) {
   const std::vector<Block> blocks = utils::top_level_blocks(text);
   return std::any_of(blocks.begin(), blocks.end(),
                      [&](const Block& block) { return block.begin == at && ends_section(block); });
 }
 
-// `before` with what it takes for `after`, which begins with a heading, to be read as before: nothing, a
-// blank line, the end of a block left open, or, where a list would take in an indented heading, a comment,
-// which ends it.
+// `before`, with what it takes at its end for `after`, which begins with a heading, to be read as it was.
+// Tried in turn, the least change first: nothing, a blank line, a line that closes an open block. A list goes
+// on over blank lines and takes in an indented heading; a comment ends it.
 std::string parted(const std::string& before, std::string_view after) {
   if (after.empty()) return before;
   for (const std::string& parting :
@@ -78,6 +87,8 @@ std::string parted(const std::string& before, std::string_view after) {
 
 }  // namespace
 
+// A section begins as all that follows its heading, and is cut when the next heading comes. A level-1 heading
+// ends one and begins none.
 std::vector<Section> sections_of(std::string_view body) {
   std::vector<Section> sections;
   bool open = false;
@@ -106,10 +117,11 @@ std::optional<std::string> replace_section(std::string_view body, std::string_vi
   const std::string normalised = utils::normalise_line_ends(text);
 
   std::string replaced(body.substr(0, begin + section->below));
-  if (replaced.back() != '\n') replaced += '\n';
+  if (replaced.back() != '\n') replaced += '\n';  // a heading that ends the body may lack its line feed
   replaced += below_heading(without_generated(normalised), section->heading);
+  // The section keeps the line feeds at its end, and those of `text` go: so a section replaced by itself is
+  // the same.
   replaced.resize(end_without_feeds(replaced));
-  // The line feeds that parted the section from the next one part them still.
   replaced += section->text.substr(end_without_feeds(section->text));
   return parted(replaced, after).append(after);
 }

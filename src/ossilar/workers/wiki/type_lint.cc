@@ -1,3 +1,6 @@
+// The lint looks at the authored part, as the author can mend nothing else; only the size is that of the
+// whole file, which is what a reader gets. A section counts as present by heading_key(), so its case and
+// markup are free.
 #include "ossilar/workers/wiki/type_lint.h"
 
 #include <algorithm>
@@ -11,7 +14,9 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// The row has no type of its own; where a page stands tells it.
+// The row that the lint gets has no type, so the page's id and place tell it. Derived pages about the whole
+// repository have their type as id, and modules are below the top level. A topic that the configuration puts
+// below another page is taken for a module, too.
 const PageType& type_of_row(const Map& row) {
   if (const PageType* own = find_page_type(utils::string_member(row, "page_id")); own != nullptr) return *own;
   const Map& level = utils::member(row, "level");
@@ -23,6 +28,7 @@ Map finding(const std::string& kind, const std::string& detail) {
   return {{"kind", kind}, {"detail", detail}};
 }
 
+// By the outline and not by the text again: the draft has parsed it already.
 void find_missing_sections(const Map& row, std::vector<Map>& findings) {
   const Map& outline = utils::member(utils::member(row, "build_cache"), "outline");
   const PageType& type = type_of_row(row);
@@ -44,7 +50,7 @@ void find_title_headings(const std::string& text, std::vector<Map>& findings) {
     findings.push_back(
         finding("title-heading",
                 "the heading '" + block.text + "' is of level 1 like the page's title; write it with ##"));
-    return;  // one says it
+    return;  // one finding is enough to learn the rule
   }
 }
 

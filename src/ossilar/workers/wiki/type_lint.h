@@ -1,5 +1,8 @@
-// What is worth saying about a page against its page type. Findings are warnings; none keeps a page from
-// being saved.
+// What a page lacks, measured by its page type. Findings are warnings in the answer of a save
+// (agent_save.cc); none keeps a page from being saved.
+//
+// Threads: a function without state, to be called from any thread. Failures: none; a key that the row lacks
+// counts as empty.
 #pragma once
 
 #include <string>
@@ -9,12 +12,13 @@
 
 namespace ossilar::workers::wiki {
 
-// A page of more bytes than this is hard to read in one sitting and exceeds what many agents take in at once.
+// Bytes of a page file, generated part included. A larger page is hard to read in one sitting: 64 KiB are
+// some 16,000 tokens, at four bytes a token.
 inline constexpr std::size_t kLargePage = std::size_t{64} * 1024;
 
-// The findings on the page that `row` (keys `page_id`, `level`, `title`, `summary`, `build_cache`.`outline`)
-// and `markdown` stand for, each with `kind` ("missing-section", "no-summary", "title-heading", "open-block",
-// "page-size") and `detail`.
+// The findings on the page with the text `markdown` and the row `row` (keys `page_id`, `level`, `title`,
+// `summary`, and `build_cache` with `outline`). Each has `kind` ("no-summary", "missing-section",
+// "title-heading", "open-block", "page-size") and `detail`, a sentence that says what to do.
 std::vector<Map> page_type_findings(const Map& row, const std::string& markdown);
 
 }  // namespace ossilar::workers::wiki

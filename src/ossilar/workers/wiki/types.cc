@@ -1,3 +1,4 @@
+// The page types are a table in code and not in the configuration: plans, lint and digests know them by name.
 #include "ossilar/workers/wiki/types.h"
 
 #include <algorithm>
@@ -6,8 +7,10 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// Budgets: a module page should be read in some five minutes (about 200 words a minute), a page about the
-// whole repository in eight.
+// Budgets of prose: at 200 words a minute, 1200 words are read in six minutes and 1600 in eight. The larger
+// ones are for pages that span modules. The lower ends are a few paragraphs, some for each required section.
+//
+// A static in a function: made at the first call, by one thread, whichever file is initialised first.
 const std::array<PageType, 4>& page_types() {
   static const std::array<PageType, 4> types{{
       {"overview",
@@ -40,6 +43,7 @@ std::vector<std::string> PagePlan::stored_source_files() const {
   return {unique.begin(), unique.end()};
 }
 
+// Files that the plan gives a page always win over those that it borrows for its grounding.
 void backfill_source_files(PagePlan& plan, const std::vector<std::string>& files) {
   if (plan.source_files.empty()) plan.source_files = files;
 }

@@ -1,4 +1,8 @@
-// The records that the stages of a save and the host hand to each other.
+// The records that the stages of a save and its host hand to each other, and the table of page types.
+// Most of workers/wiki includes it; it depends on utils alone.
+//
+// Threads: plain values. The page types are made once and never change; find_page_type() may be called from
+// any thread.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +18,7 @@
 
 namespace ossilar::workers::wiki {
 
-// What an agent gets back: an error with `error` as its first key, or what was saved. Keys keep their order.
+// What an agent gets back: what was saved, or a refusal with `error` as its first key. Keys keep their order.
 using Answer = Map;
 
 using StringSet = std::set<std::string, std::less<>>;
@@ -22,12 +26,12 @@ using StringSet = std::set<std::string, std::less<>>;
 // A diagram: its caption and its Mermaid text.
 using Diagram = std::pair<std::string, std::string>;
 
-// What a kind of page is for and what a good one holds.
+// What a kind of page is for, and what a good one has.
 struct PageType {
   std::string name;  // as in PagePlan::type
   bool unit =
       false;  // describes sources of its own and gives a digest; a synthesis page describes other pages
-  std::string purpose;  // one sentence for an author
+  std::string purpose;  // one sentence, shown to the page's author
   std::vector<std::string> required_sections;
   std::int64_t least_words = 0;  // the budget of prose words, both ends included
   std::int64_t most_words = 0;
@@ -39,48 +43,48 @@ struct PagePlan {
   std::string title;
   std::string description;
   std::string importance;  // "high", "medium" or "low"
-  int level = 0;     // 0 for pages about the whole repository, 1 for top modules, 2 for modules in those, ...
-  std::string type;  // the name of a PageType: "overview", "architecture", "module", "topic"
-  std::string parent;                 // the page id of the page above, "" at the top
+  int level = 0;       // without a parent 1 for a module and 0 for any other; else one more than the parent's
+  std::string type;    // the name of a PageType: "overview", "architecture", "module", "topic"
+  std::string parent;  // the page id of the page above, "" at the top
   std::vector<std::string> children;  // page ids
   std::vector<std::string> source_files;
   std::vector<std::string> related_pages;  // page ids
   std::vector<Map> symbols;
   std::string steering;  // what the configuration says about writing this page
 
-  // The source files as the row keeps them: sorted, each once.
+  // The source files as the row keeps them: sorted, each once, whatever their order in the plan.
   std::vector<std::string> stored_source_files() const;
 };
 
+// What index and manifest are told beside the rows.
 struct WikiBuildResult {
   std::string git_commit;
   std::int64_t files_covered = 0;
   Map lint;
 };
 
-// The write lock cannot be had; the message becomes the `error` of the save's answer.
-// Host and component know this signal by this name, of a form that C++ reserves; it is kept for that reason
-// alone.
+// The write lock cannot be had in time. A save catches it, and its message becomes the `error` of the answer.
+// C++ reserves names of this form; pipeline and host know the signal by it, and no other reason keeps it.
 class _WikiBusy : public utils::Error {
  public:
   explicit _WikiBusy(const std::string& message, utils::Place place = utils::Place::current())
       : Error(message, place) {}
 };
 
-// Gives `plan` the source files that its grounding found when it was planned with none.
+// Gives `plan` the source files that its grounding found, but only if it was planned with none.
 void backfill_source_files(PagePlan& plan, const std::vector<std::string>& files);
 
-// The page type that plan.type names; a name that no type has is a "topic".
+// The page type that plan.type names; "topic", which asks for least, when no type has that name.
 const PageType& plan_type(const PagePlan& plan);
 
-// Whether pages above this one are told of it by a digest: a unit page without children. Null, for a page
-// that no plan has, gives none.
+// Whether the page has a digest, which tells the pages that build on it: a unit page without children. False
+// for null, a page that is not planned.
 bool gives_digest(const PagePlan* plan);
 
 // The page type of this name, or null.
 const PageType* find_page_type(std::string_view name);
 
-// The page id of the section that the page stands in: its parent, or "" at the top.
+// What the row's `parent_section` holds: the id of the page's parent, or "" at the top.
 std::string section_of(const PagePlan& plan);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,11 @@
+// The plain way would be to save each page file again. It would give every page the hashes of today's
+// sources, so a clone of an outdated wiki would look fresh, and refuse pages with too few citations that
+// still hold. So a row is made of what the page's record says. A draft by the save pipeline (redraft()) is
+// only compared with the file: where it gives the same bytes, source hashes in the record included, the row
+// that a save would write is the true one, field by field.
+//
+// Everything that decides about a page is read before its first write; digests and marks are written last, as
+// they depend on which pages arrive together.
 #include "ossilar/workers/wiki/check/adoption.h"
 
 #include <algorithm>
@@ -26,7 +34,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The value under `key` of a manifest of an older format, which another program may have written.
+// The value under `key` of an entry of format 1. Another program may have written it, so a value of another
+// type counts as missing.
 template <class Value>
 Value entry_value(const Map& entry, const char* key) {
   const Map& value = utils::member(entry, key);
@@ -52,14 +61,15 @@ std::string as_heading(std::string_view title) {
   return utils::plain_inline(utils::join({words.begin(), words.end()}, " "));
 }
 
-// The title that stands for the page: as it is headed, which its record may know in its own spelling, or as
-// it is planned.
+// The page's title: its heading, in the record's spelling if that is the same title (a heading has lost marks
+// and runs of blanks); without a heading the recorded title, else the planned one.
 std::string adopted_title(const std::string& text, const PagePlan* plan, const std::string& recorded) {
   const std::string heading = title_line(text);
   if (heading.empty()) return recorded.empty() && plan != nullptr ? plan->title : recorded;
   return as_heading(recorded) == heading ? recorded : heading;
 }
 
+// A build cache with the keys and the order of a save's; what only a draft could know is left empty.
 Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
                   const std::vector<std::string>& former) {
   Map cache{{"prose", page.authored.text()},
@@ -74,7 +84,8 @@ Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
   return cache;
 }
 
-// Of a draft of the same sources: what they tell beyond the page's text.
+// Takes from a draft what follows from the sources alone. Right only if the draft saw the sources of the
+// page's record.
 void take_from_sources(store::PageFields& fields, const _PageDraft& draft) {
   fields.symbols = draft.plan->symbols;
   Map cache = parsed_build_cache(fields.build_cache);
@@ -85,6 +96,7 @@ void take_from_sources(store::PageFields& fields, const _PageDraft& draft) {
 
 }  // namespace
 
+// Saves nothing, so neither the task's cancellation nor the page's version matters.
 std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std::string& page_id,
                                   const std::string& text) {
   utils::Task task;
@@ -94,6 +106,7 @@ std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std
 }
 
 void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const fs::path& root) {
+  // The citations that get a hash, apart from the others, as add_cited_texts() would give all of them one.
   std::vector<Map> bare;
   for (const Map& citation : record.citations) {
     const std::string path = citation_of(citation).path;
@@ -119,7 +132,8 @@ Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::
   assume_rows(pages);
 }
 
-// Pages link each other by titles that agents chose, in whatever order they are adopted.
+// Pages link each other by titles that agents chose, which only their rows would tell. So each page that is
+// to come gets a row of its titles first; otherwise a page would lose its links to those adopted after it.
 void Adoption::assume_rows(const std::vector<std::string>& pages) {
   basis_.rows = rows_;
   for (const std::string& page_id : pages) {
@@ -140,8 +154,9 @@ bool Adoption::is_described(const std::string& page_id, const std::string& text)
   return manifest_.describes(page_id, _text_hash(text));
 }
 
-// A page without a record of its own is one of an older format, or a hand's. Its row or the manifest of that
-// format may know it, in the form in which they knew the page last.
+// A page without a record of its own is one of format 1, or written by hand. For the former its row knows
+// what a record would say, or the entry of its manifest. The row comes first, unless the entry is about this
+// very text and the row so about an older one. The row of an unverified page knows nothing of its sources.
 std::optional<PageRecord> Adoption::known_record(const std::string& page_id, const std::string& text) const {
   if (auto record = record_of(text)) return record;
   const Map* row = rows_.find(page_id);
@@ -156,8 +171,10 @@ std::optional<PageRecord> Adoption::known_record(const std::string& page_id, con
   return record;
 }
 
-// A title that is not the planned one is somebody's choice and stays, unless a manifest vouches for this
-// text: then its record says whether the title was chosen, and one that was not gives way to the plan's.
+// A title other than the planned one was chosen by somebody and stays. Only where a manifest vouches for this
+// text does its record decide: a title that the record does not call chosen was the planned one of then, and
+// gives way to the plan's when the page is next saved. The record also says whether a title that is the
+// planned one was chosen.
 Adoption::Known Adoption::known_of(const std::string& page_id, const std::string& text) const {
   Known known{.record = known_record(page_id, text),
               .title = {},
@@ -175,8 +192,9 @@ Adoption::Known Adoption::known_of(const std::string& page_id, const std::string
   return known;
 }
 
-// What the record says of a text that no hand has changed is what was valid then. In a changed text, what is
-// valid today counts, and the record says what of it was looked at.
+// A text that is as a save left it has the citations of its record, also those that are no longer valid: they
+// were valid when it was written. In any other text the citations that are valid today count; those that the
+// record has too keep their hash of the cited text.
 std::vector<Map> Adoption::citations_of(const std::string& page_id, const std::string& text,
                                         const Known& known) const {
   if (known.is_described && known.record) return known.record->citations;
@@ -197,6 +215,7 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
                                       const Known& known) const {
   const PagePlan* plan = basis_.planned->plans.find(page_id);
   PagePlan planned = plan != nullptr ? *plan : PagePlan{};
+  // A page that no plan has any more is kept, with what can be said of it without a plan.
   if (plan == nullptr) planned.importance = "low";
   if (plan == nullptr)
     planned.type = known.record && !known.record->type.empty() ? known.record->type : "topic";
@@ -226,9 +245,11 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   return fields;
 }
 
-// Where a save of the text would give this very file today, its row is the one that such a save writes, field
-// by field. Otherwise the row says what the record says, and what the sources tell while they are the
-// record's; it leaves out what nobody knows any more.
+// Three cases. If a save of the text would give this very file today, the row is the one that such a save
+// writes. If it would not, but the sources are those of the record (a link may have changed its target), the
+// row is made of the record, and the draft adds what follows from the sources. Else the row is made of the
+// record alone and leaves out what nobody knows any more. A page without a record is not drafted: a draft
+// would bring in the hashes of today's sources.
 void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text) {
   const Known known = known_of(page_id, text);
   const auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
@@ -236,14 +257,15 @@ void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, c
   store::PageFields fields = is_same_file ? row_fields(*drafted) : fields_of(page_id, text, known);
   if (drafted && !is_same_file && drafted->source_hashes == known.record->source_hashes)
     take_from_sources(fields, *drafted);
+  // A save that replaces a text of another model than kAgentModel keeps a copy: no author has seen that text.
   fields.model = known.is_described ? kAgentModel : kAdoptedModel;
-  // Who changed the text here need not have looked at what a mark is about.
+  // A text changed by hand keeps its stale mark: its editor may not have looked at what the mark is about.
   const std::int64_t key = known.is_described
                                ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
   if (known.is_described) arrived_.insert(page_id);
   if (is_same_file) {
-    store.store_chunks(key, drafted->chunks, {});
+    store.store_chunks(key, drafted->chunks, {});  // made by the draft, so nothing is embedded again
   } else {
     utils::Task task;
     replace_chunks(wiki_.chunk_services(store, task), wiki_.branch(), page_id, key, searchable_text(text),
@@ -262,7 +284,7 @@ void Adoption::settle_digest(const std::string& page_id, const std::string& text
   digests_.set(page_id, _page_digest(titled, split_authored(text, "").body, {}));
 }
 
-// What the row alone knows of the page goes to where replaced texts are.
+// The row holds the authored text only, so the kept file gets the title as its heading and no generated part.
 void Adoption::keep_former_text(const std::string& page_id) const {
   const Map* row = rows_.find(page_id);
   if (row == nullptr) return;
@@ -272,12 +294,17 @@ void Adoption::keep_former_text(const std::string& page_id) const {
     wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(*row, "title") + "\n\n" + prose);
 }
 
+// The text is kept first: a kill in between leaves one copy too many, not one too few.
 void Adoption::forget_page(const std::string& page_id) {
   keep_former_text(page_id);
   wiki_.store().remove_page(wiki_.branch(), page_id);
   digests_.erase(page_id);
 }
 
+// Not every digest that differs from the stored one marks the pages above. One that is only new here, as all
+// of a clone's are, says nothing about them, so just those in changed_ count. Pages that arrived as a
+// manifest describes them are not marked: they came together with the new text and may have been written for
+// it, and nothing here tells.
 void Adoption::store_digests(store::WikiStore& store) {
   std::vector<std::string> changed;
   for (std::string& page_id : changed_abstracts(store.load_digests(wiki_.branch()), digests_)) {

@@ -1,5 +1,6 @@
 // Making rows for page files that have none, or whose row is about another text: those of a clone, of a
-// branch that git switched to, of a pull or a merge, of a hand, of a save that was cut short.
+// branch that git switched to, of a pull or a merge, of a manual edit, of a save that was cut short.
+// arrivals.cc and repair.cc choose the pages; inspection.cc and older_format.cc use the free functions.
 //
 // What the text does not say is taken from the page's own record (page_record.h), never from the sources as
 // they are today: a page that was written against others must not look fresher than it is. A page without a
@@ -21,37 +22,47 @@
 
 namespace ossilar::workers::wiki {
 
-// Gives the citations that have no hash of the text that they cite one, where the file is what it was when
-// they were written.
+// Gives each citation without a hash of the cited text that hash, if its file still is what it was when the
+// citation was written (by the record's source hashes). Otherwise it stays without one: what was cited is not
+// known any more.
 void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const std::filesystem::path& root);
 
 // The model of rows that were made of a text that no save stored.
 inline constexpr const char* kAdoptedModel = "adopted";
 
-// Adopting pages one by one, for those who choose them. The write lock is held for its whole life.
+// Adopts pages one by one.
+//
+// Threads: one, which holds the write lock for the object's whole life and has prepared the wiki. Failures: a
+// call for one page that throws utils::Error leaves the others as they are. Its own steps before the failure
+// stay, and `ossilar check` names what is missing.
 class Adoption {
  public:
-  // `pages` are those that are about to be adopted: their titles are known to each other.
+  // `pages` are those that are about to be adopted. Links between them are resolved in whatever order they
+  // are adopted.
   Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages);
 
-  // Makes row and chunks those of `text`, the page file's. Its digest waits for store_digests().
+  // Makes row and chunks those of `text`, the page file's. `store` is the wiki's or a transaction of it. The
+  // digest waits for store_digests().
   void adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text);
 
-  // The page's digest by its text; it waits for store_digests(). A text that was `changed_here`, or takes the
-  // place of another, makes the pages above it stale, but for those that arrive whole with it.
+  // Sets the page's digest by its text; it waits for store_digests(). The pages above become stale if the
+  // text was `changed_here` or replaces another one, unless they are adopted together with it as a manifest
+  // describes them.
   void settle_digest(const std::string& page_id, const std::string& text, const std::string& title,
                      bool changed_here);
   void drop_digest(const std::string& page_id) { digests_.erase(page_id); }
 
-  // Keeps what the row alone knows of the page's text, before the row is about another.
+  // Keeps the text that the row has of the page in `.ossilar/replaced`. To be called before the row is about
+  // another text: it may be the last copy.
   void keep_former_text(const std::string& page_id) const;
-  // Removes the page's row, with its text kept.
+  // Removes the page's row and keeps its text. The digest goes with store_digests().
   void forget_page(const std::string& page_id);
 
   // Whether a manifest describes this very text: then a save stored it, here or elsewhere.
   bool is_described(const std::string& page_id, const std::string& text) const;
 
-  // Stores the digests that wait, with the stale marks that they cause.
+  // Stores the digests that wait, with the stale marks that they cause. To be called once, after the last
+  // page: which marks are due depends on all of them.
   void store_digests(store::WikiStore& store);
 
   const ManifestContent& manifest() const { return manifest_; }
@@ -74,15 +85,15 @@ class Adoption {
 
   Wiki& wiki_;
   const ManifestContent manifest_;
-  store::StoredRows rows_;  // as stored
-  DraftBasis basis_;        // with the rows that are to come
-  store::PageDigests digests_;
-  StringSet changed_;
-  StringSet arrived_;
+  store::StoredRows rows_;      // as stored when the adoption began
+  DraftBasis basis_;            // with the titles of the rows that are to come
+  store::PageDigests digests_;  // as they will be stored
+  StringSet changed_;           // pages whose digest may make the pages above stale
+  StringSet arrived_;           // pages adopted as a manifest describes them; they get no mark
 };
 
-// What a save of the page's own text would write now, were the page stored as `basis` says; none when it
-// would be refused.
+// What a save of `text`, the page's own file, would write now if the wiki stood as `basis` says; none when
+// the save would be refused. Writes nothing.
 std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std::string& page_id,
                                   const std::string& text);
 

@@ -1,3 +1,9 @@
+// Manifests decide what came, not page files alone. A file that differs from its row without a manifest that
+// describes it may be a manual edit or a save at work, and taking it over silently would pass it off as
+// saved. `ossilar check` names those.
+//
+// git writes the files of a checkout one after the other, so a manifest may be there before its pages. Pages
+// that are still to come are awaited: their stamps are noted, and the next call looks again when one changes.
 #include "ossilar/workers/wiki/check/arrivals.h"
 
 #include <system_error>
@@ -23,11 +29,13 @@ const utils::Logger arrivals_logger("ossilar.workers.wiki.arrivals");
 struct Arrivals {
   std::vector<std::string> whole;  // whose file is what a manifest describes
   std::vector<std::string> gone;   // whose file is gone and that no manifest lists any more
-  WikiLists::PageStamps awaited;
+  WikiLists::PageStamps awaited;   // whose file is not yet what a manifest describes
 
   bool has_any() const { return !whole.empty() || !gone.empty(); }
 };
 
+// A page whose row is all that its manifests describe costs no look at its file: that is every page, most of
+// the time. The stamp is taken before the file is read, so a file that changes in between is looked at again.
 Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& rows, const WikiPaths& paths) {
   Arrivals arrivals;
   for (const auto& [page_id, hashes] : manifest.described) {
@@ -39,7 +47,7 @@ Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& r
     std::string hash;
     try {
       if (utils::is_regular_file(file)) hash = _text_hash(page_text(paths, page_id));
-    } catch (const utils::Error& error) {
+    } catch (const utils::Error& error) {  // awaited below, as it may be half written
       arrivals_logger.warning("a page is not taken over", error);
     }
     if (hash != known && hashes.count(hash) > 0) {
@@ -51,7 +59,9 @@ Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& r
   return arrivals;
 }
 
-// Removed by somebody else, and their manifest says so: a file that a hand removed is still listed.
+// Pages that somebody else removed. Their manifest no longer lists them, whereas a file that was removed by
+// hand is still listed, and is left to `ossilar check`. All manifests are read, not only those that changed:
+// each lists a part of the pages.
 std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows) {
   std::vector<std::string> missing;
   rows.for_each([&](const std::string& page_id, const Map&) {
@@ -60,7 +70,7 @@ std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows
   });
   if (missing.empty()) return missing;
   const ManifestContent listed = wiki.lists().read_all();
-  if (listed.described.empty()) return {};  // the manifest itself is gone
+  if (listed.described.empty()) return {};  // the manifest itself is gone, which says nothing of pages
   std::erase_if(missing, [&](const std::string& page_id) { return listed.described.count(page_id) > 0; });
   return missing;
 }
@@ -77,6 +87,8 @@ bool has_lists(const WikiPaths& paths) {
          utils::is_regular_file(paths.wiki / list_file("", kManifestEnd));
 }
 
+// A page that fails is reported and the others go on; a store that fails would fail for all of them. Digests
+// come after the last batch, see Adoption::store_digests().
 void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& pages,
                AdoptionReport& report) {
   Batches batches(wiki.store());
@@ -100,7 +112,8 @@ void adopt_all(Wiki& wiki, Adoption& adoption, const std::vector<std::string>& p
   adoption.store_digests(wiki.store());
 }
 
-// Older formats are brought forward here, and the lists follow the rows.
+// Records first, then the lists: giving records changes content hashes that the lists hold. Lists that cannot
+// have changed are not rendered.
 void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport& report) {
   const bool is_older = !manifest.former_entries.empty();
   if (is_older) report.given_records = give_records(wiki);
@@ -112,7 +125,7 @@ void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport
 
 AdoptionReport adopt_pages(Wiki& wiki) {
   AdoptionReport report;
-  const auto planned = wiki.planned();
+  const auto planned = wiki.planned();  // before the lock: it may have to be prepared
   wiki.with_write_lock(true, [&] {
     const ManifestContent manifest = wiki.lists().read_all();
     const store::StoredRows rows = wiki.stored_pages();
@@ -142,24 +155,28 @@ AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
   try {
     const ManifestContent manifest = wiki.lists().read(news, wiki.store().own_lists(wiki.branch()));
     arrivals = look_for_arrivals(wiki, manifest);
+    // Before the lists are written below: they keep the lines of awaited pages, to which these lines are the
+    // only proof.
     wiki.lists().note({}, arrivals.awaited);
     if (arrivals.has_any() || !manifest.former_entries.empty()) {
-      wiki.prepare();
+      wiki.prepare();  // before the lock, as a scan may take long and saves would wait for it
       wiki.with_write_lock(when_busy == WhenBusy::wait, [&] {
+        // Again: another process may have taken them over while this one waited for the lock.
         const Arrivals still = look_for_arrivals(wiki, manifest);
         Adoption adoption(wiki, manifest, still.whole);
         for (const std::string& page_id : still.gone) adoption.forget_page(page_id);
         report.forgotten = still.gone.size();
+        // Also when pages are only gone: their digests go with store_digests().
         if (still.has_any()) adopt_all(wiki, adoption, still.whole, report);
         finish_adoption(wiki, manifest, report);
       });
     }
   } catch (const store::StorageError&) {
     throw;
-  } catch (const _WikiBusy&) {
+  } catch (const _WikiBusy&) {  // the manifests are not noted, so that the next call looks again
     if (when_busy == WhenBusy::wait) throw;
     return {};
-  } catch (const utils::Error& error) {
+  } catch (const utils::Error& error) {  // noted below, or every call would fail and log it again
     arrivals_logger.warning("no page is taken over from the manifest", error);
   }
   wiki.lists().note(news, arrivals.awaited);

@@ -1,4 +1,8 @@
-// Writing many pages in few transactions.
+// Writing many pages in few transactions: arrivals.cc and older_format.cc go through whole wikis. A
+// transaction for each page would wait for a sync of the disk each time.
+//
+// Threads: one, which holds the write lock. A failure leaves the batches that were committed; the one at work
+// is taken back when the object ends without end().
 #pragma once
 
 #include <chrono>
@@ -8,11 +12,14 @@
 
 namespace ossilar::workers::wiki {
 
-// Many pages in one transaction, which is not to keep other processes from writing for long.
+// Commits by time and not by number of pages, as pages take different times to write and other writers of the
+// database wait for the whole batch.
 class Batches {
  public:
   explicit Batches(store::WikiStore& store) : store_(store) {}
 
+  // Calls `work` with the transaction of the batch. What it throws passes; the batch goes on, without the
+  // step that failed.
   template <class Work>
   void add(Work work) {
     if (!transaction_) {
@@ -22,14 +29,18 @@ class Batches {
     work(*transaction_);
     if (std::chrono::steady_clock::now() - begun_ > kLongest) end();
   }
+  // Commits what is not committed yet. Throws store::StorageError.
   void end() {
     if (!transaction_) return;
+    // Now, in the same transaction: many pages would make the next search wait.
     transaction_->index_waiting_words(0);
     transaction_->commit();
     transaction_.reset();
   }
 
  private:
+  // After this long a batch is committed. Longer batches spare syncs, but other writers wait for them,
+  // shorter ones the other way round. One page may take longer; a batch has at least one.
   static constexpr std::chrono::milliseconds kLongest{100};
   store::WikiStore& store_;
   std::unique_ptr<store::StoreTransaction> transaction_;

@@ -1,3 +1,5 @@
+// No `default`, so that the compiler warns of a fault without a name. The last return is never reached;
+// without it the compiler would warn of a function that ends without a value.
 #include "ossilar/workers/wiki/check/finding.h"
 
 namespace ossilar::workers::wiki {

@@ -1,4 +1,5 @@
-// What a check finds: a finding is one thing that is wrong, where, and what to do about it.
+// What a check finds: a finding is one thing that is wrong, where, and what to do about it. inspection.cc
+// makes them, repair.cc mends those that are `fixable`, cli/check.cc shows them. Values only; any thread.
 #pragma once
 
 #include <string>
@@ -8,8 +9,8 @@ namespace ossilar::workers::wiki {
 enum class Fault {
   database,          // the database is damaged
   setup,             // a file of the set-up is missing
-  newer_page,        // a whole page that is not its row's: of a save cut short, of version control, of a hand
-  edited_page,       // a page that a hand has changed: what ossilar adds to a page does not fit its text
+  newer_page,        // a whole page that its row does not know: by a save cut short, version control, a hand
+  edited_page,       // a page changed by hand: what ossilar adds below the marker does not fit its text
   file_without_row,  // a page file that no row knows
   row_without_file,  // a row whose page file is gone
   page_file,         // a page file that cannot be taken as one
@@ -18,22 +19,24 @@ enum class Fault {
   index,             // index.md is not what the rows make it
   manifest,          // manifest.json is not what the rows make it
   leftover,          // a temporary file of a write that was cut short
-  citations,         // a citation that the source does not bear out any more
+  citations,         // a citation of a file or of lines that do not exist (any more)
   stale,             // a page whose sources changed
-  unverified,        // a page that does not say what it was written against; no fault of the wiki
+  unverified,        // a page that does not say against which sources it was written; the wiki is whole
 };
 
-// As messages and documents name it: "newer-page".
+// As messages and JSON documents name it: "newer-page". Programs read these names, so they stay.
 const char* fault_name(Fault fault);
 
 struct Finding {
   Fault fault = Fault::database;
-  std::string subject;  // the file, relative to the repository's root
-  std::string page_id;  // "" when it is not about one page
-  std::string message;  // what is wrong, without the subject
-  std::string advice;   // what to do
-  bool fixable = false;
+  std::string subject;   // the file, relative to the repository's root
+  std::string page_id;   // "" when it is not about one page
+  std::string message;   // what is wrong, without the subject
+  std::string advice;    // what to do
+  bool fixable = false;  // by `ossilar check --fix`, without an author
 
+  // Whether it is the same fault at the same place. Message and advice may differ: that is how a check after
+  // a repair finds out what is left.
   bool operator==(const Finding& other) const {
     return fault == other.fault && subject == other.subject && page_id == other.page_id;
   }

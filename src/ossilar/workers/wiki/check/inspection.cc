@@ -1,3 +1,10 @@
+// Files decide: a row, a list, a digest or passages that do not fit the page file are wrong, not the file.
+// The order of run() matters: inspect_folder() notes which pages have a file, which inspect_rows() needs;
+// temporary files are listed first and looked for again near the end, so that the inspection itself is most
+// of the time that a writer at work is given to finish.
+//
+// Each page gets one finding for how its file and row differ. What is derived (passages, digest) is compared
+// only where file and row agree: otherwise the repair makes it anew anyway.
 #include "ossilar/workers/wiki/check/inspection.h"
 
 #include <algorithm>
@@ -26,16 +33,20 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-// The time that a writer's thread may have to wait for a processor, and in which steps it is given.
+// A writer creates its temporary file and then locks it. In between the file looks as if it was left behind,
+// and on a busy machine the writer may have to wait for a processor. It gets kTimeToLock, in steps of
+// kLookEvery. A longer time makes a check with a real leftover slower; a shorter one reports slow writers.
 constexpr auto kTimeToLock = 250ms;
 constexpr auto kLookEvery = 25ms;
 
 constexpr const char* kTakesItAsItStands = "ossilar check --fix takes it as it stands";
 constexpr const char* kMakesItAgain = "ossilar check --fix makes it again";
 
-// Of one page that are named; the rest is counted.
+// Invalid citations of one page that are named; the rest is counted. Enough to begin with, and one page
+// cannot bury the findings on others.
 constexpr std::size_t kMostCitations = 10;
 
+// Both marks, in this order: one of them alone may be what the page is about.
 bool is_in_conflict(const std::string& text) {
   bool ours = false;
   for (const std::string_view line : utils::split_lines(text)) {
@@ -45,7 +56,7 @@ bool is_in_conflict(const std::string& text) {
   return false;
 }
 
-// Former versions kept more than these two.
+// By these two keys only: digests of former versions have more, and are still right.
 bool same_digest(const Map& a, const Map& b) {
   return utils::member(a, "title") == utils::member(b, "title") && same_abstract(a, b);
 }
@@ -55,7 +66,7 @@ bool same_digest(const Map& a, const Map& b) {
 std::vector<fs::path> written_directories(const WikiPaths& paths) {
   std::vector<fs::path> directories{paths.root};
   std::error_code error;
-  // The files of agents' clients lie in folders such as .vscode.
+  // `ossilar init` writes the configuration of agents' clients to hidden folders such as .vscode.
   for (const auto& entry : fs::directory_iterator(paths.root, error)) {
     const std::string name = entry.path().filename().string();
     if (name.front() == '.' && name != ".git" && entry.symlink_status().type() == fs::file_type::directory)
@@ -76,7 +87,7 @@ std::vector<fs::path> written_directories(const WikiPaths& paths) {
 
 Inspection::Inspection(Wiki& wiki)
     : wiki_(wiki),
-      planned_(wiki.prepare()),
+      planned_(wiki.prepare()),  // citations and states are judged by the sources of now
       rows_(wiki.stored_pages()),
       digests_(wiki.store().load_digests(wiki.branch())),
       titles_(wiki.titles(rows_, planned_->plans)),
@@ -95,6 +106,7 @@ std::vector<Finding> Inspection::run() {
   return std::move(findings_);
 }
 
+// For people to read, and for JSON: a name that is not UTF-8 gets replacement characters.
 std::string Inspection::relative(const fs::path& path) const {
   return utils::valid_utf8(path.lexically_relative(wiki_.paths().root).string());
 }
@@ -103,6 +115,7 @@ std::string Inspection::page_path(const std::string& page_id) const {
   return relative(wiki_.paths().pages / (page_id + ".md"));
 }
 
+// Not ossilar.toml: without one the defaults hold.
 void Inspection::inspect_setup() {
   std::error_code error;
   const fs::path local = wiki_.paths().state / ".gitignore";
@@ -124,7 +137,8 @@ void Inspection::inspect_folder() {
   std::error_code error;
   fs::recursive_directory_iterator at(wiki_.paths().pages, error);
   for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
-  // From half a list it would follow that the other half is gone.
+  // With half a listing, the pages of the other half would look deleted, and --fix would forget them. A
+  // folder that is not there at all is an empty one.
   const bool is_there = fs::symlink_status(wiki_.paths().pages).type() != fs::file_type::not_found;
   if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
   std::sort(entries.begin(), entries.end());
@@ -136,6 +150,9 @@ void Inspection::add_unusable(const fs::path& file, const std::string& page_id, 
        false});
 }
 
+// A folder may have any name, "notes.md" too, unless it stands where a page of that name should be. A
+// symbolic link is reported whatever it is called: as a page it is not written through, and as a folder it
+// hides the pages below it, whose rows must not be taken for rows without a file (blocked_).
 void Inspection::inspect_entry(const fs::directory_entry& entry) {
   const fs::path& file = entry.path();
   const fs::file_type type = entry.symlink_status().type();
@@ -152,11 +169,14 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   inspect_page(file, page_id);
 }
 
+// A text that row or manifest know was stored by a save, so marks of a conflict in it, or nothing but blanks,
+// are what its author wrote. In any other text they are what git or a hand left, and a repair must not take
+// it over.
 void Inspection::inspect_page(const fs::path& file, const std::string& page_id) {
   std::string text;
   try {
     text = utils::read_text_file_within(wiki_.paths().pages, file);
-  } catch (const utils::IoError& error) {
+  } catch (const utils::IoError& error) {  // before Error, which it is too
     return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
                 "make the file readable, then run ossilar check", false});
   } catch (const utils::Error& error) {
@@ -184,6 +204,8 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
   inspect_citations(page_id, text);
 }
 
+// A file without a row. One that neither plan nor manifest has may be no page at all, so that only its author
+// can say what to do with it.
 void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
   const bool planned = planned_->plans.find(page_id) != nullptr;
   if (planned || manifest_.described.count(page_id) > 0) {
@@ -198,14 +220,17 @@ void Inspection::inspect_stranger(const std::string& page_id, const std::string&
        false});
 }
 
-// Whether what ossilar adds below the marker fits the text: a save of it would add the same. The record is
-// left out, as it says what the sources were when it was written.
+// Whether what stands below the marker fits the text, that is, whether a save of the text would add the same.
+// The record is not compared: it says what the sources were at the time, and a save would say what they are.
+// The basis is an adoption's, in which the page already has the title of its file.
 bool Inspection::is_whole(const std::string& page_id, const std::string& text) const {
   Adoption adoption(wiki_, manifest_, {page_id});
   const auto drafted = redraft(wiki_, adoption.basis(), page_id, text);
   return drafted && without_record(drafted->markdown) == without_record(text);
 }
 
+// All three are taken over by a repair. They differ in what the user is told: by whom, and whether the page
+// should be saved once more to bring its generated part in line.
 void Inspection::inspect_difference(const std::string& page_id, const std::string& text) {
   if (manifest_.describes(page_id, _text_hash(text))) {
     return add({Fault::newer_page, page_path(page_id), page_id,
@@ -223,6 +248,8 @@ void Inspection::inspect_difference(const std::string& page_id, const std::strin
        std::string(kTakesItAsItStands) + "; saving it brings the rest in line", true});
 }
 
+// Hashes are computed from the stored texts, not taken from the records: a damaged passage still has the hash
+// of what it should be.
 void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
   std::vector<std::string> stored;
   for (const Map& chunk : wiki_.store().chunks(wiki_.branch(), page_id))
@@ -246,6 +273,7 @@ void Inspection::inspect_derived(const std::string& page_id, const std::string& 
        "is known to the pages above it by another version of its text", kMakesItAgain, true});
 }
 
+// Not fixable: only an author can say what a citation should point to now.
 void Inspection::inspect_citations(const std::string& page_id, const std::string& text) {
   const Brackets brackets =
       brackets_of(split_authored(text, "").text(), *planned_, titles_, planned_->plans.find(page_id));
@@ -269,6 +297,7 @@ bool Inspection::is_blocked(const std::string& page_id) const {
   });
 }
 
+// Needs seen_ and blocked_, so it runs after inspect_folder().
 void Inspection::inspect_rows() {
   rows_.for_each([&](const std::string& page_id, const Map&) {
     if (seen_.count(page_id) > 0 || is_blocked(page_id)) return;
@@ -294,6 +323,7 @@ void Inspection::inspect_generated() {
   }
 }
 
+// Line ends are normalised, as git may check the lists out with those of another system.
 void Inspection::inspect_list(const ListFile& list) {
   const Fault fault = list.name.ends_with(kManifestEnd) ? Fault::manifest : Fault::index;
   const fs::path file = wiki_.paths().wiki / list.name;
@@ -310,7 +340,8 @@ void Inspection::inspect_list(const ListFile& list) {
        kMakesItAgain, true});
 }
 
-// Only the holder of the write lock makes one, and it does not leave it.
+// Only the holder of the write lock creates these files, and that is this check. So each is left over, and
+// there is no writer to wait for, unlike with temporary files.
 void Inspection::inspect_former_files() {
   for (const fs::path& file : former_files(wiki_.paths().pages)) {
     add({Fault::leftover, relative(file), "", "was left beside its page by a save that could not put it away",
@@ -332,8 +363,10 @@ std::map<std::string, bool> Inspection::leftover_files() const {
   return files;
 }
 
-// Those that were there `before` too, and if they may be new stay for a while: a writer makes its file and
-// then locks it, and on a busy machine it may have to wait for its turn in between.
+// Reports the files of `left`, listed at the start of the inspection, that are still there. As long as one of
+// them may be new, it looks again until kTimeToLock is over; any other is reported at once.
+//
+// The write lock does not make this needless: not every file is written under it, refused drafts for one.
 void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
   for (auto waited = 0ms;; waited += kLookEvery) {
     const auto now = leftover_files();
@@ -348,6 +381,7 @@ void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
   }
 }
 
+// A wiki can be whole and still out of date. Only an author can mend that, so none of these is fixable.
 void Inspection::inspect_states() {
   const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store().stale_marks(wiki_.branch()),
                                         *planned_->index, wiki_.config().steering);

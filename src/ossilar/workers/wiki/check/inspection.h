@@ -1,4 +1,5 @@
-// Finding what is wrong with a wiki.
+// Finding what is wrong with a wiki. wiki_check.cc runs one inspection for a check and another after a
+// repair, to see what is left.
 #pragma once
 
 #include <filesystem>
@@ -14,11 +15,15 @@
 
 namespace ossilar::workers::wiki {
 
-// One look at everything; each page file is read once. The write lock is held for its whole life. Writes
-// nothing.
+// One look at everything; each page file is read once. It changes nothing of the wiki.
+//
+// Threads: one, which holds the write lock for the object's whole life: a save that is half made would look
+// like a fault. Failures: a page file that cannot be read is a finding; a folder or a generated list that
+// cannot be read ends the inspection with utils::Error, and so does the store with store::StorageError.
 class Inspection {
  public:
   explicit Inspection(Wiki& wiki);
+  // To be called once: it hands the findings out.
   std::vector<Finding> run();
 
   // What the manifests say, as far as they can be read.
@@ -36,7 +41,7 @@ class Inspection {
   void inspect_rows();
   void inspect_digests();
   void inspect_generated();
-  // To whether they may be new.
+  // Temporary files by their relative paths, each with whether a writer may just have created it.
   std::map<std::string, bool> leftover_files() const;
   void inspect_leftovers(std::map<std::string, bool> left);
   void inspect_states();
@@ -57,11 +62,12 @@ class Inspection {
   TitleIndex titles_;
   ManifestContent manifest_;
   StringSet seen_;                              // page ids with something in their file's place
-  std::vector<std::filesystem::path> blocked_;  // folders of pages that cannot be looked into
+  std::vector<std::filesystem::path> blocked_;  // symbolic links in the place of folders of pages
   std::vector<Finding> findings_;
 };
 
-// The directories, below the repository's root, that this program writes files in.
+// The directories that this program writes files in: the repository's root and those below it. Directories
+// that cannot be listed are left out.
 std::vector<std::filesystem::path> written_directories(const WikiPaths& paths);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,9 @@
+// The record is made of the row, which knows what the page was when it was saved. A save of the same text
+// would write a record too, but with the hashes of today's sources.
+//
+// For each page the file is written first and its row restated after it. The rows of many pages are committed
+// together, so a kill can leave files that have their record already while their rows know the text without
+// it. Such a page is recognised by its text (is_half_done()) and only its row is restated.
 #include "ossilar/workers/wiki/check/older_format.h"
 
 #include <optional>
@@ -20,14 +26,16 @@ namespace fs = std::filesystem;
 
 const utils::Logger older_format_logger("ossilar.workers.wiki.older_format");
 
-// The page's file with the record that its row knows, or none when it has one or is not the row's text.
+// `text` with the record, or none when it has one already or is not the row's text: a changed text is another
+// than the row's facts are about.
 std::optional<std::string> text_with_record(const std::string& text, const std::string& content_hash,
                                             const PageRecord& record) {
   if (_text_hash(text) != content_hash || record_of(text)) return std::nullopt;
   return with_record(text, record_text(record));
 }
 
-// Whether the text is one that text_with_record() made of the row's: whoever made it was cut short after it.
+// Whether the text is one that text_with_record() made of the row's text, by a call that was cut short before
+// the row. with_record() puts a line feed between text and record, which is taken off here.
 bool is_half_done(const std::string& text, const std::string& content_hash) {
   if (!record_of(text)) return false;
   std::string bare = without_record(text);
@@ -35,8 +43,9 @@ bool is_half_done(const std::string& text, const std::string& content_hash) {
   return _text_hash(bare) == content_hash;
 }
 
-// Puts `changed` in the place of the page's file, of which `text` was read. What a hand, or a save that was
-// killed, left there meanwhile is kept, as in a save.
+// Replaces the page's file, of which `text` was read, by `changed`. As in a save, the replaced file comes
+// back and is kept if it holds anything else: an edit of the last moment. settle() runs before as well, since
+// only one such file can lie beside a page and a killed save may have left one.
 void replace_file(Wiki& wiki, const std::string& page_id, const std::string& text,
                   const std::string& changed) {
   const fs::path page = wiki.paths().page(page_id);
@@ -54,7 +63,8 @@ void replace_file(Wiki& wiki, const std::string& page_id, const std::string& tex
   settle();
 }
 
-// The file first, as in a save: cut short in between, the file is the whole new one and is taken up here.
+// The file first, as in a save: rows follow files. `text` is what the file holds in the end, and the row gets
+// its hash, whether the record was written just now or by a call that was cut short.
 bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id, const Map& row) {
   const std::string content_hash = utils::string_member(row, "content_hash");
   std::string text = page_text(wiki.paths(), page_id);
@@ -76,7 +86,7 @@ std::size_t give_records(Wiki& wiki) {
   std::size_t given = 0;
   Batches batches(wiki.store());
   wiki.stored_pages().for_each([&](const std::string& page_id, const Map& row) {
-    if (utils::string_member(row, "status") == kUnverified) return;
+    if (utils::string_member(row, "status") == kUnverified) return;  // nobody knows what its record would say
     try {
       if (!utils::is_regular_file(wiki.paths().page(page_id))) return;
       batches.add([&](store::WikiStore& store) { given += give_record(wiki, store, page_id, row) ? 1 : 0; });

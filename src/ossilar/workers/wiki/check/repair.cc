@@ -1,3 +1,7 @@
+// Three rounds, each built on the one before: pages and their rows, then digests with the stale marks, then
+// the lists. Digests need all pages, as which marks are due depends on which pages changed together; the
+// lists need all rows, and with content hashes in them they vouch for what was done. Killed in between, the
+// next check finds the later rounds missing.
 #include "ossilar/workers/wiki/check/repair.h"
 
 #include <algorithm>
@@ -14,7 +18,8 @@ namespace ossilar::workers::wiki {
 
 namespace {
 
-// Index and manifest are written together, or neither.
+// A list that is no regular file. Lists are written together or not at all: write_all() throws at such a
+// file, which would end the repair before its other work is reported.
 bool is_unusable_list(const Finding& finding) {
   return !finding.fixable && (finding.fault == Fault::index || finding.fault == Fault::manifest);
 }
@@ -23,7 +28,7 @@ bool takes_page(Fault fault) {
   return fault == Fault::newer_page || fault == Fault::edited_page || fault == Fault::file_without_row;
 }
 
-// Whether mending it changes what index or manifest tell.
+// Whether the lists are to be written after it: mending it may change what they say, or it is about a list.
 bool is_listed(const Finding& finding) {
   return finding.fixable && finding.fault != Fault::leftover && finding.fault != Fault::setup;
 }
@@ -47,13 +52,16 @@ void Repair::run() {
   for (const Finding& finding : findings_)
     if (finding.fixable) mend(finding);
   adoption_.store_digests(wiki_.store());
-  wiki_.lists().note({}, {});  // what is there now is all that is to come
+  // No page is awaited any more: what is there now was taken over or named. So the lists drop the lines of
+  // pages that never came.
+  wiki_.lists().note({}, {});
   const bool can_list = std::none_of(findings_.begin(), findings_.end(), is_unusable_list);
   if (can_list && std::any_of(findings_.begin(), findings_.end(), is_listed))
     wiki_.note_lists(wiki_.lists().write_all(wiki_.stored_pages(), adoption_.manifest().lint));
 }
 
-// What is not here is set right for the whole wiki at the end of run().
+// The faults of `default` that are fixable, index and manifest, are mended for the whole wiki at the end of
+// run(); a damaged database is wiki_check.cc's.
 void Repair::mend(const Finding& finding) {
   switch (finding.fault) {
     case Fault::setup:
@@ -76,6 +84,8 @@ void Repair::mend(const Finding& finding) {
   }
 }
 
+// The file as it stands becomes the page. If no manifest vouches for it, it may have overwritten the last
+// copy of the text that the row has, so that one is kept first.
 void Repair::take_over(const std::string& page_id) {
   const std::string text = page_text(wiki_.paths(), page_id);
   if (!adoption_.is_described(page_id, text)) adoption_.keep_former_text(page_id);
@@ -85,7 +95,7 @@ void Repair::take_over(const std::string& page_id) {
 void Repair::chunk_again(const std::string& page_id) {
   const auto key = wiki_.store().page_key(wiki_.branch(), page_id);
   const Map* row = rows_.find(page_id);
-  if (!key || row == nullptr) return;
+  if (!key || row == nullptr) return;  // chunks belong to a row
   const auto citations = utils::json_member(*row, "citations").get<std::vector<Map>>();
   utils::Task task;
   replace_chunks(wiki_.chunk_services(wiki_.store(), task), wiki_.branch(), page_id, *key,
@@ -94,13 +104,14 @@ void Repair::chunk_again(const std::string& page_id) {
 
 void Repair::settle_digest(const std::string& page_id) {
   const Map* row = rows_.find(page_id);
-  if (row == nullptr) return adoption_.drop_digest(page_id);
+  if (row == nullptr) return adoption_.drop_digest(page_id);  // a digest without a page
   const std::string text = page_text(wiki_.paths(), page_id);
   adoption_.settle_digest(page_id, text, utils::string_member(*row, "title"),
                           !adoption_.is_described(page_id, text));
 }
 
-// A temporary file is of no use to anybody. What a save replaced may be the only copy of a hand's text.
+// A temporary file is half a write and is removed. A former file may be the only copy of a manual edit, so it
+// is settled as a save would do it, by the row of before the repair; one whose page is gone is always kept.
 void Repair::settle_leftover(const Finding& finding) const {
   const std::filesystem::path file = wiki_.paths().root / finding.subject;
   if (file.extension() != ".former") return utils::remove_leftovers(file.parent_path());

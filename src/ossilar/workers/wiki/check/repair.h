@@ -1,4 +1,4 @@
-// Setting right what an inspection found and what needs no author.
+// Setting right what an inspection found and what needs no author. wiki_check.cc runs it for `check --fix`.
 #pragma once
 
 #include <string>
@@ -9,13 +9,17 @@
 
 namespace ossilar::workers::wiki {
 
-// The write lock is held for its whole life. Every step leaves the wiki at least as whole as it was, so that
-// who is cut short can begin anew: a page file is never changed, rows follow the files, and what is derived
-// from both comes last.
+// Threads: one, which holds the write lock from before the inspection until the repair has ended. Lifetime:
+// the findings must outlive it.
+//
+// Failures: run() throws utils::Error for the first thing that it cannot read or write, and ends there. Every
+// step leaves the wiki at least as whole as it was, so a repair that fails or is killed can be run again: a
+// page file is never changed, rows follow the files, and what is derived from both comes last.
 class Repair {
  public:
-  // `manifest` is what could be read of the manifests.
+  // `manifest` and `findings` are an inspection's.
   Repair(Wiki& wiki, const ManifestContent& manifest, const std::vector<Finding>& findings);
+  // Mends the findings that are fixable, then digests and lists. To be called once.
   void run();
 
  private:
@@ -27,7 +31,7 @@ class Repair {
 
   Wiki& wiki_;
   const std::vector<Finding>& findings_;
-  const store::StoredRows rows_;  // as they were found
+  const store::StoredRows rows_;  // as the inspection found them
   Adoption adoption_;
 };
 

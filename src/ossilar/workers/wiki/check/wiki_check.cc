@@ -1,3 +1,9 @@
+// The check is tried first, and its failure says that the database is damaged: that is known only once all of
+// it was read, which check_open_wiki() does. A damaged database is moved away and not removed, as it may hold
+// what no file has, stale marks for one; then the same check runs again with a new database.
+//
+// The lock for that is taken here and not by a Wiki: a Wiki cannot be opened over a damaged database. Under
+// the lock the damage is looked at once more, for two reasons: see is_damaged() and set_aside().
 #include "ossilar/workers/wiki/check/wiki_check.h"
 
 #include <algorithm>
@@ -21,7 +27,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDatabaseName = ".ossilar/index.db";
 
-// What is wrong by the message of a StorageError, whose path and advice a finding has in places of their own.
+// The message of a StorageError without its path and advice, which a finding has as fields of their own.
 std::string damage_in(std::string message, const fs::path& database) {
   const std::string path = database.string() + ": ";
   if (message.starts_with(path)) message.erase(0, path.size());
@@ -39,7 +45,8 @@ Finding damaged_database(const std::string& damage) {
 
 bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
 
-// The first name that is free for all of the database's files.
+// The first name that is free for all three files of the database. Free without a race: the caller holds the
+// write lock.
 fs::path free_name(const fs::path& database) {
   for (int number = 1;; ++number) {
     fs::path name = database;
@@ -49,6 +56,7 @@ fs::path free_name(const fs::path& database) {
   }
 }
 
+// The log and its index are only there while the database is open or after a crash.
 void move_if_there(const fs::path& from, const fs::path& to) {
   std::error_code error;
   fs::rename(from, to, error);
@@ -57,8 +65,9 @@ void move_if_there(const fs::path& from, const fs::path& to) {
   }
 }
 
-// The write-ahead log first: without it the database is an older one, whereas the log without its database
-// would be taken for the new one's. Gives the name under which it is kept.
+// The write-ahead log goes first. A kill in between then leaves a database without its log, which is an older
+// state; a log without its database would be read as the new one's. Returns the name that the database is
+// kept under.
 std::string set_aside_database(const fs::path& database) {
   const fs::path aside = free_name(database);
   for (const char* part : {"-wal", "-shm", ""})
@@ -66,7 +75,7 @@ std::string set_aside_database(const fs::path& database) {
   return aside.filename().string();
 }
 
-// SQLite takes a disk that failed once for damage too.
+// Asked again although a check has found damage: a disk that failed once can look like damage to SQLite.
 bool is_damaged(const fs::path& database) {
   try {
     return store::open_sqlite_store(database)->damage().has_value();
@@ -76,8 +85,9 @@ bool is_damaged(const fs::path& database) {
   }
 }
 
-// The name under which the database is kept; "" when another process has set it aside meanwhile, or when it
-// is sound. `found` is the file that was found to be damaged.
+// Returns the name that the database is kept under; "" when there is nothing to set aside: another process
+// has done so meanwhile, which shows as another file than `found`, or it is sound after all. The lock is
+// released by hand, so that a failure of the release reaches the caller.
 std::string set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
                       const utils::FileStamp& found) {
   store::WriteLock lock(
@@ -96,6 +106,7 @@ std::string set_aside(const WikiPaths& paths, const WikiConfig& config, const st
   return kept;
 }
 
+// What a repair is said to have fixed is what a second inspection no longer finds, not what it set out to do.
 std::vector<Finding> without(const std::vector<Finding>& findings, const std::vector<Finding>& left) {
   std::vector<Finding> gone;
   std::copy_if(findings.begin(), findings.end(), std::back_inserter(gone), [&](const Finding& finding) {
@@ -113,11 +124,13 @@ bool CheckReport::is_clean() const {
 
 namespace {
 
-// With `fix`, what is taken over is reported.
+// Arrivals are taken over first, before the lock is taken for the check: they are not faults, and would
+// otherwise be reported as such. What was taken over is not part of the report.
 CheckReport check_open_wiki(Wiki& wiki, bool fix) {
   adopt_arrivals(wiki, WhenBusy::wait);
   CheckReport report;
   wiki.with_write_lock(true, [&] {
+    // Thrown, so that damage found here goes the same way as damage that an earlier query ran into.
     if (const auto damage = wiki.store().damage()) {
       throw store::StorageError(wiki.paths().database().string() + ": " + *damage, true);
     }
@@ -139,6 +152,7 @@ CheckReport check_open_wiki(Wiki& wiki, bool fix) {
 CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
   const WikiConfig config = load_config(root / "ossilar.toml");
   const WikiPaths paths = wiki_paths(root, config);
+  // Before the database is opened: this says later which file was the damaged one.
   const utils::FileStamp database = utils::stamp_of(paths.database());
   const auto check = [&] {
     const auto wiki = open_wiki(root, options.writer);
@@ -153,6 +167,7 @@ CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
     damage = damage_in(error.what(), paths.database());
   }
   if (!options.fix) return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}};
+  // This process has closed the database by now: the wiki of check() is gone.
   const std::string kept = set_aside(paths, config, options.writer, database);
   CheckReport report = check();
   if (!kept.empty())

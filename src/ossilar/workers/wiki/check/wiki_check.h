@@ -1,4 +1,5 @@
 // Whether a wiki is whole: its files, its rows and what is derived from them; and setting right what can be.
+// `ossilar check` (cli/check.cc) calls it. Threads: any; a call opens a wiki of its own.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +17,7 @@ struct CheckReport {
   std::vector<Finding> fixed;     // with `fix`: what was found and is gone
   std::vector<Finding> findings;  // what is left
 
-  // Whether nothing is wrong; an unverified page is told of, and that is all.
+  // Whether nothing is wrong. An unverified page is reported but does not count: nothing says it is wrong.
   bool is_clean() const;
 };
 
@@ -27,13 +28,13 @@ struct CheckOptions {
 };
 
 // Checks the wiki of the repository at `root` under its write lock, so that no save is seen half made. A
-// damaged database is a finding, and with `fix` it is set aside and made anew from the wiki's files. `fix`
-// takes page files as they stand and never changes one. As every command does, both first take over what came
-// by version control and bring a wiki of an older format forward; beyond that a check changes nothing. Cut
-// short at any point, `fix` can be run again.
+// damaged database is a finding; with `fix` it is set aside and made anew from the wiki's files. `fix` takes
+// page files as they stand and never changes one. With and without it, the check first takes over what came
+// by version control and brings a wiki of format 1 forward, as every command does; beyond that a check
+// without `fix` changes nothing. If `fix` is cut short at any point, it can be run again.
 //
-// Throws utils::ConfigError for a repository that was never set up, _WikiBusy, and utils::Error for what it
-// cannot read.
+// Throws utils::ConfigError for a repository that was never set up, _WikiBusy or (while a database is set
+// aside) store::LockBusy when the write lock cannot be had, and utils::Error for what it cannot read.
 CheckReport check_wiki(const std::filesystem::path& root, const CheckOptions& options);
 
 }  // namespace ossilar::workers::wiki

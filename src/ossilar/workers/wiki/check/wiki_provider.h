@@ -1,4 +1,5 @@
-// The wiki that a server works on, which outlives no change of branch or configuration.
+// The wiki that a server works on. mcp/server.cc has one provider; every request that needs the wiki asks it
+// again, and mcp/page_watch.cc looks at what is open.
 #pragma once
 
 #include <filesystem>
@@ -11,21 +12,22 @@
 
 namespace ossilar::workers::wiki {
 
-// Opens the wiki of a repository when it is first needed, so that a server is up at once, and changes nothing
-// for a client that only asks what there is. Opens it anew when the working tree is on another branch, or
-// `ossilar.toml` or the database is another file than at the last opening; who still works on the former one
-// ends with it.
+// Opens the wiki of a repository when it is first needed: so a server answers at once, and changes nothing
+// for a client that only asks for its capabilities. Opens another one when the working tree is on another
+// branch, when `ossilar.toml` changed, or when the database is another file. A request at work keeps the
+// former wiki until it ends.
 //
-// Thread-safety: every member may be called from any thread.
+// Thread-safety: every member may be called from any thread. An opening that fails leaves no wiki open.
 class WikiProvider {
  public:
   // `root` as for open_wiki().
   explicit WikiProvider(std::filesystem::path root) : root_(std::move(root)), checkout_(root_) {}
 
-  // The wiki as of now. Throws what open_wiki() throws; the next call tries again.
+  // The wiki as of now, with what came by version control taken over. Throws what open_wiki() and
+  // adopt_arrivals() throw; the next call tries again.
   std::shared_ptr<Wiki> get();
 
-  // The wiki that was opened last, or null.
+  // The wiki that was opened last, or null. Opens nothing: a watch alone is no reason to create a database.
   std::shared_ptr<Wiki> opened() const;
 
   const std::filesystem::path& root() const { return root_; }
@@ -37,8 +39,8 @@ class WikiProvider {
   source::CheckoutReader checkout_;
   mutable std::mutex mutex_;
   std::shared_ptr<Wiki> wiki_;  // guarded by mutex_, as is what it was opened for
-  std::string configuration_;
-  std::string database_;
+  std::string configuration_;   // what configuration_of() said
+  std::string database_;        // what database_of() said
 };
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,7 @@
+// The plain excerpt is the beginning of a file. But a file begins with its licence and its includes, and what
+// it is about comes later, so the lines around its symbols are shown as well, the most telling symbols first.
+//
+// Every line keeps its number in the file, by which an author cites; leaving out a licence shifts nothing.
 #include "ossilar/workers/wiki/grounding/excerpts.h"
 
 #include <algorithm>
@@ -13,17 +17,19 @@ namespace {
 using source::SourceFile;
 using source::Symbol;
 
-// The comment at the head of a file, its includes, and often its first declarations.
+// Lines: the comment at the head of a file, its includes, and often its first declarations.
 constexpr std::size_t kHeadLines = 40;
-constexpr std::size_t kLicenceBegins = 6;    // a licence says so within these lines
-constexpr std::size_t kLongestLicence = 60;  // and ends, with a blank line, within these
-// A comment above a declaration, and enough below it to see what it does.
+constexpr std::size_t kLicenceBegins = 6;    // lines: a licence says so within these
+constexpr std::size_t kLongestLicence = 60;  // lines: it ends, with a blank line, within these
+// Lines around a symbol: a comment above its declaration, and enough below to see what it does.
 constexpr std::size_t kLinesBefore = 4;
 constexpr std::size_t kLinesAfter = 16;
 constexpr std::size_t kLongestLine = 200;   // bytes; longer lines are data or minified
-constexpr std::size_t kLeastExcerpt = 400;  // less shows nothing worth the heading
-constexpr std::size_t kFrame = 64;          // fences and what stands between parts
+constexpr std::size_t kLeastExcerpt = 400;  // bytes, some ten lines: less shows nothing worth the heading
+constexpr std::size_t kFrame = 64;          // bytes: short fences, line feeds and a few "..."
 
+// 0 for types, 1 for functions, 2 for all else, by the names that the symbol tool gives kinds in all
+// languages. An unknown kind ranks last instead of failing: languages bring their own.
 int kind_rank(std::string_view kind) {
   static constexpr std::array<std::string_view, 9> kTypes{"class", "interface", "trait", "struct", "enum",
                                                           "union", "typedef",   "type",  "module"};
@@ -35,6 +41,8 @@ int kind_rank(std::string_view kind) {
 
 constexpr std::string_view kCut = "\u2026";  // stands for the rest of a line
 
+// A line as it is shown: its number from 1, two blanks, the line or its beginning. size() is the size of what
+// append_to() adds, so that room can be counted before anything is put together.
 struct NumberedLine {
   std::string number;
   std::string_view shown;
@@ -51,7 +59,8 @@ struct NumberedLine {
   }
 };
 
-// Past a licence at the head of the file, which tells nothing about the code.
+// The index of the first line past a licence at the head of the file, which tells nothing about the code; 0
+// when none is found, or none that ends in time. The words lack their first letter, which may be a capital.
 std::size_t first_telling_line(const std::vector<std::string_view>& lines) {
   const auto in_licence = [](std::string_view line) {
     return line.find("opyright") != std::string_view::npos || line.find("icense") != std::string_view::npos;
@@ -64,13 +73,16 @@ std::size_t first_telling_line(const std::vector<std::string_view>& lines) {
   return first < std::min(lines.size(), kLongestLicence) ? first + 1 : 0;
 }
 
-// Marks which lines to show, from the most telling on, until `room` is used up.
+// Marks which lines to show, from the most telling on, until `room` bytes are used up. Marked first and put
+// together later, because lines are chosen by what they tell and shown in the file's order. `lines` must
+// outlive it.
 class Selection {
  public:
   Selection(const std::vector<std::string_view>& lines, std::size_t room)
       : lines_(lines), chosen_(lines.size(), false), room_(room) {}
 
-  // Takes lines from `first` on, before `last`, as far as there is room; false when there is no more.
+  // Takes the lines from index `first` up to before `last`, in order, as far as they fit; false when one did
+  // not. Lines taken already cost nothing again.
   bool take(std::size_t first, std::size_t last) {
     for (std::size_t i = first; i < std::min(last, lines_.size()); ++i) {
       if (chosen_[i]) continue;
@@ -86,7 +98,7 @@ class Selection {
     std::string out;
     bool gap = false;
     for (std::size_t i = 0; i < lines_.size(); ++i) {
-      if (chosen_[i] && gap && !out.empty()) out += "...\n";
+      if (chosen_[i] && gap && !out.empty()) out += "...\n";  // not above the first line: its number says it
       if (chosen_[i]) NumberedLine(i + 1, lines_[i]).append_to(out);
       gap = !chosen_[i];
     }
@@ -99,6 +111,7 @@ class Selection {
   std::size_t room_;
 };
 
+// Longer than any run of backticks in `text`: a source that quotes Markdown must not end the block.
 std::string fence_for(std::string_view text) {
   std::size_t longest = 0, run = 0;
   for (const char c : text) {
@@ -115,6 +128,7 @@ std::vector<Symbol> telling_symbols(const SourceFile& file) {
   const auto key = [](const Symbol& s) {
     return std::make_tuple(kind_rank(s.kind) == 2, !s.scope.empty(), kind_rank(s.kind));
   };
+  // Stable: what ranks the same stays in the order of the file.
   std::stable_sort(symbols.begin(), symbols.end(),
                    [&](const Symbol& a, const Symbol& b) { return key(a) < key(b); });
   return symbols;
@@ -124,13 +138,15 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   const std::string heading = "### " + one_line(file.path) + "\n\n";
   const std::size_t frame = heading.size() + kFrame;
   if (room < frame + kLeastExcerpt) return "";
-  // A fence may need as many backticks as the longest line has, twice.
+  // Both fences may need as many backticks as the longest line that is shown, so twice that is held back, or
+  // less in a small room, of which at least half of kLeastExcerpt stays for lines.
   const std::vector<std::string_view> lines = utils::split_lines(text);
   Selection selection(lines, room - frame - 2 * std::min(kLongestLine, room - frame - kLeastExcerpt));
   const std::size_t start = first_telling_line(lines);
   bool more = selection.take(start, start + kHeadLines);
   for (const Symbol& symbol : telling_symbols(file)) {
     if (!more) break;
+    // The index may be older than `text`: a line that is 0 or past the end takes what there is.
     const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol.line, 1)) - 1;
     more = selection.take(line - std::min(line, kLinesBefore), line + kLinesAfter);
   }

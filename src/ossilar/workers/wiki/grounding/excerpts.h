@@ -1,4 +1,7 @@
-// Parts of source files with line numbers, so that they can be cited.
+// Parts of source files with line numbers, so that they can be cited. grounding.cc calls all of it.
+//
+// Threads: functions without state, to be called from any thread. Failures: none; a file of which nothing is
+// worth showing gives "".
 #pragma once
 
 #include <cstddef>
@@ -10,16 +13,18 @@
 
 namespace ossilar::workers::wiki {
 
-// The symbols of the file, those first that tell most about it: types, then functions, and of these the ones
-// that stand by themselves before the members of others. Valid as long as the file.
+// The symbols of the file, those that tell most about it first. Types and functions come before all other
+// kinds; in both groups, what is declared at file level comes before what is inside something else, and types
+// before functions. Otherwise in the order of the file.
 std::vector<source::Symbol> telling_symbols(const source::SourceFile& file);
 
-// A Markdown heading with the file's path and a code block with the beginning of `text`, the file's text, and
-// what surrounds its telling symbols, as many lines as fit into `room` bytes; "" when not even the beginning
-// fits. The fence is longer than any run of backticks in the block.
+// A Markdown heading with the file's path, and a code block with lines of `text`, the file's text: its
+// beginning, then what surrounds its telling symbols, then the rest, as many as `room` bytes allow. "" when
+// there is no room for anything worth showing. The fence is longer than any run of backticks in the block.
 std::string file_excerpt(const source::SourceFile& file, std::string_view text, std::size_t room);
 
-// A path or name fit for one line of Markdown: no control characters, no line ends.
+// A path or name fit for one line: control characters are escaped, line feeds and tabs are blanks. Marks of
+// Markdown stay.
 std::string one_line(std::string_view text);
 
 }  // namespace ossilar::workers::wiki

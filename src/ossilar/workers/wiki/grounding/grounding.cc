@@ -1,3 +1,8 @@
+// The text is put together from parts, each with a share of the budget. Writing all of it and cutting the end
+// is the plain way; then a page with thousands of files would be a list of names without a line of code.
+//
+// Everything has a fixed order. The text is a part of the page's grounding hash, so the same sources have to
+// give the same bytes.
 #include "ossilar/workers/wiki/grounding/grounding.h"
 
 #include <algorithm>
@@ -16,20 +21,23 @@ using source::SourceFile;
 using source::SourceIndex;
 
 // What each part may take of the budget at most; what a part leaves goes to the excerpts, which are what an
-// author works from. Together the parts before them take two thirds at worst.
+// author works from. The six parts before them (kPurposeShare is used twice) take seven tenths at worst.
 constexpr std::size_t kPurposeShare = kGroundingBudget / 16;  // description, sections, how to cite
 constexpr std::size_t kSteeringShare =
-    kGroundingBudget / 5;  // someone wrote it for this page: cut only as a guard
+    kGroundingBudget / 5;  // the largest share: a person wrote it for this page, so it is cut only as a guard
 constexpr std::size_t kPagesShare = kGroundingBudget / 8;  // some 100 pages: enough to link to
 constexpr std::size_t kFilesShare = kGroundingBudget / 8;  // some 100 files
 constexpr std::size_t kSymbolsShare = kGroundingBudget / 8;
+// Gives each symbol some 85 bytes of kSymbolsShare. The row keeps them, too.
 constexpr std::size_t kMostSymbols = 60;
-// More files with a few lines each show less than fewer with more.
+// A dozen files get a kilobyte each at worst; more of them would get too few lines each.
 constexpr std::size_t kExcerptFiles = 12;
-// A page without sources of its own is grounded on this many files of the pages around it.
+// A page without sources of its own is grounded on this many files of the pages around it. They become its
+// sources, so with more of them it would become stale more often.
 constexpr std::size_t kBorrowedFiles = 40;
 
-// A part of the text: lines up to a share of the budget, then how many more there were.
+// A part of the text: lines up to a share of the budget, then how many more there were. After the first line
+// that does not fit none is taken: what is shown is the beginning of a list.
 class Part {
  public:
   Part(const std::string& heading, std::size_t share) : share_(share) {
@@ -52,7 +60,7 @@ class Part {
   }
 
  private:
-  static constexpr std::size_t kLastLine = 64;  // "and 12,345 more files"
+  static constexpr std::size_t kLastLine = 64;  // kept free for "and 12,345 more files"
 
   std::size_t share_;
   std::string text_;
@@ -62,7 +70,7 @@ class Part {
 
 std::string quoted(const std::string& text) { return "`" + one_line(text) + "`"; }
 
-// In a table a bar would begin the next cell, inside code too.
+// A bar would begin the next cell of a table, even inside code.
 std::string cell(const std::string& text) {
   std::string out;
   for (const char c : one_line(text)) {
@@ -72,6 +80,7 @@ std::string cell(const std::string& text) {
   return out;
 }
 
+// The description gets half of the share, so that the page's type always fits below it.
 std::string purpose_part(const PagePlan& plan) {
   const PageType& type = plan_type(plan);
   Part part("", kPurposeShare);
@@ -89,6 +98,8 @@ std::string rules_part(const PagePlan& plan, const SourceFile* example) {
   part.line("- " + std::to_string(type.least_words) + " to " + std::to_string(type.most_words) +
             " words of prose");
   part.line("- citations of the source lines that a statement rests on, outside code");
+  // A real path and real lines: an agent that copies the example has a citation that is valid. Twenty lines
+  // at most, to show that a citation names the lines that it rests on, and not a file.
   if (example != nullptr) {
     const std::int64_t last = std::min<std::int64_t>(example->lines, 20);
     part.line("\nA citation is a path with a range of lines, for example [" + one_line(example->path) +
@@ -112,7 +123,8 @@ void list_pages(Part& part, std::string_view what, const std::vector<std::string
   }
 }
 
-// The pages around this one. A page that describes other pages gets all of those; it links to them by title.
+// The pages around this one, by the titles that link to them. A synthesis page gets all modules, as far as
+// they fit.
 std::string pages_part(const PagePlan& plan, const Plans& plans) {
   Part part("Pages around it", kPagesShare);
   if (!plan.parent.empty()) list_pages(part, "above", {plan.parent}, plans);
@@ -132,8 +144,9 @@ std::string pages_part(const PagePlan& plan, const Plans& plans) {
   return part.text();
 }
 
-// The files that tell most come first: where programs and packages begin, code before the rest, the larger
-// before the smaller.
+// The files that tell most come first: READMEs, then code, prose and the rest; among those, where programs
+// and packages begin, then the larger before the smaller. The path decides last, so that the order is the
+// same each time.
 std::vector<const SourceFile*> telling_files(const std::vector<std::string>& paths,
                                              const SourceIndex& index) {
   std::vector<std::pair<std::tuple<int, int, std::int64_t, std::string_view>, const SourceFile*>> ranked;
@@ -163,7 +176,8 @@ std::string files_part(const std::vector<std::string>& paths, const SourceIndex&
   return part.text();
 }
 
-// Symbol by symbol from each file in turn, so that every file has a part in what is cut off.
+// Takes a symbol of each file in turn: in file order, the first large file would fill the list. More files
+// than kMostSymbols need not be asked, as the first turn fills it.
 std::vector<Map> page_symbols(const std::vector<const SourceFile*>& files) {
   std::vector<std::vector<source::Symbol>> by_file;
   for (const SourceFile* file : files) {
@@ -202,6 +216,8 @@ std::string symbols_part(const std::vector<const SourceFile*>& files, const std:
   return part.text();
 }
 
+// Each file may take an equal share of the room that is left, so what a short file leaves goes to those after
+// it. With equal shares of the whole room it would be lost.
 std::string excerpts_part(const std::vector<const SourceFile*>& files, std::size_t room,
                           const ReadSource& read) {
   std::string text =
@@ -215,7 +231,8 @@ std::string excerpts_part(const std::vector<const SourceFile*>& files, std::size
   return text;
 }
 
-// An equal share from each of the pages, the first files of each.
+// The first files of each page, taken in turn, so that each page has its share; sorted, as two pages may have
+// a file in common.
 std::vector<std::string> borrowed_files(const std::vector<std::string>& ids, const Plans& plans) {
   StringSet files;
   bool more = true;
@@ -231,6 +248,8 @@ std::vector<std::string> borrowed_files(const std::vector<std::string>& ids, con
   return {files.begin(), files.end()};
 }
 
+// Its own files; else some of the related pages and children; else those that the overview rests on. So an
+// author always has something to go by, if the repository has anything.
 std::vector<std::string> files_for(const PagePlan& plan, const Plans& plans, const SourceIndex& index) {
   if (!plan.source_files.empty()) return plan.source_files;
   std::vector<std::string> around = plan.related_pages;
@@ -250,6 +269,7 @@ Grounding gather_grounding(const PagePlan& plan, const Plans& plans, const Sourc
   grounding.text = purpose_part(plan) + rules_part(plan, files.empty() ? nullptr : files.front()) +
                    steering_part(steering) + pages_part(plan, plans) + files_part(grounding.files, index) +
                    symbols_part(files, grounding.symbols);
+  // Last, with all that is left. This does not underflow: the other parts' shares leave three tenths.
   if (!files.empty()) grounding.text += excerpts_part(files, kGroundingBudget - grounding.text.size(), read);
   return grounding;
 }

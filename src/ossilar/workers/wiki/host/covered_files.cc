@@ -1,3 +1,6 @@
+// Counts by differences, because going through all rows would make each save cost the whole wiki. A set of
+// files would not do: when a page drops a file, only the number of pages that still rest on it says whether
+// the file is out. Invariant: pages_of_ is what the rows in rows_ add up to, without zeros.
 #include "ossilar/workers/wiki/host/covered_files.h"
 
 namespace ossilar::workers::wiki {
@@ -11,7 +14,7 @@ std::int64_t CoveredFiles::count(const store::StoredRows& rows) {
     }
   };
   for_each_difference(rows_, rows, [&](const std::string&, const Map* before, const Map* after) {
-    add(before, -1);
+    add(before, -1);  // null for a page that is new, as `after` is for one that is gone
     add(after, 1);
   });
   rows_ = rows;

@@ -1,3 +1,6 @@
+// Looking up every digest in plan and rows would make each save cost the whole wiki. Snapshots share what did
+// not change, so only the digests that differ from the previous result are looked up. Those of the previous
+// result passed under the same plan; under another plan `known` is empty and every digest is looked up again.
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
 
 #include <string>
@@ -15,6 +18,7 @@ store::PageDigests DigestReconciler::reconciled(const Plans& plans, const store:
     const bool belongs = gives_digest(plans.find(page_id)) && existing.find(page_id) != nullptr;
     if (now != nullptr && !belongs) dropped.push_back(page_id);
   });
+  // Not erased in the pass above: it goes through the entries of `digests` itself.
   for (const std::string& page_id : dropped) digests.erase(page_id);
   last_ = digests;
   plans_ = plans;

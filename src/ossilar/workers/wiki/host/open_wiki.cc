@@ -1,3 +1,7 @@
+// The order matters. The configuration comes first, as it names the wiki's directory. Then symbolic links on
+// the way to that directory are refused, before anything is created: otherwise directories and files would be
+// made wherever a link leads. Opening looks for `.ossilar` before it opens the store, so that a repository
+// without a wiki gets the advice to run init instead of a failure to open a database.
 #include "ossilar/workers/wiki/host/open_wiki.h"
 
 #include <string_view>
@@ -41,7 +45,9 @@ constexpr std::string_view kConfigTemplate =
 # steering = "Name the exception types."
 )";
 
-// git's own driver keeps the lines of both sides of a merge, and every entry of a list is a line.
+// git's built-in union driver keeps the lines of both sides of a merge. Every entry of a list is a line of
+// its own, so the union of two lists lists the pages of both. Patterns begin with "/": they are about the
+// lists at the wiki's root and not about pages of the same name.
 constexpr std::string_view kMergeAttributes =
     R"(# Lists that ossilar makes from the pages: git merges them line by line, and the next save tidies up.
 /index.md merge=union
@@ -49,6 +55,7 @@ constexpr std::string_view kMergeAttributes =
 /lists/** merge=union
 )";
 
+// A dangling link is there too: exists() would follow it and say no.
 bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
 
 void create_file(const fs::path& root, const std::string& name, std::string_view text,
@@ -59,7 +66,7 @@ void create_file(const fs::path& root, const std::string& name, std::string_view
 }
 
 void create_directory(const fs::path& root, const std::string& name, std::vector<std::string>& created) {
-  const bool present = is_there(root / name);
+  const bool present = is_there(root / name);  // asked first, for the report alone
   utils::open_directory(root / name, utils::Missing::create);
   if (!present) created.push_back(name + "/");
 }
@@ -75,6 +82,8 @@ fs::path config_file(const fs::path& root) { return root / "ossilar.toml"; }
 
 }  // namespace
 
+// Every component is looked at, not only the last: a link anywhere on the way may lead out of the
+// repository.
 WikiPaths wiki_paths(const fs::path& root, const WikiConfig& config) {
   fs::path so_far = root;
   for (const auto& part : fs::path(config.dir) / "pages") {
@@ -93,11 +102,11 @@ std::vector<std::string> set_up_wiki(const fs::path& root) {
   std::vector<std::string> created;
   create_file(root, "ossilar.toml", kConfigTemplate, created);
   const WikiConfig config = load_config(config_file(root));
-  wiki_paths(root, config);  // refuses symbolic links before anything is made behind them
+  wiki_paths(root, config);  // for its refusal of symbolic links; the paths are not needed
   create_directory(root, config.dir + "/pages", created);
   create_file(root, config.dir + "/.gitattributes", kMergeAttributes, created);
   create_directory(root, ".ossilar", created);
-  create_file(root, ".ossilar/.gitignore", "*\n", created);
+  create_file(root, ".ossilar/.gitignore", "*\n", created);  // "*" covers this file too
   return created;
 }
 

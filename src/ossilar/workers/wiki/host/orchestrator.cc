@@ -1,3 +1,11 @@
+// What the pipeline of agent_save.h asks for, in three parts: the draft reads one snapshot (draft_), the
+// commit reads again under the lock (commit_), the publication reads what the commit stored.
+//
+// The pipeline writes the page file, then row, chunks, digests and marks, each by a call of its own. Syncing
+// each of them would cost a save several syncs under the lock, so the calls share one transaction, and a
+// failing step takes back itself alone. The file comes first, as rows are made from files and never the other
+// way round: a kill in between leaves the whole new page with the old row, and `ossilar check --fix` makes
+// the row from the file.
 #include "ossilar/workers/wiki/orchestrator.h"
 
 #include <fmt/format.h>
@@ -28,7 +36,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// Warnings of one kind that an answer names; the rest is counted, so that an answer stays readable.
+// Warnings of one kind that an answer names; the rest is counted. Enough to mend a page by, and few enough
+// for an answer to stay readable and not fill an agent's context.
 constexpr std::size_t kMostWarnings = 20;
 
 const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
@@ -43,8 +52,9 @@ void append_warnings(std::vector<std::string>& warnings, const std::vector<std::
   }
 }
 
-// The page is saved by now, so failing to put the file away fails nothing. It stays where it is until it is
-// put away, before the page's next save or by a repair.
+// The page is saved by now, so a failure here is only logged. The file stays beside the page, and the page's
+// next save or a repair puts it away. A kept text that the draft read is not logged: the draft's answer has
+// warned of it already.
 void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKnown& is_known) {
   const std::filesystem::path page = wiki.paths().page(draft.page_id);
   try {
@@ -59,7 +69,8 @@ void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKn
   }
 }
 
-// The same facts that the row is about to hold, so that a clone finds them in the page.
+// The facts that the row is about to hold, so that a clone can make the same row from the page file.
+// `derived` is not null: no page without a plan gets here.
 PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, const std::vector<Map>& citations,
                       const std::string& steering) {
   const Map* row = draft.basis.rows.find(plan.page_id);
@@ -90,7 +101,8 @@ const std::filesystem::path& WikiGenerator::pages_dir() const { return wiki_.pat
 const WikiConfig& WikiGenerator::wiki_config() const { return wiki_.config(); }
 std::string WikiGenerator::_git_commit() { return wiki_.commit(); }
 
-// A draft sees the rows of its snapshot, a commit those that it has read under the lock.
+// A draft sees the rows of its snapshot, a commit those that it has read under the lock. With the snapshot,
+// the version check of the commit would compare the draft with itself.
 store::StoredRows WikiGenerator::_existing() const {
   return commit_->rows ? *commit_->rows : draft_->basis.rows;
 }
@@ -105,17 +117,19 @@ std::variant<_PageDraft, Answer> WikiGenerator::draft(const std::string& page_id
 
 const std::string& WikiGenerator::drafted_version() const { return draft_->version; }
 
-// A version that is no longer the page's is refused before anything is paid for, and once more by the page
-// file that the draft was made from, which the commit holds on to.
+// The version is compared twice: first to refuse a save before a draft is paid for (with an embedding service
+// it costs seconds), then with the page file that the draft was made from, as it may have changed in between.
+// The commit makes sure that it replaces that very file.
 std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::string& page_id,
                                                                   std::string content,
                                                                   const std::optional<std::string>& section,
                                                                   const std::optional<std::string>& title) {
-  *draft_ = {};
+  *draft_ = {};  // the pipeline drafts again after a lost race
   draft_->page_id = page_id;
   draft_->title = title;
   *commit_ = {};
   if (terms_.if_version) {
+    // Before the id becomes a path: until the plan knows it, it may be anything, "../x" for one.
     if (!wiki_.planned_with(page_id)) return not_planned(page_id, wiki_.planned()->plans);
     draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(page_id));
     if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
@@ -125,6 +139,7 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
   if (draft == nullptr) return drafted;
   if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
   draft_->version = version_of(draft->markdown);
+  // The author gets this version in the answer and may save onto it without reading the page again.
   if (terms_.if_version) wiki_.read_texts().put(draft->markdown);
   return drafted;
 }
@@ -134,12 +149,18 @@ std::optional<Answer> WikiGenerator::refuse_other_version(const std::string& con
   return refuse_version(draft_->page_id, *terms_.if_version, draft_->standing, wiki_.read_texts(), content);
 }
 
-// The rows before the file: a commit at work writes the file first, and is then seen by its text, which no
-// row knows, instead of not at all.
+// The rows are read before the file. A commit at work writes its file first, so a draft that begins beside it
+// sees a text that no row of its snapshot knows, and warns of it. Read the other way round, the old file
+// could pair with the new row. Either way the commit compares file and row again, and a pair that no longer
+// stands is drafted again.
+//
+// The file is read here, before _with_section() reads it for the text around the section: a change between
+// the two reads makes the commit find another file than `standing`.
 AgentPreparation WikiGenerator::_agent_prepare() {
   task_.begin_step("planning");
   draft_->basis = terms_.basis != nullptr ? *terms_.basis : wiki_.draft_basis();
   const Plans& plans = draft_->basis.planned->plans;
+  // Only a planned id may become a path. Any other is refused by the pipeline.
   if (plans.find(draft_->page_id) != nullptr)
     draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(draft_->page_id));
   return {.plans = plans, .amendments = {}, .stale = {}, .remap = {}};
@@ -168,8 +189,10 @@ std::vector<Diagram> WikiGenerator::_build_diagrams(const PagePlan& plan) {
   return page_diagrams(plan, draft_->basis.planned->plans, draft_->basis.planned->graph());
 }
 
-// The grounding text has no part in a page's text; what it led to, the page's source files, is in the plan by
-// now.
+// The options, which hold the grounding text, are not used: no part of it goes into a page. The source files
+// that it found are in the plan by now.
+//
+// The record is made last: it holds the citations with the hashes of the lines that they cite.
 FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& authored,
                                        const std::vector<Diagram>& diagrams,
                                        const FinalizeOptions& /*options*/) {
@@ -200,6 +223,10 @@ std::string WikiGenerator::hand_edit_warning() const {
          "the file as it was will be kept in " + file;
 }
 
+// Without a plan: only labels that read like citations matter here, not links to pages.
+//
+// A replaced text is a hand's unless a save stored it, which the row says (saved_hash()). The row's hash
+// alone would not do: a text that a repair took over has a row too, and still no author has read it.
 std::vector<std::string> WikiGenerator::citation_warnings(const std::string& markdown,
                                                           const std::string& authored) {
   const Brackets brackets =
@@ -211,7 +238,7 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
   append_warnings(warnings, brackets.malformed, malformed_citation_warning);
   const std::string title = title_line(markdown);
   for (const std::string& heading : leading_titles(authored)) {
-    if (utils::fold(heading) == utils::fold(title)) continue;
+    if (utils::fold(heading) == utils::fold(title)) continue;  // it only repeats the title
     warnings.push_back(
         fmt::format("title: the heading '{}' at the start was taken off; the page's title is '{}' "
                     "(save with a title to rename it)",
@@ -226,9 +253,10 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
 
 // ---- Chunks.
 
-// Passages that another page holds too, of those that this page holds: a save of an unrelated page never
-// changes them. What two pages come to share only by this save is settled by the store, which keeps each
-// passage once.
+// Of the passages that this page holds, those that other pages hold too. The passages of all other pages
+// would do as well, but then each save of any page would change the scope, and every commit beside another
+// would make its chunks again under the lock. What two pages come to share only by this save needs no scope:
+// the store keeps each passage once.
 ChunkScope WikiGenerator::_chunk_scope(const std::string& page_id) {
   store::SharedPassages shared = store().shared_passages(branch(), page_id, wiki_.embedder().model());
   return {.elsewhere = std::move(shared.embedded), .shared = std::move(shared.all)};
@@ -252,6 +280,8 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
   task_.begin_step("waiting for the write lock");
   wiki_.acquire_write_lock(options.wait, task_);
   task_.begin_stage("holding the write lock");
+  // Looked at once more, as a cancellation can come just when the lock does. check() alone would leave by an
+  // exception with the lock held: the pipeline releases it only after this function has returned.
   if (task_.is_cancelled()) {
     wiki_.release_write_lock();
     task_.check();
@@ -260,21 +290,28 @@ void WikiGenerator::_acquire_write_lock(const AcquireOptions& options) {
 }
 
 void WikiGenerator::_release_write_lock() {
-  task_.drop_shield();
+  task_.drop_shield();  // first: the release may throw
   wiki_.release_write_lock();
   task_.begin_stage("answering");
 }
 
-// A row does not record what a hand did to the page file, so the commit looks at the file too: it replaces
-// only the one that the draft was made from. What happens to the file after this look is found in what comes
-// back when the two swap places.
+// A row does not record manual edits, so the commit also checks the file and replaces only the one that the
+// draft was made from. An edit after this check is not lost: the two files swap places, and
+// put_former_file_away() looks at the one that comes back.
 //
-// Row, chunks, digests and marks are one transaction, which is on disk before index and manifest are touched.
-// When a step fails, what was written before it stays.
+// A former file that a killed save left is put away first, as only one can lie beside a page. If that fails,
+// so does the save, with nothing written.
+//
+// The transaction begins before the page file is written, so a database that another program keeps locked, or
+// that was removed, fails the save while file and row still agree.
+//
+// When a step fails, the steps before it are committed all the same: the page file is new by then, and each
+// of them brings the database nearer to it.
 std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft) {
   const std::filesystem::path file = wiki_.paths().page(draft_->page_id);
   if (read_standing_page(pages_dir(), file).version() != draft_->standing.version()) return std::nullopt;
-  // What the row knows before this save; and what a killed save of the same text left there.
+  // The text that the row knew before this save; or this save's own, which is in the file already when a save
+  // of the same text was killed after it had written it.
   const IsKnown is_known = [row = saved_hash(draft_->basis.rows.find(draft_->page_id)),
                             draft = _text_hash(draft.markdown)](const std::string& text) {
     const std::string hash = _text_hash(text);
@@ -290,11 +327,13 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
     put_former_file_away(wiki_, *draft_, is_known);
     throw;
   }
-  commit_->transaction.reset();  // of a save that wrote nothing
+  commit_->transaction.reset();  // only a save that wrote nothing still has one; it is taken back
   put_former_file_away(wiki_, *draft_, is_known);
   return answer;
 }
 
+// Taken out first: after a commit, whether or not it fails, the transaction has ended and store() must not
+// use it.
 void WikiGenerator::put_on_disk() {
   task_.begin_stage("committing the rows");
   const auto transaction = std::exchange(commit_->transaction, nullptr);
@@ -304,12 +343,13 @@ void WikiGenerator::put_on_disk() {
 void WikiGenerator::keep_what_was_written() {
   try {
     if (commit_->transaction) put_on_disk();
-  } catch (const std::exception& error) {  // the first failure is the one to tell of
+  } catch (const std::exception& error) {  // only logged: the caller rethrows the failure that led here
     host_logger.warning("what the failed save wrote before could not be stored", error);
   }
 }
 
-// While the transaction is open, through it: it sees what it has written.
+// While the transaction is open, through it: only it sees what it has written, and another write would wait
+// for its end, which this thread would never come to.
 store::WikiStore& WikiGenerator::store() const {
   return commit_->transaction ? *commit_->transaction : wiki_.store();
 }
@@ -335,8 +375,9 @@ void WikiGenerator::_reconcile_digests(const Plans& plans, const store::StoredRo
   if (options.persist) _persist_digests();
 }
 
-// With the marks that the caller is about to ask for, in one step: were they lost with a step that fails in
-// between, nothing would tell afterwards that they are missing.
+// Sets the stale marks in the same step, although the pipeline asks for them right after this. Were they a
+// step of their own and it failed, the digests would be stored and the marks lost; the next save would
+// compare with the new digests, and nobody would ever notice. Setting a mark twice does no harm.
 void WikiGenerator::_persist_digests() {
   const auto changed = changed_abstracts(commit_->transaction->load_digests(branch()), commit_->digests);
   const auto stale = stale_reasons(synthesis_dependents(commit_->reconciled_plans, changed));
@@ -349,8 +390,8 @@ void WikiGenerator::_mark_synthesis_stale(const std::map<std::string, std::vecto
 
 // ---- The publication.
 
-// Index and manifest never tell of a row that is not on disk. A failure to put the rows there is the save's;
-// only what follows is best effort.
+// The rows are committed first: index and manifest must never list a row that is not on disk. That commit
+// lies outside the pipeline's own publication, which only logs failures: this one must fail the save.
 void WikiGenerator::_publish_agent_save() {
   put_on_disk();
   task_.begin_stage("publishing");
@@ -358,17 +399,19 @@ void WikiGenerator::_publish_agent_save() {
 }
 
 void WikiGenerator::_write_index_and_manifest(const WikiBuildResult& result) {
-  const store::StoredRows rows = wiki_.stored_pages();  // with this page; nobody else writes now
+  // Read again: the commit's rows are from before the upsert. Nobody else writes now, as the lock is held.
+  const store::StoredRows rows = wiki_.stored_pages();
   wiki_.note_lists(wiki_.lists().write_page(rows, result.lint, draft_->page_id));
   task_.begin_stage("storing the state");
 }
 
-// The contract asks for it; no list of ours holds it, as it would make every two branches conflict.
+// A field of the pipeline's result. None of our lists has it: a number that every save changes would bring
+// every two branches into conflict.
 std::int64_t WikiGenerator::_stored_files_covered() {
   return wiki_.covered_files().count(wiki_.stored_pages());
 }
 
-// No build of ours makes one. One that another program's build left in the manifest is passed on.
+// We make no lint summary. One that another program left in the manifest is passed on as it is.
 Map WikiGenerator::_prior_lint_summary() { return wiki_.lists().lint(); }
 
 }  // namespace ossilar::workers::wiki

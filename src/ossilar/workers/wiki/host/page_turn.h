@@ -1,4 +1,4 @@
-// Taking turns at one page, among threads and processes.
+// Taking turns at one page, among threads and processes. saving.cc takes a turn around each save.
 #pragma once
 
 #include <chrono>
@@ -10,15 +10,18 @@
 
 namespace ossilar::workers::wiki {
 
-// A page's turn, from its making to its end. Of several concurrent drafts of one page only one can be
-// committed; with turns the others are not drafted in vain, and an agent is hardly ever told that the page
-// kept changing. It is a courtesy: what keeps saves apart is the check of the commit. Nobody waits for
-// another page, and for a saver that never ends not beyond `patience`.
+// A page's turn, held from construction to destruction. Of several concurrent drafts of one page only one can
+// be committed; with turns the others are not drafted in vain, and an agent is hardly ever told that the page
+// kept changing. Turns only spare work: what keeps saves apart is the check under the write lock. So a turn
+// that cannot be had is no failure, and the save goes on without it. Savers of different pages never wait for
+// each other.
+//
+// Thread-safety: each object belongs to one thread; any number may wait for one page.
 class PageTurn {
  public:
-  // `file`, made where it is missing, is the same for all pages: each locks a byte of its own, at a place
-  // that a hash of its id names. Where the file cannot be locked there are no turns. Throws utils::Cancelled
-  // when `task` is cancelled.
+  // Waits for the turn, for `patience` at most. `file`, created if missing, is the same for all pages: each
+  // locks one byte of it, at an offset that is a hash of the page id. Where the file cannot be opened or
+  // locked there are no turns. Throws utils::Cancelled when `task` is cancelled while it waits.
   PageTurn(const std::filesystem::path& file, const std::string& page_id, std::chrono::milliseconds patience,
            const utils::Task& task);
 

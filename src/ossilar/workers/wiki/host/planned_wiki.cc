@@ -1,3 +1,6 @@
+// A page may link to itself by the title that its save is about to give it. No row has that title before the
+// commit, so the title index cannot know it, and the link would stay plain text until the next save.
+// Therefore the plan's own title is compared first, folded as CommonMark folds link labels.
 #include "ossilar/workers/wiki/host/planned_wiki.h"
 
 #include <optional>

@@ -1,4 +1,5 @@
 // The plan of a wiki with the source index that it was derived from, and what a page's brackets mean by both.
+// Wiki::prepare() makes one whenever the index changed; drafts, checks and adoption read it.
 #pragma once
 
 #include <memory>
@@ -14,14 +15,14 @@
 
 namespace ossilar::workers::wiki {
 
-// Immutable.
+// Immutable, so a draft keeps the one it began with while others prepare the next.
 //
 // Thread-safety: every member may be called from any thread.
 struct PlannedWiki {
   PlannedWiki(std::shared_ptr<const source::SourceIndex> of, Plans derived)
       : index(std::move(of)), plans(std::move(derived)) {}
 
-  // Made when it is asked for first: what does not draw does not need it.
+  // Made when first asked for: only diagrams need it, and most commands draw none.
   const ModuleGraph& graph() const {
     std::call_once(graph_made_, [this] { graph_ = module_graph(plans, *index); });
     return graph_;
@@ -35,8 +36,8 @@ struct PlannedWiki {
   mutable ModuleGraph graph_;
 };
 
-// What the brackets of an authored text mean to the page of `plan` (null: of no plan). Its own title may be
-// one that no row has yet.
+// What the brackets of `authored` mean on the page of `plan` (null: a page without a plan), whose title may
+// be one that no row has yet.
 Brackets brackets_of(const std::string& authored, const PlannedWiki& planned, const TitleIndex& titles,
                      const PagePlan* plan);
 

@@ -1,4 +1,8 @@
-// What one save has read and settled so far. It belongs to the WikiGenerator of that save, and to its thread.
+// What one save has read and settled so far. It belongs to the WikiGenerator of that save (orchestrator.cc)
+// and to its thread. Kept apart from Wiki so that no other save can replace it; each draft of the save begins
+// it anew, so nothing of a lost race or a failure is carried on.
+//
+// DraftBasis is also made by Wiki::draft_basis(), and by check/adoption.cc for pages that are to be adopted.
 #pragma once
 
 #include <memory>
@@ -27,15 +31,16 @@ struct DraftAtWork {
   DraftBasis basis;
   StandingPage standing;    // the page file that the draft is made from
   bool is_spliced = false;  // one of its sections is replaced, and the others stay
-  std::string version;      // that the draft gives the page
+  std::string version;      // the version that the page has once the draft is committed
 };
 
-// Under the write lock.
+// Filled under the write lock only.
 struct CommitAtWork {
-  // Null before the page file is written, and again once the rows are on disk.
+  // Null before the commit begins and again once the rows are on disk. While it is open, all reads and writes
+  // of the store go through it (WikiGenerator::store()).
   std::unique_ptr<store::StoreTransaction> transaction;
-  std::optional<store::StoredRows> rows;  // once the commit has read them
-  Plans reconciled_plans;                 // that the digests were last brought in line with
+  std::optional<store::StoredRows> rows;  // once the commit has read them; none during the draft
+  Plans reconciled_plans;                 // the plan that the digests were last fitted to
   store::PageDigests digests;
 };
 

@@ -1,3 +1,7 @@
+// What surrounds a save. Blank content is refused before the turn is waited for: the answer depends on
+// nothing else. The turn covers the save and ends before the words are indexed, so the next saver of the page
+// does not wait for them. A failure is returned instead of thrown, because the caller needs two things of it:
+// what failed, and under which name the text is kept.
 #include "ossilar/workers/wiki/host/saving.h"
 
 #include <algorithm>
@@ -15,14 +19,17 @@ namespace {
 
 const utils::Logger save_logger("ossilar.workers.wiki.saving");
 
-// Pages whose words wait for a search. More of them would keep the first search waiting.
+// Pages whose words may wait for the next search. Indexing a page's words costs more than all else that its
+// save stores, so a save leaves it to a search; the limit keeps that search from indexing all that was ever
+// saved. A greater one spares saves more and lets a first search wait longer.
 constexpr std::size_t kMostPagesWaiting = 64;
 
-// Some hundred saves of a page can go before within this time.
+// Some hundred saves of the page can go first within this time, so a queue of agents gets its turns. A saver
+// that hangs holds the others up no longer than this; they then draft side by side with it.
 constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
 
-// The name of the kept text, "" for none. That it could not be kept is not what the author must hear of
-// first.
+// The name of the kept text, "" for none. A failure here is only logged: the author must first hear why the
+// page was not saved.
 std::string keep_refused(const Wiki& wiki, const SaveRequest& request) {
   try {
     return wiki.kept_drafts().keep(request.page_id, request.content);
@@ -32,7 +39,7 @@ std::string keep_refused(const Wiki& wiki, const SaveRequest& request) {
   }
 }
 
-// The page is stored by now, so a failure is only logged.
+// The page is stored by now, so a failure is only logged; the next search tries again.
 void index_words(Wiki& wiki) {
   try {
     wiki.store().index_waiting_words(kMostPagesWaiting);
@@ -51,10 +58,11 @@ SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task)
   try {
     const PageTurn turn(wiki.paths().turns(), request.page_id,
                         std::min(wiki.config().lock_timeout, kTurnPatience), task);
+    // Some editors put a byte order mark first; in a section it would land in the middle of the page.
     outcome.answer =
         save.save_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
                              request.section, request.title);
-  } catch (const utils::Cancelled&) {
+  } catch (const utils::Cancelled&) {  // not a std::exception; nobody is left to be told the name
     keep_refused(wiki, request);
     throw;
   } catch (const std::exception&) {

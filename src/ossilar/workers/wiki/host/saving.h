@@ -1,4 +1,5 @@
-// Saving a page as sessions and commands do: onto a version, and with a text that is refused kept for its
+// Saving a page as the command `ossilar save` and the tool save_page do (operations/save_page.cc): onto a
+// version, in turns with others that save the same page, and with a text that is not saved kept for its
 // author. The save itself is agent_save.h's.
 #pragma once
 
@@ -17,15 +18,20 @@ struct SaveOutcome {
   std::string kept;            // the name of the kept draft when the text was not saved, else ""
 };
 
-// Saves the page. With `if_version` only onto that version: it is compared before anything is paid for, and
-// the commit holds on to the page file that was looked at; the answer of a save that was made then has
-// `version`, the page's now. A text that is not saved, whatever the
-// reason, is kept, but for a blank one. utils::Cancelled passes.
+// Saves the page. With `if_version` only onto that version: it is compared before the draft costs anything,
+// and the commit replaces only the page file that was compared. The answer of such a save has `version`, the
+// page's now. A text that is not saved, whatever the reason, is kept, unless it is blank. Failures are in the
+// outcome; only utils::Cancelled is thrown.
+//
+// The caller has refused content that is too large or no text (refuse_request()).
 //
 // Thread-safety: may be called from any thread.
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task);
 
-// What a save would answer, with `saved` false and `dry_run` true in it; nothing is written.
+// What a save would answer, with `saved` false and `dry_run` true in it. Nothing is written, a refused text
+// is not kept, and no lock is taken, so the answer is true of the moment alone. Throws what a draft throws.
+//
+// Thread-safety: may be called from any thread.
 Answer preview_page(Wiki& wiki, const SaveRequest& request);
 
 }  // namespace ossilar::workers::wiki

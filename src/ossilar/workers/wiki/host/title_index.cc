@@ -1,3 +1,8 @@
+// Several pages may claim one title. A map from title to one page would have to search all pages whenever
+// that page gives the title up, so each title has the ordered set of its claims: the first one wins, and when
+// it goes the next takes its place. Claim's order is rank and then page id, which is the rule of precedence.
+//
+// Invariant: claims_ is what rows_ and plans_ claim. A page with a row claims by its row alone.
 #include "ossilar/workers/wiki/host/title_index.h"
 
 #include "ossilar/utils/fold.h"
@@ -10,6 +15,8 @@ void TitleIndex::update(const store::StoredRows& rows, const Plans& plans) {
     claims_ = {};
     rows_ = {};
     plans_ = plans;
+    // Every page as one without a row; the pass below starts from no rows and takes these claims back where
+    // there is one.
     for (std::size_t i = 0; i < plans.size(); ++i) change_claims(plans[i].page_id, nullptr, true);
   }
   for_each_difference(rows_, rows, [&](const std::string& page_id, const Map* before, const Map* after) {
@@ -19,7 +26,8 @@ void TitleIndex::update(const store::StoredRows& rows, const Plans& plans) {
   rows_ = rows;
 }
 
-// Adds or takes back what `page_id` claims by its row, or without one by its plan.
+// Adds or takes back what `page_id` claims by its row, or without one by its plan. A row that comes or goes
+// therefore takes back or restores the plan's claim.
 void TitleIndex::change_claims(const std::string& page_id, const Map* row, bool add) {
   if (row == nullptr) {
     if (const PagePlan* plan = plans_.find(page_id)) change_claim(plan->title, {Rank::planned, page_id}, add);
@@ -29,6 +37,8 @@ void TitleIndex::change_claims(const std::string& page_id, const Map* row, bool 
   for (const std::string& title : former_titles(row)) change_claim(title, {Rank::former, page_id}, add);
 }
 
+// The set is copied: those in claims_ are shared with copies of this index. An empty one is removed, so the
+// index does not grow with every title that was ever used.
 void TitleIndex::change_claim(const std::string& title, const Claim& claim, bool add) {
   const std::string key = utils::fold_label(title);
   const std::set<Claim>* known = claims_.find(key);

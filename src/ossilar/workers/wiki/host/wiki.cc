@@ -1,3 +1,9 @@
+// Two mutexes guard the plan. prepare_mutex_ is held while the sources are scanned and the plan is derived,
+// which takes long in a large repository; mutex_ only while a pointer or a snapshot is copied. One mutex for
+// both would make everybody who wants the last plan wait for the scan.
+//
+// What is handed out never changes: a new plan is another object, and those who work with the former one keep
+// it. So a draft may go on for as long as it likes beside any number of preparations.
 #include "ossilar/workers/wiki/host/wiki.h"
 
 #include "ossilar/workers/wiki/plan/plan_entries.h"
@@ -6,15 +12,18 @@
 namespace ossilar::workers::wiki {
 namespace {
 
+// Refused texts that are kept. An author needs the last ones; as a text has 1 MiB at most (kLargestContent),
+// this bounds the folder to 50 MiB.
 constexpr std::size_t kMostDrafts = 50;
 
+// The wiki itself must not be planned as a source or cited, nor may each save change the source index.
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
 }
 
 }  // namespace
 
-// Keeps the source index in the store.
+// Keeps the source index in the store. Joined here, as the source room does not know the store.
 class Wiki::SourceRecords final : public source::RecordStore {
  public:
   explicit SourceRecords(store::WikiStore& store) : store_(store) {}
@@ -43,11 +52,13 @@ Wiki::Wiki(Services services)
       lock_({.path = paths_.lock(),
              .timeout = config_.lock_timeout,
              .holder = std::move(services.writer),
-             .guards_folder = true}),
+             .guards_folder = true}),  // a `write.lock` that somebody removes lets nobody in
       drafts_(paths_.drafts(), kMostDrafts),
-      replaced_(paths_.replaced()),
+      replaced_(paths_.replaced()),  // without a limit: it may be the only copy of a hand's text
       lists_(paths_.wiki, paths_.pages) {
-  store_->get_wiki_pages(branch());  // read once, here, so that the first draft reads what changed since
+  // The result is dropped: the call fills the store's snapshot, so that the first draft reads only what
+  // changed since the opening.
+  store_->get_wiki_pages(branch());
 }
 
 Wiki::~Wiki() = default;
@@ -62,7 +73,7 @@ std::shared_ptr<const PlannedWiki> Wiki::prepare(const utils::Progress& progress
     const std::lock_guard lock(mutex_);
     wiki = planned_;
   }
-  if (wiki && wiki->index == index) return wiki;
+  if (wiki && wiki->index == index) return wiki;  // the indexer gives the same object while nothing changed
   Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
   wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
   const std::lock_guard lock(mutex_);
@@ -78,6 +89,7 @@ std::shared_ptr<const PlannedWiki> Wiki::planned() {
   return prepare();
 }
 
+// A page that the last plan lacks may be one of a source folder that was added since.
 std::shared_ptr<const PlannedWiki> Wiki::planned_with(const std::string& page_id) {
   auto wiki = planned();
   if (wiki->plans.find(page_id) == nullptr) wiki = prepare();
@@ -105,7 +117,9 @@ DraftBasis Wiki::draft_basis() {
   return {.planned = std::move(planned), .rows = std::move(rows), .titles = std::move(titles)};
 }
 
-// Each caller's own copy is brought in line with its own rows; what is kept only spares the next one work.
+// Each caller's copy is brought in line with its own rows, outside the mutex, as other callers may have other
+// rows. What is kept is only a starting point close to the next caller's rows, so it does not matter which of
+// two concurrent callers stores last.
 TitleIndex Wiki::titles(const store::StoredRows& rows, const Plans& plans) {
   TitleIndex titles;
   {
@@ -128,7 +142,8 @@ void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
   }
 }
 
-// The release is named on both ways out, because its failure must reach the caller.
+// Without a guard object: a destructor could not let the release's failure reach the caller. `catch (...)`,
+// as utils::Cancelled is no std::exception.
 void Wiki::with_write_lock(bool wait, const std::function<void()>& work) {
   acquire_write_lock(wait, utils::Task());
   try {

@@ -1,6 +1,9 @@
-// One open wiki of one working tree, for all who ask: commands, sessions, saves and checks. It joins source
-// index, plan, store and search, and holds what they share. A save is made by a WikiGenerator of its own over
-// it (orchestrator.h, saving.h), so nothing of one save is here.
+// One open wiki of one working tree, shared by all commands, sessions, saves and checks of a process. It
+// joins source index, plan, store and search, and holds what they share. A save is made by a WikiGenerator of
+// its own over it (orchestrator.h, saving.h), so nothing of one save is here. open_wiki.h makes it;
+// WikiProvider keeps a server's and opens another when branch or configuration change: both are fixed here.
+//
+// A call that fails leaves plan and titles as they were.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +40,9 @@
 
 namespace ossilar::workers::wiki {
 
-// Thread-safety: every member may be called from any thread, but for those that say that they belong to the
-// holder of the write lock. Lifetime: the indexer's record store lives in `store`.
+// Thread-safety: every member may be called from any thread, except release_write_lock(),
+// digest_reconciler(), covered_files() and the writing members of lists(), which belong to the holder of the
+// write lock. Lifetime: what the members give by reference lives as long as the wiki.
 class Wiki {
  public:
   struct Services {
@@ -48,8 +52,8 @@ class Wiki {
     std::unique_ptr<store::WikiStore> store;
     std::unique_ptr<search::Embedder> embedder;
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
-    // For a process that stays: it hears of changes of the sources instead of looking at each (see
-    // Indexer::Options::watch).
+    // For a process that stays: it is notified of changed sources instead of scanning them for each draft
+    // (see Indexer::Options::watch). Off for a command, which scans them only once or twice.
     bool stays = false;
   };
   explicit Wiki(Services services);
@@ -62,7 +66,7 @@ class Wiki {
   const WikiPaths& paths() const { return paths_; }
   const WikiConfig& config() const { return config_; }
   const std::string& branch() const { return checkout_.branch; }
-  // The commit that is checked out now; "" outside git.
+  // The commit that is checked out now, "" outside git. Unlike the branch it changes while the wiki is open.
   std::string commit() { return checkout_.in_git ? checkout_now_.read().commit : ""; }
   store::WikiStore& store() { return *store_; }
   search::Embedder& embedder() { return *embedder_; }
@@ -73,22 +77,24 @@ class Wiki {
   const KeptTexts& kept_drafts() const { return drafts_; }
   const KeptTexts& replaced_texts() const { return replaced_; }
   WikiLists& lists() { return lists_; }
-  // Notes manifests as ones that did not come from elsewhere, whatever they say.
+  // Notes manifests as written from our rows alone, so that none of their lines is taken for a page that came
+  // by version control. WikiLists gives them; its caller notes them once they are written.
   void note_lists(const WikiLists::Own& own) { store_->note_own_lists(branch(), own); }
 
   // ---- The plan.
 
-  // Brings the source index and the plan up to date.
+  // Brings the source index and the plan up to date, and gives both. Reads the sources that changed, so it
+  // may take long the first time; callers take turns. Throws utils::Error for a tree that cannot be listed.
   std::shared_ptr<const PlannedWiki> prepare(const utils::Progress& progress = {});
-  // The plan as last prepared; prepares it the first time.
+  // The plan as last prepared, without a look at the sources; prepares it the first time.
   std::shared_ptr<const PlannedWiki> planned();
-  // The plan with `page_id` in it, or null.
+  // The plan with `page_id` in it, or null. Prepares again for a page that the last plan does not have.
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
   std::vector<std::string> skipped_sources() const { return indexer_->skipped(); }
-  // What the configuration says about writing the page.
+  // What the configuration says about writing the page, for all pages first; null for a page without a plan.
   std::string steering(const PagePlan* plan) const;
   Grounding gather(const PlannedWiki& planned, const PagePlan& plan) const;
-  // What a draft that begins now is made from; the sources are looked at again.
+  // What a draft that begins now is made from; the sources are brought up to date first.
   DraftBasis draft_basis();
   // The titles of these rows and plans.
   TitleIndex titles(const store::StoredRows& rows, const Plans& plans);
@@ -98,9 +104,12 @@ class Wiki {
 
   // ---- The write lock, and what belongs to its holder.
 
-  // Takes the lock, with `wait` as long as the configuration says. Throws _WikiBusy; utils::Cancelled passes.
+  // Takes the lock; with `wait` it waits for lock_timeout_s at most, else it gives up at once. Throws
+  // _WikiBusy when another holds it, utils::IoError when the file cannot be locked; utils::Cancelled passes.
   void acquire_write_lock(bool wait, const utils::Task& task);
   void release_write_lock() { lock_.release(); }
+  // Runs `work` under the lock and releases it, whatever leaves `work`. When the release fails too, its
+  // failure is the one that is thrown.
   void with_write_lock(bool wait, const std::function<void()>& work);
   DigestReconciler& digest_reconciler() { return digest_reconciler_; }
   CoveredFiles& covered_files() { return covered_files_; }
@@ -108,6 +117,8 @@ class Wiki {
  private:
   class SourceRecords;
 
+  // The order matters: members are made from those above them, and destroyed before them. The indexer keeps a
+  // pointer to source_records_, which writes to the store.
   const WikiPaths paths_;
   const WikiConfig config_;
   const source::Checkout checkout_;
@@ -119,13 +130,13 @@ class Wiki {
   store::WriteLock lock_;
   VectorCache vectors_;
   ReadTexts texts_;
-  const KeptTexts drafts_;
-  const KeptTexts replaced_;
+  const KeptTexts drafts_;    // the newest only
+  const KeptTexts replaced_;  // all of them
   WikiLists lists_;
   DigestReconciler digest_reconciler_;  // the lock holder's, as is the next
   CoveredFiles covered_files_;
 
-  std::mutex prepare_mutex_;  // one thread at a time derives the plan
+  std::mutex prepare_mutex_;  // one thread at a time derives the plan; taken before mutex_
   mutable std::mutex mutex_;
   std::shared_ptr<const PlannedWiki> planned_;  // guarded by mutex_, as is the next
   TitleIndex titles_;

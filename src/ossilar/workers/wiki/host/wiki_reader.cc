@@ -1,3 +1,6 @@
+// Reads without the write lock: the store gives rows as snapshots, and a page file is replaced whole, so no
+// read sees half a write. Two reads may be of different moments, though, as a save can finish in between.
+// Therefore read_page() takes text and version from one read of the file and asks no row for the version.
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
 #include <utility>
@@ -36,8 +39,9 @@ WikiStatus WikiReader::status(Look look) const {
   return status;
 }
 
-// As a draft finds the page: with the title that a save without one would keep, and the files and symbols of
-// its grounding.
+// The plan as a save without a title would draft it: with the title that it would keep, and with the files
+// and symbols of the grounding. The author must see what the save will work with. What retitle() returns is
+// ignored: it refuses only titles that are asked for.
 std::variant<PageContext, Answer> WikiReader::page_context(const std::string& page_id) const {
   const auto planned = wiki_.prepare();
   Plans plans = planned->plans;
@@ -50,6 +54,7 @@ std::variant<PageContext, Answer> WikiReader::page_context(const std::string& pa
   return PageContext{*plan, std::move(grounding), wiki_.steering(plan.get())};
 }
 
+// Stored too: a page that the plan no longer has can still be read.
 bool WikiReader::has_page(const std::string& page_id) const {
   return wiki_.planned_with(page_id) != nullptr || wiki_.stored_pages().find(page_id) != nullptr;
 }
@@ -62,7 +67,7 @@ std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& page_i
                   {"page_id", page_id}};
   }
   std::string text = utils::read_text_file_within(wiki_.paths().pages, file);
-  wiki_.read_texts().put(text);
+  wiki_.read_texts().put(text);  // so that a save onto this version can later be shown what changed since
   std::string version = version_of(text);
   return StoredPage{.text = std::move(text), .version = std::move(version)};
 }

@@ -1,5 +1,6 @@
-// What commands and sessions ask of an open wiki: how its pages stand, what the author of one needs, a page,
-// the passages that answer a question. Nothing here takes the write lock, and no page is written.
+// What commands and sessions (operations/, mcp/) ask of an open wiki: how its pages stand, what the author of
+// one needs, a page, the passages that answer a question. Nothing here takes the write lock or writes a page,
+// so a reader does not wait for the save that holds it, and a failure leaves nothing behind.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +16,8 @@
 
 namespace ossilar::workers::wiki {
 
-// Whether the sources are looked at again: a command has done so a moment ago.
+// Whether the sources are scanned again. A command that has just prepared the wiki passes `spared`, as a
+// second scan would find the same.
 enum class Look { now, spared };
 
 struct PageContext {
@@ -24,7 +26,7 @@ struct PageContext {
   std::string steering;
 };
 
-// What the author of the page is told before the sources: its fields by name, in the order in which they are
+// What the author of the page is told before the sources: fields by name, in the order in which they are
 // shown.
 Map author_brief(const PageContext& context);
 
@@ -38,11 +40,12 @@ struct WikiStatus {
   std::string commit;
   std::vector<PageState> pages;
   std::size_t indexed_files = 0;
-  std::optional<store::WikiStateFields> last_write;
+  std::optional<store::WikiStateFields> last_write;  // none before the first save of the branch
 };
 
 // Thread-safety: every member may be called from any thread. Lifetime: the wiki must outlive it; making one
-// costs nothing.
+// costs nothing. Errors: what the store and the scan of the sources throw; a page id that nobody knows is an
+// answer, not an error.
 class WikiReader {
  public:
   explicit WikiReader(Wiki& wiki) : wiki_(wiki) {}
@@ -50,7 +53,7 @@ class WikiReader {
   // The states of all planned pages in the order of the plan, then of stored pages that no plan has any more.
   std::vector<PageState> page_states(Look look = Look::now) const;
   WikiStatus status(Look look = Look::now) const;
-  // The grounding of a planned page, or the answer that says that there is none.
+  // What an author of a planned page needs, or an answer with `error` for a page that is not planned.
   std::variant<PageContext, Answer> page_context(const std::string& page_id) const;
   // A stored page, or the answer that says why there is none. Throws utils::Error for a file that cannot be
   // read as a page.

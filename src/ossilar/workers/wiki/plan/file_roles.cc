@@ -1,3 +1,6 @@
+// Tables of names, in lower case, with the rules that read them. Names and not contents: a plan asks for the
+// role of every file of the index, and it must be the same on every machine. A wrong guess costs little, as
+// ossilar.toml can name the sources of a page; so a name without a clear meaning is left ordinary.
 #include "ossilar/workers/wiki/plan/file_roles.h"
 
 #include <algorithm>
@@ -11,7 +14,8 @@ namespace {
 
 using source::SourceFile;
 
-// Hand-written code stays far below this many bytes a line on average; what a minifier made does not.
+// Hand-written code stays far below this many bytes a line on average, even where single lines are long; what
+// a minifier made, on a few lines, does not.
 constexpr std::uint64_t kMinifiedBytesPerLine = 400;
 // The overview's readings are for a newcomer: a dozen files is as much as anyone opens first.
 constexpr std::size_t kOverviewFiles = 12;
@@ -30,17 +34,20 @@ bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
+// The endings are of prose formats that the language table (source/language.cc) does not have.
 bool is_prose(std::string_view language, std::string_view name) {
   return language == "Markdown" || language == "reStructuredText" ||
          ends_with_one_of(name,
                           std::array<std::string_view, 5>{".txt", ".adoc", ".asciidoc", ".org", ".texi"});
 }
 
+// Languages of which a file is data, unless its name makes it a manifest.
 bool is_data(std::string_view language) {
   static constexpr std::array<std::string_view, 5> kNames{"INI", "JSON", "TOML", "XML", "YAML"};
   return is_one_of(language, kNames);
 }
 
+// `name` is in lower case, so that "build" is Bazel's BUILD and "makefile" is also Makefile.
 bool is_manifest(std::string_view name) {
   static constexpr std::array<std::string_view, 37> kNames{"package.json",
                                                            "cmakelists.txt",
@@ -98,6 +105,8 @@ bool is_minified(const SourceFile& file) {
          kMinifiedBytesPerLine * static_cast<std::uint64_t>(std::max<std::int64_t>(file.lines, 1));
 }
 
+// The conventions by which test runners find files. "test_" is one in Python alone; elsewhere the word is as
+// often part of what the code is about.
 bool is_test(std::string_view name) {
   const std::string_view stem = name.substr(0, name.rfind('.'));
   return stem.ends_with("_test") || stem.ends_with(".test") || stem.ends_with(".spec") ||
@@ -107,13 +116,15 @@ bool is_test(std::string_view name) {
 
 constexpr int kNoReadme = 3;
 
+// README.md, then other formats and translations ("readme.fr.md"), then names like "README-dev".
 int readme_rank(std::string_view name) {
   if (name == "readme.md") return 0;
   if (name == "readme" || name.starts_with("readme.")) return 1;
   return name.starts_with("readme") ? 2 : kNoReadme;
 }
 
-// What says nothing about the code and changes with every release, or never.
+// Prose that says nothing about the code, and changes with every release or never: as a source it would make
+// pages stale for nothing.
 bool is_formality(std::string_view name) {
   static constexpr std::array<std::string_view, 10> kBeginnings{"changelog", "changes", "history", "news",
                                                                 "release",   "license", "licence", "copying",
@@ -122,7 +133,8 @@ bool is_formality(std::string_view name) {
                      [&](std::string_view b) { return name.starts_with(b); });
 }
 
-// A Python package `test` which offers names is for the tests of others, and so part of what the project is.
+// A Python package `test` with something in its __init__.py is imported by others for their tests, and so
+// part of what the project offers. Up to two lines are the marker of a package.
 bool offers_names(std::string_view folder, const source::SourceIndex& index) {
   const SourceFile* package = index.find(std::string(folder) + "/__init__.py");
   return package != nullptr && package->lines > 2;
@@ -135,7 +147,7 @@ std::string_view file_name(std::string_view path) { return path.substr(path.rfin
 std::string_view file_stem(std::string_view path) {
   const std::string_view name = file_name(path);
   const std::size_t dot = name.rfind('.');
-  return dot == 0 ? name : name.substr(0, dot);
+  return dot == 0 ? name : name.substr(0, dot);  // without a dot npos, and so the whole name
 }
 
 std::string_view folder_of(std::string_view path) {
@@ -143,6 +155,8 @@ std::string_view folder_of(std::string_view path) {
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
+// The order decides between rules that fit the same name: package-lock.json is generated though its language
+// is data, CMakeLists.txt a manifest though it ends in .txt, setup.py one though it is code.
 FileRole file_role(const SourceFile& file) {
   if (file.kind != source::FileKind::text) return FileRole::other;
   const std::string name = utils::lower_case(file_name(file.path));
@@ -155,6 +169,8 @@ FileRole file_role(const SourceFile& file) {
 
 bool is_readme(std::string_view path) { return readme_rank(utils::lower_case(file_name(path))) < kNoReadme; }
 
+// Names by convention. A name is listed where it has that meaning in nearly every repository; one that is as
+// often a module's name would hide real code from the plan.
 FolderRole folder_role(std::string_view path, const source::SourceIndex& index) {
   static constexpr std::array<std::string_view, 15> kTests{
       "test", "tests",     "__tests__", "spec",      "specs",     "testdata", "test-data",        "fixtures",
@@ -174,12 +190,14 @@ FolderRole folder_role(std::string_view path, const source::SourceIndex& index) 
   const std::string name = utils::lower_case(file_name(path));
   const bool at_top = folder_of(path).empty();
   if (name == "test" && offers_names(path, index)) return FolderRole::ordinary;
+  // "t" is where Perl has its tests; deeper down one letter may be anything.
   if (is_one_of(name, kTests) || (at_top && name == "t")) return FolderRole::tests;
   if (is_one_of(name, kExamples)) return FolderRole::examples;
   if (is_one_of(name, kBenchmarks)) return FolderRole::benchmarks;
   if (is_one_of(name, kVendored) || (at_top && is_one_of(name, kVendoredAtTop))) return FolderRole::vendored;
   if (is_one_of(name, kDocs)) return FolderRole::docs;
-  // Packages for browsers keep what their bundler made beside what it was made from.
+  // With a package.json beside it, build/ is what a bundler made; in other repositories it holds build
+  // scripts.
   const bool bundles = at_top && name == "build" && index.find("package.json") != nullptr;
   return bundles || is_one_of(name, kGenerated) ? FolderRole::generated : FolderRole::ordinary;
 }
@@ -191,6 +209,9 @@ bool is_upkeep_folder(std::string_view name) {
   return is_one_of(utils::lower_case(name), kNames);
 }
 
+// By names first: in many languages a program needs no main(), and a test or a tool beside the program may
+// have one. The repository's name is no criterion: a checkout may have any, and two checkouts must get the
+// same plan.
 int entry_rank(const SourceFile& file) {
   static constexpr std::array<std::string_view, 5> kProgram{"main", "__main__", "index", "app", "server"};
   static constexpr std::array<std::string_view, 4> kPackage{"lib", "mod", "__init__", "doc"};
@@ -205,6 +226,7 @@ std::vector<std::string> overview_files(const source::SourceIndex& index) {
   std::vector<std::pair<int, std::string>> ranked;
   for (const auto& file : index.files()) {
     if (file->kind != source::FileKind::text || file->path.find('/') != std::string::npos) continue;
+    // Manifests have the rank of no README, which sorts them behind all of those.
     const int rank = readme_rank(utils::lower_case(file->path));
     if (rank < kNoReadme || file_role(*file) == FileRole::manifest) ranked.emplace_back(rank, file->path);
   }

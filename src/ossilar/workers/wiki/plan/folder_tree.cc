@@ -1,3 +1,9 @@
+// One pass over the index in its order makes the folders in preorder, with a stack of those that are open. It
+// works without recursion, as a path may have thousands of parts.
+//
+// A page needs something to be about even in an unusual repository: where all code lies below tests/ or
+// examples/, or where there is no code. So the tree is read in up to three ways, and the first that gives it
+// weight counts.
 #include "ossilar/workers/wiki/plan/folder_tree.h"
 
 #include <algorithm>
@@ -10,6 +16,7 @@ using source::SourceFile;
 FolderTree::FolderTree(const source::SourceIndex& index) {
   roles_.reserve(index.files().size());
   for (const auto& file : index.files()) roles_.emplace(file.get(), file_role(*file));
+  // Built anew for each reading: it changes which files are listed and which folders have a role.
   for (const Reading reading : {Reading::code, Reading::code_anywhere, Reading::all_text}) {
     reading_ = reading;
     build(index);
@@ -22,20 +29,22 @@ std::int64_t FolderTree::weight(const SourceFile& file, FolderRole folder) const
     switch (role(file)) {
       case FileRole::code:
         return true;
-      case FileRole::test:
+      case FileRole::test:  // beside the code it goes along with it; in a folder of tests it is the subject
         return folder != FolderRole::ordinary || reading_ == Reading::code_anywhere;
       case FileRole::prose:  // the README at the root is the overview's
         return folder == FolderRole::docs ||
                (reading_ == Reading::all_text && !(is_readme(file.path) && folder_of(file.path).empty()));
       case FileRole::other:
         return reading_ == Reading::all_text && lists(file);
-      default:
+      default:  // a manifest says how the code is built, and is no subject of a page
         return false;
     }
   }();
   return counts && file.lines >= kEmptyLines ? file.lines + kFileWeight : 0;
 }
 
+// In a repository of documents or data the data is the subject; a language shows that its text is meant for
+// reading.
 bool FolderTree::lists(const SourceFile& file) const {
   if (file.kind != source::FileKind::text) return false;
   return role(file) != FileRole::other || (reading_ == Reading::all_text && !file.language.empty());
@@ -49,13 +58,14 @@ void FolderTree::build(const source::SourceIndex& index) {
     enter(open, folder_of(file->path), index);
     folders_[open.back()].files.push_back(file.get());
   }
+  // Those that enter() never left.
   for (const std::size_t folder : open) folders_[folder].end = folders_.size();
   for (Folder& folder : folders_) move_namesakes(folder);
   weigh();
 }
 
-// Leaves and enters folders until `folder` is the innermost open one. In the order of their bytes all paths
-// below a folder stand together, so a folder is entered once.
+// Leaves and enters folders until `folder` is the innermost open one. In the index's order, by bytes, all
+// paths below a folder stand together, so a folder is entered once and no map from path to folder is needed.
 void FolderTree::enter(std::vector<std::size_t>& open, std::string_view folder,
                        const source::SourceIndex& index) {
   const auto holds = [&](const std::string& path) {
@@ -73,6 +83,8 @@ void FolderTree::enter(std::vector<std::size_t>& open, std::string_view folder,
     Folder child;
     child.path = folder.substr(0, stop);
     child.parent = parent;
+    // A role covers all below it: src/ within tests/ holds tests. Where all code lies in such folders the
+    // names say nothing, and in a repository of text they are of no interest.
     child.role = folders_[parent].role;
     if (child.ordinary() && reading_ == Reading::code) {
       child.role = folder_role(child.path, index);
@@ -83,6 +95,8 @@ void FolderTree::enter(std::vector<std::size_t>& open, std::string_view folder,
   }
 }
 
+// Moves the files that are the head of a folder beside them into that folder: they are one subject, and the
+// folder's page would otherwise lack the file that declares what is in it.
 void FolderTree::move_namesakes(Folder& folder) {
   std::unordered_map<std::string_view, std::size_t> child_by_name;
   for (const std::size_t child : folder.children) {
@@ -99,6 +113,7 @@ void FolderTree::move_namesakes(Folder& folder) {
   folder.files.erase(moves, folder.files.end());
 }
 
+// Backward, so that a folder has its whole weight before it is added to its parent, which stands before it.
 void FolderTree::weigh() {
   for (std::size_t i = folders_.size(); i-- > 0;) {
     Folder& folder = folders_[i];

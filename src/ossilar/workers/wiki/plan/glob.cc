@@ -1,3 +1,7 @@
+// The pattern becomes a list of tokens, and a path is read once while all tokens that may come next are kept
+// as a set (Thompson's simulation of an automaton, 1968). The plain way, trying each length of a star in
+// turn, takes time exponential in the number of stars (*a*a*a*b), and patterns come from a file that anybody
+// may have written.
 #include "ossilar/workers/wiki/plan/glob.h"
 
 #include <algorithm>
@@ -6,10 +10,13 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// The character that begins at `at`, which moves past it. A byte that is not UTF-8 stands for itself.
+// The character that begins at `at`, which moves past it. Paths and patterns are UTF-8. Of other bytes it
+// only matters that reading goes on: a stray one stands for itself, as does a lead byte at the end of the
+// text.
 char32_t next_character(std::string_view text, std::size_t& at) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(at);
+  // The bounds of UTF-8's lead bytes. Below 0xC0 is ASCII, or a byte that continues a character.
   const std::size_t length = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
   if (length == 1 || text.size() - at < length) {
     ++at;
@@ -27,7 +34,7 @@ std::u32string characters_of(std::string_view text) {
   return out;
 }
 
-// "./src/" and "/src" mean "src".
+// "./src/" and "/src" mean "src": the paths of an index begin at the root and end in a name.
 std::string_view trimmed(std::string_view pattern) {
   while (pattern.substr(0, 2) == "./") pattern.remove_prefix(2);
   while (!pattern.empty() && pattern.front() == '/') pattern.remove_prefix(1);
@@ -41,8 +48,11 @@ bool is_below(std::string_view path, std::string_view folder) {
 
 }  // namespace
 
-// The tokens that may come next, as a path is read: each at most once, so a character costs at most their
-// number.
+// The set of tokens that may come next while a path is read. A state is the index of a token; the number of
+// tokens itself is the state behind the last one, where the path may end.
+//
+// Invariant: a state is in states_ at most once, so a character costs at most the number of tokens. seen_ has
+// the generation (the number of characters read) in which a state was added last, so it needs no clearing.
 class Glob::Run {
  public:
   explicit Run(const std::vector<Token>& tokens) : tokens_(tokens), seen_(tokens.size() + 1, 0) { add(0); }
@@ -58,6 +68,7 @@ class Glob::Run {
   }
 
  private:
+  // Adds what may follow `state` after it has read `character`.
   void advance(std::size_t state, char32_t character) {
     if (state == tokens_.size()) return;
     const Token& token = tokens_[state];
@@ -68,15 +79,17 @@ class Glob::Run {
         return add(state);
       case Kind::inside_part:
         add(state);
-        if (character == U'/') add(state - 1);
+        if (character == U'/') add(state - 1);  // the part is over: back to whole_parts
         return;
       case Kind::whole_parts:
-        return;
+        return;  // reads nothing itself: add() has entered what follows it
       default:
         return add(state + 1);
     }
   }
 
+  // Adds `state`, and all that can be reached from it without reading: a run may be empty. A loop, not a
+  // recursion: a pattern may be nothing but stars.
   void add(std::size_t state) {
     for (;; ++state) {
       if (std::exchange(seen_[state], generation_) == generation_) return;
@@ -84,6 +97,7 @@ class Glob::Run {
       if (state == tokens_.size()) return;
       const Kind kind = tokens_[state].kind;
       if (kind == Kind::whole_parts) {
+        // Either a part begins here (the token behind it), or no part comes and the token after that is next.
         add_one(state + 1);
         ++state;
       } else if (kind != Kind::any_run && kind != Kind::deep_run) {
@@ -92,6 +106,7 @@ class Glob::Run {
     }
   }
 
+  // inside_part, which is never empty and so leads nowhere by itself.
   void add_one(std::size_t state) {
     if (std::exchange(seen_[state], generation_) != generation_) states_.push_back(state);
   }
@@ -104,8 +119,12 @@ class Glob::Run {
 
 Glob::Glob(std::string_view pattern) : pattern_(trimmed(pattern)), characters_(characters_of(pattern_)) {
   compile();
+  // Only a plain last part names a folder: src/* would otherwise match all below src/. An escaped character
+  // counts as special here, which loses nothing but the files below a folder of such a name.
   const std::string_view last_part = std::string_view(pattern_).substr(pattern_.rfind('/') + 1);
   names_folder_ = last_part.find_first_of("*?[") == std::string_view::npos;
+  // What stands before the first special character, and behind the last: two cheap tests that rule out most
+  // paths.
   plain_prefix_ = pattern_.substr(0, pattern_.find_first_of("*?[\\"));
   if (!names_folder_) plain_suffix_ = pattern_.substr(pattern_.find_last_of("*?[]\\") + 1);
 }
@@ -127,6 +146,9 @@ void Glob::compile() {
   }
 }
 
+// Compiles the stars at `at`; returns where the pattern goes on. One star stays within a part. Two or more
+// cross parts; between slashes, or at the beginning before one, they stand for whole parts and take the slash
+// with them.
 std::size_t Glob::compile_stars(std::size_t at) {
   const std::size_t end = std::min(characters_.find_first_not_of(U'*', at), characters_.size());
   const bool starts_part = at == 0 || characters_[at - 1] == U'/';
@@ -142,7 +164,8 @@ std::size_t Glob::compile_stars(std::size_t at) {
   return end;
 }
 
-// A bracket that is never closed is a plain character. A `]` right after the opening belongs to the set.
+// Compiles the set at `at`; returns where the pattern goes on. A bracket that is never closed is a plain
+// character. Right after the opening, `]` belongs to the set; so does `-` at either end.
 std::size_t Glob::compile_set(std::size_t at) {
   Token token{Kind::set, 0, false, {}};
   std::size_t i = at + 1;
@@ -162,6 +185,7 @@ std::size_t Glob::compile_set(std::size_t at) {
   return close + 1;
 }
 
+// Whether the token may read the character; a '/' only where parts are crossed.
 bool Glob::accepts(const Token& token, char32_t character) {
   switch (token.kind) {
     case Kind::literal:
@@ -182,12 +206,13 @@ bool Glob::accepts(const Token& token, char32_t character) {
 
 bool Glob::matches(std::string_view path) const {
   if (pattern_.empty()) return false;
+  // As it stands, first: "app/[id]/page.ts" is a real path in some repositories.
   if (path == pattern_ || is_below(path, pattern_)) return true;
   if (!path.starts_with(plain_prefix_) || !path.ends_with(plain_suffix_)) return false;
   Run run(tokens_);
   for (std::size_t at = 0; at < path.size() && run.alive();) {
     const char32_t character = next_character(path, at);
-    if (character == U'/' && names_folder_ && run.at_end()) return true;
+    if (character == U'/' && names_folder_ && run.at_end()) return true;  // what lies below the folder
     run.read(character);
   }
   return run.at_end();
@@ -195,7 +220,7 @@ bool Glob::matches(std::string_view path) const {
 
 std::vector<std::string> Glob::matching_files(const source::SourceIndex& index) const {
   std::vector<std::string> out;
-  const auto& files = index.files();
+  const auto& files = index.files();  // by their bytes: those with a common beginning stand together
   auto file =
       std::lower_bound(files.begin(), files.end(), plain_prefix_,
                        [](const auto& entry, const std::string& prefix) { return entry->path < prefix; });

@@ -1,3 +1,7 @@
+// Each language's rule for searching, applied to paths alone. Most begin at a folder that a build file names;
+// as that is not read, PathSuffixes finds the files that end as the import says, the only one or the nearest.
+// The rules err on the side of nothing: standard libraries and short names, which fit by accident, are left
+// out or looked for only nearby.
 #include "ossilar/workers/wiki/plan/import_resolver.h"
 
 #include <algorithm>
@@ -45,7 +49,7 @@ std::string below(std::string_view folder, std::string_view path) {
   return std::string(folder) + "/" + std::string(path);
 }
 
-// `path` as seen from `folder`, without "." and ".."; none when it leaves the repository.
+// `path`, taken from `folder`, without "." and ".."; none when it leads out of the repository.
 std::optional<std::string> relative(std::string_view folder, std::string_view path) {
   const std::string whole = below(folder, path);
   Parts kept;
@@ -60,7 +64,8 @@ std::optional<std::string> relative(std::string_view folder, std::string_view pa
   return joined(kept.begin(), kept.end());
 }
 
-// The first part of every import of Go's standard library.
+// The first part of every import of Go's standard library, as of Go 1.24. Without it `encoding/json` would
+// mean a folder json/ of the repository.
 constexpr std::array<std::string_view, 50> kGoStandard{
     "C",      "archive",  "bufio",   "builtin", "bytes",    "cmp",    "compress", "container", "context",
     "crypto", "database", "debug",   "embed",   "encoding", "errors", "expvar",   "flag",      "fmt",
@@ -71,6 +76,8 @@ constexpr std::array<std::string_view, 50> kGoStandard{
 
 constexpr std::array<std::string_view, 3> kJvmEndings{".java", ".kt", ".groovy"};
 
+// In the order in which they are tried: the file as named, then TypeScript before the JavaScript that may be
+// made of it, then a folder's index.
 const Parts& script_endings() {
   static const Parts endings{
       "",           ".ts",         ".tsx",      ".d.ts",      ".js",        ".jsx",       ".mjs",
@@ -79,6 +86,7 @@ const Parts& script_endings() {
   return endings;
 }
 
+// Sources before stubs, which say the same of the module but not how it works.
 const Parts& python_endings() {
   static const Parts endings{".py", "/__init__.py", ".pyi", "/__init__.pyi", ".pyx"};
   return endings;
@@ -95,7 +103,8 @@ std::vector<std::string_view> all_paths(const source::SourceIndex& index) {
   return paths;
 }
 
-// For each folder its first file with one of `endings`; a test only where there is nothing else.
+// For each folder its first file with one of `endings`; a test (*_test.go, which lies beside the code) only
+// if there is nothing else.
 template <std::size_t N>
 std::unordered_map<std::string_view, std::string_view> first_files(
     const source::SourceIndex& index, const std::array<std::string_view, N>& endings) {
@@ -114,6 +123,7 @@ std::vector<std::string_view> folders(
     const std::unordered_map<std::string_view, std::string_view>& first_files) {
   std::vector<std::string_view> out;
   for (const auto& [folder, file] : first_files) {
+    // The root has no name by which an import could find it.
     if (!folder.empty()) out.push_back(folder);
   }
   return out;
@@ -125,7 +135,8 @@ std::string_view file_in(const std::unordered_map<std::string_view, std::string_
   return folder.empty() || found == first_files.end() ? std::string_view() : found->second;
 }
 
-// The folder of the modules that the Rust file `path` is above: its own for the root of a crate or folder.
+// The folder with the child modules of the Rust file `path`: its own folder for mod.rs and the root of a
+// crate, else the folder named like the file.
 std::string rust_children(std::string_view path) {
   static constexpr std::array<std::string_view, 3> kFolderModules{"mod", "lib", "main"};
   const std::string_view stem = file_stem(path);
@@ -147,6 +158,7 @@ std::string_view ImportResolver::resolve(const source::SourceFile& file, std::st
   static constexpr std::array<std::string_view, 3> kJvm{"Java", "Kotlin", "Groovy"};
   if (import.empty()) return {};
   const std::string_view folder = folder_of(file.path);
+  // By the import's form and not by language: only the C family's have quotes or angle brackets.
   if (import.front() == '"' || import.front() == '<') return include(folder, import);
   if (file.language == "Python") return python(folder, import);
   if (file.language == "Go") return go(folder, import);
@@ -156,6 +168,7 @@ std::string_view ImportResolver::resolve(const source::SourceFile& file, std::st
   return {};
 }
 
+// The first file of which the path is `base` with one of `endings`, in their order.
 std::string_view ImportResolver::first_at(std::string_view base, const Parts& endings) const {
   for (const std::string_view ending : endings) {
     const std::string_view found = files_.exact(std::string(base) + std::string(ending));
@@ -164,14 +177,17 @@ std::string_view ImportResolver::first_at(std::string_view base, const Parts& en
   return {};
 }
 
+// As a compiler searches: quotes beside the file first, then the include folders. Those stand in build files,
+// so the end of the path has to do.
 std::string_view ImportResolver::include(std::string_view folder, std::string_view import) const {
-  if (import.size() < 3) return {};
+  if (import.size() < 3) return {};  // no name between the marks
   std::string_view name = import.substr(1, import.size() - 2);
   if (import.front() == '"') {
     const auto path = relative(folder, name);
     const std::string_view found = path ? files_.exact(*path) : std::string_view();
     if (!found.empty()) return found;
   }
+  // From an include folder dots mean nothing that is known here; what follows them may still be found.
   while (starts_with(name, "../") || starts_with(name, "./")) name.remove_prefix(name.find('/') + 1);
   // <string.h> is the system's, unless a folder for includes has one.
   const bool may_be_system = import.front() == '<' && name.find('/') == std::string_view::npos;
@@ -179,6 +195,8 @@ std::string_view ImportResolver::include(std::string_view folder, std::string_vi
   return files_.nearest(name, folder, [](std::string_view root) { return ends_with(root, "include/"); });
 }
 
+// `.a` is relative to the file's package, each further dot one package up; without dots the import is
+// absolute.
 std::string_view ImportResolver::python(std::string_view folder, std::string_view import) const {
   const std::size_t dots = std::min(import.find_first_not_of('.'), import.size());
   const Parts parts = split(import.substr(dots), ".");
@@ -194,7 +212,8 @@ std::string_view ImportResolver::python(std::string_view folder, std::string_vie
   return found.empty() ? files_.exact(below(package, "__init__.py")) : found;
 }
 
-// Absolute imports begin at a folder that is no package itself.
+// Absolute imports begin at a folder of sys.path, which is no package itself. `import json` has a name that
+// any folder may hold, so one part is only looked for near the file.
 std::string_view ImportResolver::python_absolute(std::string_view folder, std::string_view path) const {
   const auto is_root = [&](std::string_view root) {
     return files_.exact(std::string(root) + "__init__.py").empty();
@@ -209,12 +228,15 @@ std::string_view ImportResolver::python_absolute(std::string_view folder, std::s
   return {};
 }
 
+// Only relative imports are files of the repository. The rest names packages, or aliases that a bundler's
+// configuration defines.
 std::string_view ImportResolver::javascript(std::string_view folder, std::string_view import) const {
   const bool local =
       import == "." || import == ".." || starts_with(import, "./") || starts_with(import, "../");
   if (!local) return {};
   const auto path = relative(folder, import);
   if (!path) return {};
+  // At the root there is no folder name for "/index.ts" to follow.
   const std::string_view found =
       path->empty() ? first_at("index", script_endings()) : first_at(*path, script_endings());
   if (!found.empty()) return found;
@@ -224,8 +246,9 @@ std::string_view ImportResolver::javascript(std::string_view folder, std::string
   return first_at(std::string_view(*path).substr(0, dot), script_endings());
 }
 
-// The module's path stands in go.mod, which is not read: the longest end of the import that is a package here
-// counts.
+// An import begins with the module's path, which only go.mod tells. It is not read; instead the longest end
+// of the import that is a package here counts. One part alone (".../errors") is too common to be looked for
+// everywhere.
 std::string_view ImportResolver::go(std::string_view folder, std::string_view import) const {
   const Parts parts = split(import, "/");
   if (holds(kGoStandard, parts.front())) return {};
@@ -239,6 +262,8 @@ std::string_view ImportResolver::go(std::string_view folder, std::string_view im
   return {};
 }
 
+// The first part decides: `crate` from the crate's root, `super` from the modules above, `self` from this
+// one. Anything else is a child of this module, or else another crate of the workspace.
 std::string_view ImportResolver::rust(std::string_view path, std::string_view import) const {
   const Parts parts = split(import, "::");
   const std::string_view folder = folder_of(path);
@@ -258,7 +283,8 @@ std::string_view ImportResolver::rust(std::string_view path, std::string_view im
   return self ? rust_below(folder, rest) : rust_elsewhere(folder, parts);
 }
 
-// The nearest folder upward that holds the root of a crate.
+// The nearest folder upward that holds the root of a crate; "" if none does. The manifest may name another
+// root, but is not read.
 std::string_view ImportResolver::rust_crate_root(std::string_view folder) const {
   const auto is_root = [&](std::string_view candidate) {
     return !first_at(below(candidate, "lib"), {".rs"}).empty() ||
@@ -268,13 +294,15 @@ std::string_view ImportResolver::rust_crate_root(std::string_view folder) const 
   return folder;
 }
 
-// What `parts` means in the module whose children lie in `folder`.
+// What `parts` means in the module whose children lie in `folder`: a child, or else a name in the module's
+// own file.
 std::string_view ImportResolver::rust_in(std::string_view folder, const Parts& parts) const {
   const std::string_view found = rust_below(folder, parts);
   return found.empty() ? rust_module(folder) : found;
 }
 
-// A path that begins with the name of another crate of the workspace.
+// A path that begins with the name of another crate of the workspace. Code writes '_' where the crate's
+// folder mostly has '-'.
 std::string_view ImportResolver::rust_elsewhere(std::string_view folder, const Parts& parts) const {
   std::string name(parts.front());
   std::string_view root = files_.find(name + "/src/lib.rs", folder);
@@ -285,7 +313,7 @@ std::string_view ImportResolver::rust_elsewhere(std::string_view folder, const P
   return root.empty() ? root : rust_in(folder_of(root), {parts.begin() + 1, parts.end()});
 }
 
-// The file of the module whose children lie in `folder`.
+// The file of the module whose children lie in `folder`: within it, or beside it with its name.
 std::string_view ImportResolver::rust_module(std::string_view folder) const {
   for (const std::string_view name : {"mod.rs", "lib.rs", "main.rs"}) {
     const std::string_view found = files_.exact(below(folder, name));
@@ -304,8 +332,10 @@ std::string_view ImportResolver::rust_below(std::string_view folder, const Parts
   return {};
 }
 
+// A class is a file at the path of its package. Some last parts may be names within the class, so they are
+// dropped one by one, the longest match first.
 std::string_view ImportResolver::jvm(std::string_view folder, std::string_view import) const {
-  // A class, a class in it, and a static member of that.
+  // How many last parts may name something: a class, a class in it, and a static member of that.
   static constexpr std::ptrdiff_t kDeepestName = 3;
   const Parts parts = split(import, ".");
   const auto package_end = [&](std::ptrdiff_t dropped) { return parts.end() - dropped; };
@@ -317,7 +347,7 @@ std::string_view ImportResolver::jvm(std::string_view folder, std::string_view i
       if (!found.empty()) return found;
     }
   }
-  // All of a package, or a function in one of its files.
+  // All of a package, or a function in one of its files. A package of one part is too common a folder name.
   if (size < 3) return {};
   return file_in(jvm_packages_, jvm_folders_.find(joined(parts.begin(), package_end(1)), folder));
 }

@@ -1,6 +1,10 @@
-// What the includes and imports in source files mean, told from the paths of the repository alone: build
-// files, which may say otherwise, are not read. Where several files fit and none is nearer than the rest,
-// none is meant.
+// What the includes and imports in source files mean, told from the paths of the repository alone. Build
+// files, which may say otherwise, are not read: each build system would need an interpreter. Where several
+// files fit and none is nearer than the rest, the import stays unresolved, since a diagram with a wrong edge
+// misleads.
+//
+// module_graph.cc makes one for each plan. Nothing here throws: an import that is malformed or unknown gives
+// "".
 #pragma once
 
 #include <string>
@@ -20,17 +24,20 @@ namespace ossilar::workers::wiki {
 // Lifetime: `index` must outlive the resolver; the paths that it gives are views of the index's.
 class ImportResolver {
  public:
-  // Takes as long as the index is large; a resolve() does not.
+  // Linear in the size of the index; resolve() is not, so make one resolver for many imports.
   explicit ImportResolver(const source::SourceIndex& index);
 
-  // The path of the indexed file that `file`'s `import` means, "" for one outside the repository or not
-  // resolved. An import of a folder (Go's packages, Java's `a.b.*`) gives the folder's first file of the
-  // language.
+  // The path of the indexed file that `import`, written as source/imports.h has it, means in `file`. "" for
+  // one outside the repository or not resolved. An import of a folder (Go's packages, Java's `a.b.*`) gives
+  // the folder's first file of the language: an edge needs a file, and all of a folder are mostly on one
+  // page.
   std::string_view resolve(const source::SourceFile& file, std::string_view import) const;
 
  private:
   using FirstFiles = std::unordered_map<std::string_view, std::string_view>;  // folder to file
 
+  // `folder` is that of the importing file, "" at the root; in rust_in(), rust_module() and rust_below() that
+  // of a module's children. `parts` are those of the import.
   std::string_view first_at(std::string_view base, const std::vector<std::string_view>& endings) const;
   std::string_view include(std::string_view folder, std::string_view import) const;
   std::string_view python(std::string_view folder, std::string_view import) const;
@@ -48,7 +55,7 @@ class ImportResolver {
   PathSuffixes files_;
   FirstFiles go_packages_;
   FirstFiles jvm_packages_;
-  PathSuffixes go_folders_;
+  PathSuffixes go_folders_;  // of the packages above, as is the next; made after them
   PathSuffixes jvm_folders_;
 };
 

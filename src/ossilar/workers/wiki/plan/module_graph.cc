@@ -1,3 +1,6 @@
+// Two sorted lists of index pairs, one for each direction. Each save draws its page and asks for the
+// neighbours of few pages, so that must not take a walk over all edges. Maps from id to sets of ids would do
+// it too, with a tree node and a page id at both ends of every edge.
 #include "ossilar/workers/wiki/plan/module_graph.h"
 
 #include <algorithm>
@@ -9,7 +12,7 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// Path to the id of the page that it belongs to.
+// Path of a file to the id of the page that it belongs to; views of the plans.
 using Owners = std::unordered_map<std::string_view, std::string_view>;
 
 Owners owners_of(const Plans& plans) {
@@ -17,6 +20,7 @@ Owners owners_of(const Plans& plans) {
   for (std::size_t i = 0; i < plans.size(); ++i) {
     const PagePlan& plan = plans[i];
     if (!plan_type(plan).unit) continue;
+    // Does nothing if the path is known: the first page keeps it.
     for (const std::string& path : plan.source_files) owners.try_emplace(path, plan.page_id);
   }
   return owners;
@@ -44,7 +48,7 @@ ModuleGraph::ModuleGraph(const std::vector<Edge>& edges) {
   make_unique(on_);
   for (const auto& [from, to] : on_) by_.emplace_back(to, from);
   make_unique(by_);
-  on_.shrink_to_fit();
+  on_.shrink_to_fit();  // the duplicates are gone, and the graph lives as long as its plan
   by_.shrink_to_fit();
 }
 
@@ -63,6 +67,7 @@ std::vector<std::string_view> ModuleGraph::linked(const Links& links, std::strin
   const std::uint32_t place = place_of(id);
   if (place == ids_.size() || ids_[place] != id) return {};
   std::vector<std::string_view> others;
+  // No index is below 0, so this finds the first link of the page.
   for (auto at = std::lower_bound(links.begin(), links.end(), Link(place, 0));
        at != links.end() && at->first == place; ++at)
     others.emplace_back(ids_[at->second]);

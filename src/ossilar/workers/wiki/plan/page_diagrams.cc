@@ -1,3 +1,6 @@
+// The graph has edges between pages of all levels; a reader wants those between modules of one. So each
+// diagram first maps both ends of every edge to the page as which it is drawn (shown_as), which merges edges,
+// and only then cuts the graph down to what can be read. A cut before that would count edges that become one.
 #include "ossilar/workers/wiki/plan/page_diagrams.h"
 
 #include <algorithm>
@@ -15,15 +18,16 @@ namespace {
 // What a reader takes in at a glance, and what Mermaid lays out without a tangle.
 constexpr std::size_t kMostNodes = 24;
 constexpr std::size_t kMostEdges = 60;
-constexpr std::size_t kLongestLabel = 60;  // bytes
-// Plans come from configuration too: a cycle of parents must end.
+constexpr std::size_t kLongestLabel = 60;  // bytes, before escaping; a longer one makes its box too wide
+// A walk up through the parents must end even if they form a circle, which plan_entries.cc refuses. A deeper
+// page is drawn as its 64th ancestor.
 constexpr int kDeepestPlan = 64;
 
 using Ids = std::unordered_set<std::string_view>;
 using Edge = std::pair<std::string_view, std::string_view>;  // page ids: what depends, what it depends on
 using Edges = std::set<Edge>;
 
-// The id of the unit page above, or "".
+// The id of the page above, if that is a unit page; else "".
 std::string_view unit_above(const Plans& plans, std::string_view id) {
   const PagePlan* plan = plans.find(id);
   const PagePlan* parent = plan != nullptr ? plans.find(plan->parent) : nullptr;
@@ -31,7 +35,8 @@ std::string_view unit_above(const Plans& plans, std::string_view id) {
                                                       : std::string_view();
 }
 
-// The page that stands for `id` where of all pages only those in `open` show their children.
+// The page as which `id` is drawn if only the pages in `open` show their children: the nearest ancestor, or
+// `id` itself, with an open parent or none.
 std::string_view shown_as(const Plans& plans, std::string_view id, const Ids& open) {
   for (int i = 0; i < kDeepestPlan; ++i) {
     const std::string_view above = unit_above(plans, id);
@@ -41,12 +46,14 @@ std::string_view shown_as(const Plans& plans, std::string_view id, const Ids& op
   return id;
 }
 
+// `id` and the unit pages above it; empty for "".
 Ids with_ancestors(const Plans& plans, std::string_view id) {
   Ids out;
   for (int i = 0; i < kDeepestPlan && !id.empty(); ++i, id = unit_above(plans, id)) out.insert(id);
   return out;
 }
 
+// The page and all below it. The set of ids seen ends it if children form a circle.
 Ids with_descendants(const Plans& plans, const PagePlan& plan) {
   Ids out{plan.page_id};
   std::vector<std::string_view> waiting{plan.page_id};
@@ -61,10 +68,13 @@ Ids with_descendants(const Plans& plans, const PagePlan& plan) {
   return out;
 }
 
+// Edges within what is drawn as one page disappear.
 void add_edge(Edges& edges, std::string_view from, std::string_view to) {
   if (from != to) edges.emplace(from, to);
 }
 
+// All edges, each end drawn as its top module. Edges come in the order of what depends, so its walk up is
+// made once for all of its edges.
 Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
   Edges edges;
   std::string_view last;
@@ -76,8 +86,8 @@ Edges between_top_modules(const Plans& plans, const ModuleGraph& graph) {
   return edges;
 }
 
-// What the module, with all below it, depends on and is depended on by. Others are shown by the page that
-// stands beside the module or beside a page above it.
+// What the module, with all below it, depends on and what depends on it. Of other pages those are drawn that
+// stand beside the module or beside a page above it, so the picture is coarser the farther away it looks.
 Edges neighbours(const PagePlan& plan, const Ids& inside, const Plans& plans, const ModuleGraph& graph) {
   const Ids open = with_ancestors(plans, unit_above(plans, plan.page_id));
   Edges edges;
@@ -90,6 +100,8 @@ Edges neighbours(const PagePlan& plan, const Ids& inside, const Plans& plans, co
   return edges;
 }
 
+// The edges inside the module, each end drawn as the child that it is in. The module's own files are no
+// child.
 Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& plans,
                        const ModuleGraph& graph) {
   const std::string_view self = plan.page_id;
@@ -104,7 +116,7 @@ Edges between_children(const PagePlan& plan, const Ids& inside, const Plans& pla
   return edges;
 }
 
-// The nodes of `edges`, the most connected first.
+// The nodes of `edges`, the most connected first, of equal ones the first by id.
 std::vector<std::string_view> ranked_nodes(const Edges& edges) {
   std::map<std::string_view, std::size_t> degrees;
   for (const auto& [from, to] : edges) {
@@ -119,7 +131,9 @@ std::vector<std::string_view> ranked_nodes(const Edges& edges) {
   return nodes;
 }
 
-// The edges between the most connected nodes, at most kMostEdges, those of the better connected first.
+// The edges between the most connected nodes, at most kMostEdges, in order. An edge ranks by its less
+// connected end: what is kept is then a few nodes with all edges between them, not many nodes with an edge
+// each.
 std::vector<Edge> shown_edges(const Edges& edges, const std::vector<std::string_view>& nodes) {
   std::unordered_map<std::string_view, std::size_t> rank;
   for (std::size_t i = 0; i < std::min(nodes.size(), kMostNodes); ++i) rank.emplace(nodes[i], i);
@@ -134,14 +148,17 @@ std::vector<Edge> shown_edges(const Edges& edges, const std::vector<std::string_
   return kept;
 }
 
-// Whether the character means nothing to Mermaid between quotes, in Markdown or in HTML.
+// Whether the character means nothing to Mermaid between quotes, in Markdown or in HTML. A list of what is
+// safe: what is not depends on the renderer and its version.
 bool is_plain(char c) {
   const bool alphanumeric = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
   const bool beyond_ascii = static_cast<unsigned char>(c) >= 0x80;
   return alphanumeric || beyond_ascii || std::string_view(" ./-_,()+").find(c) != std::string_view::npos;
 }
 
-// Text of any kind as a label: on one line, cut, and with Mermaid's entity codes for what is not plain.
+// Any text as a label: on one line, cut, and with Mermaid's entity codes for what is not plain. In this
+// order: a cut after the escaping could go through a code, and control characters must be visible before '<'
+// is escaped.
 std::string label(std::string_view text) {
   std::string line;
   for (const std::string_view word : utils::split_words(text)) {
@@ -167,6 +184,8 @@ std::string label_of(const Plans& plans, std::string_view id) {
   return title.empty() ? label(id) : title;
 }
 
+// The flowchart of `edges`; adds the number of its nodes to `nodes_shown`. Nodes are called n0, n1, ...
+// because a page id may have slashes, or be a word of Mermaid's such as "end".
 std::string flowchart(const Plans& plans, const std::vector<Edge>& edges, std::size_t& nodes_shown) {
   std::map<std::string_view, std::string> names;
   for (const auto& [from, to] : edges) names[from] = names[to] = "";
@@ -193,6 +212,8 @@ std::string left_out(std::size_t nodes, std::size_t edges) {
 void add_diagram(std::vector<Diagram>& out, const std::string& caption, const Plans& plans,
                  const Edges& edges) {
   if (edges.empty()) return;
+  // A node that lost all its edges to the limit is not drawn either, so what is left out is only known
+  // afterwards.
   const std::vector<std::string_view> nodes = ranked_nodes(edges);
   const std::vector<Edge> shown = shown_edges(edges, nodes);
   std::size_t nodes_shown = 0;

@@ -1,4 +1,7 @@
-// Draws the diagrams of a page, as Mermaid.
+// Draws the diagrams of a page, as Mermaid. host/orchestrator.cc asks for them in each draft of a save.
+//
+// Thread-safety: no state is kept, so any thread may call it. It does not fail: an id without a plan is drawn
+// by its id.
 #pragma once
 
 #include <vector>
@@ -11,7 +14,8 @@ namespace ossilar::workers::wiki {
 
 // The diagrams worth showing on the page: for `architecture` and `overview` the dependencies between the top
 // modules, for a module its neighbours and its children's dependencies. None where there is nothing to see.
-// Bounded in size: of a large graph the most connected nodes are shown and the rest is counted.
+// At most 24 nodes and 60 edges each: of a large graph the most connected nodes are shown, and the caption
+// counts the rest. The same plan and graph give the same text.
 std::vector<Diagram> page_diagrams(const PagePlan& plan, const Plans& plans, const ModuleGraph& graph);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,6 @@
+// A map from every suffix of every path, so that an import costs a lookup and not a walk over the index. The
+// keys are views of the paths and so cost no text. A suffix keeps its first path and whether there are
+// others; which of several is meant depends on who asks, and is found by a walk up from there.
 #include "ossilar/workers/wiki/plan/path_suffixes.h"
 
 #include <array>
@@ -9,17 +12,19 @@
 namespace ossilar::workers::wiki {
 namespace {
 
+// Where projects keep what others include or import; "" is the folder itself. include/ comes before src/: of
+// a header in both, the public one is meant. Each costs a lookup for every folder on the way up.
 constexpr std::array<std::string_view, 6> kRoots{"",     "include/",       "src/",
                                                  "lib/", "src/main/java/", "src/main/kotlin/"};
 
-// An import names few folders. Without a limit a path of n parts would cost n endings of up to its own
-// length.
+// An import names a few folders. Without a limit a path of n parts would have n suffixes, hashed at up to
+// its whole length each: quadratic for a path that was made to be deep.
 constexpr int kMostParts = 16;
 
 }  // namespace
 
 PathSuffixes::PathSuffixes(const std::vector<std::string_view>& paths) {
-  endings_.reserve(paths.size() * 4);
+  endings_.reserve(paths.size() * 4);  // a guess at the distinct endings, to spare most of the rehashing
   for (const std::string_view path : paths) {
     std::size_t slash = path.size();
     for (int part = 0; part < kMostParts && slash != std::string_view::npos && slash > 0; ++part) {
@@ -27,6 +32,7 @@ PathSuffixes::PathSuffixes(const std::vector<std::string_view>& paths) {
       const auto [entry, added] = endings_.try_emplace(path.substr(slash + 1), Ending{path});
       if (!added) entry->second.only = false;
     }
+    // Again for a path of more parts than that, or exact() would not find it.
     endings_.try_emplace(path, Ending{path}).first->second.whole = true;
   }
 }
@@ -47,6 +53,7 @@ std::string_view PathSuffixes::find(std::string_view suffix, std::string_view fr
 
 std::string_view PathSuffixes::nearest(std::string_view suffix, std::string_view from,
                                        const Accept& accept) const {
+  // An import of something outside the repository mostly ends here, without the walk up.
   if (endings_.count(suffix) == 0) return {};
   for (std::string_view folder = from;; folder = folder_of(folder)) {
     for (const std::string_view root : kRoots) {

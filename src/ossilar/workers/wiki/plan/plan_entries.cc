@@ -1,3 +1,5 @@
+// All entries are applied first and the whole is checked afterwards. Checked one by one, an entry could not
+// name a page below it in the file, two pages could not swap titles, and the order of the file would matter.
 #include "ossilar/workers/wiki/plan/plan_entries.h"
 
 #include <algorithm>
@@ -16,6 +18,7 @@ namespace {
 using utils::ConfigError;
 using Positions = std::unordered_map<std::string, std::size_t>;
 
+// How a message names an entry and its key: entries keep no line numbers.
 std::string entry_key(const std::string& id, std::string_view key) {
   return "[[page]] \"" + id + "\", " + std::string(key) + ": ";
 }
@@ -30,6 +33,8 @@ std::string title_from_id(const std::string& id) {
   return title;
 }
 
+// A page that only the configuration asks for: mostly a subject that no folder shows, so a topic unless the
+// entry says otherwise.
 PagePlan new_page(const std::string& id) {
   PagePlan page;
   page.page_id = id;
@@ -39,6 +44,7 @@ PagePlan new_page(const std::string& id) {
   return page;
 }
 
+// Sorted, each once: globs may overlap.
 std::vector<std::string> matching_files(const std::vector<std::string>& globs,
                                         const source::SourceIndex& index) {
   std::vector<std::string> files;
@@ -51,6 +57,8 @@ std::vector<std::string> matching_files(const std::vector<std::string>& globs,
   return files;
 }
 
+// What the entry leaves out stays as derived. An empty list or parent is given, not left out: it removes what
+// was derived.
 void apply(PagePlan& page, const PageEntry& entry, const source::SourceIndex& index) {
   if (entry.title) page.title = *entry.title;
   if (entry.description) page.description = *entry.description;
@@ -62,7 +70,8 @@ void apply(PagePlan& page, const PageEntry& entry, const source::SourceIndex& in
   if (!entry.steering.empty()) page.steering = entry.steering;
 }
 
-// A page that is in no plan is most often a slip in its id, or one that the tree no longer suggests.
+// An unknown id is most often a slip, or a page that the tree no longer suggests; ignored, the entry would
+// silently do something else than it says.
 void require_known(const PageEntry& entry, std::string_view key, const std::string& id,
                    const Positions& positions) {
   if (positions.count(id) > 0) return;
@@ -77,12 +86,14 @@ void require_links(const PageEntry& entry, const Positions& positions) {
   }
 }
 
-// Follows the parents of every page that has an entry: a circle can only lead through one of these.
+// Follows the parents of every page that has an entry: derived parents make a tree, so a circle leads through
+// one of these. `safe` has the pages from which the way up is known to end, so each page is passed once.
+// Every parent must be known already.
 void require_no_circle(const std::vector<PagePlan>& pages, const Positions& positions,
                        const WikiConfig& config) {
   std::unordered_set<std::size_t> safe;
   for (const PageEntry& entry : config.pages) {
-    std::unordered_set<std::size_t> line;
+    std::unordered_set<std::size_t> line;  // from this entry's page upward
     for (std::size_t at = positions.at(entry.id); safe.count(at) == 0;) {
       if (!line.insert(at).second) {
         throw ConfigError(entry_key(entry.id, "parent") +
@@ -95,6 +106,9 @@ void require_no_circle(const std::vector<PagePlan>& pages, const Positions& posi
   }
 }
 
+// Pages link to each other by title, compared as CommonMark compares link labels, so a title must be one
+// page's alone. Derived titles are already; only entries can clash. Compared when all are set, so two pages
+// may swap titles.
 void require_own_titles(const std::vector<PagePlan>& pages, const Positions& positions,
                         const WikiConfig& config) {
   std::unordered_map<std::string, std::vector<std::size_t>> by_title;
@@ -121,6 +135,8 @@ std::vector<PagePlan> amend_plan(std::vector<PagePlan> pages, const WikiConfig& 
     if (added) pages.push_back(new_page(entry.id));
     apply(pages[position->second], entry, index);
   }
+  // Only now: an entry may name a page that a later one adds. Links before circles, which follow them without
+  // a check, and circles before levels, for which link_pages() relies on there being none.
   for (const PageEntry& entry : config.pages) require_links(entry, positions);
   require_no_circle(pages, positions, config);
   require_own_titles(pages, positions, config);

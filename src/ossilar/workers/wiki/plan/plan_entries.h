@@ -1,4 +1,5 @@
-// Applying the `[[page]]` entries of `ossilar.toml` to the derived plan.
+// Applies the `[[page]]` entries of `ossilar.toml` to the derived plan. host/wiki.cc calls it right after
+// derive_plan(), one plan at a time.
 #pragma once
 
 #include <vector>
@@ -9,9 +10,12 @@
 
 namespace ossilar::workers::wiki {
 
-// `pages` with the entries of the configuration applied, in their order: amended in place, or added at the
-// end. Throws utils::ConfigError for an entry that names a parent or related page that is in no plan, gives a
-// title that another page has, or would make a page its own ancestor.
+// `pages` with the entries of the configuration applied in their order: an entry amends the page with its id
+// in place, or adds one at the end. An entry may name a page that a later one adds.
+//
+// Throws utils::ConfigError, which names entry and key, for an entry whose parent or related page is not in
+// the plan, whose title another page has, or that would make a page its own ancestor. `pages` is a copy, so a
+// failure leaves nothing half applied.
 std::vector<PagePlan> amend_plan(std::vector<PagePlan> pages, const WikiConfig& config,
                                  const source::SourceIndex& index);
 

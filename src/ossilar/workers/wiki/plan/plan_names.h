@@ -1,4 +1,7 @@
-// Ids, titles and links of planned pages.
+// Ids, titles and links of planned pages. planner.cc names its pages with it, plan_entries.cc links them
+// again, and grounding/ uses the spelling of counts.
+//
+// Thread-safety: functions keep no state; a UniqueNames belongs to one thread. None fails unless it says so.
 #pragma once
 
 #include <cstdint>
@@ -14,16 +17,20 @@ namespace ossilar::workers::wiki {
 inline constexpr std::string_view kOverviewId = "overview";
 inline constexpr std::string_view kArchitectureId = "architecture";
 
-// The page id that `path` suggests: lower case, every character that no id may have as '-'.
+// The page id that `path`, which is not empty, suggests: lower case, every byte that no id may have as '-'.
+// Always a valid page id, short enough for UniqueNames to add a number. Different paths may give the same id.
 std::string slug_of(std::string_view path);
 
-// `text` as a title: one line of at most kLongestTitle characters without brackets, which would end a link.
+// `text` as a title: one line of at most kLongestTitle characters, short enough for UniqueNames to add a
+// number. Brackets become parentheses, as they would end a link. Of a longer text the end is kept.
 std::string title_of(std::string_view text);
 
-// "1,234 files".
+// "1,234 files", "1 file": `count`, not negative, with the noun's regular plural.
 std::string counted(std::int64_t count, std::string_view noun);
 
-// Hands out each id and each title once; titles are one and the same when they are as link labels.
+// Gives out each id and each title once, by adding a number to a name that is taken ("a-2", "A (2)"). So the
+// order of the calls decides which page gets the plain name. Titles are compared as link labels, since pages
+// link by title.
 class UniqueNames {
  public:
   std::string id(std::string_view path);
@@ -35,8 +42,11 @@ class UniqueNames {
 };
 
 // Sets what follows from the pages' parents: `level`, and `children`, which are the modules among the pages
-// that name this one as parent. A topic below a module is about several modules, so it makes the module no
-// parent of it. Every parent must be a page, and no page its own ancestor.
+// that name this one as parent, in the order of the pages. A topic below a module is no child: it is about
+// several modules, and a module with a child would no longer give a digest (gives_digest()).
+//
+// Throws std::out_of_range for a parent that is no page. With a page that is its own ancestor it does not
+// end.
 void link_pages(std::vector<PagePlan>& pages);
 
 }  // namespace ossilar::workers::wiki

@@ -1,3 +1,10 @@
+// The tree is cut into drafts without names (tree_cutter.cc), and the drafts become pages here. Cutting first
+// is needed because the cut is tried with several sizes, and because ids and titles have to be unique in the
+// whole plan.
+//
+// Everything must come out the same in every checkout and on every machine: sources and ids that changed
+// without a change of the tree would make pages stale or unplanned. So every sort breaks ties in a fixed way,
+// and the checkout's name is for titles and descriptions only.
 #include "ossilar/workers/wiki/plan/planner.h"
 
 #include <algorithm>
@@ -17,29 +24,31 @@ namespace {
 
 using source::SourceFile;
 
-// An architecture page rests on what shows the parts: where programs begin and the main file of each module.
+// An architecture page rests on what shows the parts: manifests and the main file of each module. More files
+// show more of a large repository, but a change to any of them makes the page stale.
 constexpr std::size_t kArchitectureFiles = 20;
-constexpr std::size_t kArchitectureManifests = 5;
-constexpr std::size_t kRelatedSiblings = 4;
-constexpr std::size_t kNamedFiles = 3;
-// A top module of at least this share of the code is what a reader asks for first.
+constexpr std::size_t kArchitectureManifests = 5;  // so that those of many build systems leave room for code
+constexpr std::size_t kRelatedSiblings = 4;  // two before and two after; more would be a list of the folder
+constexpr std::size_t kNamedFiles = 3;       // in a description, which is one sentence
+// A top module of at least a tenth of the code is what a reader asks for first.
 constexpr std::int64_t kHighShare = 10;
 
-// What is planned.
+// What the steps below share.
 struct Repo {
   const source::SourceIndex& index;
   const FolderTree& tree;
   const std::string& name;  // of a checkout, which may be any: for titles and descriptions alone
 };
 
-// Two significant digits: a description that changes with every line would be noise.
+// To two significant digits: an exact count would change the description with every commit.
 std::int64_t rounded(std::int64_t number) {
   std::int64_t unit = 1;
   while (number / unit >= 100) unit *= 10;
   return (number + unit / 2) / unit * unit;
 }
 
-// The languages of the code, or of all files where there is none.
+// The one or two languages with the most lines of code, or of all files where there is no code. `files` is
+// not empty.
 std::string main_languages(const std::vector<const SourceFile*>& files, const Repo& repo) {
   std::map<std::string, std::int64_t> code, all;
   for (const SourceFile* file : files) {
@@ -48,14 +57,17 @@ std::string main_languages(const std::vector<const SourceFile*>& files, const Re
     if (role == FileRole::code || role == FileRole::test) code[name] += file->lines;
     all[name] += file->lines;
   }
+  // By lines, which are negative so that the most come first; then by name.
   std::vector<std::pair<std::int64_t, std::string>> ranked;
   for (const auto& [language, lines] : code.empty() ? all : code) ranked.emplace_back(-lines, language);
   std::sort(ranked.begin(), ranked.end());
-  // A second language that is hardly there is left unsaid.
+  // A second language is named from a tenth of the first on; the comparison is turned around, as both are
+  // negative.
   const bool two = ranked.size() > 1 && ranked[1].first * 10 <= ranked[0].first;
   return ranked[0].second + (two ? " and " + ranked[1].second : "");
 }
 
+// "12 files with about 3,400 lines of Go". `files` is not empty.
 std::string measure(const std::vector<const SourceFile*>& files, const Repo& repo) {
   std::int64_t lines = 0;
   for (const SourceFile* file : files) lines += file->lines;
@@ -64,7 +76,7 @@ std::string measure(const std::vector<const SourceFile*>& files, const Repo& rep
          main_languages(files, repo);
 }
 
-// A few of the largest files by name: what a range of the alphabet is about.
+// A few of the largest files by name: a label such as "a–m" says nothing of what they are about.
 std::string named_files(std::vector<const SourceFile*> files) {
   std::sort(files.begin(), files.end(), [](const SourceFile* a, const SourceFile* b) {
     return std::make_pair(-a->lines, std::string_view(a->path)) <
@@ -109,6 +121,8 @@ std::string description_of(const Draft& draft, const Repo& repo) {
   return text + ": " + measure(draft.files, repo) + ".";
 }
 
+// A page is weighed by the top folder that it lies in: cut_tree() passes through wrappers, so a top module's
+// page may be src/main/java/com/acme, and large modules have their weight on the pages below them.
 std::string importance_of(const Draft& draft, const Repo& repo) {
   const std::string top = draft.path.substr(0, draft.path.find('/'));
   if (draft.role != FolderRole::ordinary || is_upkeep_folder(top)) return "low";
@@ -120,7 +134,8 @@ std::string importance_of(const Draft& draft, const Repo& repo) {
   return draft.parent == kTop && weight * kHighShare >= root.weight ? "high" : "medium";
 }
 
-// Code in the order of its paths, then the tests beside it, then the rest.
+// Code in the order of its paths, then the tests beside it, then the rest: lists of sources are cut at their
+// ends.
 std::vector<std::string> paths_of(const std::vector<const SourceFile*>& files, const Repo& repo) {
   std::vector<std::pair<int, std::string_view>> ordered;
   for (const SourceFile* file : files) {
@@ -134,6 +149,7 @@ std::vector<std::string> paths_of(const std::vector<const SourceFile*>& files, c
   return paths;
 }
 
+// The id comes from the folder and the group's slug alone: a page keeps it while its size and title change.
 PagePlan module_page(const Draft& draft, const Repo& repo, UniqueNames& names) {
   PagePlan page;
   const std::string folder = draft.path.empty() ? "root" : draft.path;
@@ -146,6 +162,7 @@ PagePlan module_page(const Draft& draft, const Repo& repo, UniqueNames& names) {
   return page;
 }
 
+// A page about the whole. Its id is also the name of its type.
 PagePlan synthesis_page(std::string_view id, const std::string& title, const std::string& description) {
   PagePlan page;
   page.page_id = id;
@@ -156,8 +173,8 @@ PagePlan synthesis_page(std::string_view id, const std::string& title, const std
   return page;
 }
 
-// The file of the draft that tells most about it: where it begins, else the largest, as near to the top as it
-// gets.
+// The file that tells most about the draft, or null if it has no code. Nearness to the top counts first, then
+// where a program or package begins, then size; the path makes the choice unique.
 const SourceFile* main_file(const Draft& draft, const Repo& repo) {
   using Rank = std::tuple<std::ptrdiff_t, int, std::int64_t, std::string_view>;
   std::optional<std::pair<Rank, const SourceFile*>> best;
@@ -176,8 +193,8 @@ std::vector<std::string> architecture_files(const std::vector<Draft>& drafts, co
     const bool manifest = repo.tree.role(*repo.index.find(path)) == FileRole::manifest;
     if (manifest && files.size() < kArchitectureManifests) files.push_back(path);
   }
-  std::vector<const Draft*>
-      tellers;  // the largest first, for a large repository has more modules than room here
+  // Top modules first, and the largest of those, as a large repository has more modules than room here.
+  std::vector<const Draft*> tellers;
   for (const Draft& draft : drafts) {
     if (draft.role == FolderRole::ordinary) tellers.push_back(&draft);
   }
@@ -213,8 +230,10 @@ std::vector<PagePlan> pages_about_all(const std::vector<Draft>& drafts, const Re
   return pages;
 }
 
-// A module's nearest siblings, and the architecture from the top modules; from the pages about all, each
-// other and the modules that matter most.
+// Sets the related pages: of a module its nearest siblings, and for top modules the architecture; of the two
+// pages about the whole each other and the modules that matter most. `pages` begins with those two.
+//
+// Siblings are in the order of the plan, so near ones mostly are near in the tree.
 void relate(std::vector<PagePlan>& pages) {
   std::map<std::string, std::vector<PagePlan*>> siblings;
   std::vector<std::string> high;
@@ -234,7 +253,7 @@ void relate(std::vector<PagePlan>& pages) {
     }
   }
   if (high.size() > kRelatedSiblings) high.resize(kRelatedSiblings);
-  for (std::size_t i = 0; i < 2; ++i) {
+  for (std::size_t i = 0; i < 2; ++i) {  // overview and architecture: each gets the other, `1 - i`, first
     pages[i].related_pages = high;
     pages[i].related_pages.insert(pages[i].related_pages.begin(), pages[1 - i].page_id);
   }
@@ -247,10 +266,12 @@ std::vector<PagePlan> derive_plan(const source::SourceIndex& index, const std::s
   const std::vector<Draft> drafts = cut_tree(tree);
   UniqueNames names;
   const Repo repo{index, tree, repository_name};
+  // First, for their ids: a folder called overview then gets "overview-2", and not the other way round.
   std::vector<PagePlan> pages = pages_about_all(drafts, repo, names);
   const std::size_t first_module = pages.size();
   for (const Draft& draft : drafts) {
     pages.push_back(module_page(draft, repo, names));
+    // A draft comes after the one above it, so that page is there, under whatever id it got.
     if (draft.parent != kTop) pages.back().parent = pages[first_module + draft.parent].page_id;
   }
   link_pages(pages);

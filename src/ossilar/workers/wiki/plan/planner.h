@@ -1,4 +1,9 @@
-// The plan of a wiki: which pages it has, what each is about and which sources it rests on.
+// The plan of a wiki: which pages it has, what each is about and which sources it rests on. host/wiki.cc
+// derives it whenever the index has changed, one plan at a time, and lets plan_entries.h apply the
+// configuration.
+//
+// Thread-safety: no state is kept, so any thread may call it. It does not fail: an empty index gives the two
+// pages about the whole, without sources.
 #pragma once
 
 #include <string>
@@ -9,9 +14,11 @@
 
 namespace ossilar::workers::wiki {
 
-// The plan that the tree itself suggests: `overview`, `architecture`, and a page per module with a size that
-// an author can handle. The same tree gives the same plan, but for titles and descriptions, in which
-// `repository_name` stands.
+// The plan that the tree itself suggests: `overview` and `architecture` first, then a page per module, of a
+// size that an author can handle, each after its parent. A file is a source of one module page at most.
+//
+// The same tree gives the same plan in every checkout. Only titles and descriptions have `repository_name` in
+// them, as a folder may be cloned under any name.
 std::vector<PagePlan> derive_plan(const source::SourceIndex& index, const std::string& repository_name);
 
 }  // namespace ossilar::workers::wiki

@@ -1,4 +1,7 @@
-// Cuts the tree of folders into what one author can handle.
+// Cuts the tree of folders into what one author can handle on one page. planner.cc names the pieces and makes
+// pages of them.
+//
+// Thread-safety: no state is kept. It does not fail; a tree without weight gives no drafts.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +13,11 @@
 
 namespace ossilar::workers::wiki {
 
-// Of tests, vendored code and the like a page tells the layout, which the files nearest to the top show. All
-// of them would make the page stale with every change.
+// Sources of a page about tests, vendored code and the like, at most. Such a page tells the layout, which the
+// files nearest to the top show; with all files as sources every change would make it stale.
 inline constexpr std::size_t kGatheredFiles = 200;
 
-inline constexpr std::size_t kTop = static_cast<std::size_t>(-1);  // no page above
+inline constexpr std::size_t kTop = static_cast<std::size_t>(-1);  // Draft::parent of one with no page above
 
 // A page about code before it has a name.
 struct Draft {
@@ -27,7 +30,8 @@ struct Draft {
   std::vector<const source::SourceFile*> files;
 };
 
-// The drafts for the whole tree, each after the one above it. Valid as long as the tree's index.
+// The drafts for the whole tree, each after the one above it. A file is in one draft at most; what is too
+// little for a page of its own may be in none. Valid as long as the tree's index.
 std::vector<Draft> cut_tree(const FolderTree& tree);
 
 }  // namespace ossilar::workers::wiki
