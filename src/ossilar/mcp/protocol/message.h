@@ -1,5 +1,11 @@
 // JSON-RPC 2.0 messages as the Model Context Protocol narrows them: an id is a string or an integer, and an
 // error about a message whose id is not known carries none.
+//
+// session.cc reads lines with this and writes its answers; subscriptions.cc writes notifications. What
+// answers a request (tools, resources, prompts, completions) only throws ProtocolError.
+//
+// Thread-safety: no state is kept, so every function may be called from any thread. A line that is no message
+// is a Malformed and never an exception.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +20,7 @@
 
 namespace ossilar::mcp {
 
-// Error codes of JSON-RPC and of the protocol.
+// Error codes: the first five are JSON-RPC's (its section 5.1), the rest the protocol's.
 namespace error_code {
 inline constexpr int kParse = -32700;
 inline constexpr int kInvalidRequest = -32600;
@@ -25,7 +31,8 @@ inline constexpr int kResourceNotFound = -32002;    // before 2026-07-28; kInval
 inline constexpr int kUnsupportedVersion = -32022;  // since 2026-07-28
 }  // namespace error_code
 
-// The failure of a request that is the protocol's to answer. `data` goes along when it is not null.
+// Thrown when a request is to be answered with a JSON-RPC error. A tool's own failure is a result instead.
+// `data` is sent along unless it is null.
 class ProtocolError : public utils::Error {
  public:
   ProtocolError(int code, const std::string& message, Map data = {},
@@ -46,11 +53,11 @@ struct Request {
 };
 struct Notification {
   std::string method;
-  Map params;
+  Map params;  // an object, empty when there were none
 };
-// An answer to a request; as this server sends none, there is nothing to do with it.
+// An answer to a request. This server sends no requests, so it ignores answers and keeps nothing of them.
 struct Response {};
-// A message that is none. `id` is null when it cannot be told.
+// What is neither of these, to be answered with an error. `id` is null when it is not known.
 struct Malformed {
   Map id;
   int code = error_code::kInvalidRequest;
@@ -59,30 +66,34 @@ struct Malformed {
 
 using Message = std::variant<Request, Notification, Response, Malformed>;
 
-// Each message of a batch may be answered by more than it says itself.
+// A short request may have a long answer, and all answers of a batch stay in memory until its last one is
+// there; without a limit one line could ask for any amount. A larger one would only hold more memory, a
+// smaller one might refuse a client that batches in earnest.
 inline constexpr std::size_t kMostInBatch = 100;
 
-// A line's one message, or the list of those that a batch holds.
+// The one message of a line, or the messages of a batch in their order.
 using LineContent = std::variant<Message, std::vector<Message>>;
 
-// Reads a line. Time and memory are linear in it, whatever it holds.
+// Reads a line, which has no line feed. Time and memory are linear in its length, whatever it holds. A batch
+// over the limit is one Malformed without an id.
 LineContent read_line(std::string_view line);
 
-// The id of the request that `line` holds, as far as it can be made out; null when it cannot. Who waits for
-// an answer is then told, whatever is wrong with the rest. The second is for a line of which only the
-// beginning and the end are known.
+// The id of the request in `line`, which need not be valid JSON; null when none is found. With it the sender
+// gets an error for its request instead of waiting for an answer that never comes.
+//
+// The second is for a line that was too long to keep: of it only the beginning and the end are known.
 Map id_in(std::string_view line);
 Map id_in_cut(std::string_view beginning, std::string_view end);
 
-// Messages as compact JSON on one line.
+// Messages as compact JSON on one line, without a line feed. A null `id` is left out.
 std::string result_line(const Map& id, const Map& result);
 std::string error_line(const Map& id, int code, const std::string& message, const Map& data = {});
 std::string notification_line(const std::string& method, const Map& params);
 
-// Any message, or list of messages, on one line.
+// Any message, or list of messages, on one line. Bytes that are not UTF-8 become U+FFFD.
 std::string line_of(const Map& message);
 
-// The same as values, for batches.
+// The same as values: the answers of a batch are collected and sent as one list.
 Map result_message(const Map& id, const Map& result);
 Map error_message(const Map& id, int code, const std::string& message, const Map& data = {});
 

@@ -1,3 +1,6 @@
+// One table of names, and results that pass through finished() before they are sent. What a revision adds is
+// asked for by what it is (has_structured_results) and not by its date, so that the code which answers names
+// no dates.
 #include "ossilar/mcp/protocol/revision.h"
 
 #include <algorithm>
@@ -7,6 +10,7 @@
 namespace ossilar::mcp {
 namespace {
 
+// In the order of the enumeration: revision_name() takes a revision as an index.
 constexpr std::array<std::pair<std::string_view, Revision>, 5> kRevisions{{
     {"2024-11-05", Revision::r2024_11_05},
     {"2025-03-26", Revision::r2025_03_26},
@@ -23,6 +27,7 @@ const Revision* find_revision(std::string_view name) {
   return found == kRevisions.end() ? nullptr : &found->second;
 }
 
+// data() ends with a NUL, as every name is a literal.
 const char* revision_name(Revision revision) {
   return kRevisions.at(static_cast<std::size_t>(revision)).first.data();
 }
@@ -46,6 +51,7 @@ Map server_capabilities(Revision revision) {
                    {"resources", {{"subscribe", true}, {"listChanged", true}}},
                    {"prompts", Map::object()},
                    {"logging", Map::object()}};
+  // The method is older than its capability, and is answered in every revision.
   if (revision >= Revision::r2025_03_26) capabilities["completions"] = Map::object();
   return capabilities;
 }
@@ -71,7 +77,7 @@ Map finished(Revision revision, Map result) {
 Map finished_for(Revision revision, Map result, int ttl_ms) {
   if (!is_stateless(revision)) return result;
   result["ttlMs"] = ttl_ms;
-  result["cacheScope"] = "private";
+  result["cacheScope"] = "private";  // not for a cache that clients share: others may not see this repository
   return finished(revision, std::move(result));
 }
 
