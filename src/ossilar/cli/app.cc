@@ -1,3 +1,10 @@
+// The commands and their options are made from the descriptions from which sessions make their tools
+// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check and mcp, which are
+// not questions to an open wiki, are written out here.
+//
+// The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
+// command, its exceptions would pass through the parser, and the log sink and Output would have to be made
+// during the parsing.
 #include "ossilar/cli/app.h"
 
 #include <CLI/CLI.hpp>
@@ -25,12 +32,14 @@ struct Arguments {
   ColorChoice color = ColorChoice::automatic;
   std::vector<std::string> clients;
   bool fix = false;
-  std::map<std::string, Map> given;  // to operations, by their commands
+  // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
+  // its values while more commands are added.
+  std::map<std::string, Map> given;
   utils::LogSink log;
   Command command;
 };
 
-// The lines of an example as they stand below "Example:".
+// `lines` with every line but the first indented: the first follows an indentation in the footer.
 std::string indented(std::string_view lines) {
   std::string text(lines);
   for (std::size_t at = text.find('\n'); at != text.npos; at = text.find('\n', at + 1))
@@ -38,7 +47,8 @@ std::string indented(std::string_view lines) {
   return text;
 }
 
-// `example` holds command lines, and `more` is what the help says below them.
+// Adds a command whose parsing only notes that it was chosen. `example` holds command lines, one a line;
+// `more` is printed below them in the help.
 CLI::App* add_command(CLI::App& app, Arguments& arguments, std::string_view name, std::string_view does,
                       std::string_view example, Command command, const std::string& more = "") {
   CLI::App* added = app.add_subcommand(std::string(name), std::string(does));
@@ -55,6 +65,7 @@ void add_globals(CLI::App& app, Arguments& arguments) {
                  "The repository, or a folder in it (default: the current folder)")
       ->type_name("DIR");
   app.add_flag("--json", arguments.json, "Print exactly one JSON document");
+  // option_text(): without it the help would list the choices a second time, from the check.
   app.add_option_function<std::string>(
          "--color", [&arguments](const std::string& when) { arguments.color = kColors.at(when); },
          "auto, always or never; NO_COLOR is respected")
@@ -68,6 +79,8 @@ void add_init_command(CLI::App& app, Arguments& arguments) {
       app, arguments, "init", "Set a wiki up here: its files, the index of the source, committed pages",
       "ossilar init\nossilar init --client claude-code --client vscode",
       [&](Output& output) { return run_init(arguments.place, arguments.clients, output); });
+  // allow_extra_args(false): a list would otherwise take every word that follows, and not one after each
+  // --client. option_text(): as with --color.
   init->add_option(
           "--client", arguments.clients,
           "Set an agent's client up to run ossilar here, once for each: " + utils::join(client_names(), ", "))
@@ -77,7 +90,8 @@ void add_init_command(CLI::App& app, Arguments& arguments) {
       ->option_text("NAME");
 }
 
-// The help of an argument: the description of its schema, with what its bounds and default say.
+// The help of an argument, made from its schema: the description with a capital letter (in JSON it begins in
+// lower case), the choices, the bounds and the default.
 std::string help_of(const operations::Argument& argument) {
   std::string help = utils::string_member(argument.schema, "description");
   help.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(help.front())));
@@ -92,7 +106,9 @@ std::string help_of(const operations::Argument& argument) {
   return help;
 }
 
-// CLI11 keeps what the callbacks write into, so it must outlive the parsing: `given` is the operation's.
+// Adds the argument as an option, a flag or a positional, as its name in the shell says. The callbacks write
+// into `given` during the parsing, long after this returns: it must be the operation's entry in
+// Arguments::given.
 void add_argument(CLI::App& command, const operations::Argument& argument, Map& given) {
   const std::string option(argument.option);
   const std::string name(argument.name);
@@ -110,6 +126,7 @@ void add_argument(CLI::App& command, const operations::Argument& argument, Map& 
         option, [&given, name](const std::string& value) { given[name] = value; }, help_of(argument));
   }
   if (!argument.value.empty()) added->type_name(std::string(argument.value));
+  // A file may be left out: the value then comes from standard input (run_operation.cc).
   added->required(argument.required && !argument.from_file);
 }
 
@@ -143,7 +160,8 @@ void add_mcp_command(CLI::App& app, Arguments& arguments) {
               "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
 }
 
-// A first word that is no command is what went wrong, whatever the parser says is missing.
+// What is wrong with the arguments. Where the first word is no command, the parser only says that a command
+// is missing; the word is what the user mistyped, so it goes into the message instead.
 std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
   std::string message = error.what();
   if (const auto left = app.remaining(true); !left.empty()) {
@@ -154,6 +172,7 @@ std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
   return message + "; see: ossilar --help";
 }
 
+// Prints a failure for people (standard error) and, in JSON mode, for programs.
 int fail(Output& output, int code, const std::string& message) {
   Output::diagnostic(message);
   output.document(Map{{"error", message}, {"exit_code", code}});
@@ -163,7 +182,7 @@ int fail(Output& output, int code, const std::string& message) {
 int run_command(const Arguments& arguments, Output& output) {
   try {
     return arguments.command(output);
-  } catch (const utils::ConfigError& error) {
+  } catch (const utils::ConfigError& error) {  // first, as it is a std::exception too
     return fail(output, kUsage, error.what());
   } catch (const std::exception& error) {
     return fail(output, kFailed, error.what());
@@ -178,6 +197,8 @@ int run(int argc, char** argv) {
   app.footer(
       "Exit codes: 0 done, 1 refused or found something, 2 wrong usage or configuration, 3 a failure.");
   app.require_subcommand(1);
+  // Global options may follow the command: ossilar plan --json. Set before the commands are added, as a
+  // command copies the setting when it is made.
   app.fallthrough();
   add_globals(app, arguments);
   add_init_command(app, arguments);
@@ -193,10 +214,13 @@ int run(int argc, char** argv) {
     Output output(arguments.json, arguments.color);
     return fail(output, kUsage, usage_message(app, error));
   }
+  // Before the command runs: it logs, and run_mcp() gets the sink as a value.
   arguments.log = stderr_sink();
   utils::set_log_sink(arguments.log);
   Output output(arguments.json, arguments.color);
   const int code = run_command(arguments, output);
+  // A command that did its work but could not print it (a full disk behind a redirection) must not end with
+  // 0.
   if (output.flush()) return code;
   Output::diagnostic("cannot write to standard output");
   return kFailed;

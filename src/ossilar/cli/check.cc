@@ -1,3 +1,6 @@
+// Shows what workers/wiki/check found, as one document or as lines of text; both are made from the same
+// report. An unclean wiki is an answer and not a failure, so it ends with the exit code of a refusal. A
+// script can thus tell it from a check that could not run.
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
 #include "ossilar/workers/wiki/check/wiki_check.h"
@@ -47,9 +50,11 @@ void print_report(const CheckReport& report, Output& output) {
 
 }  // namespace
 
+// Does not open the wiki: check_wiki() does, since a database that cannot be opened is a finding and not the
+// end of the check.
 int run_check(const Place& place, bool fix, Output& output) {
   CheckReport report;
-  {
+  {  // so that the bar is gone before the first line of the report
     ProgressBar bar("indexing");
     report = workers::wiki::check_wiki(place.root(),
                                        {.fix = fix, .writer = "ossilar check", .indexing = bar.callback()});

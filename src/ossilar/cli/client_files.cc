@@ -1,3 +1,8 @@
+// Reads all files, works out all new texts and only then writes: written one by one, a file that is refused
+// would leave the clients before it set up although the command failed.
+//
+// What others check out names the program by its bare name and the repository as the client names it; paths
+// of this machine would be wrong for everybody else. Paths of this machine are only printed.
 #include "ossilar/cli/client_files.h"
 
 #include <fcntl.h>
@@ -19,13 +24,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A configuration that a person writes has a few kilobytes.
+// A configuration that a person writes has a few kilobytes. The limit, far above that, bounds what a wrong
+// file in its place makes us read and parse.
 constexpr std::size_t kLargestFile = std::size_t{1} << 20U;
 
-// The bytes of `path`, "" when there is no such file. Follows no symbolic link, as atomic_write() would not.
+// The bytes of `path`, "" when there is no such file or folder. Refuses a symbolic link: atomic_write() would
+// refuse it too, but only after the wiki was created.
 std::string bytes_of(const fs::path& path, const std::string& name) {
   try {
     const utils::UniqueFd directory = utils::open_directory(path.parent_path());
+    // O_NONBLOCK: a pipe in the file's place must not block us.
     const utils::UniqueFd file(
         openat(directory.get(), path.filename().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file && errno == ELOOP)
@@ -41,6 +49,8 @@ std::string bytes_of(const fs::path& path, const std::string& name) {
   }
 }
 
+// The server by absolute paths, so that it starts from any folder and with any PATH. Where the system does
+// not tell the program's own path, its name has to do.
 Invocation on_this_machine(const fs::path& root) {
   std::error_code unknown;
   const fs::path program = fs::read_symlink("/proc/self/exe", unknown);
@@ -48,6 +58,8 @@ Invocation on_this_machine(const fs::path& root) {
           .repository = utils::valid_utf8(root.string())};
 }
 
+// Whether a client that starts `ossilar` by its bare name finds one. Splits PATH as lines; an empty entry is
+// the current folder, as in a shell.
 bool is_on_path() {
   const char* path = std::getenv("PATH");
   std::string folders = path == nullptr ? "" : path;
@@ -68,14 +80,14 @@ ClientFiles::ClientFiles(const fs::path& root, const std::vector<std::string>& n
   for (const std::string& name : names) {
     const Client& client = client_named(name);
     const auto is_it = [&](const File& file) { return file.client == &client; };
-    if (std::any_of(files_.begin(), files_.end(), is_it)) continue;
+    if (std::any_of(files_.begin(), files_.end(), is_it)) continue;  // named twice
     File file;
     file.client = &client;
     if (client.in_repository()) {
       const std::string before = bytes_of(root / client.file, client.file);
       file.text = with_server(client, before);
       file.changed = file.text != before;
-    } else {
+    } else {  // the user's own file: shown to be pasted, never written
       file.text = configuration(client, on_this_machine(root));
     }
     files_.push_back(std::move(file));

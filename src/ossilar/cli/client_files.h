@@ -1,5 +1,8 @@
 // The files by which agent clients of a repository start `ossilar mcp`: reading them, and writing those that
-// lie in the repository.
+// lie in the repository. init.cc calls this, on the main thread.
+//
+// Failure: a file that cannot be read or changed is an exception before anything is written. A failure of
+// write() leaves the files before it new and the others old, each whole.
 #pragma once
 
 #include <filesystem>
@@ -11,16 +14,19 @@
 
 namespace ossilar::cli {
 
+// Two steps, so that run_init() hears of a file that it cannot change before it creates a wiki.
 class ClientFiles {
  public:
-  // Reads the files of the clients of these names and works out what they become, and writes nothing. Throws
-  // utils::ConfigError or utils::IoError when one of them cannot be changed.
+  // Reads the files of the clients of these names, which are among client_names(), and works out their new
+  // texts. Writes nothing. Throws utils::ConfigError for a text that with_server() refuses or that is over 1
+  // MiB, utils::IoError for a file that cannot be read or is a symbolic link, and utils::Error for one that
+  // is not UTF-8.
   ClientFiles(const std::filesystem::path& root, const std::vector<std::string>& names);
 
-  // Replaces those that change, each whole.
+  // Replaces the files whose text changes, one after the other, each whole. Throws utils::IoError.
   void write() const;
 
-  // What was done and what is left to the user, for a person and for a program.
+  // Both say what was written and what is left to the user: lines for a person, a list for a program.
   void print(Output& output) const;
   Map documents() const;
 
@@ -36,10 +42,10 @@ class ClientFiles {
   std::vector<File> files_;
 };
 
-// Prints how agents get at the wiki, for a user who has named no client.
+// Prints how to set a client up, for a user who named none.
 void print_client_advice(const std::filesystem::path& root, Output& output);
 
-// The server as any client starts it on this machine: the JSON that most of them read.
+// How a client on this machine starts the server, as the JSON that most clients read. It has absolute paths.
 Map server_on_this_machine(const std::filesystem::path& root);
 
 }  // namespace ossilar::cli

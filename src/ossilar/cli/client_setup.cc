@@ -1,3 +1,10 @@
+// The plain way, to parse a file and print it again, would change what a person wrote: layout, the spelling
+// of numbers, and comments in TOML. So the entry is inserted into the text itself. For JSON the result is
+// then parsed and compared with what was wanted. TOML is not parsed: a table is appended, and a file with any
+// line that may be about servers of this name is refused.
+//
+// In doubt a file is refused, with the entry to add by hand. Adding it costs the user a moment; a
+// configuration that we broke would cost more.
 #include "ossilar/cli/client_setup.h"
 
 #include <algorithm>
@@ -39,7 +46,7 @@ std::string toml_table(const Client& client, const Invocation& invocation) {
          "\nargs = " + utils::json_text(server["args"]) + "\n";
 }
 
-// On one line, as every failure of the command is said.
+// Throws the refusal, with the entry to add by hand. On one line, like every failure that the command prints.
 [[noreturn]] void refuse(const Client& client, const std::string& what) {
   const Map server = entry(client.form, {.repository = client.folder});
   throw ConfigError(std::string(client.file) + " " + what + "; nothing was changed. Under " + client.table +
@@ -47,6 +54,7 @@ std::string toml_table(const Client& client, const Invocation& invocation) {
                     (client.form == Form::toml ? ", as TOML writes it" : ""));
 }
 
+// The text as a JSON object. A byte order mark is skipped here only: the text that is written keeps it.
 Map parsed(const Client& client, const std::string& text) {
   try {
     Map file = utils::parse_json(utils::without_byte_order_mark(text), client.file);
@@ -57,12 +65,15 @@ Map parsed(const Client& client, const std::string& text) {
   refuse(client, "holds no JSON object");
 }
 
-// The user may have added to the entry: what counts is that it has everything of ours.
+// Whether the entry has every field of ours. Fields that the user added, such as an environment, do not
+// matter.
 bool has_all_of(const Map& entered, const Map& ours) {
   return std::all_of(ours.items().begin(), ours.items().end(),
                      [&](const auto& field) { return utils::member(entered, field.key()) == field.value(); });
 }
 
+// An entry that is ours is left alone, whatever was added to it. Another one of the same name is the user's:
+// to replace it might stop a server that works.
 std::string with_json_server(const Client& client, const std::string& text) {
   const Map ours = entry(client.form, {.repository = client.folder});
   Map file = parsed(client, text);
@@ -77,13 +88,17 @@ std::string with_json_server(const Client& client, const std::string& text) {
   const auto made = has_table ? insert_member(text, client.table, kServer, ours)
                               : insert_member(text, "", client.table, Map{{kServer, ours}});
   file[client.table][kServer] = ours;
-  // A key that is there twice, or is written with escapes, is not found where the parser found it.
+  // insert_member() compares keys as they are written, the parser compares them decoded. Where the two
+  // differ, the server landed in the wrong place. (With `false`, a text that does not parse gives a value
+  // that equals nothing.)
   if (!made || Map::parse(*made, nullptr, false) != file)
     refuse(client, "names its keys in a way that is not understood");
   return *made;
 }
 
-// Whether the line, white space at its ends left out, enters this server or all servers in some form.
+// Whether `line`, without white space at its ends, may define this server or the table of all servers. Broad
+// on purpose: a false alarm is a refusal that shows the line, a miss would define the server twice and break
+// the file.
 bool enters_servers(std::string_view line, std::string_view table) {
   const bool header = line.substr(0, 1) == "[";
   if (header) return line.find(table) != line.npos && line.find(kServer) != line.npos;
@@ -91,7 +106,10 @@ bool enters_servers(std::string_view line, std::string_view table) {
   return key.rfind(table, 0) == 0 || key.rfind(kServer, 0) == 0;
 }
 
-// A table may stand at the end of any TOML text unless its parent was given inline.
+// Appends a table. It may stand at the end of any TOML text, unless its parent was given inline or the table
+// is there already; both are searched for line by line. Our own table is looked for before that, since its
+// header would be taken for another server's; line ends are normalised for it, as a checkout may have changed
+// them.
 std::string with_toml_server(const Client& client, const std::string& text) {
   std::string ours = toml_table(client, {.repository = client.folder});
   if (("\n" + utils::normalise_line_ends(text) + "\n").find("\n" + ours) != std::string::npos) return text;

@@ -1,7 +1,9 @@
 // The agent clients that `ossilar init` sets up: where each reads its servers from, and how `ossilar mcp` is
-// entered there. Text in, text out.
+// entered there. Text in, text out: client_files.cc reads and writes the files, and app.cc lists the names in
+// the help.
 //
-// Thread-safety: every function may be called from any thread.
+// Thread-safety: every function may be called from any thread. A failure leaves nothing, as nothing is
+// written.
 #pragma once
 
 #include <string>
@@ -17,7 +19,7 @@ struct Client {
   const char* name;    // as --client takes it
   const char* file;    // relative to the repository; "~/..." is the user's own and not ours to write
   const char* table;   // the object in it that holds the servers by their names
-  const char* folder;  // what names the repository in a file that others check out
+  const char* folder;  // names the repository on any machine; "" where `file` is the user's own
   Form form;
 
   bool in_repository() const { return file[0] != '~'; }
@@ -35,17 +37,18 @@ struct Invocation {
   std::string repository;
 };
 
-// A whole configuration that has this one server, on several lines; in one with_server() reads alike. What
-// utils::printable() would replace stands as \u escapes, so that a terminal shows it as it is to be pasted.
+// The text of a whole configuration with this one server, on several lines. Characters that
+// utils::printable() would replace are written as \u escapes, so what a terminal shows can be pasted as it
+// is.
 std::string configuration(const Client& client, const Invocation& invocation);
 
-// The same as the JSON that most clients read.
+// The same as a value, in the form that most clients read.
 Map common_configuration(const Invocation& invocation);
 
-// `text`, which is what `client.file` holds, or "" when there is none, with the server entered for everybody
-// who checks it out: by its bare name and client.folder. The rest of the text stays byte for byte, and the
-// whole when the server is there already. Throws utils::ConfigError when the text is not plain JSON (or names
-// servers in a way that is not understood) or has another server of the same name.
+// `text` with the server entered for everybody who checks the file out: by the program's bare name and
+// client.folder. `text` is what `client.file` holds, or "" when there is no file. Everything else in it stays
+// byte for byte; if the server is there already, all of it does. Throws utils::ConfigError when the text is
+// not plain JSON, names servers in a way that is not understood, or has another server of the same name.
 std::string with_server(const Client& client, const std::string& text);
 
 }  // namespace ossilar::cli

@@ -1,7 +1,13 @@
-// The commands of the shell. Each gives the exit code of the program; a failure that is no answer is thrown.
+// The commands of the shell, each called by app.cc on the main thread. Each returns the exit code of the
+// program.
 //
-// What is asked of a wiki is described in operations/ and run by run_operation(), which shows its document as
-// text by a function in views.cc; `init`, `check` and `mcp` are the shell's own.
+// Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
+// document as text with a function of views.cc. `init`, `check` and `mcp` are the shell's own, each in a file
+// of its name.
+//
+// Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
+// utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and
+// the command can be run again.
 #pragma once
 
 #include <filesystem>
@@ -26,33 +32,39 @@ inline constexpr int kFailed = 3;   // a disk, a database, a broken repository
 struct Place {
   std::optional<std::string> repo;
 
-  // The root of the repository that the place lies in. Throws utils::ConfigError when there is none.
+  // The root of the repository that the place lies in, absolute and without symbolic links. Throws
+  // utils::ConfigError when there is none, or no such folder.
   std::filesystem::path root() const;
-  // The same, but a place in no repository is a root itself.
+  // The same, but a place in no repository is a root itself: `init` may begin a wiki anywhere.
   std::filesystem::path root_or_here() const;
 };
 
-// Asks the wiki for the operation and prints what it gives. The file that an argument is read from stands in
-// its place among `arguments`.
+// Runs the operation on the wiki and prints its answer. For an argument whose value comes from a file,
+// `arguments` holds the file's name; without one, or with "-", standard input is read.
 int run_operation(const operations::Operation& operation, const Place& place, Map arguments, Output& output);
 
-// Sets up the agent clients of these names too, each a name of client_names().
+// Sets a wiki up, or brings one that is there up to date. Also sets up the agent clients of these names, each
+// one of client_names().
 int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output);
+// kRefused when something is wrong with the wiki, or still is after `fix`.
 int run_check(const Place& place, bool fix, Output& output);
-// Takes standard output for itself; log records go to `log` and to the client.
+// Serves one session until its client is gone; starts threads of its own. Takes standard output for messages;
+// log records go to `log` and to the client. Ends the process itself when a request does not end.
 int run_mcp(const Place& place, const utils::LogSink& log);
 
 // Shared by the commands.
 
-// Brings the wiki's index and plan up to date behind a progress bar, and names on standard error what it left
-// out.
+// Brings the wiki's index and plan up to date with a progress bar, and names on standard error the files that
+// it left out. Throws what Wiki::prepare() throws.
 void prepare_with_progress(workers::wiki::Wiki& wiki);
 
-// Says on standard error that a wiki of an older format was brought forward, when `given` pages were changed.
+// Says on standard error that a wiki of an older format was migrated and `given` pages got a record; nothing
+// for 0.
 void tell_of_records(std::size_t given);
 
-// Embeds the wiki again when its embedding model changed, behind a progress bar, and says so; a service that
-// fails is named on standard error, and what it has not embedded is left for the next time.
+// Embeds the wiki again when its embedding model changed, with a progress bar, and says so. A service that
+// fails is reported on standard error and nowhere else: words can still be searched, and the next call embeds
+// the rest.
 void reembed_with_progress(workers::wiki::Wiki& wiki);
 
 }  // namespace ossilar::cli

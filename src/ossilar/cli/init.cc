@@ -1,3 +1,9 @@
+// The order of run_init() is what matters. Clients' files are read first and written last: one that cannot be
+// changed stops the command before it has created anything. Pages are adopted after the index is made, as the
+// plan says to which page a file belongs, and passages are embedded after that, so those of adopted pages are
+// among them.
+//
+// Each step makes only what is missing or out of date, so `init` can be run again, after a failure too.
 #include <map>
 
 #include "ossilar/cli/client_files.h"
@@ -34,12 +40,14 @@ void print_next_steps(const WikiStatus& status, Output& output) {
   output.line();
   output.line("Next:");
   output.line("  ossilar plan                 what there is to write");
+  // Where no page is planned, "overview" stands for one, so that the commands are complete.
   const std::string first = status.pages.empty() ? "overview" : status.pages.front().page_id;
   output.line("  ossilar context " + first + "     what the author of a page needs to know");
   output.line("  ossilar save " + first + " FILE   check a page and store it");
   output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local and ignores itself.");
 }
 
+// valid_utf8(): a path may be any bytes, and JSON holds none that are not UTF-8.
 Map document_of(const std::filesystem::path& root, const std::vector<std::string>& created,
                 const WikiStatus& status, const AdoptionReport& adoption, const ClientFiles& clients) {
   return {{"root", utils::valid_utf8(root.string())},
@@ -59,14 +67,14 @@ Map document_of(const std::filesystem::path& root, const std::vector<std::string
 
 int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output) {
   const std::filesystem::path root = place.root_or_here();
-  const ClientFiles clients(root, client_names);
+  const ClientFiles clients(root, client_names);  // throws before anything is created
   const std::vector<std::string> created = workers::wiki::set_up_wiki(root);
   const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = workers::wiki::adopt_pages(*wiki);
   reembed_with_progress(*wiki);
   const WikiStatus status = workers::wiki::WikiReader(*wiki).status(workers::wiki::Look::spared);
-  clients.write();
+  clients.write();  // last: a failure above leaves no client that starts a server without a wiki
 
   output.document(document_of(root, created, status, adoption, clients));
   output.line(output.styled(Style::good, "ready") + "  " + output.styled(Style::bold, root.string()));

@@ -1,3 +1,5 @@
+// The only file that knows spdlog. The rooms log through utils/logging.h instead, so that a session can send
+// the same records to its client as well (mcp/server.cc).
 #include "ossilar/cli/log_sink.h"
 
 #include <spdlog/cfg/env.h>
@@ -26,7 +28,8 @@ spdlog::level::level_enum level_of(utils::LogLevel level) {
   return spdlog::level::info;
 }
 
-// The record on one line: logger, message, and the failure with its chain of causes.
+// The record on one line: logger, message, and the failure with its chain of causes. One line whatever the
+// texts hold: a message may name a file with a line feed or an escape sequence in it.
 std::string line_of(const utils::LogRecord& record) {
   std::string line = record.logger + ": " + record.message();
   if (!record.failure) return utils::printable_line(line);
@@ -42,11 +45,11 @@ std::string line_of(const utils::LogRecord& record) {
 }  // namespace
 
 utils::LogSink stderr_sink() {
-  const auto logger = spdlog::stderr_color_mt("ossilar");
+  const auto logger = spdlog::stderr_color_mt("ossilar");  // _mt: a session logs from many threads
   logger->set_pattern("%n: %^%l%$: %v");
   logger->set_level(spdlog::level::warn);
-  spdlog::set_default_logger(logger);
-  spdlog::cfg::load_env_levels();
+  spdlog::set_default_logger(logger);  // spdlog's own writes to standard output, which is for answers
+  spdlog::cfg::load_env_levels();      // after set_level(), which it overrides
   return [logger](const utils::LogRecord& record) {
     logger->log(level_of(record.level), "{}", line_of(record));
   };

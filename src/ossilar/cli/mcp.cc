@@ -1,3 +1,6 @@
+// Prepares the process for a session, which itself knows only two descriptors (mcp/server.h). Standard output
+// is taken before the session starts: anything printed to it by mistake would stand between two messages, and
+// the client could not read on.
 #include "ossilar/mcp/server.h"
 
 #include <malloc.h>
@@ -12,15 +15,18 @@
 namespace ossilar::cli {
 
 int run_mcp(const Place& place, const utils::LogSink& log) {
-  const std::filesystem::path root = place.root();
+  const std::filesystem::path root = place.root();  // may throw, so before standard output is taken
   if (isatty(STDIN_FILENO) == 1)
     Output::diagnostic("this is for a program that speaks the Model Context Protocol; end it with Ctrl-D");
-  // Eight threads would each keep a pool of their own; their requests are short and seldom at once.
+  // glibc keeps arenas for the threads that allocate; the session has eight, whose requests are short and
+  // seldom run at once. Without effect where mimalloc takes glibc's place (cmake/OssilarDependencies.cmake).
   mallopt(M_ARENA_MAX, 2);
   const utils::UniqueFd output = mcp::take_standard_output();
-  std::signal(SIGPIPE, SIG_IGN);  // a client that is gone shows in what write() gives
+  std::signal(SIGPIPE, SIG_IGN);  // or the first write to a client that is gone would kill the process
   const bool ended = mcp::serve({.root = root, .input = STDIN_FILENO, .output = output.get(), .log = log});
-  if (!ended) std::_Exit(kDone);  // something hangs, and nobody waits for it any more
+  // A request hangs whose client is gone. Its thread still uses the session, so nothing can be destroyed: the
+  // process ends without destructors. Not an error, as the client had its chance to wait.
+  if (!ended) std::_Exit(kDone);
   return kDone;
 }
 

@@ -1,5 +1,9 @@
 // What the command prints, and where: answers and tables on standard output, everything about the run on
 // standard error. In JSON mode standard output gets exactly one document.
+//
+// app.cc makes one Output for a run and hands it to the command. It belongs to the main thread; diagnostic()
+// alone may be called from any. A failed write is not reported where it happens but by flush(), at the end of
+// the run.
 #pragma once
 
 #include <concepts>
@@ -17,11 +21,12 @@ enum class ColorChoice { automatic, always, never };
 
 enum class Style { plain, bold, dim, good, warn, bad };
 
-// Text for a line on a terminal. Whatever it is made from goes through utils::printable_line(), so that there
-// is no other way to Output::line(); Output::styled() alone adds escapes.
+// Text for a line on a terminal, without control characters. Output::line() takes nothing else, and making
+// one cleans the text (utils::printable_line()), so no caller can forget to: paths and page texts come from
+// anywhere. Only Output::styled() adds escapes, after the cleaning.
 class Shown {
  public:
-  // Implicit, so that texts can be added as they are.
+  // Implicit, so that strings can be passed and appended as they are.
   template <class Text>
   requires std::convertible_to<const Text&, std::string_view> Shown(const Text& text)
       : text_(utils::printable_line(text)) {}
@@ -45,30 +50,32 @@ class Output {
 
   bool is_json() const { return json_; }
 
-  // A line of human text on standard output, nothing in JSON mode.
+  // Prints a line of human text on standard output; nothing in JSON mode.
   void line(const Shown& text = {});
 
   // `text` in a style, if standard output shows colours.
   Shown styled(Style style, std::string_view text) const;
 
-  // Columns under their heads, as wide as their longest cell; the last is not padded. Cells may be styled.
+  // Prints columns under their heads, as wide as their widest cell on a terminal. No line ends in blanks.
+  // Each row has as many cells as there are heads, or fewer.
   struct Cell {
     std::string text;
     Style style = Style::plain;
   };
   void table(const std::vector<std::string>& heads, const std::vector<std::vector<Cell>>& rows);
 
-  // Text from a page as it is; on a terminal with its control characters made visible.
+  // Prints text of a page byte for byte, so that a redirection gives the file's text; on a terminal with its
+  // control characters made visible. Nothing in JSON mode.
   void raw(std::string_view text);
 
-  // The one document of JSON mode, nothing otherwise. Control characters and the marks that turn text around
-  // stand as \u escapes; of a text that is not UTF-8, U+FFFD takes the place of what is none.
+  // Prints the one document of JSON mode; nothing otherwise. Control characters and bidirectional formatting
+  // characters are written as \u escapes, bytes that are not UTF-8 as U+FFFD.
   void document(const Map& value);
 
-  // A line on standard error: "ossilar: MESSAGE".
+  // Prints a line on standard error, in JSON mode too: "ossilar: MESSAGE".
   static void diagnostic(std::string_view message);
 
-  // Whether everything has reached standard output.
+  // Writes what is buffered. False when this or any write before it failed.
   bool flush();
 
  private:
@@ -78,8 +85,8 @@ class Output {
   bool color_;
 };
 
-// The numbers of columns that `text` takes on a terminal: one a character, none for combining marks, two for
-// wide East Asian characters (utf8proc's widths).
+// The number of columns that `text` takes on a terminal: one a character, none for combining marks, two for
+// wide East Asian characters (utf8proc's widths). Bytes that are not UTF-8 count nothing.
 std::size_t display_width(std::string_view text);
 
 }  // namespace ossilar::cli

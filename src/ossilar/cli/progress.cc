@@ -1,3 +1,6 @@
+// Each step draws the line anew: a carriage return, and the escape that erases to the end of the line
+// (ECMA-48 EL), as a shorter text would leave the end of a longer one. A file or pipe gets nothing, since it
+// would keep every step.
 #include "ossilar/cli/progress.h"
 
 #include <unistd.h>
@@ -8,8 +11,9 @@
 
 namespace ossilar::cli {
 namespace {
+// In columns: with its label and two counts of six digits the line fits into 80.
 constexpr std::size_t kBarWidth = 30;
-}
+}  // namespace
 
 ProgressBar::ProgressBar(const char* label) : label_(label), terminal_(isatty(STDERR_FILENO) == 1) {}
 

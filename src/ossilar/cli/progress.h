@@ -1,11 +1,15 @@
+// A progress bar for work that may take long: indexing (shared.cc, check.cc) and embedding (shared.cc).
+//
+// Threads: one, as the callback is called by the thread that does the work (utils/task.h). A failed write is
+// ignored.
 #pragma once
 
 #include "ossilar/utils/task.h"
 
 namespace ossilar::cli {
 
-// A progress bar on standard error, drawn only where that is a terminal and gone at its end. `label` says
-// what is counted: "indexing".
+// Drawn on standard error, only where that is a terminal, and erased by the destructor. `label` says what is
+// counted, such as "indexing"; it must outlive the bar.
 class ProgressBar {
  public:
   explicit ProgressBar(const char* label);

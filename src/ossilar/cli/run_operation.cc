@@ -1,5 +1,9 @@
-// Runs an operation for the shell: reads what is to be read, brings the wiki up to date as far as the
-// operation's answer rests on it, asks, and prints one document or the text of it.
+// Runs an operation for the shell. The order keeps the user from waiting for a refusal: the wiki is opened
+// before content is read from the terminal, and what the arguments alone decide is refused before the sources
+// are indexed, which may take long.
+//
+// The wiki is brought up to date only as far as the operation needs it (views.h, Freshness): a page is shown
+// without taking others over, and only a search may have to embed the wiki again.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,10 +26,12 @@ using operations::Argument;
 using operations::Operation;
 using workers::wiki::Wiki;
 
-// Beyond the limit of a page, so that the answer can say how long the content is; what is longer still is not
-// read.
+// Four times the limit of a page: content that is somewhat too long is read to its end, so that the refusal
+// can say how long it is. Beyond that nothing is read, since the input may have no end.
 constexpr std::size_t kReadLimit = 4 * workers::wiki::kLargestContent;
 
+// The bytes of the file, or of standard input for "" and "-". A file that cannot be opened is wrong usage:
+// its name was wrong.
 std::string read_content(const std::string& file) {
   utils::UniqueFd opened;
   int fd = STDIN_FILENO;
@@ -42,7 +48,8 @@ std::string read_content(const std::string& file) {
   return *std::move(content);
 }
 
-// The failure with `more` said in its line.
+// Throws the failure again with `more` at the end of its message, as a failure is one line. Of its type only
+// what decides the exit code is kept.
 [[noreturn]] void rethrow(const std::exception_ptr& failure, const std::string& more) {
   try {
     std::rethrow_exception(failure);
@@ -61,8 +68,8 @@ void require_utf8_argument(const std::string& text, std::string_view name) {
   }
 }
 
-// The arguments with the content of files in their places. What is wrong with a content is the answer's to
-// say, what is wrong with any other argument is wrong usage.
+// Replaces the names of files by their contents, and checks the arguments. Content that is not UTF-8 passes,
+// as the operation refuses it (exit code 1); any other argument that does not fit is wrong usage (2).
 Map complete(const Operation& operation, Map arguments) {
   for (const Argument& argument : operation.arguments) {
     const std::string name(argument.name);
@@ -77,6 +84,8 @@ Map complete(const Operation& operation, Map arguments) {
   return arguments;
 }
 
+// The error first, then every list that comes with it, such as similar page ids or the headings there are,
+// and last where the text is kept.
 int print_refusal(const Map& answer, const std::string& kept, Output& output) {
   output.document(answer);
   output.line(output.styled(Style::bad, "refused") + "  " + utils::string_member(answer, "error"));
@@ -89,6 +98,7 @@ int print_refusal(const Map& answer, const std::string& kept, Output& output) {
   return kRefused;
 }
 
+// skip: a command must not wait for another's save only to take pages over; the next one will.
 void adopt(Wiki& wiki) {
   const auto report = workers::wiki::adopt_arrivals(wiki, workers::wiki::WhenBusy::skip);
   if (report.adopted > 0) {
@@ -102,6 +112,8 @@ void adopt(Wiki& wiki) {
   tell_of_records(report.given_records);
 }
 
+// In this order: pages are taken over with the plan as it is now, and their passages get vectors with all
+// others.
 void bring_up_to_date(Wiki& wiki, Freshness needed) {
   if (needed == Freshness::sources) prepare_with_progress(wiki);
   if (needed != Freshness::as_stored) adopt(wiki);
@@ -111,14 +123,14 @@ void bring_up_to_date(Wiki& wiki, Freshness needed) {
 }  // namespace
 
 int run_operation(const Operation& operation, const Place& place, Map arguments, Output& output) {
-  const View& view = view_of(operation);
+  const View& view = view_of(operation);  // throws for a program with a mistake, so before anything is done
   const auto wiki = workers::wiki::open_wiki(place.root(), "ossilar " + std::string(operation.command));
   arguments = complete(operation, std::move(arguments));
   if (operation.refuse != nullptr) {
     if (const auto refusal = operation.refuse(arguments)) return print_refusal(*refusal, "", output);
   }
   bring_up_to_date(*wiki, view.needs);
-  utils::Task task;
+  utils::Task task;  // never cancelled: Ctrl-C ends the process, and a save withstands a kill
   const operations::Result result = operation.call(
       {.wiki = *wiki, .arguments = arguments, .task = task, .caller = operations::Caller::shell});
   const std::string kept =

@@ -1,3 +1,6 @@
+// What several commands need: the root of the repository, and the steps that bring a wiki up to date with
+// something shown to the user meanwhile. What they report goes to standard error, since standard output may
+// be one JSON document.
 #include <system_error>
 
 #include "ossilar/cli/commands.h"
@@ -11,6 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The folder that the search for a root begins at, without symbolic links. A failure names it as the user
+// gave it.
 fs::path start_of(const Place& place) {
   std::error_code error;
   const fs::path start = place.repo ? fs::path(*place.repo) : fs::current_path();
@@ -35,7 +40,7 @@ fs::path Place::root_or_here() const {
 }
 
 void prepare_with_progress(workers::wiki::Wiki& wiki) {
-  {
+  {  // so that the bar is gone before the diagnostics
     ProgressBar bar("indexing");
     wiki.prepare(bar.callback());
   }
@@ -51,7 +56,7 @@ void reembed_with_progress(workers::wiki::Wiki& wiki) {
                      "; embedding " + std::to_string(change->passages) + " passage(s) again");
   try {
     ProgressBar bar("embedding");
-    utils::Task task;
+    utils::Task task;  // the command is not cancelled; batches that are done stay when it is killed
     workers::wiki::reembed(wiki.store(), wiki.embedder(), bar.callback(), task);
   } catch (const utils::Error& error) {
     Output::diagnostic(std::string("not embedded: ") + error.what());

@@ -1,5 +1,5 @@
-// One function an operation, from its document to lines of text. They read the same document that --json
-// prints, so nothing can be in one and not in the other.
+// One function for each operation, which turns its document into lines of text. They read the document that
+// --json prints and ask the wiki for nothing but paths, so people and programs are told the same.
 #include "ossilar/cli/views.h"
 
 #include <fmt/format.h>
@@ -12,7 +12,7 @@
 namespace ossilar::cli {
 namespace {
 
-// Stale and unverified pages that `status` names; `plan` lists all.
+// `status` names no more stale and unverified pages than this, to stay on one screen; `plan` lists all.
 constexpr std::size_t kMostNamed = 10;
 
 std::string text_at(const Map& value, const char* key) { return utils::string_member(value, key); }
@@ -27,6 +27,7 @@ Style style_of(const std::string& state) {
 
 std::vector<Output::Cell> row_of(const Map& page) {
   const std::string state = text_at(page, "state");
+  // A title that only repeats the id is left out, as the id has a column.
   const std::string title = text_at(page, "title") == text_at(page, "page_id") ? "" : text_at(page, "title");
   const bool is_written = state != "missing";
   return {{state, style_of(state)},
@@ -83,7 +84,7 @@ void print_hit(std::size_t rank, const Map& hit, Output& output) {
 
 void print_hits(const Given& given, Output& output) {
   if (const std::string warning = text_at(given.value, "warning"); !warning.empty())
-    Output::diagnostic(warning);
+    Output::diagnostic(warning);  // on standard error, so that a pipe gets hits alone
   const Map& hits = given.value.at("hits");
   if (hits.empty()) {
     const std::string path = text_at(given.arguments, "path");

@@ -1,4 +1,5 @@
-// How the shell shows what an operation gives.
+// How the shell shows the answer of each operation. run_operation.cc calls this, on the main thread. Nothing
+// is changed here, so a failure leaves nothing.
 #pragma once
 
 #include <filesystem>
@@ -10,9 +11,11 @@
 
 namespace ossilar::cli {
 
-// What is brought up to date before the operation is asked, each with what stands before it: a stored page
-// needs nothing, a search the pages that version control brought and vectors for them, everything about the
-// plan the sources.
+// What is brought up to date before the operation runs (run_operation.cc):
+// - as_stored: nothing, for a page as it lies on disk.
+// - vectors: pages that version control brought, then vectors of the current model for all passages.
+// - sources: index and plan, then pages that version control brought. No vectors: a save must not take as
+//   long as embedding the whole wiki.
 enum class Freshness { as_stored, vectors, sources };
 
 struct Given {
@@ -22,15 +25,15 @@ struct Given {
 };
 
 struct View {
-  std::string_view command;
+  std::string_view command;  // the operation's
   Freshness needs = Freshness::sources;
   void (*print)(const Given& given, Output& output) = nullptr;
 };
 
-// The view of an operation; every one has its own.
+// The view of an operation. Throws std::logic_error for one without a view: every operation must have one.
 const View& view_of(const operations::Operation& operation);
 
-// Relative to the current directory, where that is shorter to read.
+// The path relative to the current directory, as the user would type it.
 std::string shown_path(const std::filesystem::path& file);
 
 }  // namespace ossilar::cli

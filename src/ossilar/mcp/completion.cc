@@ -1,3 +1,6 @@
+// Completes what a person types into a client: ids of pages and headings of a page. Candidates are collected
+// anew for each request, as pages come and go, and matched anywhere in the text: a person may remember only a
+// part of an id.
 #include <algorithm>
 
 #include "ossilar/mcp/prompts.h"
@@ -16,13 +19,14 @@ using workers::wiki::PageState;
 using workers::wiki::StoredPage;
 using workers::wiki::Wiki;
 
-constexpr std::size_t kMostValues = 100;  // the protocol's
+constexpr std::size_t kMostValues = 100;  // the protocol's maximum; `hasMore` says that there are more
 
-// What is completed: the arguments of a prompt or the variables of a template.
+// What the arguments belong to, a prompt or a template, as far as it makes a difference.
 struct Completed {
   bool stale_only = false;
 };
 
+// Throws for a prompt or template that does not exist.
 Completed completed(const Map& reference) {
   const std::string type = required_string(reference, "type");
   if (type == "ref/prompt") {
@@ -45,6 +49,8 @@ std::vector<std::string> page_ids(Wiki& wiki, bool stale_only) {
   return ids;
 }
 
+// The headings of the page that the client says was chosen before. None without such a page: a client may ask
+// before the page is chosen, and that is no error.
 std::vector<std::string> headings(Wiki& wiki, const Map& params) {
   const Map& chosen = optional_object(optional_object(params, "context"), "arguments");
   const auto found =
@@ -54,7 +60,8 @@ std::vector<std::string> headings(Wiki& wiki, const Map& params) {
   return workers::wiki::section_headings(workers::wiki::split_authored(page->text, "").text());
 }
 
-// Those that begin with what was typed first, then those that hold it elsewhere; case does not count.
+// The candidates that contain what was typed, regardless of case: first those that begin with it. Stable, so
+// that page ids stay in the plan's order and headings in the page's.
 std::vector<std::string> matching(std::vector<std::string> candidates, const std::string& typed) {
   const std::string wanted = utils::fold(typed);
   const auto place = [&](const std::string& candidate) { return utils::fold(candidate).find(wanted); };
@@ -72,6 +79,7 @@ Map complete(workers::wiki::WikiProvider& provider, Revision revision, const Map
   const Completed reference = completed(required_object(params, "ref"));
   const Map& argument = required_object(params, "argument");
   const std::string name = required_string(argument, "name");
+  // Any other argument, such as the name of a draft, has no candidates; that is no error either.
   std::vector<std::string> candidates;
   if (name == "page_id") candidates = page_ids(*provider.get(), reference.stale_only);
   if (name == "section") candidates = headings(*provider.get(), params);

@@ -1,3 +1,8 @@
+// Rows are compared at intervals. To notify on our own saves would be simpler, but other processes save too,
+// and the database does not notify us of that. A look without a change is cheap: rows are snapshots that
+// share their blocks with the last ones (utils/snapshot_map.h).
+//
+// mutex_ guards what run() waits for and is never held during a look; look_mutex_ guards the rows.
 #include "ossilar/mcp/page_watch.h"
 
 #include "ossilar/utils/logging.h"
@@ -36,13 +41,14 @@ void PageWatch::run() {
     woken_.wait_for(lock, every_, [this] { return stopping_ || asked_; });
     asked_ = false;
     if (stopping_) return;
-    lock.unlock();
+    lock.unlock();  // wake() must not wait for a look
     std::string failure;
     try {
       look();
     } catch (const std::exception& error) {
       failure = error.what();
-      // Once, not at every look: a client may never read what goes to standard error.
+      // Once, not at every look: a client may never read standard error, and a full pipe would block this
+      // thread.
       if (failure != last_failure) logger.warning("cannot look for changed pages", error);
     }
     last_failure = std::move(failure);
@@ -53,6 +59,8 @@ void PageWatch::run() {
 void PageWatch::look() {
   const auto wiki = provider_.opened();
   if (!wiki) return;
+  // Before the rows are read: of two looks at once the one with older rows could otherwise compare last, and
+  // report a change backwards.
   const std::lock_guard one_at_a_time(look_mutex_);
   const store::StoredRows now = wiki->stored_pages();
   if (std::exchange(looked_, true)) {

@@ -1,4 +1,5 @@
-// Notices changed pages, whoever changed them.
+// Notices changed pages, whoever changed them: this server, another process, or version control. session.h
+// owns one and passes what it notices to its subscriptions.
 #pragma once
 
 #include <chrono>
@@ -12,25 +13,30 @@
 
 namespace ossilar::mcp {
 
-// A thread that compares the stored rows with those of before, now and then, and at once when it is asked to.
-// It looks only at a wiki that something else has opened. What is there at the first look is no change.
+// A thread that compares the stored rows with those of its last look: regularly, and at once when asked to.
+// It never opens a wiki, so a session that needs none creates no database. What is there at the first look is
+// no change.
 //
-// Thread-safety: every member may be called from any thread. Lifetime: the provider must outlive it.
+// Thread-safety: every member may be called from any thread. Lifetime: the provider must outlive it. Failure:
+// a look of the thread that fails is logged, and the next one finds what it would have found.
 class PageWatch {
  public:
-  // Is told the id of a page that changed, and whether it came or went. Called on the thread that looks.
+  // Called for each page that changed; `listed` when it came or went. Called on the thread that looks, under
+  // the lock of the look: it must not call look().
   using Changed = std::function<void(const std::string& page_id, bool listed)>;
 
+  // Starts the thread. The destructor stops it, and waits for a look at work.
   PageWatch(workers::wiki::WikiProvider& provider, std::chrono::milliseconds every, Changed changed);
   ~PageWatch();
   PageWatch(const PageWatch&) = delete;
   PageWatch& operator=(const PageWatch&) = delete;
 
-  // Looks soon, on the watch's thread.
+  // Has the watch's thread look soon, and does not wait for it.
   void wake();
 
-  // Looks before it returns. Who asks to be told of changes looks first, so that none after it is missed.
-  // Throws what the store throws.
+  // Looks on the calling thread, before it returns. To be called before a subscriber is entered: what changed
+  // earlier is then not reported to it, and what changes once it is entered is, even if the thread has not
+  // looked yet. Throws what the store throws.
   void look();
 
  private:

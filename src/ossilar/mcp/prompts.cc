@@ -1,3 +1,6 @@
+// A prompt is one message with all that its task needs, where the tools would take several calls: rules, the
+// page as it is, its grounding, and last how to save, with the version that was just read. An agent that
+// follows it cannot undo a save that came in between.
 #include "ossilar/mcp/prompts.h"
 
 #include <fmt/format.h>
@@ -19,9 +22,15 @@ using workers::wiki::PageState;
 using workers::wiki::StoredPage;
 using workers::wiki::Wiki;
 
+// The prompts do not change while the program runs. A client may cache them for an hour, as with tools
+// (tools.cc).
 constexpr int kListMilliseconds = 60 * 60 * 1000;
+// Pages named by a prompt about all of them, as many as list_pages gives at a time. The number of stale pages
+// is said.
 constexpr std::size_t kMostStale = 50;
-constexpr std::size_t kLongestQuoted = std::size_t{40} * 1024;  // some 10,000 tokens
+// Some 10,000 tokens, as much as read_page gives at a time. A longer page the agent reads itself, in
+// portions.
+constexpr std::size_t kLongestQuoted = std::size_t{40} * 1024;
 
 constexpr const char* kRules = R"(## Rules of a good page
 
@@ -77,13 +86,15 @@ std::string rules(const Wiki& wiki, const PageContext& context) {
   return text;
 }
 
-// A block of text that no fence in it ends.
+// The text in a fence longer than any in it: a page has fences of its own, and the first would end a shorter
+// one.
 std::string quoted(const std::string& text) {
   std::string fence = "```";
   while (text.find(fence) != text.npos) fence += '`';
   return fence + "markdown\n" + text + (text.empty() || text.back() == '\n' ? "" : "\n") + fence + "\n\n";
 }
 
+// The authored text only: this is what a save takes, and the generated part would be made again.
 std::string current_text(const std::optional<StoredPage>& page) {
   if (!page) return "";
   const std::string text = workers::wiki::split_authored(page->text, "").text();
@@ -145,13 +156,14 @@ std::string refresh_all(const std::vector<PageState>& pages) {
          "replace only the sections that need it.";
 }
 
+// The states of all pages are asked for even for one page: there is no question about a single one.
 std::string refresh_stale(Wiki& wiki, const std::string& page_id) {
   const std::vector<PageState> pages = workers::wiki::WikiReader(wiki).page_states();
   if (page_id.empty()) return refresh_all(pages);
   for (const PageState& page : pages) {
     if (page.page_id == page_id) return refresh_page(wiki, page_id, state_of(page));
   }
-  return refresh_page(wiki, page_id, "");  // which says that there is no such page
+  return refresh_page(wiki, page_id, "");  // throws: there is no such page
 }
 
 std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {

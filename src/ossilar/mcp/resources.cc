@@ -1,3 +1,6 @@
+// Sections and drafts are served but not listed: a list of every section would be long and out of date with
+// each save, and a draft is for its author, to whom the answer of the save named it. Templates say how both
+// are addressed.
 #include "ossilar/mcp/resources.h"
 
 #include <algorithm>
@@ -15,11 +18,15 @@ namespace {
 using workers::wiki::StoredPage;
 using workers::wiki::Wiki;
 
+// With title and summary a hundred pages make a message of moderate size; fewer would take more calls.
 constexpr std::size_t kPagesAList = 100;
 constexpr const char* kMarkdown = "text/markdown";
+// The templates do not change while the program runs. A client may cache them for an hour, as with tools
+// (tools.cc).
 constexpr int kTemplatesMilliseconds = 60 * 60 * 1000;
 constexpr int kPagesMilliseconds = 0;  // a page may be saved at any time
 
+// The code for a resource that does not exist changed with the revision that is stateless.
 [[noreturn]] void throw_not_found(Revision revision, const std::string& uri) {
   const int code = is_stateless(revision) ? error_code::kInvalidParams : error_code::kResourceNotFound;
   throw ProtocolError(code, "there is no resource '" + uri + "'", Map{{"uri", uri}});
@@ -42,6 +49,8 @@ Map template_of(const char* uri, const char* name, const char* title, const char
   return shown;
 }
 
+// The name comes from the client and may be anything. A draft's name is checked by KeptTexts::read(), which
+// knows only names that it gave, and a page's id must be planned or stored: no name leads out of the wiki.
 std::optional<std::string> text_of(Wiki& wiki, const ResourceName& resource) {
   if (resource.kind == ResourceName::Kind::draft) return wiki.kept_drafts().read(resource.name);
   const auto found = workers::wiki::WikiReader(wiki).read_page(resource.name);
@@ -53,14 +62,15 @@ std::optional<std::string> text_of(Wiki& wiki, const ResourceName& resource) {
 
 }  // namespace
 
-// In the order of the page ids, which are their own cursors.
+// In the order of the page ids. A cursor is the last id of the list before, so pages that come or go between
+// two calls neither repeat nor hide others. The rows are one snapshot, so each list is of one moment.
 Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const auto cursor = optional_string(params, "cursor");
   const store::StoredRows rows = provider.get()->stored_pages();
   if (cursor && rows.find(*cursor) == nullptr)
     throw ProtocolError(error_code::kInvalidParams, "this cursor is none; list from the start");
   Map list = Map::array();
-  std::size_t left = 0;
+  std::size_t left = 0;  // pages behind this list; only with some is there a next one
   rows.for_each([&](const std::string& page_id, const Map& row) {
     if (cursor && page_id <= *cursor) return;
     if (list.size() < kPagesAList) {

@@ -1,4 +1,8 @@
-// Pages as resources.
+// Pages, their sections and kept drafts as resources; their URIs are in protocol/uri.h. session.cc calls
+// these.
+//
+// Threads: those of the session's pool; nothing is kept between calls. A failure leaves nothing, as these
+// only read.
 #pragma once
 
 #include <string>
@@ -9,8 +13,9 @@
 
 namespace ossilar::mcp {
 
-// The results of the methods of these names. They throw ProtocolError for params that do not fit, a cursor
-// that is none, and a resource that does not exist.
+// The results of `resources/list`, `resources/templates/list` and `resources/read`. They throw ProtocolError
+// for params that do not fit, for an unknown cursor and for a resource that does not exist. Stored pages are
+// listed, a hundred at a time; sections and drafts are not, but can be read.
 Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
 Map list_resource_templates(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
 Map read_resource(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);

@@ -1,3 +1,8 @@
+// Reads lines on the calling thread and hands each to the session, which answers on threads of its own; a
+// slow request thus keeps no line from being read, and a cancellation is heard while the work goes on.
+//
+// The end is the difficult part. A thread that hangs cannot be stopped in C++ and must not lose what it uses,
+// so that is kept for it, on the heap, and the process ends (cli/mcp.cc).
 #include "ossilar/mcp/server.h"
 
 #include "ossilar/mcp/session.h"
@@ -5,10 +10,11 @@
 namespace ossilar::mcp {
 namespace {
 
-// A client that closes its end may still wait for answers to what it sent, but not for ever.
+// A client that closes its end may still read the answers to what it sent, but a server must not outlive it
+// for long. Ten seconds are also a writer's patience with a client that reads nothing (protocol/transport.h).
 constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(10);
 
-// Sends log records to the client too, as long as the session lives.
+// Sends log records to the client too, until it is destroyed: before the session, which the sink refers to.
 class SessionLog {
  public:
   SessionLog(Session& session, const utils::LogSink& log) : log_(log) {
@@ -37,6 +43,8 @@ void receive_all(LineReader& reader, Session& session) {
   }
 }
 
+// All that threads of a session use, in one allocation that can be left to them. Members are destroyed in the
+// reverse order: the session first, as it uses the others.
 struct Serving {
   explicit Serving(const ServerOptions& options)
       : provider(options.root), output(options.output, options.input) {}
@@ -53,7 +61,7 @@ bool serve(const ServerOptions& options) {
   LineReader reader(options.input, options.output);
   receive_all(reader, serving->session);
   if (serving->session.finish(kPatience, reader_is_gone(options.output))) return true;
-  static_cast<void>(serving.release());  // its threads use it still
+  static_cast<void>(serving.release());  // on purpose: threads that did not end still use it
   return false;
 }
 

@@ -1,3 +1,11 @@
+// Four steps for each request, in this order: find its revision, answer at once what needs no work, see that
+// the revision knows the method, and post the rest to the pool. The first three run on the thread that reads
+// lines, since a line may depend on the one before it: `initialize` decides how the next line is read. On the
+// pool that order would be lost.
+//
+// A request is in under_way_, or a listener of subscriptions_, from the moment it is accepted until just
+// before it is answered. So a cancellation always finds it, and an id in use is refused. mutex_ guards this;
+// no work is done under it, but listen() writes its acknowledgement.
 #include "ossilar/mcp/session.h"
 
 #include <algorithm>
@@ -13,7 +21,8 @@
 namespace ossilar::mcp {
 namespace {
 
-// A method that every revision has and that needs nothing of the session.
+// A method that every revision has and that needs nothing of the session. In a table, so that a new one is a
+// line.
 struct Method {
   std::string_view name;
   Map (*answer)(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
@@ -29,19 +38,28 @@ constexpr std::array kMethods{
     Method{"completion/complete", complete},
 };
 
-// Methods of the session itself that are answered on a thread of the pool, by era.
+// Methods that need the session and run on its pool. Revisions with `initialize` subscribe to one page after
+// the other, stateless ones open a request that listens.
 constexpr std::array<std::string_view, 2> kSessionMethods{"resources/subscribe", "resources/unsubscribe"};
 constexpr std::string_view kCallTool = "tools/call";
 constexpr std::string_view kListen = "subscriptions/listen";
 
-constexpr std::size_t kMostAddresses = 1000;  // of one listener
+// Addresses of one listener. With the limit on listeners (subscriptions.cc) it bounds what one client can
+// make us keep; more addresses can be spread over several listeners.
+constexpr std::size_t kMostAddresses = 1000;
 
-constexpr std::size_t kThreads = 8;                    // most requests wait for a disk or for each other
-constexpr std::chrono::milliseconds kLookEvery(1000);  // for pages that other processes change
+// Requests that run at once. Most wait for a disk, a lock or an embedding service and not for a processor.
+// Fewer would let some slow saves hold up every reader; each thread more costs a stack.
+constexpr std::size_t kThreads = 8;
+// How late a subscriber may hear of a page that another process saved. Shorter would ask the database more
+// often.
+constexpr std::chrono::milliseconds kLookEvery(1000);
 
+// What the server can do does not change while the program runs. A client may cache it for an hour, as with
+// tools.
 constexpr int kDiscoverMilliseconds = 60 * 60 * 1000;
 
-// The levels of RFC 5424 by rank.
+// The levels of RFC 5424, the lowest first: a rank is an index here. Ours are only four of them (rank_of()).
 constexpr std::array<std::string_view, 8> kLevels{"debug", "info",     "notice", "warning",
                                                   "error", "critical", "alert",  "emergency"};
 constexpr int kWarning = 3;
@@ -66,7 +84,9 @@ int rank_of(utils::LogLevel level) {
   return kWarning;
 }
 
-// The lowest level that the request which runs on this thread asked for in its `_meta`.
+// The lowest level of records that the request on this thread asked for in its `_meta` (stateless revisions).
+// A record is logged on the thread that does the work, so a thread-local variable is enough to find its
+// request.
 int& level_of_request() {
   thread_local int level = kNothing;
   return level;
@@ -84,6 +104,9 @@ bool is_known(std::string_view name, Revision revision) {
   return std::find(kSessionMethods.begin(), kSessionMethods.end(), name) != kSessionMethods.end();
 }
 
+// The stateless revision that a request names. A revision with `initialize` is refused here, since it needs a
+// session that began so; the client's capabilities are required by the protocol, though this server needs
+// none.
 Revision named_revision(const Map& meta) {
   const Map& version = utils::member(meta, meta_key::kVersion);
   if (!version.is_string()) {
@@ -108,7 +131,8 @@ bool names_revision(const Map& params) {
   return optional_object(params, "_meta").contains(meta_key::kVersion);
 }
 
-// Reports each step of a request that gave a token for it.
+// Reports each step of a request that gave a token for it. The protocol wants a number that grows, so steps
+// are counted; how many there will be is not known. One thread works on a task, so the count needs no lock.
 utils::Task::Watcher progress_watcher(const Map& params, LineWriter& output) {
   const Map token = utils::member(utils::member(params, "_meta"), "progressToken");
   if (!token.is_string() && !token.is_number_integer()) return {};
@@ -118,7 +142,8 @@ utils::Task::Watcher progress_watcher(const Map& params, LineWriter& output) {
   };
 }
 
-// What is not a page's address is left out, and so not promised.
+// What a listener asked for, as far as it is served. Other addresses are left out and not refused: the
+// acknowledgement tells the client what it will hear of.
 ListenFilter filter_of(const Map& params) {
   const Map& asked = required_object(params, "notifications");
   const Map& uris = utils::member(asked, "resourceSubscriptions");
@@ -165,10 +190,12 @@ Session::Session(workers::wiki::WikiProvider& provider, LineWriter& output)
              }),
       scheduler_(kThreads) {}
 
-// ---- What comes in.
+// ---- What comes in. All on the receiving thread.
 
 void Session::receive(std::string_view line) {
   if (line.find_first_not_of(" \t") == line.npos) return;  // nothing was said
+  // What a waiting request keeps in memory, about. Each request of a batch counts the whole line: too much,
+  // but that only makes the reading wait sooner.
   line_bytes_ = line.size();
   LineContent content = read_line(line);
   if (auto* batch = std::get_if<std::vector<Message>>(&content)) return take_batch(std::move(*batch));
@@ -194,7 +221,9 @@ void Session::take(Message message, const Reply& reply) {
   reply(std::nullopt);
 }
 
-// The answers of a batch go out together, when the last is there.
+// The answers of a batch go out together, when the last is there. The messages run side by side as any
+// others; whichever is answered last, on whatever thread, writes the list. A batch of notifications alone
+// gets no list at all.
 void Session::take_batch(std::vector<Message> batch) {
   if (!agreed_ || !has_batches(*agreed_) || batch.empty()) {
     output_.write(error_line(
@@ -218,6 +247,8 @@ void Session::take_batch(std::vector<Message> batch) {
   for (Message& message : batch) take(std::move(message), collect);
 }
 
+// `initialize` and `ping` come first, as they need no revision: `ping` is allowed before one is agreed on. A
+// request that names its revision is none of the two, whatever its method: stateless revisions have neither.
 void Session::take_request(Request request, const Reply& reply) {
   try {
     if (request.method == "initialize" && !names_revision(request.params))
@@ -236,12 +267,14 @@ void Session::take_request(Request request, const Reply& reply) {
   }
 }
 
+// Unknown notifications are ignored: a notification is never answered.
 void Session::take_notification(const Notification& notification) {
   if (notification.method == "notifications/cancelled")
     cancel(utils::member(notification.params, "requestId"));
   if (notification.method == "notifications/initialized" && agreed_) subscriptions_.begin_session();
 }
 
+// What the request names goes before what the session agreed on.
 Revision Session::revision_of(const Request& request) const {
   const Map& meta = optional_object(request.params, "_meta");
   if (meta.contains(meta_key::kVersion)) return named_revision(meta);
@@ -251,12 +284,15 @@ Revision Session::revision_of(const Request& request) const {
                           meta_key::kVersion + " and " + meta_key::kClientCapabilities + " in params._meta");
 }
 
-// ---- Answers that need no thread.
+// ---- Answers that need no thread. On the receiving thread, so that the next line sees what they set.
 
+// A client that asks for a revision which is not served, or is stateless, is offered the newest of the
+// others; whether it can speak that is for the client to decide.
 Map Session::initialize(const Map& params) {
   if (agreed_) throw ProtocolError(error_code::kInvalidRequest, "this session is initialized already");
   const Revision* asked = find_revision(required_string(params, "protocolVersion"));
   agreed_ = asked != nullptr && !is_stateless(*asked) ? *asked : kLatestWithInitialize;
+  // Until the client sets one. A session that does not begin with `initialize` gets no records unasked.
   log_level_ = kWarning;
   return {{"protocolVersion", revision_name(*agreed_)},
           {"capabilities", server_capabilities(*agreed_)},
@@ -278,12 +314,14 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
 // ---- Requests on the pool.
 
 void Session::run_later(Request request, Revision revision, const Reply& reply) {
+  // Entered before it is posted: a cancellation may be the very next line, when the request still waits.
   const auto work = std::make_shared<UnderWay>(progress_watcher(request.params, output_));
   {
     const std::lock_guard lock(mutex_);
     if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second)
       throw ProtocolError(error_code::kInvalidRequest, "a request with this id is under way");
   }
+  // Without the lock: post() may wait, and the requests that make room need the lock to end.
   std::string key = request.method == kCallTool ? serial_key(request.params) : "";
   scheduler_.post(std::move(key), line_bytes_, [this, request = std::move(request), revision, work, reply] {
     run(request, revision, *work, reply);
@@ -291,28 +329,32 @@ void Session::run_later(Request request, Revision revision, const Reply& reply) 
 }
 
 void Session::run(const Request& request, Revision revision, UnderWay& work, const Reply& reply) {
+  // Set by every request, as the thread still has the level of the last one.
   level_of_request() =
       level_rank(utils::string_member(utils::member(request.params, "_meta"), meta_key::kLogLevel))
           .value_or(kNothing);
   std::optional<Map> message;
   try {
-    work.task.check();
+    work.task.check();  // it may have been cancelled while it waited
     if (auto result = result_of(request, revision, work.task)) message = result_message(request.id, *result);
-  } catch (const utils::Cancelled&) {
+  } catch (const utils::Cancelled&) {  // not a failure: it is not answered
   } catch (const ProtocolError& error) {
     message = error_message(request.id, error.code(), error.what(), error.data());
   } catch (const std::exception& error) {
     message = error_message(request.id, error_code::kInternal, error.what());
   }
-  {
+  {  // before the answer: a client that has read it may use the id again
     const std::lock_guard lock(mutex_);
     under_way_.erase(request.id.dump());
   }
-  // Who cancelled waits for no answer; but what a commit did is said all the same.
+  // A client that cancelled waits for no answer. But a save that went through the commit is answered: it is
+  // on disk, and the client must not believe that it was prevented.
   if (work.task.was_cancelled() && !work.task.has_been_shielded()) message.reset();
   reply(std::move(message));
 }
 
+// The result, or none for a request that stays open. Before a subscription the watch looks: see
+// PageWatch::look().
 std::optional<Map> Session::result_of(const Request& request, Revision revision, utils::Task& task) {
   if (request.method == kListen) {
     listen(request, task);
@@ -332,16 +374,18 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision,
   if (request.method != kCallTool)
     return find_method(request.method)->answer(provider_, revision, request.params);
   Map result = call_tool(provider_, revision, request.params, task);
-  watch_.wake();  // it may have been a save
+  watch_.wake();  // it may have been a save, whose subscribers should not wait for the next regular look
   return result;
 }
 
-// The request stays open; the acknowledgement is all that it is answered with until it ends.
+// The request stays open; the acknowledgement is all that it is answered with until it ends. The wiki is
+// opened first: the watch looks only at one that is open, and this client may never ask for anything else.
 void Session::listen(const Request& request, const utils::Task& task) {
   const ListenFilter filter = filter_of(request.params);
   provider_.get();
   watch_.look();
-  const std::lock_guard lock(mutex_);  // cancel() finds it either under way or listening
+  // So that cancel() finds the request: either under way or listening, never in between.
+  const std::lock_guard lock(mutex_);
   task.check();
   if (!subscriptions_.listen(request.id, filter))
     throw ProtocolError(error_code::kInvalidParams, "there are too many listeners; end one of them");
@@ -353,7 +397,7 @@ void Session::cancel(const Map& id) {
   const std::lock_guard lock(mutex_);
   const auto work = under_way_.find(id.dump());
   if (work != under_way_.end()) work->second->task.cancel();
-  subscriptions_.cancel(id);
+  subscriptions_.cancel(id);  // under the lock too, see listen()
 }
 
 void Session::cancel_all() {
@@ -362,7 +406,10 @@ void Session::cancel_all() {
 }
 
 bool Session::finish(std::chrono::milliseconds patience, bool abandoned) {
-  constexpr std::chrono::milliseconds kLastPatience(2000);  // the longest step between two looks
+  // A cancelled request ends when it next asks its task, which the steps of a save do often. One that does
+  // not ask within two seconds counts as hanging: the process then ends without it.
+  constexpr std::chrono::milliseconds kLastPatience(2000);
+  // First: from now on a client that reads nothing is waited for within a limit.
   output_.input_has_ended();
   if (abandoned) cancel_all();
   bool done = scheduler_.drain(patience);
@@ -370,12 +417,14 @@ bool Session::finish(std::chrono::milliseconds patience, bool abandoned) {
     cancel_all();
     done = scheduler_.drain(kLastPatience);
   }
-  subscriptions_.finish();
+  subscriptions_.finish();  // last: the end of a listener says that nothing more comes
   return done;
 }
 
 void Session::log(const utils::LogRecord& record) {
   const int rank = rank_of(record.level);
+  // Either is enough. Outside a request, and in one that named no level, level_of_request() is above every
+  // rank.
   if (rank < log_level_ && rank < level_of_request()) return;
   Map data{{"message", record.message()}};
   if (record.failure) data["failure"] = record.failure->type + ": " + record.failure->message;

@@ -1,5 +1,9 @@
 // Binds messages to what answers them: which revision a request speaks, which method it names, on which
-// thread it runs, and how it is cancelled, watched and answered.
+// thread it runs, and how it is cancelled, watched and answered. server.cc makes a session and feeds it
+// lines.
+//
+// Failure: every request gets one answer, an error if need be, unless it was cancelled; one that listens gets
+// it at its end. A line that is no message is answered with an error too.
 #pragma once
 
 #include <atomic>
@@ -23,30 +27,37 @@
 
 namespace ossilar::mcp {
 
-// One client's session from its first line to its last. It begins either with `initialize` and then speaks
-// the revision agreed on, or each request names a revision that knows no such beginning.
+// One client's session from its first line to its last. It begins with `initialize` and then speaks the
+// revision agreed on, or each request names a stateless revision; a request that names one is served so in
+// either case.
 //
-// Thread-safety: receive() and finish() belong to one thread; log() may be called from any. Answers are
-// written by the threads of the pool, each line whole.
+// Thread-safety: receive(), receive_too_long() and finish() belong to one thread; log() may be called from
+// any. Answers are written by the threads of the pool, each line whole. The destructor waits for requests
+// that run.
 class Session {
  public:
   // `provider` and `output` must outlive the session.
   Session(workers::wiki::WikiProvider& provider, LineWriter& output);
 
-  // Takes a line on. Returns before it is answered; waits while too much is unanswered.
+  // Handles a line. Returns before a request in it is answered, unless no work is needed for the answer.
+  // Waits while too many requests wait (protocol/scheduler.h): so the client that sends them has to wait too.
   void receive(std::string_view line);
-  // Takes on that there was a line over the limit.
+  // Answers a line that exceeds the size limit with an error, under the id of its request if that can be
+  // found.
   void receive_too_long(const LineTooLong& line);
 
-  // Lets the requests under way end, within `patience`; those that do not are cancelled, and false is given
-  // when some do not even then. With `abandoned` all are cancelled at once, as nobody reads the answers.
+  // Waits for the requests under way, for `patience` at most; then cancels them and waits two seconds more.
+  // False when some have not ended even then. With `abandoned` all are cancelled at once, as nobody reads
+  // their answers.
   bool finish(std::chrono::milliseconds patience, bool abandoned);
 
-  // Passes a record on to a client that wants records of its level.
+  // Sends the record to the client, if the session or the request that runs on this thread asked for its
+  // level. Blocks while the client does not read.
   void log(const utils::LogRecord& record);
 
  private:
-  // Is called once for each request: with the message that answers it, or none when there is to be no answer.
+  // Called once for each message, on any thread: with its answer, or with none when there is to be no answer.
+  // A batch counts these calls.
   using Reply = std::function<void(std::optional<Map> message)>;
   struct UnderWay;
 
@@ -69,12 +80,12 @@ class Session {
   LineWriter& output_;
   std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as is the next
   std::size_t line_bytes_ = 0;      // of the line at hand
-  std::atomic<int> log_level_;      // of the session, as a rank; see session.cc
+  std::atomic<int> log_level_;      // of the session, as an index into kLevels of session.cc
   Subscriptions subscriptions_;
   std::mutex mutex_;
   std::map<std::string, std::shared_ptr<UnderWay>> under_way_;  // by the id as JSON; guarded by mutex_
   PageWatch watch_;
-  Scheduler scheduler_;  // last: its threads use all else
+  Scheduler scheduler_;  // last: its threads use all members above, so they end first
 };
 
 }  // namespace ossilar::mcp

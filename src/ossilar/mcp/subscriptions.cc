@@ -1,3 +1,6 @@
+// Notifications are written under the lock. To collect the receivers and write after it is released would
+// keep the lock shorter, but then a listener that is cancelled in between would get a notification after its
+// end.
 #include "ossilar/mcp/subscriptions.h"
 
 #include "ossilar/mcp/protocol/message.h"
@@ -6,8 +9,11 @@
 namespace ossilar::mcp {
 namespace {
 
+// Of one session. Every changed page goes through all of them, and each keeps a thousand URIs at most
+// (session.cc); a client with more to listen to can ask for more pages in one request.
 constexpr std::size_t kMostListeners = 64;
 
+// The part of a filter that is served, for the acknowledgement: only what is true is named.
 Map shown(const ListenFilter& filter) {
   Map honoured = Map::object();
   if (filter.list_changed) honoured["resourcesListChanged"] = true;
@@ -32,6 +38,8 @@ void Subscriptions::unsubscribe(const std::string& uri) {
   uris_.erase(uri);
 }
 
+// `subscription` is the id of the listener's request, by which its client tells several apart; null in the
+// older form, which has no such key.
 void Subscriptions::notify(const char* method, Map params, const Map& subscription) {
   if (!subscription.is_null()) params["_meta"] = Map{{meta_key::kSubscription, subscription}};
   output_.write(notification_line(method, params));
@@ -40,6 +48,8 @@ void Subscriptions::notify(const char* method, Map params, const Map& subscripti
 bool Subscriptions::listen(const Map& id, const ListenFilter& filter) {
   const std::lock_guard lock(mutex_);
   if (listeners_.size() >= kMostListeners) return false;
+  // Under the lock that page_changed() takes, so that nothing is sent to this listener before its
+  // acknowledgement.
   notify("notifications/subscriptions/acknowledged", Map{{"notifications", shown(filter)}}, id);
   listeners_[id.dump()] = {id, filter};
   return true;

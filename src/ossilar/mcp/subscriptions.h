@@ -1,4 +1,7 @@
-// Who is to be told of changed pages, and in which form.
+// Keeps the subscribers to changed pages, and notifies them in the form of the client's revision. session.h
+// owns one; its requests subscribe, and its PageWatch reports the changes.
+//
+// Failure: a client that is gone is noticed by the LineWriter, and what is sent to it then is dropped.
 #pragma once
 
 #include <map>
@@ -12,34 +15,37 @@
 
 namespace ossilar::mcp {
 
-// What a listener of 2026-07-28 asked for and gets.
+// What a listener (revision 2026-07-28) asked for and will get: changes of the list of pages, and of the
+// pages at these URIs.
 struct ListenFilter {
   bool list_changed = false;
   std::set<std::string> uris;
 };
 
-// Thread-safety: every member may be called from any thread. Lifetime: the writer must outlive it.
+// Thread-safety: every member may be called from any thread. Each that writes blocks while the client does
+// not read, and lets the others wait. Lifetime: the writer must outlive it.
 class Subscriptions {
  public:
   explicit Subscriptions(LineWriter& output) : output_(output) {}
 
-  // Revisions before 2026-07-28: one set of addresses for the whole session, and whether it has begun, which
-  // is when changes of the list are told to it unasked.
+  // Revisions before 2026-07-28 have one set of URIs for the whole session. Once the session has begun, it is
+  // notified of changes of the list without asking.
   void begin_session();
   void subscribe(const std::string& uri);
   void unsubscribe(const std::string& uri);
 
-  // Since: each listener is the request with the id `id`, acknowledged here before anything else is sent to
-  // it.
-  // False, with nothing said, when there are as many listeners as one session may have.
+  // Since then a listener is a request that stays open; `id` is the request's. It is acknowledged here,
+  // before anything else is sent to it. False, with nothing sent, when the session has as many listeners as
+  // it may have.
   bool listen(const Map& id, const ListenFilter& filter);
-  // Ends the listener of this id, if there is one, without a word: its client cancelled it.
+  // Ends the listener of this id, if there is one. Nothing is sent: its client cancelled it.
   void cancel(const Map& id);
   bool holds(const Map& id);
-  // Ends all listeners with their results.
+  // Ends all listeners, and sends each the result of its request.
   void finish();
 
-  // The page at `uri` changed; with `listed`, it came or went, too.
+  // Notifies those who asked: the page at `uri` changed. With `listed` it came or went, so the list changed
+  // too.
   void page_changed(const std::string& uri, bool listed);
 
  private:

@@ -1,6 +1,9 @@
 // A tool is an operation (operations/operation.h) in the protocol's words. Whatever fails inside one is a
-// result with `isError`, never a protocol error: an agent reads results and can mend its call, while clients
-// hide protocol errors.
+// result with `isError`, never a protocol error: an agent reads results and can correct its call, while
+// clients hide protocol errors. Only a call of a tool that does not exist, or with malformed params, is one.
+//
+// A result holds the same document twice, as structured content and as text: revisions before 2025-06-18 know
+// only the text, and later ones ask for it for the sake of older clients.
 #include "ossilar/mcp/tools.h"
 
 #include <algorithm>
@@ -16,7 +19,8 @@ namespace {
 using operations::Caller;
 using operations::Operation;
 
-// The tools do not change while the program runs; a client may keep the list for an hour.
+// The tools do not change while the program runs. An hour spares a client most of its questions; it is not
+// longer, as a client may keep the list when the program is replaced by a newer one.
 constexpr int kListMilliseconds = 60 * 60 * 1000;
 
 const Operation* find_tool(std::string_view name) {
@@ -43,7 +47,7 @@ Map described(const Operation& tool, Revision revision) {
   return shown;
 }
 
-// What is said beside a result, for its reader.
+// A result before it is put into the protocol's form: the operation's document, and sentences for its reader.
 struct Answered {
   Map value;
   std::vector<std::string> notes = {};
@@ -51,6 +55,7 @@ struct Answered {
 
 Map text_block(const std::string& text) { return {{"type", "text"}, {"text", text}}; }
 
+// Whether the tool's output schema has `error`, as that of save_page, whose refusals are answers.
 bool admits_errors(const Operation& tool) { return tool.output_schema.at("properties").contains("error"); }
 
 // An error stands in the structured result only where the schema admits it: a client that checks a result
@@ -65,7 +70,7 @@ Map result_of(const Operation& tool, const Answered& given, Revision revision) {
   return finished(revision, std::move(result));
 }
 
-// Agents write null for what they leave out.
+// Without the arguments that are null: agents write null for what they leave out.
 Map without_nulls(const Map& arguments) {
   Map given = Map::object();
   for (const auto& [key, value] : arguments.items()) {
@@ -82,13 +87,16 @@ Map error_of(const std::exception_ptr& failure) {
   }
 }
 
-// The name of a kept draft is the last part of its path.
+// Tells the agent where the text that was not saved is kept (nowhere for ""): as a file, and as a resource
+// that is named by the last part of the path. The agent may no longer have the text itself.
 std::vector<std::string> notes_on(const std::string& kept) {
   if (kept.empty()) return {};
   return {"Nothing was saved. What you sent is kept in " + kept + ", to be read as ossilar://drafts/" +
           kept.substr(kept.rfind('/') + 1) + " too. Mend it as the error says and call save_page again."};
 }
 
+// Opening the wiki is inside the `try`: a repository that was never set up is for the agent to read, too.
+// Cancelled is no std::exception and passes.
 Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const Map& arguments,
              utils::Task& task) {
   if (const auto fault = operations::misfit(tool, arguments, Caller::session))
@@ -124,8 +132,8 @@ Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Ma
   return result_of(*tool, run(*tool, provider, without_nulls(arguments), task), revision);
 }
 
-// Saves of one page run in the order in which they came: side by side, all but one would have to be drafted
-// again.
+// Saves of one page run in the order in which they came: of several concurrent drafts of one page only one
+// can be committed, and the others would be made again.
 std::string serial_key(const Map& params) {
   const Operation* tool = find_tool(utils::string_member(params, "name"));
   if (tool == nullptr || tool->reads_only) return "";

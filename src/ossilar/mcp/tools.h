@@ -1,5 +1,8 @@
 // The operations on a wiki as tools of an agent's session. session.cc calls these for `tools/list` and
-// `tools/call`, the second on a thread of its pool.
+// `tools/call`, both on a thread of its pool, and serial_key() on the thread that reads lines.
+//
+// Nothing is kept between calls. Failure: what an operation leaves is its own to say
+// (operations/operation.h).
 #pragma once
 
 #include <string>
@@ -11,7 +14,8 @@
 
 namespace ossilar::mcp {
 
-// The result of `tools/list`.
+// The result of `tools/list`: all tools in one portion. Throws ProtocolError for a cursor. Does not use the
+// wiki.
 Map list_tools(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
 
 // The result of `tools/call`: what the operation gave, or a result with `isError` for arguments that do not
@@ -19,7 +23,8 @@ Map list_tools(workers::wiki::WikiProvider& provider, Revision revision, const M
 // that does not exist; utils::Cancelled passes.
 Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Map& params, utils::Task& task);
 
-// What calls with these params must not run beside; "" for those that may run beside any.
+// The scheduler's key for a call with these params: calls with the same key run one after the other. "" for a
+// call that may run beside any. Never throws, also for params that call_tool() refuses.
 std::string serial_key(const Map& params);
 
 }  // namespace ossilar::mcp

@@ -1,5 +1,6 @@
-// The pages of the plan and how each stands. A session gets them in portions: the cursor is the id of the
-// last page given, not a position, so pages that come or go between two calls neither repeat nor hide others.
+// Lists the pages of the plan and the state of each. A session gets them in portions: the cursor is the id of
+// the last page given. A position would be simpler, but pages come and go between two calls, and then a
+// position repeats pages or skips some.
 #include <algorithm>
 
 #include "ossilar/operations/operation.h"
@@ -12,9 +13,11 @@ namespace {
 using workers::wiki::Look;
 using workers::wiki::PageState;
 
-constexpr int kDefaultLimit = 50;
-constexpr int kMostPages = 200;  // some 10,000 tokens
+constexpr int kDefaultLimit = 50;  // some 2,500 tokens; a client that wants more at once says so
+constexpr int kMostPages = 200;    // some 10,000 tokens, and clients cut a result at about 25,000
 
+// The shell's document always has every key. A session's is read by a model, so it leaves out what says
+// nothing.
 Map described(const PageState& page, Caller caller) {
   Map shown{{"page_id", page.page_id},
             {"title", page.title},
@@ -38,6 +41,8 @@ Result call(const Asked& asked) {
   const std::vector<PageState> pages =
       workers::wiki::WikiReader(asked.wiki).page_states(is_whole ? Look::spared : Look::now);
   const auto limit = is_whole ? pages.size() : asked.arguments.value("limit", std::size_t{kDefaultLimit});
+  // The cursor is looked up among all pages and not only the wanted ones: its page may be in another state by
+  // now.
   auto page = pages.begin();
   if (!cursor.empty()) {
     page = std::find_if(page, pages.end(), [&](const PageState& each) { return each.page_id == cursor; });
@@ -52,6 +57,8 @@ Result call(const Asked& asked) {
   for (; page != pages.end() && result["pages"].size() < limit; ++page) {
     if (wanted(*page)) result["pages"].push_back(described(*page, asked.caller));
   }
+  // Only when a wanted page is left, so no call ends in an empty portion. There is a last page: the limit is
+  // at least 1.
   if (std::any_of(page, pages.end(), wanted)) result["next_cursor"] = result["pages"].back()["page_id"];
   return {.value = std::move(result)};
 }

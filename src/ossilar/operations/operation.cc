@@ -1,5 +1,9 @@
 // The list of operations, and whether arguments fit them. The schemas are the only description of an
 // argument, so what a client is told, what the shell's help says and what is checked cannot differ.
+//
+// misfit() knows only the keywords that these schemas use. A general validator would know more than that, and
+// would say what is wrong in the terms of the schema; these messages are for an agent that is to correct its
+// call.
 #include "ossilar/operations/operation.h"
 
 #include <algorithm>
@@ -13,7 +17,7 @@ namespace {
 bool has_type(const Map& value, const std::string& type) {
   if (type == "string") return value.is_string();
   if (type == "integer") return value.is_number_integer();
-  return value.is_boolean();
+  return value.is_boolean();  // no schema of an argument has another type
 }
 
 bool within(const Map& schema, const Map& number) {
@@ -21,6 +25,7 @@ bool within(const Map& schema, const Map& number) {
          (!schema.contains("maximum") || number <= schema.at("maximum"));
 }
 
+// The type comes first: what follows relies on it. `minLength` is only ever 1 (schema::needed_text()).
 bool fits(const Map& schema, const Map& value) {
   if (!has_type(value, utils::string_member(schema, "type"))) return false;
   if (value.is_number() && !within(schema, value)) return false;
@@ -56,6 +61,8 @@ std::string shown_name(const Argument& argument, Caller caller) {
                                  : "the argument '" + std::string(argument.name) + "'";
 }
 
+// Names a session's arguments, since only a session gets here: the shell's parser refuses unknown options
+// itself.
 std::string no_such_argument(const Operation& operation, const std::string& name) {
   std::vector<std::string> names;
   for (const Argument& argument : operation.arguments)
@@ -91,6 +98,8 @@ Map input_schema(const Operation& operation) {
   return schema::arguments(properties, required);
 }
 
+// Unknown arguments before missing ones: a required argument that is misspelled is both, and the spelling is
+// what to correct.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller) {
   for (const auto& [name, value] : arguments.items()) {
     const auto argument =

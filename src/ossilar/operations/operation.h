@@ -1,8 +1,12 @@
-// What can be asked of a wiki, each described once: the shell makes a command of it (cli/app.cc), an agent's
-// session a tool (mcp/tools.cc), and what both give is the same document.
+// What can be asked of a wiki. Each operation is described once: the shell makes a command of it
+// (cli/app.cc), an agent's session a tool (mcp/tools.cc), and both answer with the same document.
 //
 // Each operation is a file of this folder. To add one, write its file, declare it below and list it in
-// operations(); to change an argument, a text or a schema, change it there and nowhere else.
+// operations(); the shell also needs a view (cli/views.cc). To change an argument, a text or a schema, change
+// it in its file alone.
+//
+// Threads: descriptions are constant once made, and calls may run concurrently on one wiki. Failure: an
+// operation that only reads leaves nothing behind; what a failed save leaves is in docs/design.md.
 #pragma once
 
 #include <exception>
@@ -17,29 +21,31 @@
 
 namespace ossilar::operations {
 
-// Who asks. The shell has just brought index and plan up to date, and its reader gets all there is. A session
-// looks at the sources again, as they change between calls, and gets portions of what is long: its client
-// cuts results at some 25,000 tokens.
+// Who asks. The shell has just brought index and plan up to date, and prints everything. A session scans the
+// sources again, because they change between its calls, and gets what is long in portions: clients of agents
+// cut a result at some 25,000 tokens.
 enum class Caller { shell, session };
 
 struct Asked {
   workers::wiki::Wiki& wiki;
   const Map& arguments;  // by name; misfit() has found nothing wrong with them
-  utils::Task& task;
+  utils::Task& task;     // cancels and watches the call
   Caller caller = Caller::session;
-  utils::Progress embedding = {};  // of passages that have to be embedded first
+  utils::Progress embedding = {};  // called while passages are embedded that a search needs; may be empty
 };
 
 struct Result {
-  Map value;              // fits the output schema, or has `error` as its first key
-  std::string kept = {};  // the text that was not saved, as a path relative to the repository's root; or ""
-  std::exception_ptr failure = {};  // what was no answer: `value` is null then
+  Map value;  // fits the output schema, or has `error` as its first key
+  // Where the text that was not saved is kept, relative to the repository's root; "" when nothing is kept.
+  std::string kept = {};
+  // A failure that is returned and not thrown, so that `kept` can come with it; `value` is null then.
+  std::exception_ptr failure = {};
 };
 
 struct Argument {
   std::string_view name;  // in Asked::arguments, and in a session
-  std::string_view
-      option;  // in the shell: "PAGE" stands by its place, "--section" and "-n" are options; "" for none
+  // In the shell: "--section" and "-n" are options, "PAGE" is positional; "" when the shell does not have it.
+  std::string_view option;
   std::string_view value;  // how the shell's help names the value: "HEADING"
   Map schema;              // JSON Schema of what fits; its description is the help in both
   bool required = false;
@@ -60,20 +66,23 @@ struct Operation {
   std::vector<Argument> arguments;
   Map output_schema;
   bool reads_only = true;
-  // What can be refused by the arguments alone, before the wiki is brought up to date; null when nothing can.
+  // Refuses what the arguments alone decide; null when nothing can be refused so. Callers ask it before the
+  // wiki is brought up to date, and call() may rely on it.
   std::optional<Map> (*refuse)(const Map& arguments) = nullptr;
-  // Throws what the wiki throws; utils::Cancelled passes.
+  // Needs arguments that misfit() and refuse() have passed. Throws what the wiki throws; utils::Cancelled
+  // passes.
   Result (*call)(const Asked& asked);
 };
 
-// In the order in which both list them.
+// All operations, in the order in which help and tool list show them. Valid for the life of the program.
 const std::vector<Operation>& operations();
 
-// JSON Schema of the arguments that a session has.
+// The JSON Schema of a session's arguments: an object without further properties.
 Map input_schema(const Operation& operation);
 
-// What is wrong with `arguments`, in words for the caller; none when they fit. Of JSON Schema it knows what
-// the arguments' schemas use: `type` string, integer or boolean, `enum`, `minimum`, `maximum`, `minLength`.
+// What is wrong with `arguments`, an object, in words for the caller; none when they fit. Of JSON Schema it
+// knows what the arguments' schemas use: `type` string, integer or boolean, `enum`, `minimum`, `maximum`, and
+// `minLength` 1.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller);
 
 Operation list_pages();

@@ -1,5 +1,8 @@
-// What the author of a page needs to know before writing it. The version of the stored page comes with it, so
-// that an author who saves onto that version cannot undo what somebody else saved meanwhile.
+// What the author of a page needs to know before writing it. The version of the stored page comes with it: an
+// author who saves onto that version cannot undo what somebody else saved meanwhile.
+//
+// A page that is planned but not written has a context as well, so a page without a file is no refusal here:
+// its version is the word with which a save is made onto no page (kNoVersion).
 #include <algorithm>
 
 #include "ossilar/operations/operation.h"
@@ -13,7 +16,8 @@ using workers::wiki::Answer;
 using workers::wiki::PageContext;
 using workers::wiki::StoredPage;
 
-// A page over a whole repository may rest on thousands of files; what of them matters is in the grounding.
+// A page about a whole repository may have thousands of source files, whose names alone would fill a result.
+// What matters of them is in the grounding, and `source_file_count` says how many there are.
 constexpr std::size_t kMostFiles = 100;
 
 std::vector<std::string> first_files(const std::vector<std::string>& files) {

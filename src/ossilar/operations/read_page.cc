@@ -1,5 +1,8 @@
-// A stored page, one section of it, or what its author wrote. A session gets a long text in portions of
-// bytes, each cut at a character.
+// Reads a stored page, one section of it, or what its author wrote. A session gets a long text in portions,
+// cut between characters: JSON cannot hold half of one.
+//
+// Nothing is kept between two calls, so each portion is cut from the file as it is then. `version` in every
+// answer tells whether the page changed in between.
 #include <algorithm>
 
 #include "ossilar/operations/operation.h"
@@ -15,8 +18,10 @@ namespace {
 using workers::wiki::Answer;
 using workers::wiki::StoredPage;
 
-// Bytes of text in one result: some 10,000 tokens, where clients cut results at about 25,000.
+// Bytes of text in one result: some 10,000 tokens, and clients cut a result at about 25,000. It may be sent
+// twice, as structured content and as text.
 constexpr std::size_t kPortion = std::size_t{40} * 1024;
+// Only because an integer's schema has an upper bound: content is at most 1 MiB, and no page comes near this.
 constexpr int kLongestPage = 1 << 30;
 
 Answer no_section(const std::string& page_id, const std::string& heading, const std::string& authored) {
@@ -25,7 +30,8 @@ Answer no_section(const std::string& page_id, const std::string& heading, const 
           {"sections", workers::wiki::section_headings(authored)}};
 }
 
-// The portion of `text` from `offset` on, which is moved back to the start of a character.
+// Adds the portion of `text` that begins at `offset`, a byte; an offset inside a character is moved back to
+// its start. An offset beyond the end gives an empty portion.
 void add_portion(Map& result, std::string_view text, std::size_t offset) {
   const std::size_t begin = utils::utf8_prefix(text, std::min(offset, text.size())).size();
   const std::string_view portion = utils::utf8_prefix(text.substr(begin), kPortion);
@@ -38,6 +44,8 @@ Result call(const Asked& asked) {
   const auto found = workers::wiki::WikiReader(asked.wiki).read_page(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& page = std::get<StoredPage>(found);
+  // Sections are looked for in the authored text alone: a save can replace those, and nothing of the
+  // generated part.
   const std::string authored = workers::wiki::split_authored(page.text, "").text();
 
   std::string text = page.text;

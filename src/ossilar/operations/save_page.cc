@@ -1,6 +1,8 @@
-// Saving a page, or with `dry_run` answering as a save would. A failure that is no answer of the save's (a
-// full disk) comes back beside the name of the file that keeps the text, so that whoever asked can say both
-// in one breath.
+// Saves a page, or with `dry_run` answers as a save would. The rules are in workers/wiki; this only
+// translates.
+//
+// A failure that is no answer (a full disk) is returned together with the name of the file that keeps the
+// text. Thrown alone, it would tell the author that the save failed and not that the text is still there.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/agent_answers.h"
@@ -12,6 +14,7 @@ namespace {
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
 
+// A missing argument is not the same as "": an empty `if_version` or `section` is for the save to judge.
 std::optional<std::string> text_of(const Map& arguments, const char* key) {
   return arguments.contains(key) ? std::optional(utils::string_member(arguments, key)) : std::nullopt;
 }
@@ -24,6 +27,7 @@ SaveRequest request_of(const Map& arguments) {
           .if_version = text_of(arguments, "if_version")};
 }
 
+// Asked by every caller before call(): save_page() of the wiki does not look again at size and encoding.
 std::optional<Map> refuse(const Map& arguments) {
   return workers::wiki::refuse_request(request_of(arguments));
 }
@@ -41,8 +45,7 @@ Result call(const Asked& asked) {
 
 }  // namespace
 
-// `content` and the texts beside it may be empty as far as the schema goes: what is wrong with them is the
-// answer's to say.
+// The schemas allow empty texts: the save's own answer says what is wrong with one, and what to do.
 Operation save_page() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
   return {

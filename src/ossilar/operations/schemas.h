@@ -1,4 +1,8 @@
-// Pieces of JSON Schema (2020-12), of which the operations describe their arguments and documents.
+// Pieces of JSON Schema (2020-12), with which the operations of this folder describe their arguments and
+// documents. A session gets them as they are (mcp/tools.cc), the shell makes its help from them (cli/app.cc).
+//
+// Thread-safety: no state, any thread may call. None fails. Every `description` is text for an agent or a
+// user.
 #pragma once
 
 #include <string>
@@ -9,14 +13,17 @@ namespace ossilar::operations::schema {
 
 inline Map text(const char* description) { return {{"type", "string"}, {"description", description}}; }
 
+// A string that is not empty. misfit() reads any `minLength` as this one.
 inline Map needed_text(const char* description) {
   return {{"type", "string"}, {"minLength", 1}, {"description", description}};
 }
 
+// One of `values`, a list of strings.
 inline Map choice(const Map& values, const char* description) {
   return {{"type", "string"}, {"enum", values}, {"description", description}};
 }
 
+// An integer from `least` to `most`; the operation takes `otherwise` where none is given.
 inline Map number(int least, int most, int otherwise, const char* description) {
   return {{"type", "integer"},
           {"minimum", least},
@@ -27,6 +34,7 @@ inline Map number(int least, int most, int otherwise, const char* description) {
 
 inline Map flag(const char* description) { return {{"type", "boolean"}, {"description", description}}; }
 
+// How many there are, in a document.
 inline Map count(const char* description) {
   return {{"type", "integer"}, {"minimum", 0}, {"description", description}};
 }
@@ -44,7 +52,8 @@ inline Map object(const Map& properties, const Map& required = Map::array()) {
   return made;
 }
 
-// The input of a tool: nothing but these arguments.
+// The input of a tool: nothing but these arguments, so that a client can tell a misspelled one before it
+// calls.
 inline Map arguments(const Map& properties, const Map& required = Map::array()) {
   Map made = object(properties, required);
   made["additionalProperties"] = false;

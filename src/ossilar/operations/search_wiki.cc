@@ -1,5 +1,7 @@
-// Passages that answer a question. When the embedding model was changed, passages without a vector of the new
-// one are embedded first: without them the ranking by similarity would not know them.
+// Finds the passages that answer a question. When the embedding model was changed, passages without a vector
+// of the new model are embedded first: vectors of two models cannot be compared, so the ranking by similarity
+// would miss these passages. A save does not do this, as it must not take as long as embedding the whole
+// wiki.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
@@ -13,7 +15,9 @@ using workers::wiki::SearchHit;
 using workers::wiki::SearchRequest;
 using workers::wiki::SearchResult;
 
-// Gives why not all could be embedded; the search then goes without what has no vector.
+// Returns why not all passages could be embedded, or "". Not a failure: words and the vectors that there are
+// can still be searched. For the shell, cli/run_operation.cc has done this with a progress bar, and only what
+// failed is left.
 std::string embed_again(const Asked& asked) {
   workers::wiki::Wiki& wiki = asked.wiki;
   if (!workers::wiki::embedding_change(wiki.store(), wiki.embedder())) return "";
@@ -37,6 +41,7 @@ Result call(const Asked& asked) {
   Map hits = Map::array();
   for (const SearchHit& hit : result.hits) hits.push_back(workers::wiki::hit_document(hit));
   Map value{{"hits", hits}};
+  // The document has one warning; that of the search goes first, as it is about this query.
   const std::string& warning = result.warning.empty() ? not_embedded : result.warning;
   if (!warning.empty()) value["warning"] = warning;
   return {.value = std::move(value)};

@@ -1,4 +1,5 @@
-// How the wiki stands, on one screen.
+// How the wiki stands: counts of all pages, and the names of the first that need work. Names of all would
+// make the answer of a large wiki long, and list_pages gives them in portions.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
@@ -11,10 +12,11 @@ using workers::wiki::PageCondition;
 using workers::wiki::PageState;
 using workers::wiki::WikiStatus;
 
+// Of each state, so at most forty lines. The texts below say "twenty" too.
 constexpr std::size_t kMostNamed = 20;
 
 Map last_write_of(const WikiStatus& status) {
-  if (!status.last_write) return Map::object();
+  if (!status.last_write) return Map::object();  // not null: the output schema promises an object
   return {{"at", status.last_write->last_built_at},
           {"by", status.last_write->model},
           {"commit", status.last_write->last_commit}};
@@ -31,6 +33,7 @@ Map named(const WikiStatus& status, PageCondition condition) {
 }
 
 Result call(const Asked& asked) {
+  // A session's sources may have changed since the last call; the shell has scanned them a moment ago.
   const Look look = asked.caller == Caller::shell ? Look::spared : Look::now;
   const WikiStatus status = workers::wiki::WikiReader(asked.wiki).status(look);
   const auto counts = workers::wiki::count_states(status.pages);
