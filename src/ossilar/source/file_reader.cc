@@ -65,9 +65,7 @@ bool is_absent(int error) {
 // Being out of descriptors or memory says nothing about the file, so it must not enter an index as
 // unreadable.
 void throw_if_exhausted(int error, const std::filesystem::path& path) {
-  if (error == EMFILE || error == ENFILE || error == ENOMEM) {
-    throw utils::IoError("cannot look at " + path.string(), error);
-  }
+  if (is_exhaustion(error)) throw utils::IoError("cannot look at " + path.string(), error);
 }
 
 // What git would check out. ".git" is refused as no file of it may be taken for a source, and NUL as the
@@ -115,6 +113,8 @@ Reading read_open_file(int fd, const struct stat& before, const std::string& nam
 }
 
 }  // namespace
+
+bool is_exhaustion(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 Tree::Tree(std::filesystem::path root) : root_(std::move(root)), root_fd_(utils::open_directory(root_)) {}
 
@@ -198,8 +198,10 @@ std::vector<DirectoryEntry> Tree::list(const std::string& folder) {
   const int step = enter(folder);
   // A step cannot be listed (O_PATH), and the listing needs a position of its own: "." is opened anew.
   const int fd = step < 0 ? -1 : openat(step, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, CloseDirectory> directory(fd < 0 ? nullptr : fdopendir(fd));
+  utils::UniqueFd opened(fd);
+  const std::unique_ptr<DIR, CloseDirectory> directory(opened ? fdopendir(opened.get()) : nullptr);
   if (directory == nullptr) throw utils::IoError("cannot list the directory " + where, errno);
+  opened.release();  // the stream closes it
   std::vector<DirectoryEntry> entries;
   errno = 0;  // readdir() gives null at the end and for a failure; only errno tells them apart
   while (const dirent* entry = readdir(directory.get())) {

@@ -87,4 +87,8 @@ class Tree {
   std::vector<Step> steps_;  // open folders on the way to folder_, outermost first; deep ones may be left out
 };
 
+// Whether the system call failed because this process, or the system, is out of descriptors or memory: that
+// says nothing about the file.
+bool is_exhaustion(int error);
+
 }  // namespace ossilar::source

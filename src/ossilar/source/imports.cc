@@ -174,15 +174,24 @@ void php_line(std::string_view line, Imports& out) {
 }
 
 // Go lists imports line by line between parentheses, so its scan must know whether it is inside them.
+// The keyword and not the beginning of a name such as `importPath`; Go lets `import"a"` and `import(` stand
+// without a blank.
+bool take_import(std::string_view& line) {
+  constexpr std::string_view kImport = "import";
+  const std::string_view after = line.substr(std::min(kImport.size(), line.size())).substr(0, 1);
+  return (after.empty() || std::string_view(" \t\"`(").find(after) != std::string_view::npos) &&
+         take_prefix(line, kImport);
+}
+
 void go_lines(std::string_view text, Imports& out) {
   bool in_block = false;
   for (std::string_view line : utils::split_lines(text)) {
     line = trimmed(line);
-    const bool is_import = in_block || take_prefix(line, "import");
+    const bool is_import = in_block || take_import(line);
     if (!is_import || line.substr(0, 2) == "//") continue;
     if (!in_block && line.substr(0, 1) == "(") in_block = true;
-    if (in_block && line.substr(0, 1) == ")") in_block = false;
     out.add(quoted(line, "\"`"));
+    if (in_block && line.find(')') != line.npos) in_block = false;
   }
 }
 

@@ -103,7 +103,8 @@ std::vector<DirectoryEntry> list_folder(Tree& tree, const std::string& folder) {
   try {
     return tree.list(folder);
   } catch (const utils::IoError& error) {
-    if (folder.empty()) throw;
+    // A process that is out of descriptors or memory would take the folder, and all below it, for gone.
+    if (folder.empty() || is_exhaustion(error.error())) throw;
     utils::Logger("ossilar.source").warning("a folder is left out of the index", error);
     return {};
   }

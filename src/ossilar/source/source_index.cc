@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "ossilar/utils/text.h"
@@ -77,7 +78,9 @@ std::vector<Symbol> symbols_of(std::string_view left) {
     symbol.scope = field_of(line, symbol.scope);
     std::int64_t lines = 0;  // stays when there is no number
     std::from_chars(line.data(), line.data() + line.size(), lines);
-    symbol.line += lines;
+    // A damaged record may hold any number; the sum stays at the largest one.
+    if (__builtin_add_overflow(symbol.line, lines, &symbol.line))
+      symbol.line = std::numeric_limits<std::int64_t>::max();
     symbols.push_back(symbol);
   }
   return symbols;

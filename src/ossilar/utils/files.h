@@ -33,6 +33,8 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd();
   int get() const { return fd_; }
+  // Gives the descriptor up: somebody else closes it.
+  int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
 
  private:

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,6 +14,7 @@
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
+#include "support/temp_dir.h"
 
 namespace ossilar::source {
 namespace {
@@ -456,6 +458,22 @@ TEST_F(IndexerTest, AFailedLookIsMadeAgain) {
   records.fails = false;
   index = watched.refresh();
   expect_content("a.c", "2");
+}
+
+TEST(Listing, FailsAsAWholeWhenTheProcessIsOutOfDescriptors) {
+  const ossilar::testing::TempDir dir;
+  std::string deep;
+  for (int i = 0; i < 40; ++i) deep += "d/";
+  dir.write(deep + "a.cc", "int a;\n");
+  Indexer indexer({.root = dir.path(), .excluded = {}, .symbols = false});
+  rlimit former{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
+  // Enough to begin with and too few for the way down.
+  const rlimit few{static_cast<rlim_t>(dup(0)) + 8, former.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_THROW(indexer.refresh(), utils::Error);
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
+  EXPECT_EQ(indexer.refresh()->files().size(), 1U);
 }
 
 }  // namespace

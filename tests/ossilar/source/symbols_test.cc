@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include <cstdlib>
 #include <memory>
 #include <tuple>
@@ -167,6 +169,10 @@ TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
     EXPECT_EQ(fields(SymbolList::of_text(SymbolList(list).text()).all()), fields(list));
   EXPECT_EQ(shown(SymbolList({{"a\tb\nc", "d", "", 1}, {"e", "d", "", 2}}).all()), "1 d |a b c, 2 d |e");
   EXPECT_EQ(shown(SymbolList::of_text("a\n\x01\t\x01\t\x01\tx\nb\tf\t\t7").all()), "0  |a, 0  |\x01, 7 f |b");
+  const std::string most = std::to_string(std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(shown(SymbolList::of_text("a\tf\t\t" + most + "\nb\tf\t\t" + most).all()),
+            most + " f |a, " + most + " f |b")
+      << "a line that no file has stays the largest number";
 }
 
 TEST(ContentHash, IsItsLowerCaseDigitsOrNone) {
