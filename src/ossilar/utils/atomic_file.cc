@@ -306,6 +306,23 @@ std::filesystem::path former_file(const std::filesystem::path& path) {
   return path.parent_path() / (std::string(kTemporaryStart) + digits + std::string(kFormerEnd));
 }
 
+// The directory that gets the name is synced first: a power cut between the two may leave both names, never
+// none.
+bool move_file(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const UniqueFd source = open_directory(from.parent_path());
+  const UniqueFd target = open_directory(to.parent_path(), Missing::create);
+  const std::string old_name = from.filename().string();
+  const std::string new_name = to.filename().string();
+  if (renameat2(source.get(), old_name.c_str(), target.get(), new_name.c_str(), RENAME_NOREPLACE) != 0) {
+    // EINVAL: this file system does not know RENAME_NOREPLACE.
+    if (errno == EXDEV || errno == EEXIST || errno == EINVAL) return false;
+    throw IoError("cannot move " + from.string() + " to " + to.string(), errno);
+  }
+  sync_or_throw(target.get(), to.parent_path());
+  sync_or_throw(source.get(), from.parent_path());
+  return true;
+}
+
 std::vector<Leftover> leftovers(const std::filesystem::path& directory) {
   std::vector<Leftover> left;
   for_each_leftover(directory, [&](int, Leftover file) { left.push_back(std::move(file)); });
@@ -314,7 +331,8 @@ std::vector<Leftover> leftovers(const std::filesystem::path& directory) {
 
 void remove_leftovers(const std::filesystem::path& directory) {
   for_each_leftover(directory, [&](int opened, const Leftover& file) {
-    if (unlinkat(opened, file.name.c_str(), 0) != 0) {
+    // Gone meanwhile: its writer placed it, or somebody else tidied up.
+    if (unlinkat(opened, file.name.c_str(), 0) != 0 && errno != ENOENT) {
       throw IoError("cannot remove " + (directory / file.name).string(), errno);
     }
   });

@@ -179,22 +179,6 @@ bool is_open_for_writing(int fd) {
   return false;
 }
 
-// Only the directory that gets the name is synced. A power cut may bring the old name back beside the new
-// one; the text is not lost, which is what the callers need.
-bool move_file(const std::filesystem::path& from, const std::filesystem::path& to) {
-  const UniqueFd source = open_directory(from.parent_path());
-  const UniqueFd target = open_directory(to.parent_path(), Missing::create);
-  const std::string old_name = from.filename().string();
-  const std::string new_name = to.filename().string();
-  if (renameat2(source.get(), old_name.c_str(), target.get(), new_name.c_str(), RENAME_NOREPLACE) != 0) {
-    // EINVAL: this file system does not know RENAME_NOREPLACE.
-    if (errno == EXDEV || errno == EEXIST || errno == EINVAL) return false;
-    throw IoError("cannot move " + from.string() + " to " + to.string(), errno);
-  }
-  sync_or_throw(target.get(), to.parent_path());
-  return true;
-}
-
 bool is_regular_file(const std::filesystem::path& path) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);
