@@ -398,6 +398,8 @@ class KeyDepth {
         ++at_;
       } else if (block ? text_.substr(at_, 3) == std::string(3, quote) : text_[at_] == quote) {
         at_ += block ? 3 : 1;
+        // A block string may end in one or two quotes of its own, right before its three.
+        for (int own = 0; block && own < 2 && at_ < text_.size() && text_[at_] == quote; ++own) ++at_;
         return;
       } else if (!block && text_[at_] == '\n') {
         return;

@@ -82,7 +82,9 @@ TEST(Config, HostileTextIsRefusedInBoundedDepth) {
   std::string deep;
   for (int i = 0; i < 200000; ++i) deep += "a.";
   for (const std::string& text :
-       {deep + "a = 1", "[" + deep + "a]", "x = {" + deep + "a = 1}", "s = '#'\n" + deep + "a=1"}) {
+       {deep + "a = 1", "[" + deep + "a]", "x = {" + deep + "a = 1}", "s = '#'\n" + deep + "a=1",
+        // A block string may end in a quote or two of its own before its three.
+        "x = {s = \"\"\"a\"\"\"\", " + deep + "a = 1}", "x = {s = \'\'\'a\'\'\'\'\', " + deep + "a = 1}"}) {
     EXPECT_THAT(refusal(text), HasSubstr("more than 16 parts")) << text.substr(0, 10);
   }
   EXPECT_THAT(refusal("a = " + std::string(100000, '[')), HasSubstr("not TOML"));

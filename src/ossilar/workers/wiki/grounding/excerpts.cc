@@ -121,6 +121,22 @@ std::string fence_for(std::string_view text) {
   return std::string(std::max<std::size_t>(3, longest + 1), '`');
 }
 
+// The head of the file, the lines around its symbols, and then the others from the start, as far as they fit.
+std::string telling_lines(const SourceFile& file, const std::vector<std::string_view>& lines,
+                          std::size_t room) {
+  Selection selection(lines, room);
+  const std::size_t start = first_telling_line(lines);
+  bool more = selection.take(start, start + kHeadLines);
+  for (const Symbol& symbol : telling_symbols(file)) {
+    if (!more) break;
+    // The index may be older than the text: a line that is 0 or past the end takes what there is.
+    const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol.line, 1)) - 1;
+    more = selection.take(line - std::min(line, kLinesBefore), line + kLinesAfter);
+  }
+  if (more) selection.take(start, lines.size());
+  return selection.text();
+}
+
 }  // namespace
 
 std::vector<Symbol> telling_symbols(const SourceFile& file) {
@@ -138,22 +154,17 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   const std::string heading = "### " + one_line(file.path) + "\n\n";
   const std::size_t frame = heading.size() + kFrame;
   if (room < frame + kLeastExcerpt) return "";
-  // Both fences may need as many backticks as the longest line that is shown, so twice that is held back, or
-  // less in a small room, of which at least half of kLeastExcerpt stays for lines.
   const std::vector<std::string_view> lines = utils::split_lines(text);
-  Selection selection(lines, room - frame - 2 * std::min(kLongestLine, room - frame - kLeastExcerpt));
-  const std::size_t start = first_telling_line(lines);
-  bool more = selection.take(start, start + kHeadLines);
-  for (const Symbol& symbol : telling_symbols(file)) {
-    if (!more) break;
-    // The index may be older than `text`: a line that is 0 or past the end takes what there is.
-    const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol.line, 1)) - 1;
-    more = selection.take(line - std::min(line, kLinesBefore), line + kLinesAfter);
+  // Fences and "..." are known only when the lines are chosen. Where they take more than the frame, as around
+  // lines of backticks, the choice is made again in that much less room.
+  for (std::size_t left = room - frame;;) {
+    const std::string shown = telling_lines(file, lines, left);
+    const std::string fence = fence_for(shown);
+    const std::string excerpt = heading + fence + "\n" + shown + fence + "\n\n";
+    if (shown.empty()) return "";
+    if (excerpt.size() <= room) return excerpt;
+    left -= std::min(left, excerpt.size() - room);
   }
-  if (more) selection.take(start, lines.size());
-  const std::string shown = selection.text();
-  const std::string fence = fence_for(shown);
-  return shown.empty() ? "" : heading + fence + "\n" + shown + fence + "\n\n";
 }
 
 std::string one_line(std::string_view text) {

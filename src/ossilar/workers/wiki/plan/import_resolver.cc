@@ -241,9 +241,11 @@ std::string_view ImportResolver::javascript(std::string_view folder, std::string
       path->empty() ? first_at("index", script_endings()) : first_at(*path, script_endings());
   if (!found.empty()) return found;
   // TypeScript names the JavaScript file that will be made of its source.
-  const std::size_t dot = path->rfind('.');
-  if (dot == std::string::npos || path->substr(dot).find("js") == std::string::npos) return {};
-  return first_at(std::string_view(*path).substr(0, dot), script_endings());
+  for (const std::string_view ending : {".js", ".jsx", ".mjs", ".cjs"}) {
+    if (path->ends_with(ending))
+      return first_at(std::string_view(*path).substr(0, path->size() - ending.size()), script_endings());
+  }
+  return {};
 }
 
 // An import begins with the module's path, which only go.mod tells. It is not read; instead the longest end

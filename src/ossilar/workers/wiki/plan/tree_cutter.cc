@@ -237,10 +237,10 @@ std::size_t Cutter::folder_page(std::size_t folder, std::size_t parent, Contents
   files.insert(files.end(), contents.companions.begin(), contents.companions.end());
   const std::size_t page = drafts_.size();
   drafts_.push_back(
-      {path, "", "", FolderRole::ordinary, parent, total_weight(grouped.rest), std::move(files)});
+      {path, "", "", FolderRole::ordinary, parent, total_weight(grouped.rest), std::move(files), false});
   for (const NameGroup& group : grouped.groups) {
     drafts_.push_back({path, group.label, group.slug, FolderRole::ordinary, page, total_weight(group.items),
-                       files_of(group.items)});
+                       files_of(group.items), false});
   }
   return page;
 }
@@ -301,9 +301,10 @@ void Cutter::gather(std::size_t folder, std::size_t parent) {
   std::vector<const SourceFile*> files = files_below(folder, nullptr);
   std::stable_sort(files.begin(), files.end(),
                    [&](const SourceFile* a, const SourceFile* b) { return depth(a) < depth(b); });
-  if (files.size() > kGatheredFiles) files.resize(kGatheredFiles);
-  drafts_.push_back(
-      {tree_[folder].path, "", "", tree_[folder].role, parent, tree_[folder].weight, std::move(files)});
+  const bool is_cut = files.size() > kGatheredFiles;
+  if (is_cut) files.resize(kGatheredFiles);
+  drafts_.push_back({tree_[folder].path, "", "", tree_[folder].role, parent, tree_[folder].weight,
+                     std::move(files), is_cut});
 }
 
 }  // namespace

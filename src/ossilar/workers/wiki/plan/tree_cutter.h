@@ -28,6 +28,7 @@ struct Draft {
   std::size_t parent = kTop;  // index of the draft above
   std::int64_t weight = 0;
   std::vector<const source::SourceFile*> files;
+  bool is_cut = false;  // there are more files than the draft lists
 };
 
 // The drafts for the whole tree, each after the one above it. A file is in one draft at most; what is too

@@ -123,6 +123,25 @@ TEST(Grounding, BorrowsSourcesFromThePagesAroundIt) {
   EXPECT_THAT(empty.text, HasSubstr("# Grounding for Title of t (t)"));
 }
 
+TEST(Excerpt, IsNeverLongerThanItsRoom) {
+  source::SourceFile file;
+  file.path = "a.md";
+  std::string backticks;
+  std::string gaps;
+  std::vector<source::Symbol> symbols;
+  for (int i = 0; i < 400; ++i) {
+    backticks += std::string(150, '`') + "\n";
+    gaps += "line of some length " + std::to_string(i) + "\n";
+    if (i % 20 == 10) symbols.push_back({"f" + std::to_string(i), "function", "", i});
+  }
+  for (std::size_t room = 450; room < 3000; room += 23) {
+    EXPECT_LE(file_excerpt(file, backticks, room).size(), room);
+    source::SourceFile with_symbols = file;
+    with_symbols.symbols = source::SymbolList(symbols);
+    EXPECT_LE(file_excerpt(with_symbols, gaps, room).size(), room);
+  }
+}
+
 TEST(Excerpt, ShowsTheHeadAndWhatSurroundsSymbols) {
   source::SourceFile file;
   file.path = "a.c";
