@@ -56,7 +56,8 @@ std::variant<PageContext, Answer> WikiReader::page_context(const std::string& pa
 
 // Stored too: a page that the plan no longer has can still be read.
 bool WikiReader::has_page(const std::string& page_id) const {
-  return wiki_.planned_with(page_id) != nullptr || wiki_.stored_pages().find(page_id) != nullptr;
+  // Stored ones first: they need no look at the sources.
+  return wiki_.stored_pages().find(page_id) != nullptr || wiki_.planned_with(page_id) != nullptr;
 }
 
 std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& page_id) const {

@@ -77,7 +77,9 @@ std::optional<std::string> KeptTexts::read(const std::string& name) const {
 
 void KeptTexts::drop_oldest() const {
   std::vector<std::pair<fs::file_time_type, fs::path>> kept;
-  for (const fs::directory_entry& entry : fs::directory_iterator(directory_)) {
+  std::error_code ended;  // a folder that cannot be listed keeps all: the text just kept is what matters
+  for (fs::directory_iterator at(directory_, ended), end; !ended && at != end; at.increment(ended)) {
+    const fs::directory_entry& entry = *at;
     std::error_code gone;  // another process may have removed it since it was listed
     const auto time = entry.last_write_time(gone);
     if (!gone && entry.path().extension() == ".md") kept.emplace_back(time, entry.path());

@@ -24,9 +24,7 @@ class KeptTexts {
       : directory_(std::move(directory)), most_(most) {}
 
   // Keeps `content`, a text of the page `page_id`, and gives the name of its file. The same content of the
-  // same page is kept once. It is on disk when this returns. Throws utils::IoError if it cannot be written,
-  // and std::filesystem::filesystem_error if the folder cannot be listed for old texts; by then the text is
-  // kept.
+  // same page is kept once. It is on disk when this returns. Throws utils::IoError if it cannot be written.
   std::string keep(const std::string& page_id, const std::string& content) const;
 
   // The file name that keep() gives the text, made of the page id and a hash: at most 80 bytes, without a

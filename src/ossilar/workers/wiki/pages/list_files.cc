@@ -63,21 +63,58 @@ std::vector<std::string> in_reading_order(const ListPart& part, const store::Sto
   return pages;
 }
 
-// How many of the listed pages the page is a part of. A plan has no cycle of parents, but rows of different
-// plans can form one, so the number of steps is limited.
-std::size_t depth_of(const std::string& page_id, const store::StoredRows& rows,
-                     const std::set<std::string>& listed) {
-  // Deeper than a reader could follow. Beyond it only the indentation stops growing.
+// The nearest page above this one that the list names too, or "". Rows of different plans can form a cycle of
+// parents, so the number of steps is limited.
+std::string listed_above(const std::string& page_id, const store::StoredRows& rows,
+                         const std::set<std::string>& listed) {
+  // Deeper than a plan goes.
   constexpr int kMostSteps = 64;
-  std::size_t depth = 0;
   const Map* row = rows.find(page_id);
   for (int step = 0; step < kMostSteps && row != nullptr; ++step) {
     const std::string parent = utils::string_member(*row, "parent_section");
-    if (parent.empty()) break;
-    depth += listed.count(parent);
+    if (parent.empty() || parent == page_id) break;
+    if (listed.count(parent) > 0) return parent;
     row = rows.find(parent);
   }
-  return depth;
+  return "";
+}
+
+struct Place {
+  std::string page_id;
+  std::size_t depth = 0;
+};
+
+// The pages of the part, each right below the page that it is a part of. The order of the ids alone does not
+// do that: "src-gen" comes between "src" and "src/core", and a topic may be part of any page.
+std::vector<Place> nested(const ListPart& part, const store::StoredRows& rows) {
+  const std::vector<std::string> ordered = in_reading_order(part, rows);
+  const std::set<std::string> listed(ordered.begin(), ordered.end());
+  std::map<std::string, std::vector<std::string>> below;  // "" for those at the top
+  for (const std::string& page_id : ordered) below[listed_above(page_id, rows, listed)].push_back(page_id);
+
+  std::vector<Place> places;
+  std::set<std::string> placed;
+  std::vector<Place> waiting;  // a stack, so that no depth of a plan is a depth of calls
+  const auto push = [&](const std::string& above, std::size_t depth) {
+    const auto& pages = below[above];
+    for (auto page = pages.rbegin(); page != pages.rend(); ++page) waiting.push_back({*page, depth});
+  };
+  const auto place_all = [&] {
+    while (!waiting.empty()) {
+      const Place next = std::move(waiting.back());
+      waiting.pop_back();
+      if (!placed.insert(next.page_id).second) continue;
+      places.push_back(next);
+      push(next.page_id, next.depth + 1);
+    }
+  };
+  push("", 0);
+  place_all();
+  for (const std::string& page_id : ordered) {  // those of a cycle, which no page at the top leads to
+    waiting.push_back({page_id, 0});
+    place_all();
+  }
+  return places;
 }
 
 std::string index_line(const Map& row, const std::string& up) {
@@ -100,10 +137,8 @@ std::string render_index(const ListPart& part, const store::StoredRows& rows) {
   out += "<!-- Rebuilt by every save. -->\n\n";
   if (!is_whole) out += "Part of the [wiki](../index.md).\n\n";
   if (part.pages.empty() && part.parts.empty()) return out + "No page has been written yet.\n";
-  const std::set<std::string> listed(part.pages.begin(), part.pages.end());
-  for (const std::string& page_id : in_reading_order(part, rows)) {
-    out.append(2 * depth_of(page_id, rows, listed), ' ').append(index_line(*rows.find(page_id), up));
-  }
+  for (const Place& place : nested(part, rows))
+    out.append(2 * place.depth, ' ').append(index_line(*rows.find(place.page_id), up));
   for (const std::string& prefix : part.parts) {
     const std::string file = list_file(prefix, kIndexEnd);
     // Parts lie side by side in `lists/`, so between two of them the link has no folder.

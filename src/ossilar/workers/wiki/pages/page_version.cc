@@ -84,7 +84,8 @@ std::optional<Answer> refuse_version(const std::string& page_id, const std::stri
     return mismatch(page_id, "exists already; read it, and save with if_version \"" + version + "\"",
                     version);
   }
-  const source::NamedText now{"the page now, version " + version, page.text};
+  const std::string text = utils::valid_utf8(page.text);  // a hand may have written what is none
+  const source::NamedText now{"the page now, version " + version, text};
   const auto read = texts.find(wanted);
   // `wanted` is the client's and may hold anything, so the message escapes it. The heading of the diff need
   // not: it names `wanted` only when that is the version of a text put here.

@@ -99,15 +99,20 @@ std::vector<Match> matches_in(std::string_view text, const std::string& query) {
 std::size_t densest(const std::vector<Match>& matches) {
   // An excerpt must hold the stretch, kBeforeMatch bytes before it, and the rest of its last word.
   constexpr std::size_t kTogether = kLongestExcerpt - 2 * kBeforeMatch;
+  // A window that moves over the matches: each enters and leaves it once, however many stand in one word.
+  std::map<std::string_view, int> held;
   std::size_t best = 0;
   std::size_t most = 0;
+  std::size_t end = 0;
   for (std::size_t first = 0; first < matches.size(); ++first) {
-    std::set<std::string_view> held;
-    for (std::size_t i = first; i < matches.size() && matches[i].at < matches[first].at + kTogether; ++i)
-      held.insert(matches[i].part);
-    if (held.size() <= most) continue;
-    most = held.size();
-    best = matches[first].at;
+    for (; end < matches.size() && matches[end].at < matches[first].at + kTogether; ++end)
+      ++held[matches[end].part];
+    if (held.size() > most) {
+      most = held.size();
+      best = matches[first].at;
+    }
+    const auto leaving = held.find(matches[first].part);
+    if (--leaving->second == 0) held.erase(leaving);
   }
   return best;
 }
@@ -125,16 +130,17 @@ std::string_view below_heading(std::string_view text) {
   return utils::strip(below).empty() ? text : utils::strip(below);
 }
 
-// A short passage is shown whole. A longer one is cut at blanks and line feeds, with "..." for what is left
-// out. Where no blank follows, as in one endless word, find_first_of() gives npos, and npos + 1 is 0: from
-// the start.
+// A short passage is shown whole. A longer one begins at a blank some way before the match, or at the match
+// where there is none, and ends at a blank; "..." stands for what is left out.
 std::string excerpt_of(std::string_view passage, const std::string& query) {
+  constexpr std::string_view kBlanks = " \t\n";
   const std::string_view text = below_heading(passage);
-  std::size_t begin = text.size() > kLongestExcerpt ? densest(matches_in(text, query)) : 0;
-  begin = begin > kBeforeMatch ? text.find_first_of(" \n", begin - kBeforeMatch) + 1 : 0;
+  const std::size_t match = text.size() > kLongestExcerpt ? densest(matches_in(text, query)) : 0;
+  std::size_t begin = 0;
+  if (match > kBeforeMatch) begin = std::min(match, text.find_first_of(kBlanks, match - kBeforeMatch));
   std::string_view cut = utils::utf8_prefix(text.substr(begin), kLongestExcerpt);
   const bool is_cut = begin + cut.size() < text.size();
-  if (is_cut) cut = cut.substr(0, std::min(cut.find_last_of(" \n"), cut.size()));
+  if (is_cut) cut = cut.substr(0, std::min(cut.find_last_of(kBlanks), cut.size()));
   return (begin > 0 ? "... " : "") + on_one_line(cut) + (is_cut ? " ..." : "");
 }
 

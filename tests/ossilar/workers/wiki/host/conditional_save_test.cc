@@ -57,6 +57,14 @@ TEST_F(ConditionalSaves, ApplyToTheVersionNamedAndGiveTheNext) {
   EXPECT_THAT(utils::string_member(save(version_in(first), "Late."), "diff"), HasSubstr("+++ your text"));
 }
 
+TEST_F(ConditionalSaves, AreRefusedInTextOntoAPageThatIsNone) {
+  const std::string first = version_in(save("new"));
+  repo_.dir.write("wiki/pages/alpha.md", "caf\xe9\n");
+  const Answer refused = save(first);
+  EXPECT_THAT(error_of(refused), HasSubstr("changed since version"));
+  EXPECT_THAT(utils::json_text(refused), HasSubstr("caf\xef\xbf\xbd"));
+}
+
 TEST_F(ConditionalSaves, SeeWhatAHandChanged) {
   const std::string read = version_in(save("new"));
   repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");

@@ -183,5 +183,20 @@ TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
   }
 }
 
+TEST_F(Search, AnExcerptOfOneEndlessWordIsFoundInOnePass) {
+  std::string code = "```\n";
+  for (int i = 0; i < 200'000; ++i) code += "a_";
+  save("alpha", "Alpha.\n\n## Code\n\n" + code + "\n```");
+  EXPECT_THAT(places({.query = "a", .limit = 1}), ElementsAre("alpha#Code"));
+}
+
+TEST_F(Search, AnExcerptHoldsItsMatchWhateverStandsBetweenTheWords) {
+  std::string words;
+  for (int i = 0; i < 100; ++i) words += "filler\t";
+  save("alpha", "Alpha.\n\n## Tabs\n\n```\n" + words + "kumquat\t" + words + "\n```");
+  const auto found = WikiReader(*wiki_).search({.query = "kumquat", .limit = 1}, {});
+  EXPECT_THAT(std::get<SearchResult>(found).hits.at(0).excerpt, HasSubstr("kumquat"));
+}
+
 }  // namespace
 }  // namespace ossilar::workers::wiki

@@ -72,6 +72,22 @@ TEST_F(WikiListsTest, ListThePagesInReadingOrderBelowWhatTheyArePartOf) {
   EXPECT_TRUE(Map::accept(file("manifest.json"))) << "programs read it as JSON";
 }
 
+TEST_F(WikiListsTest, APageStandsBelowItsOwnParentAlone) {
+  // '-' comes before '/', so in the order of the ids src-gen lies between src and its part.
+  store::StoredRows rows = rows_of({"src", "src-gen", "topic"});
+  rows.set("src/core", row_of("src/core", "h", "src"));
+  rows.set("elsewhere", row_of("elsewhere", "h", "topic"));  // whose id does not say where it belongs
+  rows.set("one", row_of("one", "h", "other"));              // rows of different plans can form a circle
+  rows.set("other", row_of("other", "h", "one"));
+  lists_.write_page(rows, {}, "topic");
+  const auto line = [](const std::string& id) {
+    return "- [Title of " + id + "](pages/" + id + ".md): About " + id + "\n";
+  };
+  EXPECT_THAT(file("index.md"), ::testing::EndsWith("\n" + line("src") + "  " + line("src/core") +
+                                                    line("src-gen") + line("topic") + "  " +
+                                                    line("elsewhere") + line("one") + "  " + line("other")));
+}
+
 TEST_F(WikiListsTest, OfALargeWikiASaveRewritesThePartOfItsPage) {
   std::vector<std::string> ids = many("src/core/u", 200);
   for (const std::string& id : many("doc/d", 40)) ids.push_back(id);
