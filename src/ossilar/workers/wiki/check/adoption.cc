@@ -259,18 +259,17 @@ void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, c
     take_from_sources(fields, *drafted);
   // A save that replaces a text of another model than kAgentModel keeps a copy: no author has seen that text.
   fields.model = known.is_described ? kAgentModel : kAdoptedModel;
+  // Before the row is written: an embedder that fails must not leave a row with the passages of another text.
+  utils::Task task;
+  const std::vector<Map> chunks = is_same_file ? drafted->chunks
+                                               : page_chunks(wiki_.chunk_services(store, task),
+                                                             searchable_text(text), fields.citations, {});
   // A text changed by hand keeps its stale mark: its editor may not have looked at what the mark is about.
   const std::int64_t key = known.is_described
                                ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
   if (known.is_described) arrived_.insert(page_id);
-  if (is_same_file) {
-    store.store_chunks(key, drafted->chunks, {});  // made by the draft, so nothing is embedded again
-  } else {
-    utils::Task task;
-    replace_chunks(wiki_.chunk_services(store, task), wiki_.branch(), page_id, key, searchable_text(text),
-                   fields.citations);
-  }
+  store.store_chunks(key, chunks, {});
   settle_digest(page_id, text, known.title, !known.is_described);
 }
 

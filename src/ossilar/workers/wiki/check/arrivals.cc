@@ -65,8 +65,10 @@ Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& r
 std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows) {
   std::vector<std::string> missing;
   rows.for_each([&](const std::string& page_id, const Map&) {
+    // Only "there is none" counts: in a folder that cannot be looked into, nobody knows.
     std::error_code error;
-    if (!fs::exists(fs::symlink_status(wiki.paths().page(page_id), error))) missing.push_back(page_id);
+    if (fs::symlink_status(wiki.paths().page(page_id), error).type() == fs::file_type::not_found)
+      missing.push_back(page_id);
   });
   if (missing.empty()) return missing;
   const ManifestContent listed = wiki.lists().read_all();
@@ -118,7 +120,7 @@ void finish_adoption(Wiki& wiki, const ManifestContent& manifest, AdoptionReport
   const bool is_older = !manifest.former_entries.empty();
   if (is_older) report.given_records = give_records(wiki);
   if (report.adopted > 0 || report.forgotten > 0 || is_older || !has_lists(wiki.paths()))
-    wiki.note_lists(wiki.lists().write_all(wiki.stored_pages(), manifest.lint));
+    wiki.note_lists(wiki.lists().write_all(wiki.stored_pages(), wiki.lists().lint()));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // makes them, repair.cc mends those that are `fixable`, cli/check.cc shows them. Values only; any thread.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace ossilar::workers::wiki {
@@ -34,6 +35,8 @@ struct Finding {
   std::string message;   // what is wrong, without the subject
   std::string advice;    // what to do
   bool fixable = false;  // by `ossilar check --fix`, without an author
+  // Of a leftover. `subject` shows it as text, which the name of a file need not be.
+  std::filesystem::path file = {};
 
   // Whether it is the same fault at the same place. Message and advice may differ: that is how a check after
   // a repair finds out what is left.

@@ -346,7 +346,7 @@ void Inspection::inspect_former_files() {
   for (const fs::path& file : former_files(wiki_.paths().pages)) {
     add({Fault::leftover, relative(file), "", "was left beside its page by a save that could not put it away",
          "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no save has stored its text",
-         true});
+         true, file});
   }
 }
 
@@ -355,7 +355,7 @@ std::map<std::string, bool> Inspection::leftover_files() const {
   for (const fs::path& directory : written_directories(wiki_.paths())) {
     try {
       for (const utils::Leftover& file : utils::leftovers(directory))
-        files.emplace(relative(directory / file.name), file.may_be_new);
+        files.emplace((directory / file.name).string(), file.may_be_new);
     } catch (const utils::IoError&) {
       continue;  // where nothing can be looked at, nothing was written either
     }
@@ -376,8 +376,8 @@ void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
     std::this_thread::sleep_for(kLookEvery);
   }
   for (const auto& [file, may_be_new] : left) {
-    add({Fault::leftover, file, "", "was left by a write that was cut short",
-         "ossilar check --fix removes it", true});
+    add({Fault::leftover, relative(file), "", "was left by a write that was cut short",
+         "ossilar check --fix removes it", true, file});
   }
 }
 

@@ -41,7 +41,7 @@ class Inspection {
   void inspect_rows();
   void inspect_digests();
   void inspect_generated();
-  // Temporary files by their relative paths, each with whether a writer may just have created it.
+  // Paths of temporary files, each with whether a writer may just have created it.
   std::map<std::string, bool> leftover_files() const;
   void inspect_leftovers(std::map<std::string, bool> left);
   void inspect_states();

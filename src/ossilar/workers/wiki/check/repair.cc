@@ -113,7 +113,7 @@ void Repair::settle_digest(const std::string& page_id) {
 // A temporary file is half a write and is removed. A former file may be the only copy of a manual edit, so it
 // is settled as a save would do it, by the row of before the repair; one whose page is gone is always kept.
 void Repair::settle_leftover(const Finding& finding) const {
-  const std::filesystem::path file = wiki_.paths().root / finding.subject;
+  const std::filesystem::path& file = finding.file;
   if (file.extension() != ".former") return utils::remove_leftovers(file.parent_path());
   const auto page = page_of_former(file);
   const std::string page_id = page ? page_id_of(wiki_.paths().pages, *page) : "";

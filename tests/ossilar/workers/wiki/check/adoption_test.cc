@@ -350,6 +350,67 @@ TEST(Adoption, ACloneAdoptsTheCommittedPages) {
   EXPECT_EQ(adopt_pages(*wiki).adopted, 0U) << "what has a row is left alone";
 }
 
+TEST(Adoption, OfAPartOfALargeWikiKeepsTheLintSummary) {
+  std::string config = "[wiki]\nmin_citations_per_page = 0\n";
+  for (int i = 100; i < 240; ++i) config += "[[page]]\nid = \"part/p" + std::to_string(i) + "\"\n";
+  const WikiRepo repo(config);
+  const auto wiki = repo.open();
+  for (int i = 100; i < 240; ++i)
+    ASSERT_TRUE(save(*wiki, "part/p" + std::to_string(i), "One of many.").contains("saved"));
+  const Map lint{{"findings", 3}};
+  wiki->note_lists(wiki->lists().write_all(wiki->stored_pages(), lint));
+  ASSERT_EQ(wiki->lists().lint(), lint);
+  // Another clone changes a page, and its lists with it; the manifest of the whole wiki stays as it is.
+  const std::string text = repo.page("part/p100");
+  const std::string page =
+      text.substr(0, text.find("One of many.")) + "Theirs." + text.substr(text.find("One of many.") + 12);
+  for (const auto& entry : std::filesystem::directory_iterator(repo.dir / "wiki/lists")) {
+    const std::string list = repo.dir.read("wiki/lists/" + entry.path().filename().string());
+    const std::size_t at = list.find(utils::sha256_hex(text));
+    if (at == list.npos) continue;
+    repo.dir.write("wiki/lists/" + entry.path().filename().string(),
+                   std::string(list).replace(at, 64, utils::sha256_hex(page)));
+  }
+  repo.dir.write("wiki/pages/part/p100.md", page);
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).adopted, 1U);
+  EXPECT_EQ(wiki->lists().lint(), lint);
+}
+
+class FailingEmbedder final : public search::Embedder {
+ public:
+  std::string model() const override { return "failing"; }
+  std::size_t dimensions() const override { return 2; }
+  std::vector<std::vector<float>> embed(const std::vector<std::string>&, const utils::Task&) override {
+    throw utils::Error("the service is down");
+  }
+};
+
+TEST(Adoption, APageThatCannotBeEmbeddedGetsNoRow) {
+  const WikiRepo repo;
+  ASSERT_TRUE(save(*repo.open(), "alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  std::filesystem::remove_all(repo.dir / ".ossilar");
+  set_up_wiki(repo.dir.path());
+  repo.dir.write("src/alpha.cpp", WikiRepo::ten_lines("later"));
+  const auto wiki = repo.open_with(nullptr, std::make_unique<FailingEmbedder>());
+  EXPECT_THAT(adopt_pages(*wiki).failed, ElementsAre(HasSubstr("the service is down")));
+  EXPECT_EQ(wiki->stored_pages().find("alpha"), nullptr);
+}
+
+TEST(Adoption, OnlyAPageThatIsGoneIsForgotten) {
+  const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n[[page]]\nid = \"deep/one\"\n");
+  const auto wiki = repo.open();
+  for (const char* page : {"alpha", "deep/one"}) ASSERT_TRUE(save(*wiki, page, "Text.").contains("saved"));
+  std::string manifest = repo.dir.read("wiki/manifest.json");
+  const std::size_t line = manifest.find(",\"pages/deep/one.md\"");
+  repo.dir.write("wiki/manifest.json", manifest.erase(line, manifest.find('\n', line) + 1 - line));
+  std::filesystem::rename(repo.dir / "wiki/pages/deep", repo.dir / "elsewhere");
+  std::filesystem::create_directory_symlink("deep", repo.dir / "wiki/pages/deep");  // a loop: nobody can say
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).forgotten, 0U);
+  std::filesystem::remove(repo.dir / "wiki/pages/deep");
+  repo.dir.write("wiki/manifest.json", manifest + "\n");
+  EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).forgotten, 1U);
+}
+
 TEST(Adoption, AnAdoptionThatFailsGivesTheLockBack) {
   const WikiRepo repo("[wiki]\nlock_timeout_s = 1\n");
   save(*repo.open(), "alpha", WikiRepo::text_about("alpha"));

@@ -436,5 +436,19 @@ TEST(HandEdits, AreKeptWhenASaveReplacesThem) {
   EXPECT_EQ(kept_in(whole), "not UTF-8: \xff");
 }
 
+TEST(WikiCheckFix, TidiesUpInFoldersOfAnyName) {
+  const WikiRepo repo("[wiki]\nmin_citations_per_page = 0\n");
+  const fs::path folder = repo.dir / "wiki/pages/caf\xe9";
+  fs::create_directories(folder);
+  std::ofstream(folder / ".ossilar-0123456789abcdef.tmp") << "half";
+  std::ofstream(folder / ".ossilar-0123456789abcdef.former") << "a hand's";
+  const CheckReport report = check_wiki(repo.dir.path(), {.fix = true, .writer = "test"});
+  EXPECT_TRUE(report.is_clean());
+  const auto is_leftover = [](const Finding& finding) { return finding.fault == Fault::leftover; };
+  EXPECT_EQ(std::count_if(report.fixed.begin(), report.fixed.end(), is_leftover), 2);
+  EXPECT_TRUE(fs::is_empty(folder));
+  EXPECT_FALSE(fs::is_empty(repo.dir / ".ossilar/replaced")) << "the hand's text is kept";
+}
+
 }  // namespace
 }  // namespace ossilar::workers::wiki
