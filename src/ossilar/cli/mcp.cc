@@ -3,7 +3,6 @@
 // the client could not read on.
 #include "ossilar/mcp/server.h"
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -18,9 +17,6 @@ int run_mcp(const Place& place, const utils::LogSink& log) {
   const std::filesystem::path root = place.root();  // may throw, so before standard output is taken
   if (isatty(STDIN_FILENO) == 1)
     Output::diagnostic("this is for a program that speaks the Model Context Protocol; end it with Ctrl-D");
-  // glibc keeps arenas for the threads that allocate; the session has eight, whose requests are short and
-  // seldom run at once. Without effect where mimalloc takes glibc's place (cmake/OssilarDependencies.cmake).
-  mallopt(M_ARENA_MAX, 2);
   const utils::UniqueFd output = mcp::take_standard_output();
   std::signal(SIGPIPE, SIG_IGN);  // or the first write to a client that is gone would kill the process
   const bool ended = mcp::serve({.root = root, .input = STDIN_FILENO, .output = output.get(), .log = log});

@@ -44,10 +44,6 @@ constexpr std::array<std::string_view, 2> kSessionMethods{"resources/subscribe",
 constexpr std::string_view kCallTool = "tools/call";
 constexpr std::string_view kListen = "subscriptions/listen";
 
-// Addresses of one listener. With the limit on listeners (subscriptions.cc) it bounds what one client can
-// make us keep; more addresses can be spread over several listeners.
-constexpr std::size_t kMostAddresses = 1000;
-
 // Requests that run at once. Most wait for a disk, a lock or an embedding service and not for a processor.
 // Fewer would let some slow saves hold up every reader; each thread more costs a stack.
 constexpr std::size_t kThreads = 8;
@@ -159,9 +155,15 @@ ListenFilter filter_of(const Map& params) {
                       .uris = {}};
   for (const Map& uri : uris) {
     const auto resource = parse_uri(uri.get_ref<const std::string&>());
-    if (resource && resource->kind == ResourceName::Kind::page) filter.uris.insert(uri.get<std::string>());
+    if (resource && resource->kind == ResourceName::Kind::page) filter.uris.insert(page_uri(resource->name));
   }
   return filter;
+}
+
+// The spelling in which changes are told: a client may encode characters that need no encoding.
+std::string canonical(const std::string& uri) {
+  const auto resource = parse_uri(uri);
+  return resource ? page_uri(resource->name) : uri;
 }
 
 Map discovered(Revision revision) {
@@ -364,11 +366,12 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision,
     const std::string uri = required_string(request.params, "uri");
     require_page_uri(provider_, revision, uri);
     watch_.look();
-    subscriptions_.subscribe(uri);
+    if (!subscriptions_.subscribe(canonical(uri)))
+      throw ProtocolError(error_code::kInvalidParams, "there are too many subscriptions; end one of them");
     return Map::object();
   }
   if (request.method == "resources/unsubscribe") {
-    subscriptions_.unsubscribe(required_string(request.params, "uri"));
+    subscriptions_.unsubscribe(canonical(required_string(request.params, "uri")));
     return Map::object();
   }
   if (request.method != kCallTool)

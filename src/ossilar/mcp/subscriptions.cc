@@ -28,9 +28,11 @@ void Subscriptions::begin_session() {
   session_ = true;
 }
 
-void Subscriptions::subscribe(const std::string& uri) {
+bool Subscriptions::subscribe(const std::string& uri) {
   const std::lock_guard lock(mutex_);
+  if (uris_.size() >= kMostAddresses && uris_.count(uri) == 0) return false;
   uris_.insert(uri);
+  return true;
 }
 
 void Subscriptions::unsubscribe(const std::string& uri) {

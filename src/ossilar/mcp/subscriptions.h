@@ -15,6 +15,10 @@
 
 namespace ossilar::mcp {
 
+// Addresses of one listener. With the limit on listeners (subscriptions.cc) it bounds what one client can
+// make us keep; more addresses can be spread over several listeners.
+inline constexpr std::size_t kMostAddresses = 1000;
+
 // What a listener (revision 2026-07-28) asked for and will get: changes of the list of pages, and of the
 // pages at these URIs.
 struct ListenFilter {
@@ -31,7 +35,8 @@ class Subscriptions {
   // Revisions before 2026-07-28 have one set of URIs for the whole session. Once the session has begun, it is
   // notified of changes of the list without asking.
   void begin_session();
-  void subscribe(const std::string& uri);
+  // False, with nothing changed, when kMostAddresses are subscribed to.
+  bool subscribe(const std::string& uri);
   void unsubscribe(const std::string& uri);
 
   // Since then a listener is a request that stays open; `id` is the request's. It is acknowledged here,

@@ -31,7 +31,6 @@ struct Asked {
   const Map& arguments;  // by name; misfit() has found nothing wrong with them
   utils::Task& task;     // cancels and watches the call
   Caller caller = Caller::session;
-  utils::Progress embedding = {};  // called while passages are embedded that a search needs; may be empty
 };
 
 struct Result {

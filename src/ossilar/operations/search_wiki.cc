@@ -22,7 +22,7 @@ std::string embed_again(const Asked& asked) {
   workers::wiki::Wiki& wiki = asked.wiki;
   if (!workers::wiki::embedding_change(wiki.store(), wiki.embedder())) return "";
   try {
-    workers::wiki::reembed(wiki.store(), wiki.embedder(), asked.embedding, asked.task);
+    workers::wiki::reembed(wiki.store(), wiki.embedder(), {}, asked.task);
     return "";
   } catch (const utils::Error& error) {
     return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
@@ -34,7 +34,8 @@ Result call(const Asked& asked) {
                               .limit = asked.arguments.value("limit", workers::wiki::kDefaultHits),
                               .page_type = utils::string_member(asked.arguments, "type"),
                               .path = utils::string_member(asked.arguments, "path")};
-  const std::string not_embedded = embed_again(asked);
+  // The shell has done so before, behind a progress bar.
+  const std::string not_embedded = asked.caller == Caller::session ? embed_again(asked) : "";
   const auto found = workers::wiki::WikiReader(asked.wiki).search(request, asked.task);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& result = std::get<SearchResult>(found);

@@ -141,7 +141,7 @@ TEST(Session, TellsSubscribersOfPagesThatOthersSave) {
   const WikiRepo repo;
   const auto other = repo.open();
   McpClient client(repo.dir.path());
-  client.call("resources/subscribe", Map{{"uri", "ossilar://pages/beta"}});
+  client.call("resources/subscribe", Map{{"uri", "ossilar://pages/%62eta"}});  // encoded without need
   ASSERT_TRUE(ossilar::testing::save(*other, "alpha", WikiRepo::text_about("alpha")).contains("saved"));
   ASSERT_TRUE(ossilar::testing::save(*other, "beta", WikiRepo::text_about("beta")).contains("saved"));
   const Map updated = client.notification("notifications/resources/updated");

@@ -74,6 +74,7 @@ bool LineReader::fill() {
 // Takes the first `size` bytes of the buffer as a line and drops `with_feed` bytes. Each line moves what is
 // behind it, which is less than a block, since more is only read once no line feed is left.
 std::variant<Line, LineTooLong, EndOfInput> LineReader::take(std::size_t size, std::size_t with_feed) {
+  if (size > 0 && buffer_[size - 1] == '\r') --size;
   const bool too_long = too_long_ || size > kLongestLine;
   LineTooLong cut;
   if (too_long) {
@@ -88,7 +89,6 @@ std::variant<Line, LineTooLong, EndOfInput> LineReader::take(std::size_t size, s
   searched_ = 0;
   too_long_ = false;
   if (too_long) return cut;
-  if (!line.text.empty() && line.text.back() == '\r') line.text.pop_back();
   return line;
 }
 

@@ -64,6 +64,18 @@ TEST(LineReader, PassesOverALineOverTheLimitAndGoesOn) {
   EXPECT_THAT(lines_of("a\n" + most + most, 1 << 20), testing::ElementsAre("a", "<long>"));
 }
 
+TEST(LineReader, TheEndOfALongLineIsThatOfItsText) {
+  Pipe pipe;
+  std::thread writer([&] {
+    const std::string text = std::string(kLongestLine, 'x') + "}\r\n";
+    for (std::string_view left = text; !left.empty();)
+      left.remove_prefix(static_cast<std::size_t>(write(pipe.out.get(), left.data(), left.size())));
+  });
+  LineReader reader(pipe.in.get(), STDERR_FILENO);
+  EXPECT_TRUE(std::get<LineTooLong>(reader.next()).end.ends_with("x}"));
+  writer.join();
+}
+
 TEST(LineReader, EndsWhenNobodyReadsTheAnswers) {
   Pipe questions;
   Pipe answers;
