@@ -57,10 +57,10 @@ void wait_asleep(milliseconds left, const utils::Task& task) {
   }
 }
 
-// An engine per thread: one that is shared would need a lock. Pauses need no better randomness than this.
+// From the system itself: an engine would have to be kept somewhere, and pauses are rare.
 double random_number() {
-  thread_local std::minstd_rand engine{std::random_device{}()};
-  return std::uniform_real_distribution<double>(0, 1)(engine);
+  std::random_device device;
+  return std::uniform_real_distribution<double>(0, 1)(device);
 }
 
 // Exponential backoff with full jitter: Brooker, "Exponential Backoff And Jitter", AWS Architecture Blog,
