@@ -265,8 +265,8 @@ class FeatureReader {
   std::vector<std::size_t> offsets_;  // where each of its characters begins; the last is its size
 };
 
-// The features of recent words. Texts of one wiki share most of their words, so most need no hashing again.
-// The cache changes no vector.
+// The features of recent words. Texts that are embedded together share most of their words, so most need no
+// hashing again. The cache changes no vector.
 //
 // Thread-safety: one thread at a time.
 class FeatureCache {
@@ -282,7 +282,7 @@ class FeatureCache {
   }
 
  private:
-  static constexpr std::size_t kMostKept = 4096;   // words; some 600 KB for each thread that embeds
+  static constexpr std::size_t kMostKept = 4096;   // words; some 600 KB
   static constexpr std::size_t kLongestKept = 32;  // bytes; longer words are rare and would take more room
 
   struct WordHash {
@@ -294,12 +294,6 @@ class FeatureCache {
   std::unordered_map<std::string, Features, WordHash, std::equal_to<>> features_;
   Features unkept_;
 };
-
-// A cache per thread needs no lock; a shared one would make threads that embed at once wait for each other.
-FeatureCache& features_of_thread() {
-  thread_local FeatureCache cache;
-  return cache;
-}
 
 bool is_function_word(std::string_view word) {
   return word.size() <= kLongestFunctionWord &&
@@ -339,9 +333,8 @@ std::vector<float> normalised(const Sums& sums) {
   return out;
 }
 
-std::vector<float> embed_text(std::string_view text) {
+std::vector<float> embed_text(std::string_view text, FeatureCache& features) {
   Sums sums{};
-  FeatureCache& features = features_of_thread();
   Words(text).visit(
       [&](std::string_view word, std::uint64_t count) { add_word(sums, word, features.of(word), count); });
   return normalised(sums);
@@ -360,7 +353,8 @@ class LocalEmbedder final : public Embedder {
                                         const utils::Task& /*task*/) override {
     std::vector<std::vector<float>> out;
     out.reserve(texts.size());
-    for (const std::string& text : texts) out.push_back(embed_text(text));
+    FeatureCache features;  // one a call: the texts of a page share most of their words
+    for (const std::string& text : texts) out.push_back(embed_text(text, features));
     return out;
   }
 };
