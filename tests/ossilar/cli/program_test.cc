@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "ossilar/operations/operation.h"
 #include "ossilar/store/write_lock.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/process.h"
@@ -178,6 +181,22 @@ TEST(Program, SaysWhatIsWrongOnceWithTheDocumentedExitCodeAndChangesNothing) {
     EXPECT_EQ(json.exit_code, row.exit_code);
     EXPECT_THAT(utils::string_member(utils::parse_json(json.output, "output"), "error"), HasSubstr(row.says));
   }
+}
+
+TEST(Program, TheReadmeNamesEveryCommandAsTheHelpDoes) {
+  std::ifstream file(OSSILAR_TEST_DATA "/../../README.md");
+  const std::string readme{std::istreambuf_iterator<char>(file), {}};
+  const std::string help = ossilar_in("/", {"--help"}, "").output;
+  std::size_t commands = 0;
+  const std::string listed = help.substr(help.find("Subcommands:\n") + 13);
+  for (const std::string_view line : utils::split_lines(listed)) {
+    if (!line.starts_with("  ")) continue;
+    const std::string name(utils::strip(line.substr(0, 20)));
+    EXPECT_THAT(readme,
+                HasSubstr("\n| `" + name + "` | " + std::string(utils::strip(line.substr(20))) + " |\n"));
+    ++commands;
+  }
+  EXPECT_EQ(commands, operations::operations().size() + 3) << "init, check and mcp are the shell's own";
 }
 
 TEST(Program, ALockThatIsHeldIsARefusalThatNamesTheHolder) {
