@@ -62,7 +62,7 @@ TEST(LocalEmbedder, VectorsDoNotDependOnTheTextsBefore) {
 }
 
 // Stored vectors are compared with those of other machines: what a model of one name gives must not move.
-TEST(LocalEmbedder, TheModelsNumbersStay) {
+TEST(LocalEmbedder, TheVectorsOfAModelNameNeverChange) {
   EXPECT_EQ(make_local_embedder()->model(), "local-hash-v1-384");
   std::vector<float> places(384);
   std::iota(places.begin(), places.end(), 1.0F);

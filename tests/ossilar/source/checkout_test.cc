@@ -31,7 +31,7 @@ TEST(CheckoutTest, SaysNameBranchAndCommit) {
   }
 }
 
-TEST(CheckoutTest, WhatCannotBeReadIsAnErrorThatNamesTheRepository) {
+TEST(CheckoutTest, AnUnreadableRepositoryIsAnErrorThatNamesIt) {
   for (const Map& row : rows_of("source/unreadable_repositories.txt")) {
     SCOPED_TRACE(row);
     const Repository repository;
@@ -127,7 +127,7 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
 }
 
 // It may be written again within a tick of the file system's clock.
-TEST(CheckoutTest, AReaderTakesNoYoungFileForOneThatStays) {
+TEST(CheckoutTest, AReaderDoesNotTrustAYoungFile) {
   const Repository repository;
   repository.run("git init -q r; commit r; git -C r branch old; git -C r commit -q --allow-empty -m n");
   repository.run("find r/.git -exec touch -d '1 minute ago' {} +; touch -d '1 hour' r/.git/refs/heads/main");

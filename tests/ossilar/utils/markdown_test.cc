@@ -76,7 +76,7 @@ TEST(Inlines, ArePlainText) {
 }
 
 // What was read of one text is never taken for another's, in whatever order they come again.
-TEST(Inlines, AreThoseOfTheirOwnText) {
+TEST(Inlines, CachedResultsBelongToTheirOwnText) {
   const auto all_of = [](const std::string& text) {
     std::string all = prose_text(text) + "|" + closing_line(text) + "|" + plain_inline(text);
     for (const Block& block : top_level_blocks(text)) all += "|" + block.text + std::to_string(block.begin);
