@@ -8,6 +8,7 @@
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/host/saving.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 #include "support/temp_dir.h"
 
@@ -19,6 +20,21 @@ inline workers::wiki::Answer save(workers::wiki::Wiki& wiki, const std::string& 
                                   const std::optional<std::string>& title = {}) {
   utils::Task task;
   return workers::wiki::WikiGenerator(wiki, task).save_agent_page(page_id, content, section, title);
+}
+
+inline bool is_saved(const workers::wiki::Answer& answer) {
+  return utils::member(answer, "saved") == Map(true);
+}
+
+inline std::string error_of(const workers::wiki::Answer& answer) {
+  return utils::string_member(answer, "error");
+}
+
+// The state of a planned page; of any other "missing".
+inline workers::wiki::PageState state_of(workers::wiki::Wiki& wiki, const std::string& page_id) {
+  for (workers::wiki::PageState& state : workers::wiki::WikiReader(wiki).page_states())
+    if (state.page_id == page_id) return state;
+  return {};
 }
 
 // A save as sessions make it.

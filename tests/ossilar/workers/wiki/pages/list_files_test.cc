@@ -54,7 +54,7 @@ class WikiListsTest : public ::testing::Test {
   WikiLists lists_{dir_ / "wiki", dir_ / "wiki/pages"};
 };
 
-TEST_F(WikiListsTest, ListThePagesInReadingOrderBelowWhatTheyArePartOf) {
+TEST_F(WikiListsTest, TheIndexListsPagesInReadingOrderUnderTheirParents) {
   store::StoredRows rows = rows_of({"zeta", "src"});
   rows.set("src/core", row_of("src/core", "h", "src"));
   Map overview = row_of("overview");
@@ -72,7 +72,7 @@ TEST_F(WikiListsTest, ListThePagesInReadingOrderBelowWhatTheyArePartOf) {
   EXPECT_TRUE(Map::accept(file("manifest.json"))) << "programs read it as JSON";
 }
 
-TEST_F(WikiListsTest, OfALargeWikiASaveRewritesThePartOfItsPage) {
+TEST_F(WikiListsTest, ASaveInALargeWikiRewritesOnlyThePartOfItsPage) {
   std::vector<std::string> ids = many("src/core/u", 200);
   for (const std::string& id : many("doc/d", 40)) ids.push_back(id);
   ids.emplace_back("overview");
@@ -123,7 +123,7 @@ TEST(ListParts, HoldEveryPageOnce) {
   }
 }
 
-TEST_F(WikiListsTest, ALineOfAnothersManifestStaysWhileItsPageWaits) {
+TEST_F(WikiListsTest, ALineOfAnothersManifestStaysUntilItsPageIsAdopted) {
   store::StoredRows rows = rows_of({"a", "b"});
   lists_.write_all(rows, {});
   dir_.write("wiki/pages/b.md", "theirs\n");
@@ -143,7 +143,7 @@ TEST_F(WikiListsTest, ALineOfAnothersManifestStaysWhileItsPageWaits) {
   EXPECT_THAT(lists_.news(), Not(IsEmpty())) << "what waits is still to be adopted";
 }
 
-TEST_F(WikiListsTest, HearOfTheManifestsThatOthersWrote) {
+TEST_F(WikiListsTest, NoticeManifestsThatOthersWrote) {
   EXPECT_THAT(lists_.news(), IsEmpty());
   lists_.write_all(rows_of({"a"}), {});
   EXPECT_THAT(lists_.news(), IsEmpty()) << "its own";

@@ -87,7 +87,7 @@ std::vector<TreeFile> operator+(std::vector<TreeFile> left, const std::vector<Tr
   return left;
 }
 
-TEST(DerivePlan, CutsByWhatAnAuthorCanHandle) {
+TEST(DerivePlan, DividesSourcesIntoPagesThatAnAuthorCanHandle) {
   struct Row {
     const char* why;
     std::vector<TreeFile> files;
