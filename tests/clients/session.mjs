@@ -76,7 +76,7 @@ export function testSessions(library, connect) {
     await assert.rejects(call({ name: 'nope', arguments: {} }), { code: -32602 });
   });
 
-  // As a text is that was cut inside a character: JSON can say it, UTF-8 cannot.
+  // A text that was cut inside a character: JSON can express it, UTF-8 cannot.
   session('is told that a text is not UTF-8', async ({ call }) => {
     const cut = { page_id: 'alpha', content: `${pageAbout('alpha')}\ud83d` };
     await assert.rejects(call({ name: 'save_page', arguments: cut }), { code: -32700 });

@@ -69,7 +69,7 @@ export function pageAbout(word, sections = 2, said = 'first') {
 
 export const sectionText = (word, i, said) => `${said} ${citation(word, i)}\n`;
 
-// The program holds its lock with flock(2); so does this until the function it gives is called.
+// Holds the write lock with flock(2), as the program does, until the returned function is called.
 export async function holdWriteLock(wiki) {
   const holder = spawn('flock', [join(wiki.root, '.ossilar/write.lock'), '-c', 'echo held; read line'], {
     stdio: ['pipe', 'pipe', 'inherit'],

@@ -58,7 +58,7 @@ async function faultOf(world, result, reason) {
 const faultAfterwards = async (root) =>
   (await faultAfterRepair(root, 'alpha', NEW)) || (isNew(root) ? '' : 'the save with room is not there');
 
-// `leave(count)` leaves that much. From none on one more each time, until every save succeeds.
+// Saves with nothing free, then with `step` more each time, until every save succeeds. `leave(count)` frees that much.
 async function saveAtEveryLevel(t, what, world, { leave, step, reason }) {
   const results = [];
   let inRow = 0;
@@ -80,7 +80,7 @@ async function saveAtEveryLevel(t, what, world, { leave, step, reason }) {
   assert.deepEqual(bad, []);
 }
 
-// What is free of an ext4 disk is not all to be had: 2 % of it are put by for what the writing itself needs.
+// ext4 keeps 2 % of the free blocks back for its own writing, so not all that is free can be used.
 const DISKS = [
   { name: 'a disk in memory', step: 1, make: (folder) => new Memory(join(folder, 'disk')) },
   {

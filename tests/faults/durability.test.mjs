@@ -26,7 +26,7 @@ function readCall(line) {
   return { name, path: pathOf(args[0]), isAnswer };
 }
 
-// A call that others came in between stands in the log twice: it counts when it is done, and an answer when it begins.
+// An interrupted call has two lines in the log: it counts at its second, an answer at its first.
 function readCalls(log) {
   const begun = new Map();
   const calls = [];
@@ -89,7 +89,7 @@ function broken(calls) {
 const isLogWrite = (call) => call.path?.endsWith('/index.db-wal') && isWrite(call, call.path);
 const isPlaced = (call, name) => call.name === 'renameat' && call.to.endsWith(name);
 
-// From where on only the state is written, which needs no sync: it comes after the lists.
+// The place after the lists, from which on only the state is written, which needs no sync.
 function stateFrom(calls) {
   const listed = calls.findLastIndex((call) => isPlaced(call, '/wiki/manifest.json'));
   return listed < 0 ? calls.length : listed;
@@ -104,7 +104,7 @@ function assertOrder(calls, what) {
   const manifest = calls.findIndex((call) => isPlaced(call, '/wiki/manifest.json'));
   const state = calls.findIndex((call, i) => i > manifest && isLogWrite(call));
   const lists = index < 0 ? [manifest] : [index, manifest]; // an index that reads the same is left alone
-  // A state that reads as before, in the same second, is no write.
+  // A state that is the same, in the same second, is not written.
   const order = [page, row, synced, ...lists, ...(state < 0 ? [] : [state])];
   assert.ok(order.every((at, i) => at >= 0 && (i === 0 || at > order[i - 1])), `${what}: ${order}`);
   assert.ok(!calls.slice(0, page).some(isLogWrite), `${what}: no row is written before the page is in place`);
@@ -131,7 +131,7 @@ test('everything a save writes is on disk before its answer', (t) => {
   }
 });
 
-// A command ends before it answers, and its end empties the log of the database; a session goes on.
+// A command ends before it answers and checkpoints the database; a session goes on.
 test('everything a session saves is on disk before its answer', async (t) => {
   const wiki = makeWiki(t);
   const client = new LineClient({ server: { command: 'strace', args: traced(wiki, ['mcp']) } });
@@ -145,7 +145,7 @@ test('everything a session saves is on disk before its answer', async (t) => {
   assertOrder(calls, 'a session');
 });
 
-// The lists may fail, and the copy of what the page held: the page is saved even so.
+// A failure of the lists or of the copy of the former text does not make the save fail.
 test('a save that could not sync is not acknowledged', async (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
@@ -177,7 +177,7 @@ test('the text of a refused save and the files of a repair are on disk before th
   assert.deepEqual(broken(callsOf(wiki, ['check', '--fix'], '')), []);
 });
 
-// exFAT and its like refuse to swap two files, others even to put one where none may be; some know no second names.
+// exFAT and the like cannot exchange two files, others know no RENAME_NOREPLACE, some no hard links.
 test('a save keeps a manual edit where the file system cannot swap two files', async (t) => {
   const refusals = [
     ['no swap', ['renameat2:error=EINVAL:when=2']],

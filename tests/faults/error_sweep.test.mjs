@@ -47,7 +47,7 @@ const namesWhatFailed = ({ code, stdout, stderr }) =>
   (code === 1 && /^\d+ findings?\b/m.test(stdout)) ||
   stderr.split('\n').some((line) => /^ossilar|error while loading/.test(line) && /\/|standard output/.test(line));
 
-// Nothing can be said where nothing can be written.
+// A program that cannot write cannot report the failure.
 const isSpeechless = ({ call, injection }) => call === 'write' && injection.endsWith('+');
 
 // The faults of one run, as lines.
@@ -97,7 +97,7 @@ for (const action of [PAGE_SAVE, SECTION_SAVE]) {
   });
 }
 
-// What is found must be gone when it says so; what it could not set right it may name as still there.
+// A repair that reports success must leave nothing to find; what it could not repair it may report.
 test('a repair, every call refused', async (t) => {
   const folder = makeFolder(t);
   const world = worldIn(t, folder, (wiki) => {

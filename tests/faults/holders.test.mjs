@@ -13,7 +13,7 @@ import { assertSound, findingsOf, ossilar, pageText, setLockTimeout, wikiWithAlp
 
 const lockFile = (wiki) => join(wiki.root, '.ossilar/write.lock');
 
-// A wiki with the page alpha, whose lock is waited for so long.
+// A wiki with the page alpha and this lock timeout.
 function impatientWiki(t, seconds = 1) {
   const wiki = wikiWithAlpha(t);
   setLockTimeout(wiki, seconds);
@@ -29,7 +29,7 @@ const until = (process, output, wanted) =>
     process.once('close', () => reject(new Error(`it ended before ${wanted}`)));
   });
 
-// A save of alpha that is stopped with the lock in its hand: right after its page file has taken its place.
+// A save of alpha that is stopped while it holds the lock, right after it has replaced the page file.
 async function stoppedSave(t, wiki) {
   const stop = ['-f', '-e', 'trace=renameat2', '-e', 'inject=renameat2:signal=STOP:when=1'];
   const tracer = spawn('strace', [...stop, program, '--repo', wiki.root, 'save', 'alpha'], {
@@ -156,7 +156,7 @@ for (const when of ['1970-01-01T00:00:00Z', '2100-01-01T00:00:00Z']) {
   });
 }
 
-// As a repair of a damaged database does, and somebody who begins anew.
+// A repair of a damaged database moves it away, and so may a user who begins anew.
 test('a save whose database is moved while it waits is refused, and the next one works', async (t) => {
   const wiki = impatientWiki(t, 60);
   const database = join(wiki.root, '.ossilar/index.db');

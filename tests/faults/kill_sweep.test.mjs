@@ -46,7 +46,7 @@ function killAtEveryPoint({ what, args, input = '', arrange = () => {}, texts, m
       folder,
       world,
       action: { args, input },
-      // What opening a file changes is there at the next call.
+      // A kill at the call after an openat shows what the openat changed.
       injections: (call, k) => (call === 'openat' ? [] : [`signal=KILL:when=${k}`]),
       each: async (root, result, { call, k }) => {
         const isNew = pageText(root, 'alpha') === allowed.at(-1);

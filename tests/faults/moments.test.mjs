@@ -1,4 +1,4 @@
-// What others do between two calls of the program, at the moment at which it matters: the program is stopped there.
+// The program is stopped between two of its system calls, and another process acts at just that moment.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -9,7 +9,7 @@ import { holdWriteLock, makeFolder, pageAbout, program } from '../clients/wiki.m
 import { copyTree, hasFired, leftovers, ossilar, pageText, run, SECTION_SAVE } from './sweep.mjs';
 import { setLockTimeout, wikiWithAlpha } from './sweep.mjs';
 
-// A copy of the wiki. Copies alone are alike to the program: it reads what was changed just now once more.
+// The recording and the test both run in copies: in the wiki itself the program would read young files again.
 const copyOf = (t, wiki) => copyTree(wiki.root, join(makeFolder(t), 'copy'));
 
 const tracing = (call, root, args) => ['-f', '-y', '-e', `trace=flock,${call}`, program, '--repo', root, ...args];
@@ -85,7 +85,7 @@ test('a lock file removed between its opening and its locking is not taken as th
   assert.doesNotMatch(locked.at(-1), /deleted/);
 });
 
-// The draft looks at the page and then reads its section; the commit looks at it again.
+// The draft reads the page, then its section; the commit reads the page again.
 for (const nth of [1, 2, 3]) {
   test(`a manual edit at read ${nth} of a section's save is kept in the page`, async (t) => {
     const look = { call: 'openat2', wanted: /"alpha\.md"/, nth };
@@ -113,7 +113,7 @@ test('only the holder of the lock sets a damaged database aside', async (t) => {
   assert.equal((await ossilar(wiki.root, ['check', '--fix'])).code, 0);
 });
 
-// SQLite takes some of them for damage.
+// SQLite reports some failed reads as damage.
 test('a database is not set aside because one read failed', async (t) => {
   const wiki = wikiWithAlpha(t);
   const log = join(wiki.root, '.git/log');

@@ -84,7 +84,7 @@ async function faultAfter(root, texts, answered) {
   if (!texts.includes(pageText(root, 'alpha'))) return `neither old nor new: ${pageText(root, 'alpha')}`;
   if (broken(root).length > 0) return broken(root).join('\n');
   const found = await ossilar(root, ['check']);
-  // The file that the save replaced may be back: its removal is not worth a sync.
+  // The replaced file may be back, because its removal is not synced.
   const isWrong = found.stdout.split('\n').some((line) => !/^$|^leftover |^\d+ findings?;/.test(line));
   if (answered && found.code !== 0 && isWrong) return said('check after an answer', found);
   return faultAfterRepair(root);
@@ -147,7 +147,7 @@ for (const action of ACTIONS) {
   });
 }
 
-// That these cuts would show a save that does not sync: one whose syncs say that they did and do not.
+// Proves that the cuts find a save without syncs: here each sync reports success and does nothing.
 test('a save that is not synced is lost', async (t) => {
   const folder = scratchForDisks(t);
   const action = ACTIONS[0];

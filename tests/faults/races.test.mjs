@@ -65,7 +65,7 @@ const byCommand = (wiki, id, section) => async (said) => {
   return (await ossilar(wiki.root, args, text(id, section, said))).code === 0;
 };
 
-// Killed at some time, sooner or later in its work from round to round.
+// Killed after a time that grows from round to round.
 const byKilledCommand = (wiki, id, section) => async (said, round) => {
   const args = ['--repo', wiki.root, 'save', id, '--section', `Section ${section}`];
   const child = spawn(program, args, { stdio: ['pipe', 'ignore', 'ignore'] });
@@ -249,7 +249,7 @@ const editByRename = (file, said) => {
   fs.renameSync(aside, file);
 };
 
-// What somebody finds who looks for an edit.
+// Everything in which a user could find an edit.
 function textsOf(wiki) {
   const kept = join(wiki.root, '.ossilar/replaced');
   const names = fs.existsSync(kept) ? fs.readdirSync(kept, { recursive: true, withFileTypes: true }) : [];

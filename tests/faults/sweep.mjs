@@ -124,7 +124,7 @@ export function pagesAround(folder, world, { args, input }) {
   return [world, done].map((root) => pageText(root, 'alpha'));
 }
 
-// What index and manifest tell that the rows do not: a fault at every moment. `world` is the wiki before the save.
+// What index and manifest list and the rows do not, which is always a fault. `world` is the wiki before the save.
 // The database is looked at in a copy, so that what was left in its log stays for the program to find.
 export function listsAhead(root, world) {
   const read = (at, name) => (existsSync(join(at, name)) ? readFileSync(join(at, name), 'utf8') : '');

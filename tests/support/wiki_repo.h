@@ -14,7 +14,7 @@
 
 namespace ossilar::testing {
 
-// A save by the pipeline alone.
+// Saves by the pipeline alone, without turns and kept drafts.
 inline workers::wiki::Answer save(workers::wiki::Wiki& wiki, const std::string& page_id,
                                   const std::string& content, const std::optional<std::string>& section = {},
                                   const std::optional<std::string>& title = {}) {
@@ -37,7 +37,7 @@ inline workers::wiki::PageState state_of(workers::wiki::Wiki& wiki, const std::s
   return {};
 }
 
-// A save as sessions make it.
+// Saves as a session does.
 inline workers::wiki::SaveOutcome save_page(workers::wiki::Wiki& wiki,
                                             const workers::wiki::SaveRequest& request) {
   utils::Task task;

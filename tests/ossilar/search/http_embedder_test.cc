@@ -32,7 +32,7 @@ std::string vectors_for(const HttpServer::Request& request) {
   return HttpServer::ok(Map{{"data", data}}.dump());
 }
 
-// An embedder of the server that waits no time and writes the waits down.
+// An embedder of the server that records its waits instead of waiting.
 struct Embedding {
   explicit Embedding(const HttpServer& server, HttpEmbedderOptions options = {}) {
     if (options.url.empty()) options.url = server.url();
@@ -172,7 +172,7 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
-// A part of the key, or the key in another spelling, could not be found to be left out.
+// An answer may quote the key in part or in another spelling, which no filter would find.
 TEST(HttpEmbedder, ErrorsQuoteNoAnswerWhileAKeyIsInUse) {
   struct Case {
     std::string answer;
@@ -202,7 +202,7 @@ TEST(HttpEmbedder, LoopbackAddressesAreRecognised) {
     EXPECT_FALSE(parse_address(std::string("http://") + host + ":80/v1").is_loopback()) << host;
 }
 
-// Whatever the environment says: a proxy would see the key in clear.
+// Whatever the environment says: without encryption a proxy would see the key.
 TEST(HttpEmbedder, AProxyIsUsedForOtherMachinesOnly) {
   const HttpServer proxy(vectors_for);
   const HttpServer server(vectors_for);

@@ -129,8 +129,7 @@ TEST_F(IndexerTest, AConflictedPathIsThereOnceAndADamagedIndexIsAnError) {
   EXPECT_THROW(of.refresh(), utils::Error);
 }
 
-// Kinds of index that git has and its library does not: each is named, and what the message says to run
-// helps.
+// Kinds of index that libgit2 cannot read: the message names the kind and a command that helps.
 TEST_F(IndexerTest, AnIndexOfAnotherKindIsRefusedByNameWithAWayOut) {
   const std::pair<const char*, const char*> rows[] = {
       {"git -C r update-index --split-index", "a split index"},
@@ -271,7 +270,7 @@ TEST_F(IndexerTest, ReadSourceReadsOnlyRegularTextFilesBelowTheRoot) {
   EXPECT_EQ(read_source(root, std::string("d/ok\0", 5)), std::nullopt);
 }
 
-// What is done to a tree, and whether it is to be looked at again.
+// A change to a tree, and whether it requires another scan.
 struct Change {
   const char* what;
   const char* script;
@@ -312,7 +311,7 @@ const std::vector<Change> kChangesInGit{
     {"a text is written after more than the system tells", "cd src; seq 9000 | xargs touch; echo 1 > a.cc"},
 };
 
-// Which kind of tree it is done to.
+// The kind of tree that is changed.
 enum class In { folder, git, linked };
 
 class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change>> {
@@ -343,7 +342,7 @@ class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change
   Repository repo;
 };
 
-// Another change comes after it, as what a change does to the watches shows at the next one.
+// A second change follows, because a broken watch only shows at the next change.
 TEST_P(WatchedIndexerTest, NoticesTheChange) {
   const Change& change = std::get<1>(GetParam());
   Indexer watched({.root = root(), .excluded = {"wiki"}, .symbols = false, .watch = true});
@@ -384,7 +383,7 @@ TEST_F(IndexerTest, AWatchedTreeIsScannedAgainAfterAQuietMinute) {
   EXPECT_EQ(watched.looks(), 2);
 }
 
-// A link of another folder's name to a folder that is watched.
+// A tracked folder is replaced by a link to a folder that is watched.
 TEST_F(IndexerTest, NoticesAChangeInAWatchedFolderThatALinkLeadsTo) {
   const Repository repo;
   repo.run(
@@ -407,7 +406,7 @@ TEST_F(IndexerTest, ScansEveryTimeWhereNothingCanBeWatched) {
   EXPECT_EQ(watched.looks(), 2U);
 }
 
-// The system tells who watches a folder nothing of those above it.
+// inotify reports nothing about the folders above a watched one.
 TEST_F(IndexerTest, NoticesThatTheFolderAboveTheRootIsReplaced) {
   const Repository repo;
   repo.run("mkdir -p a/r new/r; echo 1 > a/r/file; echo 2 > new/r/file");
@@ -423,7 +422,7 @@ TEST_F(IndexerTest, NoticesThatTheFolderAboveTheRootIsReplaced) {
   expect_content("file", "1\n");
 }
 
-// As two that come within a tick of the file system's clock may be.
+// Two that are written within one tick of the file system's clock may have the same stamp.
 TEST_F(IndexerTest, NoticesAGitIndexWithTheStampOfTheOneBefore) {
   const Repository repo;
   repo.run(R"(git init -q; echo > a; echo > b; git add a; cp .git/index with_a

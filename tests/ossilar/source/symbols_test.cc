@@ -89,7 +89,7 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
 
 class SymbolToolTest : public SymbolsTest, public ::testing::WithParamInterface<bool> {};
 
-// Also for an indexer that is told of changes, to which the tool's coming is none.
+// Also with watches, which do not report that the tool was installed.
 TEST_P(SymbolToolTest, SymbolsAreReadOnceTheToolIsInstalledAndThenKept) {
   make_indexer(GetParam());
   root.write("a.py", "def f(): pass\n");

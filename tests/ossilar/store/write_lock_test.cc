@@ -75,7 +75,7 @@ TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
   EXPECT_EQ(busy_message(other, true), "");
 }
 
-// Nobody could end it: it has ended, and its parent has not looked yet.
+// A zombie: it has ended, and its parent has not waited for it yet.
 TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
   lock.acquire(false);
   const std::string line = dir.read("write.lock");
@@ -88,8 +88,8 @@ TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
   ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
 }
 
-// The child is forked while the lock is held, so it has a copy of the holder's descriptor; what was released
-// must be free all the same.
+// The child is forked while the lock is held and so inherits the holder's descriptor; a release must free the
+// lock all the same.
 TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   std::array<int, 2> pipe_ends{};
   ASSERT_EQ(pipe(pipe_ends.data()), 0);

@@ -152,7 +152,7 @@ TEST_F(StoreTest, ConcurrentWritersLoseNothingAndReadTheirOwnWrites) {
   EXPECT_EQ(store.get_wiki_pages("main").size(), kWriters * 4);
 }
 
-// SQLite refuses to write upon what was read before another's commit, and waits for nothing then.
+// SQLite refuses a write whose transaction read before another's commit, at once and without waiting.
 TEST_F(StoreTest, AWriteThatReadsFirstComesAfterAnothersCommit) {
   const std::int64_t key = store.upsert_wiki_page("main", "p", "P", {});
   expect_to_come_after_anothers_commit([&] { store.store_chunks(key, {chunk(0, "x")}, {}); });
@@ -213,8 +213,8 @@ TEST_F(PassagesTest, APassageIsDeletedWithTheLastPageThatHoldsIt) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 1);
 }
 
-// One statement a passage would take time by the square of their number: each that cascades ends with a walk
-// through all that the step has noted.
+// One statement per passage would take quadratic time: each cascade walks through all changes of the
+// savepoint.
 TEST_F(PassagesTest, AllPassagesOfAPageAreDeletedInOneStatement) {
   const auto count_deletions = [](unsigned, void* count, void* ended, void*) {
     const std::string_view text(sqlite3_sql(static_cast<sqlite3_stmt*>(ended)));
@@ -234,7 +234,7 @@ TEST_F(PassagesTest, AllPassagesOfAPageAreDeletedInOneStatement) {
   EXPECT_EQ(stored("SELECT count(*) FROM vectors"), 1);
 }
 
-// A new passage may take the place of one that goes: nothing of that one is to be taken for the new one's.
+// A new passage may reuse the slot of a deleted one and must not inherit its vectors or text.
 TEST_F(PassagesTest, ANewPassageInAReusedSlotInheritsNothing) {
   const auto key = put("a", {"x", "y"});
   store.add_vectors("m2", {{"x", {7}}, {"y", {8}}});

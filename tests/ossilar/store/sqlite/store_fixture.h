@@ -29,7 +29,7 @@ std::string refusal(Call call) {
 
 class StoreTest : public ::testing::Test {
  protected:
-  // A number as the file has it, whatever the store says.
+  // A number read from the file itself, past the store's snapshots.
   std::int64_t stored(const char* sql) {
     Connection connection(file, SQLite::OPEN_READONLY);
     Query query(connection, sql);

@@ -70,7 +70,7 @@ TEST_F(StoreTransactionTest, AFailedWriteIsTakenBackAlone) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 0);
 }
 
-// SQLite ends a transaction whose log it cannot write: what was written before is gone with it.
+// SQLite rolls back a transaction whose log it cannot write, with everything written before.
 TEST_F(StoreTransactionTest, AFailureThatRolledEverythingBackIsReported) {
   put(store, "before");
   {
@@ -100,7 +100,7 @@ TEST_F(StoreTransactionTest, ATransactionThatReadsFirstComesAfterAnothersCommit)
   });
 }
 
-// Who only reads is not to wait for a writer that hangs: what it would store beside is left.
+// A reader must not wait for a writer that hangs, so its source records are dropped.
 TEST_F(StoreTransactionTest, SourceRecordsAreNotStoredWhileAnotherProcessWrites) {
   Connection other(file, SQLite::OPEN_READWRITE);
   other.database().exec("BEGIN IMMEDIATE");

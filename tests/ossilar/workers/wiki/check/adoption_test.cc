@@ -1,4 +1,4 @@
-// What a clone, a merge and an older format make of page files: rows as they were, and nothing fresher.
+// A clone, a merge and an older format: adoption restores the rows and makes no page look fresher.
 #include "ossilar/workers/wiki/check/arrivals.h"
 
 #include <SQLiteCpp/Database.h>
@@ -35,7 +35,7 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
 
-// Every field of every row, but for the numbers that the database gives; by page id.
+// The fields of each row by page id, without the numbers that the database assigns.
 using Rows = std::map<std::string, std::map<std::string, std::string>>;
 
 Rows rows_in(const fs::path& root) {
@@ -95,7 +95,7 @@ TEST_F(AdoptionTest, GivesAClonesRowsFieldByField) {
   EXPECT_EQ(repo_.page("beta"), page) << "its title and links too";
 }
 
-// What the sources were is told by the page; what they were like, nobody knows any more.
+// The page records the hashes of its sources, but not their symbols or diagrams.
 TEST_F(AdoptionTest, GivesAStalePagesRowFromItsRecord) {
   Rows first = rows();
   repo_.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
@@ -163,7 +163,7 @@ TEST_F(AdoptionTest, KnowsAChosenTitleWithoutTheBlanksAroundIt) {
   EXPECT_EQ(rows_of_clone(), first);
 }
 
-// A save of the same text would write another file today; the sources are the same, and so is what they tell.
+// A save of the same text would write another link today, but the page is not stale.
 TEST_F(AdoptionTest, GivesAClonesRowsWhereATitleWasChosenAfterThePageWasSaved) {
   const auto wiki = repo_.open();
   ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Beta guide]."))));
@@ -172,7 +172,7 @@ TEST_F(AdoptionTest, GivesAClonesRowsWhereATitleWasChosenAfterThePageWasSaved) {
   EXPECT_EQ(rows_of_clone(), first);
 }
 
-// The wiki as the format before had it: pages without records, and a manifest that knows all of them.
+// A wiki of the former format: no page has a record, and the manifest lists everything.
 class FormerFormatTest : public AdoptionTest {
  protected:
   FormerFormatTest() {
@@ -254,7 +254,7 @@ TEST_F(FormerFormatTest, IsMigratedByTheNextCommandAfterAKill) {
   expect_migrated();
 }
 
-// What an editor writes while the page gets its record, and what a save that was killed left beside it.
+// An editor writes while the page gets its record, and a killed save left its former file.
 TEST_F(FormerFormatTest, IsMigratedWithoutLosingManualEdits) {
   make_rows_former();
   const fs::path page = repo_.dir / "wiki/pages/alpha.md";
@@ -271,7 +271,7 @@ TEST_F(FormerFormatTest, IsMigratedWithoutLosingManualEdits) {
   expect_migrated();
 }
 
-// With its row, and in a clone; a look that finds it broken still must not cost the entry either.
+// With its row, and in a clone. Checks that find the page unreadable must not lose its manifest entry.
 class UnreadableFormerPageTest : public FormerFormatTest, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {

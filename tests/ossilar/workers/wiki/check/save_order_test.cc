@@ -133,7 +133,7 @@ TEST_F(SaveOrderTest, AFailedIndexSkipsTheStateAndIsLogged) {
   EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
 }
 
-// After the rows are committed no failure is the save's any more.
+// Once the rows are committed, no later failure makes the save fail.
 TEST_F(SaveOrderTest, AFailureAfterTheCommitIsLoggedAndTheSaveSucceeds) {
   for (const char* const point : {"get_wiki_pages", "upsert_wiki_state"}) {
     SCOPED_TRACE(point);
@@ -151,7 +151,7 @@ TEST_F(SaveOrderTest, AFailureAfterTheCommitIsLoggedAndTheSaveSucceeds) {
   }
 }
 
-// The manifest still tells of the text before the last one when a save of that very text is cut short.
+// The outdated manifest lists "Before.", and a save of that very text is cut short.
 TEST_F(SaveOrderTest, AnOutdatedManifestOfOursAdoptsNoPage) {
   save_without_publication();
   const auto wiki = hooked([](const std::string& operation) {
@@ -170,7 +170,7 @@ TEST_F(SaveOrderTest, AnOutdatedManifestIsCorrectedByTheNextSaveOfAnyPage) {
   EXPECT_EQ(findings(), "");
 }
 
-// A step that was taken back has changed nothing that the next save compares with.
+// The rolled back step must not stay in the snapshot that the next save compares with.
 TEST_F(SaveOrderTest, ADigestIsStoredByTheNextSaveWhenItsStaleMarksFailed) {
   const auto wiki = repo_.open();
   ASSERT_TRUE(is_saved(save(*wiki, "overview", "All [src/alpha.cpp:L1].\n\n## X\n\nabout\n")));
@@ -182,8 +182,8 @@ TEST_F(SaveOrderTest, ADigestIsStoredByTheNextSaveWhenItsStaleMarksFailed) {
   EXPECT_EQ(findings(), "stale wiki/pages/overview.md");
 }
 
-// A draft of beta has read the rows and is held; another process saves gamma, whose digest a commit must
-// keep; alpha's commit reads the rows, and only then the draft goes on with what it read.
+// A draft of beta reads the rows and is held. Another process saves gamma, and alpha's commit reads the rows
+// again. The draft then goes on with its old rows, and gamma's digest must survive.
 TEST(SideBySide, ADraftDoesNotOverwriteDigestsThatACommitHasRead) {
   const WikiRepo repo("[[page]]\nid = \"gamma\"\ntype = \"module\"\nsources = [\"src/beta.cpp\"]\n");
   const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
@@ -307,7 +307,7 @@ TEST_F(SaveOrderTest, AManualEditBetweenDraftAndCommitIsDraftedAgain) {
   EXPECT_THAT(log_, ElementsAre("page 'alpha' changed while its save was drafted; drafting again"));
 }
 
-// The commit has looked at the file already; what a hand does then comes back when the files swap places.
+// The commit has checked the file already; swapping the files brings the later edit to light.
 TEST_F(SaveOrderTest, AManualEditDuringTheCommitIsKeptAndLogged) {
   bool has_looked = false;
   const auto wiki = hooked([&](const std::string& operation) {
@@ -321,7 +321,7 @@ TEST_F(SaveOrderTest, AManualEditDuringTheCommitIsKeptAndLogged) {
   EXPECT_THAT(findings(), IsEmpty());
 }
 
-// An editor that has the file open when it is replaced writes into what was kept, not into nothing.
+// An editor that has the replaced file open goes on writing into the copy that is kept.
 TEST_F(SaveOrderTest, WhatAnEditorWritesAfterTheReplacementIsKept) {
   const auto page = (repo_.dir / "wiki/pages/alpha.md").string();
   const utils::UniqueFd editor(open(page.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));

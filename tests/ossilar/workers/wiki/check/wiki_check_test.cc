@@ -237,7 +237,7 @@ TEST(WikiCheck, NamesEachFaultAndRepairsWhatNeedsNoAuthor) {
   }
 }
 
-// Its writer makes the file and locks it a moment later: here after the check has looked at it twice.
+// A writer creates its file and locks it a moment later: here after the check has opened it twice.
 TEST(WikiCheck, ATemporaryFileThatIsAboutToBeLockedIsNoLeftover) {
   const World world;
   const std::string name = "wiki/" + kTemporary;
@@ -293,7 +293,7 @@ TEST(WikiCheck, AManualEditMakesThePagesAboveStaleLikeASave) {
   EXPECT_THAT(names_of(world.check(true).findings), HasSubstr("stale wiki/pages/overview.md"));
 }
 
-// Another clone, which what is committed of the wiki goes to and comes from.
+// A second clone of the wiki, which takes single files from the first.
 struct Clone {
   explicit Clone(const World& world) : root(world.repo.dir.path().string() + "-clone") {
     fs::copy(world.repo.dir.path(), root, fs::copy_options::recursive);

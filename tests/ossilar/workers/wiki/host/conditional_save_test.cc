@@ -64,7 +64,7 @@ TEST_F(ConditionalSaves, AreRefusedAfterAManualEdit) {
   EXPECT_TRUE(save(version_in(refused), "Mine.").contains("saved")) << "who has seen it may replace it";
 }
 
-// Each check of the version is the last before one of these steps.
+// The save checks the version before each of these steps and must check it again after the edit.
 TEST_F(ConditionalSaves, AreRefusedAfterAManualEditDuringTheSave) {
   save("new");
   for (const std::string at : {"planning", "waiting for the write lock"}) {
@@ -119,7 +119,7 @@ TEST_F(ConditionalSaves, KeepTheNewestFiftyRefusedTexts) {
   EXPECT_EQ(save_page(*wiki_, {.page_id = "alpha", .content = " "}).kept, "") << "there is nothing to keep";
 }
 
-// The step at which each cancellation comes; from the last on it comes too late.
+// Cancels a save at its first step, at its second, and so on until the cancellation comes too late.
 TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
   for (int at = 1;; ++at) {
     const WikiRepo repo;

@@ -91,7 +91,7 @@ TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
   EXPECT_EQ(state_of(*wiki, "alpha").reason, "removed: src/alpha.cpp");
 }
 
-// Calls the embedder's work is counted by, and a hook that runs once, in the middle of the next draft.
+// Counts the calls of the embedder and runs a hook once, in the middle of the next draft.
 class WatchedEmbedder final : public search::Embedder {
  public:
   std::string model() const override { return inner_->model(); }
@@ -166,7 +166,7 @@ TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
 }
 
-// A hook that fails at one call of a save, counted over all that write.
+// A hook that fails at write number `fail_at` of a save.
 testing::StoreHook failing_at(int fail_at) {
   const auto calls = std::make_shared<int>(0);  // the store and its transactions count together
   return [fail_at, calls](const std::string& operation) {

@@ -11,7 +11,7 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// An embedder of another model, which fails after so many batches and does something at each.
+// An embedder of another model that fails after `batches_left` batches and calls `at_batch` at each.
 class OtherEmbedder final : public search::Embedder {
  public:
   std::string model() const override { return "other"; }

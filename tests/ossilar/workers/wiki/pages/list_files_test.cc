@@ -156,7 +156,7 @@ TEST_F(WikiListsTest, NoticeManifestsThatOthersWrote) {
   EXPECT_EQ(lists_.news().size(), 1U) << "a page that was awaited is there";
 }
 
-// What a manifest tells of: page ids with hashes.
+// The page ids and hashes that a manifest lists.
 std::string told_by(const std::string& text) {
   std::string told;
   for (const auto& [id, hashes] : read_manifest(text).described) {

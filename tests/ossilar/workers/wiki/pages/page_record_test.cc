@@ -1,4 +1,4 @@
-// What a page says of itself.
+// The record that each page carries about itself.
 #include "ossilar/workers/wiki/pages/page_record.h"
 
 #include <gmock/gmock.h>
