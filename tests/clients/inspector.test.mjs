@@ -21,42 +21,28 @@ async function inspect(wiki, method, ...options) {
   return JSON.parse(output);
 }
 
-const call = (wiki, name, args) =>
-  inspect(
-    wiki,
-    'tools/call',
-    '--tool-name',
-    name,
-    ...Object.entries(args).flatMap(([key, value]) => ['--tool-arg', `${key}=${value}`]),
-  );
+function call(wiki, name, args) {
+  const given = Object.entries(args).flatMap(([key, value]) => ['--tool-arg', `${key}=${value}`]);
+  return inspect(wiki, 'tools/call', '--tool-name', name, ...given);
+}
 
 test('inspector: lists, reads and gets', async (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
   const rows = [
-    { method: 'tools/list', key: 'tools', names: TOOLS },
-    { method: 'resources/list', key: 'resources', names: ['alpha'] },
-    { method: 'resources/templates/list', key: 'resourceTemplates', names: ['page', 'section', 'draft'] },
-    { method: 'prompts/list', key: 'prompts', names: ['write-page', 'refresh-stale'] },
+    ['tools/list', 'tools', TOOLS],
+    ['resources/list', 'resources', ['alpha']],
+    ['resources/templates/list', 'resourceTemplates', ['page', 'section', 'draft']],
+    ['prompts/list', 'prompts', ['write-page', 'refresh-stale']],
   ];
-  for (const { method, key, names } of rows) {
+  for (const [method, key, names] of rows) {
     const given = (await inspect(wiki, method))[key].map((each) => each.name);
-    assert.deepEqual(
-      names.filter((name) => !given.includes(name)),
-      [],
-      `${method}: ${given}`,
-    );
+    assert.deepEqual(given.sort(), names.toSorted(), method);
   }
   const { contents } = await inspect(wiki, 'resources/read', '--uri', 'ossilar://pages/alpha');
   assert.equal(contents[0].text, wiki.page('alpha'));
-  const { messages } = await inspect(
-    wiki,
-    'prompts/get',
-    '--prompt-name',
-    'write-page',
-    '--prompt-args',
-    'page_id=beta',
-  );
+  const prompt = ['--prompt-name', 'write-page', '--prompt-args', 'page_id=beta'];
+  const { messages } = await inspect(wiki, 'prompts/get', ...prompt);
   assert.match(messages[0].content.text, /src\/beta\.cpp/);
 });
 
@@ -67,11 +53,8 @@ test('inspector: saves, is refused, and numbers arrive as numbers', async (t) =>
   assert.match(refused.content[0].text, /0 valid citation/);
   const saved = await call(wiki, 'save_page', { page_id: 'alpha', content: pageAbout('alpha') });
   assert.ok(saved.structuredContent.saved, JSON.stringify(saved));
-  await call(wiki, 'save_page', {
-    page_id: 'alpha',
-    section: '## Section 1',
-    content: sectionText('alpha', 1, 'a=b'),
-  });
+  const section = { page_id: 'alpha', section: '## Section 1', content: sectionText('alpha', 1, 'a=b') };
+  await call(wiki, 'save_page', section);
   assert.match(wiki.page('alpha'), /a=b \[src\/alpha\.cpp:L2\]/);
   const listed = await call(wiki, 'list_pages', { limit: 1 });
   assert.equal(listed.structuredContent.pages.length, 1);

@@ -4,15 +4,8 @@ import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 import Ajv2020 from 'ajv/dist/2020.js';
 import addFormats from 'ajv-formats';
-import {
-  LATEST,
-  LATEST_WITH_INITIALIZE,
-  lineClient,
-  makeWiki,
-  pageAbout,
-  sectionText,
-  TOOLS,
-} from './wiki.mjs';
+import { LATEST, LATEST_WITH_INITIALIZE, lineClient, makeWiki } from './wiki.mjs';
+import { pageAbout, sectionText, TOOLS } from './wiki.mjs';
 
 const RESULTS = {
   initialize: 'InitializeResult',
@@ -43,17 +36,13 @@ const NOTIFICATIONS = {
 function validator(revision) {
   const ajv = new Ajv2020({ strict: false, allErrors: true });
   addFormats(ajv);
-  ajv.addSchema(
-    JSON.parse(readFileSync(new URL(`schemas/${revision}.json`, import.meta.url), 'utf8')),
-    'schema',
-  );
+  const file = new URL(`schemas/${revision}.json`, import.meta.url);
+  ajv.addSchema(JSON.parse(readFileSync(file, 'utf8')), 'schema');
   return (name, value, about) => {
     const validate = ajv.getSchema(`schema#/$defs/${name}`);
     assert.ok(validate, `the schema of ${revision} has ${name}`);
-    assert.ok(
-      validate(value),
-      `${about}: no ${name}: ${ajv.errorsText(validate.errors)}\n${JSON.stringify(value)}`,
-    );
+    const isValid = validate(value);
+    assert.ok(isValid, `${about}: no ${name}: ${ajv.errorsText(validate.errors)}\n${JSON.stringify(value)}`);
   };
 }
 
@@ -85,35 +74,35 @@ function checkStructured(client, message, tools) {
 
 const PAGE = 'ossilar://pages/alpha';
 
+const call = (name, args = {}) => ['tools/call', { name, arguments: args }];
+const callWithMeta = (name, args, _meta) => ['tools/call', { name, arguments: args, _meta }];
+const complete = (prompt, name, value, context) => [
+  'completion/complete',
+  { ref: { type: 'ref/prompt', name: prompt }, argument: { name, value }, context },
+];
+const ALPHA = { page_id: 'alpha' };
+const SECTION = { page_id: 'alpha', section: 'Section 1' };
+
 // All that there is to ask, well and badly; every row is one request, in order.
 const COMMON = [
   ['tools/list'],
-  ['tools/call', { name: 'list_pages', arguments: {} }],
-  ['tools/call', { name: 'list_pages', arguments: { state: 'missing', limit: 1 } }],
-  ['tools/call', { name: 'list_pages', arguments: { limit: 'many' } }],
-  ['tools/call', { name: 'page_context', arguments: { page_id: 'alpha' } }],
-  ['tools/call', { name: 'page_context', arguments: { page_id: 'nope' } }],
-  ['tools/call', { name: 'save_page', arguments: { page_id: 'alpha', content: 'no citation' } }],
-  ['tools/call', { name: 'save_page', arguments: { page_id: 'alpha', content: pageAbout('alpha') } }],
-  [
-    'tools/call',
-    { name: 'save_page', arguments: { page_id: 'alpha', content: pageAbout('alpha'), if_version: 'old' } },
-  ],
-  ['tools/call', { name: 'save_page', arguments: { page_id: 'alpha', section: 'Nope', content: 'x' } }],
-  [
-    'tools/call',
-    {
-      name: 'save_page',
-      arguments: { page_id: 'alpha', section: 'Section 1', content: sectionText('alpha', 1, 'new') },
-    },
-  ],
-  ['tools/call', { name: 'save_page', arguments: {} }],
-  ['tools/call', { name: 'read_page', arguments: { page_id: 'alpha' } }],
-  ['tools/call', { name: 'read_page', arguments: { page_id: 'alpha', section: 'Section 1' } }],
-  ['tools/call', { name: 'read_page', arguments: { page_id: 'beta' } }],
-  ['tools/call', { name: 'wiki_status', arguments: {} }],
-  ['tools/call', { name: 'search_wiki', arguments: { query: 'alpha' } }],
-  ['tools/call', { name: 'no_such_tool', arguments: {} }],
+  call('list_pages'),
+  call('list_pages', { state: 'missing', limit: 1 }),
+  call('list_pages', { limit: 'many' }),
+  call('page_context', ALPHA),
+  call('page_context', { page_id: 'nope' }),
+  call('save_page', { ...ALPHA, content: 'no citation' }),
+  call('save_page', { ...ALPHA, content: pageAbout('alpha') }),
+  call('save_page', { ...ALPHA, content: pageAbout('alpha'), if_version: 'old' }),
+  call('save_page', { ...ALPHA, section: 'Nope', content: 'x' }),
+  call('save_page', { ...SECTION, content: sectionText('alpha', 1, 'new') }),
+  call('save_page'),
+  call('read_page', ALPHA),
+  call('read_page', SECTION),
+  call('read_page', { page_id: 'beta' }),
+  call('wiki_status'),
+  call('search_wiki', { query: 'alpha' }),
+  call('no_such_tool'),
   ['resources/list'],
   ['resources/list', { cursor: 'no cursor' }],
   ['resources/templates/list'],
@@ -126,22 +115,9 @@ const COMMON = [
   ['prompts/get', { name: 'write-page', arguments: {} }],
   ['prompts/get', { name: 'refresh-stale', arguments: {} }],
   ['prompts/get', { name: 'no-such-prompt' }],
-  [
-    'completion/complete',
-    { ref: { type: 'ref/prompt', name: 'write-page' }, argument: { name: 'page_id', value: 'al' } },
-  ],
-  [
-    'completion/complete',
-    {
-      ref: { type: 'ref/prompt', name: 'write-page' },
-      argument: { name: 'section', value: '' },
-      context: { arguments: { page_id: 'alpha' } },
-    },
-  ],
-  [
-    'completion/complete',
-    { ref: { type: 'ref/prompt', name: 'nope' }, argument: { name: 'page_id', value: '' } },
-  ],
+  complete('write-page', 'page_id', 'al'),
+  complete('write-page', 'section', '', { arguments: ALPHA }),
+  complete('nope', 'page_id', ''),
   ['no/such/method'],
 ];
 
@@ -180,18 +156,14 @@ function checkAll(revision, client) {
 test('every message of a session with initialize fits the schema of 2025-11-25', async (t) => {
   const wiki = makeWiki(t);
   const client = await lineClient(t, wiki, LATEST_WITH_INITIALIZE);
-  await converse(client, COMMON);
-  await converse(client, WITH_INITIALIZE);
-  client.start('tools/call', {
-    name: 'save_page',
-    arguments: { page_id: 'alpha', content: pageAbout('alpha', 3) },
-    _meta: { progressToken: 'p' },
-  });
+  await converse(client, [...COMMON, ...WITH_INITIALIZE]);
+  client.start(
+    ...callWithMeta('save_page', { ...ALPHA, content: pageAbout('alpha', 3) }, { progressToken: 'p' }),
+  );
   await client.notification('notifications/resources/updated');
   for (const line of MALFORMED) client.send(line);
-  await client.until(
-    () => client.messages.filter((message) => message.error && message.id === undefined).length >= 4,
-  );
+  const unread = () => client.messages.filter((message) => message.error && message.id === undefined);
+  await client.until(() => unread().length >= 4);
   await client.request('resources/unsubscribe', { uri: PAGE });
   assert.deepEqual(await client.end(), { code: 0, signal: null });
   checkAll(LATEST_WITH_INITIALIZE, client);
@@ -200,12 +172,8 @@ test('every message of a session with initialize fits the schema of 2025-11-25',
 test('every message of a session without initialize fits the schema of 2026-07-28', async (t) => {
   const wiki = makeWiki(t);
   const client = await lineClient(t, wiki, LATEST);
-  await converse(client, COMMON);
-  await converse(client, [
-    ['ping'],
-    ['logging/setLevel', { level: 'info' }],
-    ['resources/subscribe', { uri: PAGE }],
-  ]);
+  const removed = [['ping'], ['logging/setLevel', { level: 'info' }], ['resources/subscribe', { uri: PAGE }]];
+  await converse(client, [...COMMON, ...removed]);
   client.start('subscriptions/listen', {
     notifications: { resourcesListChanged: true, resourceSubscriptions: [PAGE], toolsListChanged: true },
   });
@@ -214,24 +182,17 @@ test('every message of a session without initialize fits the schema of 2026-07-2
   await client.notification('notifications/resources/updated');
   await client.call('save_page', { page_id: 'beta', content: pageAbout('beta') });
   await client.notification('notifications/resources/list_changed');
-  await client.request('tools/call', {
-    name: 'save_page',
-    arguments: { page_id: 'beta', content: pageAbout('beta', 3) },
-    _meta: { progressToken: 0, 'io.modelcontextprotocol/logLevel': 'debug' },
-  });
+  const meta = { progressToken: 0, 'io.modelcontextprotocol/logLevel': 'debug' };
+  await client.request(...callWithMeta('save_page', { page_id: 'beta', content: pageAbout('beta', 3) }, meta));
   assert.deepEqual(await client.end(), { code: 0, signal: null });
   checkAll(LATEST, client);
 
-  const errors = (method) =>
-    client.messages
-      .filter((each) => client.sent.get(each.id)?.method === method)
-      .map((each) => each.error?.code);
-  for (const removed of ['ping', 'logging/setLevel', 'resources/subscribe'])
-    assert.deepEqual(errors(removed), [-32601], removed);
-  assert.ok(
-    !client.messages.some((each) => each.error?.code === -32002),
-    'a code that the revision no longer has',
-  );
+  for (const [method] of removed) {
+    const replies = client.messages.filter((each) => client.sent.get(each.id)?.method === method);
+    assert.deepEqual(replies.map((each) => each.error?.code), [-32601], method);
+  }
+  const codes = client.messages.map((each) => each.error?.code);
+  assert.ok(!codes.includes(-32002), 'a code that the revision no longer has');
 });
 
 test('a request without a revision, or with one that is not served, is refused', async (t) => {

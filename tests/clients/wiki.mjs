@@ -22,10 +22,16 @@ const config = ['alpha', 'beta']
   .map((id) => `[[page]]\nid = "${id}"\ntitle = "${id}"\ntype = "module"\nsources = ["src/${id}.cpp"]\n`)
   .join('');
 
-// A git repository with two sources and a wiki that plans the pages alpha and beta; gone when test `t` ends.
+// An empty folder that is removed when test `t` ends.
+export function makeFolder(t) {
+  const folder = realpathSync(mkdtempSync(join(tmpdir(), 'ossilar-test-')));
+  t.after(() => rmSync(folder, { recursive: true, force: true }));
+  return folder;
+}
+
+// A git repository with two sources and a wiki that plans the pages alpha and beta; removed when test `t` ends.
 export function makeWiki(t) {
-  const root = realpathSync(mkdtempSync(join(tmpdir(), 'ossilar-clients-')));
-  t.after(() => rmSync(root, { recursive: true, force: true }));
+  const root = makeFolder(t);
   const write = (path, text) => {
     mkdirSync(dirname(join(root, path)), { recursive: true });
     writeFileSync(join(root, path), text);
@@ -63,7 +69,7 @@ export function pageAbout(word, sections = 2, said = 'first') {
 
 export const sectionText = (word, i, said) => `${said} ${citation(word, i)}\n`;
 
-// The program holds its lock with flock(2); so does this until the function it gives is called.
+// Holds the write lock with flock(2), as the program does, until the returned function is called.
 export async function holdWriteLock(wiki) {
   const holder = spawn('flock', [join(wiki.root, '.ossilar/write.lock'), '-c', 'echo held; read line'], {
     stdio: ['pipe', 'pipe', 'inherit'],
@@ -78,6 +84,11 @@ export async function holdWriteLock(wiki) {
     await gone;
   };
 }
+
+export const numbers = (count) => Array.from({ length: count }, (_, i) => i);
+
+// Whether a reply acknowledges a save.
+export const isSaved = (reply) => reply.result?.isError !== true && reply.result?.structuredContent?.saved === true;
 
 // A client without any library: sends objects as lines and keeps every line that comes back.
 export class LineClient {

@@ -23,12 +23,26 @@ export function scratchForDisks(t) {
 // What is not synced stays in memory for as long as a test lasts, and renaming over a file does not sync it by the way.
 const IMAGE_OPTIONS = 'loop,commit=600,noauto_da_alloc';
 
-// An ext4 file system in a file, which can be cut off its power.
-export class Image {
-  constructor(file, folder) {
-    this.file = file;
+class Disk {
+  constructor(folder) {
     this.folder = folder;
     mkdirSync(folder, { recursive: true });
+  }
+
+  unmount() {
+    command('umount', this.folder);
+  }
+
+  setReadOnly(isReadOnly) {
+    command('mount', '-o', `remount,${isReadOnly ? 'ro' : 'rw'}`, this.folder);
+  }
+}
+
+// An ext4 file system in a file, which can be cut off its power.
+export class Image extends Disk {
+  constructor(file, folder) {
+    super(folder);
+    this.file = file;
   }
 
   static make(file, folder, ...options) {
@@ -46,20 +60,12 @@ export class Image {
     command('mount', '-o', IMAGE_OPTIONS, this.file, this.folder);
   }
 
-  unmount() {
-    command('umount', this.folder);
-  }
-
   cutPower(journal) {
     command(process.env.OSSILAR_SHUTDOWN_FS, this.folder, journal);
   }
 
   remove() {
     rmSync(this.file);
-  }
-
-  setReadOnly(isReadOnly) {
-    command('mount', '-o', `remount,${isReadOnly ? 'ro' : 'rw'}`, this.folder);
   }
 
   // Leaves so many blocks free, or all of them.
@@ -82,22 +88,9 @@ export class Image {
 }
 
 // A file system in memory.
-export class Memory {
-  constructor(folder) {
-    this.folder = folder;
-    mkdirSync(folder, { recursive: true });
-  }
-
+export class Memory extends Disk {
   mount() {
     command('mount', '-t', 'tmpfs', '-o', 'size=64M,nr_inodes=100000', 'none', this.folder);
-  }
-
-  unmount() {
-    command('umount', this.folder);
-  }
-
-  setReadOnly(isReadOnly) {
-    command('mount', '-o', `remount,${isReadOnly ? 'ro' : 'rw'}`, this.folder);
   }
 
   leaveBlocks(count) {

@@ -2,15 +2,12 @@
 // reason, nothing that was saved is lost, and once there is room everything works again, in a session that was open all
 // the while too.
 import assert from 'node:assert/strict';
-import { cpSync, readFileSync, rmSync } from 'node:fs';
+import { readFileSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { LATEST, lineClient, makeWiki, pageAbout, program } from '../clients/wiki.mjs';
+import { LATEST, lineClient, pageAbout, program } from '../clients/wiki.mjs';
 import { Image, Memory, scratchForDisks } from './disk.mjs';
-import { leftovers, ossilar, pageText } from './sweep.mjs';
-
-// What may be behind although a save succeeded: it says in a warning that these could not be refreshed.
-const BEST_EFFORT = ['index', 'manifest', 'leftover'];
+import { BEST_EFFORT, copyTree, faultAfterRepair, findingsOf, ossilar, pageText, said, wikiWithAlpha } from './sweep.mjs';
 
 // Levels after the first at which everything succeeds.
 const LEVELS_OF_SUCCESS = 3;
@@ -24,8 +21,7 @@ const NEW = pageAbout('alpha', 40, 'a longer second text');
 
 // A disk that holds a wiki; `restore()` makes it anew.
 function diskWithWiki(t, disk) {
-  const wiki = makeWiki(t);
-  wiki.save('alpha', OLD);
+  const wiki = wikiWithAlpha(t);
   disk.mount();
   const root = join(disk.folder, 'wiki');
   return {
@@ -33,26 +29,19 @@ function diskWithWiki(t, disk) {
     old: pageText(wiki.root, 'alpha'),
     restore: () => {
       rmSync(root, { recursive: true, force: true });
-      cpSync(wiki.root, root, { recursive: true, preserveTimestamps: true });
+      copyTree(wiki.root, root);
     },
   };
 }
 
-const said = (what, result) => `${what}: exit ${result.code ?? result.signal}\n${result.stdout}${result.stderr}`;
-
 const isNew = (root) => pageText(root, 'alpha')?.includes('a longer second text') === true;
-
-async function kindsFound(root) {
-  const { stdout } = await ossilar(root, ['--json', 'check']);
-  return JSON.parse(stdout).findings.map((finding) => finding.kind);
-}
 
 // What is wrong with how a save ended, as a text, or "".
 async function faultOf(world, result, reason) {
   const page = pageText(world.root, 'alpha');
   if (result.code === 0) {
     if (!isNew(world.root)) return said('saved, and the page is not there', result);
-    const found = (await kindsFound(world.root)).filter((kind) => !BEST_EFFORT.includes(kind));
+    const found = (await findingsOf(world.root)).map(({ kind }) => kind).filter((kind) => !BEST_EFFORT.includes(kind));
     return found.length === 0 ? '' : said(`saved, and ${found}`, result);
   }
   if (result.code !== 3) return said('neither saved nor a failure', result);
@@ -66,17 +55,10 @@ async function faultOf(world, result, reason) {
 }
 
 // The same once there is room again.
-async function faultAfterwards(root) {
-  const fixed = await ossilar(root, ['check', '--fix']);
-  if (fixed.code !== 0) return said('check --fix', fixed);
-  if (leftovers(root).length > 0) return `left: ${leftovers(root)}`;
-  const saved = await ossilar(root, ['save', 'alpha'], NEW);
-  if (saved.code !== 0 || !isNew(root)) return said('the save with room', saved);
-  const clean = await ossilar(root, ['check']);
-  return clean.code === 0 ? '' : said('check', clean);
-}
+const faultAfterwards = async (root) =>
+  (await faultAfterRepair(root, 'alpha', NEW)) || (isNew(root) ? '' : 'the save with room is not there');
 
-// `leave(count)` leaves that much. From none on one more each time, until every save succeeds.
+// Saves with nothing free, then with `step` more each time, until every save succeeds. `leave(count)` frees that much.
 async function saveAtEveryLevel(t, what, world, { leave, step, reason }) {
   const results = [];
   let inRow = 0;
@@ -98,7 +80,7 @@ async function saveAtEveryLevel(t, what, world, { leave, step, reason }) {
   assert.deepEqual(bad, []);
 }
 
-// What is free of an ext4 disk is not all to be had: 2 % of it are put by for what the writing itself needs.
+// ext4 keeps 2 % of the free blocks back for its own writing, so not all that is free can be used.
 const DISKS = [
   { name: 'a disk in memory', step: 1, make: (folder) => new Memory(join(folder, 'disk')) },
   {
@@ -109,15 +91,8 @@ const DISKS = [
 ];
 
 const COMMANDS = [
-  ['status'],
-  ['plan'],
-  ['show', 'alpha'],
-  ['search', 'alpha'],
-  ['context', 'alpha'],
-  ['save', 'alpha'],
-  ['check'],
-  ['check', '--fix'],
-  ['init'],
+  ...[['status'], ['plan'], ['show', 'alpha'], ['search', 'alpha'], ['context', 'alpha'], ['save', 'alpha']],
+  ...[['check'], ['check', '--fix'], ['init']],
 ];
 
 for (const { name, step, make } of DISKS) {
@@ -131,13 +106,10 @@ for (const { name, step, make } of DISKS) {
     saveAtEveryLevel(t, `${name}, full`, world, { leave: (blocks) => disk.leaveBlocks(blocks), step, reason: FULL }),
   );
 
-  diskTest('no more files', (t, disk, world) =>
-    saveAtEveryLevel(t, `${name}, no more files`, world, {
-      leave: (count) => disk.leaveInodes(count),
-      step: 1,
-      reason: NO_FILE,
-    }),
-  );
+  diskTest('no more files', (t, disk, world) => {
+    const leave = (count) => disk.leaveInodes(count);
+    return saveAtEveryLevel(t, `${name}, no more files`, world, { leave, step: 1, reason: NO_FILE });
+  });
 
   diskTest('full under a session', async (t, disk, world) => {
     world.restore();

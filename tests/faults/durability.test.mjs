@@ -26,7 +26,7 @@ function readCall(line) {
   return { name, path: pathOf(args[0]), isAnswer };
 }
 
-// A call that others came in between stands in the log twice: it counts when it is done, and an answer when it begins.
+// An interrupted call has two lines in the log: it counts at its second, an answer at its first.
 function readCalls(log) {
   const begun = new Map();
   const calls = [];
@@ -34,10 +34,8 @@ function readCalls(log) {
     const [, thread, start] = /^(\d+)\s+(.*) <unfinished \.\.\.>$/.exec(line) ?? [];
     const [, resumed, end] = /^(\d+)\s+<\.\.\. \w+ resumed>(.*)$/.exec(line) ?? [];
     if (thread && !/^write\(\d+<(pipe|socket):/.test(start)) begun.set(thread, start);
-    else
-      calls.push(
-        readCall(thread ? `${thread} ${start}) = 0` : resumed ? `${resumed} ${begun.get(resumed)}${end}` : line),
-      );
+    else if (thread) calls.push(readCall(`${thread} ${start}) = 0`));
+    else calls.push(readCall(resumed ? `${resumed} ${begun.get(resumed)}${end}` : line));
   }
   return calls.filter(Boolean);
 }
@@ -91,7 +89,7 @@ function broken(calls) {
 const isLogWrite = (call) => call.path?.endsWith('/index.db-wal') && isWrite(call, call.path);
 const isPlaced = (call, name) => call.name === 'renameat' && call.to.endsWith(name);
 
-// From where on only the state is written, which needs no sync: it comes after the lists.
+// The place after the lists, from which on only the state is written, which needs no sync.
 function stateFrom(calls) {
   const listed = calls.findLastIndex((call) => isPlaced(call, '/wiki/manifest.json'));
   return listed < 0 ? calls.length : listed;
@@ -106,14 +104,10 @@ function assertOrder(calls, what) {
   const manifest = calls.findIndex((call) => isPlaced(call, '/wiki/manifest.json'));
   const state = calls.findIndex((call, i) => i > manifest && isLogWrite(call));
   const lists = index < 0 ? [manifest] : [index, manifest]; // an index that reads the same is left alone
-  // A state that reads as before, in the same second, is no write.
+  // A state that is the same, in the same second, is not written.
   const order = [page, row, synced, ...lists, ...(state < 0 ? [] : [state])];
   assert.ok(order.every((at, i) => at >= 0 && (i === 0 || at > order[i - 1])), `${what}: ${order}`);
-  assert.equal(
-    calls.slice(0, page).some(isLogWrite),
-    false,
-    `${what}: nothing of the row is written before the page is in place`,
-  );
+  assert.ok(!calls.slice(0, page).some(isLogWrite), `${what}: no row is written before the page is in place`);
 }
 
 const renamed = (calls) => calls.filter((call) => call.name === 'renameat').map((call) => call.to);
@@ -132,14 +126,13 @@ test('everything a save writes is on disk before its answer', (t) => {
     assert.ok(wrote(calls), `${what}: its row is written`);
     assert.deepEqual(broken(calls), [], what);
     assertOrder(calls, what);
-    t.diagnostic(
-      `${what}: ${calls.length} calls, ${calls.filter((call) => /sync/.test(call.name)).length} syncs, nothing left`,
-    );
+    const syncs = calls.filter((call) => /sync/.test(call.name));
+    t.diagnostic(`${what}: ${calls.length} calls, ${syncs.length} syncs, nothing left`);
   }
 });
 
-// A command ends before it answers, and its end empties the log of the database; a session goes on.
-test('so is what a session saves', async (t) => {
+// A command ends before it answers and checkpoints the database; a session goes on.
+test('everything a session saves is on disk before its answer', async (t) => {
   const wiki = makeWiki(t);
   const client = new LineClient({ server: { command: 'strace', args: traced(wiki, ['mcp']) } });
   client.revision = LATEST;
@@ -152,7 +145,7 @@ test('so is what a session saves', async (t) => {
   assertOrder(calls, 'a session');
 });
 
-// The lists may fail, and the copy of what the page held: the page is saved even so.
+// A failure of the lists or of the copy of the former text does not make the save fail.
 test('a save that could not sync is not acknowledged', async (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
@@ -165,33 +158,27 @@ test('a save that could not sync is not acknowledged', async (t) => {
       const { code } = await run('strace', traced(wiki, ['save', 'alpha'], inject), { input });
       if (!readFileSync(logOf(wiki), 'utf8').includes('INJECTED')) break;
       codes.push(code);
-      if (code === 0)
-        assert.deepEqual(
-          broken(callsBeforeAnswer(wiki)).filter((fault) => !isGenerated(fault)),
-          [],
-        );
+      if (code !== 0) continue;
+      assert.deepEqual(broken(callsBeforeAnswer(wiki)).filter((fault) => !isGenerated(fault)), []);
     }
   }
   t.diagnostic(`${codes.length} syncs failed, ${codes.filter(Boolean).length} saves were not acknowledged`);
   assert.ok(codes.filter(Boolean).length >= 3, 'file, folder and row');
 });
 
-test('so is what a refused save keeps, and what a repair makes', (t) => {
+test('the text of a refused save and the files of a repair are on disk before the answer', (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
   spawnSync('strace', traced(wiki, ['save', 'beta']), { input: 'no citation' });
   const refused = callsBeforeAnswer(wiki);
-  assert.ok(
-    renamed(refused).some((path) => path.includes('/drafts/')),
-    'the text is kept',
-  );
+  assert.match(renamed(refused).join(), /\/drafts\//, 'the text is kept');
   assert.deepEqual(broken(refused), []);
   execFileSync('sed', ['-i', 's/first/second/', join(wiki.root, 'wiki/pages/alpha.md')]);
   assert.deepEqual(broken(callsOf(wiki, ['check', '--fix'], '')), []);
 });
 
-// exFAT and its like refuse to swap two files, others even to put one where none may be; some know no second names.
-test('a hand keeps its edit where the file system cannot swap files', async (t) => {
+// exFAT and the like cannot exchange two files, others know no RENAME_NOREPLACE, some no hard links.
+test('a save keeps a manual edit where the file system cannot swap two files', async (t) => {
   const refusals = [
     ['no swap', ['renameat2:error=EINVAL:when=2']],
     ['no swap, no second names', ['renameat2:error=EINVAL:when=2', 'linkat:error=EPERM']],

@@ -5,33 +5,33 @@
 // most calls, one in turn alone. With OSSILAR_SWEEP=all it meets every error in both ways, EINTR once only: for ever, it
 // would be waited out.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
-import { appendFileSync, cpSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { appendFileSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
-import { listsAhead, ossilar, pageText, scratch, sweep } from './sweep.mjs';
+import { makeFolder } from '../clients/wiki.mjs';
+import {
+  BEST_EFFORT,
+  copyTree,
+  findingsOf,
+  listsAhead,
+  ossilar,
+  pagesAround,
+  pageText,
+  PAGE_SAVE,
+  said,
+  SECTION_SAVE,
+  sweep,
+  wikiWithAlpha,
+} from './sweep.mjs';
 
-const ALWAYS = [
-  ['EIO', ''],
-  ['ENOSPC', '+'],
-];
-const IN_TURN = [
-  ['EINTR', ''],
-  ['EACCES', ''],
-  ['EMFILE', '+'],
-  ['EIO', '+'],
-  ['ENOSPC', ''],
-  ['EACCES', '+'],
-  ['EMFILE', ''],
-];
+const ALWAYS = ['EIO', 'ENOSPC+'];
+const IN_TURN = ['EINTR', 'EACCES', 'EMFILE+', 'EIO+', 'ENOSPC', 'EACCES+', 'EMFILE'];
 const errorsAt = (k, always) =>
   process.env.OSSILAR_SWEEP === 'all' ? [...ALWAYS, ...IN_TURN] : [...always, IN_TURN[k % IN_TURN.length]];
 
-const injections = (always) => (call, k) => errorsAt(k, always).map(([error, on]) => `error=${error}:when=${k}${on}`);
-
-// What may be wrong although a save succeeded: it says that these could not be refreshed.
-const BEST_EFFORT = ['index', 'manifest', 'leftover'];
+// "EIO+" is EIO from then on.
+const injections = (always) => (call, k) =>
+  errorsAt(k, always).map((error) => error.replace(/^(\w+)(\+?)$/, `error=$1:when=${k}$2`));
 
 // A citation whose lines could not be read just then is stored without their hash.
 const plain = (text) => text?.replaceAll(/, "text": "[0-9a-f]+"/g, '');
@@ -39,9 +39,7 @@ const plain = (text) => text?.replaceAll(/, "text": "[0-9a-f]+"/g, '');
 // Whether a fresh process finds the page and all that belongs to it, or nothing to be repaired.
 async function isStored(root, text, mayBeLeft) {
   if (text !== undefined && plain(pageText(root, 'alpha')) !== plain(text)) return false;
-  const { stdout } = await ossilar(root, ['--json', 'check']);
-  const { findings } = JSON.parse(stdout);
-  return findings?.every((finding) => mayBeLeft.includes(finding.kind));
+  return (await findingsOf(root))?.every((finding) => mayBeLeft.includes(finding.kind));
 }
 
 // A repair that could not look somewhere may name what it found there as left.
@@ -49,34 +47,28 @@ const namesWhatFailed = ({ code, stdout, stderr }) =>
   (code === 1 && /^\d+ findings?\b/m.test(stdout)) ||
   stderr.split('\n').some((line) => /^ossilar|error while loading/.test(line) && /\/|standard output/.test(line));
 
-// Nothing can be said where nothing can be written.
+// A program that cannot write cannot report the failure.
 const isSpeechless = ({ call, injection }) => call === 'write' && injection.endsWith('+');
 
 // The faults of one run, as lines.
 async function faultsOf(root, result, point, { what, world, before, after, mayBeLeft = BEST_EFFORT }) {
-  const where = `${what}, ${point.call}:${point.injection}`;
-  const said = `${where}: exit ${result.code}\n${result.stdout}${result.stderr}`;
-  if (result.code === 0) return (await isStored(root, after, mayBeLeft)) ? {} : { lie: said };
-  if (!namesWhatFailed(result) && !isSpeechless(point)) return { unnamed: said };
+  const ended = said(`${what}, ${point.call}:${point.injection}`, result);
+  if (result.code === 0) return (await isStored(root, after, mayBeLeft)) ? {} : { lie: ended };
+  if (!namesWhatFailed(result) && !isSpeechless(point)) return { unnamed: ended };
   const ahead = what.includes('save') ? listsAhead(root, world) : '';
-  if (ahead) return { bad: `${said}\n${ahead}` };
+  if (ahead) return { bad: `${ended}\n${ahead}` };
   const text = pageText(root, 'alpha');
-  if (after !== undefined && ![before, after].map(plain).includes(plain(text))) return { bad: `${said}\n${text}` };
+  if (after !== undefined && ![before, after].map(plain).includes(plain(text))) return { bad: `${ended}\n${text}` };
   const fixed = await ossilar(root, after === undefined ? ['init'] : ['check', '--fix']);
-  return fixed.code === 0 ? {} : { bad: `${said}\nthen: ${fixed.stdout}${fixed.stderr}` };
+  return fixed.code === 0 ? {} : { bad: `${ended}\nthen: ${fixed.stdout}${fixed.stderr}` };
 }
 
-async function refuseEveryCall(t, what, { folder, world, action, always = ALWAYS, ...expected }) {
-  const results = await sweep({
-    folder,
-    world,
-    action,
-    injections: injections(always),
-    each: async (root, result, point) => ({
-      code: result.code,
-      ...(await faultsOf(root, result, point, { what, world, ...expected })),
-    }),
+async function refuseEveryCall(t, { what, folder, world, args, input, always = ALWAYS, ...expected }) {
+  const each = async (root, result, point) => ({
+    code: result.code,
+    ...(await faultsOf(root, result, point, { what, world, ...expected })),
   });
+  const results = await sweep({ folder, world, action: { args, input }, injections: injections(always), each });
   const all = (kind) => results.map((result) => result[kind]).filter(Boolean);
   const [lies, unnamed, bad] = [all('lie'), all('unnamed'), all('bad')];
   const done = results.filter((result) => result.code === 0).length;
@@ -90,50 +82,37 @@ async function refuseEveryCall(t, what, { folder, world, action, always = ALWAYS
   assert.deepEqual(bad, []);
 }
 
-const ACTIONS = [
-  ['a save', { args: ['save', 'alpha'], input: pageAbout('alpha', 4, 'second') }],
-  ['a section save', { args: ['save', 'alpha', '--section', 'Section 1'], input: sectionText('alpha', 1, 'second') }],
-];
-
-function worldWith(t, folder, damage = () => {}) {
-  const wiki = makeWiki(t);
-  wiki.save('alpha', pageAbout('alpha', 3));
+function worldIn(t, folder, damage = () => {}) {
+  const wiki = wikiWithAlpha(t);
   damage(wiki);
-  const world = join(folder, 'world');
-  cpSync(wiki.root, world, { recursive: true, preserveTimestamps: true });
-  return world;
+  return copyTree(wiki.root, join(folder, 'world'));
 }
 
-for (const [what, action] of ACTIONS) {
-  test(`${what}, every call refused`, async (t) => {
-    const folder = scratch(t);
-    const world = worldWith(t, folder);
-    const done = join(folder, 'done');
-    cpSync(world, done, { recursive: true, preserveTimestamps: true });
-    execFileSync(program, ['--repo', done, ...action.args], { input: action.input, stdio: 'pipe' });
-    const [before, after] = [world, done].map((root) => pageText(root, 'alpha'));
-    await refuseEveryCall(t, what, { folder, world, action, before, after });
+for (const action of [PAGE_SAVE, SECTION_SAVE]) {
+  test(`${action.what}, every call refused`, async (t) => {
+    const folder = makeFolder(t);
+    const world = worldIn(t, folder);
+    const [before, after] = pagesAround(folder, world, action);
+    await refuseEveryCall(t, { ...action, folder, world, before, after });
   });
 }
 
-// What is found must be gone when it says so; what it could not set right it may name as still there.
+// A repair that reports success must leave nothing to find; what it could not repair it may report.
 test('a repair, every call refused', async (t) => {
-  const folder = scratch(t);
-  const world = worldWith(t, folder, (wiki) => {
+  const folder = makeFolder(t);
+  const world = worldIn(t, folder, (wiki) => {
     const page = join(wiki.root, 'wiki/pages/alpha.md');
     writeFileSync(page, readFileSync(page, 'utf8').replace('first', 'by hand'));
     appendFileSync(join(wiki.root, 'wiki/manifest.json'), '<<<<<<< HEAD\n');
     writeFileSync(join(wiki.root, 'wiki/pages/.ossilar-0123456789abcdef.tmp'), 'half');
   });
   const page = pageText(world, 'alpha');
-  const action = { args: ['check', '--fix'], input: '' };
-  await refuseEveryCall(t, 'a repair', { folder, world, action, before: page, after: page, mayBeLeft: [], always: [] });
+  const expected = { before: page, after: page, mayBeLeft: [], always: [] };
+  await refuseEveryCall(t, { what: 'a repair', args: ['check', '--fix'], folder, world, ...expected });
 });
 
 test('init of a clone, every call refused', async (t) => {
-  const folder = scratch(t);
-  const world = worldWith(t, folder);
-  rmSync(join(world, '.ossilar'), { recursive: true });
-  const action = { args: ['init'], input: '' };
-  await refuseEveryCall(t, 'init', { folder, world, action, before: pageText(world, 'alpha') });
+  const folder = makeFolder(t);
+  const world = worldIn(t, folder, ({ root }) => rmSync(join(root, '.ossilar'), { recursive: true }));
+  await refuseEveryCall(t, { what: 'init', args: ['init'], folder, world, before: pageText(world, 'alpha') });
 });

@@ -7,7 +7,7 @@ import { appendFileSync, mkdirSync, readFileSync, rmSync, writeFileSync } from '
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { makeWiki, pageAbout, program } from '../clients/wiki.mjs';
-import { ossilar } from './sweep.mjs';
+import { findingsOf, ossilar } from './sweep.mjs';
 
 const IDS = ['alpha', 'beta', 'alpha/one', 'alpha/two', 'beta/three'];
 const wordOf = (id) => id.split('/')[0];
@@ -48,16 +48,9 @@ const unmerged = ({ git }) => git('diff', '--name-only', '--diff-filter=U').spli
 // What is left for nobody but an author.
 const FOR_AN_AUTHOR = ['stale', 'unverified', 'citations', 'page-file'];
 
-async function findingsOf({ root }) {
-  const { stdout, stderr } = await ossilar(root, ['--json', 'check']);
-  assert.ok(stdout, stderr);
-  return JSON.parse(stdout).findings;
-}
-
-async function assertForAnAuthor(world, expected = []) {
-  const findings = await findingsOf(world);
-  const others = findings.filter(({ kind }) => !FOR_AN_AUTHOR.includes(kind));
-  assert.deepEqual(others, []);
+async function assertForAnAuthor({ root }, expected = []) {
+  const findings = await findingsOf(root);
+  assert.deepEqual(findings.filter(({ kind }) => !FOR_AN_AUTHOR.includes(kind)), []);
   const named = findings.map(({ kind, subject }) => `${kind} ${subject}`).sort();
   assert.deepEqual(named, expected);
 }
@@ -65,42 +58,43 @@ async function assertForAnAuthor(world, expected = []) {
 const touch = (world, word) => appendFileSync(join(world.root, `src/${word}.cpp`), `int ${word}_more();\n`);
 const marked = (world, id) => /^<<<<<<< /m.test(world.page(id));
 
+const saying = (id, said, ...more) => (w) => w.save(id, said, ...more);
+
 // What each side did, the pages in conflict, and what `check` has to say when it is resolved.
 const SITUATIONS = [
   {
     why: 'different pages',
-    main: (w) => w.save('alpha', 'main says'),
-    topic: (w) => w.save('beta', 'topic says'),
+    main: saying('alpha', 'main says'),
+    topic: saying('beta', 'topic says'),
     holds: { alpha: 'main says', beta: 'topic says' },
   },
   {
     why: 'new pages',
-    main: (w) => w.save('alpha/two', 'main says'),
-    topic: (w) => w.save('beta/three', 'topic says'),
+    main: saying('alpha/two', 'main says'),
+    topic: saying('beta/three', 'topic says'),
     holds: { 'alpha/two': 'main says', 'beta/three': 'topic says' },
   },
   {
     why: 'one page, the same way',
-    main: (w) => w.save('alpha', 'both say'),
-    topic: (w) => w.save('alpha', 'both say'),
+    main: saying('alpha', 'both say'),
+    topic: saying('alpha', 'both say'),
     holds: { alpha: 'both say' },
   },
   {
     why: 'one page, each its own way',
-    main: (w) => w.save('alpha', 'main says'),
-    topic: (w) => w.save('alpha', 'topic says'),
+    main: saying('alpha', 'main says'),
+    topic: saying('alpha', 'topic says'),
     conflicts: ['wiki/pages/alpha.md'],
-    holds: {},
   },
   {
     why: 'a page renamed, and another saved',
-    main: (w) => w.save('beta', 'main says'),
-    topic: (w) => w.save('alpha', 'topic says', '--title', 'The first letter'),
+    main: saying('beta', 'main says'),
+    topic: saying('alpha', 'topic says', '--title', 'The first letter'),
     holds: { alpha: '# The first letter', beta: 'main says' },
   },
   {
     why: 'a page deleted, and another saved',
-    main: (w) => w.save('beta', 'main says'),
+    main: saying('beta', 'main says'),
     topic: (w) => {
       rmSync(join(w.root, 'wiki/pages/alpha/one.md'));
       execFileSync(program, ['--repo', w.root, 'check', '--fix'], { stdio: 'pipe' });
@@ -111,34 +105,27 @@ const SITUATIONS = [
   {
     why: 'a source changed, and the page about it saved without knowing',
     main: (w) => touch(w, 'beta'),
-    topic: (w) => w.save('beta', 'topic says'),
+    topic: saying('beta', 'topic says'),
     stale: ['beta'],
     holds: { beta: 'topic says' },
   },
 ];
 
-const OPERATIONS = {
-  merge: (w) => {
-    w.git('checkout', '--quiet', 'main');
-    return w.tryGit('merge', '--quiet', '--no-edit', '--no-gpg-sign', 'topic');
-  },
-  rebase: (w) => {
-    w.git('checkout', '--quiet', 'topic');
-    return w.tryGit('rebase', '--quiet', '--no-gpg-sign', 'main');
-  },
-  'cherry-pick': (w) => {
-    w.git('checkout', '--quiet', 'main');
-    return w.tryGit('cherry-pick', '--allow-empty', '--keep-redundant-commits', '--no-gpg-sign', 'topic');
-  },
-};
+// The branch that is checked out, and what is done there.
+const OPERATIONS = [
+  ['main', 'merge', '--quiet', '--no-edit', 'topic'],
+  ['topic', 'rebase', '--quiet', 'main'],
+  ['main', 'cherry-pick', '--allow-empty', '--keep-redundant-commits', 'topic'],
+];
 
-for (const [operation, bring] of Object.entries(OPERATIONS)) {
-  for (const { why, main, topic, conflicts = [], holds, gone = [], stale = [] } of SITUATIONS) {
+for (const [branch, operation, ...options] of OPERATIONS) {
+  for (const { why, main, topic, conflicts = [], holds = {}, gone = [], stale = [] } of SITUATIONS) {
     test(`${operation}: ${why}`, async (t) => {
       const world = worldOf(t);
       world.on('topic', () => topic(world));
       world.on('main', () => main(world));
-      bring(world);
+      world.git('checkout', '--quiet', branch);
+      world.tryGit(operation, '--no-gpg-sign', ...options);
       assert.deepEqual(unmerged(world), conflicts);
       if (conflicts.length > 0) {
         assert.ok(marked(world, 'alpha'));

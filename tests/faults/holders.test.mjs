@@ -3,32 +3,20 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import {
-  existsSync,
-  lutimesSync,
-  readFileSync,
-  readdirSync,
-  renameSync,
-  rmSync,
-  statSync,
-  utimesSync,
-  writeFileSync,
-} from 'node:fs';
+import * as fs from 'node:fs';
 import { hostname } from 'node:os';
 import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
-import { holdWriteLock, LATEST, lineClient, makeWiki, pageAbout, program } from '../clients/wiki.mjs';
-import { ossilar, pageText } from './sweep.mjs';
+import { holdWriteLock, LATEST, lineClient, pageAbout, program } from '../clients/wiki.mjs';
+import { assertSound, findingsOf, ossilar, pageText, setLockTimeout, wikiWithAlpha } from './sweep.mjs';
 
 const lockFile = (wiki) => join(wiki.root, '.ossilar/write.lock');
 
-// A wiki with the page alpha, whose lock is waited for so long.
+// A wiki with the page alpha and this lock timeout.
 function impatientWiki(t, seconds = 1) {
-  const wiki = makeWiki(t);
-  const config = join(wiki.root, 'ossilar.toml');
-  writeFileSync(config, `[wiki]\nlock_timeout_s = ${seconds}\n\n${readFileSync(config, 'utf8')}`);
-  wiki.save('alpha', pageAbout('alpha'));
+  const wiki = wikiWithAlpha(t);
+  setLockTimeout(wiki, seconds);
   return wiki;
 }
 
@@ -41,7 +29,7 @@ const until = (process, output, wanted) =>
     process.once('close', () => reject(new Error(`it ended before ${wanted}`)));
   });
 
-// A save of alpha that is stopped with the lock in its hand: right after its page file has taken its place.
+// A save of alpha that is stopped while it holds the lock, right after it has replaced the page file.
 async function stoppedSave(t, wiki) {
   const stop = ['-f', '-e', 'trace=renameat2', '-e', 'inject=renameat2:signal=STOP:when=1'];
   const tracer = spawn('strace', [...stop, program, '--repo', wiki.root, 'save', 'alpha'], {
@@ -50,7 +38,7 @@ async function stoppedSave(t, wiki) {
   const ended = once(tracer, 'close');
   tracer.stdin.end(pageAbout('alpha', 2, 'stopped'));
   await until(tracer, tracer.stderr, /stopped by SIGSTOP/);
-  const pid = Number(/^pid (\d+) /.exec(readFileSync(lockFile(wiki), 'utf8'))[1]);
+  const pid = Number(/^pid (\d+) /.exec(fs.readFileSync(lockFile(wiki), 'utf8'))[1]);
   const holder = { pid, ended, signal: (name) => process.kill(pid, name) };
   t.after(() => tracer.exitCode === null && tracer.signalCode === null && holder.signal('SIGKILL'));
   return holder;
@@ -66,13 +54,6 @@ async function startWaitingSave(client, save) {
   return id;
 }
 
-async function assertSound(wiki) {
-  for (const args of [['check', '--fix'], ['save', 'beta'], ['check']]) {
-    const result = await ossilar(wiki.root, args, pageAbout('beta'));
-    assert.equal(result.code, 0, `${args}: ${result.stdout}${result.stderr}`);
-  }
-}
-
 test('a holder that is stopped is named, and keeps nobody from reading', async (t) => {
   const wiki = impatientWiki(t);
   const client = await lineClient(t, wiki, LATEST);
@@ -84,7 +65,7 @@ test('a holder that is stopped is named, and keeps nobody from reading', async (
   assert.equal(refused.code, 1, refused.stderr);
   assert.match(refused.stdout, named);
   const kept = /kept in (\S+)/.exec(refused.stdout)[1];
-  assert.equal(readFileSync(kept, 'utf8'), pageAbout('beta'));
+  assert.equal(fs.readFileSync(kept, 'utf8'), pageAbout('beta'));
   const saveInSession = () => client.call('save_page', { page_id: 'beta', content: pageAbout('beta') });
   const reply = await saveInSession();
   assert.equal(reply.result.isError, true);
@@ -99,17 +80,7 @@ test('a holder that is stopped is named, and keeps nobody from reading', async (
   await assertSound(wiki);
 });
 
-test('a holder that is killed makes room for who waits', async (t) => {
-  const wiki = impatientWiki(t, 60);
-  const client = await lineClient(t, wiki, LATEST);
-  const holder = await stoppedSave(t, wiki);
-  const id = await startWaitingSave(client, { page_id: 'beta', content: pageAbout('beta') });
-  holder.signal('SIGKILL');
-  assert.equal((await client.reply(id)).result.structuredContent.saved, true);
-  await assertSound(wiki);
-});
-
-test('a child that kept the descriptor is no process to be named by what its parent wrote', async (t) => {
+test('a child that inherited the lock is not named by the process id that its parent wrote', async (t) => {
   const wiki = impatientWiki(t);
   const killed = await stoppedSave(t, wiki);
   killed.signal('SIGKILL');
@@ -118,7 +89,7 @@ test('a child that kept the descriptor is no process to be named by what its par
     stdio: ['ignore', 'pipe', 'ignore'],
   });
   const child = Number((await until(holder, holder.stdout, /^\d+$/))[0]);
-  t.after(() => existsSync(`/proc/${child}`) && process.kill(child, 'SIGKILL'));
+  t.after(() => fs.existsSync(`/proc/${child}`) && process.kill(child, 'SIGKILL'));
   holder.kill('SIGKILL');
   await once(holder, 'exit');
   const refused = await saveBeta(wiki);
@@ -127,19 +98,13 @@ test('a child that kept the descriptor is no process to be named by what its par
   await assertSound(wiki);
 });
 
-const TAKEN_AWAY = [
-  ['removed', (file) => rmSync(file)],
-  ['moved', (file) => renameSync(file, `${file}.moved`)],
-  [
-    'replaced',
-    (file) => {
-      renameSync(file, `${file}.moved`);
-      writeFileSync(file, '');
-    },
-  ],
-];
+const TAKEN_AWAY = {
+  removed: (file) => fs.rmSync(file),
+  moved: (file) => fs.renameSync(file, `${file}.moved`),
+  replaced: (file) => (fs.renameSync(file, `${file}.moved`), fs.writeFileSync(file, '')),
+};
 
-for (const [how, takeAway] of TAKEN_AWAY) {
+for (const [how, takeAway] of Object.entries(TAKEN_AWAY)) {
   test(`a lock file that is ${how} while it is held lets no second holder in`, async (t) => {
     const wiki = impatientWiki(t);
     const holder = await stoppedSave(t, wiki);
@@ -156,17 +121,17 @@ for (const [how, takeAway] of TAKEN_AWAY) {
 
 // Sets the times of every file of the wiki and of the sources.
 function setTimes(root, when) {
-  for (const entry of readdirSync(root, { recursive: true, withFileTypes: true })) {
+  for (const entry of fs.readdirSync(root, { recursive: true, withFileTypes: true })) {
     const path = join(entry.parentPath, entry.name);
-    if (!path.startsWith(join(root, '.git'))) lutimesSync(path, when, when);
+    if (!path.startsWith(join(root, '.git'))) fs.lutimesSync(path, when, when);
   }
 }
 
 // Another text of the same length under the same times.
 function swapText(file, from, to) {
-  const { atime, mtime } = statSync(file);
-  writeFileSync(file, readFileSync(file, 'utf8').replace(from, to));
-  utimesSync(file, atime, mtime);
+  const { atime, mtime } = fs.statSync(file);
+  fs.writeFileSync(file, fs.readFileSync(file, 'utf8').replace(from, to));
+  fs.utimesSync(file, atime, mtime);
 }
 
 async function stateOfAlpha(wiki) {
@@ -175,7 +140,7 @@ async function stateOfAlpha(wiki) {
 }
 
 for (const when of ['1970-01-01T00:00:00Z', '2100-01-01T00:00:00Z']) {
-  test(`files of ${when.slice(0, 4)} are seen to change as others are`, async (t) => {
+  test(`changes of files dated ${when.slice(0, 4)} are noticed`, async (t) => {
     const wiki = impatientWiki(t);
     const [source, page] = ['src/alpha.cpp', 'wiki/pages/alpha.md'].map((path) => join(wiki.root, path));
     setTimes(wiki.root, new Date(when));
@@ -185,17 +150,14 @@ for (const when of ['1970-01-01T00:00:00Z', '2100-01-01T00:00:00Z']) {
     swapText(source, 'int Alpha2', 'int alpha2');
     assert.equal(await stateOfAlpha(wiki), 'ok');
     swapText(page, 'first', 'fjrst');
-    const { stdout } = await ossilar(wiki.root, ['--json', 'check']);
-    assert.deepEqual(
-      JSON.parse(stdout).findings.map((finding) => finding.kind),
-      ['newer-page'],
-    );
+    const kinds = (await findingsOf(wiki.root)).map((finding) => finding.kind);
+    assert.deepEqual(kinds, ['newer-page']);
     await assertSound(wiki);
   });
 }
 
-// As a repair of a damaged database does, and somebody who begins anew.
-test('a save that waits while the database is taken away does not save into what was taken', async (t) => {
+// A repair of a damaged database moves it away, and so may a user who begins anew.
+test('a save whose database is moved while it waits is refused, and the next one works', async (t) => {
   const wiki = impatientWiki(t, 60);
   const database = join(wiki.root, '.ossilar/index.db');
   const before = pageText(wiki.root, 'alpha');
@@ -204,8 +166,8 @@ test('a save that waits while the database is taken away does not save into what
   const release = await holdWriteLock(wiki);
   const save = { page_id: 'alpha', content: pageAbout('alpha', 2, 'late') };
   const id = await startWaitingSave(client, save);
-  for (const part of ['', '-wal', '-shm'].filter((each) => existsSync(database + each)))
-    renameSync(database + part, `${database}-old${part}`);
+  for (const part of ['', '-wal', '-shm'].filter((each) => fs.existsSync(database + each)))
+    fs.renameSync(database + part, `${database}-old${part}`);
   await release();
   const reply = await client.reply(id);
   assert.equal(reply.result.isError, true, JSON.stringify(reply));

@@ -3,60 +3,45 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import {
-  appendFileSync,
-  chmodSync,
-  existsSync,
-  lstatSync,
-  mkdirSync,
-  mkdtempSync,
-  readFileSync,
-  readlinkSync,
-  realpathSync,
-  renameSync,
-  rmSync,
-  symlinkSync,
-  truncateSync,
-  writeFileSync,
-} from 'node:fs';
+import * as fs from 'node:fs';
 import { createServer } from 'node:net';
-import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { LATEST, lineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
-import { run } from './sweep.mjs';
+import { LATEST, lineClient, makeFolder, numbers, pageAbout, program, sectionText } from '../clients/wiki.mjs';
+import { run, wikiWithAlpha } from './sweep.mjs';
 
 const SECRET = 'TheSecretOfTheNeighbour';
 const HANG_S = 60; // far beyond what any of these takes
 
 // A folder beside the repository whose content must not be seen, and must not change.
 function makeOutside(t) {
-  const folder = realpathSync(mkdtempSync(join(tmpdir(), 'ossilar-outside-')));
-  t.after(() => rmSync(folder, { recursive: true, force: true }));
-  writeFileSync(join(folder, 'secret.md'), `# ${SECRET}\n\n## ${SECRET}\n\n${SECRET} [src/alpha.cpp:L1]\n`);
-  writeFileSync(join(folder, 'secret.toml'), `[wiki]\n${SECRET} = 1\n`);
-  writeFileSync(join(folder, 'secret.json'), `{"format": 1, "pages": [{"page_id": "${SECRET}"}]}\n`);
-  writeFileSync(join(folder, 'index.db'), SECRET.repeat(1000));
-  mkdirSync(join(folder, 'folder'));
-  writeFileSync(join(folder, 'folder/secret.cpp'), `int ${SECRET}();\n`);
+  const folder = makeFolder(t);
+  fs.mkdirSync(join(folder, 'folder'));
+  const files = {
+    'secret.md': `# ${SECRET}\n\n## ${SECRET}\n\n${SECRET} [src/alpha.cpp:L1]\n`,
+    'secret.toml': `[wiki]\n${SECRET} = 1\n`,
+    'secret.json': `{"format": 1, "pages": [{"page_id": "${SECRET}"}]}\n`,
+    'index.db': SECRET.repeat(1000),
+    'folder/secret.cpp': `int ${SECRET}();\n`,
+  };
+  for (const [name, text] of Object.entries(files)) fs.writeFileSync(join(folder, name), text);
   return folder;
 }
 
 const isOwn = (path) => /^(wiki|\.ossilar|\.git)(\/|$)/.test(path);
+const isForeign = (path) => !isOwn(path);
 
 // Every path below `root` with what is there, links not followed.
 function contentOf(root, wanted = () => true) {
   const found = {};
-  const list = execFileSync('find', [root, '-mindepth', '1', '-printf', '%P\\0'], {
-    encoding: 'latin1',
-    maxBuffer: 1 << 28,
-  });
+  const options = { encoding: 'latin1', maxBuffer: 1 << 28 };
+  const list = execFileSync('find', [root, '-mindepth', '1', '-printf', '%P\\0'], options);
   for (const path of list.split('\0')) {
     if (path === '' || !wanted(path)) continue;
     const file = Buffer.concat([Buffer.from(`${root}/`), Buffer.from(path, 'latin1')]);
-    const info = lstatSync(file);
-    if (info.isSymbolicLink()) found[path] = `link ${readlinkSync(file)}`;
-    else if (info.isFile()) found[path] = createHash('sha256').update(readFileSync(file)).digest('hex');
+    const info = fs.lstatSync(file);
+    if (info.isSymbolicLink()) found[path] = `link ${fs.readlinkSync(file)}`;
+    else if (info.isFile()) found[path] = createHash('sha256').update(fs.readFileSync(file)).digest('hex');
     else found[path] = 'other';
   }
   return found;
@@ -65,7 +50,7 @@ function contentOf(root, wanted = () => true) {
 function filesThatHold(root, text) {
   return Object.keys(contentOf(root, (path) => isOwn(path) && !path.startsWith('.git'))).filter((path) => {
     const file = join(root, path);
-    return lstatSync(file).isFile() && readFileSync(file).includes(text);
+    return fs.lstatSync(file).isFile() && fs.readFileSync(file).includes(text);
   });
 }
 
@@ -96,9 +81,8 @@ async function tryEverything(root, commands = COMMANDS) {
   const codes = {};
   for (const [command, args, input] of commands) {
     const what = [command, ...args].join(' ');
-    const result = await run('timeout', ['--signal=KILL', `${HANG_S}`, program, '--repo', root, command, ...args], {
-      input,
-    });
+    const limited = ['--signal=KILL', `${HANG_S}`, program, '--repo', root, command, ...args];
+    const result = await run('timeout', limited, { input });
     const fault = faultOf(what, result);
     if (fault) faults.push(fault);
     codes[what] = result.code;
@@ -107,27 +91,17 @@ async function tryEverything(root, commands = COMMANDS) {
   return { faults, codes };
 }
 
-async function assertHarmless(t, wiki, outside, commands) {
-  const [before, there] = [contentOf(wiki.root, (path) => !isOwn(path)), contentOf(outside)];
+async function assertHarmless(wiki, outside, commands) {
+  const [before, there] = [contentOf(wiki.root, isForeign), contentOf(outside)];
   const { faults, codes } = await tryEverything(wiki.root, commands);
   assert.deepEqual(faults, []);
   assert.deepEqual(contentOf(outside), there, 'nothing outside changed');
-  const after = contentOf(wiki.root, (path) => !isOwn(path));
-  assert.deepEqual(after, before, 'nothing in the repository but the wiki changed');
+  assert.deepEqual(contentOf(wiki.root, isForeign), before, 'nothing in the repository but the wiki changed');
   assert.deepEqual(filesThatHold(wiki.root, SECRET), [], 'nothing from outside was taken in');
   return codes;
 }
 
-function world(t) {
-  const wiki = makeWiki(t);
-  wiki.save('alpha', pageAbout('alpha', 3));
-  return { wiki, outside: makeOutside(t) };
-}
-
-const replaceByLink = (wiki, outside) => (path, target) => {
-  rmSync(join(wiki.root, path), { recursive: true, force: true });
-  symlinkSync(target.startsWith('.') ? target : join(outside, target), join(wiki.root, path));
-};
+const world = (t) => ({ wiki: wikiWithAlpha(t), outside: makeOutside(t) });
 
 const LINKS = [
   ['wiki/pages/alpha.md', 'secret.md'],
@@ -154,18 +128,19 @@ const LINKS = [
 for (const [path, target] of LINKS) {
   test(`${path} is a link to ${target}`, async (t) => {
     const { wiki, outside } = world(t);
-    replaceByLink(wiki, outside)(path, target);
-    await assertHarmless(t, wiki, outside);
-    await assertHarmless(t, wiki, outside, [['save', ['alpha'], 'a text that is refused'], ...COMMANDS]);
+    fs.rmSync(join(wiki.root, path), { recursive: true, force: true });
+    fs.symlinkSync(target.startsWith('.') ? target : join(outside, target), join(wiki.root, path));
+    await assertHarmless(wiki, outside);
+    await assertHarmless(wiki, outside, [['save', ['alpha'], 'a text that is refused'], ...COMMANDS]);
   });
 }
 
 test('a kernel that cannot be told to stay below a folder', async (t) => {
   const { wiki, outside } = world(t);
-  appendFileSync(join(wiki.root, 'ossilar.toml'), '[[page]]\nid = "topics/secret"\nsources = ["src/alpha.cpp"]\n');
+  fs.appendFileSync(join(wiki.root, 'ossilar.toml'), '[[page]]\nid = "topics/secret"\nsources = ["src/alpha.cpp"]\n');
   wiki.save('topics/secret', pageAbout('alpha'));
-  rmSync(join(wiki.root, 'wiki/pages/topics'), { recursive: true });
-  symlinkSync(outside, join(wiki.root, 'wiki/pages/topics'));
+  fs.rmSync(join(wiki.root, 'wiki/pages/topics'), { recursive: true });
+  fs.symlinkSync(outside, join(wiki.root, 'wiki/pages/topics'));
   for (const error of ['ENOSYS', 'EPERM']) {
     const inject = ['-f', '-o', join(wiki.root, '.git/calls'), '-e', `inject=openat2:error=${error}`];
     const show = (id) => run('strace', [...inject, program, '--repo', wiki.root, 'show', id]);
@@ -176,48 +151,31 @@ test('a kernel that cannot be told to stay below a folder', async (t) => {
   }
 });
 
-const PIPES = [
-  'wiki/pages/alpha.md',
-  'wiki/index.md',
-  'wiki/manifest.json',
-  '.ossilar/index.db',
-  '.ossilar/write.lock',
-  'src/alpha.cpp',
-];
+const WIKI_FILES = ['pages/alpha.md', 'index.md', 'manifest.json'].map((name) => `wiki/${name}`);
 
-for (const path of PIPES) {
+for (const path of [...WIKI_FILES, '.ossilar/index.db', '.ossilar/write.lock', 'src/alpha.cpp']) {
   test(`${path} is a pipe`, async (t) => {
     const { wiki, outside } = world(t);
-    rmSync(join(wiki.root, path));
+    fs.rmSync(join(wiki.root, path));
     execFileSync('mkfifo', [join(wiki.root, path)]);
-    await assertHarmless(t, wiki, outside);
+    await assertHarmless(wiki, outside);
   });
 }
 
 test('a source tree of links that leave it or go round, pipes, sockets, and names that nobody expects', async (t) => {
   const { wiki, outside } = world(t);
   const at = (name) => join(wiki.root, 'src', name);
-  symlinkSync('.', at('loop'));
-  symlinkSync(join(outside, 'folder'), at('leaves'));
-  symlinkSync(join(outside, 'secret.md'), at('leaves.md'));
+  fs.symlinkSync('.', at('loop'));
+  fs.symlinkSync(join(outside, 'folder'), at('leaves'));
+  fs.symlinkSync(join(outside, 'secret.md'), at('leaves.md'));
   execFileSync('mkfifo', [at('pipe.cpp')]);
   const socket = createServer().listen(at('socket.cpp'));
   t.after(() => socket.close());
-  for (const name of [
-    '-rf.cpp',
-    '--repo',
-    'new\nline.cpp',
-    'tab\t.cpp',
-    '$(touch x).cpp',
-    '`id`.cpp',
-    "it's.cpp",
-    'ＷＩＤＥ.cpp',
-    '\u202egpj.cpp',
-  ])
-    writeFileSync(at(name), 'int x();\n');
-  writeFileSync(Buffer.concat([Buffer.from(at('')), Buffer.from([0xff, 0xfe, 0x2e, 0x63])]), 'int y();\n');
+  const names = ['-rf.cpp', '--repo', 'new\nline.cpp', 'tab\t.cpp', '$(touch x).cpp', '`id`.cpp', "it's.cpp"];
+  for (const name of [...names, 'ＷＩＤＥ.cpp', '\u202egpj.cpp']) fs.writeFileSync(at(name), 'int x();\n');
+  fs.writeFileSync(Buffer.concat([Buffer.from(at('')), Buffer.from([0xff, 0xfe, 0x2e, 0x63])]), 'int y();\n');
   execFileSync('git', ['-C', wiki.root, 'add', '--all', '--ignore-errors'], { stdio: 'ignore' });
-  const codes = await assertHarmless(t, wiki, outside);
+  const codes = await assertHarmless(wiki, outside);
   assert.equal(codes.status, 0);
   assert.doesNotMatch(codes.said, /\u202e/, 'no control of direction is shown raw');
 });
@@ -226,30 +184,21 @@ test('a repository whose configuration would run programs', async (t) => {
   const { wiki, outside } = world(t);
   const ran = join(outside, 'ran');
   const script = join(wiki.root, '.git', 'evil.sh');
-  writeFileSync(script, `#!/bin/sh\ntouch ${ran}\n`);
-  chmodSync(script, 0o755);
+  fs.writeFileSync(script, `#!/bin/sh\ntouch ${ran}\n`);
+  fs.chmodSync(script, 0o755);
   const settings = [
-    'core.fsmonitor',
-    'core.sshCommand',
-    'core.editor',
-    'core.pager',
-    'diff.external',
-    'filter.x.clean',
-    'filter.x.smudge',
-    'filter.x.process',
-    'credential.helper',
-    'gpg.program',
+    ...['core.fsmonitor', 'core.sshCommand', 'core.editor', 'core.pager', 'diff.external', 'alias.status'],
+    ...['filter.x.clean', 'filter.x.smudge', 'filter.x.process', 'credential.helper', 'gpg.program'],
     'uploadpack.packObjectsHook',
-    'alias.status',
   ];
   for (const name of settings) execFileSync('git', ['-C', wiki.root, 'config', name, script]);
   execFileSync('git', ['-C', wiki.root, 'config', 'core.hooksPath', join(wiki.root, '.git')]);
   execFileSync('git', ['-C', wiki.root, 'config', 'include.path', join(outside, 'secret.toml')]);
-  writeFileSync(join(wiki.root, '.gitattributes'), '* filter=x diff=x\n');
+  fs.writeFileSync(join(wiki.root, '.gitattributes'), '* filter=x diff=x\n');
   for (const name of ['.ctags', '.ctags.d'])
-    writeFileSync(join(wiki.root, name), `--options=${join(outside, 'secret.md')}\n`);
-  await assertHarmless(t, wiki, outside);
-  assert.ok(!existsSync(ran), 'no program was run');
+    fs.writeFileSync(join(wiki.root, name), `--options=${join(outside, 'secret.md')}\n`);
+  await assertHarmless(wiki, outside);
+  assert.ok(!fs.existsSync(ran), 'no program was run');
 });
 
 const CONFIGURATIONS = [
@@ -269,8 +218,8 @@ const CONFIGURATIONS = [
 for (const [text, code] of CONFIGURATIONS) {
   test(`ossilar.toml with ${JSON.stringify(text.slice(0, 40))}`, async (t) => {
     const { wiki, outside } = world(t);
-    writeFileSync(join(wiki.root, 'ossilar.toml'), text);
-    const codes = await assertHarmless(t, wiki, outside);
+    fs.writeFileSync(join(wiki.root, 'ossilar.toml'), text);
+    const codes = await assertHarmless(wiki, outside);
     if (code !== undefined) assert.equal(codes.status, code);
   });
 }
@@ -279,37 +228,25 @@ const sqlite = (file, statements) => execFileSync('sqlite3', [file, statements],
 const page = (count, text) => `${text.repeat(count)}\n\n## A\n\n[src/alpha.cpp:L1] [src/alpha.cpp:L2]\n`;
 
 const DATABASES = [
-  ['cut off', (file) => truncateSync(file, 5000), 3],
-  ['of no bytes', (file) => truncateSync(file, 0), 0],
-  ['noise', (file) => writeFileSync(file, createHash('sha512').digest().toString('hex').repeat(500)), 3],
-  ['a folder', (file) => (rmSync(file), mkdirSync(file)), 3],
-  ['of another program', (file) => (rmSync(file), sqlite(file, 'PRAGMA application_id = 7; CREATE TABLE t (x)')), 3],
-  ['of a newer ossilar', (file) => sqlite(file, 'PRAGMA user_version = 99'), 3],
-  [
-    'with pages that lead out',
-    (file) => sqlite(file, "UPDATE pages SET page_id = '../../../x', rel_path = '/etc/passwd'"),
-    0,
-  ],
-  [
-    'with a trigger',
-    (file) =>
-      sqlite(file, "CREATE TRIGGER t AFTER UPDATE ON pages BEGIN UPDATE pages SET title = load_extension('x'); END"),
-    undefined,
-  ],
-  [
-    'with a view for a table',
-    (file) => sqlite(file, 'ALTER TABLE stale_marks RENAME TO m; CREATE VIEW stale_marks AS SELECT * FROM m'),
-    undefined,
-  ],
-  ['with rows that are no rows', (file) => sqlite(file, "UPDATE pages SET source_hashes = '[[[['"), 3],
+  ['cut off', (file) => fs.truncateSync(file, 5000), 3],
+  ['of no bytes', (file) => fs.truncateSync(file, 0), 0],
+  ['noise', (file) => fs.writeFileSync(file, createHash('sha512').digest().toString('hex').repeat(500)), 3],
+  ['a folder', (file) => (fs.rmSync(file), fs.mkdirSync(file)), 3],
+  ['of another program', (file) => (fs.rmSync(file), sqlite(file, 'PRAGMA application_id = 7; CREATE TABLE t (x)')), 3],
+  ['of a newer ossilar', 'PRAGMA user_version = 99', 3],
+  ['with pages that lead out', "UPDATE pages SET page_id = '../../../x', rel_path = '/etc/passwd'", 0],
+  ['with a trigger', "CREATE TRIGGER t AFTER UPDATE ON pages BEGIN UPDATE pages SET title = load_extension('x'); END"],
+  ['with a view for a table', 'ALTER TABLE stale_marks RENAME TO m; CREATE VIEW stale_marks AS SELECT * FROM m'],
+  ['with rows that are no rows', "UPDATE pages SET source_hashes = '[[[['", 3],
 ];
 
 for (const [what, damage, code] of DATABASES) {
   test(`a database ${what}`, async (t) => {
     const { wiki, outside } = world(t);
-    for (const end of ['-wal', '-shm']) rmSync(join(wiki.root, `.ossilar/index.db${end}`), { force: true });
-    damage(join(wiki.root, '.ossilar/index.db'));
-    const codes = await assertHarmless(t, wiki, outside);
+    for (const end of ['-wal', '-shm']) fs.rmSync(join(wiki.root, `.ossilar/index.db${end}`), { force: true });
+    const file = join(wiki.root, '.ossilar/index.db');
+    typeof damage === 'string' ? sqlite(file, damage) : damage(file);
+    const codes = await assertHarmless(wiki, outside);
     if (code !== undefined) assert.equal(codes.status, code, codes.said);
   });
 }
@@ -319,16 +256,16 @@ const TEXTS = [
   ['100,000 brackets', '['.repeat(100000)],
   ['100,000 closing brackets', ']'.repeat(100000)],
   ['emphasis', '*a _b '.repeat(20000)],
-  ['lists', Array.from({ length: 500 }, (_, i) => `${' '.repeat(i)}- a`).join('\n')],
+  ['lists', numbers(500).map((i) => `${' '.repeat(i)}- a`).join('\n')],
   ['images', '!['.repeat(50000)],
-  ['code marks', Array.from({ length: 400 }, (_, i) => '`'.repeat(i)).join(' ')],
+  ['code marks', numbers(400).map((i) => '`'.repeat(i)).join(' ')],
   ['entities', '&#'.repeat(50000)],
   ['tables', '|a'.repeat(50000)],
   ['HTML', '<a '.repeat(50000)],
   ['comments', '<!--'.repeat(50000)],
-  ['definitions', Array.from({ length: 20000 }, (_, i) => `[d${i}]: /u`).join('\n')],
+  ['definitions', numbers(20000).map((i) => `[d${i}]: /u`).join('\n')],
   ['references', '[d1]: /u\n\n' + '[d1] '.repeat(50000)],
-  ['citations', Array.from({ length: 20000 }, (_, i) => `[src/alpha.cpp:L${i}]`).join('\n')],
+  ['citations', numbers(20000).map((i) => `[src/alpha.cpp:L${i}]`).join('\n')],
   ['one line of nearly 1 MiB', 'x'.repeat(1000000)],
   ['headings', '## A\n'.repeat(30000)],
   ['markers', '<!-- ossilar:generated -->\n'.repeat(20000)],
@@ -345,7 +282,7 @@ test('page texts that are hard to read', async (t) => {
       ['check', []],
       ['show', ['alpha', '--section', 'A']],
     ];
-    await assertHarmless(t, wiki, outside, commands).catch((error) => {
+    await assertHarmless(wiki, outside, commands).catch((error) => {
       throw new Error(what, { cause: error });
     });
   }
@@ -359,8 +296,8 @@ test('manifests that are hard to read', async (t) => {
     `{"format": 1, "pages": [${'{"page_id": "a"},\n'.repeat(50000)}`,
     '"'.repeat(1000000),
   ]) {
-    writeFileSync(join(wiki.root, 'wiki/manifest.json'), text);
-    const codes = await assertHarmless(t, wiki, outside);
+    fs.writeFileSync(join(wiki.root, 'wiki/manifest.json'), text);
+    const codes = await assertHarmless(wiki, outside);
     assert.equal(codes['check --fix'], 0, 'it is written anew');
   }
 });
@@ -368,68 +305,34 @@ test('manifests that are hard to read', async (t) => {
 // On a terminal, as script(1) gives one.
 test('what controls a terminal does not reach it', async (t) => {
   const { wiki } = world(t);
+  const controls = /[\x00-\x08\x0b\x0c\x0e-\x1f\x7f\u0080-\u009f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]/;
   const nasty = 'red \x1b[31m bell \x07 title \x1b]0;x\x07 c1 \u009b2J bidi \u202e\u2066\u200f\u061c end';
   wiki.save('alpha', `${nasty} [src/alpha.cpp:L1]\n\n## ${nasty}\n\n[src/alpha.cpp:L2] ${nasty}\n`);
-  writeFileSync(join(wiki.root, 'wiki/pages/\x1b[31m\u202e.md'), nasty);
-  for (const command of [
-    'show alpha',
-    'search red',
-    'plan',
-    'status',
-    'check',
-    'context alpha',
-    `show '\x1b[2J'`,
-    `save '\x1b[2J' /dev/null`,
-  ]) {
+  fs.writeFileSync(join(wiki.root, 'wiki/pages/\x1b[31m\u202e.md'), nasty);
+  const commands = ['show alpha', 'search red', 'plan', 'status', 'check', 'context alpha'];
+  for (const command of [...commands, `show '\x1b[2J'`, `save '\x1b[2J' /dev/null`]) {
     // Not standard error, where the program itself draws its progress.
     const errors = join(wiki.root, '.git/errors');
-    const shown = await run('script', [
-      '-qec',
-      `NO_COLOR=1 '${program}' --repo '${wiki.root}' ${command} 2>${errors}`,
-      '/dev/null',
-    ]);
-    const said = shown.stdout + readFileSync(errors, 'utf8');
-    assert.doesNotMatch(
-      said,
-      /[\x00-\x08\x0b\x0c\x0e-\x1f\x7f\u0080-\u009f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]/,
-      command,
-    );
+    const line = `NO_COLOR=1 '${program}' --repo '${wiki.root}' ${command} 2>${errors}`;
+    const shown = await run('script', ['-qec', line, '/dev/null']);
+    assert.doesNotMatch(shown.stdout + fs.readFileSync(errors, 'utf8'), controls, command);
   }
 });
 
 const IDS = [
-  '../../secret',
-  '..',
-  '/etc/passwd',
-  '%2e%2e/x',
-  'alpha/../../x',
-  'ALPHA',
-  'alpha\0',
-  'alpha\n',
-  './alpha',
-  'alpha.md',
-  '-x',
-  '',
-  'a'.repeat(5000),
-  '\u202ealpha',
+  ...['../../secret', '..', '/etc/passwd', '%2e%2e/x', 'alpha/../../x', 'ALPHA', 'alpha\0', 'alpha\n', './alpha'],
+  ...['alpha.md', '-x', '', 'a'.repeat(5000), '\u202ealpha'],
 ];
 
 test('page ids and addresses that lead elsewhere', async (t) => {
   const { wiki, outside } = world(t);
-  symlinkSync(join(outside, 'secret.md'), join(wiki.root, 'secret.md'));
-  const before = contentOf(wiki.root, (path) => !isOwn(path));
+  fs.symlinkSync(join(outside, 'secret.md'), join(wiki.root, 'secret.md'));
+  const before = contentOf(wiki.root, isForeign);
   const client = await lineClient(t, wiki, LATEST);
   for (const id of IDS) {
-    for (const [tool, args] of [
-      ['read_page', { page_id: id }],
-      ['page_context', { page_id: id }],
-      ['save_page', { page_id: id, content: pageAbout('alpha') }],
-    ]) {
-      const reply = await client.call(tool, args);
-      assert.ok(
-        reply.error || reply.result.isError,
-        `${tool} ${JSON.stringify(id)}: ${JSON.stringify(reply).slice(0, 200)}`,
-      );
+    for (const [tool, more] of [['read_page'], ['page_context'], ['save_page', { content: pageAbout('alpha') }]]) {
+      const reply = await client.call(tool, { page_id: id, ...more });
+      assert.ok(reply.error || reply.result.isError, `${tool} ${JSON.stringify({ id, reply }).slice(0, 200)}`);
     }
     for (const uri of [`ossilar://pages/${id}`, `ossilar://drafts/${id}`, `file://${outside}/secret.md`]) {
       const reply = await client.request('resources/read', { uri });
@@ -445,20 +348,14 @@ test('page ids and addresses that lead elsewhere', async (t) => {
   }
   await client.end();
   assert.ok(!JSON.stringify(client.messages).includes(SECRET) && !client.stderr.includes(SECRET));
-  assert.deepEqual(
-    contentOf(wiki.root, (path) => !isOwn(path)),
-    before,
-  );
+  assert.deepEqual(contentOf(wiki.root, isForeign), before);
 });
 
 test('lines that nest a million deep', async (t) => {
   const { wiki } = world(t);
   const client = await lineClient(t, wiki, LATEST);
-  for (const line of [
-    '['.repeat(1000000),
-    '{"a":'.repeat(1000000),
-    `{"jsonrpc":"2.0","id":"deep","method":"ping","params":${'['.repeat(1000000)}`,
-  ])
+  const deep = '['.repeat(1000000);
+  for (const line of [deep, '{"a":'.repeat(1000000), `{"jsonrpc":"2.0","id":"deep","method":"ping","params":${deep}`])
     client.send(line);
   const reply = await client.call('read_page', { page_id: 'alpha' });
   assert.equal(reply.result.isError ?? false, false, 'the session goes on');
@@ -466,8 +363,8 @@ test('lines that nest a million deep', async (t) => {
 });
 
 function restore(file, aside) {
-  rmSync(file, { force: true, recursive: !lstatSync(file, { throwIfNoEntry: false })?.isSymbolicLink() });
-  renameSync(aside, file);
+  fs.rmSync(file, { force: true, recursive: !fs.lstatSync(file, { throwIfNoEntry: false })?.isSymbolicLink() });
+  fs.renameSync(aside, file);
 }
 
 // Files, pages and folders that change into something else and back while commands run.
@@ -483,10 +380,10 @@ test('a page and a source that change while they are read', async (t) => {
     const aside = `${file}.aside`;
     const flip = setInterval(() => {
       try {
-        if (existsSync(aside)) restore(file, aside);
+        if (fs.existsSync(aside)) restore(file, aside);
         else {
-          renameSync(file, aside);
-          symlinkSync(join(outside, target), file);
+          fs.renameSync(file, aside);
+          fs.symlinkSync(join(outside, target), file);
         }
       } catch {
         // A save has put a file there in between.
@@ -495,11 +392,8 @@ test('a page and a source that change while they are read', async (t) => {
     const rounds = [];
     for (let round = 0; round < 4; ++round) rounds.push(await tryEverything(wiki.root));
     clearInterval(flip);
-    if (existsSync(aside)) restore(file, aside);
-    assert.deepEqual(
-      rounds.flatMap((round) => round.faults),
-      [],
-    );
+    if (fs.existsSync(aside)) restore(file, aside);
+    assert.deepEqual(rounds.flatMap((round) => round.faults), []);
     assert.deepEqual(filesThatHold(wiki.root, SECRET), []);
   }
 });

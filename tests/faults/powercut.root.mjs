@@ -5,14 +5,13 @@
 // Each stage is cut twice: once all that was not synced is lost, and once the names of files are on disk and what was
 // not synced of their data is lost.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
-import { cpSync, readFileSync, readdirSync, rmSync } from 'node:fs';
-import { availableParallelism } from 'node:os';
+import { readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { LATEST, LineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
+import { LATEST, LineClient, makeWiki, program } from '../clients/wiki.mjs';
 import { Image, scratchForDisks } from './disk.mjs';
-import { leftovers, ossilar, pageText, run } from './sweep.mjs';
+import { copyTree, faultAfterRepair, hasFired, inParallel, numbersOfCalls, ossilar, pagesAround } from './sweep.mjs';
+import { pageText, PAGE_SAVE, run, said, SECTION_SAVE, wikiWithAlpha } from './sweep.mjs';
 
 const SYNCS = ['fsync', 'fdatasync', 'rename', 'renameat', 'renameat2', 'mkdir', 'mkdirat', 'unlink', 'unlinkat'];
 const TRACE = ['-f', '-e', `trace=${SYNCS.join(',')}`];
@@ -21,13 +20,13 @@ const traced = (root, args, strace) => ['strace', [...TRACE, ...strace, program,
 
 // The ways to save: each gives whether the save was answered, when the program has ended or has answered.
 async function saveByCommand(root, { args, input }, strace) {
-  const [command, all] = traced(root, ['--json', 'save', ...args], strace);
+  const [command, all] = traced(root, ['--json', ...args], strace);
   const { stdout } = await run(command, all, { input });
   return { answered: /"saved": ?true/.test(stdout), end: async () => {} };
 }
 
 // Where `ends`, the session is at its end before the power is cut: it then empties the log of the database.
-async function saveBySession(root, { args: [page_id, , section], input, ends }, strace) {
+async function saveBySession(root, { args: [, page_id, , section], input, ends }, strace) {
   const [command, args] = traced(root, ['mcp'], strace);
   const client = new LineClient({ server: { command, args } });
   client.revision = LATEST;
@@ -42,24 +41,9 @@ async function saveBySession(root, { args: [page_id, , section], input, ends }, 
 function makeDisk(folder, world) {
   const disk = Image.make(join(folder, 'world.img'), join(folder, 'world.mount'), '-b', '4096');
   disk.mount();
-  cpSync(world, join(disk.folder, 'wiki'), { recursive: true, preserveTimestamps: true });
+  copyTree(world, join(disk.folder, 'wiki'));
   disk.unmount();
   return disk;
-}
-
-// The largest number of times that one thread makes each call.
-function countCalls(log) {
-  const counts = new Map();
-  for (const [, thread, call] of readFileSync(log, 'utf8').matchAll(/^(\d+) +(\w+)\(/gm)) {
-    const key = `${thread} ${call}`;
-    counts.set(key, (counts.get(key) ?? 0) + 1);
-  }
-  const most = new Map();
-  for (const [key, count] of counts) {
-    const call = key.split(' ')[1];
-    most.set(call, Math.max(most.get(call) ?? 0, count));
-  }
-  return most;
 }
 
 // Runs the save on a fresh copy of the disk, cuts the power, and gives what `look(root)` sees after it.
@@ -75,7 +59,7 @@ async function cut({ folder, disk, action, journal, inject, name }, look) {
     await end();
     copy.unmount();
     copy.mount();
-    const fired = inject.length === 0 || /INJECTED|killed by SIGKILL/.test(readFileSync(log, 'utf8'));
+    const fired = inject.length === 0 || hasFired(log);
     return { fired, answered, log, ...(await look(root, answered)) };
   } finally {
     copy.unmount();
@@ -97,20 +81,13 @@ function broken(root) {
 
 // What is wrong after a cut, as a text, or "".
 async function faultAfter(root, texts, answered) {
-  const said = (what, result) => `${what}: exit ${result.code}\n${result.stdout}${result.stderr}`;
   if (!texts.includes(pageText(root, 'alpha'))) return `neither old nor new: ${pageText(root, 'alpha')}`;
   if (broken(root).length > 0) return broken(root).join('\n');
   const found = await ossilar(root, ['check']);
-  // The file that the save replaced may be back: its removal is not worth a sync.
+  // The replaced file may be back, because its removal is not synced.
   const isWrong = found.stdout.split('\n').some((line) => !/^$|^leftover |^\d+ findings?;/.test(line));
   if (answered && found.code !== 0 && isWrong) return said('check after an answer', found);
-  const fixed = found.code === 0 ? found : await ossilar(root, ['check', '--fix']);
-  if (fixed.code !== 0) return said('check --fix', fixed);
-  if (leftovers(root).length > 0) return `left: ${leftovers(root)}`;
-  const saved = await ossilar(root, ['save', 'beta'], pageAbout('beta'));
-  if (saved.code !== 0) return said('the next save', saved);
-  const clean = await ossilar(root, ['check']);
-  return clean.code === 0 ? '' : said('check', clean);
+  return faultAfterRepair(root);
 }
 
 // Every stage of the save, cut in both ways.
@@ -126,14 +103,12 @@ async function cutEverywhere(t, action, { folder, world, texts }) {
   };
   const whole = await cut({ folder, disk, action, journal: 'keep', inject: [], name: 'whole' }, look);
   addStage('after the answer', []);
-  for (const [call, most] of countCalls(whole.log))
-    for (let k = 1; k <= most; ++k) addStage(`before ${call} ${k}`, ['-e', `inject=${call}:signal=KILL:when=${k}`]);
+  for (const [call, { last }] of numbersOfCalls(whole.log, ''))
+    for (let k = 1; k <= last; ++k) addStage(`before ${call} ${k}`, ['-e', `inject=${call}:signal=KILL:when=${k}`]);
   const cuts = [];
-  const work = async (worker) => {
-    for (let stage = stages.shift(); stage; stage = stages.shift())
-      cuts.push({ ...stage, ...(await cut({ ...stage, name: `cut-${worker}` }, look)) });
-  };
-  await Promise.all(Array.from({ length: availableParallelism() }, (_, worker) => work(worker)));
+  await inParallel(stages, async (stage, worker) => {
+    cuts.push({ ...stage, ...(await cut({ ...stage, name: `cut-${worker}` }, look)) });
+  });
   const fired = cuts.filter((each) => each.fired);
   const answered = fired.filter((each) => each.answered);
   const lost = answered.filter((each) => !each.isNew).map((each) => `${each.where}, journal ${each.journal}`);
@@ -149,26 +124,20 @@ async function cutEverywhere(t, action, { folder, world, texts }) {
   assert.deepEqual(bad, []);
 }
 
-const PAGE = { args: ['alpha'], input: pageAbout('alpha', 4, 'second') };
-const SECTION = { args: ['alpha', '--section', 'Section 1'], input: sectionText('alpha', 1, 'second') };
 const ACTIONS = [
-  { what: 'a save', save: saveByCommand, ...PAGE },
-  { what: 'a section save', save: saveByCommand, ...SECTION },
-  { what: 'a first page', save: saveByCommand, ...PAGE, first: true },
-  { what: 'a save of a session', save: saveBySession, ...PAGE },
-  { what: 'a section save of a session', save: saveBySession, ...SECTION },
-  { what: 'a session that ends', save: saveBySession, ...PAGE, ends: true },
+  { ...PAGE_SAVE, save: saveByCommand },
+  { ...SECTION_SAVE, save: saveByCommand },
+  { ...PAGE_SAVE, save: saveByCommand, what: 'a first page', first: true },
+  { ...PAGE_SAVE, save: saveBySession, what: 'a save of a session' },
+  { ...SECTION_SAVE, save: saveBySession, what: 'a section save of a session' },
+  { ...PAGE_SAVE, save: saveBySession, what: 'a session that ends', ends: true },
 ];
 
 // The world before the save, and the page as it is before and after.
 function worldFor(t, action, folder) {
-  const wiki = makeWiki(t);
-  if (!action.first) wiki.save('alpha', pageAbout('alpha', 3));
-  const world = join(folder, 'world');
-  cpSync(wiki.root, world, { recursive: true, preserveTimestamps: true });
-  const before = pageText(world, 'alpha');
-  execFileSync(program, ['--repo', wiki.root, 'save', ...action.args], { input: action.input, stdio: 'pipe' });
-  return { folder, world, texts: [before, pageText(wiki.root, 'alpha')] };
+  const wiki = action.first ? makeWiki(t) : wikiWithAlpha(t);
+  const world = copyTree(wiki.root, join(folder, 'world'));
+  return { folder, world, texts: pagesAround(folder, world, action) };
 }
 
 for (const action of ACTIONS) {
@@ -178,7 +147,7 @@ for (const action of ACTIONS) {
   });
 }
 
-// That these cuts would show a save that does not sync: one whose syncs say that they did and do not.
+// Proves that the cuts find a save without syncs: here each sync reports success and does nothing.
 test('a save that is not synced is lost', async (t) => {
   const folder = scratchForDisks(t);
   const action = ACTIONS[0];

@@ -6,27 +6,14 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import {
-  appendFileSync,
-  closeSync,
-  existsSync,
-  fstatSync,
-  openSync,
-  readFileSync,
-  readdirSync,
-  renameSync,
-  writeFileSync,
-  writeSync,
-} from 'node:fs';
+import * as fs from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { LATEST, lineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
-import { leftovers, ossilar } from './sweep.mjs';
+import { isSaved, LATEST, lineClient, makeWiki, numbers, pageAbout, program, sectionText } from '../clients/wiki.mjs';
+import { assertSound, ossilar } from './sweep.mjs';
 
 const ROUNDS = Number(process.env.OSSILAR_RACE_ROUNDS ?? 12);
-
-const numbers = (count) => Array.from({ length: count }, (_, i) => i);
 
 // What was saved where, in the order in which it happened: a save that began after another was answered comes after
 // it, and of two that overlap either may come first.
@@ -64,8 +51,6 @@ class Journal {
   }
 }
 
-const isSaved = (reply) => reply.result?.isError !== true && reply.result?.structuredContent?.saved === true;
-
 // The pages of this file are about the source that the first part of their id names.
 const text = (page_id, section, said) => sectionText(page_id.split('/')[0], section, said);
 
@@ -80,7 +65,7 @@ const byCommand = (wiki, id, section) => async (said) => {
   return (await ossilar(wiki.root, args, text(id, section, said))).code === 0;
 };
 
-// Killed at some time, sooner or later in its work from round to round.
+// Killed after a time that grows from round to round.
 const byKilledCommand = (wiki, id, section) => async (said, round) => {
   const args = ['--repo', wiki.root, 'save', id, '--section', `Section ${section}`];
   const child = spawn(program, args, { stdio: ['pipe', 'ignore', 'ignore'] });
@@ -135,12 +120,6 @@ function lostOf(journal, wiki) {
   return faults.filter(Boolean);
 }
 
-async function assertSound(wiki) {
-  const { code, stdout } = await ossilar(wiki.root, ['check', '--fix']);
-  assert.equal(code, 0, stdout);
-  assert.deepEqual(leftovers(wiki.root), []);
-}
-
 function report(t, what, journal, pages, lost) {
   const refused = journal.saves.filter((save) => save.outcome === false).length;
   t.diagnostic(
@@ -173,39 +152,12 @@ function faultsOfChain(chain, first, last) {
 }
 
 test('the replay finds a save that is lost', () => {
-  assert.equal(
-    faultsOfChain(
-      [
-        ['a', 'b'],
-        ['b', 'c'],
-      ],
-      'a',
-      'c',
-    ).length,
-    0,
-  );
-  assert.equal(
-    faultsOfChain(
-      [
-        ['a', 'b'],
-        ['a', 'c'],
-      ],
-      'a',
-      'c',
-    ).length,
-    2,
-  );
-  assert.equal(
-    faultsOfChain(
-      [
-        ['a', 'b'],
-        ['b', 'c'],
-      ],
-      'a',
-      'b',
-    ).length,
-    1,
-  );
+  const rows = [
+    ['one chain', [['a', 'b'], ['b', 'c']], 'c', 0],
+    ['two saves onto one version', [['a', 'b'], ['a', 'c']], 'c', 2],
+    ['a page that is not the last of the chain', [['a', 'b'], ['b', 'c']], 'b', 1],
+  ];
+  for (const [why, chain, last, faults] of rows) assert.equal(faultsOfChain(chain, 'a', last).length, faults, why);
   const journal = new Journal();
   journal.saves = [
     { place: 'p', said: 'one', began: 1, ended: 2, outcome: true },
@@ -253,7 +205,7 @@ test('servers, commands, and repairs, on many pages', async (t) => {
   const wiki = makeWiki(t);
   const ids = ['alpha', 'beta', ...numbers(4).map((i) => `alpha/${i}`)];
   for (const id of ids.slice(2))
-    appendFileSync(join(wiki.root, 'ossilar.toml'), `[[page]]\nid = "${id}"\nsources = ["src/alpha.cpp"]\n`);
+    fs.appendFileSync(join(wiki.root, 'ossilar.toml'), `[[page]]\nid = "${id}"\nsources = ["src/alpha.cpp"]\n`);
   for (const id of ids) wiki.save(id, pageAbout(id.split('/')[0], 3));
   const clients = await clientsOf(t, wiki, 2);
   const writers = ids.flatMap((id, i) => {
@@ -286,23 +238,23 @@ test('servers, commands, and repairs, on many pages', async (t) => {
 const HAND_EDITS = 200;
 
 const editInPlace = (file, said) => {
-  const fd = openSync(file, 'r+');
-  writeSync(fd, `${said}\n`, fstatSync(fd).size);
-  closeSync(fd);
+  const fd = fs.openSync(file, 'r+');
+  fs.writeSync(fd, `${said}\n`, fs.fstatSync(fd).size);
+  fs.closeSync(fd);
 };
 
 const editByRename = (file, said) => {
   const aside = `${file}~`;
-  writeFileSync(aside, `${readFileSync(file, 'utf8')}${said}\n`);
-  renameSync(aside, file);
+  fs.writeFileSync(aside, `${fs.readFileSync(file, 'utf8')}${said}\n`);
+  fs.renameSync(aside, file);
 };
 
-// What somebody finds who looks for an edit.
+// Everything in which a user could find an edit.
 function textsOf(wiki) {
   const kept = join(wiki.root, '.ossilar/replaced');
-  const names = existsSync(kept) ? readdirSync(kept, { recursive: true, withFileTypes: true }) : [];
+  const names = fs.existsSync(kept) ? fs.readdirSync(kept, { recursive: true, withFileTypes: true }) : [];
   const files = names.filter((entry) => entry.isFile()).map((entry) => join(entry.parentPath, entry.name));
-  return [wiki.page('alpha'), ...files.map((file) => readFileSync(file, 'utf8'))].join('\n');
+  return [wiki.page('alpha'), ...files.map((file) => fs.readFileSync(file, 'utf8'))].join('\n');
 }
 
 test('edits by hand while others save', async (t) => {

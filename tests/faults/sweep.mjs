@@ -3,47 +3,48 @@
 //
 // strace counts the calls of each kind, and of each thread by itself, so a point is a kind and a number; a number
 // that no thread reaches fires nothing and is no point. A kill comes before the call is made.
+import assert from 'node:assert/strict';
 import { execFile, execFileSync } from 'node:child_process';
-import { cpSync, existsSync, mkdtempSync, readFileSync, readdirSync, realpathSync, rmSync } from 'node:fs';
+import { cpSync, existsSync, mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { availableParallelism, tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { program } from '../clients/wiki.mjs';
+import { makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
 
 // Calls that change something, or whose failure can keep it from being changed.
-export const WRITES = [
-  'write',
-  'pwrite64',
-  'writev',
-  'ftruncate',
-  'fallocate',
-  'rename',
-  'renameat',
-  'renameat2',
-  'unlink',
-  'unlinkat',
-  'mkdir',
-  'mkdirat',
-  'rmdir',
-  'link',
-  'linkat',
-  'symlink',
-  'symlinkat',
-  'chmod',
-  'fchmod',
-  'fsync',
-  'fdatasync',
-  'flock',
-  'openat',
-];
+const WRITES = (
+  'write pwrite64 writev ftruncate fallocate rename renameat renameat2 unlink unlinkat mkdir mkdirat rmdir ' +
+  'link linkat symlink symlinkat chmod fchmod fsync fdatasync flock openat'
+).split(' ');
 
 const ENTRY = /^,"pages\/(.*)\.md": \{"content_hash": "([0-9a-f]*)"/gm;
 
-// A folder for worlds and their copies, gone at the end of the test.
-export function scratch(t) {
-  const folder = realpathSync(mkdtempSync(join(tmpdir(), 'ossilar-sweep-')));
-  t.after(() => rmSync(folder, { recursive: true, force: true }));
-  return folder;
+// Copies a tree and returns the copy. Times are kept, so that the index finds the sources as they were.
+export function copyTree(from, to) {
+  cpSync(from, to, { recursive: true, preserveTimestamps: true, verbatimSymlinks: true });
+  return to;
 }
+
+export function wikiWithAlpha(t) {
+  const wiki = makeWiki(t);
+  wiki.save('alpha', pageAbout('alpha', 3));
+  return wiki;
+}
+
+export function setLockTimeout(wiki, seconds) {
+  const config = join(wiki.root, 'ossilar.toml');
+  writeFileSync(config, `[wiki]\nlock_timeout_s = ${seconds}\n\n${readFileSync(config, 'utf8')}`);
+}
+
+// What may be wrong although a save succeeded: it says that these could not be refreshed.
+export const BEST_EFFORT = ['index', 'manifest', 'leftover'];
+
+// The saves that the sweeps try on wikiWithAlpha().
+export const PAGE_SAVE = { what: 'a save', args: ['save', 'alpha'], input: pageAbout('alpha', 4, 'second') };
+export const SECTION_SAVE = {
+  what: 'a section save',
+  args: ['save', 'alpha', '--section', 'Section 1'],
+  input: sectionText('alpha', 1, 'second'),
+};
 
 export function run(command, args, { input = '', cwd } = {}) {
   return new Promise((resolve) => {
@@ -58,10 +59,9 @@ export function run(command, args, { input = '', cwd } = {}) {
 
 export const ossilar = (root, args, input) => run(program, ['--repo', root, ...args], { input });
 
-// For each call the numbers of the first and the last one that the busiest thread makes. What comes before the
-// repository is first looked at is the system's loader.
-async function numbersOfCalls(root, action, log) {
-  await traced(root, action, [], log);
+// For each call in a log the numbers of the first and the last one that the busiest thread makes, from the first line
+// with `root` on: what comes before it is the system's loader.
+export function numbersOfCalls(log, root) {
   const numbers = new Map();
   const counts = new Map();
   let started = false;
@@ -88,36 +88,43 @@ function traced(root, action, injection, log) {
 // gave for the points that fired. `injections(call, k)` lists what to do at the k-th of these calls, each as
 // strace's option has it ("signal=KILL:when=3").
 export async function sweep({ folder, world, action, injections, each }) {
-  const recorded = copy(folder, world, 'recorded');
-  const numbers = await numbersOfCalls(recorded, action, join(folder, 'recorded.log'));
-  rmSync(recorded, { recursive: true, force: true });
+  const recorded = copyTree(world, join(folder, 'recorded'));
+  const recording = join(folder, 'recorded.log');
+  await traced(recorded, action, [], recording);
   const points = [];
-  for (const [call, { first, last }] of numbers)
+  for (const [call, { first, last }] of numbersOfCalls(recording, recorded))
     for (let k = first; k <= last; ++k)
       for (const injection of injections(call, k)) points.push({ call, k, injection });
   const results = [];
-  const work = async (worker) => {
-    for (let point = points.shift(); point; point = points.shift()) {
-      const root = copy(folder, world, `copy-${worker}`);
-      const log = join(folder, `inject-${worker}.log`);
-      const result = await traced(root, action, ['-e', `inject=${point.call}:${point.injection}`], log);
-      const fired = /INJECTED|killed by SIGKILL/.test(readFileSync(log, 'utf8'));
-      if (fired) results.push(await each(root, result, point));
-      rmSync(root, { recursive: true, force: true });
-    }
-  };
-  await Promise.all(Array.from({ length: availableParallelism() }, (_, worker) => work(worker)));
+  await inParallel(points, async (point, worker) => {
+    const root = copyTree(world, join(folder, `copy-${worker}`));
+    const log = join(folder, `inject-${worker}.log`);
+    const result = await traced(root, action, ['-e', `inject=${point.call}:${point.injection}`], log);
+    if (hasFired(log)) results.push(await each(root, result, point));
+    rmSync(root, { recursive: true, force: true });
+  });
   return results;
 }
 
-// Times are kept, so that the index finds the sources as they were.
-function copy(folder, world, name) {
-  const root = join(folder, name);
-  cpSync(world, root, { recursive: true, preserveTimestamps: true, verbatimSymlinks: true });
-  return root;
+export const hasFired = (log) => /INJECTED|killed by SIGKILL/.test(readFileSync(log, 'utf8'));
+
+// Runs `work(item, worker)` for each item, as many at once as there are processors.
+export async function inParallel(items, work) {
+  const left = [...items];
+  const worker = async (_, number) => {
+    while (left.length > 0) await work(left.shift(), number);
+  };
+  await Promise.all(Array.from({ length: availableParallelism() }, worker));
 }
 
-// What index and manifest tell that the rows do not: a fault at every moment. `world` is the wiki before the save.
+// The page before and after the action, which runs in a copy of `world`.
+export function pagesAround(folder, world, { args, input }) {
+  const done = copyTree(world, join(folder, 'done'));
+  execFileSync(program, ['--repo', done, ...args], { input, stdio: 'pipe' });
+  return [world, done].map((root) => pageText(root, 'alpha'));
+}
+
+// What index and manifest list and the rows do not, which is always a fault. `world` is the wiki before the save.
 // The database is looked at in a copy, so that what was left in its log stays for the program to find.
 export function listsAhead(root, world) {
   const read = (at, name) => (existsSync(join(at, name)) ? readFileSync(join(at, name), 'utf8') : '');
@@ -150,3 +157,23 @@ export function leftovers(root) {
   const names = readdirSync(root, { recursive: true });
   return names.filter((name) => /(^|\/)\.ossilar-[0-9a-f]{16}\.tmp$/.test(name));
 }
+
+export const said = (what, { code, signal, stdout, stderr }) => `${what}: exit ${code ?? signal}\n${stdout}${stderr}`;
+
+// The findings of `check`; undefined when it failed.
+export async function findingsOf(root) {
+  const { stdout } = await ossilar(root, ['--json', 'check']);
+  return JSON.parse(stdout).findings;
+}
+
+// Repairs the wiki, saves a page and checks it. What goes wrong on the way as a text, or "".
+export async function faultAfterRepair(root, id = 'beta', input = pageAbout(id)) {
+  for (const args of [['check', '--fix'], ['status'], ['save', id], ['check']]) {
+    const result = await ossilar(root, args, input);
+    if (result.code !== 0) return said(args.join(' '), result);
+    if (leftovers(root).length > 0) return `left after ${args.join(' ')}: ${leftovers(root)}`;
+  }
+  return '';
+}
+
+export const assertSound = async (wiki) => assert.equal(await faultAfterRepair(wiki.root), '');

@@ -1,4 +1,4 @@
-// A store that tells of each write of a save, and of what else decides its order, before it is made.
+// A store that calls a hook before each write of a save, and after each read of the rows.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace ossilar::testing {
 
-// Gets the operation's name; what it throws is the operation's failure.
+// Gets the operation's name. What it throws makes the operation fail.
 using StoreHook = std::function<void(const std::string& operation)>;
 
 template <class Base>

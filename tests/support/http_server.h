@@ -1,4 +1,4 @@
-// A small HTTP server on this machine that says what a test tells it to and remembers what it was asked.
+// A small HTTP server on this machine that gives the answers of a test and records the requests.
 #pragma once
 
 #include <arpa/inet.h>

@@ -46,9 +46,8 @@ class RetrievalWiki {
       std::ifstream text(file);
       const std::string content{std::istreambuf_iterator<char>(text), {}};
       utils::Task task;
-      if (!workers::wiki::WikiGenerator(*wiki, task)
-               .save_agent_page(file.stem().string(), content)
-               .contains("saved"))
+      workers::wiki::WikiGenerator generator(*wiki, task);
+      if (!generator.save_agent_page(file.stem().string(), content).contains("saved"))
         throw std::runtime_error("not saved: " + file.string());
     }
   }

@@ -16,6 +16,7 @@ struct TreeFile {
   std::int64_t lines = 100;
   source::FileKind kind = source::FileKind::text;
   std::vector<source::Symbol> symbols = {};
+  std::vector<std::string> imports = {};
 };
 
 // An index of these files, with lines of some 20 bytes and the language that their names tell.
@@ -29,6 +30,7 @@ inline source::SourceIndex tree_of(const std::vector<TreeFile>& files) {
     out.size = static_cast<std::uint64_t>(file.lines) * 20;
     out.language = std::string(source::language_of(file.path, ""));
     out.symbols = source::SymbolList(file.symbols);
+    out.imports = source::ImportList(file.imports);
     shared.push_back(std::make_shared<const source::SourceFile>(std::move(out)));
   }
   return source::SourceIndex(std::move(shared));

@@ -1,4 +1,4 @@
-// A directory of a test's own, removed at its end.
+// A temporary directory that is removed at the end of the test.
 #pragma once
 
 #include <unistd.h>

@@ -8,12 +8,13 @@
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/host/saving.h"
+#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 #include "support/temp_dir.h"
 
 namespace ossilar::testing {
 
-// A save by the pipeline alone.
+// Saves by the pipeline alone, without turns and kept drafts.
 inline workers::wiki::Answer save(workers::wiki::Wiki& wiki, const std::string& page_id,
                                   const std::string& content, const std::optional<std::string>& section = {},
                                   const std::optional<std::string>& title = {}) {
@@ -21,7 +22,22 @@ inline workers::wiki::Answer save(workers::wiki::Wiki& wiki, const std::string& 
   return workers::wiki::WikiGenerator(wiki, task).save_agent_page(page_id, content, section, title);
 }
 
-// A save as sessions make it.
+inline bool is_saved(const workers::wiki::Answer& answer) {
+  return utils::member(answer, "saved") == Map(true);
+}
+
+inline std::string error_of(const workers::wiki::Answer& answer) {
+  return utils::string_member(answer, "error");
+}
+
+// The state of a planned page; of any other "missing".
+inline workers::wiki::PageState state_of(workers::wiki::Wiki& wiki, const std::string& page_id) {
+  for (workers::wiki::PageState& state : workers::wiki::WikiReader(wiki).page_states())
+    if (state.page_id == page_id) return state;
+  return {};
+}
+
+// Saves as a session does.
 inline workers::wiki::SaveOutcome save_page(workers::wiki::Wiki& wiki,
                                             const workers::wiki::SaveRequest& request) {
   utils::Task task;

@@ -33,7 +33,7 @@ TEST(Chunking, SectionsAndSizes) {
   }
 }
 
-// Blocks at random, each line with a word that names the section it stands in.
+// Random blocks; each line has a word that names its section.
 std::string generated(unsigned seed) {
   std::mt19937 random(seed);  // the standard fixes its numbers
   std::string word = "S0";

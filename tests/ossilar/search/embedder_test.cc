@@ -46,7 +46,7 @@ TEST(LocalEmbedder, SameWordsSameVector) {
   }
 }
 
-// What is kept of words changes no vector: neither that they came before nor that too many came between.
+// The cache of words must not change a vector, whether it has the words or has dropped them.
 TEST(LocalEmbedder, VectorsDoNotDependOnTheTextsBefore) {
   const std::vector<std::string> texts{"one index of words", "words of an index", "caf\xC3\xA9 index",
                                        std::string(100, 'w') + " index"};
@@ -61,8 +61,8 @@ TEST(LocalEmbedder, VectorsDoNotDependOnTheTextsBefore) {
   }
 }
 
-// Stored vectors are compared with those of other machines: what a model of one name gives must not move.
-TEST(LocalEmbedder, TheModelsNumbersStay) {
+// Vectors of other machines are compared with ours, so a model must give the same numbers for ever.
+TEST(LocalEmbedder, TheVectorsOfAModelNameNeverChange) {
   EXPECT_EQ(make_local_embedder()->model(), "local-hash-v1-384");
   std::vector<float> places(384);
   std::iota(places.begin(), places.end(), 1.0F);

@@ -11,6 +11,7 @@
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/task.h"
 #include "support/http_server.h"
+#include "support/threads.h"
 
 namespace ossilar::search {
 namespace {
@@ -31,7 +32,7 @@ std::string vectors_for(const HttpServer::Request& request) {
   return HttpServer::ok(Map{{"data", data}}.dump());
 }
 
-// An embedder of the server that waits no time and writes the waits down.
+// An embedder of the server that records its waits instead of waiting.
 struct Embedding {
   explicit Embedding(const HttpServer& server, HttpEmbedderOptions options = {}) {
     if (options.url.empty()) options.url = server.url();
@@ -54,7 +55,7 @@ struct Embedding {
   std::unique_ptr<Embedder> embedder;
 };
 
-TEST(HttpEmbedder, GivesTheVectorsOfTheTextsInTheirOrderAndOfLengthOne) {
+TEST(HttpEmbedder, VectorsComeInTheOrderOfTheTextsAndHaveLengthOne) {
   const HttpServer server(vectors_for);
   Embedding embedding(server);
   EXPECT_EQ(embedding.embedder->dimensions(), 2U);
@@ -67,7 +68,7 @@ TEST(HttpEmbedder, GivesTheVectorsOfTheTextsInTheirOrderAndOfLengthOne) {
             (Map{{"model", "m"}, {"input", Map::array({"", "aaa"})}, {"encoding_format", "float"}}));
 }
 
-TEST(HttpEmbedder, SendsManyTextsInBatchesOfNumberAndSize) {
+TEST(HttpEmbedder, BatchesAreLimitedInNumberAndSize) {
   const HttpServer server(vectors_for);
   Embedding embedding(server);
   ASSERT_EQ(embedding.embed(std::vector<std::string>(130, "x")), "");
@@ -79,7 +80,7 @@ TEST(HttpEmbedder, SendsManyTextsInBatchesOfNumberAndSize) {
   EXPECT_EQ(server.requests().size(), 5U);
 }
 
-TEST(HttpEmbedder, NamesServiceAndModelWhateverTheSpelling) {
+TEST(HttpEmbedder, TheModelNameIsTheSameForEverySpellingOfTheUrl) {
   const auto model = [](const char* url) { return make_http_embedder({.url = url, .model = "m"})->model(); };
   for (const char* url : {"https://host/v1", "https://host/v1/", "http://host/v1/embeddings",
                           "https://host/v1/embeddings/?a=b"})
@@ -124,7 +125,7 @@ TEST(HttpEmbedder, SaysWhatIsWrongWithAnAnswer) {
   }
 }
 
-TEST(HttpEmbedder, AsksAgainWhatMayPass) {
+TEST(HttpEmbedder, RetriesWhatMayPass) {
   struct Case {
     const char* why;
     std::vector<std::string> failures;  // the first answers; then it answers well
@@ -171,8 +172,8 @@ TEST(HttpEmbedder, SendsTheKeyToItsServiceAlone) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
-// A part of the key, or the key in another spelling, could not be found to be left out.
-TEST(HttpEmbedder, ShowsNothingOfAnAnswerWhileAKeyIsInUse) {
+// An answer may quote the key in part or in another spelling, which no filter would find.
+TEST(HttpEmbedder, ErrorsQuoteNoAnswerWhileAKeyIsInUse) {
   struct Case {
     std::string answer;
     const char* says;
@@ -192,7 +193,7 @@ TEST(HttpEmbedder, ShowsNothingOfAnAnswerWhileAKeyIsInUse) {
   unsetenv("OSSILAR_TEST_KEY");
 }
 
-TEST(HttpEmbedder, KnowsWhatIsThisMachine) {
+TEST(HttpEmbedder, LoopbackAddressesAreRecognised) {
   for (const char* host : {"localhost", "LocalHost", "api.localhost", "127.0.0.1", "127.9.9.9", "127.1",
                            "[::1]", "[0:0:0:0:0:0:0:1]"})
     EXPECT_TRUE(parse_address(std::string("http://") + host + ":80/v1").is_loopback()) << host;
@@ -201,8 +202,8 @@ TEST(HttpEmbedder, KnowsWhatIsThisMachine) {
     EXPECT_FALSE(parse_address(std::string("http://") + host + ":80/v1").is_loopback()) << host;
 }
 
-// Whatever the environment says: a proxy would see the key in clear.
-TEST(HttpEmbedder, ReachesThisMachineWithoutAProxyAndOthersThroughIt) {
+// Whatever the environment says: without encryption a proxy would see the key.
+TEST(HttpEmbedder, AProxyIsUsedForOtherMachinesOnly) {
   const HttpServer proxy(vectors_for);
   const HttpServer server(vectors_for);
   const std::string port = server.url("").substr(server.url("").rfind(':'));
@@ -237,8 +238,8 @@ TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInATransfer) {
 TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInAWait) {
   utils::Task task;
   const HttpServer server([](const auto&) { return HttpServer::status("503 Busy"); });
-  const auto embedder = make_http_embedder(
-      {.url = server.url(), .model = "m", .wait = [&](milliseconds, const utils::Task&) { task.cancel(); }});
+  const auto cancel = [&](milliseconds, const utils::Task&) { task.cancel(); };
+  const auto embedder = make_http_embedder({.url = server.url(), .model = "m", .wait = cancel});
   EXPECT_THROW(embedder->embed({"a"}, task), utils::Cancelled);
   EXPECT_EQ(server.requests().size(), 1U);
 }
@@ -246,15 +247,13 @@ TEST(HttpEmbedder, EndsWhenItsTaskIsCancelledInAWait) {
 TEST(HttpEmbedder, ServesSeveralThreads) {
   const HttpServer server(vectors_for);
   const auto embedder = make_http_embedder({.url = server.url(), .model = "m"});
-  std::vector<std::thread> threads;
   std::atomic<int> right = 0;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&, i] {
-      const std::string text(static_cast<std::size_t>(i), 'x');
-      if (embedder->embed({text, text}, {})[1][0] == static_cast<float>(i / std::sqrt(i * i + 1.0))) ++right;
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  testing::in_threads(8, [&](std::size_t i) {
+    const std::string text(i, 'x');
+    const auto length = static_cast<double>(i);
+    const auto expected = static_cast<float>(length / std::sqrt(length * length + 1.0));
+    if (embedder->embed({text, text}, {})[1][0] == expected) ++right;
+  });
   EXPECT_EQ(right, 8);
 }
 

@@ -31,7 +31,7 @@ TEST(CheckoutTest, SaysNameBranchAndCommit) {
   }
 }
 
-TEST(CheckoutTest, WhatCannotBeReadIsAnErrorThatNamesTheRepository) {
+TEST(CheckoutTest, AnUnreadableRepositoryIsAnErrorThatNamesIt) {
   for (const Map& row : rows_of("source/unreadable_repositories.txt")) {
     SCOPED_TRACE(row);
     const Repository repository;
@@ -42,7 +42,7 @@ TEST(CheckoutTest, WhatCannotBeReadIsAnErrorThatNamesTheRepository) {
   }
 }
 
-// What git or libgit2 may take for the header of a section that includes other files, and what neither does.
+// Headers that git or libgit2 may read as an include, and some that neither does.
 TEST(CheckoutTest, SettingsThatIncludeOtherFilesAreRefusedAtTheirLine) {
   const Repository repository;
   repository.run("git init -q r; echo > r/.git/config");
@@ -89,7 +89,7 @@ TEST(CheckoutTest, RootIsTheNearestFolderWithAMark) {
   EXPECT_EQ(find_root(folder / "missing"), std::nullopt);
 }
 
-// A reader gives what is there, whatever it has read before.
+// A reader with a cache returns the same as one without.
 TEST(CheckoutTest, AReaderSeesEveryChange) {
   const char* const kSettle = "find r/.git w -exec touch -h -d '1 minute ago' {} + 2>/dev/null || true";
   for (const char* root : {"r", "w"}) {  // a working tree and one that is linked to it
@@ -126,8 +126,8 @@ TEST(CheckoutTest, AReaderSeesEveryChange) {
   }
 }
 
-// It may be written again within a tick of the file system's clock.
-TEST(CheckoutTest, AReaderTakesNoYoungFileForOneThatStays) {
+// A young file may be written again within one tick of the file system's clock.
+TEST(CheckoutTest, AReaderDoesNotTrustAYoungFile) {
   const Repository repository;
   repository.run("git init -q r; commit r; git -C r branch old; git -C r commit -q --allow-empty -m n");
   repository.run("find r/.git -exec touch -d '1 minute ago' {} +; touch -d '1 hour' r/.git/refs/heads/main");

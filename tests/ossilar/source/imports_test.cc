@@ -12,13 +12,13 @@ namespace {
 using ::ossilar::testing::rows_of;
 using ::testing::IsEmpty;
 
-TEST(LanguageTest, IsToldByNameThenText) {
+TEST(LanguageTest, DependsOnTheNameThenOnTheText) {
   for (const Map& row : rows_of("source/languages.txt")) {
     EXPECT_EQ(language_of(std::string(row.at(0)), std::string(row.at(1))), row.at(2)) << row;
   }
 }
 
-TEST(ImportsTest, AreAsWrittenInOrderOnceEach) {
+TEST(ImportsTest, ListsEachImportOnceAsWritten) {
   for (const Map& row : rows_of("source/imports.txt")) {
     EXPECT_EQ(Map(imports_of(std::string(row.at(0)), std::string(row.at(1)))), row.at(2)) << row;
   }

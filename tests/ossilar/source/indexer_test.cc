@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <thread>
 
 #include "ossilar/source/repository.h"
 #include "ossilar/utils/error.h"
@@ -15,6 +14,7 @@
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
 #include "support/temp_dir.h"
+#include "support/threads.h"
 
 namespace ossilar::source {
 namespace {
@@ -131,26 +131,22 @@ TEST_F(IndexerTest, AConflictedPathIsThereOnceAndADamagedIndexIsAnError) {
   EXPECT_THROW(of.refresh(), utils::Error);
 }
 
-// Kinds of index that git has and its library does not: each is named, and what the message says to run
-// helps.
+// Kinds of index that libgit2 cannot read: the message names the kind and a command that helps.
 TEST_F(IndexerTest, AnIndexOfAnotherKindIsRefusedByNameWithAWayOut) {
-  struct Case {
-    const char* script;
-    const char* name;
-  };
-  for (const Case& each : {Case{"git -C r update-index --split-index", "a split index"},
-                           {"git -C r sparse-checkout set --cone --sparse-index a", "a sparse index"},
-                           {"head -c -20 r/.git/index > i; head -c 20 /dev/zero >> i; mv i r/.git/index",
-                            "without its checksum"}}) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"git -C r update-index --split-index", "a split index"},
+      {"git -C r sparse-checkout set --cone --sparse-index a", "a sparse index"},
+      {"head -c -20 r/.git/index > i; head -c 20 /dev/zero >> i; mv i r/.git/index", "without its checksum"}};
+  for (const auto& [script, name] : rows) {
     repository.run("rm -rf r; mkdir -p r/a r/b; git init -q r; echo > r/a/x.c; echo > r/b/y.c; commit r");
-    repository.run(each.script);
+    repository.run(script);
     std::string message;
     try {
       indexer().refresh();
     } catch (const utils::Error& error) {
       message = error.what();
     }
-    EXPECT_THAT(message, HasSubstr(each.name));
+    EXPECT_THAT(message, HasSubstr(name));
     const std::size_t begin = message.find('`') + 1;
     ASSERT_NE(begin, 0U);
     repository.run("cd r; " + message.substr(begin, message.find('`', begin) - begin));
@@ -158,7 +154,7 @@ TEST_F(IndexerTest, AnIndexOfAnotherKindIsRefusedByNameWithAWayOut) {
   }
 }
 
-TEST_F(IndexerTest, KnowsWhatIsInAFileAndRemembersItInRecords) {
+TEST_F(IndexerTest, ReadsFilesOnceAndKeepsWhatTheyHoldInRecords) {
   const std::string text = "import os\nx = 1\nlast";
   repository.write("r/a.py", text);
   for (const char* name : {"r/bad", "r/gone", "r/gone too"}) repository.write(name, std::string(1, '\0'));
@@ -197,7 +193,7 @@ TEST_F(IndexerTest, ReadsAndWritesOnlyWhatChanged) {
   EXPECT_EQ(index->files().size(), 2U);
 }
 
-TEST_F(IndexerTest, FindsWhatChangedAmongManyFilesAndWhatItCouldNotLoadTheNextTime) {
+TEST_F(IndexerTest, FindsTheFewChangedFilesAmongThousands) {
   repository.run(
       "cd r; for d in a b c; do mkdir $d; for i in $(seq 800); do : > $d/$i; done; done; ln -s a d");
   Indexer first = indexer();
@@ -257,10 +253,7 @@ TEST_F(IndexerTest, RefreshesFromManyThreadsGiveOneIndex) {
   repository.run("cd r; for i in 1 2 3 4 5 6 7 8 9; do echo > $i; done");
   Indexer of = indexer();
   std::vector<std::shared_ptr<const SourceIndex>> seen(4);
-  std::vector<std::thread> threads;
-  threads.reserve(seen.size());
-  for (auto& slot : seen) threads.emplace_back([&] { slot = of.refresh(), of.skipped(); });
-  for (std::thread& thread : threads) thread.join();
+  ossilar::testing::in_threads(seen.size(), [&](std::size_t i) { seen[i] = of.refresh(), of.skipped(); });
   EXPECT_THAT(seen, ::testing::Each(seen[0]));
   EXPECT_EQ(seen[0]->files().size(), 9U);
 }
@@ -279,7 +272,7 @@ TEST_F(IndexerTest, ReadSourceReadsOnlyRegularTextFilesBelowTheRoot) {
   EXPECT_EQ(read_source(root, std::string("d/ok\0", 5)), std::nullopt);
 }
 
-// What is done to a tree, and whether it is to be looked at again.
+// A change to a tree, and whether it requires another scan.
 struct Change {
   const char* what;
   const char* script;
@@ -320,7 +313,7 @@ const std::vector<Change> kChangesInGit{
     {"a text is written after more than the system tells", "cd src; seq 9000 | xargs touch; echo 1 > a.cc"},
 };
 
-// Which kind of tree it is done to.
+// The kind of tree that is changed.
 enum class In { folder, git, linked };
 
 class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change>> {
@@ -351,8 +344,8 @@ class WatchedIndexerTest : public ::testing::TestWithParam<std::tuple<In, Change
   Repository repo;
 };
 
-// Another change comes after it, as what a change does to the watches shows at the next one.
-TEST_P(WatchedIndexerTest, HearsOfIt) {
+// A second change follows, because a broken watch only shows at the next change.
+TEST_P(WatchedIndexerTest, NoticesTheChange) {
   const Change& change = std::get<1>(GetParam());
   Indexer watched({.root = root(), .excluded = {"wiki"}, .symbols = false, .watch = true});
   const auto index = watched.refresh();
@@ -377,7 +370,7 @@ std::vector<std::tuple<In, Change>> changes_of_trees() {
 
 INSTANTIATE_TEST_SUITE_P(Changes, WatchedIndexerTest, ::testing::ValuesIn(changes_of_trees()));
 
-TEST_F(IndexerTest, AWatchedTreeIsLookedAtWhenNothingWasHeardForAMinute) {
+TEST_F(IndexerTest, AWatchedTreeIsScannedAgainAfterAQuietMinute) {
   const Repository repo;
   repo.run("echo a > a.txt");
   std::int64_t now = 1'000'000'000'000;
@@ -392,8 +385,8 @@ TEST_F(IndexerTest, AWatchedTreeIsLookedAtWhenNothingWasHeardForAMinute) {
   EXPECT_EQ(watched.looks(), 2);
 }
 
-// A link of another folder's name to a folder that is watched.
-TEST_F(IndexerTest, HearsOfAFolderThatALinkLeadsTo) {
+// A tracked folder is replaced by a link to a folder that is watched.
+TEST_F(IndexerTest, NoticesAChangeInAWatchedFolderThatALinkLeadsTo) {
   const Repository repo;
   repo.run(
       R"(mkdir -p lib/x old/x out/sys; for file in lib/x/a.c old/x/b.c out/sys/c.c; do echo 1 > $file; done
@@ -407,7 +400,7 @@ TEST_F(IndexerTest, HearsOfAFolderThatALinkLeadsTo) {
   expect_content("lib/x/a.c", "2\n");
 }
 
-TEST_F(IndexerTest, LooksWhereNothingIsToBeHeard) {
+TEST_F(IndexerTest, ScansEveryTimeWhereNothingCanBeWatched) {
   Indexer watched({.root = "/proc/sys/fs/inotify", .excluded = {}, .symbols = false, .watch = true});
   index = watched.refresh();
   EXPECT_FALSE(index->files().empty());
@@ -415,8 +408,8 @@ TEST_F(IndexerTest, LooksWhereNothingIsToBeHeard) {
   EXPECT_EQ(watched.looks(), 2U);
 }
 
-// The system tells who watches a folder nothing of those above it.
-TEST_F(IndexerTest, HearsOfARootWhoseFolderGoes) {
+// inotify reports nothing about the folders above a watched one.
+TEST_F(IndexerTest, NoticesThatTheFolderAboveTheRootIsReplaced) {
   const Repository repo;
   repo.run("mkdir -p a/r new/r; echo 1 > a/r/file; echo 2 > new/r/file");
   Indexer watched({.root = repo / "a/r", .excluded = {}, .symbols = false, .watch = true});
@@ -431,8 +424,8 @@ TEST_F(IndexerTest, HearsOfARootWhoseFolderGoes) {
   expect_content("file", "1\n");
 }
 
-// As two that come within a tick of the file system's clock may be.
-TEST_F(IndexerTest, HearsOfAnIndexOfGitThatLooksLikeTheOneBefore) {
+// Two that are written within one tick of the file system's clock may have the same stamp.
+TEST_F(IndexerTest, NoticesAGitIndexWithTheStampOfTheOneBefore) {
   const Repository repo;
   repo.run(R"(git init -q; echo > a; echo > b; git add a; cp .git/index with_a
     git rm -q --cached a; git add b; cp .git/index with_b
@@ -447,7 +440,7 @@ TEST_F(IndexerTest, HearsOfAnIndexOfGitThatLooksLikeTheOneBefore) {
   EXPECT_NE(index->find("b"), nullptr);
 }
 
-TEST_F(IndexerTest, AFailedLookIsMadeAgain) {
+TEST_F(IndexerTest, AFailedScanIsRepeated) {
   repository.write("r/a.c", "1");
   Indexer watched(
       {.root = repository / "r", .excluded = {}, .records = &records, .symbols = false, .watch = true});

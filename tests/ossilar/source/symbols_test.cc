@@ -64,12 +64,8 @@ class SymbolsTest : public ::testing::Test {
   TempDir root;
   TempDir tools;
   void make_indexer(bool watch) {
-    indexer = std::make_unique<Indexer>(Indexer::Options{.root = root.path(),
-                                                         .excluded = {},
-                                                         .records = nullptr,
-                                                         .symbols = true,
-                                                         .clock = [] { return std::int64_t{1} << 62; },
-                                                         .watch = watch});
+    const auto clock = [] { return std::int64_t{1} << 62; };
+    indexer.reset(new Indexer({.root = root.path(), .excluded = {}, .clock = clock, .watch = watch}));
   }
   void SetUp() override { make_indexer(false); }
   std::unique_ptr<Indexer> indexer;
@@ -95,8 +91,8 @@ TEST_F(SymbolsTest, AreWhatAFileDeclares) {
 
 class SymbolToolTest : public SymbolsTest, public ::testing::WithParamInterface<bool> {};
 
-// Also for an indexer that is told of changes, to which the tool's coming is none.
-TEST_P(SymbolToolTest, ComesAndItsSymbolsStayWithTheContent) {
+// Also with watches, which do not report that the tool was installed.
+TEST_P(SymbolToolTest, SymbolsAreReadOnceTheToolIsInstalledAndThenKept) {
   make_indexer(GetParam());
   root.write("a.py", "def f(): pass\n");
   {
@@ -124,7 +120,7 @@ TEST_P(SymbolToolTest, ComesAndItsSymbolsStayWithTheContent) {
 
 INSTANTIATE_TEST_SUITE_P(Watch, SymbolToolTest, ::testing::Bool());
 
-TEST_F(SymbolsTest, OneTextThatTheToolDiesOfLeavesTheOthersTheirs) {
+TEST_F(SymbolsTest, AFileThatKillsTheToolLosesItsOwnSymbolsAlone) {
   const char* script =
       "echo '{\"_type\": \"program\"}'\n"
       "while read -r request && read -r text; do\n"
@@ -140,7 +136,7 @@ TEST_F(SymbolsTest, OneTextThatTheToolDiesOfLeavesTheOthersTheirs) {
   EXPECT_THAT(found, ElementsAre(0U, 1U, 1U, 0U, 0U, 1U, 0U));
 }
 
-TEST_F(SymbolsTest, ManyFilesGiveEachItsOwnAndAtMostTheCap) {
+TEST_F(SymbolsTest, EachOfManyFilesHasItsOwnSymbolsUpToTheCap) {
   const auto function = [](std::size_t i) { return "def f" + std::to_string(i) + "(): pass\n"; };
   std::string many;
   for (std::size_t i = 0; i < kMaxSymbols + 5; ++i) many += function(i);
@@ -153,7 +149,7 @@ TEST_F(SymbolsTest, ManyFilesGiveEachItsOwnAndAtMostTheCap) {
   }
 }
 
-TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
+TEST(SymbolList, ReadsItsTextBackAndSkipsDamage) {
   const std::vector<std::vector<Symbol>> lists{
       {},
       {{"", "", "", 0}},
@@ -175,7 +171,7 @@ TEST(SymbolList, GivesBackWhatItHoldsAndMakesWhatItCanOfDamage) {
       << "a line that no file has stays the largest number";
 }
 
-TEST(ContentHash, IsItsLowerCaseDigitsOrNone) {
+TEST(ContentHash, TakesLowerCaseDigitsOnly) {
   const std::string digits = utils::sha256_hex("x");
   EXPECT_EQ(ContentHash(digits).hex(), digits);
   for (const std::string& other : {std::string(), digits.substr(1), digits + "0", "G" + digits.substr(1),
@@ -185,7 +181,7 @@ TEST(ContentHash, IsItsLowerCaseDigitsOrNone) {
   }
 }
 
-TEST(SymbolList, TellsWhereAProgramMayBegin) {
+TEST(SymbolList, KnowsWhetherItHoldsAMainFunction) {
   const std::vector<std::pair<std::vector<Symbol>, bool>> rows{
       {{}, false},
       {{{"main", "function", "", 1}}, true},

@@ -8,11 +8,10 @@
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <functional>
 #include <thread>
-#include <vector>
 
 #include "support/temp_dir.h"
+#include "support/threads.h"
 
 namespace ossilar::store {
 namespace {
@@ -45,7 +44,8 @@ class WriteLockTest : public ::testing::Test {
 TEST_F(WriteLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
   WriteLock third(options(std::chrono::minutes(5)));
   std::atomic<int> held = 0;  // read and written apart: only the lock keeps an increment from getting lost
-  const auto hold = [&held](WriteLock& mine) {
+  testing::in_threads(6, [&](std::size_t i) {
+    WriteLock& mine = i % 2 == 0 ? lock : third;
     for (int round = 0; round < 25; ++round) {
       mine.acquire(true);
       const int before = held.load(std::memory_order_relaxed);
@@ -53,11 +53,7 @@ TEST_F(WriteLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
       held.store(before + 1, std::memory_order_relaxed);
       mine.release();
     }
-  };
-  std::vector<std::thread> threads(6);
-  for (std::size_t i = 0; i < threads.size(); ++i)
-    threads[i] = std::thread(hold, std::ref(i % 2 == 0 ? lock : third));
-  for (std::thread& thread : threads) thread.join();
+  });
   EXPECT_EQ(held, 6 * 25);
 }
 
@@ -79,7 +75,7 @@ TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
   EXPECT_EQ(busy_message(other, true), "");
 }
 
-// Nobody could end it: it has ended, and its parent has not looked yet.
+// A zombie: it has ended, and its parent has not waited for it yet.
 TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
   lock.acquire(false);
   const std::string line = dir.read("write.lock");
@@ -92,8 +88,8 @@ TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
   ASSERT_EQ(waitpid(ended, nullptr, 0), ended);
 }
 
-// The child is forked while the lock is held, so it has a copy of the holder's descriptor; what was released
-// must be free all the same.
+// The child is forked while the lock is held and so inherits the holder's descriptor; a release must free the
+// lock all the same.
 TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   std::array<int, 2> pipe_ends{};
   ASSERT_EQ(pipe(pipe_ends.data()), 0);
@@ -118,7 +114,7 @@ TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   close(pipe_ends[0]);
 }
 
-TEST_F(WriteLockTest, FailureToOpenLeavesItUsable) {
+TEST_F(WriteLockTest, AFailedOpenLeavesTheLockUsable) {
   std::filesystem::create_symlink(dir / "elsewhere", dir / "write.lock");
   EXPECT_THROW(lock.acquire(true), utils::IoError);
   EXPECT_FALSE(std::filesystem::exists(dir / "elsewhere"));

@@ -35,7 +35,7 @@ TEST(Json, TruthAndText) {
   EXPECT_THROW(json_text(Map{{"k", "\xFF"}}), Map::type_error);
 }
 
-// Keys and texts are written without the library, and must come out as it writes them.
+// Our own writer of keys and texts must agree with the library.
 TEST(JsonText, WritesEachCharacterAsTheLibraryDoes) {
   std::vector<std::string> texts{"", "\xC3\xA9\n\"", "\xF0\x9F\x98\x80", "a\\b\tc", std::string(3, '\0')};
   for (int c = 0; c < 0x80; ++c) texts.push_back("a" + std::string(1, static_cast<char>(c)) + "b");

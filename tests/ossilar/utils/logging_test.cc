@@ -29,7 +29,7 @@ TEST(Failure, ShowsTheChainOfCausesWithTheirPlaces) {
   EXPECT_THAT(failure.trace[1].place, ::testing::EndsWith("logging_test.cc:" + std::to_string(line)));
 }
 
-TEST(DegradedSteps, GoToTheInnermostScopeOfTheThreadOnce) {
+TEST(DegradedSteps, AreNotedOnceInTheInnermostScopeOfTheThread) {
   degraded("lost", "no scope");
   const DegradedScope outer = degraded_steps();
   degraded("symbols", "no tool");

@@ -75,8 +75,8 @@ TEST(Inlines, ArePlainText) {
   EXPECT_EQ(urls, "a=u http://x=http://x d=y ");
 }
 
-// What was read of one text is never taken for another's, in whatever order they come again.
-TEST(Inlines, AreThoseOfTheirOwnText) {
+// Results of one text are never returned for another, in whatever order the texts come again.
+TEST(Inlines, CachedResultsBelongToTheirOwnText) {
   const auto all_of = [](const std::string& text) {
     std::string all = prose_text(text) + "|" + closing_line(text) + "|" + plain_inline(text);
     for (const Block& block : top_level_blocks(text)) all += "|" + block.text + std::to_string(block.begin);
@@ -95,7 +95,7 @@ TEST(Inlines, AreThoseOfTheirOwnText) {
   EXPECT_NE(prose_text(std::string(40'000, 'a')), prose_text(std::string(40'000, 'b')));
 }
 
-// What has one key in fold_label() is one label to the parser, and what has two is two.
+// Two labels have the same fold_label() exactly when the parser takes them for one.
 TEST(FoldLabel, AgreesWithTheParser) {
   using Pair = std::pair<const char*, const char*>;
   for (const auto& [a, b] :

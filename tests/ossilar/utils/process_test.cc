@@ -11,7 +11,7 @@
 namespace ossilar::utils {
 namespace {
 
-TEST(RunProcess, TellsWhatTheChildSaidAndHowItEnded) {
+TEST(RunProcess, ReturnsOutputErrorsAndExitCode) {
   const UniqueFd leaky(open("/dev/null", O_RDONLY));  // without O_CLOEXEC, as other libraries open files
   const std::string probe = "[ -e /proc/self/fd/" + std::to_string(leaky.get()) + " ] && echo open; exit 0";
   std::string large;

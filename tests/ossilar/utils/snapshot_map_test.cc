@@ -24,7 +24,7 @@ Difference difference(const Model& before, const Model& after) {
   return out;
 }
 
-// Grows to some 2,000 entries, shrinks to few and grows again, so that blocks split, empty and go.
+// Grows to some 2,000 entries, shrinks to a few and grows again, so that blocks split, empty and are removed.
 TEST(SnapshotMap, BehavesLikeAMapAndItsSnapshotsNeverChange) {
   std::mt19937 random(7);
   SnapshotMap<int> map;

@@ -1,19 +1,17 @@
 #include "ossilar/store/sqlite/sqlite_store.h"
 
 #include <sqlite3.h>
-#include <sys/resource.h>
 
 #include <atomic>
-#include <csignal>
-#include <latch>
 #include <limits>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "ossilar/store/sqlite/passages.h"
 #include "ossilar/store/sqlite/schema.h"
 #include "store_fixture.h"
+#include "support/file_size_limit.h"
+#include "support/threads.h"
 
 namespace ossilar::store {
 namespace {
@@ -49,7 +47,7 @@ TEST_F(StoreTest, RowComesBackInOrderWithEveryFieldButSymbols) {
   EXPECT_EQ(utils::json_text(*store.get_wiki_pages("main").find("core/io")), utils::json_text(row));
 }
 
-TEST_F(StoreTest, RowsAreWithoutTheTextThatTheBuildCacheKeeps) {
+TEST_F(StoreTest, RowsLeaveOutTheTextsOfTheBuildCache) {
   const char* const kWhole = R"({"prose": "p", "diagrams": ["d"], "outline": ["o"], "sections": [], "é": 1})";
   for (const auto& [given, in_row] : std::vector<std::pair<std::string, std::string>>{
            {kWhole, R"({"outline":["o"],"é":1})"}, {"", ""}, {"{\"prose\": ", "{\"prose\": "}}) {
@@ -102,7 +100,7 @@ TEST_F(StoreTest, StaleMarksBelongToRowsAndGoWithTheNextUpsert) {
   EXPECT_THAT(store.stale_marks("main"), ElementsAre(Pair("a", "new reason")));
 }
 
-TEST_F(StoreTest, DigestsAreWrittenAndReadByTheirDifferences) {
+TEST_F(StoreTest, OnlyChangedDigestsAreWrittenAndReadAgain) {
   const auto other = open_sqlite_store(file);
   PageDigests digests{{"a", {{"topics", {"x"}}}}, {"b", 1}, {"c", nullptr}};
   store.persist_digests("main", digests, {});
@@ -135,7 +133,7 @@ TEST_F(StoreTest, KeepsStateAndSourceRecords) {
   EXPECT_THAT(source_records(store), ElementsAre(Pair("b", "3"), Pair("c", "")));
 }
 
-TEST_F(StoreTest, WritersThatShareAStoreOrOpenOneNewFileLoseNothingAndReadTheirOwnWrites) {
+TEST_F(StoreTest, ConcurrentWritersLoseNothingAndReadTheirOwnWrites) {
   constexpr std::size_t kWriters = 6;
   const std::filesystem::path fresh = dir / "new.db";
   std::atomic<int> unseen = 0;
@@ -148,31 +146,16 @@ TEST_F(StoreTest, WritersThatShareAStoreOrOpenOneNewFileLoseNothingAndReadTheirO
       unseen += mine.get_wiki_pages("main").find(page) == nullptr || mine.chunks("main", page).size() != 1;
     }
   };
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < kWriters; ++i)
-    threads.emplace_back([&, i] { EXPECT_EQ(refusal([&] { save_pages(i); }), ""); });
-  for (std::thread& thread : threads) thread.join();
+  testing::in_threads(kWriters, [&](std::size_t i) { EXPECT_EQ(refusal([&] { save_pages(i); }), ""); });
   EXPECT_EQ(unseen, 0);
   EXPECT_EQ(open_sqlite_store(fresh)->get_wiki_pages("main").size(), kWriters * 4);
   EXPECT_EQ(store.get_wiki_pages("main").size(), kWriters * 4);
 }
 
-// SQLite refuses to write upon what was read before another's commit, and waits for nothing then.
+// SQLite refuses a write whose transaction read before another's commit, at once and without waiting.
 TEST_F(StoreTest, AWriteThatReadsFirstComesAfterAnothersCommit) {
   const std::int64_t key = store.upsert_wiki_page("main", "p", "P", {});
-  Connection other(file, SQLite::OPEN_READWRITE);
-  for (int round = 0; round < 20; ++round) {
-    std::latch begun(1);
-    other.database().exec("BEGIN IMMEDIATE");
-    std::thread writer([&] {
-      begun.count_down();
-      EXPECT_EQ(refusal([&] { store.store_chunks(key, {chunk(0, "x")}, {}); }), "");
-    });
-    begun.wait();
-    for (int i = 0; i < 1000; ++i) other.database().exec("UPDATE counter SET revision = revision + 1");
-    other.database().exec("COMMIT");
-    writer.join();
-  }
+  expect_to_come_after_anothers_commit([&] { store.store_chunks(key, {chunk(0, "x")}, {}); });
 }
 
 class PassagesTest : public StoreTest {
@@ -206,7 +189,7 @@ TEST_F(PassagesTest, ChunksAndVectorsComeBack) {
   EXPECT_THAT(store.vectors("other model", {"x"}), IsEmpty());
 }
 
-TEST_F(PassagesTest, PassageGoesWithTheLastPageThatHoldsIt) {
+TEST_F(PassagesTest, APassageIsDeletedWithTheLastPageThatHoldsIt) {
   const struct {
     const char* why;
     const char* page;
@@ -230,9 +213,9 @@ TEST_F(PassagesTest, PassageGoesWithTheLastPageThatHoldsIt) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 1);
 }
 
-// One statement a passage would take time by the square of their number: each that cascades ends with a walk
-// through all that the step has noted.
-TEST_F(PassagesTest, HoweverManyPassagesGoTheyGoInOneStatement) {
+// One statement per passage would take quadratic time: each cascade walks through all changes of the
+// savepoint.
+TEST_F(PassagesTest, AllPassagesOfAPageAreDeletedInOneStatement) {
   const auto count_deletions = [](unsigned, void* count, void* ended, void*) {
     const std::string_view text(sqlite3_sql(static_cast<sqlite3_stmt*>(ended)));
     *static_cast<int*>(count) += text.starts_with("DELETE FROM passages") ? 1 : 0;
@@ -251,8 +234,8 @@ TEST_F(PassagesTest, HoweverManyPassagesGoTheyGoInOneStatement) {
   EXPECT_EQ(stored("SELECT count(*) FROM vectors"), 1);
 }
 
-// A new passage may take the place of one that goes: nothing of that one is to be taken for the new one's.
-TEST_F(PassagesTest, WhatIsKnownOfAPassageThatGoesIsNotTakenForANewOnes) {
+// A new passage may reuse the slot of a deleted one and must not inherit its vectors or text.
+TEST_F(PassagesTest, ANewPassageInAReusedSlotInheritsNothing) {
   const auto key = put("a", {"x", "y"});
   store.add_vectors("m2", {{"x", {7}}, {"y", {8}}});
   const std::vector<Map> chunks{chunk(0, "z", {0.25F}), chunk(1, "y", nullptr), chunk(2, "w", {3.0F})};
@@ -265,7 +248,7 @@ TEST_F(PassagesTest, WhatIsKnownOfAPassageThatGoesIsNotTakenForANewOnes) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 3);
 }
 
-TEST_F(PassagesTest, SharedAreThoseThatAnotherPageHolds) {
+TEST_F(PassagesTest, APassageIsSharedWhenAnotherPageHoldsIt) {
   put("a", {"x", "y", "z", "z"});
   put("b", {"y"});
   Map other_model = chunk(0, "x");
@@ -276,7 +259,7 @@ TEST_F(PassagesTest, SharedAreThoseThatAnotherPageHolds) {
   EXPECT_THAT(shared.embedded, ElementsAre("x"));
 }
 
-TEST_F(StoreTest, PagesWhoseWordsCannotBeIndexedAreNotFoundByFormerOnes) {
+TEST_F(StoreTest, APageWhoseIndexingFailedIsNotFoundByItsFormerWords) {
   const auto found = [this](const std::string& words) {
     std::vector<std::string> pages;
     for (const FoundPassage& passage : store.match_words("main", words, {}, 9))
@@ -316,18 +299,13 @@ TEST_F(PassagesTest, RefusedChunksChangeNothing) {
   expect_refused(key + 1, "{}", "FOREIGN KEY");
 }
 
-// A process that may not write files beyond some size meets what a full disk is like.
 TEST_F(StoreTest, WriteOnAFullDiskLeavesTheOldRowAndAUsableStore) {
   const PageFields large{.summary = std::string(20'000, 'x')};
   store.upsert_wiki_page("main", "a", "old", {});
-  rlimit former{};
-  getrlimit(RLIMIT_FSIZE, &former);
-  const rlimit full{std::filesystem::file_size(file.string() + "-wal") + 9'000, former.rlim_max};
-  const auto former_handler = std::signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &full);
-  EXPECT_THAT(refusal([&] { store.upsert_wiki_page("main", "a", "new", large); }), HasSubstr("free space"));
-  setrlimit(RLIMIT_FSIZE, &former);
-  std::signal(SIGXFSZ, former_handler);
+  {
+    const testing::FileSizeLimit full_disk(std::filesystem::file_size(file.string() + "-wal") + 9'000);
+    EXPECT_THAT(refusal([&] { store.upsert_wiki_page("main", "a", "new", large); }), HasSubstr("free space"));
+  }
   EXPECT_EQ(title(store.get_wiki_pages("main"), "a"), "old");
   store.upsert_wiki_page("main", "a", "new", large);
   EXPECT_EQ(title(open_sqlite_store(file)->get_wiki_pages("main"), "a"), "new");

@@ -4,8 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "ossilar/store/forwarding_store.h"
 #include "ossilar/store/sqlite/connection.h"
@@ -27,7 +29,7 @@ std::string refusal(Call call) {
 
 class StoreTest : public ::testing::Test {
  protected:
-  // A number as the file has it, whatever the store says.
+  // A number read from the file itself, past the store's snapshots.
   std::int64_t stored(const char* sql) {
     Connection connection(file, SQLite::OPEN_READONLY);
     Query query(connection, sql);
@@ -45,6 +47,24 @@ class StoreTest : public ::testing::Test {
     const Map citations = Map::array({{{"path", "a.cc"}, {"first", position}}});
     return {{"position", position}, {"section", "S"},         {"text", "text of " + hash}, {"hash", hash},
             {"model", "m"},         {"citations", citations}, {"embedding", embedding}};
+  }
+
+  // Another connection writes and commits while `write` waits for the database: it must succeed all the same.
+  template <class Write>
+  void expect_to_come_after_anothers_commit(Write write) {
+    Connection other(file, SQLite::OPEN_READWRITE);
+    for (int round = 0; round < 20; ++round) {
+      std::latch begun(1);
+      other.database().exec("BEGIN IMMEDIATE");
+      std::thread writer([&] {
+        begun.count_down();
+        EXPECT_EQ(refusal(write), "");
+      });
+      begun.wait();
+      for (int i = 0; i < 1000; ++i) other.database().exec("UPDATE counter SET revision = revision + 1");
+      other.database().exec("COMMIT");
+      writer.join();
+    }
   }
 
   testing::TempDir dir;

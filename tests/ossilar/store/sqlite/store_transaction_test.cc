@@ -1,10 +1,7 @@
-#include <sys/resource.h>
-
-#include <csignal>
-#include <latch>
-#include <thread>
+#include <optional>
 
 #include "store_fixture.h"
+#include "support/file_size_limit.h"
 
 namespace ossilar::store {
 namespace {
@@ -20,7 +17,7 @@ class StoreTransactionTest : public StoreTest {
   }
 };
 
-TEST_F(StoreTransactionTest, IsSeenThroughItselfAtOnceAndByOthersWhenItIsCommitted) {
+TEST_F(StoreTransactionTest, WritesAreVisibleInsideAtOnceAndOutsideAfterTheCommit) {
   put(store, "before");
   auto group = store.begin("store a page");
   const std::int64_t key = put(*group, "a");
@@ -46,7 +43,7 @@ TEST_F(StoreTransactionTest, IsSeenThroughItselfAtOnceAndByOthersWhenItIsCommitt
   EXPECT_EQ(other->wiki_state("main")->page_count, 2);
 }
 
-TEST_F(StoreTransactionTest, LeavesNothingWithoutACommit) {
+TEST_F(StoreTransactionTest, WithoutACommitNothingIsStored) {
   put(store, "before");
   {
     const auto group = store.begin("store a page");
@@ -60,7 +57,7 @@ TEST_F(StoreTransactionTest, LeavesNothingWithoutACommit) {
   EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
 }
 
-TEST_F(StoreTransactionTest, AWriteThatFailsTakesItselfBackAlone) {
+TEST_F(StoreTransactionTest, AFailedWriteIsTakenBackAlone) {
   const auto group = store.begin("store a page");
   const std::int64_t key = put(*group, "a");
   EXPECT_NE(refusal([&] { group->store_chunks(key, {chunk(0, "x"), chunk(1, "y", Map())}, {}); }), "");
@@ -73,22 +70,17 @@ TEST_F(StoreTransactionTest, AWriteThatFailsTakesItselfBackAlone) {
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 0);
 }
 
-// SQLite ends a transaction whose log it cannot write: what was written before is gone with it.
-TEST_F(StoreTransactionTest, SaysSoWhenAFailureTookItAllBack) {
-  std::signal(SIGXFSZ, SIG_IGN);
+// SQLite rolls back a transaction whose log it cannot write, with everything written before.
+TEST_F(StoreTransactionTest, AFailureThatRolledEverythingBackIsReported) {
   put(store, "before");
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
   {
     const auto group = store.begin("store the page a");
     put(*group, "a");
-    rlimit small = before;
-    small.rlim_cur = std::size_t{256} * 1024;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     std::string failure;
+    std::optional<testing::FileSizeLimit> full_disk(std::in_place, std::size_t{256} * 1024);
     for (int i = 0; i < 50 && failure.empty(); ++i)
       failure = refusal([&] { put(*group, "big" + std::to_string(i), std::string(200'000, 'x')); });
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    full_disk.reset();
     EXPECT_NE(failure, "") << "more than the cache holds goes to the log";
     EXPECT_THAT(refusal([&] { put(*group, "c"); }), HasSubstr("taken back"));
     EXPECT_THAT(refusal([&] { group->commit(); }), HasSubstr("taken back"));
@@ -98,31 +90,18 @@ TEST_F(StoreTransactionTest, SaysSoWhenAFailureTookItAllBack) {
   EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
 }
 
-TEST_F(StoreTransactionTest, ThatReadsFirstComesAfterAnothersCommit) {
-  Connection other(file, SQLite::OPEN_READWRITE);
-  for (int round = 0; round < 20; ++round) {
-    std::latch begun(1);
-    other.database().exec("BEGIN IMMEDIATE");
-    std::thread writer([&] {
-      begun.count_down();
-      EXPECT_EQ(refusal([&] {
-                  const auto group = store.begin("store a page");
-                  group->get_wiki_pages("main");
-                  std::this_thread::yield();
-                  put(*group, "a");
-                  group->commit();
-                }),
-                "");
-    });
-    begun.wait();
-    for (int i = 0; i < 1000; ++i) other.database().exec("UPDATE counter SET revision = revision + 1");
-    other.database().exec("COMMIT");
-    writer.join();
-  }
+TEST_F(StoreTransactionTest, ATransactionThatReadsFirstComesAfterAnothersCommit) {
+  expect_to_come_after_anothers_commit([&] {
+    const auto group = store.begin("store a page");
+    group->get_wiki_pages("main");
+    std::this_thread::yield();
+    put(*group, "a");
+    group->commit();
+  });
 }
 
-// Who only reads is not to wait for a writer that hangs: what it would store beside is left.
-TEST_F(StoreTransactionTest, OfAnotherProcessKeepsNobodyWaitingWithASourceRecord) {
+// A reader must not wait for a writer that hangs, so its source records are dropped.
+TEST_F(StoreTransactionTest, SourceRecordsAreNotStoredWhileAnotherProcessWrites) {
   Connection other(file, SQLite::OPEN_READWRITE);
   other.database().exec("BEGIN IMMEDIATE");
   store.update_source_records({{"a", "1"}});

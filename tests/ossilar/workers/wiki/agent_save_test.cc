@@ -176,7 +176,8 @@ struct Sweep {
   bool ordinary;  // derived from std::exception
 };
 
-// Whether there is an outside call of this number. It fails, and nothing is called after it but what must be.
+// Lets outside call `number` fail and checks that only the clean-up follows. False when there is no such
+// call.
 bool fails_well_at(const Sweep& sweep, int number) {
   World world(sweep.given);
   world.fault = sweep.fault;

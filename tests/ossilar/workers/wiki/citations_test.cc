@@ -70,7 +70,7 @@ TEST(PageLinks, LeadFromThePageFile) {
                      {"Other page", "parts/other.md"}}));
   EXPECT_EQ(page_links(brackets_of("[src/a.cc:L1] [Other page]"), "a/b/c", "docs/wiki").targets,
             (Targets{{"src/a.cc:L1", "../../../../../src/a.cc#L1"}, {"Other page", "../../parts/other.md"}}));
-  // One label to the renderer, two files: no link says what only one of them means.
+  // The renderer takes both for one label, so neither gets a link.
   EXPECT_EQ(page_links(brackets_of("[lib/Case.cc:L1] [lib/case.cc:L1]"), "mine", "wiki").targets, Targets{});
 }
 

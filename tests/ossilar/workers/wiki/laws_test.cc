@@ -99,7 +99,7 @@ TEST(SavingLaw, ThePageReadsAsTheAuthorsTextAlone) {
   }
 }
 
-// The marker is a comment, which ends an open one: a second end would show.
+// The marker is a comment and ends an open one: a second "-->" would be visible.
 TEST(SavingLaw, ClosesABlockOnce) {
   EXPECT_EQ(saved("<!-- open").markdown.find("-->\n-->"), std::string::npos);
   EXPECT_NE(saved("<pre>open").markdown.find("-->\n</pre>\n<!--"), std::string::npos);

@@ -1,4 +1,4 @@
-// What a clone, a merge and an older format make of page files: rows as they were, and nothing fresher.
+// A clone, a merge and an older format: adoption restores the rows and makes no page look fresher.
 #include "ossilar/workers/wiki/check/arrivals.h"
 
 #include <SQLiteCpp/Database.h>
@@ -10,20 +10,24 @@
 
 #include <map>
 
+#include "findings.h"
 #include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
-#include "ossilar/workers/wiki/check/wiki_check.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/pages/page_record.h"
 #include "support/hooked_store.h"
-#include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
 namespace fs = std::filesystem;
+using ossilar::testing::findings_in;
+using ossilar::testing::forget_local_state;
+using ossilar::testing::is_saved;
+using ossilar::testing::replace_in_file;
+using ossilar::testing::replaced_texts;
 using ossilar::testing::save;
+using ossilar::testing::state_of;
 using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -31,7 +35,7 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
 
-// Every field of every row, but for the numbers that the database gives; by page id.
+// The fields of each row by page id, without the numbers that the database assigns.
 using Rows = std::map<std::string, std::map<std::string, std::string>>;
 
 Rows rows_in(const fs::path& root) {
@@ -48,67 +52,54 @@ Rows rows_in(const fs::path& root) {
   return rows;
 }
 
-PageState state_of(Wiki& wiki, const std::string& page_id) {
-  for (PageState& state : WikiReader(wiki).page_states())
-    if (state.page_id == page_id) return state;
-  return {};
-}
-
 // Two modules that link each other by chosen titles, a page about parts, and steering.
 class AdoptionTest : public ::testing::Test {
  protected:
   AdoptionTest() {
     const auto wiki = repo_.open();
-    EXPECT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The *First*").contains("saved"));
-    EXPECT_TRUE(
-        save(*wiki, "beta", WikiRepo::text_about("beta", "See [The *First*] and [Alpha]."), {}, "Second")
-            .contains("saved"));
-    EXPECT_TRUE(
-        save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Second]."), {}, "Third").contains("saved"));
-    EXPECT_TRUE(save(*wiki, "overview", "All of it [src/alpha.cpp:L1].\n\n## How\n\nSo [src/beta.cpp:L2].\n")
-                    .contains("saved"));
+    const std::string beta = WikiRepo::text_about("beta", "See [The *First*] and [Alpha].");
+    const std::string overview = "All of it [src/alpha.cpp:L1].\n\n## How\n\nSo [src/beta.cpp:L2].\n";
+    EXPECT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The *First*")));
+    EXPECT_TRUE(is_saved(save(*wiki, "beta", beta, {}, "Second")));
+    EXPECT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Second]."), {}, "Third")));
+    EXPECT_TRUE(is_saved(save(*wiki, "overview", overview)));
   }
 
-  // As a clone finds it: without what is local.
-  void forget() const {
-    fs::remove_all(repo_.dir / ".ossilar");
-    set_up_wiki(repo_.dir.path());
-  }
+  void forget() const { forget_local_state(repo_); }
   AdoptionReport adopt() const {
     const auto wiki = repo_.open();
     wiki->prepare();
     return adopt_pages(*wiki);
   }
-  std::string findings() const {
-    std::string names;
-    for (const Finding& finding : check_wiki(repo_.dir.path(), {.writer = "test"}).findings)
-      names += std::string(fault_name(finding.fault)) + " " + finding.subject + "\n";
-    return names;
-  }
-  void replace(const std::string& name, const std::string& from, const std::string& to) const {
-    std::string text = repo_.dir.read(name);
-    text.replace(text.find(from), from.size(), to);
-    repo_.dir.write(name, text);
+  std::string findings() const { return findings_in(repo_); }
+  Rows rows() const { return rows_in(repo_.dir.path()); }
+  // The rows of a clone that adopts the pages.
+  Rows rows_of_clone() const {
+    forget();
+    adopt();
+    return rows();
   }
 
   const WikiRepo repo_{"[steering]\ntext = \"For newcomers.\"\n"};
 };
 
 TEST_F(AdoptionTest, GivesAClonesRowsFieldByField) {
-  const Rows first = rows_in(repo_.dir.path());
+  const Rows first = rows();
+  const std::string page = repo_.page("beta");
   forget();
   EXPECT_EQ(adopt().adopted, 3U);
-  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  EXPECT_EQ(rows(), first);
   EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_EQ(adopt().adopted, 0U) << "what has a row is left alone";
+  ASSERT_TRUE(is_saved(save(*repo_.open(), "beta", split_authored(page, "").text())));
+  EXPECT_EQ(repo_.page("beta"), page) << "its title and links too";
 }
 
-// What the sources were is told by the page; what they were like, nobody knows any more.
-TEST_F(AdoptionTest, OfAStalePageSaysWhatItsRecordSays) {
-  Rows first = rows_in(repo_.dir.path());
+// The page records the hashes of its sources, but not their symbols or diagrams.
+TEST_F(AdoptionTest, GivesAStalePagesRowFromItsRecord) {
+  Rows first = rows();
   repo_.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
-  forget();
-  adopt();
-  Rows clone = rows_in(repo_.dir.path());
+  Rows clone = rows_of_clone();
   for (Rows* rows : {&first, &clone}) {
     for (auto& [page_id, row] : *rows) {
       Map cache = Map::parse(row["build_cache"]);
@@ -121,21 +112,24 @@ TEST_F(AdoptionTest, OfAStalePageSaysWhatItsRecordSays) {
   EXPECT_EQ(state_of(*repo_.open(), "alpha").reason, "changed: src/alpha.cpp");
 }
 
-TEST_F(AdoptionTest, NeverTakesHashesFromTheSourcesOfToday) {
+TEST_F(AdoptionTest, NeverTakesHashesFromTheCurrentSources) {
   repo_.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
-  replace("wiki/pages/beta.md", "See", "By hand, see");
+  replace_in_file(repo_, "wiki/pages/beta.md", "See", "By hand, see");
   repo_.dir.write("wiki/pages/alpha.md", "# By hand\n\nAll new [src/alpha.cpp:L1] [src/alpha.cpp:L2].\n");
+  repo_.dir.write("wiki/pages/stray.md", "nobody's\n");
   forget();
-  EXPECT_THAT(adopt().edited, ElementsAre("alpha", "beta"));
+  const AdoptionReport report = adopt();
+  EXPECT_THAT(report.edited, ElementsAre("alpha", "beta"));
+  EXPECT_THAT(report.unplanned, ElementsAre((repo_.dir / "wiki/pages/stray.md").string()));
   const auto wiki = repo_.open();
   EXPECT_EQ(state_of(*wiki, "beta").condition, PageCondition::stale) << "its record is of the source before";
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::unverified) << "it has no record";
   EXPECT_THAT(findings(), HasSubstr("unverified wiki/pages/alpha.md"));
-  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha")).contains("saved"));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"))));
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok) << "an author has looked";
 }
 
-TEST_F(AdoptionTest, BelievesARecordOnlyWhereASavePutsIt) {
+TEST_F(AdoptionTest, TrustsARecordOnlyWhereASavePutsIt) {
   const std::string page = repo_.page("alpha");
   const auto record = record_of(page);
   ASSERT_TRUE(record);
@@ -159,30 +153,26 @@ TEST_F(AdoptionTest, BelievesARecordOnlyWhereASavePutsIt) {
 
 TEST_F(AdoptionTest, KnowsAChosenTitleWithoutTheBlanksAroundIt) {
   const auto wiki = repo_.open();
-  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "  Foo  bar ").contains("saved"));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "  Foo  bar ")));
   const std::string page = repo_.page("alpha");
-  const Rows first = rows_in(repo_.dir.path());
+  const Rows first = rows();
   EXPECT_EQ(record_of(page).value_or(PageRecord{}).agent_title, "Foo  bar");
-  ASSERT_TRUE(save(*wiki, "alpha", page).contains("saved"));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", page)));
   EXPECT_EQ(repo_.page("alpha"), page);
-  EXPECT_EQ(rows_in(repo_.dir.path()), first);
-  forget();
-  adopt();
-  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  EXPECT_EQ(rows(), first);
+  EXPECT_EQ(rows_of_clone(), first);
 }
 
-// A save of the same text would write another file today; the sources are the same, and so is what they tell.
+// A save of the same text would write another link today, but the page is not stale.
 TEST_F(AdoptionTest, GivesAClonesRowsWhereATitleWasChosenAfterThePageWasSaved) {
   const auto wiki = repo_.open();
-  ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Beta guide].")).contains("saved"));
-  ASSERT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta"), {}, "Beta guide").contains("saved"));
-  const Rows first = rows_in(repo_.dir.path());
-  forget();
-  adopt();
-  EXPECT_EQ(rows_in(repo_.dir.path()), first);
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "See [Beta guide]."))));
+  ASSERT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta"), {}, "Beta guide")));
+  const Rows first = rows();
+  EXPECT_EQ(rows_of_clone(), first);
 }
 
-// The wiki as the format before had it: pages without records, and a manifest that knows all of them.
+// A wiki of the former format: no page has a record, and the manifest lists everything.
 class FormerFormatTest : public AdoptionTest {
  protected:
   FormerFormatTest() {
@@ -220,7 +210,7 @@ class FormerFormatTest : public AdoptionTest {
                             "UPDATE pages SET content_hash = ?2, citations = ?3 WHERE page_id = ?1");
       set.bind(1, page_id);
       set.bind(2, hash);
-      const auto row = rows_in(repo_.dir.path()).at(page_id);
+      const auto row = rows().at(page_id);
       set.bind(3, utils::json_text(bare(Map::parse(row.at("citations")).get<std::vector<Map>>())));
       set.exec();
     }
@@ -232,7 +222,7 @@ class FormerFormatTest : public AdoptionTest {
     }
     EXPECT_THAT(findings(), IsEmpty());
     EXPECT_THAT(repo_.dir.read("wiki/manifest.json"), HasSubstr("\"format\": 2\n,\"lint\": {\"x\": 1}\n"));
-    EXPECT_EQ(rows_in(repo_.dir.path()).at("alpha").at("title"), "Third");
+    EXPECT_EQ(rows().at("alpha").at("title"), "Third");
   }
 
   std::map<std::string, std::string> hashes_;
@@ -245,7 +235,7 @@ TEST_F(FormerFormatTest, IsMigratedWithNothingLost) {
   expect_migrated();
   EXPECT_EQ(adopt_arrivals(*wiki, WhenBusy::wait).given_records, 0U);
   const std::string migrated = repo_.page("alpha");
-  ASSERT_TRUE(save(*wiki, "alpha", split_authored(migrated, "").text()).contains("saved"));
+  ASSERT_TRUE(is_saved(save(*wiki, "alpha", split_authored(migrated, "").text())));
   EXPECT_EQ(repo_.page("alpha"), migrated) << "as a save of the same text stores it";
 }
 
@@ -255,7 +245,7 @@ TEST_F(FormerFormatTest, IsMigratedInAClone) {
   expect_migrated();
 }
 
-TEST_F(FormerFormatTest, IsMigratedByTheNextCommandWhenOneWasKilledAtIt) {
+TEST_F(FormerFormatTest, IsMigratedByTheNextCommandAfterAKill) {
   make_rows_former();
   const store::StoredRows rows = repo_.open()->stored_pages();
   const std::string text = repo_.page("alpha");
@@ -264,8 +254,8 @@ TEST_F(FormerFormatTest, IsMigratedByTheNextCommandWhenOneWasKilledAtIt) {
   expect_migrated();
 }
 
-// What an editor writes while the page gets its record, and what a save that was killed left beside it.
-TEST_F(FormerFormatTest, IsMigratedWithoutLosingWhatAHandWrites) {
+// An editor writes while the page gets its record, and a killed save left its former file.
+TEST_F(FormerFormatTest, IsMigratedWithoutLosingManualEdits) {
   make_rows_former();
   const fs::path page = repo_.dir / "wiki/pages/alpha.md";
   const std::string text = repo_.page("alpha");
@@ -277,14 +267,11 @@ TEST_F(FormerFormatTest, IsMigratedWithoutLosingWhatAHandWrites) {
     const std::string words = "By hand.\n";
     ASSERT_EQ(write(editor.get(), words.data(), words.size()), static_cast<ssize_t>(words.size()));
   }
-  std::vector<std::string> kept;
-  for (const auto& entry : fs::directory_iterator(repo_.dir / ".ossilar/replaced"))
-    kept.push_back(utils::read_file_within(repo_.dir.path(), entry.path()));
-  EXPECT_THAT(kept, IsSupersetOf({std::string("# Earlier\n"), text + "By hand.\n"}));
+  EXPECT_THAT(replaced_texts(repo_), IsSupersetOf({std::string("# Earlier\n"), text + "By hand.\n"}));
   expect_migrated();
 }
 
-// With its row, and in a clone; a look that finds it broken still must not cost the entry either.
+// With its row, and in a clone. Checks that find the page unreadable must not lose its manifest entry.
 class UnreadableFormerPageTest : public FormerFormatTest, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {
@@ -299,7 +286,7 @@ TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {
     const auto wiki = repo_.open();
     wiki->prepare();
     adopt_pages(*wiki);
-    EXPECT_TRUE(save(*wiki, "beta", repo_.page("beta")).contains("saved"));
+    EXPECT_TRUE(is_saved(save(*wiki, "beta", repo_.page("beta"))));
   }
   EXPECT_TRUE(record_of(repo_.page("overview"))) << "what can be read is brought forward";
   repo_.dir.write("wiki/pages/alpha.md", text);
@@ -311,7 +298,7 @@ TEST_P(UnreadableFormerPageTest, IsMigratedWhenItCanBeRead) {
 
 INSTANTIATE_TEST_SUITE_P(RowKnown, UnreadableFormerPageTest, ::testing::Bool());
 
-TEST_F(FormerFormatTest, LooksNoFresherAfterItsMigration) {
+TEST_F(FormerFormatTest, StaysStaleAfterItsMigration) {
   make_rows_former();
   repo_.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
   adopt_arrivals(*repo_.open(), WhenBusy::wait);
@@ -321,33 +308,6 @@ TEST_F(FormerFormatTest, LooksNoFresherAfterItsMigration) {
   ASSERT_TRUE(record);
   for (const Map& citation : record->citations)
     EXPECT_FALSE(citation.contains(kCitedTextKey)) << "what was cited is not known any more";
-}
-
-TEST(Adoption, ACloneAdoptsTheCommittedPages) {
-  const WikiRepo repo;
-  {
-    const auto wiki = repo.open();
-    ASSERT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The First").contains("saved"));
-    ASSERT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta")).contains("saved"));
-  }
-  std::filesystem::remove_all(repo.dir / ".ossilar");
-  repo.dir.write("wiki/pages/beta.md", repo.page("beta") + "by hand\n");
-  repo.dir.write("wiki/pages/stray.md", "nobody's\n");
-  repo.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
-  set_up_wiki(repo.dir.path());
-  const auto wiki = repo.open();
-  const AdoptionReport report = adopt_pages(*wiki);
-  EXPECT_EQ(report.adopted, 2U);
-  EXPECT_THAT(report.edited, ElementsAre("beta"));
-  EXPECT_THAT(report.unplanned, ElementsAre((repo.dir / "wiki/pages/stray.md").string()));
-  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
-  EXPECT_EQ(state_of(*wiki, "alpha").title, "The First");
-  EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp") << "the author saw the earlier source";
-
-  const std::string before = repo.page("alpha");
-  ASSERT_TRUE(save(*wiki, "alpha", split_authored(before, "").text()).contains("saved"));
-  EXPECT_EQ(repo.page("alpha"), before);
-  EXPECT_EQ(adopt_pages(*wiki).adopted, 0U) << "what has a row is left alone";
 }
 
 TEST(Adoption, OfAPartOfALargeWikiKeepsTheLintSummary) {
@@ -423,7 +383,7 @@ TEST(Adoption, AnAdoptionThatFailsGivesTheLockBack) {
       }));
   EXPECT_THROW(adopt_pages(*wiki), store::StorageError);
   fails = false;
-  EXPECT_TRUE(save(*wiki, "beta", WikiRepo::text_about("beta")).contains("saved"));
+  EXPECT_TRUE(is_saved(save(*wiki, "beta", WikiRepo::text_about("beta"))));
 }
 
 }  // namespace

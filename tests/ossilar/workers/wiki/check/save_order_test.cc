@@ -10,22 +10,24 @@
 #include <latch>
 #include <thread>
 
+#include "findings.h"
 #include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
-#include "ossilar/workers/wiki/check/wiki_check.h"
 #include "ossilar/workers/wiki/host/page_turn.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "support/hooked_store.h"
-#include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
 namespace fs = std::filesystem;
+using ossilar::testing::check;
+using ossilar::testing::findings_in;
 using ossilar::testing::HookedStore;
+using ossilar::testing::is_saved;
+using ossilar::testing::replaced_texts;
 using ossilar::testing::save;
 using ossilar::testing::StoreHook;
 using ossilar::testing::WikiRepo;
@@ -33,8 +35,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-
-bool is_saved(const Answer& answer) { return answer.contains("saved"); }
 
 // A wiki with the page alpha, "Before.", and a second look at its disk from outside.
 class SaveOrderTest : public ::testing::Test {
@@ -60,12 +60,6 @@ class SaveOrderTest : public ::testing::Test {
     return page_is_new() && outside_->lists().read_all().describes("alpha", hash_of_page());
   }
   std::string hash_of_page() const { return utils::sha256_hex(repo_.page("alpha")); }
-  std::string findings() const {
-    std::string names;
-    for (const Finding& finding : check_wiki(repo_.dir.path(), {.writer = "test"}).findings)
-      names += std::string(fault_name(finding.fault)) + " " + finding.subject + "\n";
-    return names;
-  }
   std::string warnings_of(const Answer& answer) const {
     return answer.contains("warnings") ? answer.at("warnings").dump() : answer.dump();
   }
@@ -84,13 +78,8 @@ class SaveOrderTest : public ::testing::Test {
     page.insert(page.find("## Two"), text + "\n\n");
     repo_.dir.write("wiki/pages/alpha.md", page);
   }
-  std::vector<std::string> kept() const {
-    std::vector<std::string> texts;
-    if (!fs::exists(repo_.dir / ".ossilar/replaced")) return texts;
-    for (const auto& entry : fs::directory_iterator(repo_.dir / ".ossilar/replaced"))
-      texts.push_back(utils::read_file_within(repo_.dir.path(), entry.path()));
-    return texts;
-  }
+  std::string findings() const { return findings_in(repo_); }
+  std::vector<std::string> kept() const { return replaced_texts(repo_); }
 
   const WikiRepo repo_{"[wiki]\nmin_citations_per_page = 0\n"};
   const std::unique_ptr<store::WikiStore> real_ = store::open_sqlite_store(repo_.dir / ".ossilar/index.db");
@@ -112,7 +101,7 @@ TEST_F(SaveOrderTest, FileThenRowsThenListsThenState) {
                                 "mark_stale page", "commit page", "upsert_wiki_state page row manifest"));
 }
 
-TEST_F(SaveOrderTest, AFailureLeavesNoListAheadOfTheRowsAndNothingIsAdoptedInSilence) {
+TEST_F(SaveOrderTest, AFailedWriteLeavesNoListAheadOfTheRowsAndIsFoundByCheck) {
   for (const char* const point :
        {"upsert_wiki_page", "store_chunks", "persist_digests", "mark_stale", "commit"}) {
     SCOPED_TRACE(point);
@@ -127,11 +116,11 @@ TEST_F(SaveOrderTest, AFailureLeavesNoListAheadOfTheRowsAndNothingIsAdoptedInSil
     EXPECT_EQ(adopt_arrivals(*repo_.open(), WhenBusy::wait).adopted, 0U);
     EXPECT_THAT(findings(),
                 HasSubstr(row_is_new() ? "manifest wiki/manifest.json" : "newer-page wiki/pages/alpha.md"));
-    EXPECT_TRUE(check_wiki(repo_.dir.path(), {.fix = true, .writer = "test"}).is_clean());
+    EXPECT_TRUE(check(repo_, true).is_clean());
   }
 }
 
-TEST_F(SaveOrderTest, AFailedPublicationSkipsTheStateAndIsLogged) {
+TEST_F(SaveOrderTest, AFailedIndexSkipsTheStateAndIsLogged) {
   const std::string last = WikiReader(*outside_).status().last_write->last_built_at;
   bool has_state = false;
   const auto wiki =
@@ -144,20 +133,26 @@ TEST_F(SaveOrderTest, AFailedPublicationSkipsTheStateAndIsLogged) {
   EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
 }
 
-// After the rows there is no failure left that would be the save's.
-TEST_F(SaveOrderTest, ReadingTheRowsForTheListsIsPartOfThePublication) {
-  bool is_committed = false;
-  const auto wiki = hooked([&](const std::string& operation) {
-    if (is_committed && operation == "get_wiki_pages") throw store::StorageError("disk full");
-    is_committed |= operation == "commit";
-  });
-  EXPECT_TRUE(is_saved(save(*wiki, "alpha", kAfter)));
-  EXPECT_TRUE(row_is_new());
-  EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
+// Once the rows are committed, no later failure makes the save fail.
+TEST_F(SaveOrderTest, AFailureAfterTheCommitIsLoggedAndTheSaveSucceeds) {
+  for (const char* const point : {"get_wiki_pages", "upsert_wiki_state"}) {
+    SCOPED_TRACE(point);
+    log_.clear();
+    bool is_committed = false;
+    const auto wiki = hooked([&](const std::string& operation) {
+      if (is_committed && operation == point) throw store::StorageError("disk full");
+      is_committed |= operation == "commit";
+    });
+    EXPECT_TRUE(
+        is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", std::string("After. ") + point))));
+    EXPECT_TRUE(row_is_new());
+    EXPECT_EQ(manifest_is_new(), point == std::string("upsert_wiki_state"));
+    EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
+  }
 }
 
-// The manifest still tells of the text before the last one when a save of that very text is cut short.
-TEST_F(SaveOrderTest, AManifestOfOursThatFellBehindVouchesForNothing) {
+// The outdated manifest lists "Before.", and a save of that very text is cut short.
+TEST_F(SaveOrderTest, AnOutdatedManifestOfOursAdoptsNoPage) {
   save_without_publication();
   const auto wiki = hooked([](const std::string& operation) {
     if (operation == "upsert_wiki_page") throw store::StorageError("disk full");
@@ -167,7 +162,7 @@ TEST_F(SaveOrderTest, AManifestOfOursThatFellBehindVouchesForNothing) {
   EXPECT_THAT(findings(), HasSubstr("newer-page wiki/pages/alpha.md"));
 }
 
-TEST_F(SaveOrderTest, ALineThatFellBehindIsSetRightByTheNextSaveOfAnyPage) {
+TEST_F(SaveOrderTest, AnOutdatedManifestIsCorrectedByTheNextSaveOfAnyPage) {
   save_without_publication();
   const auto wiki = repo_.open();
   adopt_arrivals(*wiki, WhenBusy::wait);
@@ -175,8 +170,8 @@ TEST_F(SaveOrderTest, ALineThatFellBehindIsSetRightByTheNextSaveOfAnyPage) {
   EXPECT_EQ(findings(), "");
 }
 
-// A step that was taken back has changed nothing that the next save compares with.
-TEST_F(SaveOrderTest, ADigestWhoseMarksFailedIsStoredByTheNextSave) {
+// The rolled back step must not stay in the snapshot that the next save compares with.
+TEST_F(SaveOrderTest, ADigestIsStoredByTheNextSaveWhenItsStaleMarksFailed) {
   const auto wiki = repo_.open();
   ASSERT_TRUE(is_saved(save(*wiki, "overview", "All [src/alpha.cpp:L1].\n\n## X\n\nabout\n")));
   SQLite::Database database((repo_.dir / ".ossilar/index.db").string(), SQLite::OPEN_READWRITE);
@@ -184,21 +179,12 @@ TEST_F(SaveOrderTest, ADigestWhoseMarksFailedIsStoredByTheNextSave) {
   EXPECT_THROW(save(*wiki, "alpha", kAfter), store::StorageError);
   database.exec("DROP TRIGGER refuse");
   EXPECT_TRUE(is_saved(save(*wiki, "alpha", kAfter)));
-  EXPECT_EQ(findings(), "stale wiki/pages/overview.md\n");
+  EXPECT_EQ(findings(), "stale wiki/pages/overview.md");
 }
 
-TEST_F(SaveOrderTest, AStateThatCannotBeStoredIsLogged) {
-  const auto wiki = hooked([](const std::string& operation) {
-    if (operation == "upsert_wiki_state") throw store::StorageError("disk full");
-  });
-  EXPECT_TRUE(is_saved(save(*wiki, "alpha", kAfter)));
-  EXPECT_TRUE(manifest_is_new());
-  EXPECT_THAT(log_, ElementsAre("post-save index/state refresh failed"));
-}
-
-// A draft of beta has read the rows and is held; another process saves gamma, whose digest a commit must
-// keep; alpha's commit reads the rows, and only then the draft goes on with what it read.
-TEST(SideBySide, ADraftCannotUndoWhatACommitHasRead) {
+// A draft of beta reads the rows and is held. Another process saves gamma, and alpha's commit reads the rows
+// again. The draft then goes on with its old rows, and gamma's digest must survive.
+TEST(SideBySide, ADraftDoesNotOverwriteDigestsThatACommitHasRead) {
   const WikiRepo repo("[[page]]\nid = \"gamma\"\ntype = \"module\"\nsources = [\"src/beta.cpp\"]\n");
   const auto real = store::open_sqlite_store(repo.dir / ".ossilar/index.db");
   std::latch drafting(1);
@@ -239,16 +225,6 @@ TEST(SideBySide, ADraftCannotUndoWhatACommitHasRead) {
   for (const char* page : {"alpha", "beta", "gamma"}) EXPECT_NE(digests.find(page), nullptr) << page;
 }
 
-TEST_F(SaveOrderTest, BlankContentIsAnsweredBeforeAnythingElse) {
-  store::WriteLock lock({.path = repo_.dir / ".ossilar/write.lock", .holder = "the test"});
-  lock.acquire(false);
-  int steps = 0;
-  utils::Task task([&](std::string_view) { ++steps; });
-  EXPECT_EQ(WikiGenerator(*outside_, task).save_agent_page("alpha", " \n\t"),
-            (Answer{{"error", "content is required"}}));
-  EXPECT_EQ(steps, 0);
-}
-
 TEST_F(SaveOrderTest, OnlySaversOfOnePageTakeTurns) {
   const fs::path turns = outside_->paths().turns();
   const utils::Task task;
@@ -270,7 +246,7 @@ TEST_F(SaveOrderTest, OnlySaversOfOnePageTakeTurns) {
             (Answer{{"error", "content is required"}}));
 }
 
-TEST_F(SaveOrderTest, TheTextOfTheLastSaveIsNotKept) {
+TEST_F(SaveOrderTest, ReplacingASavedTextKeepsNoCopy) {
   for (const char* text : {"One.", "Two.", "One.", "Two."}) {
     const Answer answer = save(*outside_, "alpha", WikiRepo::text_about("alpha", text));
     EXPECT_THAT(warnings_of(answer), Not(HasSubstr("hand-edit")));
@@ -280,7 +256,7 @@ TEST_F(SaveOrderTest, TheTextOfTheLastSaveIsNotKept) {
 }
 
 // The file that a save replaced is put away before another save may replace one.
-TEST_F(SaveOrderTest, AnEditThatCannotBePutAwayIsNotOverwritten) {
+TEST_F(SaveOrderTest, AManualEditThatCannotBePutAwayIsNotOverwritten) {
   edit_by_hand("Precious.");
   repo_.dir.write(".ossilar/replaced", "a file in the way");
   Answer drafted = preview_page(*outside_, {.page_id = "alpha", .content = kAfter});
@@ -295,7 +271,7 @@ TEST_F(SaveOrderTest, AnEditThatCannotBePutAwayIsNotOverwritten) {
   EXPECT_THAT(kept(), ElementsAre(HasSubstr("Precious.")));
 }
 
-TEST_F(SaveOrderTest, ATextThatWaitsForItsTurnIsKeptWhenItIsCancelled) {
+TEST_F(SaveOrderTest, ACancelledSaveThatWaitsForItsTurnKeepsItsText) {
   const utils::Task task;
   const PageTurn held(outside_->paths().turns(), "alpha", std::chrono::hours(1), task);
   utils::Task cancelled;
@@ -306,7 +282,7 @@ TEST_F(SaveOrderTest, ATextThatWaitsForItsTurnIsKeptWhenItIsCancelled) {
   EXPECT_FALSE(fs::is_empty(repo_.dir / ".ossilar/drafts"));
 }
 
-TEST_F(SaveOrderTest, AHandsEditIsWarnedOfByTheDraftAndKeptByTheCommit) {
+TEST_F(SaveOrderTest, AManualEditIsReportedByTheDraftAndKeptByTheCommit) {
   edit_by_hand("By hand.");
   const std::string edited = repo_.page("alpha");
   const Answer previewed = preview_page(*outside_, {.page_id = "alpha", .content = kAfter});
@@ -317,7 +293,7 @@ TEST_F(SaveOrderTest, AHandsEditIsWarnedOfByTheDraftAndKeptByTheCommit) {
   EXPECT_THAT(kept(), ElementsAre(edited));
 }
 
-TEST_F(SaveOrderTest, AnEditBetweenDraftAndCommitIsDraftedAgain) {
+TEST_F(SaveOrderTest, AManualEditBetweenDraftAndCommitIsDraftedAgain) {
   int drafts = 0;
   utils::Task task([&](std::string_view step) {
     drafts += step == "planning" ? 1 : 0;
@@ -331,8 +307,8 @@ TEST_F(SaveOrderTest, AnEditBetweenDraftAndCommitIsDraftedAgain) {
   EXPECT_THAT(log_, ElementsAre("page 'alpha' changed while its save was drafted; drafting again"));
 }
 
-// The commit has looked at the file already; what a hand does then comes back when the files swap places.
-TEST_F(SaveOrderTest, AnEditInTheMidstOfTheCommitIsKeptAndTold) {
+// The commit has checked the file already; swapping the files brings the later edit to light.
+TEST_F(SaveOrderTest, AManualEditDuringTheCommitIsKeptAndLogged) {
   bool has_looked = false;
   const auto wiki = hooked([&](const std::string& operation) {
     if (operation == "get_wiki_pages" && has_looked) edit_by_hand("In the last moment.");
@@ -345,8 +321,8 @@ TEST_F(SaveOrderTest, AnEditInTheMidstOfTheCommitIsKeptAndTold) {
   EXPECT_THAT(findings(), IsEmpty());
 }
 
-// An editor that has the file open when it is replaced writes into what was kept, not into nothing.
-TEST_F(SaveOrderTest, WhatAnEditorStillWritesIsKept) {
+// An editor that has the replaced file open goes on writing into the copy that is kept.
+TEST_F(SaveOrderTest, WhatAnEditorWritesAfterTheReplacementIsKept) {
   const auto page = (repo_.dir / "wiki/pages/alpha.md").string();
   const utils::UniqueFd editor(open(page.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   ASSERT_TRUE(is_saved(save(*outside_, "alpha", kAfter)));
@@ -354,7 +330,7 @@ TEST_F(SaveOrderTest, WhatAnEditorStillWritesIsKept) {
   EXPECT_THAT(kept(), ElementsAre(::testing::EndsWith("Late.\n")));
 }
 
-TEST_F(SaveOrderTest, ASaveThatIsRefusedUnderTheLockLeavesNoCopy) {
+TEST_F(SaveOrderTest, ASaveRefusedUnderTheLockLeavesNoCopy) {
   edit_by_hand("By hand.");
   bool has_taken = false;
   utils::Task task([&](std::string_view step) {
@@ -367,21 +343,21 @@ TEST_F(SaveOrderTest, ASaveThatIsRefusedUnderTheLockLeavesNoCopy) {
   EXPECT_THAT(repo_.page("alpha"), HasSubstr("By hand."));
 }
 
-TEST_F(SaveOrderTest, WhatARepairTookInIsKeptWhenASaveReplacesIt) {
+TEST_F(SaveOrderTest, AManualEditAdoptedByARepairIsKeptWhenASaveReplacesIt) {
   edit_by_hand("By hand.");
   const std::string edited = repo_.page("alpha");
-  EXPECT_TRUE(check_wiki(repo_.dir.path(), {.fix = true, .writer = "test"}).is_clean());
+  EXPECT_TRUE(check(repo_, true).is_clean());
   EXPECT_THAT(warnings_of(save(*outside_, "alpha", kAfter)), HasSubstr("hand-edit: "));
   EXPECT_THAT(kept(), ::testing::Contains(edited));
 }
 
-TEST_F(SaveOrderTest, ASaveThatWasKilledLeavesItsFormerFileForTheRepair) {
+TEST_F(SaveOrderTest, ARepairPutsAwayTheFormerFileOfAKilledSave) {
   const std::string page = repo_.page("alpha");
   const fs::path former = utils::former_file(repo_.dir / "wiki/pages/alpha.md");
   const auto leave = [&](const std::string& text) {
     repo_.dir.write(former.lexically_relative(repo_.dir.path()).string(), text);
     EXPECT_THAT(findings(), HasSubstr("leftover wiki/pages/.ossilar-"));
-    EXPECT_TRUE(check_wiki(repo_.dir.path(), {.fix = true, .writer = "test"}).is_clean());
+    EXPECT_TRUE(check(repo_, true).is_clean());
     EXPECT_FALSE(fs::exists(former));
   };
   leave(page);

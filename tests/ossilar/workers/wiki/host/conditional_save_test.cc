@@ -3,21 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 #include "ossilar/utils/task.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "support/threads.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
+using ::ossilar::testing::error_of;
+using ::ossilar::testing::is_saved;
 using ::ossilar::testing::save_page;
 using ::ossilar::testing::WikiRepo;
 using ::testing::HasSubstr;
 
-std::string error_of(const Answer& answer) { return utils::string_member(answer, "error"); }
 std::string version_in(const Answer& answer) { return utils::string_member(answer, "version"); }
 
 class ConditionalSaves : public ::testing::Test {
@@ -39,7 +38,7 @@ class ConditionalSaves : public ::testing::Test {
   std::unique_ptr<Wiki> wiki_ = repo_.open();
 };
 
-TEST_F(ConditionalSaves, ApplyToTheVersionNamedAndGiveTheNext) {
+TEST_F(ConditionalSaves, ApplyToTheNamedVersionAndReturnTheNext) {
   EXPECT_THAT(error_of(save("0123456789abcdef")), HasSubstr("is not stored"));
   const Answer first = save("new");
   ASSERT_TRUE(first.contains("saved")) << first;
@@ -65,7 +64,7 @@ TEST_F(ConditionalSaves, AreRefusedInTextOntoAPageThatIsNone) {
   EXPECT_THAT(utils::json_text(refused), HasSubstr("caf\xef\xbf\xbd"));
 }
 
-TEST_F(ConditionalSaves, SeeWhatAHandChanged) {
+TEST_F(ConditionalSaves, AreRefusedAfterAManualEdit) {
   const std::string read = version_in(save("new"));
   repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
   const Answer refused = save(read, "Mine.");
@@ -73,16 +72,17 @@ TEST_F(ConditionalSaves, SeeWhatAHandChanged) {
   EXPECT_TRUE(save(version_in(refused), "Mine.").contains("saved")) << "who has seen it may replace it";
 }
 
-TEST_F(ConditionalSaves, SeeWhatAHandChangedWhileTheyWaitedForTheLock) {
-  const std::string read = version_in(save("new"));
-  store::WriteLock lock({.path = repo_.dir / ".ossilar/write.lock", .holder = "the test"});
-  lock.acquire(false);
-  utils::Task task([&](std::string_view step) {
-    if (step != "waiting for the write lock" || repo_.page("alpha").ends_with("By hand.\n")) return;
-    repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
-    lock.release();
-  });
-  EXPECT_THAT(utils::string_member(save(read, "Mine.", task), "diff"), HasSubstr("+By hand."));
+// The save checks the version before each of these steps and must check it again after the edit.
+TEST_F(ConditionalSaves, AreRefusedAfterAManualEditDuringTheSave) {
+  save("new");
+  for (const std::string at : {"planning", "waiting for the write lock"}) {
+    bool has_edited = false;
+    utils::Task task([&](std::string_view step) {
+      if (step != at || std::exchange(has_edited, true)) return;
+      repo_.dir.write("wiki/pages/alpha.md", repo_.page("alpha") + "By hand.\n");
+    });
+    EXPECT_THAT(utils::string_member(save(version(), "Mine.", task), "diff"), HasSubstr("+By hand.")) << at;
+  }
 }
 
 TEST_F(ConditionalSaves, KeepTheTextOfASaveThatFails) {
@@ -93,37 +93,31 @@ TEST_F(ConditionalSaves, KeepTheTextOfASaveThatFails) {
   EXPECT_EQ(wiki_->kept_drafts().read(outcome.kept), WikiRepo::text_about("alpha"));
 }
 
-TEST_F(ConditionalSaves, OfManyOntoOneVersionOneIsMade) {
+TEST_F(ConditionalSaves, OfManyOntoOneVersionOneSucceeds) {
   const std::string read = version_in(save("new"));
   const auto other = repo_.open();
   std::atomic<int> saved = 0;
   std::atomic<int> refused = 0;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&, i] {
-      Wiki& wiki = i % 2 == 0 ? *wiki_ : *other;
-      const Answer answer =
-          save_page(wiki, {.page_id = "alpha",
-                           .content = WikiRepo::text_about("alpha", "By " + std::to_string(i)),
-                           .if_version = read})
-              .answer;
-      if (answer.contains("saved")) ++saved;
-      if (answer.contains("diff")) ++refused;
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  ossilar::testing::in_threads(8, [&](std::size_t i) {
+    const std::string text = WikiRepo::text_about("alpha", "By " + std::to_string(i));
+    const Answer answer =
+        save_page(i % 2 == 0 ? *wiki_ : *other, {.page_id = "alpha", .content = text, .if_version = read})
+            .answer;
+    if (is_saved(answer)) ++saved;
+    if (answer.contains("diff")) ++refused;
+  });
   EXPECT_EQ(saved, 1);
   EXPECT_EQ(refused, 7);
 }
 
-TEST_F(ConditionalSaves, ArePlannedPagesOnly) {
+TEST_F(ConditionalSaves, AreForPlannedPagesOnly) {
   const auto outcome = save_page(*wiki_, {.page_id = "../alpha", .content = "text", .if_version = "new"});
   EXPECT_THAT(error_of(outcome.answer), HasSubstr("not in the plan"));
   EXPECT_EQ(outcome.kept.find('/'), std::string::npos) << outcome.kept;
   EXPECT_EQ(repo_.dir.read(".ossilar/drafts/" + outcome.kept), "text");
 }
 
-TEST_F(ConditionalSaves, KeepTheNewestRefusedTexts) {
+TEST_F(ConditionalSaves, KeepTheNewestFiftyRefusedTexts) {
   std::string kept;
   for (int i = 0; i < 60; ++i)
     kept = save_page(*wiki_, {.page_id = "alpha", .content = "No source " + std::to_string(i)}).kept;
@@ -133,7 +127,7 @@ TEST_F(ConditionalSaves, KeepTheNewestRefusedTexts) {
   EXPECT_EQ(save_page(*wiki_, {.page_id = "alpha", .content = " "}).kept, "") << "there is nothing to keep";
 }
 
-// The step at which each cancellation comes; from the last on it comes too late.
+// Cancels a save at its first step, at its second, and so on until the cancellation comes too late.
 TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
   for (int at = 1;; ++at) {
     const WikiRepo repo;

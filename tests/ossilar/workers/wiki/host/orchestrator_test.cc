@@ -1,40 +1,29 @@
 #include "ossilar/workers/wiki/orchestrator.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
+#include <array>
 
 #include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/workers/wiki/sections.h"
 #include "support/hooked_store.h"
+#include "support/threads.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
+using ossilar::testing::error_of;
+using ossilar::testing::is_saved;
 using ossilar::testing::save;
+using ossilar::testing::state_of;
 using ossilar::testing::WikiRepo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-std::string error_of(const Answer& answer) { return utils::string_member(answer, "error"); }
-
-bool is_saved(const Answer& answer) { return utils::member(answer, "saved") == Map(true); }
-
-PageState state_of(Wiki& wiki, const std::string& page_id) {
-  for (PageState& state : WikiReader(wiki).page_states()) {
-    if (state.page_id == page_id) return state;
-  }
-  ADD_FAILURE() << "no page " << page_id;
-  return {};
-}
-
-TEST(Host, SavesRefusesReplacesASectionAndReadsBack) {
+TEST(Host, ASavedPageReadsBackAndARefusedOneIsNotStored) {
   const WikiRepo repo;
   const auto wiki = repo.open();
   const Answer refused = save(*wiki, "alpha", "No sources [src/alpha.cpp:L1-L99].");
@@ -70,7 +59,7 @@ TEST(Host, ADryRunAnswersAndWritesNothing) {
   EXPECT_EQ(error_of(preview_page(*wiki, {"alpha", " \n", {}, {}})), "content is required");
 }
 
-TEST(Host, ATitleIsKeptTakenBackAndLinkedUnderItsFormerNames) {
+TEST(Host, ALinkUnderAFormerTitleStillLeadsToThePage) {
   const WikiRepo repo;
   const auto wiki = repo.open();
   ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"), {}, "The First")));
@@ -102,7 +91,7 @@ TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
   EXPECT_EQ(state_of(*wiki, "alpha").reason, "removed: src/alpha.cpp");
 }
 
-// Calls the embedder's work is counted by, and a hook that runs once, in the middle of the next draft.
+// Counts the calls of the embedder and runs a hook once, in the middle of the next draft.
 class WatchedEmbedder final : public search::Embedder {
  public:
   std::string model() const override { return inner_->model(); }
@@ -130,7 +119,7 @@ struct WatchedWiki {
   std::unique_ptr<Wiki> wiki;
 };
 
-TEST(Host, ASaveOfAnotherPageMeanwhileCostsNoSecondEmbedding) {
+TEST(Host, ASaveOfAnotherPageInBetweenCostsNoSecondEmbedding) {
   const WikiRepo repo;
   WatchedWiki watched(repo);
   const auto other = repo.open();
@@ -159,29 +148,25 @@ TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
   const WikiRepo repo;
   const auto wiki = repo.open();
   ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha"))));
-  constexpr int kSaves = 8;
-  const auto run = [&](const std::string& page, const std::string& section, std::string& last) {
-    for (int i = 0; i < kSaves; ++i) {
-      const std::string text = section + std::to_string(i) + " [src/alpha.cpp:L1] [src/alpha.cpp:L2].";
-      const Answer answer = page == "beta" ? save(*wiki, page, text) : save(*wiki, page, text, section);
-      if (is_saved(answer)) last = text;
+  const std::array<std::pair<const char*, std::optional<std::string>>, 3> places{
+      {{"alpha", "One"}, {"alpha", "Two"}, {"beta", std::nullopt}}};
+  std::array<std::string, 3> last;
+  testing::in_threads(places.size(), [&](std::size_t place) {
+    const auto& [page, section] = places.at(place);
+    for (int i = 0; i < 8; ++i) {
+      const std::string text = std::to_string(place) + "/" + std::to_string(i);
+      const std::string content = text + " [src/alpha.cpp:L1] [src/alpha.cpp:L2].";
+      if (is_saved(save(*wiki, page, content, section))) last.at(place) = text;
     }
-  };
-  std::string one;
-  std::string two;
-  std::string whole;
-  std::thread a([&] { run("alpha", "One", one); });
-  std::thread b([&] { run("alpha", "Two", two); });
-  std::thread c([&] { run("beta", "Whole", whole); });
-  a.join();
-  b.join();
-  c.join();
-  for (const std::string& text : {one, two}) EXPECT_THAT(repo.page("alpha"), HasSubstr(text));
-  EXPECT_THAT(repo.page("beta"), HasSubstr(whole));
+  });
+  for (std::size_t place = 0; place < places.size(); ++place) {
+    EXPECT_NE(last.at(place), "");
+    EXPECT_THAT(repo.page(places.at(place).first), HasSubstr(last.at(place)));
+  }
   EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::ok);
 }
 
-// A hook that fails at one call of a save, counted over all that write.
+// A hook that fails at write number `fail_at` of a save.
 testing::StoreHook failing_at(int fail_at) {
   const auto calls = std::make_shared<int>(0);  // the store and its transactions count together
   return [fail_at, calls](const std::string& operation) {
@@ -219,7 +204,7 @@ TEST(Host, AStoreThatFailsAtAnyWriteLeavesThePageWholeAndTheNextSaveWorks) {
   EXPECT_EQ(failures, 4) << "row, chunks, digests, stale marks; a failed state is only logged";
 }
 
-TEST(Host, ALinkInPlaceOfThePageIsNotWrittenThrough) {
+TEST(Host, ALinkInAPagesPlaceIsNeitherWrittenNorReadThrough) {
   const WikiRepo repo;
   repo.dir.write("outside.txt", "precious\n");
   const auto wiki = repo.open();

@@ -11,7 +11,7 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// An embedder of another model, which fails after so many batches and does something at each.
+// An embedder of another model that fails after `batches_left` batches and calls `at_batch` at each.
 class OtherEmbedder final : public search::Embedder {
  public:
   std::string model() const override { return "other"; }
@@ -46,7 +46,7 @@ class Reembedding : public ::testing::Test {
   utils::Task task_;
 };
 
-TEST_F(Reembedding, IsNoticedAndLeavesOneModel) {
+TEST_F(Reembedding, AChangedModelIsNoticedAndReplacesTheFormer) {
   EXPECT_FALSE(embedding_change(wiki_->store(), wiki_->embedder()));
   const auto change = embedding_change(*store_, other_);
   ASSERT_TRUE(change);
@@ -68,7 +68,7 @@ TEST_F(Reembedding, IsNoticedAndLeavesOneModel) {
   EXPECT_EQ(nearest_of(change->from, store::Vector(384, 0.1F)), 0U) << "the former vectors are gone";
 }
 
-TEST_F(Reembedding, GoesOnWhereItWasEnded) {
+TEST_F(Reembedding, ContinuesWhereItFailed) {
   other_.batches_left = 1;
   EXPECT_THROW(reembed(*store_, other_, {}, task_), utils::Error);
   const std::size_t before = other_.embedded;
@@ -79,7 +79,7 @@ TEST_F(Reembedding, GoesOnWhereItWasEnded) {
   EXPECT_EQ(other_.embedded, 101U) << "nothing twice";
 }
 
-TEST_F(Reembedding, BearsSavesOfTheFormerModelInBetween) {
+TEST_F(Reembedding, EmbedsWhatIsSavedWithTheFormerModelInBetween) {
   int saves = 0;
   other_.at_batch = [&] {
     if (saves++ > 0) return;

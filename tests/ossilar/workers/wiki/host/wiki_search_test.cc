@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "ossilar/store/sqlite/sqlite_store.h"
 #include "support/retrieval.h"
 #include "support/wiki_repo.h"
@@ -63,7 +66,7 @@ TEST_F(Search, FindsIdentifiersInAnySpelling) {
   EXPECT_THAT(places({.query = "zzzqqq"}), IsEmpty());
 }
 
-TEST_F(Search, KnowsThePagesAsTheyAreNow) {
+TEST_F(Search, FindsTheTextAndTitleOfTheLastSave) {
   save("alpha", "Alpha.\n\n## Old\n\nAbout gardening.");
   save("alpha", "Alpha.\n\n## New\n\nAbout sailing.", "Seafaring");
   EXPECT_THAT(places({.query = "gardening"}), IsEmpty());
@@ -71,7 +74,7 @@ TEST_F(Search, KnowsThePagesAsTheyAreNow) {
   EXPECT_THAT(places({.query = "seafaring"}), Not(IsEmpty())) << "by the page's new title";
 }
 
-TEST_F(Search, ShowsAPassageOfTwoPagesOnce) {
+TEST_F(Search, ListsAPassageOfTwoPagesOnce) {
   const std::string shared =
       "\n\n## Shared\n\nExactly the same words about marmalade.\n\n## End\n\nOwn words";
   save("alpha", "Alpha." + shared + " of alpha.");
@@ -116,7 +119,7 @@ TEST_F(Search, CutsTheExcerptAroundWhatWasAskedFor) {
   }
 }
 
-TEST_F(Search, RefusesWhatItCannotAnswer) {
+TEST_F(Search, RefusesBadQueriesAndLimits) {
   struct Case {
     SearchRequest request;
     const char* says;
@@ -131,33 +134,7 @@ TEST_F(Search, RefusesWhatItCannotAnswer) {
   }
 }
 
-// The tables as they were until words were indexed by the first search after a save.
-constexpr const char* kFormerTables = R"sql(
-DROP TABLE own_lists;
-ALTER TABLE passages RENAME TO now_passages;
-ALTER TABLE vectors RENAME TO now_vectors;
-ALTER TABLE chunks RENAME TO now_chunks;
-DROP INDEX chunks_by_model;
-CREATE TABLE passages (hash TEXT NOT NULL PRIMARY KEY, text TEXT NOT NULL) STRICT;
-CREATE TABLE vectors (hash TEXT NOT NULL REFERENCES passages (hash) ON DELETE CASCADE, model TEXT NOT NULL,
-  vector BLOB NOT NULL, PRIMARY KEY (hash, model)) STRICT;
-CREATE TABLE chunks (page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
-  position INTEGER NOT NULL, section TEXT NOT NULL, hash TEXT NOT NULL REFERENCES passages (hash),
-  model TEXT NOT NULL, citations TEXT NOT NULL, PRIMARY KEY (page_key, position)) STRICT, WITHOUT ROWID;
-CREATE INDEX chunks_by_hash ON chunks (hash, page_key);
-CREATE INDEX chunks_by_model ON chunks (model);
-INSERT INTO passages SELECT hash, text FROM now_passages;
-INSERT INTO vectors SELECT hash, model, vector FROM now_vectors JOIN now_passages USING (passage_key);
-INSERT INTO chunks SELECT page_key, position, section, hash, model, citations
-  FROM now_chunks JOIN now_passages USING (passage_key);
-DROP TABLE now_chunks;
-DROP TABLE now_vectors;
-DROP TABLE now_passages;
-DROP TABLE due_words;
-PRAGMA user_version = 4;
-)sql";
-
-TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
+TEST_F(Search, FindsInADatabaseOfAFormerVersion) {
   const struct {
     const char* why;
     bool words_are_indexed;
@@ -167,12 +144,15 @@ TEST_F(Search, FindsInAWikiThatAFormerVersionStored) {
       {"no words yet", false,
        "DROP TABLE words; DROP INDEX chunks_by_model; DROP TABLE removed_pages; PRAGMA user_version = 1"},
   };
+  std::ifstream script(OSSILAR_TEST_DATA "/wiki/former_tables.sql");
+  const std::string former_tables{std::istreambuf_iterator<char>(script), {}};
+  ASSERT_NE(former_tables, "");
   save("alpha", "Alpha.\n\n## Names\n\nIt calls `parseHTTPHeader`.");
   for (const auto& each : cases) {
     if (each.words_are_indexed) WikiReader(*wiki_).search({.query = "names"}, {});
     wiki_.reset();
     SQLite::Database database(repo_.dir / ".ossilar/index.db", SQLite::OPEN_READWRITE);
-    database.exec(kFormerTables);
+    database.exec(former_tables);
     database.exec(each.further);
     wiki_ = repo_.open();
     EXPECT_THAT(places({.query = "parse_http_header", .limit = 1}), ElementsAre("alpha#Names")) << each.why;

@@ -54,7 +54,7 @@ class WikiListsTest : public ::testing::Test {
   WikiLists lists_{dir_ / "wiki", dir_ / "wiki/pages"};
 };
 
-TEST_F(WikiListsTest, ListThePagesInReadingOrderBelowWhatTheyArePartOf) {
+TEST_F(WikiListsTest, TheIndexListsPagesInReadingOrderUnderTheirParents) {
   store::StoredRows rows = rows_of({"zeta", "src"});
   rows.set("src/core", row_of("src/core", "h", "src"));
   Map overview = row_of("overview");
@@ -88,7 +88,7 @@ TEST_F(WikiListsTest, APageStandsBelowItsOwnParentAlone) {
                                                     line("elsewhere") + line("one") + "  " + line("other")));
 }
 
-TEST_F(WikiListsTest, OfALargeWikiASaveRewritesThePartOfItsPage) {
+TEST_F(WikiListsTest, ASaveInALargeWikiRewritesOnlyThePartOfItsPage) {
   std::vector<std::string> ids = many("src/core/u", 200);
   for (const std::string& id : many("doc/d", 40)) ids.push_back(id);
   ids.emplace_back("overview");
@@ -139,7 +139,7 @@ TEST(ListParts, HoldEveryPageOnce) {
   }
 }
 
-TEST_F(WikiListsTest, ALineOfAnothersManifestStaysWhileItsPageWaits) {
+TEST_F(WikiListsTest, ALineOfAnothersManifestStaysUntilItsPageIsAdopted) {
   store::StoredRows rows = rows_of({"a", "b"});
   lists_.write_all(rows, {});
   dir_.write("wiki/pages/b.md", "theirs\n");
@@ -159,7 +159,7 @@ TEST_F(WikiListsTest, ALineOfAnothersManifestStaysWhileItsPageWaits) {
   EXPECT_THAT(lists_.news(), Not(IsEmpty())) << "what waits is still to be adopted";
 }
 
-TEST_F(WikiListsTest, HearOfTheManifestsThatOthersWrote) {
+TEST_F(WikiListsTest, NoticeManifestsThatOthersWrote) {
   EXPECT_THAT(lists_.news(), IsEmpty());
   lists_.write_all(rows_of({"a"}), {});
   EXPECT_THAT(lists_.news(), IsEmpty()) << "its own";
@@ -172,7 +172,7 @@ TEST_F(WikiListsTest, HearOfTheManifestsThatOthersWrote) {
   EXPECT_EQ(lists_.news().size(), 1U) << "a page that was awaited is there";
 }
 
-// What a manifest tells of: page ids with hashes.
+// The page ids and hashes that a manifest lists.
 std::string told_by(const std::string& text) {
   std::string told;
   for (const auto& [id, hashes] : read_manifest(text).described) {

@@ -1,4 +1,4 @@
-// What a page says of itself.
+// The record that each page carries about itself.
 #include "ossilar/workers/wiki/pages/page_record.h"
 
 #include <gmock/gmock.h>
@@ -43,7 +43,7 @@ TEST(PageRecord, IsReadBackFromThePageAndInvisibleInIt) {
   EXPECT_EQ(without_record(stripped), without_record(page));
 }
 
-TEST(PageRecord, OfAHandIsTakenAsFarAsItCanBeRead) {
+TEST(PageRecord, AnEditedRecordIsReadAsFarAsPossible) {
   const std::string marked = "# T\n\n<!-- ossilar:generated -->\n\n";
   const std::string begin = marked + "<!-- ossilar:record\n";
   const std::string whole = "<!-- ossilar:record\n{\"type\": \"m\", \"title\": \"T\"}\n-->\n";
@@ -76,7 +76,7 @@ TEST(PageRecord, OfAHandIsTakenAsFarAsItCanBeRead) {
   }
 }
 
-TEST(CitedTexts, TellTheLinesThatWereCitedFromOthers) {
+TEST(CitedTexts, TheHashDependsOnTheCitedLinesAlone) {
   const std::string text = "one\ntwo\nthree";
   const auto hash_in = [](const std::string& file, std::int64_t first, std::int64_t last) {
     std::vector<Map> citations{citation_map({"a", first, last})};

@@ -16,7 +16,7 @@ PagePlan page(const std::string& id, const std::string& type = "module") {
   return plan;
 }
 
-// Pages below each other as their ids are.
+// Pages whose parents follow from their ids.
 Plans tree() {
   std::vector<PagePlan> pages{page("overview", "overview"), page("topic", "topic")};
   for (const std::string id : {"a", "a/x", "a/y", "a/y/z", "b", "b/x", "c"}) {
@@ -29,7 +29,7 @@ Plans tree() {
   return Plans(pages);
 }
 
-// The texts without what they all begin with, on one line.
+// The diagram texts on one line, without their common first line.
 std::string texts(const std::vector<Diagram>& diagrams) {
   std::string out;
   for (const auto& [caption, text] : diagrams) {

@@ -3,57 +3,40 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
-#include <iterator>
-#include <memory>
 #include <sstream>
 
 #include "ossilar/utils/text.h"
+#include "support/source_tree.h"
 
 namespace ossilar::workers::wiki {
 namespace {
 
-using source::SourceFile;
-using source::SourceIndex;
+using ossilar::testing::tree_of;
+using ossilar::testing::TreeFile;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
-SourceFile file(const std::string& path, const std::string& language,
-                const std::vector<std::string>& imports = {}) {
-  SourceFile out;
-  out.path = path;
-  out.language = language;
-  out.imports = source::ImportList(imports);
-  return out;
-}
-
-SourceIndex index_of(const std::vector<SourceFile>& files) {
-  std::vector<std::shared_ptr<const SourceFile>> shared;
-  std::transform(files.begin(), files.end(), std::back_inserter(shared),
-                 [](const SourceFile& one) { return std::make_shared<const SourceFile>(one); });
-  return SourceIndex(std::move(shared));
-}
-
-TEST(ResolveImport, Tables) {
-  std::string language;
-  std::vector<SourceFile> files;
+TEST(ResolveImport, FindsTheFileThatEachLanguageMeans) {
+  source::SourceFile importer;
+  std::vector<TreeFile> files;
   int rows = 0;
   std::ifstream table(OSSILAR_TEST_DATA "/wiki/imports.txt");
   for (std::string line; std::getline(table, line);) {
     if (line.substr(0, 1) == "=") {
-      language = line.substr(2);
+      importer.language = line.substr(2);
       files.clear();
     } else if (line.substr(0, 1) == "+") {
       line[0] = ' ';
-      for (const auto path : utils::split_words(line)) files.push_back(file(std::string(path), ""));
+      for (const auto path : utils::split_words(line)) files.push_back({std::string(path)});
     } else if (!line.empty() && line[0] != '#') {
       std::vector<std::string> cells;
       std::istringstream row(line);
       for (std::string cell; std::getline(row, cell, '|');) cells.emplace_back(utils::strip(cell));
       ASSERT_EQ(cells.size(), 4U) << line;
-      EXPECT_EQ(resolve_import(index_of(files), file(cells[0], language), cells[1]), cells[2]) << line;
+      importer.path = cells[0];
+      EXPECT_EQ(resolve_import(tree_of(files), importer, cells[1]), cells[2]) << line;
       ++rows;
     }
   }
@@ -69,13 +52,12 @@ PagePlan page(const std::string& id, std::vector<std::string> files, const std::
 }
 
 TEST(ModuleGraph, EdgesBetweenUnitPages) {
-  const SourceIndex index = index_of({
-      file("a/a.py", "Python", {"b.b", "a.other", "json"}),
-      file("a/other.py", "Python", {"c.c", "b.b"}),
-      file("b/b.py", "Python", {"d.d"}),
-      file("c/c.py", "Python"),
-      file("d/d.py", "Python", {"a.a"}),
-  });
+  const auto file = [](const char* path, const std::vector<std::string>& imports) {
+    return TreeFile{.path = path, .imports = imports};
+  };
+  const source::SourceIndex index =
+      tree_of({file("a/a.py", {"b.b", "a.other", "json"}), file("a/other.py", {"c.c", "b.b"}),
+               file("b/b.py", {"d.d"}), file("c/c.py", {}), file("d/d.py", {"a.a"})});
   const Plans plans{page("overview", {"a/a.py", "d/d.py"}, "overview"),
                     page("a", {"a/a.py", "a/other.py", "gone.py"}), page("b", {"b/b.py", "a/a.py"}),
                     page("c", {"c/c.py"})};

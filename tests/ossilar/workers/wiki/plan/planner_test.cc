@@ -33,7 +33,7 @@ const PagePlan& page(const std::vector<PagePlan>& pages, const std::string& id) 
   return found == pages.end() ? kNone : *found;
 }
 
-// Page ids without the pages about the whole, each with its title when that is not the same.
+// The ids of the module pages, each with its title when the two differ.
 std::vector<std::string> modules(const std::vector<PagePlan>& pages) {
   std::vector<std::string> out;
   for (std::size_t i = 2; i < pages.size(); ++i) {
@@ -87,7 +87,7 @@ std::vector<TreeFile> operator+(std::vector<TreeFile> left, const std::vector<Tr
   return left;
 }
 
-TEST(DerivePlan, CutsByWhatAnAuthorCanHandle) {
+TEST(DerivePlan, DividesSourcesIntoPagesThatAnAuthorCanHandle) {
   struct Row {
     const char* why;
     std::vector<TreeFile> files;
@@ -203,7 +203,7 @@ TEST(DerivePlan, OverviewAndArchitectureRestOnWhatShowsTheWhole) {
   EXPECT_THAT(page(pages, "lib").related_pages, UnorderedElementsAre("architecture", "app", "docs"));
 }
 
-// Everything of a plan but what only a reader sees.
+// A plan without its titles and descriptions.
 using Structure = std::tuple<std::string, std::string, int, std::string, std::string,
                              std::vector<std::string>, std::vector<std::string>, std::vector<std::string>>;
 
@@ -304,7 +304,7 @@ TEST(Glob, Matches) {
   }
 }
 
-// Patterns that make a matcher which tries every way take time beyond any patience.
+// A backtracking matcher would take exponential time for these patterns.
 TEST(Glob, HostilePatternsEnd) {
   std::string pattern, deep;
   for (int i = 0; i < 150; ++i) pattern += "*a", deep += "**/a*/";
