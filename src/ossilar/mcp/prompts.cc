@@ -7,6 +7,7 @@
 
 #include "ossilar/mcp/protocol/message.h"
 #include "ossilar/mcp/protocol/params.h"
+#include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
@@ -89,8 +90,7 @@ std::string rules(const Wiki& wiki, const PageContext& context) {
 // The text in a fence longer than any in it: a page has fences of its own, and the first would end a shorter
 // one.
 std::string quoted(const std::string& text) {
-  std::string fence = "```";
-  while (text.find(fence) != text.npos) fence += '`';
+  const std::string fence = utils::fence_for(text);
   return fence + "markdown\n" + text + (text.empty() || text.back() == '\n' ? "" : "\n") + fence + "\n\n";
 }
 

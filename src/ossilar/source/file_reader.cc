@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "ossilar/utils/error.h"
+#include "ossilar/utils/file_calls.h"
 
 namespace ossilar::source {
 namespace {
@@ -30,13 +31,6 @@ constexpr int kStepFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // folder itself. A deep tree must not use up the descriptors of the process; beyond this depth a change of
 // folder costs calls instead.
 constexpr std::size_t kMostSteps = 16;
-
-template <class Call>
-int retry_interrupted(Call call) {
-  int result = call();
-  while (result == -1 && errno == EINTR) result = call();
-  return result;
-}
 
 std::int64_t nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -132,7 +126,7 @@ int Tree::enter(std::string_view folder) {
     const std::size_t end = std::min(folder.find('/', begin), folder.size());
     const std::string part(folder.substr(begin, end - begin));
     const int parent = steps_.empty() ? root_fd_.get() : steps_.back().fd.get();
-    utils::UniqueFd next(retry_interrupted([&] { return openat(parent, part.c_str(), kStepFlags); }));
+    utils::UniqueFd next(utils::retry_interrupted([&] { return openat(parent, part.c_str(), kStepFlags); }));
     if (!next) return -1;
     if (steps_.size() == kMostSteps) steps_.pop_back();
     steps_.push_back({end, std::move(next)});
@@ -177,7 +171,8 @@ std::optional<Reading> Tree::read(const std::string& path) {
   std::string name;
   const int parent = enter_parent(path, name);
   if (parent < 0) return std::nullopt;
-  const utils::UniqueFd file(retry_interrupted([&] { return openat(parent, name.c_str(), kReadFlags); }));
+  const utils::UniqueFd file(
+      utils::retry_interrupted([&] { return openat(parent, name.c_str(), kReadFlags); }));
   if (!file) {
     if (is_absent(errno)) return std::nullopt;
     throw_if_exhausted(errno, root_ / path);

@@ -179,6 +179,11 @@ bool is_open_for_writing(int fd) {
   return false;
 }
 
+bool is_there(const std::filesystem::path& path) {
+  std::error_code unknown;
+  return std::filesystem::symlink_status(path, unknown).type() != std::filesystem::file_type::not_found;
+}
+
 bool is_regular_file(const std::filesystem::path& path) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);

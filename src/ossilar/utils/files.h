@@ -54,6 +54,10 @@ UniqueFd open_directory(const std::filesystem::path& path, Missing missing = Mis
 // also for another user's file, of which the system does not tell. False where the file system cannot tell.
 bool is_open_for_writing(int fd);
 
+// Whether there is anything at `path`, a symbolic link to nothing included. Also true where the system cannot
+// say.
+bool is_there(const std::filesystem::path& path);
+
 // Whether `path` is a regular file, symbolic links followed. False for a path that cannot name one, such as a
 // link to itself or a name that is too long. Throws IoError when the system does not say.
 bool is_regular_file(const std::filesystem::path& path);

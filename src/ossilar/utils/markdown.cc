@@ -192,4 +192,14 @@ std::string closing_line(std::string_view markdown) {
   return "";
 }
 
+std::string fence_for(std::string_view text) {
+  std::size_t longest = 2;
+  std::size_t run = 0;
+  for (const char c : text) {
+    run = c == '`' ? run + 1 : 0;
+    longest = std::max(longest, run);
+  }
+  return std::string(longest + 1, '`');
+}
+
 }  // namespace ossilar::utils

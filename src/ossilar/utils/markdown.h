@@ -52,4 +52,8 @@ std::string plain_inline(std::string_view markdown);
 // nothing is open: a block after a blank line then stands at the top level.
 std::string closing_line(std::string_view markdown);
 
+// A code fence for a block with this text: of backticks, longer than any run of them in the text, which would
+// end it.
+std::string fence_for(std::string_view text);
+
 }  // namespace ossilar::utils

@@ -12,6 +12,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
+#include <utility>
+#include <vector>
 
 namespace ossilar::utils {
 namespace {
@@ -286,6 +289,20 @@ std::string lower_case(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   return out;
+}
+
+// One row of the table is kept; `diagonal` is what the row above had one column to the left.
+std::size_t edit_distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t substituted = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substituted}));
+    }
+  }
+  return row[b.size()];
 }
 
 }  // namespace ossilar::utils

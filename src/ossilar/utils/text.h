@@ -71,4 +71,8 @@ std::string_view utf8_prefix(std::string_view text, std::size_t limit);
 // `text` with its ASCII letters in lower case; other characters stay.
 std::string lower_case(std::string_view text);
 
+// The Levenshtein distance of `a` and `b`: how many bytes are inserted, deleted or replaced at least. By the
+// Wagner-Fischer table, in time of the product of their lengths, so callers limit both.
+std::size_t edit_distance(std::string_view a, std::string_view b);
+
 }  // namespace ossilar::utils

@@ -6,7 +6,6 @@
 #include "ossilar/workers/wiki/agent_answers.h"
 
 #include <algorithm>
-#include <numeric>
 #include <vector>
 
 #include "ossilar/utils/error.h"
@@ -21,21 +20,6 @@ constexpr std::size_t kMostSimilar = 5;  // enough to choose from; `error` names
 // be of any length.
 constexpr std::size_t kLongestCompared = 100;
 
-// Levenshtein distance (insertions, deletions, substitutions) of bytes, by the Wagner-Fischer table. One row
-// of the table is kept; `diagonal` is what the row above had one column to the left.
-std::size_t edit_distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t substituted = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substituted}));
-    }
-  }
-  return row[b.size()];
-}
-
 // Whether `asked` may be meant for `id`: up to half of its bytes are wrong, or one contains the other.
 bool may_mean(std::string_view asked, std::string_view id, std::size_t apart) {
   return apart <= asked.size() / 2 || id.find(asked) != std::string_view::npos ||
@@ -48,7 +32,7 @@ std::vector<std::string> similar_ids(std::string_view asked, const Plans& plans)
   for (std::size_t i = 0; i < plans.size(); ++i) {
     const std::string& id = plans[i].page_id;
     if (id.size() > kLongestCompared) continue;
-    const std::size_t apart = edit_distance(asked, id);
+    const std::size_t apart = utils::edit_distance(asked, id);
     if (may_mean(asked, id, apart)) ranked.emplace_back(apart, id);
   }
   std::sort(ranked.begin(), ranked.end());  // by distance, then by id: the same question, the same answer

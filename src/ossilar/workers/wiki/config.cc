@@ -12,7 +12,6 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <numeric>
 #include <set>
 #include <utility>
 
@@ -98,20 +97,6 @@ std::vector<std::string> texts_of(const At& at, const toml::node& node) {
   return out;
 }
 
-// Levenshtein distance of bytes, by the Wagner-Fischer table of which one row is kept.
-std::size_t edit_distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t k = 0; k < b.size(); ++k) {
-      const std::size_t replaced = diagonal + (a[i] == b[k] ? 0 : 1);
-      diagonal = std::exchange(row[k + 1], std::min({row[k] + 1, row[k + 1] + 1, replaced}));
-    }
-  }
-  return row.back();
-}
-
 // A key that a table may have, and what takes its value. `take` refuses by throwing.
 struct Key {
   std::string_view name;
@@ -126,7 +111,7 @@ struct Key {
     names.emplace_back(key.name);
     // A name too long to be shown is not compared. The distance must be below the key's length too: otherwise
     // "url" would be suggested for any three letters.
-    const std::size_t distance = name.size() > kLongestShown ? least : edit_distance(name, key.name);
+    const std::size_t distance = name.size() > kLongestShown ? least : utils::edit_distance(name, key.name);
     if (distance < std::min(least, key.name.size())) {
       least = distance;
       nearest = key.name;

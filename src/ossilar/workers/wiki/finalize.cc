@@ -158,17 +158,6 @@ std::string escaped_inline(const std::string& text) {
   return out;
 }
 
-// A code fence longer than any run of backticks in `text`.
-std::string fence_for(std::string_view text) {
-  std::size_t longest = 2;
-  std::size_t run = 0;
-  for (const char c : text) {
-    run = c == '`' ? run + 1 : 0;
-    longest = std::max(longest, run);
-  }
-  return std::string(longest + 1, '`');
-}
-
 // Code spans show a path as it is; a backtick in one is rare enough to lose.
 std::string code_span(std::string path) {
   std::replace_if(
@@ -179,7 +168,7 @@ std::string code_span(std::string path) {
 std::string diagrams_part(const std::vector<Diagram>& diagrams) {
   std::string out;
   for (const auto& [caption, text] : diagrams) {
-    const std::string fence = fence_for(text);
+    const std::string fence = utils::fence_for(text);
     out.append("**").append(escaped_inline(caption)).append("**\n\n");
     out.append(fence).append("mermaid\n").append(text);
     if (!text.empty() && text.back() != '\n') out += '\n';

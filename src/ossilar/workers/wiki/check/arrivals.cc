@@ -6,7 +6,6 @@
 // that are still to come are awaited: their stamps are noted, and the next call looks again when one changes.
 #include "ossilar/workers/wiki/check/arrivals.h"
 
-#include <system_error>
 #include <utility>
 
 #include "ossilar/utils/files.h"
@@ -66,9 +65,7 @@ std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows
   std::vector<std::string> missing;
   rows.for_each([&](const std::string& page_id, const Map&) {
     // Only "there is none" counts: in a folder that cannot be looked into, nobody knows.
-    std::error_code error;
-    if (fs::symlink_status(wiki.paths().page(page_id), error).type() == fs::file_type::not_found)
-      missing.push_back(page_id);
+    if (!utils::is_there(wiki.paths().page(page_id))) missing.push_back(page_id);
   });
   if (missing.empty()) return missing;
   const ManifestContent listed = wiki.lists().read_all();

@@ -139,8 +139,8 @@ void Inspection::inspect_folder() {
   for (; !error && at != fs::recursive_directory_iterator(); at.increment(error)) entries.push_back(*at);
   // With half a listing, the pages of the other half would look deleted, and --fix would forget them. A
   // folder that is not there at all is an empty one.
-  const bool is_there = fs::symlink_status(wiki_.paths().pages).type() != fs::file_type::not_found;
-  if (error && is_there) throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
+  if (error && utils::is_there(wiki_.paths().pages))
+    throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
   std::sort(entries.begin(), entries.end());
   for (const fs::directory_entry& entry : entries) inspect_entry(entry);
 }

@@ -43,15 +43,14 @@ Finding damaged_database(const std::string& damage) {
           true};
 }
 
-bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
-
 // The first name that is free for all three files of the database. Free without a race: the caller holds the
 // write lock.
 fs::path free_name(const fs::path& database) {
   for (int number = 1;; ++number) {
     fs::path name = database;
     name += ".damaged-" + std::to_string(number);
-    if (!is_there(name) && !is_there(name.string() + "-wal") && !is_there(name.string() + "-shm"))
+    if (!utils::is_there(name) && !utils::is_there(name.string() + "-wal") &&
+        !utils::is_there(name.string() + "-shm"))
       return name;
   }
 }

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::workers::wiki {
@@ -111,16 +112,6 @@ class Selection {
   std::size_t room_;
 };
 
-// Longer than any run of backticks in `text`: a source that quotes Markdown must not end the block.
-std::string fence_for(std::string_view text) {
-  std::size_t longest = 0, run = 0;
-  for (const char c : text) {
-    run = c == '`' ? run + 1 : 0;
-    longest = std::max(longest, run);
-  }
-  return std::string(std::max<std::size_t>(3, longest + 1), '`');
-}
-
 // The head of the file, the lines around its symbols, and then the others from the start, as far as they fit.
 std::string telling_lines(const SourceFile& file, const std::vector<std::string_view>& lines,
                           std::size_t room) {
@@ -159,7 +150,7 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   // lines of backticks, the choice is made again in that much less room.
   for (std::size_t left = room - frame;;) {
     const std::string shown = telling_lines(file, lines, left);
-    const std::string fence = fence_for(shown);
+    const std::string fence = utils::fence_for(shown);
     const std::string excerpt = heading + fence + "\n" + shown + fence + "\n\n";
     if (shown.empty()) return "";
     if (excerpt.size() <= room) return excerpt;

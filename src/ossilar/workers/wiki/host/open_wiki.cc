@@ -56,17 +56,15 @@ constexpr std::string_view kMergeAttributes =
 )";
 
 // A dangling link is there too: exists() would follow it and say no.
-bool is_there(const fs::path& path) { return fs::symlink_status(path).type() != fs::file_type::not_found; }
-
 void create_file(const fs::path& root, const std::string& name, std::string_view text,
                  std::vector<std::string>& created) {
-  if (is_there(root / name)) return;
+  if (utils::is_there(root / name)) return;
   utils::atomic_write(root / name, text);
   created.push_back(name);
 }
 
 void create_directory(const fs::path& root, const std::string& name, std::vector<std::string>& created) {
-  const bool present = is_there(root / name);  // asked first, for the report alone
+  const bool present = utils::is_there(root / name);  // asked first, for the report alone
   utils::open_directory(root / name, utils::Missing::create);
   if (!present) created.push_back(name + "/");
 }
@@ -113,7 +111,7 @@ std::vector<std::string> set_up_wiki(const fs::path& root) {
 std::unique_ptr<Wiki> open_wiki(const fs::path& root, const std::string& writer, Process process) {
   WikiConfig config = load_config(config_file(root));
   WikiPaths paths = wiki_paths(root, config);
-  if (!is_there(paths.state)) {
+  if (!utils::is_there(paths.state)) {
     throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
   }
   auto store = store::open_sqlite_store(paths.database());
