@@ -39,7 +39,7 @@ std::string sha256_hex(std::string_view bytes) {
                     EVP_DigestUpdate(context, bytes.data(), bytes.size()) == 1 &&
                     EVP_DigestFinal_ex(context, digest.data(), &size) == 1;
   if (!made) {
-    throw Error("cannot compute a SHA-256: the crypto library refused");
+    throw Error("cannot compute a SHA-256 hash: the crypto library failed");
   }
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string out;
