@@ -76,14 +76,14 @@ void add_globals(CLI::App& app, Arguments& arguments) {
 
 void add_init_command(CLI::App& app, Arguments& arguments) {
   auto* init = add_command(
-      app, arguments, "init", "Set a wiki up here: its files, the index of the source, committed pages",
+      app, arguments, "init", "Set up a wiki here: create its files, index the source, adopt committed pages",
       "ossilar init\nossilar init --client claude-code --client vscode",
       [&](Output& output) { return run_init(arguments.place, arguments.clients, output); });
   // allow_extra_args(false): a list would otherwise take every word that follows, and not one after each
   // --client. option_text(): as with --color.
-  init->add_option(
-          "--client", arguments.clients,
-          "Set an agent's client up to run ossilar here, once for each: " + utils::join(client_names(), ", "))
+  init->add_option("--client", arguments.clients,
+                   "Set up this agent's client to run ossilar here; may be given several times: " +
+                       utils::join(client_names(), ", "))
       ->check(CLI::IsMember(client_names()))
       ->allow_extra_args(false)
       ->type_name("NAME")
@@ -144,19 +144,18 @@ void add_operation(CLI::App& app, Arguments& arguments, const operations::Operat
 void add_check_command(CLI::App& app, Arguments& arguments) {
   auto* check = add_command(
       app, arguments, "check",
-      "Find what is wrong: stale pages, citations that do not hold, what crashes, hands and git left behind",
+      "Find stale pages, invalid citations, and what crashes, manual edits and git left behind",
       "ossilar check\nossilar check --fix",
       [&](Output& output) { return run_check(arguments.place, arguments.fix, output); },
-      "--fix takes page files as they stand and changes none, makes anew what is derived from them, forgets "
-      "pages\n"
-      "whose file is gone (their text goes to .ossilar/replaced), and removes leftovers of writes.\n"
-      "Exit code 1 when something is found, or left after --fix.");
-  check->add_flag("--fix", arguments.fix, "Set right what needs no author");
+      "--fix changes no page file. It adopts page files as they are, rebuilds what is derived from them,\n"
+      "forgets pages whose file is gone (their text goes to .ossilar/replaced), and removes the files of\n"
+      "interrupted writes. Exit code 1 when something is found, or left after --fix.");
+  check->add_flag("--fix", arguments.fix, "Repair what needs no author");
 }
 
 void add_mcp_command(CLI::App& app, Arguments& arguments) {
   add_command(app, arguments, "mcp",
-              "Serve an agent's session: the Model Context Protocol on standard input and output",
+              "Serve an agent over the Model Context Protocol on standard input and output",
               "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
 }
 

@@ -37,10 +37,10 @@ std::string bytes_of(const fs::path& path, const std::string& name) {
     const utils::UniqueFd file(
         openat(directory.get(), path.filename().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file && errno == ELOOP)
-      throw utils::IoError(name + " is a symbolic link, and ossilar writes through none", ELOOP);
+      throw utils::IoError(name + " is a symbolic link; put a regular file in its place", ELOOP);
     if (!file) throw utils::IoError("cannot read " + name, errno);
     const auto text = utils::read_at_most(file.get(), kLargestFile, name);
-    if (!text) throw utils::ConfigError(name + " is larger than 1 MiB; it cannot be a configuration");
+    if (!text) throw utils::ConfigError(name + " is larger than 1 MiB, the limit for a configuration file");
     utils::require_utf8(*text, name);
     return *text;
   } catch (const utils::IoError& error) {
@@ -102,11 +102,12 @@ void ClientFiles::write() const {
 void ClientFiles::print(const File& file, Output& output) const {
   const Shown name = output.styled(Style::bold, file.client->name);
   if (file.changed) {
-    output.line(name + ": wrote " + file.client->file + "; commit it for everybody");
+    output.line(name + ": wrote " + file.client->file + "; commit it to share it");
   } else if (file.client->in_repository()) {
-    output.line(name + ": " + file.client->file + " has the server already");
+    output.line(name + ": " + file.client->file + " already has the server");
   } else {
-    output.line(name + " reads no file of the repository; add to your " + file.client->file + ":");
+    output.line(name + " does not read a file in the repository; add this to your " + file.client->file +
+                ":");
     print_block(file.text, output);
   }
 }
@@ -120,7 +121,7 @@ void ClientFiles::print(Output& output) const {
   const auto in_repository = [](const File& file) { return file.client->in_repository(); };
   if (std::any_of(files_.begin(), files_.end(), in_repository) && !is_on_path()) {
     output.line(output.styled(Style::warn, "ossilar is not on your PATH") +
-                ", by which clients find it: " + on_this_machine(root_).program);
+                ", where clients look for it; this program is " + on_this_machine(root_).program);
   }
 }
 
@@ -138,7 +139,7 @@ void print_client_advice(const fs::path& root, Output& output) {
   output.line();
   output.line("Agents use the wiki through a client that runs ossilar. To set one up for this repository:");
   output.line("  ossilar init --client NAME   NAME is one of " + utils::join(client_names(), ", "));
-  output.line("Any other client needs this, in the form it reads:");
+  output.line("Any other client needs this entry in its own format:");
   output.line("  " + utils::printable_json(utils::json_text(server_on_this_machine(root))));
 }
 

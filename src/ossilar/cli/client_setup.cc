@@ -49,9 +49,9 @@ std::string toml_table(const Client& client, const Invocation& invocation) {
 // Throws the refusal, with the entry to add by hand. On one line, like every failure that the command prints.
 [[noreturn]] void refuse(const Client& client, const std::string& what) {
   const Map server = entry(client.form, {.repository = client.folder});
-  throw ConfigError(std::string(client.file) + " " + what + "; nothing was changed. Under " + client.table +
-                    " it needs \"" + kServer + "\": " + utils::json_text(server) +
-                    (client.form == Form::toml ? ", as TOML writes it" : ""));
+  throw ConfigError(std::string(client.file) + " " + what + "; nothing was changed. Add under " +
+                    client.table + ": \"" + kServer + "\": " + utils::json_text(server) +
+                    (client.form == Form::toml ? " (in TOML syntax)" : ""));
 }
 
 // The text as a JSON object. A byte order mark is skipped here only: the text that is written keeps it.
@@ -62,7 +62,7 @@ Map parsed(const Client& client, const std::string& text) {
   } catch (const utils::Error& error) {
     refuse(client, std::string("is not plain JSON (") + error.what() + ")");
   }
-  refuse(client, "holds no JSON object");
+  refuse(client, "is not a JSON object");
 }
 
 // Whether the entry has every field of ours. Fields that the user added, such as an environment, do not
@@ -80,10 +80,10 @@ std::string with_json_server(const Client& client, const std::string& text) {
   const bool has_table = file.contains(client.table);
   const Map& servers = utils::member(file, client.table);
   if (has_table && !servers.is_object())
-    refuse(client, "has something else than an object under \"" + std::string(client.table) + '"');
+    refuse(client, "has no object under \"" + std::string(client.table) + '"');
   const Map& entered = utils::member(servers, kServer);
   if (has_all_of(entered, ours)) return text;
-  if (!entered.is_null()) refuse(client, "has another server named ossilar");
+  if (!entered.is_null()) refuse(client, "already has a different server named ossilar");
 
   const auto made = has_table ? insert_member(text, client.table, kServer, ours)
                               : insert_member(text, "", client.table, Map{{kServer, ours}});
@@ -92,7 +92,7 @@ std::string with_json_server(const Client& client, const std::string& text) {
   // differ, the server landed in the wrong place. (With `false`, a text that does not parse gives a value
   // that equals nothing.)
   if (!made || Map::parse(*made, nullptr, false) != file)
-    refuse(client, "names its keys in a way that is not understood");
+    refuse(client, "has keys in a form that ossilar cannot edit");
   return *made;
 }
 
@@ -115,7 +115,7 @@ std::string with_toml_server(const Client& client, const std::string& text) {
   if (("\n" + utils::normalise_line_ends(text) + "\n").find("\n" + ours) != std::string::npos) return text;
   for (const std::string_view line : utils::split_lines(text)) {
     if (enters_servers(utils::strip(line), client.table)) {
-      refuse(client, "has another server named ossilar, or servers in a form that is not understood: " +
+      refuse(client, "already has a server named ossilar, or servers in a form that ossilar cannot edit: " +
                          utils::printable(utils::strip(line)));
     }
   }

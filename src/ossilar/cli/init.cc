@@ -21,17 +21,18 @@ using workers::wiki::WikiStatus;
 
 void print_adoption(const AdoptionReport& report, Output& output) {
   if (report.adopted > 0)
-    output.line("Adopted " + std::to_string(report.adopted) + " page file(s) that had no row.");
+    output.line("Adopted " + std::to_string(report.adopted) +
+                " page file(s) that had no row in the database.");
   for (const std::string& page : report.undescribed) {
     output.line("  " + output.styled(Style::warn, page) +
-                " is described by no manifest; its file was taken as it stands.");
+                " is in no manifest; its file was adopted as it is.");
   }
   for (const std::string& page : report.edited) {
     output.line("  " + output.styled(Style::warn, page) +
-                " was edited since it was saved; its file was taken as it stands.");
+                " was edited after its last save; its file was adopted as it is.");
   }
   for (const std::string& file : report.unplanned)
-    Output::diagnostic("belongs to no planned page, left alone: " + file);
+    Output::diagnostic("left alone, the plan has no such page (see: ossilar check): " + file);
   for (const std::string& message : report.failed) Output::diagnostic(message);
   tell_of_records(report.given_records);
 }
@@ -39,12 +40,12 @@ void print_adoption(const AdoptionReport& report, Output& output) {
 void print_next_steps(const WikiStatus& status, Output& output) {
   output.line();
   output.line("Next:");
-  output.line("  ossilar plan                 what there is to write");
+  output.line("  ossilar plan                 list the pages to write");
   // Where no page is planned, "overview" stands for one, so that the commands are complete.
   const std::string first = status.pages.empty() ? "overview" : status.pages.front().page_id;
-  output.line("  ossilar context " + first + "     what the author of a page needs to know");
+  output.line("  ossilar context " + first + "     print what the author of a page needs to know");
   output.line("  ossilar save " + first + " FILE   check a page and store it");
-  output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local and ignores itself.");
+  output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local, and git ignores it.");
 }
 
 // valid_utf8(): a path may be any bytes, and JSON holds none that are not UTF-8.

@@ -18,7 +18,7 @@ namespace {
 // signal handler are called (signal-safety(7)): write() and not stdio, _exit() and not exit().
 extern "C" void end_without_disk(int /*signal*/) {
   constexpr std::string_view kMessage =
-      "ossilar: the disk is full, or it failed, under a file that is in memory (.ossilar/index.db-shm);"
+      "ossilar: cannot read or write .ossilar/index.db-shm: the disk is full or has failed;"
       " free some space and try again\n";
   const ssize_t ignored = write(STDERR_FILENO, kMessage.data(), kMessage.size());
   static_cast<void>(ignored);  // there is nowhere else to say it

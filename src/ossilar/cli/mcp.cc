@@ -16,7 +16,7 @@ namespace ossilar::cli {
 int run_mcp(const Place& place, const utils::LogSink& log) {
   const std::filesystem::path root = place.root();  // may throw, so before standard output is taken
   if (isatty(STDIN_FILENO) == 1)
-    Output::diagnostic("this is for a program that speaks the Model Context Protocol; end it with Ctrl-D");
+    Output::diagnostic("waiting for a client that speaks the Model Context Protocol; end with Ctrl-D");
   const utils::UniqueFd output = mcp::take_standard_output();
   std::signal(SIGPIPE, SIG_IGN);  // or the first write to a client that is gone would kill the process
   const bool ended = mcp::serve({.root = root, .input = STDIN_FILENO, .output = output.get(), .log = log});

@@ -44,7 +44,7 @@ std::string read_content(const std::string& file) {
   }
   const std::string name = fd == STDIN_FILENO ? "standard input" : file;
   auto content = utils::read_at_most(fd, kReadLimit, name);
-  if (!content) throw utils::ConfigError(name + " is longer than a page can be (1 MiB)");
+  if (!content) throw utils::ConfigError(name + " is longer than 1 MiB, the limit for a page");
   return *std::move(content);
 }
 
@@ -102,8 +102,8 @@ int print_refusal(const Map& answer, const std::string& kept, Output& output) {
 void adopt(Wiki& wiki) {
   const auto report = workers::wiki::adopt_arrivals(wiki, workers::wiki::WhenBusy::skip);
   if (report.adopted > 0) {
-    Output::diagnostic("took over " + std::to_string(report.adopted) +
-                       " page(s) that came by version control");
+    Output::diagnostic("adopted " + std::to_string(report.adopted) +
+                       " page(s) that version control added or changed");
   }
   if (report.forgotten > 0) {
     Output::diagnostic("forgot " + std::to_string(report.forgotten) +

@@ -45,7 +45,7 @@ void prepare_with_progress(workers::wiki::Wiki& wiki) {
     wiki.prepare(bar.callback());
   }
   for (const std::string& path : wiki.skipped_sources()) {
-    Output::diagnostic("left out of the index, its name is not UTF-8: " + path);
+    Output::diagnostic("left out of the index, because its name is not UTF-8: " + path);
   }
 }
 
@@ -59,14 +59,15 @@ void reembed_with_progress(workers::wiki::Wiki& wiki) {
     utils::Task task;  // the command is not cancelled; batches that are done stay when it is killed
     workers::wiki::reembed(wiki.store(), wiki.embedder(), bar.callback(), task);
   } catch (const utils::Error& error) {
-    Output::diagnostic(std::string("not embedded: ") + error.what());
+    Output::diagnostic(std::string("embedding failed, so search finds fewer passages by meaning: ") +
+                       error.what());
   }
 }
 
 void tell_of_records(std::size_t given) {
   if (given == 0) return;
-  Output::diagnostic("the wiki was of an older format: " + std::to_string(given) +
-                     " page(s) now carry their own record; commit the wiki's folder");
+  Output::diagnostic("the wiki had an older format: " + std::to_string(given) +
+                     " page file(s) got a record of their sources; commit the wiki's folder");
 }
 
 }  // namespace ossilar::cli

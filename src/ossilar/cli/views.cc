@@ -89,7 +89,7 @@ void print_hits(const Given& given, Output& output) {
   if (hits.empty()) {
     const std::string path = text_at(given.arguments, "path");
     output.line("nothing found" + (path.empty() ? "" : " about " + path) +
-                "; try other words, or see what there is with: ossilar plan");
+                "; try other words, or list the pages with: ossilar plan");
   }
   for (std::size_t i = 0; i < hits.size(); ++i) print_hit(i + 1, hits[i], output);
 }
@@ -100,7 +100,7 @@ void print_doubtful(const Map& status, Output& output) {
   std::size_t named = 0;
   for (const char* state : {"stale", "unverified"}) {
     for (const Map& page : status.at(state)) {
-      if (named++ == kMostNamed) return output.line("  more in: ossilar plan");
+      if (named++ == kMostNamed) return output.line("  and more; see: ossilar plan");
       output.line("  " + output.styled(Style::bold, text_at(page, "page_id")) + "  " +
                   output.styled(Style::warn, text_at(page, "reason")));
     }

@@ -49,7 +49,7 @@ void PageWatch::run() {
       failure = error.what();
       // Once, not at every look: a client may never read standard error, and a full pipe would block this
       // thread.
-      if (failure != last_failure) logger.warning("cannot look for changed pages", error);
+      if (failure != last_failure) logger.warning("cannot check for changed pages", error);
     }
     last_failure = std::move(failure);
     lock.lock();

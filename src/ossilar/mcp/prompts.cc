@@ -36,20 +36,20 @@ constexpr std::size_t kLongestQuoted = std::size_t{40} * 1024;
 constexpr const char* kRules = R"(## Rules of a good page
 
 - Read the sources before you write. State only what they show; where they do not say why, do not guess.
-- Begin with a summary paragraph that stands alone, then `##` sections. No `#` title: the page has one.
+- Begin with a summary paragraph that stands alone, then `##` sections. No `#` title: ossilar adds it.
 - Cite every claim about the code as [path/to/file:L10-L20] or [path/to/file:L10], outside code, with lines
-  that exist. At least {} valid citations, or the page is refused; one for each paragraph of facts is good.
+  that exist. A page with fewer than {} valid citations is refused; aim for one in each paragraph of facts.
 - Link other pages of the wiki by their titles in brackets: [Title of the page].
 - Keep between {} and {} words of prose. Explain what a reader cannot see from a file alone: purpose, how parts
-  meet, invariants, what fails and how. Do not retell the code line by line.
+  work together, invariants, failure modes. Do not retell the code line by line.
 - Name things as the code names them, in `code`.
 
 )";
 
 constexpr const char* kSaving = R"(## Saving
 
-Call save_page with page_id "{}"{} and if_version "{}". If it is refused, mend what the error says and save again;
-if the answer has warnings, mend what they name and save once more.
+Call save_page with page_id "{}"{} and if_version "{}". If it is refused, fix what the error names and save again;
+if the answer has warnings, fix what they name and save once more.
 )";
 
 Map prompt(const char* name, const char* title, const char* description, const Map& arguments,
@@ -98,7 +98,7 @@ std::string quoted(const std::string& text) {
 std::string current_text(const std::optional<StoredPage>& page) {
   if (!page) return "";
   const std::string text = workers::wiki::split_authored(page->text, "").text();
-  return "## The page as it is\n\n" +
+  return "## The page as it is now\n\n" +
          (text.size() > kLongestQuoted ? "It is long: read it with read_page.\n\n" : quoted(text));
 }
 
@@ -147,7 +147,7 @@ std::string refresh_all(const std::vector<PageState>& pages) {
   }
   if (stale == 0) return "No page of the wiki is stale: there is nothing to bring in line with the source.";
   std::string text = fmt::format("{} page(s) of the wiki no longer match the source:\n\n{}", stale, list);
-  if (stale > kMostStale) text += "- and more: list_pages with state \"stale\" names them all\n";
+  if (stale > kMostStale) text += "- and more: list_pages with state \"stale\" lists them all\n";
   return text +
          "\nBring each in line with the source: read_page and page_context, read what changed, then "
          "save_page with "
@@ -178,16 +178,17 @@ std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {
 
 Map list_prompts(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
-    throw ProtocolError(error_code::kInvalidParams, "the list of prompts has one page and no cursors");
+    throw ProtocolError(error_code::kInvalidParams,
+                        "params.cursor is unknown: prompts/list has only one page");
   const Map write = prompt(kWritePage, "Write a wiki page",
-                           "What the author of a page needs, and the rules of a good page, in one go",
+                           "What the author of a page needs to know, and the rules of a good page",
                            Map::array({argument("page_id", "the page to write", true),
                                        argument("section", "only this `##` section of it", false)}),
                            revision);
-  const Map refresh =
-      prompt(kRefreshStale, "Refresh stale pages",
-             "What no longer matches the source and how to bring it in line: one page, or all",
-             Map::array({argument("page_id", "one stale page; without it, all", false)}), revision);
+  const Map refresh = prompt(
+      kRefreshStale, "Refresh stale pages",
+      "What no longer matches the source and how to update it: one page, or all",
+      Map::array({argument("page_id", "the stale page; without it, all stale pages", false)}), revision);
   return finished_for(revision, Map{{"prompts", Map::array({write, refresh})}}, kListMilliseconds);
 }
 

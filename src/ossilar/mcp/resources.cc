@@ -68,7 +68,7 @@ Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, con
   const auto cursor = optional_string(params, "cursor");
   const store::StoredRows rows = provider.get()->stored_pages();
   if (cursor && rows.find(*cursor) == nullptr)
-    throw ProtocolError(error_code::kInvalidParams, "this cursor is none; list from the start");
+    throw ProtocolError(error_code::kInvalidParams, "params.cursor is unknown; list again without a cursor");
   Map list = Map::array();
   std::size_t left = 0;  // pages behind this list; only with some is there a next one
   rows.for_each([&](const std::string& page_id, const Map& row) {
@@ -86,7 +86,8 @@ Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, con
 
 Map list_resource_templates(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
-    throw ProtocolError(error_code::kInvalidParams, "the list of templates has one page and no cursors");
+    throw ProtocolError(error_code::kInvalidParams,
+                        "params.cursor is unknown: resources/templates/list has only one page");
   return finished_for(
       revision,
       Map{{"resourceTemplates",
@@ -95,7 +96,7 @@ Map list_resource_templates(workers::wiki::WikiProvider& /*provider*/, Revision 
                 template_of(kSectionTemplate, "section", "A section of a wiki page",
                             "One `##` section, named by its heading", revision),
                 template_of(kDraftTemplate, "draft", "A refused text",
-                            "What was sent to save_page and refused, as its answer named it", revision)})}},
+                            "A text that save_page refused, under the name in its answer", revision)})}},
       kTemplatesMilliseconds);
 }
 

@@ -113,7 +113,7 @@ Revision named_revision(const Map& meta) {
   const Revision* revision = find_revision(name);
   if (revision == nullptr || !is_stateless(*revision)) {
     throw ProtocolError(error_code::kUnsupportedVersion,
-                        "protocol version '" + name + "' is not served without initialize",
+                        "protocol version '" + name + "' is not supported without initialize",
                         Map{{"supported", stateless_revisions()}, {"requested", name}});
   }
   if (!utils::member(meta, meta_key::kClientCapabilities).is_object()) {
@@ -206,7 +206,7 @@ void Session::receive(std::string_view line) {
 
 void Session::receive_too_long(const LineTooLong& line) {
   output_.write(error_line(id_in_cut(line.beginning, line.end), error_code::kInvalidRequest,
-                           "a message is at most " + std::to_string(kLongestLine) + " bytes long"));
+                           "the message is longer than " + std::to_string(kLongestLine) + " bytes"));
 }
 
 Session::Reply Session::write_reply() {
@@ -230,8 +230,8 @@ void Session::take_batch(std::vector<Message> batch) {
   if (!agreed_ || !has_batches(*agreed_) || batch.empty()) {
     output_.write(error_line(
         {}, error_code::kInvalidRequest,
-        batch.empty() ? "a batch has at least one message"
-                      : "batches are not part of this protocol revision; send one message a line"));
+        batch.empty() ? "a batch must have at least one message"
+                      : "batches are not part of this protocol revision; send one message per line"));
     return;
   }
   struct Answers {
@@ -291,7 +291,7 @@ Revision Session::revision_of(const Request& request) const {
 // A client that asks for a revision which is not served, or is stateless, is offered the newest of the
 // others; whether it can speak that is for the client to decide.
 Map Session::initialize(const Map& params) {
-  if (agreed_) throw ProtocolError(error_code::kInvalidRequest, "this session is initialized already");
+  if (agreed_) throw ProtocolError(error_code::kInvalidRequest, "this session is already initialized");
   const Revision* asked = find_revision(required_string(params, "protocolVersion"));
   agreed_ = asked != nullptr && !is_stateless(*asked) ? *asked : kLatestWithInitialize;
   // Until the client sets one. A session that does not begin with `initialize` gets no records unasked.
@@ -308,7 +308,9 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
   if (request.method == "ping") return Map::object();
   if (request.method != "logging/setLevel") return std::nullopt;
   const auto rank = level_rank(required_string(request.params, "level"));
-  if (!rank) throw ProtocolError(error_code::kInvalidParams, "params.level is no level of RFC 5424");
+  if (!rank)
+    throw ProtocolError(error_code::kInvalidParams,
+                        "params.level must be a level of RFC 5424, such as \"warning\"");
   log_level_ = *rank;
   return Map::object();
 }
@@ -321,7 +323,8 @@ void Session::run_later(Request request, Revision revision, const Reply& reply) 
   {
     const std::lock_guard lock(mutex_);
     if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second)
-      throw ProtocolError(error_code::kInvalidRequest, "a request with this id is under way");
+      throw ProtocolError(error_code::kInvalidRequest,
+                          "a request with this id is still running; use another id");
   }
   // Without the lock: post() may wait, and the requests that make room need the lock to end.
   std::string key = request.method == kCallTool ? serial_key(request.params) : "";
@@ -367,7 +370,8 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision,
     require_page_uri(provider_, revision, uri);
     watch_.look();
     if (!subscriptions_.subscribe(canonical(uri)))
-      throw ProtocolError(error_code::kInvalidParams, "there are too many subscriptions; end one of them");
+      throw ProtocolError(error_code::kInvalidParams,
+                          "too many subscriptions; unsubscribe from a resource first");
     return Map::object();
   }
   if (request.method == "resources/unsubscribe") {
@@ -391,7 +395,8 @@ void Session::listen(const Request& request, const utils::Task& task) {
   const std::lock_guard lock(mutex_);
   task.check();
   if (!subscriptions_.listen(request.id, filter))
-    throw ProtocolError(error_code::kInvalidParams, "there are too many listeners; end one of them");
+    throw ProtocolError(error_code::kInvalidParams,
+                        "too many open subscriptions/listen requests; cancel one first");
 }
 
 // ---- The end of requests and of the session.

@@ -91,8 +91,8 @@ Map error_of(const std::exception_ptr& failure) {
 // that is named by the last part of the path. The agent may no longer have the text itself.
 std::vector<std::string> notes_on(const std::string& kept) {
   if (kept.empty()) return {};
-  return {"Nothing was saved. What you sent is kept in " + kept + ", to be read as ossilar://drafts/" +
-          kept.substr(kept.rfind('/') + 1) + " too. Mend it as the error says and call save_page again."};
+  return {"Nothing was saved. Your text is kept in " + kept + ", and ossilar://drafts/" +
+          kept.substr(kept.rfind('/') + 1) + " reads it. Fix what the error names and call save_page again."};
 }
 
 // Opening the wiki is inside the `try`: a repository that was never set up is for the agent to read, too.
@@ -117,7 +117,7 @@ Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const
 
 Map list_tools(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
   if (optional_string(params, "cursor"))
-    throw ProtocolError(error_code::kInvalidParams, "the list of tools has one page and no cursors");
+    throw ProtocolError(error_code::kInvalidParams, "params.cursor is unknown: tools/list has only one page");
   Map list = Map::array();
   for (const Operation& tool : operations::operations()) list.push_back(described(tool, revision));
   return finished_for(revision, Map{{"tools", list}}, kListMilliseconds);

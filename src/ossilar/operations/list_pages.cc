@@ -47,7 +47,7 @@ Result call(const Asked& asked) {
   if (!cursor.empty()) {
     page = std::find_if(page, pages.end(), [&](const PageState& each) { return each.page_id == cursor; });
     if (page == pages.end())
-      return {.value = Map{{"error", "no page has the id of this cursor any more; list from the start"}}};
+      return {.value = Map{{"error", "the page of this cursor is gone; list again without a cursor"}}};
     ++page;
   }
   const auto wanted = [&](const PageState& each) {
@@ -68,44 +68,45 @@ Result call(const Asked& asked) {
 Operation list_pages() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
   const Map states{"missing", "stale", "unverified", "ok"};
-  const Map page = object(
-      {{"page_id", text("names the page in all tools")},
-       {"title", text("as readers see it")},
-       {"type", text("what kind of page it is: overview, architecture, module, topic")},
-       {"state",
-        choice(states,
-               "missing: not written yet; stale: its sources changed since; unverified: a hand wrote it, "
-               "and nobody knows against which sources")},
-       {"reason", text("of a stale page: what changed; of an unverified one: what to do")},
-       {"citations", count("valid citations of the stored page")},
-       {"words", count("words of prose of the stored page")}},
-      {"page_id", "title", "type", "state"});
-  return {.command = "plan",
-          .tool = "list_pages",
-          .title = "List wiki pages",
-          .does = "List every page of the plan with its state and the reason",
-          .description =
-              "Lists the pages of the wiki's plan in reading order, with what each lacks. Start here: state "
-              "\"missing\" is what there is to write, \"stale\" what no longer matches the source and why. "
-              "Pages come in portions: while `next_cursor` is there, call again with it as `cursor`.",
-          .example = "ossilar plan\nossilar plan --state stale",
-          .arguments = {{.name = "state",
-                         .option = "--state",
-                         .value = "STATE",
-                         .schema = choice(states, "only pages in this state")},
-                        {.name = "limit",
-                         .option = {},
-                         .value = {},
-                         .schema = number(1, kMostPages, kDefaultLimit, "how many pages at most")},
-                        {.name = "cursor",
-                         .option = {},
-                         .value = {},
-                         .schema = text("`next_cursor` of the call before")}},
-          .output_schema = object({{"pages", list(page, "in the order of the plan")},
-                                   {"total", count("pages in this state, in all portions")},
-                                   {"next_cursor", text("there are more pages; pass this as `cursor`")}},
-                                  {"pages", "total"}),
-          .call = call};
+  const Map page =
+      object({{"page_id", text("the id that all tools take")},
+              {"title", text("the page's title")},
+              {"type", text("what kind of page it is: overview, architecture, module, topic")},
+              {"state",
+               choice(states,
+                      "missing: not written yet; stale: its sources changed since it was saved; unverified: "
+                      "written or edited by hand, so its sources are not known")},
+              {"reason", text("stale: what changed; unverified: what to do")},
+              {"citations", count("number of valid citations")},
+              {"words", count("number of words of prose")}},
+             {"page_id", "title", "type", "state"});
+  return {
+      .command = "plan",
+      .tool = "list_pages",
+      .title = "List wiki pages",
+      .does = "List every page of the plan with its state and the reason",
+      .description =
+          "Lists the pages of the wiki's plan in reading order, each with its state. Start here: a "
+          "\"missing\" page is to be written, a \"stale\" one no longer matches the source; `reason` says "
+          "why. A long list is split: if the result has `next_cursor`, call again with it as `cursor`.",
+      .example = "ossilar plan\nossilar plan --state stale",
+      .arguments = {{.name = "state",
+                     .option = "--state",
+                     .value = "STATE",
+                     .schema = choice(states, "only pages in this state")},
+                    {.name = "limit",
+                     .option = {},
+                     .value = {},
+                     .schema = number(1, kMostPages, kDefaultLimit, "the most pages to return")},
+                    {.name = "cursor",
+                     .option = {},
+                     .value = {},
+                     .schema = text("`next_cursor` of the previous call")}},
+      .output_schema = object({{"pages", list(page, "in the order of the plan")},
+                               {"total", count("number of pages in this state, over all calls")},
+                               {"next_cursor", text("there are more pages; pass this as `cursor`")}},
+                              {"pages", "total"}),
+      .call = call};
 }
 
 }  // namespace ossilar::operations

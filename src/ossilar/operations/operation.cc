@@ -67,8 +67,8 @@ std::string no_such_argument(const Operation& operation, const std::string& name
   std::vector<std::string> names;
   for (const Argument& argument : operation.arguments)
     if (argument.in_session) names.emplace_back(argument.name);
-  return "there is no argument '" + name + "'; there " +
-         (names.empty() ? "are none" : "are: " + utils::join(names, ", "));
+  return "unknown argument '" + name + "'; " +
+         (names.empty() ? "this tool takes none" : "the arguments are " + utils::join(names, ", "));
 }
 
 }  // namespace

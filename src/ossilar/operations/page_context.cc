@@ -47,36 +47,35 @@ Result call(const Asked& asked) {
 
 Operation page_context() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map words = object({{"least", count("fewer are too few")}, {"most", count("more are too many")}},
-                           {"least", "most"});
-  return {
-      .command = "context",
-      .tool = "page_context",
-      .title = "Get what a page's author needs",
-      .does = "Print what the author of a page needs to know",
-      .description =
-          "Gives what you need to write or renew a page: its purpose, the sections it must have, how many "
-          "words, what the wiki's owner asks for (steering), its source files, and in `grounding` their "
-          "symbols and excerpts with line numbers. Read the sources themselves too before you write. Pass "
-          "`version` to save_page as `if_version`, so that nobody's work is overwritten.",
-      .example = "ossilar context overview",
-      .arguments = {page_argument()},
-      .output_schema =
-          object({{"page_id", text("the page")},
-                  {"title", text("its title; save with a title to rename it")},
-                  {"type", text("what kind of page it is")},
-                  {"description", text("what the page is about")},
-                  {"purpose", text("what a page of this type is for")},
-                  {"required_sections", strings("`##` headings that the page must have")},
-                  {"words", words},
-                  {"min_citations", count("fewer valid citations, and the page is refused")},
-                  {"steering", text("what the wiki's owner asks of the page")},
-                  {"version", text("of the stored page, or \"new\" when it is not written yet")},
-                  {"source_files", strings("the first hundred of the files that the page is about")},
-                  {"source_file_count", count("how many there are")},
-                  {"grounding", text("Markdown: files with line counts, symbols, excerpts")}},
-                 {"page_id", "title", "required_sections", "words", "min_citations", "version", "grounding"}),
-      .call = call};
+  const Map words = object(
+      {{"least", count("fewest words of prose")}, {"most", count("most words of prose")}}, {"least", "most"});
+  return {.command = "context",
+          .tool = "page_context",
+          .title = "Get what a page's author needs",
+          .does = "Print what the author of a page needs to know",
+          .description =
+              "Returns what you need to write or update a page: its purpose, required sections, how many "
+              "words, what the wiki's owner asks for (steering), its source files, and in `grounding` their "
+              "symbols and excerpts with line numbers. Read the source files as well before you write. Pass "
+              "`version` to save_page as `if_version`, so that you overwrite nobody's work.",
+          .example = "ossilar context overview",
+          .arguments = {page_argument()},
+          .output_schema = object(
+              {{"page_id", text("the page")},
+               {"title", text("its title; save with a title to rename it")},
+               {"type", text("what kind of page it is")},
+               {"description", text("what the page is about")},
+               {"purpose", text("what a page of this type is for")},
+               {"required_sections", strings("`##` headings that the page must have")},
+               {"words", words},
+               {"min_citations", count("a page with fewer valid citations is refused")},
+               {"steering", text("what the wiki's owner asks of the page")},
+               {"version", text("version of the stored page, or \"new\" if it is not written yet")},
+               {"source_files", strings("the first hundred source files of the page")},
+               {"source_file_count", count("number of its source files")},
+               {"grounding", text("Markdown: files with line counts, symbols, excerpts")}},
+              {"page_id", "title", "required_sections", "words", "min_citations", "version", "grounding"}),
+          .call = call};
 }
 
 }  // namespace ossilar::operations

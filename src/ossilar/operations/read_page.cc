@@ -74,42 +74,42 @@ Result call(const Asked& asked) {
 
 Operation read_page() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  return {.command = "show",
-          .tool = "read_page",
-          .title = "Read a wiki page",
-          .does = "Print a stored page",
-          .description =
-              "Gives a stored page as Markdown: the whole, one `##` section, or with part \"authored\" what "
-              "its author wrote, in the form in which save_page takes it. Keep `version` and pass it to "
-              "save_page as `if_version`. A long page comes in portions: while `next_offset` is there, call "
-              "again with it as `offset`.",
-          .example = "ossilar show overview --section Purpose",
-          .arguments = {page_argument(),
-                        {.name = "section",
-                         .option = "--section",
-                         .value = "HEADING",
-                         .schema = needed_text("a `##` heading of the page, with or without its marks")},
-                        {.name = "part",
-                         .option = "--authored",
-                         .value = {},
-                         .schema = choice(
-                             {"whole", "authored"},
-                             "the author's text alone, as a save takes it, instead of the whole page file"),
-                         .flag = "authored"},
-                        {.name = "offset",
-                         .option = {},
-                         .value = {},
-                         .schema =
-                             number(0, kLongestPage, 0, "where to go on: `next_offset` of the call before")}},
-          .output_schema = object({{"page_id", text("the page")},
-                                   {"version", text("names the page as it is now")},
-                                   {"rel_path", text("its file, relative to the wiki's directory")},
-                                   {"sections", strings("the `##` headings of the page")},
-                                   {"size", count("bytes of the whole text that was asked for")},
-                                   {"text", text("Markdown")},
-                                   {"next_offset", count("the text goes on; pass this as `offset`")}},
-                                  {"page_id", "version", "rel_path", "sections", "size", "text"}),
-          .call = call};
+  return {
+      .command = "show",
+      .tool = "read_page",
+      .title = "Read a wiki page",
+      .does = "Print a stored page",
+      .description =
+          "Returns a stored page as Markdown: the whole page, one `##` section, or with part \"authored\" "
+          "only the author's text, as save_page takes it. Pass `version` to save_page as `if_version`. A "
+          "long page is split: if the result has `next_offset`, call again with it as `offset`.",
+      .example = "ossilar show overview --section Purpose",
+      .arguments = {page_argument(),
+                    {.name = "section",
+                     .option = "--section",
+                     .value = "HEADING",
+                     .schema = needed_text("a `##` heading of the page, with or without its marks")},
+                    {.name = "part",
+                     .option = "--authored",
+                     .value = {},
+                     .schema =
+                         choice({"whole", "authored"},
+                                "only the author's text, as a save takes it, instead of the whole page file"),
+                     .flag = "authored"},
+                    {.name = "offset",
+                     .option = {},
+                     .value = {},
+                     .schema = number(0, kLongestPage, 0,
+                                      "where to continue: `next_offset` of the previous call")}},
+      .output_schema = object({{"page_id", text("the page")},
+                               {"version", text("version of the page as it is now")},
+                               {"rel_path", text("its file, relative to the wiki's directory")},
+                               {"sections", strings("the `##` headings of the page")},
+                               {"size", count("bytes of the whole requested text")},
+                               {"text", text("Markdown")},
+                               {"next_offset", count("there is more text; pass this as `offset`")}},
+                              {"page_id", "version", "rel_path", "sections", "size", "text"}),
+      .call = call};
 }
 
 }  // namespace ossilar::operations

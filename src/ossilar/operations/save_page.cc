@@ -54,15 +54,14 @@ Operation save_page() {
       .title = "Save a wiki page",
       .does = "Check a page and store it",
       .description =
-          "Checks a page that you wrote and stores it whole, or refuses it and says what to mend; nothing is "
-          "saved by halves. Write Markdown: a summary paragraph first, then `##` sections, no `#` title. "
-          "Every claim about the code cites its source outside code as [path/to/file:L10-L20] with lines "
-          "that "
-          "exist; link other pages as [Their title]. With `section`, `content` replaces that `##` section "
-          "alone, so that others may change the rest meanwhile. Pass the `version` that read_page or "
-          "page_context gave as `if_version`: if someone saved since, you get the difference instead of "
-          "undoing their work. Read the warnings of a saved page and mend what they name. Save the same page "
-          "again as often as you like.",
+          "Checks a page that you wrote, then stores all of it, or refuses it and says what to fix. Write "
+          "Markdown: a summary paragraph first, then `##` sections, no `#` title. Cite the source of every "
+          "claim about the code as [path/to/file:L10-L20], outside code and with lines that exist; link "
+          "other pages as [Their title]. With `section`, `content` replaces only that `##` section, so "
+          "others can change the rest at the same time. As `if_version`, pass the `version` from read_page "
+          "or page_context: if someone saved the page since, the save is refused and you get the "
+          "difference. Read the warnings of a saved page and fix what they name. You can save a page again "
+          "as often as you like.",
       .example = "ossilar save overview overview.md\nossilar save overview --section Purpose < purpose.md",
       .arguments =
           {page_argument(),
@@ -80,31 +79,31 @@ Operation save_page() {
            {.name = "title",
             .option = "--title",
             .value = "TITLE",
-            .schema = text("rename the page; its former titles keep leading to it")},
+            .schema = text("rename the page; links by its former titles still work")},
            {.name = "if_version",
             .option = "--if-version",
             .value = "VERSION",
             .schema =
-                text("save only if the page still is this version; \"new\": only if it is not written yet")},
+                text("save only if the page still has this version; \"new\": only if it is not written yet")},
            {.name = "dry_run",
             .option = "--dry-run",
             .value = {},
-            .schema = flag("answer, and write nothing"),
+            .schema = flag("check the page and write nothing"),
             .in_session = false,
             .flag = true}},
       .output_schema =
           object({{"saved", flag("true: page and index are on disk")},
                   {"page_id", text("the page")},
                   {"rel_path", text("its file, relative to the wiki's directory")},
-                  {"citations", count("its valid citations")},
-                  {"words", count("its words of prose")},
-                  {"warnings", strings("what to mend although the page was saved")},
+                  {"citations", count("number of valid citations")},
+                  {"words", count("number of words of prose")},
+                  {"warnings", strings("what to fix, although the page was saved")},
                   {"version", text("with `if_version`: the page's version now")},
                   {"error", text("why nothing was saved, and what to do")},
-                  {"valid_citations", count("of a page refused for too few: how many there were")},
-                  {"sections", strings("when the section does not exist: the headings that do")},
-                  {"similar", strings("when the page is not planned: page ids that come near")},
-                  {"diff", text("when the page changed: a unified diff of what changed")}}),
+                  {"valid_citations", count("if refused for too few citations: how many were valid")},
+                  {"sections", strings("if the section does not exist: the headings that do")},
+                  {"similar", strings("if the page is not planned: similar page ids")},
+                  {"diff", text("if the page changed since `if_version`: a unified diff")}}),
       .reads_only = false,
       .refuse = refuse,
       .call = call};

@@ -25,7 +25,8 @@ std::string embed_again(const Asked& asked) {
     workers::wiki::reembed(wiki.store(), wiki.embedder(), {}, asked.task);
     return "";
   } catch (const utils::Error& error) {
-    return std::string("the embedding model changed, and not all is embedded again: ") + error.what();
+    return std::string("the embedding model changed, and embedding all passages again failed: ") +
+           error.what();
   }
 }
 
@@ -60,9 +61,9 @@ Operation search_wiki() {
               {"title", text("of the page")},
               {"type", text("of the page")},
               {"rel_path", text("the page's file")},
-              {"section", text("the `##` heading it stands under, for read_page; \"\" above the first")},
+              {"section", text("the `##` heading above it, for read_page; \"\" before the first heading")},
               {"excerpt", text("of the passage")},
-              {"score", Map{{"type", "number"}, {"description", "1 is the most there can be"}}},
+              {"score", Map{{"type", "number"}, {"description", "1 is the highest score"}}},
               {"citations", list(citation, "the source lines that the passage cites")}},
              {"page_id", "title", "section", "excerpt", "score", "citations"});
   return {
@@ -71,23 +72,23 @@ Operation search_wiki() {
       .title = "Search the wiki",
       .does = "Find the passages of the wiki that answer a question",
       .description =
-          "Finds the passages of the wiki that answer a question about the code: by words, by names of "
-          "the code in any spelling (parseHTTPHeader, parse_http_header), and by similarity. Ask with the "
-          "words that the answer would use. Each hit names page and section for read_page and the source "
+          "Finds the passages of the wiki that answer a question about the code: by words, by names from "
+          "the code in any spelling (parseHTTPHeader, parse_http_header), and by similarity. Use the words "
+          "that the answer would use. Each hit gives the page and section for read_page, and the source "
           "lines it cites.",
       .example =
           "ossilar search \"who holds the write lock\" -n 3\nossilar search parseHTTPHeader --path src/net",
       .arguments = {{.name = "query",
                      .option = "QUERY",
                      .value = {},
-                     .schema = text("a question, words, or names of the code in any spelling"),
+                     .schema = text("a question, words, or names from the code in any spelling"),
                      .required = true},
                     {.name = "limit",
                      .option = "-n",
                      .value = "N",
-                     .schema =
-                         number(1, static_cast<int>(workers::wiki::kMostHits),
-                                static_cast<int>(workers::wiki::kDefaultHits), "how many passages at most")},
+                     .schema = number(1, static_cast<int>(workers::wiki::kMostHits),
+                                      static_cast<int>(workers::wiki::kDefaultHits),
+                                      "the most passages to return")},
                     {.name = "type",
                      .option = "--type",
                      .value = "TYPE",

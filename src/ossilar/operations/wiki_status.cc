@@ -54,29 +54,29 @@ Result call(const Asked& asked) {
 Operation wiki_status() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
   const Map counts =
-      object({{"ok", count("match the source")},
-              {"stale", count("do not any more")},
-              {"unverified", count("were written by hand, and nobody knows against which sources")},
-              {"missing", count("not written")}},
+      object({{"ok", count("pages that match the source")},
+              {"stale", count("pages that no longer match the source")},
+              {"unverified", count("pages written or edited by hand, so their sources are not known")},
+              {"missing", count("pages of the plan that are not written yet")}},
              {"ok", "stale", "unverified", "missing"});
   const Map page =
       object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
-  const Map write =
-      object({{"at", text("ISO 8601")}, {"by", text("who")}, {"commit", text("of the source")}});
+  const Map write = object(
+      {{"at", text("time, ISO 8601")}, {"by", text("who saved")}, {"commit", text("commit of the source")}});
   return {.command = "status",
           .tool = "wiki_status",
           .title = "Wiki status",
           .does = "Show branch, pages by state, and the last write",
           .description =
-              "Says how the wiki stands: branch and commit, how many pages are ok, stale, unverified and "
+              "Summarizes the wiki: branch and commit, how many pages are ok, stale, unverified and "
               "missing, the first twenty stale and unverified ones with the reason, and the last write. "
-              "list_pages names all.",
+              "list_pages lists all pages.",
           .example = "ossilar status",
           .arguments = {},
           .output_schema =
               object({{"branch", text("of the working tree")},
                       {"commit", text("\"\" outside git and before the first commit")},
-                      {"indexed_files", count("files of the source")},
+                      {"indexed_files", count("source files in the index")},
                       {"pages", counts},
                       {"stale", list(page, "at most twenty")},
                       {"unverified", list(page, "at most twenty")},

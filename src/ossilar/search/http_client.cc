@@ -124,7 +124,7 @@ HttpAnswer post_json(const HttpRequest& request, const utils::Task& task) {
   use_curl();
   task.check();
   const Easy handle(curl_easy_init());
-  if (!handle) throw HttpFailure("libcurl cannot be used", false);
+  if (!handle) throw HttpFailure("cannot initialise libcurl", false);
   const Headers headers = headers_of(request);
   Received received{.body = "", .largest = request.largest_answer};
   set_options(handle.get(), request, headers.get(), received, task);
@@ -167,11 +167,11 @@ HttpAddress parse_address(const std::string& url) {
     parsed.host = part_of(address.get(), CURLUPART_HOST);
   }
   if (parsed.scheme != "http" && parsed.scheme != "https")
-    throw utils::ConfigError("[embedding] url is no http or https address");
+    throw utils::ConfigError("[embedding] url is not an http or https address");
   const bool has_user = !part_of(address.get(), CURLUPART_USER).empty();
   if (has_user || !part_of(address.get(), CURLUPART_PASSWORD).empty()) {
     throw utils::ConfigError(
-        "[embedding] url holds a user; name the variable of a key as api_key_env instead");
+        "[embedding] url has a user name or password; set api_key_env to the variable that holds the key");
   }
   const std::string port = part_of(address.get(), CURLUPART_PORT);
   parsed.where = parsed.host + (port.empty() ? "" : ":" + port) + part_of(address.get(), CURLUPART_PATH);

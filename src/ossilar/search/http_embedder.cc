@@ -97,12 +97,12 @@ std::vector<float> vector_in(const Map& item) {
   double squares = 0;
   for (const Map& number : numbers) {
     if (!number.is_number() || !std::isfinite(number.get<double>()))
-      throw EmbeddingError("its answer has an embedding with something that is no number");
+      throw EmbeddingError("its answer has an embedding with a value that is not a number");
     vector.push_back(number.get<double>());
     squares += vector.back() * vector.back();
   }
   if (!std::isfinite(squares))
-    throw EmbeddingError("its answer has an embedding with numbers beyond measure");
+    throw EmbeddingError("its answer has an embedding with numbers that are too large");
   const double length = squares > 0 ? std::sqrt(squares) : 1;
   std::vector<float> scaled;
   scaled.reserve(vector.size());
@@ -112,7 +112,7 @@ std::vector<float> vector_in(const Map& item) {
 
 void require_size(std::size_t size, std::size_t others) {
   if (size == others) return;
-  throw EmbeddingError("its answer has a vector of " + std::to_string(size) + " numbers where others have " +
+  throw EmbeddingError("its answer has a vector of " + std::to_string(size) + " numbers, and others have " +
                        std::to_string(others));
 }
 
@@ -129,7 +129,7 @@ Vectors vectors_in(const Map& answer, std::size_t count) {
     const Map& index = utils::member(item, "index");
     if (!index.is_number_unsigned() || index.get<std::size_t>() >= count ||
         !vectors[index.get<std::size_t>()].empty())
-      throw EmbeddingError("its answer has an item whose index is missing, out of range or there twice");
+      throw EmbeddingError("its answer has an item whose index is missing, out of range or repeated");
     vectors[index.get<std::size_t>()] = vector_in(item);
   }
   for (const auto& vector : vectors) require_size(vector.size(), vectors.front().size());
@@ -197,8 +197,9 @@ class HttpEmbedder final : public Embedder {
   }
 
   [[noreturn]] void throw_no_vectors(const std::string& why) const {
-    throw EmbeddingError(service() + ": " + why + "; is the url that of an embedding service, and '" +
-                         options_.model + "' a model for embeddings?");
+    throw EmbeddingError(service() + ": " + why +
+                         "; check that [embedding] url is an embedding service and '" + options_.model +
+                         "' an embedding model");
   }
 
   // The answer to the request, which is sent again while its failure may pass. A pause that the service asks
@@ -231,10 +232,10 @@ class HttpEmbedder final : public Embedder {
                           (key.empty() ? ": " + shown(answer.body) : unshown());
     if (answer.status == 401 || answer.status == 403) {
       message = options_.key_variable.empty()
-                    ? service() + " wants a key; name the variable that holds it as [embedding] api_key_env"
-                    : service() + " does not accept the key in " + options_.key_variable;
+                    ? service() + " requires a key; set [embedding] api_key_env to the variable that holds it"
+                    : service() + " rejects the key in " + options_.key_variable + "; check it";
     } else if (answer.status >= 300 && answer.status < 400) {
-      message = service() + " redirects elsewhere; give the address that it redirects to as [embedding] url";
+      message = service() + " redirects to another address; set [embedding] url to that address";
     }
     throw EmbeddingError(message);
   }
@@ -242,8 +243,8 @@ class HttpEmbedder final : public Embedder {
   // In place of the answer when a key was sent: a service may repeat the key, in parts or in another
   // spelling.
   std::string unshown() const {
-    return " (what it says is not shown, as it may repeat the key in " + options_.key_variable +
-           "; the service's own log may tell more)";
+    return " (not shown, as it may repeat the key in " + options_.key_variable +
+           "; see the service's own log)";
   }
 
   // The key, "" for none. It is read and checked for each request, as the environment is the only place where
@@ -263,7 +264,7 @@ class HttpEmbedder final : public Embedder {
     if (std::any_of(value, value + std::strlen(value),
                     [](unsigned char c) { return c <= ' ' || c >= 0x7f; })) {
       throw utils::ConfigError("the key in " + options_.key_variable +
-                               " holds white space or other characters that no header may have");
+                               " has white space or other characters that an HTTP header cannot hold");
     }
     return value;
   }

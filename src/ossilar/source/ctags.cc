@@ -36,7 +36,7 @@ constexpr std::size_t kAtOnce = 2;
 // The tool reads a request into a buffer of 1024 bytes; with this stem a request stays far below that.
 constexpr std::size_t kLongestStem = 60;
 
-constexpr const char* kInstall = "install Universal Ctags to have symbols";
+constexpr const char* kInstall = "install Universal Ctags to get symbols";
 
 // Whether one of the lines, each a name and a description after a blank, has the name `start`.
 bool contains_line(const std::vector<std::string_view>& lines, std::string_view start) {
@@ -178,7 +178,7 @@ SymbolTool find_symbol_tool() {
     // --options=NONE: no configuration of the user's or the repository's may change what the tool does.
     result = utils::run_process({"ctags", "--quiet", "--options=NONE", "--list-features"}, "");
   } catch (const utils::IoError& error) {
-    const std::string why = error.error() == ENOENT ? "there is no ctags in PATH" : error.what();
+    const std::string why = error.error() == ENOENT ? "ctags is not in PATH" : error.what();
     return {{}, why + "; " + kInstall};
   }
   const auto features = utils::split_lines(result.output);
@@ -208,7 +208,7 @@ std::vector<std::vector<Symbol>> SymbolBatch::symbols(const SymbolTool& tool) co
     const auto input = std::string_view(input_).substr(begins_[all.size()]);
     const utils::ProcessResult result = utils::run_process(tool.arguments, input);
     Answer answer = read_answer(result.output, languages_, all.size());
-    if (!answer.began) throw utils::Error("ctags does not work: " + utils::printable(result.errors));
+    if (!answer.began) throw utils::Error("ctags failed: " + utils::printable(result.errors));
     std::move(answer.texts.begin(), answer.texts.end(), std::back_inserter(all));
     // The tool died on the next text: give that one no symbols, and go on after it.
     if (all.size() < size()) all.emplace_back();

@@ -59,7 +59,7 @@ bool is_absent(int error) {
 // Being out of descriptors or memory says nothing about the file, so it must not enter an index as
 // unreadable.
 void throw_if_exhausted(int error, const std::filesystem::path& path) {
-  if (is_exhaustion(error)) throw utils::IoError("cannot look at " + path.string(), error);
+  if (is_exhaustion(error)) throw utils::IoError("cannot stat " + path.string(), error);
 }
 
 // What git would check out. ".git" is refused as no file of it may be taken for a source, and NUL as the
@@ -98,7 +98,7 @@ Reading read_open_file(int fd, const struct stat& before, const std::string& nam
   if (reading.kind == FileKind::large) return reading;
   auto content = utils::read_at_most(fd, kLargestFile, name);
   struct stat after {};
-  if (fstat(fd, &after) != 0) throw utils::IoError("cannot look at " + name, errno);
+  if (fstat(fd, &after) != 0) throw utils::IoError("cannot stat " + name, errno);
   if (!content) return {.kind = FileKind::large, .stamp = stamp_of(after), .content = {}};
   reading.is_steady = stamp_of(after) == reading.stamp && content->size() == reading.stamp.size;
   if (content->find('\0') != std::string::npos) reading.kind = FileKind::binary;

@@ -37,7 +37,7 @@ bool holds_git(const std::filesystem::path& root) {
   std::error_code error;
   const auto status = std::filesystem::symlink_status(root / ".git", error);
   if (status.type() == std::filesystem::file_type::not_found) return false;
-  if (error) throw utils::IoError("cannot look at " + (root / ".git").string(), error.value());
+  if (error) throw utils::IoError("cannot stat " + (root / ".git").string(), error.value());
   return true;
 }
 

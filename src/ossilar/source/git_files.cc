@@ -48,12 +48,12 @@ std::string_view obstacle(mode_t mode) {
 void require_readable(const fs::path& file, const struct stat& info, std::uint64_t largest) {
   if (const auto kind = obstacle(info.st_mode); !kind.empty()) {
     throw utils::Error(file.string() + " is " + std::string(kind) +
-                       " where git keeps a regular file; put that in its place, or remove it");
+                       ", but git needs a regular file there; put one in its place, or remove it");
   }
   if (S_ISREG(info.st_mode) && static_cast<std::uint64_t>(info.st_size) > largest) {
-    throw utils::Error(file.string() + " is too large to be what git keeps there (" +
-                       std::to_string(info.st_size) + " bytes, where at most " + std::to_string(largest) +
-                       " are read); put git's own file in its place, or remove it");
+    throw utils::Error(file.string() + " is too large for a file of git (" + std::to_string(info.st_size) +
+                       " bytes, and ossilar reads at most " + std::to_string(largest) +
+                       "); restore git's own file, or remove it");
   }
 }
 
@@ -63,7 +63,7 @@ bool is_absent(int error) { return error == ENOENT || error == ENOTDIR; }
 void look_at(const fs::path& file, std::uint64_t largest) {
   struct stat info {};
   if (stat(file.c_str(), &info) == 0) return require_readable(file, info, largest);
-  if (!is_absent(errno)) throw utils::IoError("cannot look at " + file.string(), errno);
+  if (!is_absent(errno)) throw utils::IoError("cannot stat " + file.string(), errno);
 }
 
 // The bytes of the file; none when it is missing or a directory.
@@ -126,7 +126,7 @@ void refuse_includes(const fs::path& file, std::string_view text) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());
     if (const auto header = including_header(text.substr(begin, end - begin)); !header.empty()) {
       throw utils::Error(file.string() + " line " + std::to_string(number) + ": " + std::string(header) +
-                         " names another file, and ossilar reads none outside the repository; move its "
+                         " names another file, which ossilar does not read; move its "
                          "settings into this one (`git config --file " +
                          file.string() + " NAME VALUE`) and remove the section");
     }

@@ -63,7 +63,7 @@ constexpr std::array<IndexKind, 3> kUnreadableIndexes{{
      "it is a split index; run `git config core.splitIndex false; git update-index --no-split-index`"},
     {"'sdir'", "it is a sparse index; run `git sparse-checkout reapply --no-sparse-index`"},
     {"checksum",
-     "it is damaged, or without its checksum; if git can read it, run `git config index.skipHash false; git "
+     "it is damaged or has no checksum; if git can read it, run `git config index.skipHash false; git "
      "update-index --force-write-index`"},
 }};
 
@@ -105,7 +105,8 @@ std::vector<DirectoryEntry> list_folder(Tree& tree, const std::string& folder) {
   } catch (const utils::IoError& error) {
     // A process that is out of descriptors or memory would take the folder, and all below it, for gone.
     if (folder.empty() || is_exhaustion(error.error())) throw;
-    utils::Logger("ossilar.source").warning("a folder is left out of the index", error);
+    utils::Logger("ossilar.source")
+        .warning("cannot list a folder, so its files are left out of the index", error);
     return {};
   }
 }

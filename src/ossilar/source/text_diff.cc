@@ -34,11 +34,11 @@ std::string unified_diff(const NamedText& before, const NamedText& after) {
   // The file name "text" only appears in the header that is cut off.
   if (git_patch_from_buffers(&made, before.text.data(), before.text.size(), "text", after.text.data(),
                              after.text.size(), "text", &options) != 0) {
-    throw git_error("cannot compare two texts");
+    throw git_error("cannot make a diff of two texts");
   }
   const std::unique_ptr<git_patch, PatchFree> patch(made);
   git_buf buffer = GIT_BUF_INIT_CONST(nullptr, 0);
-  if (git_patch_to_buf(&buffer, patch.get()) != 0) throw git_error("cannot compare two texts");
+  if (git_patch_to_buf(&buffer, patch.get()) != 0) throw git_error("cannot make a diff of two texts");
   const std::string hunks = without_header({buffer.ptr, buffer.size});
   git_buf_dispose(&buffer);
   return "--- " + before.name + "\n+++ " + after.name + "\n" + hunks;

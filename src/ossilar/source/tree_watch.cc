@@ -72,7 +72,7 @@ void TreeWatch::begin() {
 // For the life of the watch: a limit on watches or a network file system seldom goes away by itself, and each
 // new attempt would add all folders again.
 void TreeWatch::give_up(const std::filesystem::path& folder, const std::string& reason) {
-  logger.info("cannot watch %s (%s): every source file is looked at each time", {folder.string(), reason});
+  logger.info("cannot watch %s (%s), so every refresh checks all source files", {folder.string(), reason});
   folders_.clear();
   watched_.clear();
   fd_ = utils::UniqueFd();

@@ -113,7 +113,7 @@ std::optional<mode_t> mode_of_target(int directory, const std::string& name,
   struct stat info {};
   if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return std::nullopt;
-    throw IoError("cannot look at " + path.string(), errno);
+    throw IoError("cannot stat " + path.string(), errno);
   }
   if (S_ISLNK(info.st_mode)) throw_symbolic_link(path);
   if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
@@ -168,7 +168,7 @@ StagedFile::StagedFile(std::filesystem::path target, std::string_view text, Sync
   try {
     // Before the text is written, so a private file has its mode before there is anything to read.
     if (mode && fchmod(fd_.get(), *mode) != 0)
-      throw IoError("cannot keep the mode of " + target_.string(), errno);
+      throw IoError("cannot copy the mode of " + target_.string(), errno);
     write_all(fd_.get(), text, target_);
     if (when == Sync::now) sync();
   } catch (...) {  // no destructor runs for what is not constructed
@@ -191,7 +191,7 @@ void StagedFile::create() {
     return openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                   kFileMode);
   }));
-  if (!fd_) throw IoError("cannot create a file beside " + target_.string(), errno);
+  if (!fd_) throw IoError("cannot create a temporary file next to " + target_.string(), errno);
   retry_interrupted([&] { return flock(fd_.get(), LOCK_EX); });
 }
 
@@ -207,7 +207,7 @@ int StagedFile::rename_to(const std::string& name, unsigned flags) const {
 }
 
 void StagedFile::throw_not_placed() const {
-  throw IoError("cannot put the new " + target_.string() + " in place", errno);
+  throw IoError("cannot rename a temporary file to " + target_.string(), errno);
 }
 
 void StagedFile::place() {
@@ -225,7 +225,7 @@ void StagedFile::exchange(const std::string& former) {
   constexpr int kMostTries = 16;
   if (rename_to(former, RENAME_NOREPLACE) != 0) {
     if (errno == EINVAL) return place_beside(former);
-    throw IoError("cannot put " + former + " beside " + target_.string(), errno);
+    throw IoError("cannot create " + former + " next to " + target_.string(), errno);
   }
   name_ = former;
   for (int tries = 0; tries < kMostTries; ++tries) {
@@ -262,7 +262,7 @@ void StagedFile::place_beside(const std::string& former) {
   const int linked = linkat(directory_.get(), target_name_.c_str(), directory_.get(), former.c_str(), 0);
   if (linked != 0 && errno != ENOENT) {
     // Before the copy, which would overwrite a former file.
-    if (errno == EEXIST) throw IoError("cannot put " + former + " beside " + target_.string(), EEXIST);
+    if (errno == EEXIST) throw IoError("cannot create " + former + " next to " + target_.string(), EEXIST);
     atomic_write(beside, read_file_within(target_.parent_path(), target_));
   }
   place();

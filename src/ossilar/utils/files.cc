@@ -43,7 +43,7 @@ UniqueFd open_child_directory(int parent, const std::string& name, const std::fi
   // With O_DIRECTORY the kernel says ENOTDIR for a link, too. A second look makes the message name the link.
   if (error == ENOTDIR && fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISLNK(info.st_mode)) {
-    throw IoError(so_far.string() + " is a symbolic link, and ossilar writes through none", ELOOP);
+    throw IoError(so_far.string() + " is a symbolic link; put a directory in its place", ELOOP);
   }
   // A directory that may be searched but not read still serves as a step on the way.
   if (error == EACCES) {
@@ -188,7 +188,7 @@ bool is_regular_file(const std::filesystem::path& path) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);
   if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENAMETOOLONG) return false;
-  throw IoError("cannot look at " + path.string(), errno);
+  throw IoError("cannot stat " + path.string(), errno);
 }
 
 std::optional<std::string> read_at_most(int fd, std::size_t limit, const std::string& name) {
@@ -220,7 +220,7 @@ std::string read_file_within(const std::filesystem::path& directory, const std::
   }
   if (!file) throw IoError("cannot open " + path.string(), errno);
   struct stat info {};
-  if (fstat(file.get(), &info) != 0) throw IoError("cannot look at " + path.string(), errno);
+  if (fstat(file.get(), &info) != 0) throw IoError("cannot stat " + path.string(), errno);
   if (!S_ISREG(info.st_mode)) throw_not_regular(path, info.st_mode);
   return read_at_most(file.get(), std::string::npos, path.string()).value_or("");
 }

@@ -29,7 +29,7 @@ std::string sha256_hex(std::string_view bytes) {
   unsigned int size = 0;
   if (sha256() == nullptr ||
       EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, sha256(), nullptr) != 1)
-    throw Error("cannot compute a SHA-256: the crypto library refused");
+    throw Error("cannot compute a SHA-256 hash: the crypto library failed");
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string out;
   out.reserve(std::size_t{2} * size);

@@ -37,7 +37,7 @@ struct Pipe {
 
 Pipe make_pipe() {
   std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw IoError("cannot make a pipe", errno);
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw IoError("cannot create a pipe", errno);
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
@@ -133,7 +133,7 @@ void exchange(UniqueFd to, UniqueFd from, UniqueFd errors, std::string_view inpu
   while (to || from || errors) {
     std::array<pollfd, 3> waits{{{to.get(), POLLOUT, 0}, {from.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}}};
     if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR)
-      throw IoError("cannot poll a child", errno);
+      throw IoError("cannot poll the pipes of a child process", errno);
     if (waits[0].revents != 0) feed(to, input);
     if (waits[1].revents != 0) drain(from, result.output, std::string::npos);
     if (waits[2].revents != 0) drain(errors, result.errors, kMaxErrors);

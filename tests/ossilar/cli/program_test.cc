@@ -231,9 +231,9 @@ TEST(Program, SetsClientsUpOnceAndChangesNoneWhenOneIsRefused) {
                                       "windsurf", "--client", "codex"};
   const ProcessResult first = ossilar_in(dir.path(), init);
   EXPECT_THAT(first.output, HasSubstr("codex: wrote .codex/config.toml"));
-  EXPECT_THAT(first.output, HasSubstr("add to your ~/.codeium/windsurf/mcp_config.json:\n  {\n"));
+  EXPECT_THAT(first.output, HasSubstr("add this to your ~/.codeium/windsurf/mcp_config.json:\n  {\n"));
   EXPECT_THAT(dir.read(".codex/config.toml"), HasSubstr("[mcp_servers.ossilar]\ncommand = \"ossilar\"\n"));
-  EXPECT_THAT(ossilar_in(dir.path(), init).output, HasSubstr(".codex/config.toml has the server already"));
+  EXPECT_THAT(ossilar_in(dir.path(), init).output, HasSubstr(".codex/config.toml already has the server"));
 
   const Map json =
       utils::parse_json(ossilar_in(dir.path(), {"init", "--json", "--client", "zed"}).output, "");
@@ -302,9 +302,8 @@ TEST(Program, InitSaysWhatItAdoptsAndWhichPagesNoManifestDescribes) {
       EXPECT_EQ(document.at("adopted"), 2);
       EXPECT_EQ(document.at("undescribed"), Map::array({"beta"}));
     } else {
-      EXPECT_THAT(result.output,
-                  HasSubstr("Adopted 2 page file(s) that had no row.\n"
-                            "  beta is described by no manifest; its file was taken as it stands.\n"));
+      EXPECT_THAT(result.output, HasSubstr("Adopted 2 page file(s) that had no row in the database.\n"
+                                           "  beta is in no manifest; its file was adopted as it is.\n"));
     }
   }
   EXPECT_THAT(ossilar_in(repo.dir.path(), {"init"}).output, Not(HasSubstr("Adopted")));

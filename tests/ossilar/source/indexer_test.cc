@@ -136,7 +136,7 @@ TEST_F(IndexerTest, AnIndexOfAnotherKindIsRefusedByNameWithAWayOut) {
   const std::pair<const char*, const char*> rows[] = {
       {"git -C r update-index --split-index", "a split index"},
       {"git -C r sparse-checkout set --cone --sparse-index a", "a sparse index"},
-      {"head -c -20 r/.git/index > i; head -c 20 /dev/zero >> i; mv i r/.git/index", "without its checksum"}};
+      {"head -c -20 r/.git/index > i; head -c 20 /dev/zero >> i; mv i r/.git/index", "has no checksum"}};
   for (const auto& [script, name] : rows) {
     repository.run("rm -rf r; mkdir -p r/a r/b; git init -q r; echo > r/a/x.c; echo > r/b/y.c; commit r");
     repository.run(script);

@@ -97,9 +97,9 @@ TEST_P(SymbolToolTest, SymbolsAreReadOnceTheToolIsInstalledAndThenKept) {
   root.write("a.py", "def f(): pass\n");
   {
     const Path nothing(tools.path());
-    EXPECT_THAT(refresh(), HasSubstr("no ctags"));
+    EXPECT_THAT(refresh(), HasSubstr("ctags is not in PATH"));
     EXPECT_EQ(symbols("a.py"), "");
-    EXPECT_THAT(refresh(), HasSubstr("no ctags")) << "on every refresh";
+    EXPECT_THAT(refresh(), HasSubstr("ctags is not in PATH")) << "on every refresh";
     EXPECT_EQ(indexer->looks(), GetParam() ? 1U : 2U) << "a tool that is missing is no reason to look";
     stand_in("echo Exuberant Ctags; exit 1\n");
     EXPECT_THAT(refresh(), HasSubstr("cannot write JSON"));

@@ -20,13 +20,13 @@ Malformed invalid(const Map& id, const std::string& message) {
 
 // What is wrong with `value` as a request, or "". `"params": null` passes: clients send it for no params.
 std::string fault_of(const Map& value) {
-  if (!value.is_object()) return "a message is an object";
-  if (utils::member(value, "jsonrpc") != "2.0") return "a message has \"jsonrpc\": \"2.0\"";
-  if (value.contains("id") && !is_id(value.at("id"))) return "an id is a string or an integer";
-  if (!value.contains("method")) return "a request has a \"method\"";
-  if (!value.at("method").is_string()) return "\"method\" is a string";
+  if (!value.is_object()) return "a message must be an object";
+  if (utils::member(value, "jsonrpc") != "2.0") return "a message must have \"jsonrpc\": \"2.0\"";
+  if (value.contains("id") && !is_id(value.at("id"))) return "\"id\" must be a string or an integer";
+  if (!value.contains("method")) return "a request must have a \"method\"";
+  if (!value.at("method").is_string()) return "\"method\" must be a string";
   const Map& params = utils::member(value, "params");
-  return params.is_null() || params.is_object() ? "" : "\"params\" is an object";
+  return params.is_null() || params.is_object() ? "" : "\"params\" must be an object";
 }
 
 bool is_response(const Map& value) {
@@ -135,7 +135,8 @@ LineContent read_line(std::string_view line) {
   if (!value.is_array()) return message_of(std::move(value));
   // Refused as a whole, with one error: an error for each message would be the flood that the limit prevents.
   if (value.size() > kMostInBatch) {
-    return Message(invalid({}, "a batch has at most " + std::to_string(kMostInBatch) + " messages"));
+    return Message(
+        invalid({}, "a batch must not have more than " + std::to_string(kMostInBatch) + " messages"));
   }
   std::vector<Message> batch;
   batch.reserve(value.size());

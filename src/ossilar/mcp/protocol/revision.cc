@@ -57,14 +57,12 @@ Map server_capabilities(Revision revision) {
 }
 
 const char* instructions() {
-  return "A wiki about this repository that you write and that is kept true. list_pages shows what is "
-         "missing or "
-         "stale. For a page: page_context gives what its author needs to know, save_page checks the text and "
-         "stores "
-         "it, or says what to mend. Every claim cites its source as [path/to/file:L10-L20]. Before you "
-         "change a "
-         "page, read it with read_page and save with the version you read as if_version. search_wiki answers "
-         "questions about the code from the pages.";
+  return "A wiki about this repository that agents write, checked against the source. list_pages shows which "
+         "pages are missing or stale. To write a page, call page_context for what its author needs to know, "
+         "then save_page, which checks the text and stores it or says what to fix. Cite the source of every "
+         "claim as [path/to/file:L10-L20]. Before you change a page, read it with read_page, and pass the "
+         "version you read to save_page as if_version. search_wiki answers questions about the code from the "
+         "pages.";
 }
 
 Map finished(Revision revision, Map result) {

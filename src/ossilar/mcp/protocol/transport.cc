@@ -138,9 +138,9 @@ utils::UniqueFd take_standard_output() {
   // Above the three standard descriptors. Closed on exec, or a child (ctags) would keep the client's pipe
   // open.
   utils::UniqueFd output(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3));
-  if (!output) throw utils::IoError("cannot take standard output for messages", errno);
+  if (!output) throw utils::IoError("cannot duplicate standard output", errno);
   if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
-    throw utils::IoError("cannot send standard output to standard error", errno);
+    throw utils::IoError("cannot redirect standard output to standard error", errno);
   return output;
 }
 

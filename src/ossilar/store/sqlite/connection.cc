@@ -34,11 +34,11 @@ constexpr std::array kAdvice{
     Advice{SQLITE_READONLY, "check the permissions of the file and its folder"},
     Advice{SQLITE_PERM, "check the permissions of the file and its folder"},
     Advice{SQLITE_CANTOPEN,
-           "check that its folder is there and may be written, with no symbolic link on the way"},
+           "check that its folder exists and is writable, and that its path has no symbolic link"},
     Advice{SQLITE_NOTADB,
-           "it is no database; `ossilar check --fix` moves it away and makes it anew from the wiki's files"},
-    Advice{SQLITE_CORRUPT, "the file is damaged; `ossilar check --fix` makes it anew from the wiki's files"},
-    Advice{SQLITE_ERROR, "`ossilar check --fix` makes it anew from the wiki's files"},
+           "it is not a database; `ossilar check --fix` moves it away and rebuilds it from the wiki's files"},
+    Advice{SQLITE_CORRUPT, "the file is damaged; `ossilar check --fix` rebuilds it from the wiki's files"},
+    Advice{SQLITE_ERROR, "`ossilar check --fix` rebuilds it from the wiki's files"},
 };
 
 constexpr int kPrimaryCode = 0xff;  // SQLite's extended error codes have the primary code in their low byte
@@ -66,9 +66,9 @@ std::string state_of_disk(const std::filesystem::path& file) {
   if (statvfs(file.parent_path().c_str(), &disk) != 0) return "";
   if ((disk.f_flag & ST_RDONLY) != 0) return " (the file system is read-only)";
   // A file system that does not count files, as some create them as needed, gives 0 for f_files.
-  if (disk.f_files != 0 && disk.f_favail == 0) return " (the disk has no room for another file)";
+  if (disk.f_files != 0 && disk.f_favail == 0) return " (the file system has no free inodes)";
   if (disk.f_bavail >= kFewBlocks) return "";
-  return " (the disk is full but for " + std::to_string(disk.f_bavail * disk.f_frsize / 1024) + " KiB)";
+  return " (the disk has only " + std::to_string(disk.f_bavail * disk.f_frsize / 1024) + " KiB left)";
 }
 
 // Whether the state of the disk may explain the failure. For others it would only lead away from the cause.
@@ -101,7 +101,7 @@ SQLite::Statement& Connection::prepared(const char* sql) {
 }
 
 void require_utf8(std::string_view text) {
-  if (utils::first_invalid_utf8(text)) throw DamagedError("a text that is stored is not UTF-8");
+  if (utils::first_invalid_utf8(text)) throw DamagedError("a stored text is not UTF-8");
 }
 
 std::string Query::text(int column) const {
@@ -125,7 +125,7 @@ std::string Query::blob(int column) const { return statement_.getColumn(column).
 std::int64_t Query::number(int column) const { return statement_.getColumn(column).getInt64(); }
 
 void Query::bind(int index, const std::string& value) {
-  utils::require_utf8(value, "a text to be stored or looked for");
+  utils::require_utf8(value, "the text to store or look up");
   statement_.bind(index, value);
 }
 

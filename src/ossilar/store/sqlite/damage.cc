@@ -84,19 +84,19 @@ std::optional<std::string> first_damage(Connection& connection) {
   Query structure(connection, kStructure);
   if (structure.next() && structure.text(0) != "ok") return structure.text(0);
   if (const auto missing = missing_from_schema(connection))
-    return "the " + *missing + " is not as it was made";
+    return "the " + *missing + " is missing or has another definition";
   Query(connection, kWordsStructure).run();
   Query references(connection, kReferences);
-  if (references.next()) return "the table " + references.text(0) + " refers to what is not there";
+  if (references.next()) return "the table " + references.text(0) + " refers to rows that do not exist";
   Query words(connection, kUnindexed);
-  if (words.next() && words.number(0) != 0) return "the words do not belong to the chunks";
+  if (words.next() && words.number(0) != 0) return "the word index does not match the chunks";
   Query tables(connection, kTables);
   while (tables.next()) require_texts(connection, tables.text(0));
   Query cut(connection, kCutVectors);
-  if (cut.next()) return "the vector of the passage " + cut.text(0) + " is cut off";
+  if (cut.next()) return "the vector of the passage " + cut.text(0) + " is truncated";
   for (const Shape& shape : kShapes) {
     if (!holds_shape(connection, shape)) {
-      return std::string("what is stored in ") + shape.table + " cannot be read";
+      return std::string("the table ") + shape.table + " has a value that is not the expected JSON";
     }
   }
   return std::nullopt;

@@ -98,7 +98,7 @@ class SqliteOperations : public Interface {
 
   // A write, as FTS5's check has the form of one.
   std::optional<std::string> damage() override {
-    return write("read all of it", [](Connection& connection) { return first_damage(connection); });
+    return write("check it for damage", [](Connection& connection) { return first_damage(connection); });
   }
 
   std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) override {
@@ -194,7 +194,9 @@ class SqliteOperations : public Interface {
     try {
       index_waiting_words(0);
     } catch (const StorageError& error) {
-      logger.warning("pages that were saved last are not found by their words", error);
+      logger.warning(
+          "the last saved pages are not in the word index yet, so this search finds them by similarity alone",
+          error);
     }
     return read("search the words of the branch " + branch,
                 [&](Connection& connection) { return find_words(connection, branch, words, filter, limit); });
@@ -238,12 +240,12 @@ class SqliteOperations : public Interface {
   }
 
   OwnLists own_lists(const std::string& branch) override {
-    return read("read the lists of the branch " + branch,
+    return read("read the hashes of the lists of the branch " + branch,
                 [&](Connection& connection) { return read_own_lists(connection, branch); });
   }
 
   void note_own_lists(const std::string& branch, const OwnLists& hashes) override {
-    write_soon("note the lists of the branch " + branch,
+    write_soon("store the hashes of the lists of the branch " + branch,
                [&](Connection& connection) { write_own_lists(connection, branch, hashes); });
   }
 

@@ -244,7 +244,7 @@ Map embedding_form(const Vector& vector) {
 }
 
 Vector vector_of(const std::string& bytes) {
-  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is cut off");
+  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is truncated");
   Vector vector;
   vector.reserve(bytes.size() / kNumberBytes);
   for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {

@@ -63,7 +63,7 @@ constexpr const char* kNoteRemoval = "INSERT OR REPLACE INTO removed_pages VALUE
 // The text itself as a string value. It is checked to be JSON, so that damage is found here and not where the
 // text is parsed.
 Map json_column(std::string text, const char* name) {
-  if (!Map::accept(text)) throw DamagedError(std::string(name) + ": what is stored is not JSON");
+  if (!Map::accept(text)) throw DamagedError(std::string(name) + ": the stored value is not JSON");
   return text;
 }
 

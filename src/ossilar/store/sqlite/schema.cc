@@ -225,7 +225,7 @@ void require_ours(std::int64_t application_id, std::int64_t version) {
     throw utils::Error("it belongs to another program; move it away, or keep the wiki elsewhere");
   }
   if (version > kSchemaVersion) {
-    throw utils::Error("made by a newer ossilar (its schema is version " + std::to_string(version) +
+    throw utils::Error("a newer ossilar made it (its schema is version " + std::to_string(version) +
                        ", this program knows " + std::to_string(kSchemaVersion) + "); upgrade ossilar");
   }
 }
@@ -287,7 +287,8 @@ void use_write_ahead_log(SQLite::Database& database) {
     try {
       // The answer is the mode that is now in use, without an error where the switch is impossible.
       if (database.execAndGet("PRAGMA journal_mode = WAL").getString() == "wal") return;
-      throw utils::Error("its file system has no shared memory, which the write-ahead log needs");
+      throw utils::Error(
+          "its file system lacks shared memory, which the write-ahead log needs; keep it on a local disk");
     } catch (const SQLite::Exception& error) {
       if (error.getErrorCode() != SQLITE_BUSY || attempts_left == 0) throw;
     }

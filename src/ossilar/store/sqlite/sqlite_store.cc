@@ -69,7 +69,8 @@ class NotSynced {
   // A destructor cannot throw, but later saves would not be durable: that must not go unnoticed.
   ~NotSynced() {
     if (connection_.database().tryExec("PRAGMA synchronous = FULL") != SQLITE_OK)
-      logger.warning("what is saved from now on may be lost with the power; restart this program");
+      logger.warning(
+          "cannot turn synced commits back on, so a power cut may lose new saves; restart this program");
   }
   NotSynced(const NotSynced&) = delete;
   NotSynced& operator=(const NotSynced&) = delete;
@@ -78,10 +79,10 @@ class NotSynced {
   Connection& connection_;
 };
 
-// What a failed commit could not do: tell whether it succeeded. Reads as "cannot say whether it could store
-// the page a".
+// What a failed commit could not do: tell whether it succeeded. Reads as "cannot tell whether the attempt
+// to store the page a succeeded".
 std::string unsure_of(const std::string& attempt) {
-  return "say whether it could " + attempt + " (ossilar check can)";
+  return "tell whether the attempt to " + attempt + " succeeded (run ossilar check)";
 }
 
 // The two connections of a store and its snapshots, shared by SqliteStore and its transactions.
@@ -136,9 +137,9 @@ class SqliteTransaction final : public SqliteOperations<StoreTransaction> {
     if (!ended_) take_back();
   }
 
-  // A failure before COMMIT is reported as "cannot store ...", one of COMMIT as "cannot say whether it could
-  // store ...": with_storage_errors() reads `doing` only then. `ended_` is set first, as the destructor must
-  // not take back again.
+  // A failure before COMMIT is reported as "cannot store ...", one of COMMIT as "cannot tell whether the
+  // attempt to store ...": with_storage_errors() reads `doing` only then. `ended_` is set first, as the
+  // destructor must not take back again.
   void commit() override {
     ended_ = true;
     std::string doing = attempt_;
@@ -191,7 +192,7 @@ class SqliteTransaction final : public SqliteOperations<StoreTransaction> {
   // SQLite ends a transaction by itself after some failures, such as a full disk. A write after that would be
   // committed on its own, without those before it.
   void require_open() {
-    if (!is_open()) throw utils::Error("what was written before was taken back by a failure; try again");
+    if (!is_open()) throw utils::Error("an earlier failure rolled this transaction back; try again");
   }
 
   // Called from the destructor and while another failure is handled, so it throws nothing. What could not be
@@ -200,7 +201,7 @@ class SqliteTransaction final : public SqliteOperations<StoreTransaction> {
     try {
       if (is_open()) Query(connections_.writer, "ROLLBACK").run();
     } catch (const std::exception& error) {
-      logger.warning("what a save wrote could not be taken back", error);
+      logger.warning("cannot roll back the transaction of a save", error);
     }
   }
 

@@ -118,7 +118,7 @@ struct Key {
     }
   }
   const std::string hint = nearest.empty() ? "" : "did you mean \"" + std::string(nearest) + "\"? ";
-  at.refuse("unknown key; " + hint + "known here: " + utils::join(names, ", "));
+  at.refuse("unknown key; " + hint + "known keys: " + utils::join(names, ", "));
 }
 
 // Gives each value of the table to the key that takes it, and refuses every key that is not in `keys`: a
@@ -217,7 +217,7 @@ std::string variable_name(const At& at, const toml::node& node) {
 void require_page_id(const At& at, const std::string& id) {
   if (is_page_id(id)) return;
   at.refuse(shown(id) +
-            " is no page id; use lower-case letters, digits, '-', '_' and '.', with '/' between parts");
+            " is not a page id; use lower-case letters, digits, '-', '_' and '.', with '/' between parts");
 }
 
 // At least as strict as a save is with the title that it asks for (title_fault() in page_title.cc).
@@ -228,7 +228,7 @@ std::string title(const At& at, const toml::node& node) {
   if (length == 0 || length > kLongestTitle) at.refuse("expected a title of 1 to 200 characters");
   if (has_control(text)) at.refuse("expected one line without control characters");
   if (text.find_first_of("[]") != std::string::npos)
-    at.refuse("a title cannot hold '[' or ']', which end a link");
+    at.refuse("a title cannot contain '[' or ']', which end a link");
   return text;
 }
 
@@ -299,8 +299,8 @@ void read_pages(const At& at, const toml::node& node, WikiConfig& config) {
     config.pages.push_back(page_entry(at.file, table_of({at.file, entry.line, "[[page]]"}, element)));
     // After the whole table is read, as its keys come in any order.
     const std::string& id = config.pages.back().id;
-    if (id.empty()) entry.refuse("missing; every [[page]] needs the id of the page that it adds or amends");
-    if (!ids.insert(id).second) entry.refuse(shown(id) + " stands twice; put its keys into one [[page]]");
+    if (id.empty()) entry.refuse("missing; every [[page]] needs the id of the page that it adds or changes");
+    if (!ids.insert(id).second) entry.refuse(shown(id) + " is there twice; put its keys into one [[page]]");
   }
 }
 
@@ -396,7 +396,7 @@ class KeyDepth {
   std::size_t at_ = 0;
 };
 
-constexpr std::string_view kTooLarge = " is larger than 1 MiB; it cannot be a configuration";
+constexpr std::string_view kTooLarge = " is larger than 1 MiB, the limit for a configuration file";
 
 // What must hold before the parser sees the text.
 void require_readable(std::string_view text, const std::string& name) {
@@ -408,7 +408,7 @@ void require_readable(std::string_view text, const std::string& name) {
   }
   if (const std::size_t line = KeyDepth(text).first_deep_line(); line > 0) {
     throw ConfigError(name + ":" + std::to_string(line) +
-                      ": a key of more than 16 parts; no key here has more than 2");
+                      ": a key has more than 16 parts; known keys have at most 2");
   }
 }
 
@@ -452,7 +452,7 @@ WikiConfig load_config(const std::filesystem::path& path) {
   const std::string name = path.filename().string();
   if (!utils::is_regular_file(path)) {
     // A directory or a pipe in its place is a mistake to name, not a missing file.
-    if (std::filesystem::exists(path)) throw ConfigError(name + " is no regular file");
+    if (std::filesystem::exists(path)) throw ConfigError(name + " is not a regular file");
     return {};
   }
   // Before it is read: a huge file must not be taken into memory to be refused.

@@ -38,7 +38,7 @@ void make(const Refused& refused, const std::string& file) {
 TEST(SchemaTest, FileThatIsNotOursToChangeIsRefusedUntouched) {
   const Refused cases[] = {
       {"newer schema", true, "PRAGMA user_version = 99; PRAGMA wal_checkpoint(TRUNCATE)", 0, "version 99"},
-      {"newer schema by its log", true, "PRAGMA user_version = 99", 0, "made by a newer ossilar"},
+      {"newer schema by its log", true, "PRAGMA user_version = 99", 0, "a newer ossilar made it"},
       {"another id", false, "PRAGMA application_id = 7", 0, "it belongs to another program"},
       {"no id, with a log", false, "PRAGMA journal_mode = WAL; CREATE TABLE t(x)", 0, "another program"},
       {"cut off", true, "", 20'000, "the file is damaged"},

@@ -82,8 +82,8 @@ TEST_F(StoreTransactionTest, AFailureThatRolledEverythingBackIsReported) {
       failure = refusal([&] { put(*group, "big" + std::to_string(i), std::string(200'000, 'x')); });
     full_disk.reset();
     EXPECT_NE(failure, "") << "more than the cache holds goes to the log";
-    EXPECT_THAT(refusal([&] { put(*group, "c"); }), HasSubstr("taken back"));
-    EXPECT_THAT(refusal([&] { group->commit(); }), HasSubstr("taken back"));
+    EXPECT_THAT(refusal([&] { put(*group, "c"); }), HasSubstr("rolled this transaction back"));
+    EXPECT_THAT(refusal([&] { group->commit(); }), HasSubstr("rolled this transaction back"));
   }
   EXPECT_EQ(store.get_wiki_pages("main").size(), 1);
   put(store, "d");

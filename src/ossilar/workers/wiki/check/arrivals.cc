@@ -47,7 +47,7 @@ Arrivals arrivals_of(const ManifestContent& manifest, const store::StoredRows& r
     try {
       if (utils::is_regular_file(file)) hash = _text_hash(page_text(paths, page_id));
     } catch (const utils::Error& error) {  // awaited below, as it may be half written
-      arrivals_logger.warning("a page is not taken over", error);
+      arrivals_logger.warning("cannot adopt a page", error);
     }
     if (hash != known && hashes.count(hash) > 0) {
       arrivals.whole.push_back(page_id);
@@ -176,7 +176,7 @@ AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
     if (when_busy == WhenBusy::wait) throw;
     return {};
   } catch (const utils::Error& error) {  // noted below, or every call would fail and log it again
-    arrivals_logger.warning("no page is taken over from the manifest", error);
+    arrivals_logger.warning("cannot adopt the pages of the manifest", error);
   }
   wiki.lists().note(news, arrivals.awaited);
   return report;

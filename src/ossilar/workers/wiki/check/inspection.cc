@@ -39,8 +39,8 @@ using namespace std::chrono_literals;
 constexpr auto kTimeToLock = 250ms;
 constexpr auto kLookEvery = 25ms;
 
-constexpr const char* kTakesItAsItStands = "ossilar check --fix takes it as it stands";
-constexpr const char* kMakesItAgain = "ossilar check --fix makes it again";
+constexpr const char* kAdoptsIt = "ossilar check --fix adopts it as it is";
+constexpr const char* kRebuildsIt = "ossilar check --fix rebuilds it";
 
 // Invalid citations of one page that are named; the rest is counted. Enough to begin with, and one page
 // cannot bury the findings on others.
@@ -120,13 +120,13 @@ void Inspection::inspect_setup() {
   std::error_code error;
   const fs::path local = wiki_.paths().state / ".gitignore";
   if (!fs::exists(fs::symlink_status(local, error))) {
-    add({Fault::setup, relative(local), "", "is missing, so that git would see ossilar's local state",
-         kMakesItAgain, true});
+    add({Fault::setup, relative(local), "", "is missing, so git does not ignore ossilar's local state",
+         kRebuildsIt, true});
   }
   const fs::path merging = wiki_.paths().wiki / ".gitattributes";
   if (!fs::exists(fs::symlink_status(merging, error))) {
-    add({Fault::setup, relative(merging), "", "is missing, so that git could not merge the generated lists",
-         kMakesItAgain, true});
+    add({Fault::setup, relative(merging), "", "is missing, so git cannot merge the generated lists",
+         kRebuildsIt, true});
   }
 }
 
@@ -163,9 +163,9 @@ void Inspection::inspect_entry(const fs::directory_entry& entry) {
   if (is_page) seen_.insert(page_id);
   if (type == fs::file_type::symlink && !is_page) blocked_.push_back(file);
   if (type == fs::file_type::symlink)
-    return add_unusable(file, page_id, "is a symbolic link, and ossilar writes through none");
+    return add_unusable(file, page_id, "is a symbolic link, which ossilar does not write through");
   if (!is_page) return;
-  if (type != fs::file_type::regular) return add_unusable(file, page_id, "is no regular file");
+  if (type != fs::file_type::regular) return add_unusable(file, page_id, "is not a regular file");
   inspect_page(file, page_id);
 }
 
@@ -181,14 +181,14 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
                 "make the file readable, then run ossilar check", false});
   } catch (const utils::Error& error) {
     return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
-                "mend the file, or save the page again", false});
+                "fix the file, or save the page again", false});
   }
   const Map* row = rows_.find(page_id);
   const std::string hash = _text_hash(text);
   const bool is_row = row != nullptr && utils::string_member(*row, "content_hash") == hash;
   const bool known = is_row || manifest_.describes(page_id, hash);
   if (!known && is_in_conflict(text)) {
-    return add({Fault::page_file, relative(file), page_id, "holds the marks of a merge conflict",
+    return add({Fault::page_file, relative(file), page_id, "has merge conflict markers",
                 "resolve the conflict, then run ossilar check --fix", false});
   }
   if (!known && utils::strip(text).empty()) {
@@ -209,14 +209,14 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
 void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
   const bool planned = planned_->plans.find(page_id) != nullptr;
   if (planned || manifest_.described.count(page_id) > 0) {
-    add({Fault::file_without_row, page_path(page_id), page_id, "is a page that the database does not know",
-         kTakesItAsItStands, true});
+    add({Fault::file_without_row, page_path(page_id), page_id, "is a page without a row in the database",
+         kAdoptsIt, true});
     return inspect_citations(page_id, text);
   }
-  add({Fault::file_without_row, page_path(page_id), page_id, "belongs to no page of the plan",
+  add({Fault::file_without_row, page_path(page_id), page_id, "is not a page of the plan",
        is_page_id(page_id)
            ? "add a [[page]] with the id \"" + page_id + "\" to ossilar.toml, or remove the file"
-           : "rename it to what can be a page id, or remove it",
+           : "rename it to a valid page id (lower-case letters, digits, '-', '_', '.'), or remove it",
        false});
 }
 
@@ -234,18 +234,17 @@ bool Inspection::is_whole(const std::string& page_id, const std::string& text) c
 void Inspection::inspect_difference(const std::string& page_id, const std::string& text) {
   if (manifest_.describes(page_id, _text_hash(text))) {
     return add({Fault::newer_page, page_path(page_id), page_id,
-                "was changed since ossilar last stored it: it came with its manifest, by version control",
-                kTakesItAsItStands, true});
+                "was changed by version control since ossilar last stored it", kAdoptsIt, true});
   }
   if (is_whole(page_id, text)) {
     return add(
         {Fault::newer_page, page_path(page_id), page_id,
-         "was changed since ossilar last stored it: by a save that was cut short, a hand, or version control",
-         kTakesItAsItStands, true});
+         "was changed since ossilar last stored it, by an interrupted save, a manual edit or version control",
+         kAdoptsIt, true});
   }
   add({Fault::edited_page, page_path(page_id), page_id,
-       "was edited by hand: what ossilar adds below the marker does not fit its text",
-       std::string(kTakesItAsItStands) + "; saving it brings the rest in line", true});
+       "was edited by hand, so the generated part below the marker no longer matches the text",
+       std::string(kAdoptsIt) + "; save the page to update that part", true});
 }
 
 // Hashes are computed from the stored texts, not taken from the records: a damaged passage still has the hash
@@ -258,8 +257,8 @@ void Inspection::inspect_derived(const std::string& page_id, const std::string& 
   for (const search::Passage& passage : search::passages(searchable_text(text)))
     expected.push_back(utils::sha256_hex(passage.text));
   if (stored != expected) {
-    add({Fault::chunks, page_path(page_id), page_id, "is searched by another version of its text",
-         kMakesItAgain, true});
+    add({Fault::chunks, page_path(page_id), page_id, "has no up-to-date entry in the search index",
+         kRebuildsIt, true});
   }
   const PagePlan* plan = planned_->plans.find(page_id);
   if (!gives_digest(plan)) return;
@@ -269,8 +268,7 @@ void Inspection::inspect_derived(const std::string& page_id, const std::string& 
   if (digest != nullptr && same_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
     return;
   }
-  add({Fault::digest, page_path(page_id), page_id,
-       "is known to the pages above it by another version of its text", kMakesItAgain, true});
+  add({Fault::digest, page_path(page_id), page_id, "has no up-to-date digest", kRebuildsIt, true});
 }
 
 // Not fixable: only an author can say what a citation should point to now.
@@ -278,14 +276,14 @@ void Inspection::inspect_citations(const std::string& page_id, const std::string
   const Brackets brackets =
       brackets_of(split_authored(text, "").text(), *planned_, titles_, planned_->plans.find(page_id));
   const std::size_t named = std::min(brackets.invalid.size(), kMostCitations);
-  const std::string advice = "save the page with a citation that holds";
+  const std::string advice = "correct the citation and save the page";
   for (std::size_t i = 0; i < named; ++i) {
     add({Fault::citations, page_path(page_id), page_id,
          invalid_citation_warning(brackets.invalid[i], *planned_->index), advice, false});
   }
   if (const std::size_t more = brackets.invalid.size() - named; more > 0) {
-    add({Fault::citations, page_path(page_id), page_id,
-         std::to_string(more) + " more citation(s) that do not hold", advice, false});
+    add({Fault::citations, page_path(page_id), page_id, std::to_string(more) + " more invalid citation(s)",
+         advice, false});
   }
 }
 
@@ -301,7 +299,7 @@ bool Inspection::is_blocked(const std::string& page_id) const {
 void Inspection::inspect_rows() {
   rows_.for_each([&](const std::string& page_id, const Map&) {
     if (seen_.count(page_id) > 0 || is_blocked(page_id)) return;
-    add({Fault::row_without_file, page_path(page_id), page_id, "is gone, and the database still has the page",
+    add({Fault::row_without_file, page_path(page_id), page_id, "is gone, but the database still has its row",
          "restore the file, or let ossilar check --fix forget the page (its text goes to .ossilar/replaced)",
          true});
   });
@@ -310,8 +308,8 @@ void Inspection::inspect_rows() {
 void Inspection::inspect_digests() {
   digests_.for_each([&](const std::string& page_id, const Map&) {
     if (rows_.find(page_id) != nullptr) return;
-    add({Fault::digest, page_path(page_id), page_id, "is known to the pages above it and is no stored page",
-         "ossilar check --fix forgets it", true});
+    add({Fault::digest, page_path(page_id), page_id, "has a digest but no row in the database",
+         "ossilar check --fix removes the digest", true});
   });
 }
 
@@ -319,7 +317,7 @@ void Inspection::inspect_generated() {
   for (const ListFile& list : wiki_.lists().expected(rows_, manifest_.lint)) inspect_list(list);
   for (const std::string& stray : wiki_.lists().strays(rows_)) {
     add({stray.ends_with(kManifestEnd) ? Fault::manifest : Fault::index, relative(wiki_.paths().wiki / stray),
-         "", "lists a part that the wiki does not have", "ossilar check --fix removes it", true});
+         "", "is a list that no page belongs to any more", "ossilar check --fix removes it", true});
   }
 }
 
@@ -329,22 +327,23 @@ void Inspection::inspect_list(const ListFile& list) {
   const fs::path file = wiki_.paths().wiki / list.name;
   const fs::file_type type = fs::symlink_status(file).type();
   if (type != fs::file_type::regular && type != fs::file_type::not_found) {
-    return add({fault, relative(file), "", "is no regular file", "move it away, then run ossilar check --fix",
-                false});
+    return add({fault, relative(file), "", "is not a regular file",
+                "move it away, then run ossilar check --fix", false});
   }
   std::optional<std::string> text;
   if (type == fs::file_type::regular)
     text = utils::normalise_line_ends(utils::read_file_within(wiki_.paths().wiki, file));
   if (text == list.text) return;
-  add({fault, relative(file), "", !text ? "is missing" : "does not list the pages as they are stored",
-       kMakesItAgain, true});
+  add({fault, relative(file), "", !text ? "is missing" : "does not match the stored pages", kRebuildsIt,
+       true});
 }
 
 // Only the holder of the write lock creates these files, and that is this check. So each is left over, and
 // there is no writer to wait for, unlike with temporary files.
 void Inspection::inspect_former_files() {
   for (const fs::path& file : former_files(wiki_.paths().pages)) {
-    add({Fault::leftover, relative(file), "", "was left beside its page by a save that could not put it away",
+    add({Fault::leftover, relative(file), "",
+         "is the former file of a page, left by a save that did not finish",
          "ossilar check --fix removes it, or keeps it in .ossilar/replaced if no save has stored its text",
          true, file});
   }
@@ -376,7 +375,7 @@ void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
     std::this_thread::sleep_for(kLookEvery);
   }
   for (const auto& [file, may_be_new] : left) {
-    add({Fault::leftover, relative(file), "", "was left by a write that was cut short",
+    add({Fault::leftover, relative(file), "", "was left by an interrupted write",
          "ossilar check --fix removes it", true, file});
   }
 }
@@ -393,7 +392,7 @@ void Inspection::inspect_states() {
     if (state.condition != PageCondition::stale) continue;
     const bool planned = planned_->plans.find(state.page_id) != nullptr;
     add({Fault::stale, page_path(state.page_id), state.page_id, "is stale: " + state.reason,
-         planned ? "write it anew (ossilar context " + state.page_id + ") and save it"
+         planned ? "update it (see: ossilar context " + state.page_id + ") and save it"
                  : "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix",
          false});
   }

@@ -54,7 +54,7 @@ void replace_file(Wiki& wiki, const std::string& page_id, const std::string& tex
     const std::string kept = settle_former(page, page_id, is_known, wiki.replaced_texts());
     if (!kept.empty()) {
       older_format_logger.warning(
-          "the page '%s' was edited by hand while it got its record; that text is kept in %s",
+          "the page '%s' was edited by hand while its record was added; the edited text is kept in %s",
           {page_id, (wiki.paths().replaced() / kept).string()});
     }
   };
@@ -93,7 +93,7 @@ std::size_t give_records(Wiki& wiki) {
     } catch (const store::StorageError&) {
       throw;
     } catch (const utils::Error& error) {
-      older_format_logger.warning("a page of an older format got no record", error);
+      older_format_logger.warning("cannot add the record to a page of an older format", error);
     }
   });
   batches.end();

@@ -39,7 +39,7 @@ Finding damaged_database(const std::string& damage) {
           kDatabaseName,
           "",
           "is damaged: " + damage,
-          "ossilar check --fix sets it aside and makes it anew from the wiki's files",
+          "ossilar check --fix moves it away and rebuilds it from the wiki's files",
           true};
 }
 

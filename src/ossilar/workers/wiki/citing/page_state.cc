@@ -86,7 +86,7 @@ PageState state_of_row(const std::string& page_id, const Map& row, std::string r
   state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
   if (reason.empty() && is_unverified(row)) {
     state.condition = PageCondition::unverified;
-    reason = "its file does not say against which sources it was written; read it and save it";
+    reason = "its file does not record its sources; read it and save it";
   }
   state.reason = std::move(reason);
   state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());

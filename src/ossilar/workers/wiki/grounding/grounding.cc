@@ -93,18 +93,18 @@ std::string purpose_part(const PagePlan& plan) {
 
 std::string rules_part(const PagePlan& plan, const SourceFile* example) {
   const PageType& type = plan_type(plan);
-  Part part("What the page must hold", kPurposeShare);
+  Part part("What the page must have", kPurposeShare);
   for (const std::string& section : type.required_sections) part.line("- the section `## " + section + "`");
   part.line("- " + std::to_string(type.least_words) + " to " + std::to_string(type.most_words) +
             " words of prose");
-  part.line("- citations of the source lines that a statement rests on, outside code");
+  part.line("- citations of the source lines behind each statement, outside code");
   // A real path and real lines: an agent that copies the example has a citation that is valid. Twenty lines
   // at most, to show that a citation names the lines that it rests on, and not a file.
   if (example != nullptr) {
     const std::int64_t last = std::min<std::int64_t>(example->lines, 20);
     part.line("\nA citation is a path with a range of lines, for example [" + one_line(example->path) +
               ":L1-L" + std::to_string(std::max<std::int64_t>(last, 1)) +
-              "]. Another page is linked by its title in brackets.");
+              "]. Link another page by its title in brackets.");
   }
   return part.text();
 }
@@ -220,8 +220,7 @@ std::string symbols_part(const std::vector<const SourceFile*>& files, const std:
 // it. With equal shares of the whole room it would be lost.
 std::string excerpts_part(const std::vector<const SourceFile*>& files, std::size_t room,
                           const ReadSource& read) {
-  std::string text =
-      "## Excerpts\n\nLines of a file stand behind their numbers; `...` stands for lines left out.\n\n";
+  std::string text = "## Excerpts\n\nEach line of a file follows its number; `...` marks lines left out.\n\n";
   if (text.size() > room) return "";
   const std::size_t count = std::min(files.size(), kExcerptFiles);
   for (std::size_t i = 0; i < count; ++i) {

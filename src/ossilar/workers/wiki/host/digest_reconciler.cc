@@ -29,7 +29,7 @@ std::map<std::string, std::string> stale_reasons(
     const std::map<std::string, std::vector<std::string>>& dependents) {
   std::map<std::string, std::string> reasons;
   for (const auto& [page_id, causes] : dependents) {
-    reasons[page_id] = "what it builds on changed: " + utils::join(causes, ", ");
+    reasons[page_id] = "pages it builds on changed: " + utils::join(causes, ", ");
   }
   return reasons;
 }

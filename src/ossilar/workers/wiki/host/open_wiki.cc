@@ -18,28 +18,28 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kConfigTemplate =
-    R"(# What ossilar does in this repository. Commit this file. The values shown are the defaults.
+    R"(# The settings of ossilar for this repository. Commit this file. The values shown are the defaults.
 
 [wiki]
-# dir = "wiki"                  # where the pages are
+# dir = "wiki"                  # the wiki's folder
 # diagrams = true
-# min_citations_per_page = 2    # fewer valid citations and a page is refused
+# min_citations_per_page = 2    # a page with fewer valid citations is refused
 # lock_timeout_s = 30
 
 [embedding]
 # provider = "local"            # or "http", for a service with the usual /v1/embeddings request:
 # url = "https://host/v1"
 # model = "name-of-the-model"
-# api_key_env = "VARIABLE"      # holds the key; leave out where none is needed
+# api_key_env = "VARIABLE"      # the environment variable that holds the key, if one is needed
 
 [steering]
 # text = "For every page: who reads it, what matters, which words to use."
 
-# Each [[page]] adds a page, or amends the planned one of the same id (see: ossilar plan).
+# Each [[page]] adds a page, or changes the planned one of the same id (see: ossilar plan).
 # [[page]]
 # id = "topics/error-handling"
 # title = "Error handling"
-# description = "How failures travel from where they happen to who is told."
+# description = "How an error gets from where it happens to the user."
 # type = "topic"
 # sources = ["src/**/error*"]
 # steering = "Name the exception types."
@@ -49,7 +49,7 @@ constexpr std::string_view kConfigTemplate =
 // its own, so the union of two lists lists the pages of both. Patterns begin with "/": they are about the
 // lists at the wiki's root and not about pages of the same name.
 constexpr std::string_view kMergeAttributes =
-    R"(# Lists that ossilar makes from the pages: git merges them line by line, and the next save tidies up.
+    R"(# Lists that ossilar generates from the pages: git merges them line by line, and the next save rewrites them.
 /index.md merge=union
 /manifest.json merge=union
 /lists/** merge=union
@@ -89,7 +89,7 @@ WikiPaths wiki_paths(const fs::path& root, const WikiConfig& config) {
     if (fs::symlink_status(so_far).type() == fs::file_type::symlink) {
       throw utils::ConfigError(so_far.string() +
                                " is a symbolic link; make it a directory, or set [wiki] dir in " +
-                               config_file(root).string() + " to another one");
+                               config_file(root).string() + " to another folder");
     }
   }
   const fs::path wiki = root / config.dir;

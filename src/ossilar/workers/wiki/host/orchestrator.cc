@@ -64,7 +64,7 @@ void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKn
                           {draft.page_id, (wiki.paths().replaced() / kept).string()});
     }
   } catch (const std::exception& error) {
-    host_logger.warning("what the page file held before lies in %s and could not be put away: %s",
+    host_logger.warning("cannot put away %s, the page file before this save (run ossilar check --fix): %s",
                         {utils::former_file(page).string(), error.what()});
   }
 }
@@ -218,9 +218,9 @@ std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
 std::string WikiGenerator::hand_edit_warning() const {
   const std::string name = KeptTexts::name_of(draft_->page_id, *draft_->standing.bytes);
   const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
-  return "hand-edit: the page file was changed since it was last saved; " +
-         std::string(draft_->is_spliced ? "what is outside this section stays, and " : "") +
-         "the file as it was will be kept in " + file;
+  return "hand-edit: the page file was edited since its last save; " +
+         std::string(draft_->is_spliced ? "edits outside this section stay, and " : "") +
+         "a copy of the edited file will be kept in " + file;
 }
 
 // Without a plan: only labels that read like citations matter here, not links to pages.
@@ -240,7 +240,7 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
   for (const std::string& heading : leading_titles(authored)) {
     if (utils::fold(heading) == utils::fold(title)) continue;  // it only repeats the title
     warnings.push_back(
-        fmt::format("title: the heading '{}' at the start was taken off; the page's title is '{}' "
+        fmt::format("title: the heading '{}' at the start was removed; the page's title is '{}' "
                     "(save with a title to rename it)",
                     heading, title));
   }
@@ -344,7 +344,7 @@ void WikiGenerator::keep_what_was_written() {
   try {
     if (commit_->transaction) put_on_disk();
   } catch (const std::exception& error) {  // only logged: the caller rethrows the failure that led here
-    host_logger.warning("what the failed save wrote before could not be stored", error);
+    host_logger.warning("cannot commit what the failed save had written", error);
   }
 }
 

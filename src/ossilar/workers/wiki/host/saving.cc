@@ -34,7 +34,7 @@ std::string keep_refused(const Wiki& wiki, const SaveRequest& request) {
   try {
     return wiki.kept_drafts().keep(request.page_id, request.content);
   } catch (const std::exception& error) {
-    save_logger.warning("a refused text could not be kept", error);
+    save_logger.warning("cannot keep a copy of the refused text", error);
     return "";
   }
 }
@@ -44,7 +44,7 @@ void index_words(Wiki& wiki) {
   try {
     wiki.store().index_waiting_words(kMostPagesWaiting);
   } catch (const std::exception& error) {
-    save_logger.warning("words could not be indexed; a search will do it", error);
+    save_logger.warning("cannot index the words of saved pages; the next search tries again", error);
   }
 }
 

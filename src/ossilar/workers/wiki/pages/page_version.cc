@@ -25,7 +25,7 @@ std::string shortened(std::string diff) {
   if (diff.size() <= kLongestDiff) return diff;
   diff.resize(utils::utf8_prefix(diff, kLongestDiff).size());
   diff.resize(diff.find_last_of('\n') + 1);  // whole lines only; nothing if the first is too long
-  return diff + "... the rest of the diff is left out; read the page\n";
+  return diff + "... the diff is cut here; read the page\n";
 }
 
 Answer mismatch(const std::string& page_id, const std::string& error, const std::string& version) {
@@ -81,7 +81,7 @@ std::optional<Answer> refuse_version(const std::string& page_id, const std::stri
                     version);
   }
   if (wanted == kNoVersion) {
-    return mismatch(page_id, "exists already; read it, and save with if_version \"" + version + "\"",
+    return mismatch(page_id, "already exists; read it, and save with if_version \"" + version + "\"",
                     version);
   }
   const std::string text = utils::valid_utf8(page.text);  // a hand may have written what is none
@@ -92,9 +92,8 @@ std::optional<Answer> refuse_version(const std::string& page_id, const std::stri
   Answer answer = mismatch(
       page_id,
       "changed since version " + utils::printable(wanted) + " was read; `diff` shows " +
-          (read ? "what changed"
-                : "your text against the page as it is now, for the old text is not known any more") +
-          ". Bring your text in line with it and save with if_version \"" + version + "\"",
+          (read ? "what changed" : "how your text differs from the page now, as the old text is not kept") +
+          ". Merge that into your text and save with if_version \"" + version + "\"",
       version);
   answer["diff"] = shortened(read ? source::unified_diff({"version " + wanted, *read}, now)
                                   : source::unified_diff(now, {"your text", content}));

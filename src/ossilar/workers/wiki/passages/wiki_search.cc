@@ -41,16 +41,16 @@ constexpr double kNoise = 0.2;
 
 std::optional<Answer> refuse(const SearchRequest& request) {
   if (utils::strip(request.query).empty())
-    return Answer{{"error", "the query is empty; ask with words or names of the code"}};
+    return Answer{{"error", "the query is empty; use words, or names from the code"}};
   if (request.query.size() > kLongestQuery) {
     return Answer{{"error", "the query has " + std::to_string(request.query.size()) + " bytes; at most " +
-                                std::to_string(kLongestQuery) + " are taken"}};
+                                std::to_string(kLongestQuery) + " are allowed"}};
   }
   if (request.limit < 1 || request.limit > kMostHits)
     return Answer{{"error", "the limit must be from 1 to " + std::to_string(kMostHits)}};
   if (!request.page_type.empty() && find_page_type(request.page_type) == nullptr) {
-    return Answer{{"error", "there is no page type '" + utils::printable(request.page_type) +
-                                "'; there are overview, architecture, module and topic"}};
+    return Answer{{"error", "unknown page type '" + utils::printable(request.page_type) +
+                                "'; use overview, architecture, module or topic"}};
   }
   return std::nullopt;
 }
@@ -171,7 +171,7 @@ std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const s
   } catch (const store::StorageError&) {
     throw;
   } catch (const std::exception& error) {
-    warning = std::string("searched by words alone: ") + error.what();
+    warning = std::string("searched by words only: ") + error.what();
     return {};
   }
 }

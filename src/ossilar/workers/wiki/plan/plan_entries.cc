@@ -118,8 +118,8 @@ void require_own_titles(const std::vector<PagePlan>& pages, const Positions& pos
     for (const std::size_t other : by_title.at(utils::fold_label(pages[own].title))) {
       if (other == own) continue;
       throw ConfigError(entry_key(entry.id, "title") + "\"" + pages[own].title +
-                        "\" is the title of the page \"" + pages[other].page_id +
-                        "\" too; give one of them another");
+                        "\" is also the title of the page \"" + pages[other].page_id +
+                        "\"; give one of them another title");
     }
   }
 }

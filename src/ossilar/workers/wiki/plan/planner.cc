@@ -117,7 +117,7 @@ std::string title_of(const Draft& draft, const Repo& repo) {
 std::string description_of(const Draft& draft, const Repo& repo) {
   std::string text = subject_of(draft) + (draft.path.empty() ? "the root of " + repo.name : draft.path);
   if (!draft.label.empty()) text += " (" + named_files(draft.files) + ")";
-  if (draft.is_cut) text += ", of which the first";
+  if (draft.is_cut) text += ", only the first of them";
   return text + ": " + measure(draft.files, repo) + ".";
 }
 

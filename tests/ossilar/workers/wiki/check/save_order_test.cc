@@ -263,7 +263,7 @@ TEST_F(SaveOrderTest, AManualEditThatCannotBePutAwayIsNotOverwritten) {
   drafted.erase("dry_run");
   drafted["saved"] = true;
   EXPECT_EQ(save(*outside_, "alpha", kAfter), drafted) << "the answer is the draft's, whatever comes after";
-  EXPECT_THAT(log_, ElementsAre(HasSubstr("could not be put away")));
+  EXPECT_THAT(log_, ElementsAre(HasSubstr("cannot put away")));
   EXPECT_THROW(save(*outside_, "alpha", WikiRepo::text_about("alpha", "Later.")), utils::IoError);
   EXPECT_TRUE(page_is_new()) << "nothing was written";
   fs::remove(repo_.dir / ".ossilar/replaced");

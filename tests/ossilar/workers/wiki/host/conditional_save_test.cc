@@ -43,7 +43,7 @@ TEST_F(ConditionalSaves, ApplyToTheNamedVersionAndReturnTheNext) {
   const Answer first = save("new");
   ASSERT_TRUE(first.contains("saved")) << first;
   EXPECT_EQ(version_in(first), version());
-  EXPECT_THAT(error_of(save("new")), HasSubstr("exists already"));
+  EXPECT_THAT(error_of(save("new")), HasSubstr("already exists"));
 
   const Answer second = save(version_in(first), "Second.");
   ASSERT_TRUE(second.contains("saved")) << second;

@@ -52,7 +52,7 @@ TEST_F(HttpWiki, FindsByMeaningAndSaysWhenItCannot) {
   const auto by_words = WikiReader(*wiki).search({.query = "haystack"}, {});
   EXPECT_EQ(std::get<SearchResult>(by_words).hits.at(0).section, "One");
   EXPECT_THAT(std::get<SearchResult>(by_words).warning,
-              HasSubstr("searched by words alone: the embedding service at"));
+              HasSubstr("searched by words only: the embedding service at"));
   EXPECT_THROW(save(*wiki, "beta", WikiRepo::text_about("beta")), search::EmbeddingError);
   EXPECT_FALSE(std::filesystem::exists(repo.dir / "wiki/pages/beta.md"));
   EXPECT_TRUE(save(*wiki, "alpha", WikiRepo::text_about("alpha", "A haystack.")).contains("saved"))

@@ -81,7 +81,7 @@ TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
   EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok) << "the abstract is the same";
 
   ASSERT_TRUE(is_saved(save(*wiki, "alpha", WikiRepo::text_about("alpha", "Another opening."))));
-  EXPECT_EQ(state_of(*wiki, "overview").reason, "what it builds on changed: alpha");
+  EXPECT_EQ(state_of(*wiki, "overview").reason, "pages it builds on changed: alpha");
   ASSERT_TRUE(is_saved(save(*wiki, "overview", "All of it, seen again.\n")));
   EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok);
 

@@ -127,7 +127,7 @@ TEST_F(Search, RefusesBadQueriesAndLimits) {
   for (const Case& each :
        {Case{{.query = " \n"}, "empty"}, Case{{.query = std::string(3000, 'x')}, "at most 2000"},
         Case{{.query = "x", .limit = 0}, "from 1 to 50"}, Case{{.query = "x", .limit = 51}, "from 1 to 50"},
-        Case{{.query = "x", .page_type = "poem"}, "no page type 'poem'"}}) {
+        Case{{.query = "x", .page_type = "poem"}, "unknown page type 'poem'"}}) {
     const auto found = WikiReader(*wiki_).search(each.request, {});
     ASSERT_TRUE(std::holds_alternative<Answer>(found)) << each.says;
     EXPECT_THAT(std::get<Answer>(found).at("error").get<std::string>(), HasSubstr(each.says));
