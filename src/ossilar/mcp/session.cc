@@ -436,7 +436,8 @@ void Session::log(const utils::LogRecord& record) {
   if (rank < log_level_ && rank < level_of_request()) return;
   Map data{{"message", record.message()}};
   if (record.failure) data["failure"] = record.failure->type + ": " + record.failure->message;
-  output_.write(notification_line(
+  // Later, as a commit logs too: a client that reads nothing must not keep the write lock from others.
+  output_.write_later(notification_line(
       "notifications/message",
       Map{{"level", kLevels.at(static_cast<std::size_t>(rank))}, {"logger", record.logger}, {"data", data}}));
 }

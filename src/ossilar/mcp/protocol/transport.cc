@@ -96,8 +96,52 @@ bool LineWriter::write(std::string_view text) {
   std::string line(text);  // copied before the lock, so that others wait for the writing alone
   line += '\n';
   const std::lock_guard lock(mutex_);
+  write_waiting();
   if (!broken_) broken_ = !write_all(line);
   return !broken_;
+}
+
+// With mutex_ held, so that nothing that is given later can come before.
+void LineWriter::write_waiting() {
+  for (;;) {
+    std::string line;
+    {
+      const std::lock_guard lock(later_mutex_);
+      if (later_.empty()) return;
+      line = std::move(later_.front()) + '\n';
+      later_.pop_front();
+    }
+    if (!broken_) broken_ = !write_all(line);
+  }
+}
+
+void LineWriter::write_later(std::string text) {
+  const std::lock_guard lock(later_mutex_);
+  if (later_.size() >= kMostLater) return;
+  later_.push_back(std::move(text));
+  if (!later_thread_.joinable()) later_thread_ = std::thread([this] { write_later_lines(); });
+  later_came_.notify_one();
+}
+
+void LineWriter::write_later_lines() {
+  for (;;) {
+    {
+      std::unique_lock lock(later_mutex_);
+      later_came_.wait(lock, [&] { return ending_ || !later_.empty(); });
+      if (later_.empty()) return;
+    }
+    const std::lock_guard lock(mutex_);
+    write_waiting();
+  }
+}
+
+LineWriter::~LineWriter() {
+  {
+    const std::lock_guard lock(later_mutex_);
+    ending_ = true;
+    later_came_.notify_one();
+  }
+  if (later_thread_.joinable()) later_thread_.join();
 }
 
 // A plain write() of the whole line would wait in the kernel for as long as the reader stays. So each piece

@@ -10,10 +10,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <deque>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <variant>
 
 #include "ossilar/utils/files.h"
@@ -73,16 +76,29 @@ class LineWriter {
   // Ten seconds are also what the server grants requests under way at its end (server.cc).
   LineWriter(int fd, int input_fd, std::chrono::milliseconds patience = std::chrono::seconds(10))
       : fd_(fd), input_fd_(input_fd), patience_(patience) {}
+  // Waits for the lines that were to be written later, as write() does.
+  ~LineWriter();
+  LineWriter(const LineWriter&) = delete;
+  LineWriter& operator=(const LineWriter&) = delete;
 
   // Writes `text`, which must hold no line feed, and a line feed. False once nobody reads any more: the line
   // may be out in part, and nothing is written after it. Waits while other threads write.
   bool write(std::string_view text);
+
+  // Writes `text` from a thread of this writer's own, so the caller never waits for the reader: for what is
+  // said while others wait for the caller, as a log record under the write lock. Lines come in the order in
+  // which they were given to either function. Beyond kMostLater lines that wait, the text is dropped.
+  void write_later(std::string text);
 
   // Tells that the reader's lines have ended. A pipe shows that itself, a file and a half-closed socket do
   // not.
   void input_has_ended() { input_ended_ = true; }
 
  private:
+  static constexpr std::size_t kMostLater = 1000;  // a client that reads nothing must not fill the memory
+
+  void write_waiting();
+  void write_later_lines();
   bool write_all(std::string_view text);
   bool wait_for_room() const;
 
@@ -92,6 +108,13 @@ class LineWriter {
   std::atomic<bool> input_ended_ = false;
   std::mutex mutex_;
   bool broken_ = false;  // guarded by mutex_; never reset, as half a line may be out
+
+  // Taken after mutex_ where both are, and held for no wait.
+  std::mutex later_mutex_;
+  std::condition_variable later_came_;
+  std::deque<std::string> later_;  // guarded by later_mutex_, as is the next
+  bool ending_ = false;
+  std::thread later_thread_;  // begun by the first line; guarded by later_mutex_ until then
 };
 
 // Takes standard output for messages and returns it as a new descriptor, which children do not inherit. From

@@ -104,6 +104,21 @@ TEST(LineWriter, NeverMixesLinesOfSeveralThreads) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST(LineWriter, WritesLaterWithoutWaitingForItsReader) {
+  Pipe pipe;
+  LineWriter writer(pipe.out.get(), -1);
+  const std::string much(1 << 20, 'x');  // more than a socket holds
+  writer.write_later(much);
+  writer.write_later("behind it");  // would wait for ever if either did
+  LineReader reader(pipe.in.get(), STDERR_FILENO);
+  EXPECT_EQ(std::get<Line>(reader.next()).text, much);
+  EXPECT_EQ(std::get<Line>(reader.next()).text, "behind it");
+  writer.write_later("first");
+  writer.write("second");
+  EXPECT_EQ(std::get<Line>(reader.next()).text, "first") << "what was given before comes before";
+  EXPECT_EQ(std::get<Line>(reader.next()).text, "second");
+}
+
 TEST(LineWriter, KnowsThatItsReaderIsGone) {
   std::signal(SIGPIPE, SIG_IGN);
   Pipe pipe;
