@@ -20,6 +20,7 @@
 #include "ossilar/cli/log_sink.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/check/finding.h"
 
 namespace ossilar::cli {
 namespace {
@@ -141,6 +142,12 @@ void add_operation(CLI::App& app, Arguments& arguments, const operations::Operat
     if (!argument.option.empty()) add_argument(*command, argument, given);
 }
 
+std::string names_of_faults() {
+  std::vector<std::string> names;
+  for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
+  return utils::join(names, ", ");
+}
+
 void add_check_command(CLI::App& app, Arguments& arguments) {
   auto* check = add_command(
       app, arguments, "check",
@@ -149,7 +156,8 @@ void add_check_command(CLI::App& app, Arguments& arguments) {
       [&](Output& output) { return run_check(arguments.place, arguments.fix, output); },
       "--fix changes no page file. It adopts page files as they are, rebuilds what is derived from them,\n"
       "forgets pages whose file is gone (their text goes to .ossilar/replaced), and removes the files of\n"
-      "interrupted writes. Exit code 1 when something is found, or left after --fix.");
+      "interrupted writes. Exit code 1 when something is found, or left after --fix.\n\nKinds of findings: " +
+          names_of_faults());
   check->add_flag("--fix", arguments.fix, "Repair what needs no author");
 }
 

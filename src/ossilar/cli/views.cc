@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 #include <vector>
 
 namespace ossilar::cli {
@@ -112,18 +111,46 @@ void print_status(const Given& given, Output& output) {
   const Map& pages = status.at("pages");
   const Map& write = status.at("last_write");
   const std::string commit = text_at(status, "commit");
-  const auto counted = [&](Style style, const char* state) {
-    return output.styled(style, form_at(pages, state) + " " + state);
-  };
   output.line("branch      " + output.styled(Style::bold, text_at(status, "branch")));
   output.line("commit      " + (commit.empty() ? "none" : commit));
   output.line("source      " + form_at(status, "indexed_files") + " file(s)");
-  output.line("pages       " + counted(Style::good, "ok") + ", " + counted(Style::warn, "stale") + ", " +
-              (pages.at("unverified") == 0 ? Shown() : counted(Style::warn, "unverified") + ", ") +
-              counted(Style::dim, "missing"));
+  Shown counts;
+  for (const auto& [state, count] : pages.items()) {
+    // Every wiki has pages of the others, or will have.
+    if (count == 0 && state == "unverified") continue;
+    if (!counts.text().empty()) counts += ", ";
+    counts += output.styled(style_of(state), utils::text_form(count) + " " + state);
+  }
+  output.line("pages       " + counts);
   output.line("last write  " + (write.empty() ? std::string("none on this branch")
                                               : text_at(write, "at") + " by " + text_at(write, "by")));
   print_doubtful(status, output);
+}
+
+// ---- any other
+
+std::string cell_of(const Map& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
+
+void print_rows(const Map& rows, Output& output) {
+  std::vector<std::string> heads;
+  for (const auto& [key, value] : rows.front().items()) heads.push_back(key);
+  std::vector<std::vector<Output::Cell>> cells;
+  for (const Map& row : rows) {
+    cells.emplace_back();
+    for (const std::string& head : heads) cells.back().push_back({cell_of(utils::member(row, head))});
+  }
+  output.table(heads, cells);
+}
+
+// The document as it is: a line for each key, and a list of objects as a table with the keys of the first.
+void print_document(const Given& given, Output& output) {
+  for (const auto& [key, value] : given.value.items()) {
+    if (value.is_array() && !value.empty() && value.front().is_object()) {
+      print_rows(value, output);
+    } else {
+      output.line(output.styled(Style::dim, key) + "  " + cell_of(value));
+    }
+  }
 }
 
 constexpr std::array kViews{
@@ -133,12 +160,10 @@ constexpr std::array kViews{
 
 }  // namespace
 
-const View& view_of(const operations::Operation& operation) {
+View view_of(const operations::Operation& operation) {
   const auto found = std::find_if(kViews.begin(), kViews.end(),
                                   [&](const View& view) { return view.command == operation.command; });
-  if (found == kViews.end())
-    throw std::logic_error("views.cc lacks a view of the command " + std::string(operation.command));
-  return *found;
+  return found != kViews.end() ? *found : View{operation.command, Freshness::sources, print_document};
 }
 
 std::string shown_path(const std::filesystem::path& file) {

@@ -5,6 +5,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::operations {
@@ -67,19 +68,21 @@ Result call(const Asked& asked) {
 
 Operation list_pages() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map states{"missing", "stale", "unverified", "ok"};
-  const Map page =
-      object({{"page_id", text("the id that all tools take")},
-              {"title", text("the page's title")},
-              {"type", text("what kind of page it is: overview, architecture, module, topic")},
-              {"state",
-               choice(states,
-                      "missing: not written yet; stale: its sources changed since it was saved; unverified: "
-                      "written or edited by hand, so its sources are not known")},
-              {"reason", text("stale: what changed; unverified: what to do")},
-              {"citations", count("number of valid citations")},
-              {"words", count("number of words of prose")}},
-             {"page_id", "title", "type", "state"});
+  Map states = Map::array();
+  std::vector<std::string> meanings;
+  for (const auto condition : workers::wiki::kConditions) {
+    states.push_back(workers::wiki::condition_name(condition));
+    meanings.push_back(std::string(workers::wiki::condition_name(condition)) + ": " +
+                       workers::wiki::condition_meaning(condition));
+  }
+  const Map page = object({{"page_id", text("the id that all tools take")},
+                           {"title", text("the page's title")},
+                           {"type", text("what kind of page it is: overview, architecture, module, topic")},
+                           {"state", choice(states, utils::join(meanings, "; ").c_str())},
+                           {"reason", text("stale: what changed; unverified: what to do")},
+                           {"citations", count("number of valid citations")},
+                           {"words", count("number of words of prose")}},
+                          {"page_id", "title", "type", "state"});
   return {
       .command = "plan",
       .tool = "list_pages",

@@ -12,6 +12,15 @@
 #include "ossilar/utils/text.h"
 
 namespace ossilar::operations {
+
+// Each in a file of its own name.
+Operation list_pages();
+Operation page_context();
+Operation read_page();
+Operation save_page();
+Operation search_wiki();
+Operation wiki_status();
+
 namespace {
 
 bool has_type(const Map& value, const std::string& type) {

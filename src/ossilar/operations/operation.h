@@ -84,13 +84,6 @@ Map input_schema(const Operation& operation);
 // `minLength` 1.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller);
 
-Operation list_pages();
-Operation page_context();
-Operation read_page();
-Operation save_page();
-Operation search_wiki();
-Operation wiki_status();
-
 // The id of a page, which most operations need.
 Argument page_argument();
 

@@ -1,5 +1,7 @@
 // How the wiki stands: counts of all pages, and the names of the first that need work. Names of all would
 // make the answer of a large wiki long, and list_pages gives them in portions.
+#include <algorithm>
+
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
@@ -32,18 +34,25 @@ Map named(const WikiStatus& status, PageCondition condition) {
   return pages;
 }
 
+// How many pages are in each state.
+Map counts_of(const WikiStatus& status) {
+  Map counts = Map::object();
+  for (const PageCondition condition : workers::wiki::kConditions) {
+    counts[workers::wiki::condition_name(condition)] =
+        std::count_if(status.pages.begin(), status.pages.end(),
+                      [&](const PageState& page) { return page.condition == condition; });
+  }
+  return counts;
+}
+
 Result call(const Asked& asked) {
   // A session's sources may have changed since the last call; the shell has scanned them a moment ago.
   const Look look = asked.caller == Caller::shell ? Look::spared : Look::now;
   const WikiStatus status = workers::wiki::WikiReader(asked.wiki).status(look);
-  const auto counts = workers::wiki::count_states(status.pages);
   return {.value = Map{{"branch", status.branch},
                        {"commit", status.commit},
                        {"indexed_files", status.indexed_files},
-                       {"pages", Map{{"ok", counts.ok},
-                                     {"stale", counts.stale},
-                                     {"unverified", counts.unverified},
-                                     {"missing", counts.missing}}},
+                       {"pages", counts_of(status)},
                        {"stale", named(status, PageCondition::stale)},
                        {"unverified", named(status, PageCondition::unverified)},
                        {"last_write", last_write_of(status)}}};
@@ -53,12 +62,13 @@ Result call(const Asked& asked) {
 
 Operation wiki_status() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map counts =
-      object({{"ok", count("pages that match the source")},
-              {"stale", count("pages that no longer match the source")},
-              {"unverified", count("pages written or edited by hand, so their sources are not known")},
-              {"missing", count("pages of the plan that are not written yet")}},
-             {"ok", "stale", "unverified", "missing"});
+  Map counts = Map::object();
+  Map names = Map::array();
+  for (const PageCondition condition : workers::wiki::kConditions) {
+    const char* name = workers::wiki::condition_name(condition);
+    counts[name] = count(workers::wiki::condition_meaning(condition));
+    names.push_back(name);
+  }
   const Map page =
       object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
   const Map write = object(
@@ -77,7 +87,7 @@ Operation wiki_status() {
               object({{"branch", text("of the working tree")},
                       {"commit", text("\"\" outside git and before the first commit")},
                       {"indexed_files", count("source files in the index")},
-                      {"pages", counts},
+                      {"pages", object(counts, names)},
                       {"stale", list(page, "at most twenty")},
                       {"unverified", list(page, "at most twenty")},
                       {"last_write", write}},

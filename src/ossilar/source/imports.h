@@ -20,4 +20,9 @@ inline constexpr std::size_t kMaxImports = 500;
 // `self::m`. All are UTF-8, and none holds a line feed. None for a language whose imports are not known.
 std::vector<std::string> imports_of(std::string_view language, std::string_view text);
 
+// Raise it when imports are read in another way, or of another language: files that were read before are then
+// read again. A new language needs a rule in workers/wiki/plan/import_resolver.cc too, or what is read leads
+// nowhere, as for C#, PHP, Ruby and Swift so far.
+inline constexpr int kImportRules = 2;
+
 }  // namespace ossilar::source

@@ -9,12 +9,14 @@
 #include <string_view>
 #include <utility>
 
+#include "ossilar/source/imports.h"
+
 namespace ossilar::source {
 namespace {
 
 // Raise it when the form changes, or when languages, imports or symbols are found in another way: each record
 // of another format makes its file be read again.
-constexpr int kFormat = 4;
+constexpr int kFormat = 400 + kImportRules;
 
 // Takes a record apart from the front. A part that does not fit gives a zero, an empty or a shorter value,
 // and marks the record as damaged.

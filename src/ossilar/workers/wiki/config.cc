@@ -223,12 +223,7 @@ void require_page_id(const At& at, const std::string& id) {
 // At least as strict as a save is with the title that it asks for (title_fault() in page_title.cc).
 std::string title(const At& at, const toml::node& node) {
   std::string text(utils::strip(text_of(at, node)));
-  const auto is_start = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
-  const auto length = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), is_start));
-  if (length == 0 || length > kLongestTitle) at.refuse("expected a title of 1 to 200 characters");
-  if (has_control(text)) at.refuse("expected one line without control characters");
-  if (text.find_first_of("[]") != std::string::npos)
-    at.refuse("a title cannot contain '[' or ']', which end a link");
+  if (const std::string fault = title_fault(text); !fault.empty()) at.refuse("it " + fault);
   return text;
 }
 

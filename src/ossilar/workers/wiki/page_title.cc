@@ -17,18 +17,6 @@ std::size_t count_characters(std::string_view text) {
       text.begin(), text.end(), [](char c) { return (static_cast<std::uint8_t>(c) & 0xC0U) != 0x80U; }));
 }
 
-// Why `title` cannot be one, or ""; the words follow "it" in the message. The title is shown on one line and
-// linked as [title], which explains the rules. Line ends and tabs are asked for by name, as printable()
-// leaves them.
-std::string title_fault(std::string_view title) {
-  if (title.empty()) return "is blank";
-  if (count_characters(title) > kLongestTitle) return "is longer than 200 characters";
-  if (title.find_first_of("\r\n\t") != std::string_view::npos) return "is more than one line or holds a tab";
-  if (utils::printable(title) != title) return "holds control characters";
-  if (title.find_first_of("[]") != std::string_view::npos) return "holds brackets, which mark links";
-  return "";
-}
-
 // The id of another page that has this title, or "". Compared by fold(), so that titles which a reader would
 // take for the same are the same. Former titles do not count: a present title comes before them in every
 // link. Walks over all pages, but only for a save that asks for a title.
@@ -55,6 +43,22 @@ Answer refuse_title(const std::string& page_id, const std::string& title, const 
 }
 
 }  // namespace
+
+// The title is shown on one line and linked as [title], which explains the rules. Line ends and tabs are
+// asked for by name, as printable() leaves them.
+std::string title_fault(std::string_view title) {
+  if (title.empty()) return "is blank";
+  if (count_characters(title) > kLongestTitle)
+    return "is longer than " + std::to_string(kLongestTitle) + " characters";
+  // U+2028 and U+2029 end a line for many readers, and printable() leaves them.
+  const bool is_broken = title.find_first_of("\r\n\t") != std::string_view::npos ||
+                         title.find("\xe2\x80\xa8") != std::string_view::npos ||
+                         title.find("\xe2\x80\xa9") != std::string_view::npos;
+  if (is_broken) return "is more than one line or holds a tab";
+  if (utils::printable(title) != title) return "holds control characters";
+  if (title.find_first_of("[]") != std::string_view::npos) return "holds brackets, which mark links";
+  return "";
+}
 
 std::optional<std::string> agent_title(const Map* row) {
   const Map title = build_cache_member(row, AGENT_TITLE_KEY);

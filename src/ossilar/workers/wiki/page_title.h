@@ -9,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ossilar/store/repository.h"
 #include "ossilar/workers/wiki/plans.h"
@@ -21,6 +22,10 @@ inline constexpr const char* AGENT_TITLE_KEY = "agent_title";
 
 // Titles of more characters (code points) than this are refused: they are shown in lists and link texts.
 inline constexpr std::size_t kLongestTitle = 200;
+
+// Why `title`, without blanks around it, cannot be a page's, in words that follow "it": "is blank". "" when
+// it can.
+std::string title_fault(std::string_view title);
 
 // The title that an agent gave the page at its last save or earlier, by the page's row (null: no row); none
 // when the page goes by its planned title.

@@ -61,7 +61,7 @@ TEST(Config, RefusesNamingFileLineAndKey) {
   }
   EXPECT_THAT(refusal("steering = '''\xC3\x28'''"), HasSubstr("not UTF-8: byte 0xC3 at offset 14"));
   EXPECT_THAT(refusal("[[page]]\nid='a'\ntitle='" + std::string(201, 'x') + "'"),
-              HasSubstr("a title of 1 to 200 characters"));
+              HasSubstr("it is longer than 200 characters"));
   EXPECT_THAT(refusal("[embedding]\napi_key_env = 'sk-secret'"), Not(HasSubstr("secret")))
       << "a key is not shown";
   EXPECT_EQ(refusal("[[page]]\nid='a'\ntitle='" + std::string(100, 'x') + "\u00e9\u00e9'"), "")

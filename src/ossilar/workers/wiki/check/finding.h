@@ -2,6 +2,8 @@
 // makes them, repair.cc mends those that are `fixable`, cli/check.cc shows them. Values only; any thread.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
@@ -25,8 +27,24 @@ enum class Fault {
   unverified,        // a page that does not say against which sources it was written; the wiki is whole
 };
 
-// As messages and JSON documents name it: "newer-page". Programs read these names, so they stay.
-const char* fault_name(Fault fault);
+struct FaultKind {
+  const char* name;           // in messages and JSON documents; programs read it, so it stays
+  bool leaves_clean = false;  // told of, and no fault of the wiki: `ossilar check` still ends with 0
+};
+
+// In the order of the enumeration.
+inline constexpr std::array kFaultKinds{FaultKind{"database"},         FaultKind{"setup"},
+                                        FaultKind{"newer-page"},       FaultKind{"edited-page"},
+                                        FaultKind{"file-without-row"}, FaultKind{"row-without-file"},
+                                        FaultKind{"page-file"},        FaultKind{"chunks"},
+                                        FaultKind{"digest"},           FaultKind{"index"},
+                                        FaultKind{"manifest"},         FaultKind{"leftover"},
+                                        FaultKind{"citations"},        FaultKind{"stale"},
+                                        FaultKind{"unverified", true}};
+static_assert(kFaultKinds.size() == static_cast<std::size_t>(Fault::unverified) + 1);
+
+inline const FaultKind& kind_of(Fault fault) { return kFaultKinds.at(static_cast<std::size_t>(fault)); }
+inline const char* fault_name(Fault fault) { return kind_of(fault).name; }
 
 struct Finding {
   Fault fault = Fault::database;

@@ -118,7 +118,7 @@ std::vector<Finding> without(const std::vector<Finding>& findings, const std::ve
 
 bool CheckReport::is_clean() const {
   return std::all_of(findings.begin(), findings.end(),
-                     [](const Finding& finding) { return finding.fault == Fault::unverified; });
+                     [](const Finding& finding) { return kind_of(finding.fault).leaves_clean; });
 }
 
 namespace {

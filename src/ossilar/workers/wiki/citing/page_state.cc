@@ -122,15 +122,18 @@ const char* condition_name(PageCondition condition) {
   return "";
 }
 
-StateCounts count_states(const std::vector<PageState>& pages) {
-  const auto in = [&](PageCondition condition) {
-    return static_cast<std::size_t>(std::count_if(
-        pages.begin(), pages.end(), [&](const PageState& page) { return page.condition == condition; }));
-  };
-  return {.ok = in(PageCondition::ok),
-          .stale = in(PageCondition::stale),
-          .missing = in(PageCondition::missing),
-          .unverified = in(PageCondition::unverified)};
+const char* condition_meaning(PageCondition condition) {
+  switch (condition) {
+    case PageCondition::missing:
+      return "is not written yet";
+    case PageCondition::ok:
+      return "matches the source";
+    case PageCondition::stale:
+      return "no longer matches the source";
+    case PageCondition::unverified:
+      return "was written by hand, nobody knows against which sources";
+  }
+  return "";
 }
 
 std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,

@@ -7,6 +7,7 @@
 // is damaged makes page_states() throw utils::Error.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -24,8 +25,13 @@ namespace ossilar::workers::wiki {
 // there is nothing to compare them with.
 enum class PageCondition { missing, ok, stale, unverified };
 
-// "missing", "ok", "stale" or "unverified".
+// In the order in which counts are shown.
+inline constexpr std::array kConditions{PageCondition::ok, PageCondition::stale, PageCondition::unverified,
+                                        PageCondition::missing};
+
+// "missing", "ok", "stale" or "unverified", and what it means, in words that follow "a page that".
 const char* condition_name(PageCondition condition);
+const char* condition_meaning(PageCondition condition);
 
 struct PageState {
   std::string page_id;
@@ -38,11 +44,6 @@ struct PageState {
   std::int64_t citations = 0;
   std::int64_t words = 0;  // of prose, as counted when the row was written
 };
-
-struct StateCounts {
-  std::size_t ok = 0, stale = 0, missing = 0, unverified = 0;
-};
-StateCounts count_states(const std::vector<PageState>& pages);
 
 // The `status` in the row of an unverified page. A save makes it "ok".
 inline constexpr const char* kUnverified = "unverified";

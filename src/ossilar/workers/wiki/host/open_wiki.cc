@@ -71,6 +71,8 @@ void create_directory(const fs::path& root, const std::string& name, std::vector
 
 std::unique_ptr<search::Embedder> make_embedder(const WikiConfig& config) {
   if (config.embedding_provider == "local") return search::make_local_embedder();
+  if (config.embedding_provider != "http")
+    throw utils::ConfigError("no embedder is made for the provider \"" + config.embedding_provider + "\"");
   return search::make_http_embedder({.url = config.embedding_url,
                                      .model = config.embedding_model,
                                      .key_variable = config.embedding_api_key_env});

@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Enough to recognise the page. File systems allow 255 bytes a name, and the id may be longer than that.
-constexpr std::size_t kLongestPageId = 60;
+constexpr std::size_t kLongestIdInName = 60;
 // 48 bits: among a million texts of one page, two share a name with a chance of about 0.2 %.
 constexpr std::size_t kHashDigits = 12;
 // The characters of a page id, without the slash.
@@ -31,7 +31,7 @@ constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
 // leading dot, are replaced or covered. That and the cut make different ids look alike, so the hash is over
 // the whole id as well as the content.
 std::string KeptTexts::name_of(const std::string& page_id, const std::string& content) {
-  std::string name = page_id.substr(0, kLongestPageId);
+  std::string name = page_id.substr(0, kLongestIdInName);
   std::replace_if(
       name.begin(), name.end(), [](char c) { return kPlain.find(c) == kPlain.npos; }, '-');
   if (name.empty() || name.front() == '.') name.insert(0, "page");
