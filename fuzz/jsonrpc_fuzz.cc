@@ -30,7 +30,7 @@ const std::filesystem::path& empty_folder() {
 // What a session answers to the lines.
 std::string answers_to(int lines) {
   const ossilar::utils::UniqueFd answers(memfd_create("answers", MFD_CLOEXEC));
-  mcp::WikiProvider provider(empty_folder());
+  ossilar::workers::wiki::WikiProvider provider(empty_folder());
   mcp::LineWriter output(answers.get(), -1);
   {
     mcp::Session session(provider, output);

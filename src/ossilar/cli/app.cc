@@ -98,9 +98,10 @@ std::string help_of(const operations::Argument& argument) {
   help.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(help.front())));
   if (argument.schema.contains("enum"))
     help += ": " + utils::join(argument.schema.at("enum").get<std::vector<std::string>>(), ", ");
-  if (argument.schema.contains("minimum"))
+  if (argument.schema.contains("minimum")) {
     help += ", " + utils::text_form(argument.schema.at("minimum")) + " to " +
             utils::text_form(argument.schema.at("maximum"));
+  }
   if (argument.schema.contains("default"))
     help += " (default: " + utils::text_form(argument.schema.at("default")) + ")";
   if (argument.from_file) help += " (default: standard input)";
@@ -144,6 +145,7 @@ void add_operation(CLI::App& app, Arguments& arguments, const operations::Operat
 
 std::string names_of_faults() {
   std::vector<std::string> names;
+  names.reserve(workers::wiki::kFaultKinds.size());
   for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
   return utils::join(names, ", ");
 }

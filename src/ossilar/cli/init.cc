@@ -20,9 +20,10 @@ using workers::wiki::AdoptionReport;
 using workers::wiki::WikiStatus;
 
 void print_adoption(const AdoptionReport& report, Output& output) {
-  if (report.adopted > 0)
+  if (report.adopted > 0) {
     output.line("Adopted " + std::to_string(report.adopted) +
                 " page file(s) that had no row in the database.");
+  }
   for (const std::string& page : report.undescribed) {
     output.line("  " + output.styled(Style::warn, page) +
                 " is in no manifest; its file was adopted as it is.");

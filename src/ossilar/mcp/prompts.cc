@@ -177,9 +177,10 @@ std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {
 }  // namespace
 
 Map list_prompts(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
-  if (optional_string(params, "cursor"))
+  if (optional_string(params, "cursor")) {
     throw ProtocolError(error_code::kInvalidParams,
                         "params.cursor is unknown: prompts/list has only one page");
+  }
   const Map write = prompt(kWritePage, "Write a wiki page",
                            "What the author of a page needs to know, and the rules of a good page",
                            Map::array({argument("page_id", "the page to write", true),

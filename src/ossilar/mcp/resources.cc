@@ -85,9 +85,10 @@ Map list_resources(workers::wiki::WikiProvider& provider, Revision revision, con
 }
 
 Map list_resource_templates(workers::wiki::WikiProvider& /*provider*/, Revision revision, const Map& params) {
-  if (optional_string(params, "cursor"))
+  if (optional_string(params, "cursor")) {
     throw ProtocolError(error_code::kInvalidParams,
                         "params.cursor is unknown: resources/templates/list has only one page");
+  }
   return finished_for(
       revision,
       Map{{"resourceTemplates",

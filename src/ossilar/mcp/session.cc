@@ -308,9 +308,10 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
   if (request.method == "ping") return Map::object();
   if (request.method != "logging/setLevel") return std::nullopt;
   const auto rank = level_rank(required_string(request.params, "level"));
-  if (!rank)
+  if (!rank) {
     throw ProtocolError(error_code::kInvalidParams,
                         "params.level must be a level of RFC 5424, such as \"warning\"");
+  }
   log_level_ = *rank;
   return Map::object();
 }
@@ -322,9 +323,10 @@ void Session::run_later(Request request, Revision revision, const Reply& reply) 
   const auto work = std::make_shared<UnderWay>(progress_watcher(request.params, output_));
   {
     const std::lock_guard lock(mutex_);
-    if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second)
+    if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second) {
       throw ProtocolError(error_code::kInvalidRequest,
                           "a request with this id is still running; use another id");
+    }
   }
   // Without the lock: post() may wait, and the requests that make room need the lock to end.
   std::string key = request.method == kCallTool ? serial_key(request.params) : "";
@@ -369,9 +371,10 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision,
     const std::string uri = required_string(request.params, "uri");
     require_page_uri(provider_, revision, uri);
     watch_.look();
-    if (!subscriptions_.subscribe(canonical(uri)))
+    if (!subscriptions_.subscribe(canonical(uri))) {
       throw ProtocolError(error_code::kInvalidParams,
                           "too many subscriptions; unsubscribe from a resource first");
+    }
     return Map::object();
   }
   if (request.method == "resources/unsubscribe") {
@@ -394,9 +397,10 @@ void Session::listen(const Request& request, const utils::Task& task) {
   // So that cancel() finds the request: either under way or listening, never in between.
   const std::lock_guard lock(mutex_);
   task.check();
-  if (!subscriptions_.listen(request.id, filter))
+  if (!subscriptions_.listen(request.id, filter)) {
     throw ProtocolError(error_code::kInvalidParams,
                         "too many open subscriptions/listen requests; cancel one first");
+  }
 }
 
 // ---- The end of requests and of the session.

@@ -110,7 +110,8 @@ Map input_schema(const Operation& operation) {
 // Unknown arguments before missing ones: a required argument that is misspelled is both, and the spelling is
 // what to correct.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller) {
-  for (const auto& [name, value] : arguments.items()) {
+  for (const auto& [key, value] : arguments.items()) {
+    const std::string& name = key;  // Clang 14 captures no structured binding in a lambda
     const auto argument =
         std::find_if(operation.arguments.begin(), operation.arguments.end(),
                      [&](const Argument& each) { return each.name == name && is_open_to(each, caller); });

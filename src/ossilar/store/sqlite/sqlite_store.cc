@@ -68,9 +68,10 @@ class NotSynced {
   }
   // A destructor cannot throw, but later saves would not be durable: that must not go unnoticed.
   ~NotSynced() {
-    if (connection_.database().tryExec("PRAGMA synchronous = FULL") != SQLITE_OK)
+    if (connection_.database().tryExec("PRAGMA synchronous = FULL") != SQLITE_OK) {
       logger.warning(
           "cannot turn synced commits back on, so a power cut may lose new saves; restart this program");
+    }
   }
   NotSynced(const NotSynced&) = delete;
   NotSynced& operator=(const NotSynced&) = delete;

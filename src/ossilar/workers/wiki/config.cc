@@ -91,9 +91,10 @@ std::vector<std::string> texts_of(const At& at, const toml::node& node) {
   const toml::array* list = node.as_array();
   if (list == nullptr) at.refuse("expected a list of strings, found " + std::string(type_name(node)));
   std::vector<std::string> out;
-  for (const toml::node& element : *list)
+  for (const toml::node& element : *list) {
     // With the element's own line: a list may run over many.
     out.push_back(text_of({at.file, element.source().begin.line, at.key}, element));
+  }
   return out;
 }
 

@@ -151,7 +151,8 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   for (std::size_t left = room - frame;;) {
     const std::string shown = telling_lines(file, lines, left);
     const std::string fence = utils::fence_for(shown);
-    const std::string excerpt = heading + fence + "\n" + shown + fence + "\n\n";
+    std::string excerpt = heading;
+    excerpt.append(fence).append("\n").append(shown).append(fence).append("\n\n");
     if (shown.empty()) return "";
     if (excerpt.size() <= room) return excerpt;
     left -= std::min(left, excerpt.size() - room);

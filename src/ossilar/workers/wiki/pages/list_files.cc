@@ -71,7 +71,7 @@ std::string listed_above(const std::string& page_id, const store::StoredRows& ro
   constexpr int kMostSteps = 64;
   const Map* row = rows.find(page_id);
   for (int step = 0; step < kMostSteps && row != nullptr; ++step) {
-    const std::string parent = utils::string_member(*row, "parent_section");
+    std::string parent = utils::string_member(*row, "parent_section");
     if (parent.empty() || parent == page_id) break;
     if (listed.count(parent) > 0) return parent;
     row = rows.find(parent);
