@@ -19,6 +19,12 @@
 namespace ossilar::source {
 namespace {
 
+#ifdef __has_feature  // Clang's
+constexpr bool kHasUbsan = __has_feature(undefined_behavior_sanitizer);
+#else
+constexpr bool kHasUbsan = false;
+#endif
+
 using ::ossilar::testing::Repository;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -454,6 +460,8 @@ TEST_F(IndexerTest, AFailedScanIsRepeated) {
 }
 
 TEST(Listing, FailsAsAWholeWhenTheProcessIsOutOfDescriptors) {
+  if (kHasUbsan)
+    GTEST_SKIP() << "UBSan opens a descriptor to look at an object, and without one reports it as broken";
   const ossilar::testing::TempDir dir;
   std::string deep;
   for (int i = 0; i < 40; ++i) deep += "d/";
