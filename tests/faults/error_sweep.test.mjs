@@ -11,15 +11,16 @@ import { test } from 'node:test';
 import { makeFolder } from '../clients/wiki.mjs';
 import {
   BEST_EFFORT,
+  PAGE_SAVE,
+  SECTION_SAVE,
   copyTree,
   findingsOf,
   listsAhead,
+  metEnough,
   ossilar,
-  pagesAround,
   pageText,
-  PAGE_SAVE,
+  pagesAround,
   said,
-  SECTION_SAVE,
   sweep,
   wikiWithAlpha,
 } from './sweep.mjs';
@@ -76,7 +77,7 @@ async function refuseEveryCall(t, { what, folder, world, args, input, always = A
     `${what}: ${results.length} faults injected, ${done} done all the same, ${lies.length} lies, ` +
       `${unnamed.length} failures without a name, ${bad.length} bad`,
   );
-  assert.ok(results.length > 100, 'many calls were refused');
+  assert.ok(metEnough(results.length, 100), 'many calls were refused');
   assert.deepEqual(lies, []);
   assert.deepEqual(unnamed, []);
   assert.deepEqual(bad, []);
