@@ -11,16 +11,16 @@ import { test } from 'node:test';
 import { makeFolder } from '../clients/wiki.mjs';
 import {
   BEST_EFFORT,
-  PAGE_SAVE,
-  SECTION_SAVE,
   copyTree,
   findingsOf,
   listsAhead,
   metEnough,
   ossilar,
-  pageText,
   pagesAround,
+  pageText,
+  PAGE_SAVE,
   said,
+  SECTION_SAVE,
   sweep,
   wikiWithAlpha,
 } from './sweep.mjs';

@@ -7,17 +7,17 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 import { makeFolder, pageAbout, program } from '../clients/wiki.mjs';
 import {
-  PAGE_SAVE,
-  SECTION_SAVE,
   copyTree,
   faultAfterRepair,
   listsAhead,
   metEnough,
   ossilar,
-  pageText,
   pagesAround,
+  pageText,
+  PAGE_SAVE,
   run,
   said,
+  SECTION_SAVE,
   sweep,
   wikiWithAlpha,
 } from './sweep.mjs';

@@ -84,17 +84,16 @@ function traced(root, action, injection, log) {
   return run('strace', [...trace, ...injection, program, '--repo', root, ...action.args], { input: action.input });
 }
 
-// Runs `action` on a copy of `world` for each point and `each(root, result, point)` after it, and gives what `each`
-// gave for the points that fired. `injections(call, k)` lists what to do at the k-th of these calls, each as
-// strace's option has it ("signal=KILL:when=3").
-//
-// With OSSILAR_SWEEP=few it meets the first and the last call of each kind and every eighth in between: each kind of
+// With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every eighth in between: each kind of
 // fault once, in the time that a test may take on a developer's machine.
 const isFew = process.env.OSSILAR_SWEEP === 'few';
 
 // Whether a sweep met enough points to say anything: `whole` of them, or in a short one an eighth.
 export const metEnough = (points, whole) => points > (isFew ? whole / 8 : whole);
 
+// Runs `action` on a copy of `world` for each point and `each(root, result, point)` after it, and gives what `each`
+// gave for the points that fired. `injections(call, k)` lists what to do at the k-th of these calls, each as
+// strace's option has it ("signal=KILL:when=3").
 export async function sweep({ folder, world, action, injections, each }) {
   const recorded = copyTree(world, join(folder, 'recorded'));
   const recording = join(folder, 'recorded.log');

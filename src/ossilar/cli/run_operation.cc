@@ -123,7 +123,7 @@ void bring_up_to_date(Wiki& wiki, Freshness needed) {
 }  // namespace
 
 int run_operation(const Operation& operation, const Place& place, Map arguments, Output& output) {
-  const View view = view_of(operation);
+  const View& view = view_of(operation);  // throws for a program with a mistake, so before anything is done
   const auto wiki = workers::wiki::open_wiki(place.root(), "ossilar " + std::string(operation.command));
   arguments = complete(operation, std::move(arguments));
   if (operation.refuse != nullptr) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <vector>
 
 namespace ossilar::cli {
@@ -127,32 +128,6 @@ void print_status(const Given& given, Output& output) {
   print_doubtful(status, output);
 }
 
-// ---- any other
-
-std::string cell_of(const Map& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
-
-void print_rows(const Map& rows, Output& output) {
-  std::vector<std::string> heads;
-  for (const auto& [key, value] : rows.front().items()) heads.push_back(key);
-  std::vector<std::vector<Output::Cell>> cells;
-  for (const Map& row : rows) {
-    cells.emplace_back();
-    for (const std::string& head : heads) cells.back().push_back({cell_of(utils::member(row, head))});
-  }
-  output.table(heads, cells);
-}
-
-// The document as it is: a line for each key, and a list of objects as a table with the keys of the first.
-void print_document(const Given& given, Output& output) {
-  for (const auto& [key, value] : given.value.items()) {
-    if (value.is_array() && !value.empty() && value.front().is_object()) {
-      print_rows(value, output);
-    } else {
-      output.line(output.styled(Style::dim, key) + "  " + cell_of(value));
-    }
-  }
-}
-
 constexpr std::array kViews{
     View{"plan", Freshness::sources, print_plan},   View{"context", Freshness::sources, print_context},
     View{"show", Freshness::as_stored, print_page}, View{"save", Freshness::sources, print_saved},
@@ -160,10 +135,12 @@ constexpr std::array kViews{
 
 }  // namespace
 
-View view_of(const operations::Operation& operation) {
+const View& view_of(const operations::Operation& operation) {
   const auto found = std::find_if(kViews.begin(), kViews.end(),
                                   [&](const View& view) { return view.command == operation.command; });
-  return found != kViews.end() ? *found : View{operation.command, Freshness::sources, print_document};
+  if (found == kViews.end())
+    throw std::logic_error("cli/views.cc lacks a view of the command " + std::string(operation.command));
+  return *found;
 }
 
 std::string shown_path(const std::filesystem::path& file) {

@@ -30,8 +30,8 @@ struct View {
   void (*print)(const Given& given, Output& output) = nullptr;
 };
 
-// The view of an operation. One without a view of its own in views.cc has its document printed key by key.
-View view_of(const operations::Operation& operation);
+// The view of an operation. Throws std::logic_error for one without a view: every operation must have one.
+const View& view_of(const operations::Operation& operation);
 
 // The path relative to the current directory, as the user would type it.
 std::string shown_path(const std::filesystem::path& file);

@@ -1,9 +1,8 @@
 // What can be asked of a wiki. Each operation is described once: the shell makes a command of it
 // (cli/app.cc), an agent's session a tool (mcp/tools.cc), and both answer with the same document.
 //
-// Each operation is a file of this folder. To add one, write its file, declare it below and list it in
-// operations(); the shell also needs a view (cli/views.cc). To change an argument, a text or a schema, change
-// it in its file alone.
+// Each operation is a file of this folder. To add one, write its file, list it in operation.cc, and give the
+// shell a view of it (cli/views.cc). To change an argument, a text or a schema, change it in its file alone.
 //
 // Threads: descriptions are constant once made, and calls may run concurrently on one wiki. Failure: an
 // operation that only reads leaves nothing behind; what a failed save leaves is in docs/design.md.

@@ -11,10 +11,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "ossilar/search/embedder.h"
