@@ -8,6 +8,7 @@
 
 #include "ossilar/source/language.h"
 #include "ossilar/source/source_index.h"
+#include "ossilar/utils/hash.h"
 
 namespace ossilar::testing {
 
@@ -17,6 +18,7 @@ struct TreeFile {
   source::FileKind kind = source::FileKind::text;
   std::vector<source::Symbol> symbols = {};
   std::vector<std::string> imports = {};
+  std::string content = {};  // what tells it from other files; "" for one whose content was not read
 };
 
 // An index of these files, with lines of some 20 bytes and the language that their names tell.
@@ -27,6 +29,7 @@ inline source::SourceIndex tree_of(const std::vector<TreeFile>& files) {
     out.path = file.path;
     out.kind = file.kind;
     out.lines = file.lines;
+    if (!file.content.empty()) out.sha256 = source::ContentHash(utils::sha256_hex(file.content));
     out.size = static_cast<std::uint64_t>(file.lines) * 20;
     out.language = std::string(source::language_of(file.path, ""));
     out.symbols = source::SymbolList(file.symbols);
