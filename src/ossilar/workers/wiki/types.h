@@ -54,6 +54,8 @@ struct PagePlan {
 
   // The source files as the row keeps them: sorted, each once, whatever their order in the plan.
   std::vector<std::string> stored_source_files() const;
+
+  bool operator==(const PagePlan&) const = default;
 };
 
 // What index and manifest are told beside the rows.
