@@ -1,5 +1,5 @@
-// The plans of all pages of a wiki, as drafts share and change them. The host derives them (host/wiki.cc);
-// saves, grounding, diagrams, the title index and checks read them.
+// The plans of all pages of a wiki, as drafts share and change them. The host makes them
+// (host/plan_maker.cc); saves, grounding, diagrams, the title index and checks read them.
 #pragma once
 
 #include <cstddef>

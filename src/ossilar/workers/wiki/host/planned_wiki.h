@@ -1,5 +1,5 @@
-// The plan of a wiki with the source index that it was derived from, and what a page's brackets mean by both.
-// Wiki::prepare() makes one whenever the index changed; drafts, checks and adoption read it.
+// The plan of a wiki with the source index that it was made from, and what a page's brackets mean by both.
+// plan_maker.cc makes one whenever the plan or the index changed; drafts, checks and adoption read it.
 #pragma once
 
 #include <memory>

@@ -1,13 +1,10 @@
-// Two mutexes guard the plan. prepare_mutex_ is held while the sources are scanned and the plan is derived,
+// Two mutexes guard the plan. prepare_mutex_ is held while the sources are scanned and the plan is made,
 // which takes long in a large repository; mutex_ only while a pointer or a snapshot is copied. One mutex for
 // both would make everybody who wants the last plan wait for the scan.
 //
 // What is handed out never changes: a new plan is another object, and those who work with the former one keep
 // it. So a draft may go on for as long as it likes beside any number of preparations.
 #include "ossilar/workers/wiki/host/wiki.h"
-
-#include "ossilar/workers/wiki/plan/plan_entries.h"
-#include "ossilar/workers/wiki/plan/planner.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -55,7 +52,8 @@ Wiki::Wiki(Services services)
              .guards_folder = true}),  // a `write.lock` that somebody removes lets nobody in
       drafts_(paths_.drafts(), kMostDrafts),
       replaced_(paths_.replaced()),  // without a limit: it may be the only copy of a hand's text
-      lists_(paths_.wiki, paths_.pages) {
+      lists_(paths_.wiki, paths_.pages),
+      plan_maker_(config_, checkout_.name) {
   // The result is dropped: the call fills the store's snapshot, so that the first draft reads only what
   // changed since the opening.
   store_->get_wiki_pages(branch());
@@ -68,14 +66,7 @@ Wiki::~Wiki() = default;
 std::shared_ptr<const PlannedWiki> Wiki::prepare(const utils::Progress& progress) {
   const std::lock_guard one_at_a_time(prepare_mutex_);
   auto index = indexer_->refresh(progress);
-  std::shared_ptr<const PlannedWiki> wiki;
-  {
-    const std::lock_guard lock(mutex_);
-    wiki = planned_;
-  }
-  if (wiki && wiki->index == index) return wiki;  // the indexer gives the same object while nothing changed
-  Plans plans(amend_plan(derive_plan(*index, checkout_.name), config_, *index));
-  wiki = std::make_shared<const PlannedWiki>(std::move(index), std::move(plans));
+  auto wiki = plan_maker_.plan(std::move(index), stored_pages());
   const std::lock_guard lock(mutex_);
   planned_ = wiki;
   return wiki;

@@ -25,6 +25,7 @@
 #include "ossilar/workers/wiki/grounding/grounding.h"
 #include "ossilar/workers/wiki/host/covered_files.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
+#include "ossilar/workers/wiki/host/plan_maker.h"
 #include "ossilar/workers/wiki/host/planned_wiki.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
 #include "ossilar/workers/wiki/host/title_index.h"
@@ -81,10 +82,12 @@ class Wiki {
 
   // ---- The plan.
 
-  // Brings the source index and the plan up to date, and gives both. Reads the sources that changed, so it
-  // may take long the first time; callers take turns. Throws utils::Error for a tree that cannot be listed.
+  // Brings the source index and the plan up to date with the sources and the stored pages, and gives both:
+  // the same object as long as neither changed. Reads the sources that changed, so it may take long the first
+  // time; callers take turns. Throws utils::Error for a tree that cannot be listed, StorageError for a store
+  // that cannot be read.
   std::shared_ptr<const PlannedWiki> prepare(const utils::Progress& progress = {});
-  // The plan as last prepared, without a look at the sources; prepares it the first time.
+  // The plan as last prepared, without a look at sources and store; prepares it the first time.
   std::shared_ptr<const PlannedWiki> planned();
   // The plan with `page_id` in it, or null. Prepares again for a page that the last plan does not have.
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
@@ -134,7 +137,8 @@ class Wiki {
   DigestReconciler digest_reconciler_;  // the lock holder's, as is the next
   CoveredFiles covered_files_;
 
-  std::mutex prepare_mutex_;  // one thread at a time derives the plan; taken before mutex_
+  std::mutex prepare_mutex_;  // one thread at a time makes the plan; taken before mutex_
+  PlanMaker plan_maker_;      // guarded by prepare_mutex_
   mutable std::mutex mutex_;
   std::shared_ptr<const PlannedWiki> planned_;  // guarded by mutex_, as is the next
   TitleIndex titles_;

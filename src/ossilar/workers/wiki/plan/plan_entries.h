@@ -1,5 +1,5 @@
-// Applies the `[[page]]` entries of `ossilar.toml` to the derived plan. host/wiki.cc calls it right after
-// derive_plan(), one plan at a time.
+// Applies the `[[page]]` entries of `ossilar.toml` to the derived plan. host/plan_maker.cc calls it once
+// saved pages have their ids (kept_ids.h), one plan at a time.
 #pragma once
 
 #include <vector>

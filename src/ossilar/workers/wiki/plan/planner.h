@@ -1,6 +1,6 @@
-// The plan of a wiki: which pages it has, what each is about and which sources it rests on. host/wiki.cc
-// derives it whenever the index has changed, one plan at a time, and lets plan_entries.h apply the
-// configuration.
+// The plan of a wiki: which pages it has, what each is about and which sources it rests on.
+// host/plan_maker.cc derives it whenever the index has changed, one plan at a time, lets kept_ids.h give it
+// the ids of saved pages, and plan_entries.h apply the configuration.
 //
 // Thread-safety: no state is kept, so any thread may call it. It does not fail: an empty index gives the two
 // pages about the whole, without sources.

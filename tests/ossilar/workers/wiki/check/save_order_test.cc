@@ -191,11 +191,12 @@ TEST(SideBySide, ADraftDoesNotOverwriteDigestsThatACommitHasRead) {
   std::latch reread(1);
   std::latch drafted(1);
   std::thread::id drafter;
-  bool is_held = false;
+  int reads = 0;
   std::unique_ptr<Wiki> wiki =
       repo.open_with(std::make_unique<HookedStore>(*real, [&](const std::string& operation) {
         const bool is_drafter = std::this_thread::get_id() == drafter;
-        if (operation == "get_wiki_pages" && is_drafter && !std::exchange(is_held, true)) {
+        // The first time for the plan, with which others would have to wait.
+        if (operation == "get_wiki_pages" && is_drafter && ++reads == 2) {
           drafting.count_down();
           reread.wait();
         }
