@@ -127,15 +127,36 @@ void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const f
 
 Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages)
     : wiki_(wiki), manifest_(std::move(manifest)), rows_(wiki.stored_pages()) {
-  basis_.planned = wiki.planned();
+  basis_.planned = wiki.planned();  // for the records of pages until their files are known
   digests_ = wiki.store().load_digests(wiki.branch());
   assume_rows(pages);
 }
 
+void Adoption::assume_files(const std::vector<std::string>& pages) {
+  for (const std::string& page_id : pages) {
+    try {
+      const auto record = record_of(page_text(wiki_.paths(), page_id));
+      if (!record) continue;
+      std::vector<std::string> files;
+      for (const auto& [file, hash] : record->source_hashes)
+        if (file != kSteeringSource) files.push_back(file);
+      basis_.rows.set(page_id, Map{{"page_type", record->type},
+                                   {"source_files", utils::json_text(files)},
+                                   {"source_hashes", utils::json_text(record->source_hashes)},
+                                   {"citations", utils::json_text(record->citations)}});
+    } catch (const utils::Error&) {
+      continue;  // as in assume_rows()
+    }
+  }
+  basis_.planned = wiki_.planned_with_rows(basis_.rows);
+}
+
 // Pages link each other by titles that agents chose, which only their rows would tell. So each page that is
 // to come gets a row of its titles first; otherwise a page would lose its links to those adopted after it.
+// Before that it gets one of its files, by which the plan keeps its id.
 void Adoption::assume_rows(const std::vector<std::string>& pages) {
   basis_.rows = rows_;
+  assume_files(pages);
   for (const std::string& page_id : pages) {
     try {
       const Known known = known_of(page_id, page_text(wiki_.paths(), page_id));

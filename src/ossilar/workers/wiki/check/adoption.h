@@ -79,6 +79,7 @@ class Adoption {
   std::optional<PageRecord> known_record(const std::string& page_id, const std::string& text) const;
   Known known_of(const std::string& page_id, const std::string& text) const;
   void assume_rows(const std::vector<std::string>& pages);
+  void assume_files(const std::vector<std::string>& pages);
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const Known& known) const;
   std::vector<Map> citations_of(const std::string& page_id, const std::string& text,
                                 const Known& known) const;

@@ -87,6 +87,13 @@ std::shared_ptr<const PlannedWiki> Wiki::planned_with(const std::string& page_id
   return wiki->plans.find(page_id) == nullptr ? nullptr : wiki;
 }
 
+std::shared_ptr<const PlannedWiki> Wiki::planned_with_rows(const store::StoredRows& rows) {
+  const auto last = planned();
+  const std::lock_guard one_at_a_time(prepare_mutex_);
+  PlanMaker maker = plan_maker_;  // a copy, as the next preparation goes by the stored rows again
+  return maker.plan(last->index, rows);
+}
+
 std::string Wiki::steering(const PagePlan* plan) const {
   std::string steering = config_.steering;
   if (plan != nullptr && !plan->steering.empty()) {

@@ -91,6 +91,9 @@ class Wiki {
   std::shared_ptr<const PlannedWiki> planned();
   // The plan with `page_id` in it, or null. Prepares again for a page that the last plan does not have.
   std::shared_ptr<const PlannedWiki> planned_with(const std::string& page_id);
+  // The plan as it would be with `rows` in the place of the stored ones, by the sources as last prepared. For
+  // pages that are about to be adopted: by their rows they may keep ids that the tree alone does not give.
+  std::shared_ptr<const PlannedWiki> planned_with_rows(const store::StoredRows& rows);
   std::vector<std::string> skipped_sources() const { return indexer_->skipped(); }
   // What the configuration says about writing the page, for all pages first; null for a page without a plan.
   std::string steering(const PagePlan* plan) const;

@@ -95,6 +95,26 @@ TEST_F(AdoptionTest, GivesAClonesRowsFieldByField) {
   EXPECT_EQ(repo_.page("beta"), page) << "its title and links too";
 }
 
+// By the tree alone a clone would not plan the page.
+TEST(Adoption, GivesAClonesRowsOfAPageThatKeptItsId) {
+  const WikiRepo repo;
+  for (const char* path : {"core/alpha.cpp", "core/two.cpp"})
+    repo.dir.write(path, WikiRepo::ten_lines(path + 5));
+  const auto text = [](const std::string& folder) {
+    return "About it [" + folder + "alpha.cpp:L1].\n\n## One\n\nMore [" + folder + "alpha.cpp:L2].\n";
+  };
+  ASSERT_TRUE(is_saved(save(*repo.open(), "core", text("core/"))));
+  fs::rename(repo.dir / "core", repo.dir / "src/core");
+  ASSERT_TRUE(is_saved(save(*repo.open(), "core", text("src/core/"))));
+  const Rows first = rows_in(repo.dir.path());
+  const std::string manifest = repo.dir.read("wiki/manifest.json");
+  forget_local_state(repo);
+  EXPECT_EQ(adopt_pages(*repo.open()).adopted, 1U);
+  EXPECT_EQ(rows_in(repo.dir.path()), first);
+  EXPECT_EQ(repo.dir.read("wiki/manifest.json"), manifest);
+  EXPECT_THAT(findings_in(repo), IsEmpty());
+}
+
 // The page records the hashes of its sources, but not their symbols or diagrams.
 TEST_F(AdoptionTest, GivesAStalePagesRowFromItsRecord) {
   Rows first = rows();
