@@ -14,6 +14,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,6 +33,9 @@ namespace fs = std::filesystem;
 constexpr std::uint64_t kLargestName = std::uint64_t{64} << 10U;
 // The settings of a hundred thousand branches, some 160 bytes each.
 constexpr std::uint64_t kLargestSettings = std::uint64_t{16} << 20U;
+// A loose object of any size that git stores: a blob of some GiB, compressed. It is only a guard against a
+// file that never ends.
+constexpr std::uint64_t kLargestObject = std::uint64_t{8} << 30U;
 // Ten million files or references of a hundred bytes each.
 constexpr std::uint64_t kLargestList = std::uint64_t{1} << 30U;
 
@@ -170,5 +174,18 @@ void look_at_git_files(const fs::path& directory) {
 }
 
 void look_at_reference(const fs::path& file) { look_at(file, kLargestName); }
+
+void look_at_object(const fs::path& file) { look_at(file, kLargestObject); }
+
+// A pack has no largest size: git maps it and does not read it whole, and so does libgit2.
+void look_at_packs(const fs::path& common) {
+  std::error_code error;
+  for (const char* folder : {"objects/pack", "objects/info"}) {
+    for (const auto& entry : fs::directory_iterator(common / folder, error)) {
+      const fs::file_type type = entry.symlink_status(error).type();
+      if (type != fs::file_type::directory) look_at(entry.path(), std::numeric_limits<std::uint64_t>::max());
+    }
+  }
+}
 
 }  // namespace ossilar::source

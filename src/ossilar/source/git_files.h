@@ -22,7 +22,12 @@ std::filesystem::path git_directory_of(const std::filesystem::path& root);
 // the configuration includes no other files. A missing file, or a directory in its place, is left to libgit2.
 void look_at_git_files(const std::filesystem::path& directory);
 
-// The same check for the file of one reference, such as DIRECTORY/refs/heads/main.
+// The same check for the file of one reference, such as DIRECTORY/refs/heads/main, and for that of one
+// object.
 void look_at_reference(const std::filesystem::path& file);
+void look_at_object(const std::filesystem::path& file);
+
+// The same check for the packs below the git directory `common`, which linked working trees share.
+void look_at_packs(const std::filesystem::path& common);
 
 }  // namespace ossilar::source
