@@ -133,7 +133,8 @@ std::optional<std::string> GitObjects::merge_base(const std::string& commit, con
   const auto one = id_of(commit);
   const auto two = id_of(other);
   git_oid base;
-  if (!one || !two || git_merge_base(&base, repository_.get(), &*one, &*two) != 0) return std::nullopt;
+  if (!one || !two || !hindrance_.empty() || git_merge_base(&base, repository_.get(), &*one, &*two) != 0)
+    return std::nullopt;
   return hex_of(&base);
 }
 

@@ -91,6 +91,13 @@ bool begins_block(std::string_view line) {
   return mark == "- " || mark == "* " || mark == "+ ";
 }
 
+// A heading's block is its own line, even if a paragraph follows at once.
+bool is_heading(std::string_view line) {
+  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+  const std::size_t marks = std::min(line.find_first_not_of('#'), line.size());
+  return marks >= 1 && marks <= 6 && (marks == line.size() || line[marks] == ' ' || line[marks] == '\t');
+}
+
 struct Span {
   std::size_t begin = 0, end = 0;
 };
@@ -145,6 +152,7 @@ std::vector<Span> sentences_of(std::string_view text) {
       if (!block) block = Span{begin, end};
       block->end = end;
     }
+    if (is_heading(line)) close();
     begin = end + 1;
   }
   close();

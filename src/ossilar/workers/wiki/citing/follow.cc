@@ -137,8 +137,8 @@ Followed Versions::follow(LineRange cited, const std::string& symbol, const HasS
 }
 
 // Without the text there is no diff: what stood beside the block has to tell. A block that stood once and
-// stands once is it, if it is long enough; any other needs the same neighbours as before, and to be the only
-// one that has them.
+// stands once is it, if it is long enough, or long enough to mean anything and beside some of the lines
+// beside which it was; any other needs the same neighbours as before, and to be the only one that has them.
 Followed follow_without_text(const Fingerprint& print, LineRange cited, const LineText& after,
                              const HasSymbol& has_symbol) {
   const auto places = places_by_hash(print, length(cited), after);
@@ -147,9 +147,12 @@ Followed follow_without_text(const Fingerprint& print, LineRange cited, const Li
     const bool is_there = !print.symbol.empty() && has_symbol(print.symbol);
     return {is_there ? CitationState::changed : CitationState::gone, std::nullopt, false};
   }
-  if (places->size() == 1 && print.twins == 1 && letters_in(after.block(places->front())) >= kFewLetters)
-    return at(cited, places->front());
   const Near near = Near::of_text(print.near);
+  if (places->size() == 1 && print.twins == 1) {
+    const std::size_t letters = letters_in(after.block(places->front()));
+    const bool is_beside = agreement(near, Near::of(after, places->front())) != Agreement::none;
+    if (letters >= kManyLetters || (letters >= kFewLetters && is_beside)) return at(cited, places->front());
+  }
   std::vector<LineRange> fitting;
   std::copy_if(places->begin(), places->end(), std::back_inserter(fitting),
                [&](LineRange place) { return agreement(near, Near::of(after, place)) == Agreement::full; });
