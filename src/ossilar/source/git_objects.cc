@@ -119,14 +119,51 @@ std::string GitObjects::commit(const std::string& revision) {
     look_at_reference(directory_ / folder / name);
     look_at_reference(common_ / folder / name);
   }
+  look_at_named(name);
   git_object* found = nullptr;
-  const int result = git_revparse_single(&found, repository_.get(), revision.c_str());
-  const GitHandle<git_object> object(found);
-  git_object* peeled = nullptr;
-  if (result != 0 || git_object_peel(&peeled, object.get(), GIT_OBJECT_COMMIT) != 0)
+  const int result = git_revparse_single(&found, repository_.get(), name.c_str());
+  GitHandle<git_object> object(found);
+  const auto go_to = [&](const git_oid* id) {
+    if (id == nullptr) throw utils::ConfigError(fault + " in this repository");
+    look_at_object(hex_of(id));
+    git_object* next = nullptr;
+    if (git_object_lookup(&next, repository_.get(), id, GIT_OBJECT_ANY) != 0)
+      throw utils::ConfigError(fault + " in this repository");
+    object = GitHandle<git_object>(next);
+  };
+  const auto as_commit = [&] { return reinterpret_cast<const git_commit*>(object.get()); };
+  if (result != 0) throw utils::ConfigError(fault + " in this repository");
+  while (git_object_type(object.get()) == GIT_OBJECT_TAG)
+    go_to(git_tag_target_id(reinterpret_cast<const git_tag*>(object.get())));
+  if (git_object_type(object.get()) != GIT_OBJECT_COMMIT)
     throw utils::ConfigError(fault + " in this repository");
-  const GitHandle<git_object> commit(peeled);
-  return hex_of(git_object_id(commit.get()));
+  for (std::size_t at = name.size(); at < revision.size();) {
+    const bool is_line = revision[at++] == '~';
+    const std::size_t end = std::min(revision.find_first_of("~^", at), revision.size());
+    const std::string digits = revision.substr(at, end - at);
+    if (digits.size() > 9) throw utils::ConfigError(fault + " in this repository");
+    const unsigned count = digits.empty() ? 1 : static_cast<unsigned>(std::stoul(digits));
+    at = end;
+    if (!is_line && count > 0) go_to(git_commit_parent_id(as_commit(), count - 1));
+    for (unsigned i = 0; is_line && i < count; ++i) go_to(git_commit_parent_id(as_commit(), 0));
+  }
+  return hex_of(git_object_id(object.get()));
+}
+
+// A name is a reference, or the beginning of an id, for which libgit2 opens each object that it may be.
+void GitObjects::look_at_named(const std::string& name) const {
+  git_reference* found = nullptr;
+  if (git_reference_dwim(&found, repository_.get(), name.c_str()) == 0) {
+    const GitHandle<git_reference> reference(found);
+    if (const git_oid* id = git_reference_target(reference.get())) look_at_object(hex_of(id));
+  }
+  if (name.size() < 4 || name.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return;
+  std::string digits = name;
+  std::transform(digits.begin(), digits.end(), digits.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(common_ / "objects" / digits.substr(0, 2), error))
+    if (entry.path().filename().string().starts_with(digits.substr(2))) source::look_at_object(entry.path());
 }
 
 std::optional<std::string> GitObjects::merge_base(const std::string& commit, const std::string& other) {

@@ -65,6 +65,7 @@ class GitObjects {
  private:
   struct Walk;
   void look_at_object(const std::string& id) const;
+  void look_at_named(const std::string& name) const;
   GitHandle<git_tree> tree(const std::string& id);
   GitHandle<git_tree> tree_of_commit(const std::string& id);
 

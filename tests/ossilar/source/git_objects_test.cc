@@ -189,12 +189,18 @@ TEST_F(GitObjectsTest, APipeInPlaceOfAnObjectIsAnError) {
     repository_.run("rm -f " + file + "; mkfifo " + file);
   };
   const std::string commit = id("HEAD~2");
+  const std::string middle = id("HEAD~1");
   const std::string tree = id("HEAD~2:d");
   replace(blob_id("one\n"));
   GitObjects objects(repository_ / "r");
   EXPECT_THROW(objects.blob(blob_id("one\n")), utils::Error);
   replace(tree);
   EXPECT_THROW(objects.files(commit), utils::Error);
+  replace(middle);
+  EXPECT_EQ(objects.commit("HEAD").size(), 40U);
+  for (const std::string& name : {std::string("HEAD~1"), std::string("HEAD~2"), std::string("v1"),
+                                  std::string("side"), middle, middle.substr(0, 10)})
+    EXPECT_THROW(objects.commit(name), utils::Error) << name;
 }
 
 }  // namespace
