@@ -7,13 +7,17 @@ const PAGE = 'ossilar://pages/alpha';
 
 // Arguments with which each tool succeeds on a wiki whose page alpha is saved.
 const ARGUMENTS = {
+  confirm_page: { page_id: 'alpha' },
   list_pages: {},
   page_context: { page_id: 'alpha' },
   read_page: { page_id: 'alpha' },
   save_page: { page_id: 'alpha', content: pageAbout('alpha') },
   search_wiki: { query: 'alpha' },
+  sync_pages: {},
   wiki_status: {},
 };
+
+const WRITING = ['confirm_page', 'save_page', 'sync_pages'];
 
 const names = (list) => list.map((each) => each.name);
 
@@ -34,7 +38,7 @@ export function testSessions(library, connect) {
     const { tools } = await client.listTools();
     for (const name of TOOLS) assert.ok(names(tools).includes(name), name);
     for (const tool of tools) {
-      assert.equal(tool.annotations.readOnlyHint, tool.name !== 'save_page', tool.name);
+      assert.equal(tool.annotations.readOnlyHint, !WRITING.includes(tool.name), tool.name);
       assert.ok(tool.title && tool.description, tool.name);
     }
     assert.deepEqual(names((await client.listResources()).resources), ['alpha']);

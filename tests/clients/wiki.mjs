@@ -14,7 +14,16 @@ export const LATEST = '2026-07-28';
 export const LATEST_WITH_INITIALIZE = '2025-11-25';
 
 // The tools that every server has.
-export const TOOLS = ['list_pages', 'page_context', 'read_page', 'save_page', 'search_wiki', 'wiki_status'];
+export const TOOLS = [
+  'confirm_page',
+  'list_pages',
+  'page_context',
+  'read_page',
+  'save_page',
+  'search_wiki',
+  'sync_pages',
+  'wiki_status',
+];
 
 const source = (word) => Array.from({ length: 10 }, (_, i) => `int ${word}${i + 1}();\n`).join('');
 

@@ -32,7 +32,7 @@ struct Arguments {
   bool json = false;
   ColorChoice color = ColorChoice::automatic;
   std::vector<std::string> clients;
-  bool fix = false;
+  CheckArguments check;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
   std::map<std::string, Map> given;
@@ -150,17 +150,36 @@ std::string names_of_faults() {
   return utils::join(names, ", ");
 }
 
+// An option that takes kinds of findings. allow_extra_args(false) and option_text(): as with --client.
+void add_kinds(CLI::App& check, const std::string& option, std::vector<std::string>& kinds,
+               const std::string& help) {
+  std::vector<std::string> names;
+  names.reserve(workers::wiki::kFaultKinds.size());
+  for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
+  check.add_option(option, kinds, help)
+      ->check(CLI::IsMember(names))
+      ->allow_extra_args(false)
+      ->type_name("KIND")
+      ->option_text("KIND");
+}
+
 void add_check_command(CLI::App& app, Arguments& arguments) {
   auto* check = add_command(
       app, arguments, "check",
       "Find stale pages, invalid citations, and what crashes, manual edits and git left behind",
       "ossilar check\nossilar check --fix",
-      [&](Output& output) { return run_check(arguments.place, arguments.fix, output); },
+      [&](Output& output) { return run_check(arguments.place, arguments.check, output); },
       "--fix changes no page file. It adopts page files as they are, rebuilds what is derived from them,\n"
       "forgets pages whose file is gone (their text goes to .ossilar/replaced), and removes the files of\n"
       "interrupted writes. Exit code 1 when something is found, or left after --fix.\n\nKinds of findings: " +
           names_of_faults());
-  check->add_flag("--fix", arguments.fix, "Repair what needs no author");
+  check->add_flag("--fix", arguments.check.fix, "Repair what needs no author");
+  check->add_flag("--strict", arguments.check.strict,
+                  "Exit with 1 for unverified, moved, drifted and orphaned pages too");
+  add_kinds(*check, "--only", arguments.check.only,
+            "Report this kind of finding alone; may be given several times");
+  add_kinds(*check, "--ignore", arguments.check.ignored,
+            "Leave this kind of finding out; may be given several times");
 }
 
 void add_mcp_command(CLI::App& app, Arguments& arguments) {

@@ -52,16 +52,20 @@ void print_report(const CheckReport& report, Output& output) {
 
 // Does not open the wiki: check_wiki() does, since a database that cannot be opened is a finding and not the
 // end of the check.
-int run_check(const Place& place, bool fix, Output& output) {
+int run_check(const Place& place, const CheckArguments& arguments, Output& output) {
   CheckReport report;
   {  // so that the bar is gone before the first line of the report
     ProgressBar bar("indexing");
-    report = workers::wiki::check_wiki(place.root(),
-                                       {.fix = fix, .writer = "ossilar check", .indexing = bar.callback()});
+    report = workers::wiki::check_wiki(place.root(), {.fix = arguments.fix,
+                                                      .is_strict = arguments.strict,
+                                                      .only = arguments.only,
+                                                      .ignored = arguments.ignored,
+                                                      .writer = "ossilar check",
+                                                      .indexing = bar.callback()});
   }
   Map document{
       {"clean", report.is_clean()}, {"pages", report.pages}, {"findings", document_of(report.findings)}};
-  if (fix) document["fixed"] = document_of(report.fixed);
+  if (arguments.fix) document["fixed"] = document_of(report.fixed);
   output.document(document);
   print_report(report, output);
   return report.is_clean() ? kDone : kRefused;

@@ -47,7 +47,12 @@ int run_operation(const operations::Operation& operation, const Place& place, Ma
 // one of client_names().
 int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output);
 // kRefused when something is wrong with the wiki, or still is after `fix`.
-int run_check(const Place& place, bool fix, Output& output);
+struct CheckArguments {
+  bool fix = false;
+  bool strict = false;
+  std::vector<std::string> only, ignored;  // kinds of findings
+};
+int run_check(const Place& place, const CheckArguments& arguments, Output& output);
 // Serves one session until its client is gone; starts threads of its own. Takes standard output for messages;
 // log records go to `log` and to the client. Ends the process itself when a request does not end.
 int run_mcp(const Place& place, const utils::LogSink& log);

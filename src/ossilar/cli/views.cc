@@ -22,7 +22,7 @@ std::string form_at(const Map& value, const char* key) { return utils::text_form
 
 Style style_of(const std::string& state) {
   if (state == "ok") return Style::good;
-  return state == "missing" ? Style::dim : Style::warn;
+  return state == "missing" || state == "drifted" ? Style::dim : Style::warn;
 }
 
 std::vector<Output::Cell> row_of(const Map& page) {
@@ -62,6 +62,30 @@ void print_saved(const Given& given, Output& output) {
               " words");
   for (const Map& warning : answer.at("warnings"))
     output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(warning));
+}
+
+// ---- sync
+
+void print_synced(const Given& given, Output& output) {
+  const bool is_dry_run = given.value.at("dry_run").get<bool>();
+  const Map& pages = given.value.at("pages");
+  if (pages.empty()) return output.line("nothing moved");
+  for (const Map& page : pages) {
+    if (is_dry_run) {
+      output.raw(text_at(page, "diff"));
+      continue;
+    }
+    const std::string refused = text_at(page, "refused");
+    output.line(
+        output.styled(refused.empty() ? Style::good : Style::bad, refused.empty() ? "synced" : "refused") +
+        "  " + output.styled(Style::bold, text_at(page, "page_id")) + "  " + refused);
+    for (const Map& moved : page.at("moved"))
+      output.line("        [" + text_at(moved, "citation") + "] to [" + text_at(moved, "now") + "]");
+    for (const Map& left : page.at("left")) {
+      output.line(output.styled(Style::warn, "        [" + text_at(left, "citation") + "] " +
+                                                 text_at(left, "state") + ": needs its author"));
+    }
+  }
 }
 
 // ---- search
@@ -118,7 +142,7 @@ void print_status(const Given& given, Output& output) {
   Shown counts;
   for (const auto& [state, count] : pages.items()) {
     // Every wiki has pages of the others, or will have.
-    if (count == 0 && state == "unverified") continue;
+    if (count == 0 && state != "ok" && state != "stale" && state != "missing") continue;
     if (!counts.text().empty()) counts += ", ";
     counts += output.styled(style_of(state), utils::text_form(count) + " " + state);
   }
@@ -129,9 +153,10 @@ void print_status(const Given& given, Output& output) {
 }
 
 constexpr std::array kViews{
-    View{"plan", Freshness::sources, print_plan},   View{"context", Freshness::sources, print_context},
-    View{"show", Freshness::as_stored, print_page}, View{"save", Freshness::sources, print_saved},
-    View{"search", Freshness::vectors, print_hits}, View{"status", Freshness::sources, print_status}};
+    View{"plan", Freshness::sources, print_plan},     View{"context", Freshness::sources, print_context},
+    View{"show", Freshness::as_stored, print_page},   View{"save", Freshness::sources, print_saved},
+    View{"confirm", Freshness::sources, print_saved}, View{"sync", Freshness::sources, print_synced},
+    View{"search", Freshness::vectors, print_hits},   View{"status", Freshness::sources, print_status}};
 
 }  // namespace
 

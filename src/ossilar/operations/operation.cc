@@ -14,11 +14,13 @@
 namespace ossilar::operations {
 
 // Each in a file of its own name.
+Operation confirm_page();
 Operation list_pages();
 Operation page_context();
 Operation read_page();
 Operation save_page();
 Operation search_wiki();
+Operation sync();
 Operation wiki_status();
 
 namespace {
@@ -83,8 +85,8 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{list_pages(), page_context(), read_page(),
-                                          save_page(),  wiki_status(),  search_wiki()};
+  static const std::vector<Operation> all{list_pages(),   page_context(), read_page(),   save_page(),
+                                          confirm_page(), sync(),         wiki_status(), search_wiki()};
   return all;
 }
 

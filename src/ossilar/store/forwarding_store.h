@@ -103,6 +103,11 @@ class Forwarding : public Interface {
   std::map<std::string, std::string> stale_marks(const std::string& branch) override {
     return target_.stale_marks(branch);
   }
+  void keep_cited_texts(std::int64_t page_key, const std::set<std::string>& cited,
+                        const std::map<std::string, std::string>& texts) override {
+    target_.keep_cited_texts(page_key, cited, texts);
+  }
+  std::optional<std::string> cited_text(const std::string& hash) override { return target_.cited_text(hash); }
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }

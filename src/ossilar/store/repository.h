@@ -261,6 +261,14 @@ class WikiStore : public Repository {
   virtual void mark_stale(const std::string& branch, const std::map<std::string, std::string>& reasons) = 0;
   virtual std::map<std::string, std::string> stale_marks(const std::string& branch) = 0;
 
+  // Keeps the texts of source files, any bytes, by their FileVersion::hash: of all that the page cites,
+  // `cited` names the versions, and `texts` has those that may be new. A text that no page cites any more is
+  // dropped.
+  virtual void keep_cited_texts(std::int64_t page_key, const std::set<std::string>& cited,
+                                const std::map<std::string, std::string>& texts) = 0;
+  // None for a version that is not kept.
+  virtual std::optional<std::string> cited_text(const std::string& hash) = 0;
+
   // None before the branch's first save.
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;
 

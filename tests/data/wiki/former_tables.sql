@@ -1,5 +1,7 @@
 -- Makes the tables of a database what they were until words were indexed by the first search after a save.
 DROP TABLE own_lists;
+DROP TABLE cited_by;
+DROP TABLE cited_texts;
 ALTER TABLE passages RENAME TO now_passages;
 ALTER TABLE vectors RENAME TO now_vectors;
 ALTER TABLE chunks RENAME TO now_chunks;

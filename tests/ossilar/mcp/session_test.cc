@@ -7,6 +7,7 @@
 #include <fstream>
 #include <set>
 
+#include "ossilar/operations/operation.h"
 #include "ossilar/utils/process.h"
 #include "support/mcp_client.h"
 #include "support/rows.h"
@@ -210,7 +211,7 @@ TEST(Session, ShowsOlderRevisionsNothingThatTheyDoNotKnow) {
     SCOPED_TRACE(each.revision);
     McpClient client(repo.dir.path(), each.revision);
     const Map tools = client.call("tools/list").at("result").at("tools");
-    EXPECT_EQ(tools.size(), 6U);
+    EXPECT_EQ(tools.size(), operations::operations().size());
     for (const Map& tool : tools) {
       EXPECT_EQ(tool.contains("annotations"), each.annotations);
       EXPECT_EQ(tool.contains("outputSchema"), each.structured);

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "ossilar/store/repository.h"
@@ -23,6 +24,11 @@ using StaleMarks = std::map<std::string, std::string>;
 void write_marks(Connection& connection, const std::string& branch, const StaleMarks& reasons);
 void clear_mark(Connection& connection, std::int64_t page_key);
 StaleMarks read_marks(Connection& connection, const std::string& branch);
+
+// The texts of cited files, any bytes, by the hash of their version.
+void write_cited_texts(Connection& connection, std::int64_t page_key, const std::set<std::string>& cited,
+                       const std::map<std::string, std::string>& texts);
+std::optional<std::string> read_cited_text(Connection& connection, const std::string& hash);
 
 void write_state(Connection& connection, const std::string& branch, const WikiStateFields& fields);
 std::optional<WikiStateFields> read_state(Connection& connection, const std::string& branch);

@@ -229,6 +229,17 @@ class SqliteOperations : public Interface {
           [&](Connection& connection) { write_marks(connection, branch, reasons); });
   }
 
+  void keep_cited_texts(std::int64_t page_key, const std::set<std::string>& cited,
+                        const std::map<std::string, std::string>& texts) override {
+    write("keep the texts that a page cites",
+          [&](Connection& connection) { write_cited_texts(connection, page_key, cited, texts); });
+  }
+
+  std::optional<std::string> cited_text(const std::string& hash) override {
+    return read("read a text that a page cites",
+                [&](Connection& connection) { return read_cited_text(connection, hash); });
+  }
+
   StaleMarks stale_marks(const std::string& branch) override {
     return read("read the stale marks of the branch " + branch,
                 [&](Connection& connection) { return read_marks(connection, branch); });

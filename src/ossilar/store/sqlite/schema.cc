@@ -187,6 +187,19 @@ CREATE TABLE own_lists (
   PRIMARY KEY (branch, name)
 ) STRICT, WITHOUT ROWID;
 )sql",
+    R"sql(
+CREATE TABLE cited_texts (
+  hash TEXT NOT NULL PRIMARY KEY,
+  text BLOB NOT NULL
+) STRICT;
+
+CREATE TABLE cited_by (
+  hash TEXT NOT NULL,
+  page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
+  PRIMARY KEY (page_key, hash)
+) STRICT, WITHOUT ROWID;
+CREATE INDEX cited_by_hash ON cited_by (hash);
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -84,21 +84,6 @@ std::string in_brackets(const std::string& path, std::int64_t first, std::int64_
   return "[" + label_of(path, first, last) + "]";
 }
 
-// 64 bits: they only have to tell the text cited from what stands there later, and every citation's digits
-// are a part of the page file.
-constexpr std::size_t kTextDigits = 16;
-
-// The same for every form of line ends: a checkout may change CR LF without changing what is said.
-std::string hash_of_lines(const std::vector<std::string_view>& lines, const Citation& cited) {
-  std::string text;
-  for (auto line = cited.first; line <= cited.last; ++line) {
-    std::string_view bare = lines[static_cast<std::size_t>(line - 1)];
-    if (bare.ends_with('\r')) bare.remove_suffix(1);
-    text.append(bare).append("\n");
-  }
-  return utils::sha256_hex(text).substr(0, kTextDigits);
-}
-
 bool has_lines(const source::SourceFile& file) {
   return file.kind == source::FileKind::text && file.lines > 0;
 }
@@ -304,13 +289,6 @@ std::string nearest_path(const std::string& path, const source::SourceIndex& ind
   return best;
 }
 
-// The nearest lines that a file of `lines` lines has.
-Citation clamped(Citation citation, std::int64_t lines) {
-  citation.first = std::clamp<std::int64_t>(citation.first, 1, lines);
-  citation.last = std::clamp<std::int64_t>(citation.last, citation.first, lines);
-  return citation;
-}
-
 // `large` names the limit that source::kLargestFile sets.
 std::string unusable_reason(const source::SourceFile& file) {
   switch (file.kind) {
@@ -348,10 +326,8 @@ std::optional<Citation> parse_citation(std::string_view label) {
   return citation;
 }
 
-Map citation_map(const Citation& citation, const std::string& text_hash) {
-  Map map{{"path", citation.path}, {"first", citation.first}, {"last", citation.last}};
-  if (!text_hash.empty()) map[kCitedTextKey] = text_hash;
-  return map;
+Map citation_map(const Citation& citation) {
+  return {{"path", citation.path}, {"first", citation.first}, {"last", citation.last}};
 }
 
 Citation citation_of(const Map& citation) {
@@ -363,19 +339,6 @@ Citation citation_of(const Map& citation) {
 std::string citation_label(const Map& citation) {
   const Citation cited = citation_of(citation);
   return label_of(cited.path, cited.first, cited.last);
-}
-
-void add_cited_texts(std::vector<Map>& citations, const ReadText& read) {
-  std::map<std::string, std::optional<std::string>> texts;
-  for (Map& citation : citations) {
-    const Citation cited = citation_of(citation);
-    auto [text, is_new] = texts.try_emplace(cited.path);
-    if (is_new) text->second = read(cited.path);
-    if (!text->second) continue;  // not readable now: the citation is stored without a hash
-    const std::vector<std::string_view> lines = utils::split_lines(*text->second);
-    if (cited.first < 1 || cited.last > static_cast<std::int64_t>(lines.size())) continue;
-    citation = citation_map(cited, hash_of_lines(lines, cited));
-  }
 }
 
 // One pass and no stack: of nested brackets only the innermost can be a label, and a text of nothing but '['
@@ -426,17 +389,17 @@ std::string invalid_citation_warning(const std::string& label, const source::Sou
   if (file == nullptr) {
     const std::string nearest = nearest_path(citation.path, index);
     if (nearest.empty()) return start + "no indexed file has this path";
-    const Citation mended = clamped(citation, index.find(nearest)->lines);
+    // Its lines are suggested only where they exist: a part of them would be another text.
+    const bool has_them =
+        citation.first >= 1 && citation.first <= citation.last && citation.last <= index.find(nearest)->lines;
     return start + "no indexed file has this path; did you mean " +
-           in_brackets(nearest, mended.first, mended.last) + "?";
+           (has_them ? in_brackets(nearest, citation.first, citation.last) : nearest) + "?";
   }
   if (file->kind != source::FileKind::text) return start + unusable_reason(*file);
   if (file->lines == 0) return start + "the file is empty";
-  const Citation mended = clamped(citation, file->lines);
-  const std::string fault = citation.first > citation.last && citation.last >= 1
-                                ? "the last line comes before the first"
-                                : "the file has lines 1 to " + std::to_string(file->lines);
-  return start + fault + "; did you mean " + in_brackets(citation.path, mended.first, mended.last) + "?";
+  if (citation.first > citation.last && citation.last >= 1)
+    return start + "the last line comes before the first";
+  return start + "the file has lines 1 to " + std::to_string(file->lines);
 }
 
 std::string malformed_citation_warning(const std::string& label) {

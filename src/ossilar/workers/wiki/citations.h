@@ -37,19 +37,14 @@ struct Citation {
   }
 };
 
-// A citation as rows, chunks and answers hold it: {"path", "first", "last"}, and under kCitedTextKey the hash
-// of the lines cited, where it is known (see add_cited_texts()).
-inline constexpr const char* kCitedTextKey = "text_hash";
-Map citation_map(const Citation& citation, const std::string& text_hash = "");
+// A citation as chunks and answers hold it: {"path", "first", "last"}. Rows hold more (citing/claims.h).
+Map citation_map(const Citation& citation);
 Citation citation_of(const Map& citation);
 // The text between the brackets: `path:L10-L20`.
 std::string citation_label(const Map& citation);
 
-// Gives each of `citations` the hash of the lines that it cites: the first 16 hexadecimal digits of their
-// SHA-256, by the text that `read` gives of the file. One whose file has no text, or too few lines, stays as
-// it is. Each file is read once.
+// Reads the text of a source file, none where it cannot be had.
 using ReadText = std::function<std::optional<std::string>(const std::string& path)>;
-void add_cited_texts(std::vector<Map>& citations, const ReadText& read);
 
 // Reads the text between a citation's brackets; none when it does not have the form of one. Whether path and
 // lines exist is not asked here.

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -27,6 +28,9 @@ class Wiki;
 struct DraftBasis;
 struct DraftAtWork;
 struct CommitAtWork;
+struct Brackets;
+struct KnownClaim;
+class Fingerprinter;
 
 // What a save is given beside the four arguments of save_agent_page().
 struct SaveTerms {
@@ -34,6 +38,13 @@ struct SaveTerms {
   std::optional<std::string> if_version = {};
   // Draft from this; null: from the wiki as it is when each draft begins.
   const DraftBasis* basis = nullptr;
+  // The text differs in the lines of moved citations alone, and nobody has read it (see
+  // host/settled_claims.h): the labels that are new.
+  std::optional<std::set<std::string>> follows = {};
+  // The text is the page's own, and its author says that the words of this section, or with "" of the whole
+  // page, still hold.
+  std::optional<std::string> confirms = {};
+  std::string at = {};  // when it was confirmed, ISO 8601
 };
 
 class WikiGenerator final : public AgentSaveMixin {
@@ -96,6 +107,12 @@ class WikiGenerator final : public AgentSaveMixin {
   const WikiConfig& wiki_config() const override;
 
  private:
+  bool is_whole() const;
+  std::map<std::string, std::string> hashes_of(const std::vector<std::string>& files) const;
+  std::vector<Map> confirmations() const;
+  void drop_empty(Brackets& brackets, Fingerprinter& prints);
+  std::vector<KnownClaim> settle_claims(const std::string& text, const Brackets& brackets,
+                                        Fingerprinter& prints);
   std::optional<Answer> refuse_other_version(const std::string& content) const;
   std::string hand_edit_warning() const;
   store::WikiStore& store() const;

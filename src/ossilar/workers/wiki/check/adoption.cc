@@ -18,6 +18,8 @@
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citing/claims.h"
+#include "ossilar/workers/wiki/citing/fingerprinter.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/citing/section_cache.h"
 #include "ossilar/workers/wiki/digests.h"
@@ -52,7 +54,8 @@ PageRecord record_of_entry(const Map& entry) {
           .agent_title = entry_value<std::string>(entry, AGENT_TITLE_KEY),
           .former_titles = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY),
           .source_hashes = entry_value<std::map<std::string, std::string>>(entry, "source_hashes"),
-          .citations = entry_value<std::vector<Map>>(entry, "citations")};
+          .claims = claims_of(entry_value<std::vector<Map>>(entry, "citations")),
+          .confirmations = {}};
 }
 
 // A title as title_line() finds it: the heading holds each run of blanks as one.
@@ -106,20 +109,14 @@ std::optional<_PageDraft> redraft(Wiki& wiki, const DraftBasis& basis, const std
 }
 
 void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const fs::path& root) {
-  // The citations that get a hash, apart from the others, as add_cited_texts() would give all of them one.
-  std::vector<Map> bare;
-  for (const Map& citation : record.citations) {
-    const std::string path = citation_of(citation).path;
-    const source::SourceFile* file = planned.index->find(path);
-    const auto then = record.source_hashes.find(path);
+  Fingerprinter prints(
+      *planned.index, [&](const std::string& path) { return source::read_source(root, path); }, "");
+  for (KnownClaim& claim : record.claims) {
+    const source::SourceFile* file = planned.index->find(claim.citation.path);
+    const auto then = record.source_hashes.find(claim.citation.path);
     const bool is_same =
         file != nullptr && then != record.source_hashes.end() && file->sha256.hex() == then->second;
-    if (!citation.contains(kCitedTextKey) && is_same) bare.push_back(citation);
-  }
-  add_cited_texts(bare, [&](const std::string& path) { return source::read_source(root, path); });
-  for (Map& citation : record.citations) {
-    for (const Map& known : bare)
-      if (citation_of(known) == citation_of(citation)) citation = known;
+    if (claim.print.near.empty() && is_same) claim.print = prints.take(claim.citation);
   }
 }
 
@@ -143,7 +140,7 @@ void Adoption::assume_files(const std::vector<std::string>& pages) {
       basis_.rows.set(page_id, Map{{"page_type", record->type},
                                    {"source_files", utils::json_text(files)},
                                    {"source_hashes", utils::json_text(record->source_hashes)},
-                                   {"citations", utils::json_text(record->citations)}});
+                                   {"citations", utils::json_text(stretches_of(record->claims))}});
     } catch (const utils::Error&) {
       continue;  // as in assume_rows()
     }
@@ -163,7 +160,13 @@ void Adoption::assume_rows(const std::vector<std::string>& pages) {
       Map cache = Map::object();
       if (!known.chosen_title.empty()) cache[AGENT_TITLE_KEY] = known.chosen_title;
       if (known.record) cache[FORMER_TITLES_KEY] = known.record->former_titles;
-      basis_.rows.set(page_id, Map{{"title", known.title}, {"build_cache", utils::json_text(cache)}});
+      if (known.record && !known.record->confirmations.empty())
+        cache[kConfirmations] = known.record->confirmations;
+      Map row{{"title", known.title}, {"build_cache", utils::json_text(cache)}};
+      // A draft keeps what the record remembers of each claim, as a save would with the row in its place.
+      if (known.record) row["citations"] = utils::json_text(stretches_of(known.record->claims));
+      if (known.record) row["source_hashes"] = utils::json_text(known.record->source_hashes);
+      basis_.rows.set(page_id, std::move(row));
     } catch (const utils::Error&) {
       continue;  // its adoption will say what is wrong with it
     }
@@ -213,23 +216,41 @@ Adoption::Known Adoption::known_of(const std::string& page_id, const std::string
   return known;
 }
 
-// A text that is as a save left it has the citations of its record, also those that are no longer valid: they
-// were valid when it was written. In any other text the citations that are valid today count; those that the
-// record has too keep their hash of the cited text.
-std::vector<Map> Adoption::citations_of(const std::string& page_id, const std::string& text,
-                                        const Known& known) const {
-  if (known.is_described && known.record) return known.record->citations;
+// A text that is as a save left it has the claims of its record, also those whose lines are not there any
+// more: they were when it was written. In any other text the citations that are valid today count; claims
+// that the record has too keep what it says of them, and of all others nobody knows what they cited.
+std::vector<KnownClaim> Adoption::claims_of_text(const std::string& page_id, const std::string& text,
+                                                 const Known& known) const {
+  const KnownClaims recorded(known.record ? known.record->claims : std::vector<KnownClaim>());
   const PagePlan* plan = basis_.planned->plans.find(page_id);
-  const Brackets brackets =
-      brackets_of(split_authored(text, "").text(), *basis_.planned, basis_.titles, plan);
-  std::vector<Map> citations;
-  for (const Citation& citation : brackets.valid) {
-    citations.push_back(citation_map(citation));
-    if (!known.record) continue;
-    for (const Map& recorded : known.record->citations)
-      if (citation_of(recorded) == citation) citations.back() = recorded;
+  const std::string authored = split_authored(text, "").text();
+  std::vector<Citation> cited = brackets_of(authored, *basis_.planned, basis_.titles, plan).valid;
+  if (known.is_described)
+    for (const KnownClaim& claim : recorded.all()) cited.push_back(claim.citation);
+  std::vector<KnownClaim> claims;
+  for (const Claim& claim : claims_in(authored, cited)) {
+    const KnownClaim* found = recorded.find(claim);
+    claims.push_back(
+        {claim.citation, claim.heading, claim.says, found != nullptr ? found->print : Fingerprint{}});
   }
-  return citations;
+  return claims;
+}
+
+// The versions of cited files that are checked out now are kept, as a save keeps them.
+void Adoption::keep_cited(store::WikiStore& store, std::int64_t key,
+                          const std::vector<Map>& citations) const {
+  std::set<std::string> cited;
+  std::map<std::string, std::string> texts;
+  for (const KnownClaim& claim : claims_of(citations)) {
+    const std::string& version = claim.print.file.hash;
+    const source::SourceFile* file = basis_.planned->index->find(claim.citation.path);
+    if (version.empty()) continue;
+    const bool is_new = cited.insert(version).second;
+    if (!is_new || file == nullptr || file->sha256.hex().substr(0, version.size()) != version) continue;
+    if (auto text = source::read_source(wiki_.paths().root, file->path); text && short_hash(*text) == version)
+      texts[version] = *std::move(text);
+  }
+  store.keep_cited_texts(key, cited, texts);
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
@@ -241,7 +262,7 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   if (plan == nullptr)
     planned.type = known.record && !known.record->type.empty() ? known.record->type : "topic";
   FinalizedPage page = assemble_page(planned, split_authored(text, ""), {}, {});
-  page.citations = citations_of(page_id, text, known);
+  page.citations = stretches_of(claims_of_text(page_id, text, known));
   store::PageFields fields;
   fields.description = planned.description;
   fields.importance = planned.importance;
@@ -259,8 +280,11 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   fields.content_hash = _text_hash(text);
   fields.status = known.record ? "ok" : kUnverified;
   fields.summary = page.summary;
-  fields.build_cache = utils::json_text(adopted_cache(
-      page, known.chosen_title, known.record ? known.record->former_titles : std::vector<std::string>()));
+  Map cache = adopted_cache(page, known.chosen_title,
+                            known.record ? known.record->former_titles : std::vector<std::string>());
+  if (known.record && !known.record->confirmations.empty())
+    cache[kConfirmations] = known.record->confirmations;
+  fields.build_cache = utils::json_text(cache);
   fields.page_type = planned.type;
   fields.citations = std::move(page.citations);
   return fields;
@@ -291,6 +315,7 @@ void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, c
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
   if (known.is_described) arrived_.insert(page_id);
   store.store_chunks(key, chunks, {});
+  keep_cited(store, key, fields.citations);
   settle_digest(page_id, text, known.title, !known.is_described);
 }
 

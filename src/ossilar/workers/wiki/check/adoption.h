@@ -22,9 +22,8 @@
 
 namespace ossilar::workers::wiki {
 
-// Gives each citation without a hash of the cited text that hash, if its file still is what it was when the
-// citation was written (by the record's source hashes). Otherwise it stays without one: what was cited is not
-// known any more.
+// Gives each claim without a whole fingerprint one, if its file still is what it was when the citation was
+// written (by the record's source hashes). Otherwise it stays as it is: what was cited is not known any more.
 void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const std::filesystem::path& root);
 
 // The model of rows that were made of a text that no save stored.
@@ -81,8 +80,9 @@ class Adoption {
   void assume_rows(const std::vector<std::string>& pages);
   void assume_files(const std::vector<std::string>& pages);
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const Known& known) const;
-  std::vector<Map> citations_of(const std::string& page_id, const std::string& text,
-                                const Known& known) const;
+  std::vector<KnownClaim> claims_of_text(const std::string& page_id, const std::string& text,
+                                         const Known& known) const;
+  void keep_cited(store::WikiStore& store, std::int64_t key, const std::vector<Map>& citations) const;
 
   Wiki& wiki_;
   const ManifestContent manifest_;

@@ -23,8 +23,11 @@ enum class Fault {
   manifest,          // manifest.json is not what the rows make it
   leftover,          // a temporary file of a write that was cut short
   citations,         // a citation of a file or of lines that do not exist (any more)
-  stale,             // a page whose sources changed
+  stale,             // a page whose cited lines changed, or that is asked for something else
   unverified,        // a page that does not say against which sources it was written; the wiki is whole
+  moved,             // a page of which cited text stands elsewhere
+  drifted,           // a page whose sources changed where it cites nothing
+  orphaned,          // a page that is no longer planned
 };
 
 struct FaultKind {
@@ -40,8 +43,9 @@ inline constexpr std::array kFaultKinds{FaultKind{"database"},         FaultKind
                                         FaultKind{"digest"},           FaultKind{"index"},
                                         FaultKind{"manifest"},         FaultKind{"leftover"},
                                         FaultKind{"citations"},        FaultKind{"stale"},
-                                        FaultKind{"unverified", true}};
-static_assert(kFaultKinds.size() == static_cast<std::size_t>(Fault::unverified) + 1);
+                                        FaultKind{"unverified", true}, FaultKind{"moved", true},
+                                        FaultKind{"drifted", true},    FaultKind{"orphaned", true}};
+static_assert(kFaultKinds.size() == static_cast<std::size_t>(Fault::orphaned) + 1);
 
 inline const FaultKind& kind_of(Fault fault) { return kFaultKinds.at(static_cast<std::size_t>(fault)); }
 inline const char* fault_name(Fault fault) { return kind_of(fault).name; }

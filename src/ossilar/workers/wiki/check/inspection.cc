@@ -382,19 +382,36 @@ void Inspection::inspect_leftovers(std::map<std::string, bool> left) {
 
 // A wiki can be whole and still out of date. Only an author can mend that, so none of these is fixable.
 void Inspection::inspect_states() {
+  const auto follower = wiki_.follower(*planned_);
   const auto states = wiki::page_states(planned_->plans, rows_, wiki_.store().stale_marks(wiki_.branch()),
-                                        *planned_->index, wiki_.config().steering);
+                                        *planned_->index, wiki_.config().steering, *follower);
   for (const PageState& state : states) {
-    if (state.condition == PageCondition::unverified) {
-      add({Fault::unverified, page_path(state.page_id), state.page_id, "is unverified: " + state.reason,
-           "ossilar context " + state.page_id + " says what it needs", false});
+    const std::string context = "ossilar context " + state.page_id;
+    const auto tell = [&](Fault fault, const std::string& advice) {
+      add({fault, page_path(state.page_id), state.page_id,
+           std::string("is ") + condition_name(state.condition) + ": " + state.reason, advice, false});
+    };
+    switch (state.condition) {
+      case PageCondition::stale:
+        tell(Fault::stale, "update it (see: " + context + ") and save it");
+        break;
+      case PageCondition::unverified:
+        tell(Fault::unverified, context + " says what it needs");
+        break;
+      case PageCondition::moved:
+        tell(Fault::moved, "run ossilar sync");
+        break;
+      case PageCondition::drifted:
+        tell(Fault::drifted, "read it when you next touch it (see: " + context + ")");
+        break;
+      case PageCondition::orphaned:
+        tell(Fault::orphaned,
+             "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix");
+        break;
+      case PageCondition::ok:
+      case PageCondition::missing:
+        break;
     }
-    if (state.condition != PageCondition::stale) continue;
-    const bool planned = planned_->plans.find(state.page_id) != nullptr;
-    add({Fault::stale, page_path(state.page_id), state.page_id, "is stale: " + state.reason,
-         planned ? "update it (see: ossilar context " + state.page_id + ") and save it"
-                 : "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix",
-         false});
   }
 }
 

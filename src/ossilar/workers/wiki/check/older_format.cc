@@ -70,13 +70,14 @@ bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id
   std::string text = page_text(wiki.paths(), page_id);
   PageRecord record = record_of_row(row);
   add_unchanged_texts(record, *wiki.planned(), wiki.paths().root);
+  record.claims = placed_claims(split_authored(text, "").text(), KnownClaims(record.claims));
   if (auto changed = text_with_record(text, content_hash, record)) {
     replace_file(wiki, page_id, text, *changed);
     text = *std::move(changed);
   } else if (!is_half_done(text, content_hash)) {
     return false;
   }
-  store.restate_page(wiki.branch(), page_id, _text_hash(text), record.citations);
+  store.restate_page(wiki.branch(), page_id, _text_hash(text), stretches_of(record.claims));
   return true;
 }
 

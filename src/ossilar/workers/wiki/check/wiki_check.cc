@@ -117,8 +117,9 @@ std::vector<Finding> without(const std::vector<Finding>& findings, const std::ve
 }  // namespace
 
 bool CheckReport::is_clean() const {
-  return std::all_of(findings.begin(), findings.end(),
-                     [](const Finding& finding) { return kind_of(finding.fault).leaves_clean; });
+  return std::all_of(findings.begin(), findings.end(), [this](const Finding& finding) {
+    return !is_strict && kind_of(finding.fault).leaves_clean;
+  });
 }
 
 namespace {
@@ -148,7 +149,31 @@ CheckReport check_open_wiki(Wiki& wiki, bool fix) {
 
 }  // namespace
 
+namespace {
+
+// Whether the finding is one that was asked for.
+bool is_asked_for(const Finding& finding, const CheckOptions& options) {
+  const auto names = [&](const std::vector<std::string>& kinds) {
+    return std::find(kinds.begin(), kinds.end(), fault_name(finding.fault)) != kinds.end();
+  };
+  return (options.only.empty() || names(options.only)) && !names(options.ignored);
+}
+
+CheckReport check_all(const fs::path& root, const CheckOptions& options);
+
+}  // namespace
+
 CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
+  CheckReport report = check_all(root, options);
+  report.is_strict = options.is_strict;
+  for (auto* findings : {&report.fixed, &report.findings})
+    std::erase_if(*findings, [&](const Finding& finding) { return !is_asked_for(finding, options); });
+  return report;
+}
+
+namespace {
+
+CheckReport check_all(const fs::path& root, const CheckOptions& options) {
   const WikiConfig config = load_config(root / "ossilar.toml");
   const WikiPaths paths = wiki_paths(root, config);
   // Before the database is opened: this says later which file was the damaged one.
@@ -165,7 +190,8 @@ CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
     if (!error.damaged()) throw;
     damage = damage_in(error.what(), paths.database());
   }
-  if (!options.fix) return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}};
+  if (!options.fix)
+    return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}, .is_strict = false};
   // This process has closed the database by now: the wiki of check() is gone.
   const std::string kept = set_aside(paths, config, options.writer, database);
   CheckReport report = check();
@@ -173,5 +199,7 @@ CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
     report.fixed.insert(report.fixed.begin(), damaged_database(damage + "; it is kept as .ossilar/" + kept));
   return report;
 }
+
+}  // namespace
 
 }  // namespace ossilar::workers::wiki

@@ -17,12 +17,18 @@ struct CheckReport {
   std::vector<Finding> fixed;     // with `fix`: what was found and is gone
   std::vector<Finding> findings;  // what is left
 
-  // Whether nothing is wrong. An unverified page is reported but does not count: nothing says it is wrong.
+  bool is_strict = false;  // as in the options
+
+  // Whether nothing is wrong. Kinds that leave the wiki clean (finding.h) count in a strict check alone.
   bool is_clean() const;
 };
 
 struct CheckOptions {
   bool fix = false;
+  bool is_strict = false;  // whatever is found counts
+  // Kinds of findings, by name: no others are reported, and none of these. Unknown names find nothing.
+  std::vector<std::string> only = {};
+  std::vector<std::string> ignored = {};
   std::string writer;  // names this program to those who wait for its lock
   utils::Progress indexing = {};
 };

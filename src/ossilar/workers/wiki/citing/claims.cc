@@ -287,6 +287,18 @@ const KnownClaim* KnownClaims::find(const Claim& claim) const {
   return found == places_.end() ? nullptr : &claims_[found->second];
 }
 
+std::vector<KnownClaim> placed_claims(std::string_view authored, const KnownClaims& known) {
+  std::vector<Citation> cited;
+  cited.reserve(known.all().size());
+  for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
+  std::vector<KnownClaim> placed;
+  for (const Claim& claim : claims_in(authored, cited)) {
+    if (const KnownClaim* found = known.find(claim))
+      placed.push_back({claim.citation, claim.heading, claim.says, found->print});
+  }
+  return placed;
+}
+
 void put_fingerprint(Map& map, const Fingerprint& print) {
   put(map, "text", print.text);
   put(map, "bare", print.bare);

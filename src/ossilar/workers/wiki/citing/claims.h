@@ -67,6 +67,10 @@ class KnownClaims {
   std::map<std::pair<Citation, std::string>, std::size_t> places_;
 };
 
+// What is remembered, placed in the text that it is about: each claim of `authored` that is known, with its
+// heading and what it says. Claims of an earlier format get both so.
+std::vector<KnownClaim> placed_claims(std::string_view authored, const KnownClaims& known);
+
 // What a row and a finalized page hold of claims: a stretch of a file for each group of citations that
 // overlap, {"path", "first", "last", "claims"}, in the order of the claims. The number of stretches is the
 // number of citations that count: ten citations of the same lines are no more evidence than one.

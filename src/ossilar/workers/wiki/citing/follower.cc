@@ -154,11 +154,11 @@ Looked CitationFollower::look_in(const SourceFile& file, const Citation& cited, 
 // With the old text, or its whole content somewhere, the new name of the file is found first. Without either,
 // a block that is telling by itself is looked for in the files that may be it.
 Looked CitationFollower::look_elsewhere(const Citation& cited, const Fingerprint& print) {
-  const Looked gone{CitationState::gone, std::nullopt, false};
+  Looked gone{CitationState::gone, std::nullopt, false};
   if (const auto path = renamed_to(cited.path, print.file))
     return look_in(*sources_.index.find(*path), cited, print);
   if (past(print.file) != nullptr || cited.last - cited.first + 1 < kTellingLines) return gone;
-  Looked found = gone;
+  Looked found{CitationState::gone, std::nullopt, false};
   for (const SourceFile* file : likely_names(cited.path, print.symbol)) {
     const Looked looked = look_in(*file, cited, print);
     if (looked.state != CitationState::moved) continue;

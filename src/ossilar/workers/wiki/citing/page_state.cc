@@ -7,6 +7,9 @@
 #include "ossilar/workers/wiki/citing/page_state.h"
 
 #include <algorithm>
+#include <set>
+#include <tuple>
+#include <utility>
 
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"
@@ -27,72 +30,150 @@ void add_reason(std::vector<std::string>& reasons, const char* what, std::vector
   reasons.push_back(std::move(reason));
 }
 
-// How the sources differ from those that the page was written from. `added` are files that the plan has given
-// the page since.
-struct SourceChanges {
+// What a page rests on and did not cite, as far as it differs from what it was.
+struct Drift {
   std::vector<std::string> changed, removed, added;
-  bool steering = false;
+  bool is_steered_otherwise = false;
+
+  bool is_any() const { return !changed.empty() || !removed.empty() || !added.empty(); }
 };
 
-SourceChanges source_changes(const Map& row, const PagePlan* plan, const source::SourceIndex& index,
-                             const std::string& steering) {
-  SourceChanges changes;
+// "src/a.cc (12 of 340 lines)" where both versions are there, else the path alone.
+std::string with_amount(const std::string& path, const FileVersion& version, const source::SourceIndex& index,
+                        CitationFollower& follower) {
+  const auto lines = follower.changed_lines(path, version);
+  if (!lines) return path;
+  return path + " (" + std::to_string(std::max(lines->removed, lines->added)) + " of " +
+         std::to_string(index.find(path)->lines) + " lines)";
+}
+
+// A file that has another path and the same content is the same file: where a page's removed source stands
+// under a new path among the added ones, neither has changed.
+void pair_renamed(Drift& drift, const Map& hashes, const source::SourceIndex& index) {
+  std::erase_if(drift.removed, [&](const std::string& path) {
+    const std::string hash = utils::string_member(hashes, path.c_str());
+    const auto same = std::find_if(drift.added.begin(), drift.added.end(), [&](const std::string& added) {
+      const source::SourceFile* file = index.find(added);
+      return file != nullptr && !hash.empty() && file->sha256.hex() == hash;
+    });
+    if (same == drift.added.end()) return false;
+    drift.added.erase(same);
+    return true;
+  });
+}
+
+// Cited files count whoever planned them. Their versions come from the claims, as each section has its own.
+Drift drift_of(const Map& row, const PagePlan& plan, const std::vector<KnownClaim>& claims,
+               const source::SourceIndex& index, const std::string& steering, CitationFollower& follower) {
+  Drift drift;
+  std::map<std::string, FileVersion> cited;  // one that differs, by path
+  for (const KnownClaim& claim : claims) {
+    const source::SourceFile* now = index.find(claim.citation.path);
+    const std::string& hash = claim.print.file.hash;
+    if (now != nullptr && !hash.empty() && now->sha256.hex().substr(0, hash.size()) != hash)
+      cited.emplace(claim.citation.path, claim.print.file);
+  }
+  for (const auto& [path, version] : cited)
+    drift.changed.push_back(with_amount(path, version, index, follower));
   const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [file, hash] : hashes.items()) {
     if (file == kSteeringSource) continue;
     const source::SourceFile* now = index.find(file);
     if (now == nullptr) {
-      changes.removed.push_back(file);
-    } else if (!hash.is_string() || now->sha256.hex() != hash.get_ref<const std::string&>()) {
-      changes.changed.push_back(file);
+      drift.removed.push_back(file);
+    } else if (cited.count(file) == 0 && now->sha256.hex() != utils::text_form(hash)) {
+      drift.changed.push_back(file);
     }
   }
-  if (plan != nullptr) {
-    for (const std::string& file : plan->stored_source_files()) {
-      if (!hashes.contains(file)) changes.added.push_back(file);
-    }
-  }
+  for (const std::string& file : plan.stored_source_files())
+    if (!hashes.contains(file)) drift.added.push_back(file);
+  pair_renamed(drift, hashes, index);
   // "" stands for no steering on both sides, so steering that came or went counts as changed.
   const std::string then = utils::string_member(hashes, kSteeringSource);
-  changes.steering = then != (steering.empty() ? "" : utils::sha256_hex(steering));
-  return changes;
+  drift.is_steered_otherwise = then != (steering.empty() ? "" : utils::sha256_hex(steering));
+  return drift;
+}
+
+std::string drift_text(Drift drift) {
+  std::vector<std::string> reasons;
+  add_reason(reasons, "changed", std::move(drift.changed));
+  add_reason(reasons, "removed", std::move(drift.removed));
+  add_reason(reasons, "added", std::move(drift.added));
+  return utils::join(reasons, "; ");
 }
 
 bool is_unverified(const Map& row) { return utils::string_member(row, "status") == kUnverified; }
 
-// Why the page is stale, "" if it is not. A page that left the plan has that one reason: no save can mend it.
-std::string stale_reason(const Map& row, const PagePlan* plan, const std::string& mark,
-                         const source::SourceIndex& index, const std::string& steering) {
-  if (plan == nullptr) return "no longer in the plan";
-  if (is_unverified(row)) return mark;  // it has no hashes to compare
-  SourceChanges changes = source_changes(row, plan, index, steering);
-  std::vector<std::string> reasons;
-  add_reason(reasons, "changed", std::move(changes.changed));
-  add_reason(reasons, "removed", std::move(changes.removed));
-  add_reason(reasons, "added", std::move(changes.added));
-  if (changes.steering) reasons.emplace_back("the steering for every page changed");
-  if (!mark.empty()) reasons.push_back(mark);
-  return utils::join(reasons, "; ");
+std::string doubts_text(const std::vector<Doubt>& doubts, bool (*wanted)(CitationState)) {
+  std::vector<std::string> named;
+  std::size_t count = 0;
+  for (const Doubt& doubt : doubts) {
+    if (!wanted(doubt.state)) continue;
+    if (++count > kMostNamed) continue;
+    named.push_back(doubt_text(doubt) + (doubt.section.empty() ? "" : " in '" + doubt.section + "'"));
+  }
+  if (count > kMostNamed) named.push_back(std::to_string(count - kMostNamed) + " more");
+  return utils::join(named, "; ");
 }
 
-PageState state_of_row(const std::string& page_id, const Map& row, std::string reason) {
+bool is_moved(CitationState state) { return state == CitationState::moved; }
+
+struct Asked {
+  const source::SourceIndex& index;
+  const std::string& steering;
+  CitationFollower& follower;
+};
+
+void judge(PageState& state, const Map& row, const PagePlan* plan, const std::string& mark,
+           const Asked& asked) {
+  const std::vector<KnownClaim> claims = remembered_claims(row);
+  state.doubts = doubts_of(claims, asked.follower);
+  if (plan == nullptr) {
+    state.condition = PageCondition::orphaned;
+    state.reason = "no longer in the plan";
+    return;
+  }
+  std::vector<std::string> reasons;
+  if (std::string text = doubts_text(state.doubts, is_in_doubt); !text.empty())
+    reasons.push_back(std::move(text));
+  Drift drift;  // a page of which nothing is known has no hashes to compare
+  if (!is_unverified(row)) drift = drift_of(row, *plan, claims, asked.index, asked.steering, asked.follower);
+  if (drift.is_steered_otherwise) reasons.emplace_back("the steering for every page changed");
+  if (!mark.empty()) reasons.push_back(mark);
+  const bool is_unknown =
+      is_unverified(row) ||
+      std::any_of(claims.begin(), claims.end(), [](const auto& claim) { return !claim.print.is_known(); });
+  if (!reasons.empty()) {
+    state.condition = PageCondition::stale;
+    state.reason = utils::join(reasons, "; ");
+  } else if (is_unknown) {
+    state.condition = PageCondition::unverified;
+    state.reason = is_unverified(row) ? "its file does not record its sources; read it and save it"
+                                      : "nobody knows what some of it cited; read it and confirm it";
+  } else if (!state.doubts.empty()) {
+    state.condition = PageCondition::moved;
+    state.reason = doubts_text(state.doubts, is_moved) + " (ossilar sync follows)";
+  } else if (drift.is_any()) {
+    state.condition = PageCondition::drifted;
+    state.reason = drift_text(std::move(drift));
+  } else {
+    state.condition = PageCondition::ok;
+  }
+}
+
+PageState state_of_row(const std::string& page_id, const Map& row, const PagePlan* plan,
+                       const std::string& mark, const Asked& asked) {
   PageState state;
   state.page_id = page_id;
   state.title = utils::string_member(row, "title");
   state.type = utils::string_member(row, "page_type");
   state.parent = utils::string_member(row, "parent_section");
   state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
-  // An unverified page with a reason to be stale counts as stale: the reason says more.
-  state.condition = reason.empty() ? PageCondition::ok : PageCondition::stale;
-  if (reason.empty() && is_unverified(row)) {
-    state.condition = PageCondition::unverified;
-    reason = "its file does not record its sources; read it and save it";
-  }
-  state.reason = std::move(reason);
   state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());
   const Map cache = build_cache_of(&row);
   const Map& words = utils::member(cache, "words");
   state.words = words.is_number_integer() ? words.get<std::int64_t>() : 0;
+  judge(state, row, plan, mark, asked);
   return state;
 }
 
@@ -108,32 +189,77 @@ PageState missing_page(const PagePlan& plan) {
 
 }  // namespace
 
-const char* condition_name(PageCondition condition) {
-  switch (condition) {
-    case PageCondition::missing:
-      return "missing";
-    case PageCondition::ok:
-      return "ok";
-    case PageCondition::stale:
-      return "stale";
-    case PageCondition::unverified:
-      return "unverified";
+namespace {
+
+struct Named {
+  PageCondition condition;
+  const char* name;
+  const char* meaning;
+};
+constexpr std::array<Named, kConditions.size()> kNames{
+    Named{PageCondition::missing, "missing", "is not written yet"},
+    Named{PageCondition::ok, "ok", "matches the source"},
+    Named{PageCondition::drifted, "drifted",
+          "cites unchanged lines, while other parts of its sources changed"},
+    Named{PageCondition::moved, "moved", "cites text that now stands elsewhere; ossilar sync follows it"},
+    Named{PageCondition::unverified, "unverified", "was written by hand, nobody knows against which sources"},
+    Named{PageCondition::stale, "stale", "no longer matches the source"},
+    Named{PageCondition::orphaned, "orphaned", "is no longer in the plan"}};
+
+const Named& named(PageCondition condition) { return kNames.at(static_cast<std::size_t>(condition)); }
+
+}  // namespace
+
+const char* condition_name(PageCondition condition) { return named(condition).name; }
+
+const char* condition_meaning(PageCondition condition) { return named(condition).meaning; }
+
+std::string doubt_text(const Doubt& doubt) {
+  const auto label = [](const Citation& citation) {
+    return "[" + citation_label(citation_map(citation)) + "]";
+  };
+  const std::string name = label(doubt.citation);
+  const std::string now = doubt.now ? label(*doubt.now) : "";
+  switch (doubt.state) {
+    case CitationState::moved:
+      return name + " moved to " + now;
+    case CitationState::changed:
+      return name + " changed" + (now.empty() || now == name ? "" : ", now " + now);
+    case CitationState::gone:
+      return name + " is gone";
+    case CitationState::ambiguous:
+      return name + " stands in several places now";
+    default:
+      return name + " " + state_name(doubt.state);
   }
-  return "";
 }
 
-const char* condition_meaning(PageCondition condition) {
-  switch (condition) {
-    case PageCondition::missing:
-      return "is not written yet";
-    case PageCondition::ok:
-      return "matches the source";
-    case PageCondition::stale:
-      return "no longer matches the source";
-    case PageCondition::unverified:
-      return "was written by hand, nobody knows against which sources";
+std::vector<KnownClaim> remembered_claims(const Map& row) {
+  std::vector<KnownClaim> claims = claims_of_row(row);
+  const Map cache = build_cache_of(&row);
+  const Map& lost = utils::member(cache, kLostClaims);
+  if (lost.is_array())
+    for (KnownClaim& claim : claims_of(lost.get<std::vector<Map>>())) claims.push_back(std::move(claim));
+  // In rows of an earlier format the hashes of the sources tell which version was cited.
+  const Map hashes = utils::json_member(row, "source_hashes");
+  for (KnownClaim& claim : claims) {
+    std::string& version = claim.print.file.hash;
+    if (version.empty()) version = utils::string_member(hashes, claim.citation.path.c_str()).substr(0, 16);
   }
-  return "";
+  return claims;
+}
+
+// Claims of the same lines in one section with the same fingerprint are one doubt.
+std::vector<Doubt> doubts_of(const std::vector<KnownClaim>& claims, CitationFollower& follower) {
+  std::vector<Doubt> doubts;
+  std::set<std::tuple<std::string, Citation, CitationState>> seen;
+  for (const KnownClaim& claim : claims) {
+    const Looked looked = follower.look(claim.citation, claim.print);
+    if (looked.state == CitationState::same || looked.state == CitationState::unknown) continue;
+    if (seen.emplace(claim.heading, claim.citation, looked.state).second)
+      doubts.push_back({claim.heading, claim.citation, looked.state, looked.now});
+  }
+  return doubts;
 }
 
 std::map<std::string, std::string> source_hashes(const std::vector<std::string>& files,
@@ -150,13 +276,14 @@ std::map<std::string, std::string> source_hashes(const std::vector<std::string>&
 
 std::vector<PageState> page_states(const Plans& plans, const store::StoredRows& rows,
                                    const std::map<std::string, std::string>& marks,
-                                   const source::SourceIndex& index, const std::string& steering) {
+                                   const source::SourceIndex& index, const std::string& steering,
+                                   CitationFollower& follower) {
+  const Asked asked{index, steering, follower};
   std::vector<PageState> states;
   const auto add_stored = [&](const std::string& page_id, const Map& row) {
     const auto mark = marks.find(page_id);
-    states.push_back(state_of_row(
-        page_id, row,
-        stale_reason(row, plans.find(page_id), mark == marks.end() ? "" : mark->second, index, steering)));
+    states.push_back(
+        state_of_row(page_id, row, plans.find(page_id), mark == marks.end() ? "" : mark->second, asked));
   };
   for (std::size_t i = 0; i < plans.size(); ++i) {
     const Map* row = rows.find(plans[i].page_id);

@@ -5,13 +5,14 @@
 #include "ossilar/workers/wiki/citing/section_cache.h"
 
 #include "ossilar/utils/hash.h"
+#include "ossilar/workers/wiki/citing/claims.h"
 #include "ossilar/workers/wiki/prose_words.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::workers::wiki {
 
 CitationsInText::CitationsInText(const std::vector<Map>& citations) {
-  for (const Map& citation : citations) known_.insert(citation_of(citation));
+  for (const KnownClaim& claim : claims_of(citations)) known_.insert(claim.citation);
 }
 
 Map CitationsInText::in(const std::string& text) const {

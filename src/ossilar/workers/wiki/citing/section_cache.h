@@ -20,7 +20,7 @@ namespace ossilar::workers::wiki {
 // Finds a page's citations in parts of its text.
 class CitationsInText {
  public:
-  // `citations` are the valid ones of the whole page, in the form of citation_map().
+  // `citations` are the valid ones of the whole page, as a row holds them.
   explicit CitationsInText(const std::vector<Map>& citations);
   // Those that stand in `text`, each once, in order: a list of {"path", "first", "last"}.
   Map in(const std::string& text) const;

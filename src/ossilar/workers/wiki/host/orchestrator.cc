@@ -25,6 +25,7 @@
 #include "ossilar/workers/wiki/digests.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
+#include "ossilar/workers/wiki/host/settled_claims.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
@@ -32,6 +33,7 @@
 #include "ossilar/workers/wiki/pages/page_record.h"
 #include "ossilar/workers/wiki/plan/page_diagrams.h"
 #include "ossilar/workers/wiki/repo_facts.h"
+#include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -71,8 +73,8 @@ void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKn
 
 // The facts that the row is about to hold, so that a clone can make the same row from the page file.
 // `derived` is not null: no page without a plan gets here.
-PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, const std::vector<Map>& citations,
-                      const std::string& steering) {
+PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, std::vector<KnownClaim> claims,
+                      std::map<std::string, std::string> hashes) {
   const Map* row = draft.basis.rows.find(plan.page_id);
   const PagePlan* derived = draft.basis.planned->plans.find(plan.page_id);
   const std::string stored_title = row != nullptr ? utils::string_member(*row, "title") : "";
@@ -81,8 +83,20 @@ PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, const std:
           .title = plan.title,
           .agent_title = is_given ? plan.title : agent_title(row).value_or(""),
           .former_titles = renamed(former_titles(row), {derived->title, stored_title}, plan.title),
-          .source_hashes = source_hashes(plan.source_files, *draft.basis.planned->index, steering),
-          .citations = citations};
+          .source_hashes = std::move(hashes),
+          .claims = std::move(claims),
+          .confirmations = {}};
+}
+
+// What the author of a sentence that stands as it stood is told.
+std::string doubt_warning(const Doubt& doubt) {
+  const std::string where = doubt.section.empty() ? "" : " in '" + doubt.section + "'";
+  if (doubt.state == CitationState::moved)
+    return "stale: " + doubt_text(doubt) + where + "; cite it there, or let ossilar sync do it";
+  return "stale: " + doubt_text(doubt) + where +
+         " since this sentence was written; read it again, then rewrite the sentence, or confirm the page if "
+         "its "
+         "words still hold";
 }
 
 }  // namespace
@@ -169,6 +183,7 @@ AgentPreparation WikiGenerator::_agent_prepare() {
 Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,
                                     const std::string& text) {
   draft_->is_spliced = true;
+  draft_->section = heading;
   return AgentSaveMixin::_with_section(plan, heading, text);
 }
 
@@ -198,21 +213,103 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
                                        const FinalizeOptions& /*options*/) {
   task_.begin_step("checking citations");
   const std::string text = authored_text(authored);
-  const Brackets brackets = brackets_of(text, *draft_->basis.planned, draft_->basis.titles, &plan);
+  Brackets brackets = brackets_of(text, *draft_->basis.planned, draft_->basis.titles, &plan);
+  Fingerprinter prints(
+      *draft_->basis.planned->index,
+      [this](const std::string& path) { return source::read_source(wiki_.paths().root, path); },
+      wiki_.commit());
+  drop_empty(brackets, prints);
+  std::vector<KnownClaim> claims = settle_claims(text, brackets, prints);
   PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
-  add_cited_texts(links.citations,
-                  [this](const std::string& path) { return source::read_source(wiki_.paths().root, path); });
-  const std::string record = record_text(record_for(*draft_, plan, links.citations, wiki_.config().steering));
+  links.citations = stretches_of(claims);
+  claims.insert(claims.end(), draft_->lost.begin(), draft_->lost.end());
+  for (const KnownClaim& claim : claims) draft_->cited.insert(claim.print.file.hash);
+  draft_->cited_texts = prints.texts();
+  PageRecord facts = record_for(*draft_, plan, std::move(claims), hashes_of(plan.source_files));
+  facts.confirmations = confirmations();
+  const std::string record = record_text(facts);
   return assemble_page(plan, split_text(text), diagrams, std::move(links), record);
 }
 
 Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
-  return section_cache(body, citations);
+  Map cache = section_cache(body, citations);
+  if (!draft_->lost.empty()) cache[kLostClaims] = stretches_of(draft_->lost);
+  if (const auto confirmed = confirmations(); !confirmed.empty()) cache[kConfirmations] = confirmed;
+  return cache;
 }
 
 std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
     const std::vector<std::string>& files) {
-  return source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
+  return hashes_of(files);
+}
+
+// Whether the author has handed in the whole page, or confirmed it.
+bool WikiGenerator::is_whole() const {
+  return !draft_->is_spliced && !terms_.follows && terms_.confirms.value_or("").empty();
+}
+
+// Of a page of which only a part was looked at, the files that it rested on keep the hashes of then: the rest
+// of the page was written from those.
+std::map<std::string, std::string> WikiGenerator::hashes_of(const std::vector<std::string>& files) const {
+  auto hashes = source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
+  const Map* row = draft_->basis.rows.find(draft_->page_id);
+  if (is_whole() || row == nullptr || utils::string_member(*row, "status") == kUnverified) return hashes;
+  hashes.clear();
+  const Map then = utils::json_member(*row, "source_hashes");
+  for (const auto& [file, hash] : then.items()) hashes[file] = utils::text_form(hash);
+  return hashes;
+}
+
+// Those that still hold: a whole save says more than all of them, a section's says more than that section's.
+std::vector<Map> WikiGenerator::confirmations() const {
+  std::vector<Map> confirmed;
+  const Map* row = draft_->basis.rows.find(draft_->page_id);
+  const Map cache = build_cache_of(row);
+  const std::string section = terms_.confirms ? *terms_.confirms : draft_->section;
+  if (!is_whole() && utils::member(cache, kConfirmations).is_array()) {
+    for (const Map& each : cache.at(kConfirmations)) {
+      if (section.empty() || !same_heading(utils::string_member(each, "section"), section))
+        confirmed.push_back(each);
+    }
+  }
+  if (!terms_.confirms) return confirmed;
+  Map now{{"confirmed", terms_.at}, {"commit", wiki_.commit()}};
+  if (!terms_.confirms->empty()) now["section"] = *terms_.confirms;
+  confirmed.push_back(std::move(now));
+  return confirmed;
+}
+
+// Lines without a letter are no evidence. Those citations get no link, as other invalid ones do.
+void WikiGenerator::drop_empty(Brackets& brackets, Fingerprinter& prints) {
+  const auto is_empty = [&](const Citation& citation) { return !prints.is_evidence(citation); };
+  for (const auto& [label, citation] : brackets.citation_labels)
+    if (is_empty(citation)) draft_->empty.push_back(label);
+  std::erase_if(brackets.valid, is_empty);
+  std::erase_if(brackets.citation_labels, [&](const auto& each) { return is_empty(each.second); });
+}
+
+std::vector<KnownClaim> WikiGenerator::settle_claims(const std::string& text, const Brackets& brackets,
+                                                     Fingerprinter& prints) {
+  const Map* row = draft_->basis.rows.find(draft_->page_id);
+  const KnownClaims before(row == nullptr ? std::vector<KnownClaim>() : remembered_claims(*row));
+  Vouching vouching{
+      .is_new = row == nullptr, .follows = terms_.follows, .section = {}, .confirms = terms_.confirms};
+  if (draft_->is_spliced) vouching.section = draft_->section;
+  const auto follower = wiki_.follower(*draft_->basis.planned);
+  Settled settled = settled_claims(claims_in(text, brackets.valid), before, vouching, *follower, prints);
+  draft_->doubts = std::move(settled.doubts);
+  // Claims that stand as they stood although their lines are gone.
+  std::vector<Citation> dead;
+  for (const std::string& label : brackets.invalid)
+    if (const auto citation = parse_citation(label)) dead.push_back(*citation);
+  for (const Claim& claim : claims_in(text, dead)) {
+    const KnownClaim* known = before.find(claim);
+    if (known == nullptr) continue;
+    draft_->lost.push_back({claim.citation, claim.heading, claim.says, known->print});
+    const Looked looked = follower->look(known->citation, known->print);
+    draft_->doubts.push_back({claim.heading, claim.citation, looked.state, looked.now});
+  }
+  return std::move(settled.claims);
 }
 
 std::string WikiGenerator::hand_edit_warning() const {
@@ -236,6 +333,13 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
     return invalid_citation_warning(label, *draft_->basis.planned->index);
   });
   append_warnings(warnings, brackets.malformed, malformed_citation_warning);
+  append_warnings(warnings, draft_->empty, [](const std::string& label) {
+    return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
+  });
+  std::vector<std::string> doubts;
+  doubts.reserve(draft_->doubts.size());
+  for (const Doubt& doubt : draft_->doubts) doubts.push_back(doubt_warning(doubt));
+  append_warnings(warnings, doubts, [](const std::string& text) { return text; });
   const std::string title = title_line(markdown);
   for (const std::string& heading : leading_titles(authored)) {
     if (utils::fold(heading) == utils::fold(title)) continue;  // it only repeats the title
@@ -272,6 +376,11 @@ void WikiGenerator::_store_chunks(std::int64_t page_key, const std::string& /*pa
                                   const std::vector<Map>& chunks, const StringSet& shared_before) {
   task_.begin_stage("storing chunks");
   commit_->transaction->store_chunks(page_key, chunks, shared_before);
+  draft_->cited.erase("");
+  commit_->transaction->keep_cited_texts(page_key, draft_->cited, draft_->cited_texts);
+  // The row lost its mark when it was written. What the mark is about was not looked at by a save of a part.
+  if (!is_whole() && !commit_->mark.empty())
+    commit_->transaction->mark_stale(branch(), {{draft_->page_id, commit_->mark}});
 }
 
 // ---- The commit.
@@ -356,7 +465,13 @@ store::WikiStore& WikiGenerator::store() const {
 
 store::Repository& WikiGenerator::repository() { return store(); }
 
-void WikiGenerator::_reread_existing() { commit_->rows = commit_->transaction->get_wiki_pages(branch()); }
+void WikiGenerator::_reread_existing() {
+  commit_->rows = commit_->transaction->get_wiki_pages(branch());
+  if (is_whole()) return;
+  const auto marks = commit_->transaction->stale_marks(branch());
+  const auto mark = marks.find(draft_->page_id);
+  if (mark != marks.end()) commit_->mark = mark->second;
+}
 
 store::PageDigests WikiGenerator::_page_digests() const { return commit_->digests; }
 

@@ -12,7 +12,6 @@
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/host/page_turn.h"
-#include "ossilar/workers/wiki/orchestrator.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -50,10 +49,12 @@ void index_words(Wiki& wiki) {
 
 }  // namespace
 
-SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task) {
+SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms) {
   if (auto refusal = refuse_blank(request.content))
     return {.answer = *std::move(refusal), .failure = {}, .kept = {}};
-  WikiGenerator save(wiki, task, {.if_version = request.if_version});
+  const bool is_kept = !terms.follows && !terms.confirms;
+  terms.if_version = request.if_version;
+  WikiGenerator save(wiki, task, std::move(terms));
   SaveOutcome outcome;
   try {
     const PageTurn turn(wiki.paths().turns(), request.page_id,
@@ -63,13 +64,13 @@ SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task)
         save.save_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
                              request.section, request.title);
   } catch (const utils::Cancelled&) {  // not a std::exception; nobody is left to be told the name
-    keep_refused(wiki, request);
+    if (is_kept) keep_refused(wiki, request);
     throw;
   } catch (const std::exception&) {
     outcome.failure = std::current_exception();
   }
   if (outcome.failure || outcome.answer.contains("error")) {
-    outcome.kept = keep_refused(wiki, request);
+    if (is_kept) outcome.kept = keep_refused(wiki, request);
     return outcome;
   }
   if (request.if_version) outcome.answer["version"] = save.drafted_version();

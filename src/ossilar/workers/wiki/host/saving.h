@@ -9,6 +9,7 @@
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/host/wiki.h"
+#include "ossilar/workers/wiki/orchestrator.h"
 
 namespace ossilar::workers::wiki {
 
@@ -26,7 +27,9 @@ struct SaveOutcome {
 // The caller has refused content that is too large or no text (refuse_request()).
 //
 // Thread-safety: may be called from any thread.
-SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task);
+// `terms` say what else than an author's text is saved; their version is the request's. Such a text is not
+// kept.
+SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms = {});
 
 // What a save would answer, with `saved` false and `dry_run` true in it. Nothing is written, a refused text
 // is not kept, and no lock is taken, so the answer is true of the moment alone. Throws what a draft throws.

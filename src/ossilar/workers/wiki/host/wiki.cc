@@ -6,6 +6,8 @@
 // it. So a draft may go on for as long as it likes beside any number of preparations.
 #include "ossilar/workers/wiki/host/wiki.h"
 
+#include "ossilar/workers/wiki/host/past_texts.h"
+
 namespace ossilar::workers::wiki {
 namespace {
 
@@ -113,6 +115,15 @@ DraftBasis Wiki::draft_basis() {
   auto rows = stored_pages();
   auto titles = this->titles(rows, planned->plans);
   return {.planned = std::move(planned), .rows = std::move(rows), .titles = std::move(titles)};
+}
+
+std::unique_ptr<CitationFollower> Wiki::follower(const PlannedWiki& planned) const {
+  const auto past = std::make_shared<PastTexts>(*store_, paths_.root);
+  return std::make_unique<CitationFollower>(
+      CitedSources{.index = *planned.index,
+                   .read = [this](const std::string& path) { return source::read_source(paths_.root, path); },
+                   .past = [past](const FileVersion& version) { return past->text(version); },
+                   .files_at = [past](const std::string& commit) { return past->files_at(commit); }});
 }
 
 // Each caller's copy is brought in line with its own rows, outside the mutex, as other callers may have other

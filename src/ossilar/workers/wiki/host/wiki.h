@@ -21,6 +21,7 @@
 #include "ossilar/store/repository.h"
 #include "ossilar/store/write_lock.h"
 #include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/citing/follower.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/grounding/grounding.h"
 #include "ossilar/workers/wiki/host/covered_files.h"
@@ -102,6 +103,9 @@ class Wiki {
   DraftBasis draft_basis();
   // The titles of these rows and plans.
   TitleIndex titles(const store::StoredRows& rows, const Plans& plans);
+
+  // Follows citations to the sources of `planned`, which it keeps. For one thread.
+  std::unique_ptr<CitationFollower> follower(const PlannedWiki& planned) const;
 
   // The rows of this branch as stored now.
   store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }

@@ -25,8 +25,9 @@ Map author_brief(const PageContext& context) {
 
 std::vector<PageState> WikiReader::page_states(Look look) const {
   const auto planned = look == Look::now ? wiki_.prepare() : wiki_.planned();
+  const auto follower = wiki_.follower(*planned);
   return wiki::page_states(planned->plans, wiki_.stored_pages(), wiki_.store().stale_marks(wiki_.branch()),
-                           *planned->index, wiki_.config().steering);
+                           *planned->index, wiki_.config().steering, *follower);
 }
 
 WikiStatus WikiReader::status(Look look) const {

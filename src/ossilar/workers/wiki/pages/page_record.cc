@@ -7,9 +7,14 @@
 // page's own.
 #include "ossilar/workers/wiki/pages/page_record.h"
 
+#include <map>
+#include <set>
+#include <utility>
+
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citations.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
@@ -47,12 +52,54 @@ std::string_view framed_record(std::string_view text) {
   return part.substr(kBegin.size()).ends_with(kEnd) ? part : std::string_view();
 }
 
-void take_citation(PageRecord& record, const Map& fact) {
+// Versions of files that were cited, by path and hash.
+using CitedVersions = std::map<std::pair<std::string, std::string>, FileVersion>;
+
+std::string citation_text(const Citation& citation) { return citation_label(citation_map(citation)); }
+
+void take_claim(PageRecord& record, const Map& fact) {
   const auto lines = parse_citation(utils::string_member(fact, "cites"));
-  if (lines) record.citations.push_back(citation_map(*lines, utils::string_member(fact, "text")));
+  if (!lines) return;
+  KnownClaim claim{.citation = *lines,
+                   .heading = {},
+                   .says = utils::string_member(fact, "says"),
+                   .print = fingerprint_in(fact)};
+  claim.print.file.hash = utils::string_member(fact, "file");
+  record.claims.push_back(std::move(claim));
 }
 
-void take_fact(PageRecord& record, const Map& fact) {
+// Claims of an earlier format do not name the version of their file; the hash of the page's source tells it.
+void complete_claims(PageRecord& record, const CitedVersions& versions) {
+  for (KnownClaim& claim : record.claims) {
+    FileVersion& file = claim.print.file;
+    const auto source = record.source_hashes.find(claim.citation.path);
+    if (file.hash.empty() && source != record.source_hashes.end()) file.hash = source->second.substr(0, 16);
+    const auto version = versions.find({claim.citation.path, file.hash});
+    if (version != versions.end()) file = version->second;
+  }
+}
+
+// One fact for each version of a file that is cited, then the claims. The same claim twice is one.
+std::string claim_facts(const std::vector<KnownClaim>& claims) {
+  std::string versions, facts;
+  std::set<std::string> seen;
+  for (const KnownClaim& claim : claims) {
+    const FileVersion& file = claim.print.file;
+    Map version{{"cited", claim.citation.path}, {"file", file.hash}};
+    if (!file.blob.empty()) version["blob"] = file.blob;
+    if (!file.commit.empty()) version["commit"] = file.commit;
+    Map fact{{"cites", citation_text(claim.citation)}};
+    if (!claim.says.empty()) fact["says"] = claim.says;
+    put_fingerprint(fact, claim.print);
+    if (!file.hash.empty()) fact["file"] = file.hash;
+    if (const std::string line = fact_line(version); !file.hash.empty() && seen.insert(line).second)
+      versions += line;
+    if (const std::string line = fact_line(fact); seen.insert(line).second) facts += line;
+  }
+  return versions + facts;
+}
+
+void take_fact(PageRecord& record, CitedVersions& versions, const Map& fact) {
   if (!fact.is_object() || fact.empty()) return;
   const std::string& kind = fact.begin().key();
   const std::string value = utils::string_member(fact, kind.c_str());
@@ -66,7 +113,13 @@ void take_fact(PageRecord& record, const Map& fact) {
   } else if (kind == "source") {
     record.source_hashes[value] = utils::string_member(fact, "hash");
   } else if (kind == "cites") {
-    take_citation(record, fact);
+    take_claim(record, fact);
+  } else if (kind == "cited") {
+    const std::string hash = utils::string_member(fact, "file");
+    versions[{value, hash}] = {hash, utils::string_member(fact, "blob"),
+                               utils::string_member(fact, "commit")};
+  } else if (kind == "confirmed") {
+    record.confirmations.push_back(fact);
   }
 }
 
@@ -79,11 +132,8 @@ std::string record_text(const PageRecord& record) {
   for (const std::string& title : record.former_titles) text += fact_line({{"former_title", title}});
   for (const auto& [source, hash] : record.source_hashes)
     text += fact_line({{"source", source}, {"hash", hash}});
-  for (const Map& citation : record.citations) {
-    Map fact{{"cites", citation_label(citation)}};
-    if (citation.contains(kCitedTextKey)) fact["text"] = citation.at(kCitedTextKey);
-    text += fact_line(fact);
-  }
+  text += claim_facts(record.claims);
+  for (const Map& confirmation : record.confirmations) text += fact_line(confirmation);
   return text.append(kEnd).append("\n");
 }
 
@@ -93,13 +143,15 @@ std::optional<PageRecord> record_of(std::string_view page_text) {
   facts.remove_prefix(kBegin.size());
   facts = facts.substr(0, facts.rfind(kEnd));
   PageRecord record;
+  CitedVersions versions;
   for (const std::string_view line : utils::split_lines(facts)) {
     try {
-      take_fact(record, utils::parse_json(line, "a line of a page's record"));
+      take_fact(record, versions, utils::parse_json(line, "a line of a page's record"));
     } catch (const utils::Error&) {
       continue;  // written by hand or broken by a merge: this fact is lost, the others count
     }
   }
+  complete_claims(record, versions);
   return record;
 }
 
@@ -117,7 +169,8 @@ PageRecord record_of_row(const Map& row) {
                     .agent_title = agent_title(&row).value_or(""),
                     .former_titles = former_titles(&row),
                     .source_hashes = {},
-                    .citations = utils::json_member(row, "citations").get<std::vector<Map>>()};
+                    .claims = remembered_claims(row),
+                    .confirmations = {}};
   const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [source, hash] : hashes.items()) record.source_hashes[source] = utils::text_form(hash);
   return record;

@@ -5,7 +5,10 @@
 //   {"type": "module", "title": "Alpha"}
 //   {"former_title": "The first"}
 //   {"source": "src/alpha.cpp", "hash": "2c26b46b..."}
-//   {"cites": "src/alpha.cpp:L1-L3", "text": "9f86d081884c7d65"}
+//   {"cited": "src/alpha.cpp", "file": "2c26b46b68ffc68f", "blob": "30d74d25...", "commit": "cbf2d0a1..."}
+//   {"cites": "src/alpha.cpp:L1-L3", "says": "81f2a37c", "text": "9f86d081884c7d65", ..., "file":
+//   "2c26b46b68ffc68f"}
+//   {"confirmed": "2026-11-25T09:30:00Z", "commit": "cbf2d0a1..."}
 //   -->
 //
 // One fact a line and in a fixed order, so that a save changes few lines and git merges the others. An
@@ -23,6 +26,7 @@
 #include <vector>
 
 #include "ossilar/utils/json.h"
+#include "ossilar/workers/wiki/citing/claims.h"
 
 namespace ossilar::workers::wiki {
 
@@ -32,7 +36,8 @@ struct PageRecord {
   std::string agent_title;                           // "" when no agent chose the title
   std::vector<std::string> former_titles;            // oldest first
   std::map<std::string, std::string> source_hashes;  // as in the page's row
-  std::vector<Map> citations;                        // as in the page's row
+  std::vector<KnownClaim> claims;                    // also those whose lines do not exist any more
+  std::vector<Map> confirmations;                    // {"confirmed", "commit", "section"}
 };
 
 // The record as it stands in a page file, a line feed at its end. It never contains `-->` but as its end.

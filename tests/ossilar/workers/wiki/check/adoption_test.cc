@@ -129,7 +129,7 @@ TEST_F(AdoptionTest, GivesAStalePagesRowFromItsRecord) {
     }
   }
   EXPECT_EQ(clone, first);
-  EXPECT_EQ(state_of(*repo_.open(), "alpha").reason, "changed: src/alpha.cpp");
+  EXPECT_EQ(state_of(*repo_.open(), "alpha").condition, PageCondition::stale);
 }
 
 TEST_F(AdoptionTest, NeverTakesHashesFromTheCurrentSources) {
@@ -209,7 +209,7 @@ class FormerFormatTest : public AdoptionTest {
                 {"page_type", record.type},
                 {"content_hash", hashes_[page_id]},
                 {"source_hashes", record.source_hashes},
-                {"citations", bare(record.citations)},
+                {"citations", bare(stretches_of(record.claims))},
                 {"former_titles", record.former_titles}};
       if (!record.agent_title.empty()) entry["agent_title"] = record.agent_title;
       entries += (entries.empty() ? "" : ",\n") + utils::json_text(entry);
@@ -220,7 +220,7 @@ class FormerFormatTest : public AdoptionTest {
                         entries + "\n]\n}\n");
   }
   static std::vector<Map> bare(std::vector<Map> citations) {
-    for (Map& citation : citations) citation.erase(kCitedTextKey);
+    for (Map& citation : citations) citation.erase("claims");
     return citations;
   }
   void make_rows_former() const {
@@ -323,11 +323,11 @@ TEST_F(FormerFormatTest, StaysStaleAfterItsMigration) {
   repo_.dir.write("src/beta.cpp", WikiRepo::ten_lines("later"));
   adopt_arrivals(*repo_.open(), WhenBusy::wait);
   const auto wiki = repo_.open();
-  EXPECT_EQ(state_of(*wiki, "beta").reason, "changed: src/beta.cpp");
+  EXPECT_EQ(state_of(*wiki, "beta").condition, PageCondition::unverified);
   const auto record = record_of(repo_.page("beta"));
   ASSERT_TRUE(record);
-  for (const Map& citation : record->citations)
-    EXPECT_FALSE(citation.contains(kCitedTextKey)) << "what was cited is not known any more";
+  for (const KnownClaim& claim : record->claims)
+    EXPECT_FALSE(claim.print.is_known()) << "what was cited is not known any more";
 }
 
 TEST(Adoption, OfAPartOfALargeWikiKeepsTheLintSummary) {

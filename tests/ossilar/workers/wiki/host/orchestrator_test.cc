@@ -86,9 +86,10 @@ TEST(Host, APageGoesStaleWithItsSourcesAndWithWhatItBuildsOn) {
   EXPECT_EQ(state_of(*wiki, "overview").condition, PageCondition::ok);
 
   repo.dir.write("src/alpha.cpp", WikiRepo::ten_lines("altered"));
-  EXPECT_EQ(state_of(*wiki, "alpha").reason, "changed: src/alpha.cpp");
+  EXPECT_THAT(state_of(*wiki, "alpha").reason, HasSubstr("[src/alpha.cpp:L1-L3] changed"));
+  EXPECT_EQ(state_of(*wiki, "alpha").condition, PageCondition::stale);
   std::filesystem::remove(repo.dir / "src/alpha.cpp");
-  EXPECT_EQ(state_of(*wiki, "alpha").reason, "removed: src/alpha.cpp");
+  EXPECT_THAT(state_of(*wiki, "alpha").reason, HasSubstr("[src/alpha.cpp:L4] is gone in 'Two'"));
 }
 
 // Counts the calls of the embedder and runs a hook once, in the middle of the next draft.
@@ -155,7 +156,7 @@ TEST(Host, ThreadsOnOnePageAndOnManyLoseNothing) {
     const auto& [page, section] = places.at(place);
     for (int i = 0; i < 8; ++i) {
       const std::string text = std::to_string(place) + "/" + std::to_string(i);
-      const std::string content = text + " [src/alpha.cpp:L1] [src/alpha.cpp:L2].";
+      const std::string content = text + " [src/alpha.cpp:L7] [src/alpha.cpp:L9].";
       if (is_saved(save(*wiki, page, content, section))) last.at(place) = text;
     }
   });

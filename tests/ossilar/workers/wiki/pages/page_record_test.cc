@@ -14,13 +14,24 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+KnownClaim claim(const std::string& path, std::int64_t first, const std::string& text, FileVersion file) {
+  return {
+      .citation = {path, first, first + 2},
+      .heading = {},
+      .says = "81f2a37c",
+      .print = {.text = text, .bare = text, .near = "^-11-$", .symbol = "a::b", .twins = 2, .file = file}};
+}
+
 PageRecord full_record() {
-  return {.type = "module",
-          .title = "A --> B \"quoted\" \u00e9",
-          .agent_title = "A --> B",
-          .former_titles = {"One", "Two"},
-          .source_hashes = {{"src/a.cc", "11"}, {"src/we-->ird.cc", ""}, {"ossilar.toml [steering]", "22"}},
-          .citations = {citation_map({"src/a.cc", 1, 3}, "0123"), citation_map({"src/a.cc", 7, 7})}};
+  return {
+      .type = "module",
+      .title = "A --> B \"quoted\" \u00e9",
+      .agent_title = "A --> B",
+      .former_titles = {"One", "Two"},
+      .source_hashes = {{"src/a.cc", "11"}, {"src/we-->ird.cc", ""}, {"ossilar.toml [steering]", "22"}},
+      .claims = {claim("src/a.cc", 1, "0123", {"aa", "bb", "cc"}), claim("src/c.cc", 7, "", {}),
+                 claim("src/b.cc", 7, "4567", {"dd", "", ""})},
+      .confirmations = {{{"confirmed", "2026-01-02T03:04:05Z"}, {"commit", "cc"}, {"section", "A --> B"}}}};
 }
 
 void expect_same(const PageRecord& a, const PageRecord& b) { EXPECT_EQ(record_text(a), record_text(b)); }
@@ -41,6 +52,22 @@ TEST(PageRecord, IsReadBackFromThePageAndInvisibleInIt) {
   ASSERT_TRUE(record_of(stripped));
   expect_same(*record_of(stripped), record);
   EXPECT_EQ(without_record(stripped), without_record(page));
+}
+
+TEST(PageRecord, ClaimsKeepTheirVersionsAndEarlierOnesGetThatOfTheirSource) {
+  const auto record = record_of("# T\n\n<!-- ossilar:generated -->\n\n" + record_text(full_record()));
+  ASSERT_TRUE(record);
+  ASSERT_EQ(record->claims.size(), 3U);
+  EXPECT_EQ(record->claims[0].print, full_record().claims[0].print);
+  EXPECT_EQ(record->claims[2].print.file.hash, "dd");
+  const auto earlier = record_of(
+      "# T\n\n<!-- ossilar:generated -->\n\n<!-- ossilar:record\n{\"type\": \"m\"}\n"
+      "{\"source\": \"a\", \"hash\": \"0123456789abcdef0123\"}\n{\"cites\": \"a:L1\", \"text\": "
+      "\"77\"}\n-->\n");
+  ASSERT_TRUE(earlier);
+  ASSERT_EQ(earlier->claims.size(), 1U);
+  EXPECT_EQ(earlier->claims[0].print.text, "77");
+  EXPECT_EQ(earlier->claims[0].print.file.hash, "0123456789abcdef");
 }
 
 TEST(PageRecord, AnEditedRecordIsReadAsFarAsPossible) {
@@ -74,20 +101,6 @@ TEST(PageRecord, AnEditedRecordIsReadAsFarAsPossible) {
     expected.title = "T";
     if (record) expect_same(*record, expected);
   }
-}
-
-TEST(CitedTexts, TheHashDependsOnTheCitedLinesAlone) {
-  const std::string text = "one\ntwo\nthree";
-  const auto hash_in = [](const std::string& file, std::int64_t first, std::int64_t last) {
-    std::vector<Map> citations{citation_map({"a", first, last})};
-    add_cited_texts(citations, [&](const std::string&) { return std::optional(file); });
-    return utils::string_member(citations[0], kCitedTextKey);
-  };
-  EXPECT_EQ(hash_in(text, 1, 2), hash_in("one\r\ntwo\r\nthree\r\n", 1, 2)) << "line ends are no change";
-  EXPECT_EQ(hash_in(text, 3, 3), hash_in("zero\n" + text + "\n", 4, 4)) << "where it stands is none of it";
-  EXPECT_NE(hash_in(text, 1, 2), hash_in(text, 1, 3));
-  EXPECT_NE(hash_in("a\nb", 1, 2), hash_in("ab\n", 1, 1));
-  EXPECT_EQ(hash_in(text, 3, 4), "") << "the file has no such line";
 }
 
 }  // namespace

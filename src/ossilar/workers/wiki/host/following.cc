@@ -1,0 +1,142 @@
+// Only labels are replaced, at the places where CommonMark reads them as links, so code that shows a citation
+// stays as it is. Everything else is the save's: the new lines are checked, linked and fingerprinted like
+// those of any author, and the page must still be the version that was read.
+#include "ossilar/workers/wiki/host/following.h"
+
+#include <algorithm>
+#include <exception>
+#include <set>
+#include <utility>
+
+#include "ossilar/source/text_diff.h"
+#include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/saving.h"
+#include "ossilar/workers/wiki/repo_facts.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+struct StandingText {
+  std::string page;
+  std::string authored;
+  std::string version;
+};
+
+std::optional<StandingText> standing_text(const Wiki& wiki, const std::string& page_id) {
+  const StandingPage standing = read_standing_page(wiki.paths().pages, wiki.paths().page(page_id));
+  if (!standing.bytes) return std::nullopt;
+  return StandingText{standing.text, split_authored(standing.text, "").text(), standing.version()};
+}
+
+std::string label_of(const Citation& citation) { return citation_label(citation_map(citation)); }
+
+// The authored text with the new lines; `page` gets what was followed and what was left.
+std::string followed_text(const std::string& authored, const KnownClaims& known, CitationFollower& follower,
+                          SyncedPage& page) {
+  std::vector<Citation> cited;
+  for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
+  const std::vector<Claim> claims = claims_in(authored, cited);
+  std::vector<std::pair<const Claim*, std::string>> labels;
+  for (const Claim& claim : claims) {
+    const KnownClaim* remembered = known.find(claim);
+    if (remembered == nullptr) continue;
+    const Looked looked = follower.look(remembered->citation, remembered->print);
+    const Doubt doubt{claim.heading, claim.citation, looked.state, looked.now};
+    if (looked.state == CitationState::moved) {
+      labels.emplace_back(&claim, label_of(*looked.now));
+      page.followed.push_back(doubt);
+    } else if (is_in_doubt(looked.state)) {
+      page.left.push_back(doubt);
+    }
+  }
+  return with_labels(authored, labels);
+}
+
+// `page` with its authored text replaced: what a reader of a diff wants to see, the rest is generated.
+std::string with_authored(const std::string& page, const std::string& authored, const std::string& changed) {
+  const std::size_t at = page.find(authored);
+  if (at == std::string::npos) return changed;
+  return page.substr(0, at) + changed + page.substr(at + authored.size());
+}
+
+std::set<std::string> labels_of(const std::vector<Doubt>& followed) {
+  std::set<std::string> labels;
+  for (const Doubt& doubt : followed) labels.insert(label_of(*doubt.now));
+  return labels;
+}
+
+bool is_in(const std::string& heading, const std::optional<std::string>& section) {
+  return !section || same_heading(heading, *section);
+}
+
+// Throws what the save failed with.
+Answer answer_of(SaveOutcome outcome) {
+  if (outcome.failure) std::rethrow_exception(outcome.failure);
+  return std::move(outcome.answer);
+}
+
+}  // namespace
+
+SyncedPage sync_page(Wiki& wiki, const std::string& page_id, bool is_dry_run, utils::Task& task) {
+  SyncedPage page{.page_id = page_id, .followed = {}, .left = {}, .diff = {}, .refusal = {}};
+  const auto planned = wiki.planned();
+  const store::StoredRows rows = wiki.stored_pages();
+  const Map* row = rows.find(page_id);
+  const auto standing = row == nullptr ? std::nullopt : standing_text(wiki, page_id);
+  if (!standing) return page;
+  const auto follower = wiki.follower(*planned);
+  const std::string text =
+      followed_text(standing->authored, KnownClaims(remembered_claims(*row)), *follower, page);
+  if (page.followed.empty()) return page;
+  const std::string name = "pages/" + page_id + ".md";
+  page.diff = source::unified_diff({"a/" + name, standing->page},
+                                   {"b/" + name, with_authored(standing->page, standing->authored, text)});
+  if (is_dry_run) return page;
+  const Answer answer =
+      answer_of(save_page(wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
+                          {.follows = labels_of(page.followed)}));
+  page.refusal = utils::string_member(answer, "error");
+  return page;
+}
+
+Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
+                    const std::optional<std::string>& if_version, utils::Task& task) {
+  if (!wiki.planned_with(page_id)) return not_planned(page_id, wiki.planned()->plans);
+  const auto planned = wiki.planned();
+  const store::StoredRows rows = wiki.stored_pages();
+  const Map* row = rows.find(page_id);
+  const auto standing = standing_text(wiki, page_id);
+  if (row == nullptr || !standing) {
+    return {{"error", "page '" + page_id + "' is not written yet, so there is nothing to confirm"},
+            {"page_id", page_id}};
+  }
+  if (section && !section_text(standing->authored, *section)) {
+    return {{"error", "page '" + page_id + "' has no section '" + *section + "'"},
+            {"page_id", page_id},
+            {"sections", section_headings(standing->authored)}};
+  }
+  std::vector<std::string> gone;
+  const auto follower = wiki.follower(*planned);
+  for (const Doubt& doubt : doubts_of(remembered_claims(*row), *follower)) {
+    const source::SourceFile* file = planned->index->find(doubt.citation.path);
+    const bool has_lines = file != nullptr && doubt.citation.last <= file->lines;
+    if (is_in(doubt.section, section) && (doubt.state == CitationState::gone || !has_lines))
+      gone.push_back("[" + label_of(doubt.citation) + "]");
+  }
+  if (!gone.empty()) {
+    return {
+        {"error",
+         "what the page cites is gone, so it cannot be confirmed; rewrite the sentences and save the page"},
+        {"page_id", page_id},
+        {"gone", gone}};
+  }
+  return answer_of(save_page(wiki,
+                             {.page_id = page_id,
+                              .content = standing->authored,
+                              .if_version = if_version ? *if_version : standing->version},
+                             task, {.confirms = section.value_or(""), .at = _now_iso()}));
+}
+
+}  // namespace ossilar::workers::wiki

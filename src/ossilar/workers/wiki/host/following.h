@@ -1,0 +1,38 @@
+// What keeps a page true without a new text: following what moved (`ossilar sync`), and confirming words that
+// still hold (`ossilar confirm`). Both go through the save pipeline, onto the version that they read, so they
+// overwrite nobody's work. operations/sync.cc and operations/confirm_page.cc call them.
+//
+// Thread-safety: every function may be called from any thread. Failures: as of a save (docs/design.md);
+// utils::Cancelled passes.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/host/wiki.h"
+
+namespace ossilar::workers::wiki {
+
+struct SyncedPage {
+  std::string page_id;
+  std::vector<Doubt> followed;  // moved citations whose lines were rewritten
+  std::vector<Doubt> left;      // what needs the page's author
+  std::string diff;             // a unified diff of the page file, without what is generated
+  std::string refusal;          // why nothing was written although there was something to follow, else ""
+};
+
+// Rewrites the lines of the page's moved citations in its authored text, and no other byte of it. It does not
+// count as a look at the page: everything else stays as stale as it was. With `is_dry_run` nothing is
+// written. A page without a row or without moved citations is left alone.
+SyncedPage sync_page(Wiki& wiki, const std::string& page_id, bool is_dry_run, utils::Task& task);
+
+// The page's author has looked: the words of the section `section`, or of the whole page, still hold for the
+// source as it is. Takes its fingerprints anew and records time and commit; the text stays. Refused for a
+// page that has another version than `if_version`, and for a citation that is gone: nobody can look at that.
+Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
+                    const std::optional<std::string>& if_version, utils::Task& task);
+
+}  // namespace ossilar::workers::wiki
