@@ -47,7 +47,11 @@ void print_plan(const Given& given, Output& output) {
 
 // ---- context and show
 
-void print_context(const Given& given, Output& output) { output.raw(text_at(given.value, "grounding")); }
+void print_context(const Given& given, Output& output) {
+  const std::string changes = text_at(given.value, "changes");
+  output.raw(changes.empty() ? "" : changes + "\n");
+  output.raw(text_at(given.value, "grounding"));
+}
 
 void print_page(const Given& given, Output& output) { output.raw(text_at(given.value, "text")); }
 

@@ -131,11 +131,11 @@ std::string refresh_page(Wiki& wiki, const std::string& page_id, const std::stri
   const auto page = stored_page(wiki, page_id);
   return fmt::format("Bring the wiki page '{}' (\"{}\") in line with the source. {}\n\n", page_id,
                      context.plan.title, state) +
-         "Read what changed, keep what is still true, correct every citation whose lines moved, and replace "
-         "only "
-         "the sections that need it.\n\n" +
-         rules(wiki, context) + current_text(page) + context.grounding.text + "\n" +
-         saving(page_id, "", page);
+         "Read what changed, rewrite each sentence that no longer holds, correct every citation whose lines "
+         "moved, and replace only the sections that need it. If all words still hold, call confirm_page "
+         "instead of saving.\n\n" +
+         (context.changes.empty() ? "" : context.changes + "\n") + rules(wiki, context) + current_text(page) +
+         context.grounding.text + "\n" + saving(page_id, "", page);
 }
 
 std::string refresh_all(const std::vector<PageState>& pages) {

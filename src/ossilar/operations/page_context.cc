@@ -35,6 +35,7 @@ Result call(const Asked& asked) {
   const bool is_whole = asked.caller == Caller::shell;
   Map value = workers::wiki::author_brief(context);
   value["min_citations"] = asked.wiki.config().min_citations_per_page;
+  if (!context.changes.empty() || is_whole) value["changes"] = context.changes;
   value["version"] = page != nullptr ? page->version : std::string(workers::wiki::kNoVersion);
   value["source_files"] = is_whole ? context.grounding.files : first_files(context.grounding.files);
   value["source_file_count"] = context.grounding.files.size();
@@ -56,8 +57,12 @@ Operation page_context() {
           .description =
               "Returns what you need to write or update a page: its purpose, required sections, how many "
               "words, what the wiki's owner asks for (steering), its source files, and in `grounding` their "
-              "symbols and excerpts with line numbers. Read the source files as well before you write. Pass "
-              "`version` to save_page as `if_version`, so that you overwrite nobody's work.",
+              "symbols and excerpts with line numbers. Read the source files as well before you write. If "
+              "the page "
+              "is stale, `changes` has each sentence in doubt with a diff of the text that it cites: rewrite "
+              "it, or "
+              "call confirm_page if it still holds. Pass `version` to save_page as `if_version`, so that you "
+              "overwrite nobody's work.",
           .example = "ossilar context overview",
           .arguments = {page_argument()},
           .output_schema = object(
@@ -70,6 +75,7 @@ Operation page_context() {
                {"words", words},
                {"min_citations", count("a page with fewer valid citations is refused")},
                {"steering", text("what the wiki's owner asks of the page")},
+               {"changes", text("Markdown: what the page cites and how it changed since; start with it")},
                {"version", text("version of the stored page, or \"new\" if it is not written yet")},
                {"source_files", strings("the first hundred source files of the page")},
                {"source_file_count", count("number of its source files")},

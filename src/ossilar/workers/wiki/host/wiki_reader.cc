@@ -7,6 +7,7 @@
 
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/host/what_changed.h"
 #include "ossilar/workers/wiki/page_title.h"
 
 namespace ossilar::workers::wiki {
@@ -48,11 +49,13 @@ std::variant<PageContext, Answer> WikiReader::page_context(const std::string& pa
   Plans plans = planned->plans;
   const auto plan = plans.own(page_id);
   if (!plan) return not_planned(page_id, plans);
-  retitle(*plan, std::nullopt, plans, wiki_.stored_pages());
+  const store::StoredRows rows = wiki_.stored_pages();
+  retitle(*plan, std::nullopt, plans, rows);
   Grounding grounding = wiki_.gather(*planned, *plan);
   backfill_source_files(*plan, grounding.files);
   plan->symbols = grounding.symbols;
-  return PageContext{*plan, std::move(grounding), wiki_.steering(plan.get())};
+  return PageContext{*plan, std::move(grounding), wiki_.steering(plan.get()),
+                     what_changed(wiki_, *planned, rows, page_id)};
 }
 
 // Stored too: a page that the plan no longer has can still be read.

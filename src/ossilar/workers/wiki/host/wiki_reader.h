@@ -24,6 +24,7 @@ struct PageContext {
   PagePlan plan;
   Grounding grounding;
   std::string steering;
+  std::string changes;  // see what_changed()
 };
 
 // What the author of the page is told before the sources: fields by name, in the order in which they are

@@ -99,6 +99,20 @@ TEST_F(FollowingTest, AnOldTextSavedAgainStaysStaleAndItsAuthorIsTold) {
       << "the sentence that was written anew is about today's source";
 }
 
+TEST_F(FollowingTest, TheAuthorIsShownWhatChangedAndWhatMoved) {
+  const auto changes = [&] {
+    return std::get<PageContext>(WikiReader(*wiki_).page_context("alpha")).changes;
+  };
+  EXPECT_EQ(changes(), "");
+  move_one_and_change_two();
+  EXPECT_THAT(changes(), HasSubstr("[src/alpha.cpp:L8-L9] changed, now [src/alpha.cpp:L9-L10], in 'Two':\n"
+                                   "  > Other [src/alpha.cpp:L8-L9]."));
+  EXPECT_THAT(changes(), HasSubstr("-int alpha8();\n+int other();\n int alpha9();\n"));
+  EXPECT_THAT(changes(), HasSubstr("[src/alpha.cpp:L2-L4] moved to [src/alpha.cpp:L3-L5]"));
+  std::filesystem::remove(repo_.dir / "src/alpha.cpp");
+  EXPECT_THAT(changes(), HasSubstr("[src/alpha.cpp:L8-L9] is gone, in 'Two'"));
+}
+
 TEST_F(FollowingTest, ASectionsSaveSaysNothingOfTheOthers) {
   move_one_and_change_two();
   const std::string heading = "One [src/alpha.cpp:L2-L4]";

@@ -1,0 +1,82 @@
+// The diff is between the cited text and what stands in its place, with the file's own line numbers in the
+// labels above it. A long one is cut: what the whole change was, the author reads in the source.
+#include "ossilar/workers/wiki/host/what_changed.h"
+
+#include <optional>
+#include <set>
+#include <string_view>
+
+#include "ossilar/source/text_diff.h"
+#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/pages/page_version.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Of one citation's diff, so that a page with a rewritten file still shows several.
+constexpr std::size_t kLongestDiff = std::size_t{2} * 1024;
+
+std::optional<std::string> text_now(const Wiki& wiki, const std::optional<Citation>& place) {
+  if (!place) return std::nullopt;
+  const auto text = source::read_source(wiki.paths().root, place->path);
+  if (!text) return std::nullopt;
+  const LineText lines(*text);
+  const LineRange range{place->first, place->last};
+  return lines.has(range) ? std::optional(std::string(lines.block(range))) : std::nullopt;
+}
+
+std::string diff_of(const std::string& before, const std::string& after) {
+  const std::string diff = source::unified_diff({"cited", before}, {"now", after});
+  const std::string_view shown = utils::utf8_prefix(diff, kLongestDiff);
+  const std::string fence = utils::fence_for(shown);
+  return fence + "diff\n" + std::string(shown) + (shown.size() < diff.size() ? "\n...\n" : "") + fence + "\n";
+}
+
+std::string change_of(const Wiki& wiki, const std::string& authored, const Claim& claim,
+                      const KnownClaim& known, const Looked& looked, CitationFollower& follower) {
+  const Doubt doubt{claim.heading, claim.citation, looked.state, looked.now};
+  std::string text = "- " + utils::printable_line(doubt_text(doubt)) +
+                     (claim.heading.empty() ? "" : ", in '" + utils::printable_line(claim.heading) + "'") +
+                     (looked.only_formatting ? ", in white space alone" : "") + ":\n  > " +
+                     utils::printable_line(sentence_of(authored, claim)) + "\n\n";
+  if (looked.state == CitationState::moved) return text;
+  const auto before = follower.cited_text(known.citation, known.print);
+  if (!before) return text + "  The text that was cited is not to be had.\n\n";
+  return text + diff_of(*before, text_now(wiki, looked.now).value_or("")) + "\n";
+}
+
+}  // namespace
+
+std::string what_changed(const Wiki& wiki, const PlannedWiki& planned, const store::StoredRows& rows,
+                         const std::string& page_id) {
+  const Map* row = rows.find(page_id);
+  if (row == nullptr) return "";
+  const StandingPage page = read_standing_page(wiki.paths().pages, wiki.paths().page(page_id));
+  const std::string authored = split_authored(page.text, "").text();
+  const KnownClaims known(remembered_claims(*row));
+  std::vector<Citation> cited;
+  cited.reserve(known.all().size());
+  for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
+  const auto follower = wiki.follower(planned);
+  std::string text;
+  std::size_t left_out = 0;
+  for (const Claim& claim : claims_in(authored, cited)) {
+    const KnownClaim* remembered = known.find(claim);
+    if (remembered == nullptr) continue;
+    const Looked looked = follower->look(remembered->citation, remembered->print);
+    if (looked.state == CitationState::same || looked.state == CitationState::unknown) continue;
+    const std::string change = change_of(wiki, authored, claim, *remembered, looked, *follower);
+    if (text.size() + change.size() > kChangesBudget) {
+      ++left_out;
+    } else {
+      text += change;
+    }
+  }
+  if (left_out > 0) text += "and " + std::to_string(left_out) + " more (ossilar plan lists them)\n";
+  return text.empty() ? "" : "## What changed since this was written\n\n" + text;
+}
+
+}  // namespace ossilar::workers::wiki
