@@ -46,7 +46,7 @@ function worldOf(t) {
 const unmerged = ({ git }) => git('diff', '--name-only', '--diff-filter=U').split('\n').filter(Boolean);
 
 // What is left for nobody but an author.
-const FOR_AN_AUTHOR = ['stale', 'unverified', 'citations', 'page-file'];
+const FOR_AN_AUTHOR = ['stale', 'drifted', 'unverified', 'citations', 'page-file'];
 
 async function assertForAnAuthor({ root }, expected = []) {
   const findings = await findingsOf(root);
@@ -106,7 +106,7 @@ const SITUATIONS = [
     why: 'a source changed, and the page about it saved without knowing',
     main: (w) => touch(w, 'beta'),
     topic: saying('beta', 'topic says'),
-    stale: ['beta'],
+    drifted: ['beta'],
     holds: { beta: 'topic says' },
   },
 ];
@@ -119,7 +119,7 @@ const OPERATIONS = [
 ];
 
 for (const [branch, operation, ...options] of OPERATIONS) {
-  for (const { why, main, topic, conflicts = [], holds = {}, gone = [], stale = [] } of SITUATIONS) {
+  for (const { why, main, topic, conflicts = [], holds = {}, gone = [], drifted = [] } of SITUATIONS) {
     test(`${operation}: ${why}`, async (t) => {
       const world = worldOf(t);
       world.on('topic', () => topic(world));
@@ -133,12 +133,12 @@ for (const [branch, operation, ...options] of OPERATIONS) {
         world.save('alpha', 'resolved by an author');
       }
       for (const [id, said] of Object.entries(holds)) assert.ok(world.page(id).includes(said), `${id}: ${said}`);
-      await assertForAnAuthor(world, stale.map((id) => `stale wiki/pages/${id}.md`));
+      await assertForAnAuthor(world, drifted.map((id) => `drifted wiki/pages/${id}.md`));
       const { stdout } = await ossilar(world.root, ['--json', 'plan']);
       const state = new Map(JSON.parse(stdout).pages.map((page) => [page.page_id, page.state]));
       for (const id of gone) assert.equal(state.get(id), 'missing', id);
       for (const id of IDS.slice(0, 4).filter((each) => !gone.includes(each)))
-        assert.equal(state.get(id), stale.includes(id) ? 'stale' : 'ok', id);
+        assert.equal(state.get(id), drifted.includes(id) ? 'drifted' : 'ok', id);
       JSON.parse(readFileSync(join(world.root, 'wiki/manifest.json'), 'utf8'));
     });
   }
@@ -166,9 +166,9 @@ test('a clone takes the pages as they were written, and a source that changed be
   world.git('clone', '--quiet', world.root, clone.root);
   execFileSync(program, ['--repo', clone.root, 'init'], { stdio: 'pipe' });
   clone.git = (...args) => execFileSync('git', ['-C', clone.root, ...args], { encoding: 'utf8' });
-  await assertForAnAuthor(clone, ['stale wiki/pages/beta.md']);
+  await assertForAnAuthor(clone, ['drifted wiki/pages/beta.md']);
   mkdirSync(join(clone.root, 'wiki/pages/beta'));
   writeFileSync(join(clone.root, 'wiki/pages/beta/three.md'), '# By hand\n\nText.\n');
   await ossilar(clone.root, ['check', '--fix']);
-  await assertForAnAuthor(clone, ['stale wiki/pages/beta.md', 'unverified wiki/pages/beta/three.md']);
+  await assertForAnAuthor(clone, ['drifted wiki/pages/beta.md', 'unverified wiki/pages/beta/three.md']);
 });
