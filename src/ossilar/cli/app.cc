@@ -143,21 +143,18 @@ void add_operation(CLI::App& app, Arguments& arguments, const operations::Operat
     if (!argument.option.empty()) add_argument(*command, argument, given);
 }
 
-std::string names_of_faults() {
+std::vector<std::string> names_of_faults() {
   std::vector<std::string> names;
   names.reserve(workers::wiki::kFaultKinds.size());
   for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
-  return utils::join(names, ", ");
+  return names;
 }
 
 // An option that takes kinds of findings. allow_extra_args(false) and option_text(): as with --client.
 void add_kinds(CLI::App& check, const std::string& option, std::vector<std::string>& kinds,
                const std::string& help) {
-  std::vector<std::string> names;
-  names.reserve(workers::wiki::kFaultKinds.size());
-  for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
   check.add_option(option, kinds, help)
-      ->check(CLI::IsMember(names))
+      ->check(CLI::IsMember(names_of_faults()))
       ->allow_extra_args(false)
       ->type_name("KIND")
       ->option_text("KIND");
@@ -172,7 +169,7 @@ void add_check_command(CLI::App& app, Arguments& arguments) {
       "--fix changes no page file. It adopts page files as they are, rebuilds what is derived from them,\n"
       "forgets pages whose file is gone (their text goes to .ossilar/replaced), and removes the files of\n"
       "interrupted writes. Exit code 1 when something is found, or left after --fix.\n\nKinds of findings: " +
-          names_of_faults());
+          utils::join(names_of_faults(), ", "));
   check->add_flag("--fix", arguments.check.fix, "Repair what needs no author");
   check->add_flag("--strict", arguments.check.strict,
                   "Exit with 1 for unverified, moved, drifted and orphaned pages too");

@@ -7,14 +7,10 @@
 namespace ossilar::operations {
 namespace {
 
-std::optional<std::string> text_of(const Map& arguments, const char* key) {
-  return arguments.contains(key) ? std::optional(utils::string_member(arguments, key)) : std::nullopt;
-}
-
 Result call(const Asked& asked) {
   return {.value = workers::wiki::confirm_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
-                                               text_of(asked.arguments, "section"),
-                                               text_of(asked.arguments, "if_version"), asked.task)};
+                                               optional_text(asked.arguments, "section"),
+                                               optional_text(asked.arguments, "if_version"), asked.task)};
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // position repeats pages or skips some.
 #include <algorithm>
 
+#include "ossilar/operations/doubts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/utils/text.h"
@@ -17,18 +18,6 @@ using workers::wiki::PageState;
 constexpr int kDefaultLimit = 50;        // some 2,500 tokens; a client that wants more at once says so
 constexpr std::size_t kMostDoubts = 20;  // of a page, in a session
 constexpr int kMostPages = 200;          // some 10,000 tokens, and clients cut a result at about 25,000
-
-std::string label(const workers::wiki::Citation& citation) {
-  return workers::wiki::citation_label(workers::wiki::citation_map(citation));
-}
-
-Map described(const workers::wiki::Doubt& doubt) {
-  Map shown{{"section", doubt.section},
-            {"citation", label(doubt.citation)},
-            {"state", workers::wiki::state_name(doubt.state)}};
-  if (doubt.now) shown["now"] = label(*doubt.now);
-  return shown;
-}
 
 // The shell's document always has every key. A session's is read by a model, so it leaves out what says
 // nothing.
@@ -46,9 +35,7 @@ Map described(const PageState& page, Caller caller) {
     shown["words"] = page.words;
   }
   if (!is_whole && page.doubts.empty()) return shown;
-  shown["doubts"] = Map::array();
-  for (const workers::wiki::Doubt& doubt : page.doubts)
-    if (is_whole || shown["doubts"].size() < kMostDoubts) shown["doubts"].push_back(described(doubt));
+  shown["doubts"] = doubt_list(page.doubts, is_whole ? page.doubts.size() : kMostDoubts);
   return shown;
 }
 
@@ -92,20 +79,16 @@ Operation list_pages() {
     meanings.push_back(std::string(workers::wiki::condition_name(condition)) + ": " +
                        workers::wiki::condition_meaning(condition));
   }
-  const Map doubt = object({{"section", text("the `##` heading that it stands under")},
-                            {"citation", text("as the page has it")},
-                            {"state", text("moved, changed, gone, or ambiguous: in several places now")},
-                            {"now", text("where the text is; of a changed one what stands in its place")}},
-                           {"section", "citation", "state"});
-  const Map page = object({{"page_id", text("the id that all tools take")},
-                           {"title", text("the page's title")},
-                           {"type", text("what kind of page it is: overview, architecture, module, topic")},
-                           {"state", choice(states, utils::join(meanings, "; ").c_str())},
-                           {"reason", text("what changed, or what to do")},
-                           {"citations", count("number of valid citations")},
-                           {"words", count("number of words of prose")},
-                           {"doubts", list(doubt, "citations that are not what or where they were")}},
-                          {"page_id", "title", "type", "state"});
+  const Map page =
+      object({{"page_id", text("the id that all tools take")},
+              {"title", text("the page's title")},
+              {"type", text("what kind of page it is: overview, architecture, module, topic")},
+              {"state", choice(states, utils::join(meanings, "; ").c_str())},
+              {"reason", text("what changed, or what to do")},
+              {"citations", count("number of valid citations")},
+              {"words", count("number of words of prose")},
+              {"doubts", list(doubt_schema(), "citations that are not what or where they were")}},
+             {"page_id", "title", "type", "state"});
   return {
       .command = "plan",
       .tool = "list_pages",

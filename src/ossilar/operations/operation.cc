@@ -90,6 +90,10 @@ const std::vector<Operation>& operations() {
   return all;
 }
 
+std::optional<std::string> optional_text(const Map& arguments, const char* name) {
+  return arguments.contains(name) ? std::optional(utils::string_member(arguments, name)) : std::nullopt;
+}
+
 Argument page_argument() {
   return {.name = "page_id",
           .option = "PAGE",

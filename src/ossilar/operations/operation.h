@@ -83,6 +83,9 @@ Map input_schema(const Operation& operation);
 // `minLength` 1.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller);
 
+// The argument, none where it is missing: an empty text is not the same.
+std::optional<std::string> optional_text(const Map& arguments, const char* name);
+
 // The id of a page, which most operations need.
 Argument page_argument();
 

@@ -14,17 +14,12 @@ namespace {
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
 
-// A missing argument is not the same as "": an empty `if_version` or `section` is for the save to judge.
-std::optional<std::string> text_of(const Map& arguments, const char* key) {
-  return arguments.contains(key) ? std::optional(utils::string_member(arguments, key)) : std::nullopt;
-}
-
 SaveRequest request_of(const Map& arguments) {
   return {.page_id = utils::string_member(arguments, "page_id"),
           .content = utils::string_member(arguments, "content"),
-          .section = text_of(arguments, "section"),
-          .title = text_of(arguments, "title"),
-          .if_version = text_of(arguments, "if_version")};
+          .section = optional_text(arguments, "section"),
+          .title = optional_text(arguments, "title"),
+          .if_version = optional_text(arguments, "if_version")};
 }
 
 // Asked by every caller before call(): save_page() of the wiki does not look again at size and encoding.

@@ -1,5 +1,6 @@
-// Follows citations whose lines moved, on one page or on all. The shell shows what each page got; a session
-// gets the same document without the diffs.
+// Follows citations whose lines moved, on one page or on all. The rules are in
+// workers/wiki/host/following.cc; this only translates.
+#include "ossilar/operations/doubts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/agent_answers.h"
@@ -9,49 +10,25 @@
 namespace ossilar::operations {
 namespace {
 
-using workers::wiki::Doubt;
-using workers::wiki::PageState;
 using workers::wiki::SyncedPage;
 
-std::string label(const workers::wiki::Citation& citation) {
-  return workers::wiki::citation_label(workers::wiki::citation_map(citation));
-}
-
-Map described(const std::vector<Doubt>& doubts) {
-  Map list = Map::array();
-  for (const Doubt& doubt : doubts) {
-    Map shown{{"section", doubt.section},
-              {"citation", label(doubt.citation)},
-              {"state", workers::wiki::state_name(doubt.state)}};
-    if (doubt.now) shown["now"] = label(*doubt.now);
-    list.push_back(std::move(shown));
-  }
-  return list;
-}
-
-bool has_moved(const PageState& page) {
-  for (const Doubt& doubt : page.doubts)
-    if (doubt.state == workers::wiki::CitationState::moved) return true;
-  return false;
+Map described_page(const SyncedPage& page, bool is_dry_run) {
+  Map shown{{"page_id", page.page_id},
+            {"moved", doubt_list(page.followed, page.followed.size())},
+            {"left", doubt_list(page.left, page.left.size())}};
+  if (is_dry_run) shown["diff"] = page.diff;
+  if (!page.refusal.empty()) shown["refused"] = page.refusal;
+  return shown;
 }
 
 Result call(const Asked& asked) {
-  const std::string only = utils::string_member(asked.arguments, "page_id");
+  const auto only = optional_text(asked.arguments, "page_id");
   const bool is_dry_run = asked.arguments.value("dry_run", false);
-  const workers::wiki::WikiReader reader(asked.wiki);
-  if (!only.empty() && !reader.has_page(only))
-    return {.value = workers::wiki::not_planned(only, asked.wiki.planned()->plans)};
+  if (only && !workers::wiki::WikiReader(asked.wiki).has_page(*only))
+    return {.value = workers::wiki::not_planned(*only, asked.wiki.planned()->plans)};
   Map pages = Map::array();
-  for (const PageState& state : reader.page_states()) {
-    if ((!only.empty() && state.page_id != only) || !has_moved(state)) continue;
-    asked.task.check();
-    const SyncedPage page = workers::wiki::sync_page(asked.wiki, state.page_id, is_dry_run, asked.task);
-    if (page.followed.empty()) continue;
-    Map shown{{"page_id", page.page_id}, {"moved", described(page.followed)}, {"left", described(page.left)}};
-    if (is_dry_run) shown["diff"] = page.diff;
-    if (!page.refusal.empty()) shown["refused"] = page.refusal;
-    pages.push_back(std::move(shown));
-  }
+  for (const SyncedPage& page : workers::wiki::sync_pages(asked.wiki, only, is_dry_run, asked.task))
+    pages.push_back(described_page(page, is_dry_run));
   return {.value = Map{{"pages", std::move(pages)}, {"dry_run", is_dry_run}}};
 }
 
@@ -59,14 +36,9 @@ Result call(const Asked& asked) {
 
 Operation sync() {
   using namespace schema;  // NOLINT(google-build-using-namespace): a schema reads as one expression
-  const Map doubt = object({{"section", text("the `##` heading that it stands under")},
-                            {"citation", text("as the page had it")},
-                            {"state", text("moved, changed, gone or ambiguous")},
-                            {"now", text("where the text is now")}},
-                           {"section", "citation", "state"});
   const Map page = object({{"page_id", text("the page")},
-                           {"moved", list(doubt, "citations whose lines were rewritten")},
-                           {"left", list(doubt, "citations that need the page's author")},
+                           {"moved", list(doubt_schema(), "citations whose lines were rewritten")},
+                           {"left", list(doubt_schema(), "citations that need the page's author")},
                            {"diff", text("of a dry run: what would change, as a unified diff")},
                            {"refused", text("why nothing was written")}},
                           {"page_id", "moved", "left"});

@@ -15,8 +15,8 @@
 #include <system_error>
 #include <utility>
 
-#include "ossilar/source/git.h"
-#include "ossilar/source/git_files.h"
+#include "ossilar/source/git/git.h"
+#include "ossilar/source/git/git_files.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {

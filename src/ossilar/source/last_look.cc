@@ -13,7 +13,7 @@
 #include <string_view>
 #include <utility>
 
-#include "ossilar/source/git.h"
+#include "ossilar/source/git/git.h"
 
 namespace ossilar::source {
 namespace {

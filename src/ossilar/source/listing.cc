@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <array>
 
-#include "ossilar/source/git.h"
+#include "ossilar/source/git/git.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 

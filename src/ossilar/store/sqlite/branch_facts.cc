@@ -16,14 +16,10 @@ constexpr const char* kMark =
     " ON CONFLICT DO UPDATE SET reason = excluded.reason WHERE reason != excluded.reason";
 constexpr const char* kMarks =
     "SELECT page_id, reason FROM stale_marks JOIN pages USING (page_key) WHERE branch = ?1";
-constexpr const char* kUncite = "DELETE FROM cited_by WHERE page_key = ?1";
-constexpr const char* kCite = "INSERT INTO cited_by (page_key, hash) VALUES (?1, ?2)";
 constexpr const char* kKeepCited = "INSERT INTO cited_texts VALUES (?1, ?2) ON CONFLICT DO NOTHING";
-// Of the versions that one page cited; a page that is removed leaves its texts to the next save that cites
-// one.
-constexpr const char* kDropCited =
-    "DELETE FROM cited_texts WHERE hash = ?1 AND NOT EXISTS"
-    " (SELECT 1 FROM cited_by WHERE cited_by.hash = cited_texts.hash)";
+constexpr const char* kCite = "INSERT INTO cited_by (page_key, hash) VALUES (?1, ?2)";
+// A trigger drops the text when this was the last page that cited it.
+constexpr const char* kUncite = "DELETE FROM cited_by WHERE page_key = ?1 AND hash = ?2";
 constexpr const char* kCitedByPage = "SELECT hash FROM cited_by WHERE page_key = ?1";
 constexpr const char* kCitedText = "SELECT text FROM cited_texts WHERE hash = ?1";
 constexpr const char* kPutState =
@@ -70,12 +66,12 @@ void write_cited_texts(Connection& connection, std::int64_t page_key, const std:
     Query found(connection, kCitedByPage, page_key);
     while (found.next()) before.insert(found.text(0));
   }
-  for (const auto& [hash, text] : texts) Query(connection, kKeepCited, hash, Blob{text}).run();
-  if (before == cited) return;
-  Query(connection, kUncite, page_key).run();
-  for (const std::string& hash : cited) Query(connection, kCite, page_key, hash).run();
+  for (const auto& [hash, text] : texts)
+    if (cited.count(hash) > 0) Query(connection, kKeepCited, hash, Blob{text}).run();
+  for (const std::string& hash : cited)
+    if (before.count(hash) == 0) Query(connection, kCite, page_key, hash).run();
   for (const std::string& hash : before)
-    if (cited.count(hash) == 0) Query(connection, kDropCited, hash).run();
+    if (cited.count(hash) == 0) Query(connection, kUncite, page_key, hash).run();
 }
 
 std::optional<std::string> read_cited_text(Connection& connection, const std::string& hash) {

@@ -200,6 +200,15 @@ CREATE TABLE cited_by (
 ) STRICT, WITHOUT ROWID;
 CREATE INDEX cited_by_hash ON cited_by (hash);
 )sql",
+    // The removal of a page takes its rows of cited_by along, so nothing else could drop the texts.
+    R"sql(
+CREATE TRIGGER drop_uncited AFTER DELETE ON cited_by
+WHEN NOT EXISTS (SELECT 1 FROM cited_by WHERE hash = old.hash)
+BEGIN
+  DELETE FROM cited_texts WHERE hash = old.hash;
+END;
+DELETE FROM cited_texts WHERE hash NOT IN (SELECT hash FROM cited_by);
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

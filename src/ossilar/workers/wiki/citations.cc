@@ -336,9 +336,8 @@ Citation citation_of(const Map& citation) {
           .last = citation.at("last").get<std::int64_t>()};
 }
 
-std::string citation_label(const Map& citation) {
-  const Citation cited = citation_of(citation);
-  return label_of(cited.path, cited.first, cited.last);
+std::string citation_label(const Citation& citation) {
+  return label_of(citation.path, citation.first, citation.last);
 }
 
 // One pass and no stack: of nested brackets only the innermost can be a label, and a text of nothing but '['

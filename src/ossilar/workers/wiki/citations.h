@@ -41,7 +41,7 @@ struct Citation {
 Map citation_map(const Citation& citation);
 Citation citation_of(const Map& citation);
 // The text between the brackets: `path:L10-L20`.
-std::string citation_label(const Map& citation);
+std::string citation_label(const Citation& citation);
 
 // Reads the text of a source file, none where it cannot be had.
 using ReadText = std::function<std::optional<std::string>(const std::string& path)>;

@@ -29,7 +29,7 @@ struct DraftBasis;
 struct DraftAtWork;
 struct CommitAtWork;
 struct Brackets;
-struct KnownClaim;
+struct Vouching;
 class Fingerprinter;
 
 // What a save is given beside the four arguments of save_agent_page().
@@ -107,12 +107,10 @@ class WikiGenerator final : public AgentSaveMixin {
   const WikiConfig& wiki_config() const override;
 
  private:
-  bool is_whole() const;
+  Vouching vouching() const;
   std::map<std::string, std::string> hashes_of(const std::vector<std::string>& files) const;
   std::vector<Map> confirmations() const;
   void drop_empty(Brackets& brackets, Fingerprinter& prints);
-  std::vector<KnownClaim> settle_claims(const std::string& text, const Brackets& brackets,
-                                        Fingerprinter& prints);
   std::optional<Answer> refuse_other_version(const std::string& content) const;
   std::string hand_edit_warning() const;
   store::WikiStore& store() const;

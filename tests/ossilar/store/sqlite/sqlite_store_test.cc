@@ -90,6 +90,23 @@ TEST_F(StoreTest, RefusesWhatCouldNotBeReadBack) {
   EXPECT_EQ(stored("SELECT count(*) FROM pages"), 0);
 }
 
+TEST_F(StoreTest, CitedTextsStayWhileAPageCitesThem) {
+  const auto first = store.upsert_wiki_page("main", "a", "A", {});
+  const auto second = store.upsert_wiki_page("main", "b", "B", {});
+  const std::string bytes("caf\xe9\0\n", 6);  // sources need not be UTF-8
+  store.keep_cited_texts(first, {"one", "two", "unknown"}, {{"one", bytes}, {"two", "2"}, {"other", "x"}});
+  store.keep_cited_texts(second, {"two"}, {});
+  EXPECT_EQ(store.cited_text("one"), bytes);
+  EXPECT_EQ(store.cited_text("unknown"), std::nullopt);
+  EXPECT_EQ(store.cited_text("other"), std::nullopt) << "nobody cites it";
+  store.keep_cited_texts(first, {"unknown"}, {{"unknown", "3"}});
+  EXPECT_EQ(store.cited_text("one"), std::nullopt);
+  EXPECT_EQ(store.cited_text("two"), "2") << "the other page cites it";
+  EXPECT_EQ(store.cited_text("unknown"), "3");
+  store.remove_page("main", "b");
+  EXPECT_EQ(store.cited_text("two"), std::nullopt);
+}
+
 TEST_F(StoreTest, StaleMarksBelongToRowsAndGoWithTheNextUpsert) {
   for (const char* page : {"a", "b"}) store.upsert_wiki_page("main", page, page, {});
   store.mark_stale("main", {{"a", "old reason"}, {"b", "sources changed"}, {"no row", "?"}});

@@ -239,18 +239,16 @@ std::vector<KnownClaim> Adoption::claims_of_text(const std::string& page_id, con
 // The versions of cited files that are checked out now are kept, as a save keeps them.
 void Adoption::keep_cited(store::WikiStore& store, std::int64_t key,
                           const std::vector<Map>& citations) const {
-  std::set<std::string> cited;
+  const std::vector<KnownClaim> claims = claims_of(citations);
   std::map<std::string, std::string> texts;
-  for (const KnownClaim& claim : claims_of(citations)) {
+  for (const KnownClaim& claim : claims) {
     const std::string& version = claim.print.file.hash;
     const source::SourceFile* file = basis_.planned->index->find(claim.citation.path);
-    if (version.empty()) continue;
-    const bool is_new = cited.insert(version).second;
-    if (!is_new || file == nullptr || file->sha256.hex().substr(0, version.size()) != version) continue;
+    if (file == nullptr || version_hash(*file) != version || texts.count(version) > 0) continue;
     if (auto text = source::read_source(wiki_.paths().root, file->path); text && short_hash(*text) == version)
-      texts[version] = *std::move(text);
+      texts.emplace(version, *std::move(text));
   }
-  store.keep_cited_texts(key, cited, texts);
+  store.keep_cited_texts(key, versions_of(claims), texts);
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,

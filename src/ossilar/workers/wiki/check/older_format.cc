@@ -16,6 +16,7 @@
 #include "ossilar/workers/wiki/check/adoption.h"
 #include "ossilar/workers/wiki/check/batches.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/pages/former_file.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
@@ -63,6 +64,13 @@ void replace_file(Wiki& wiki, const std::string& page_id, const std::string& tex
   settle();
 }
 
+// Claims of an earlier format get the heading that they stand under and what their sentence says.
+void place_claims(PageRecord& record, const std::string& text) {
+  const KnownClaims known(std::exchange(record.claims, {}));
+  for (const auto& [claim, remembered] : known_in(split_authored(text, "").text(), known))
+    record.claims.push_back({claim.citation, claim.heading, claim.says, remembered->print});
+}
+
 // The file first, as in a save: rows follow files. `text` is what the file holds in the end, and the row gets
 // its hash, whether the record was written just now or by a call that was cut short.
 bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id, const Map& row) {
@@ -70,7 +78,7 @@ bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id
   std::string text = page_text(wiki.paths(), page_id);
   PageRecord record = record_of_row(row);
   add_unchanged_texts(record, *wiki.planned(), wiki.paths().root);
-  record.claims = placed_claims(split_authored(text, "").text(), KnownClaims(record.claims));
+  place_claims(record, text);
   if (auto changed = text_with_record(text, content_hash, record)) {
     replace_file(wiki, page_id, text, *changed);
     text = *std::move(changed);

@@ -287,16 +287,22 @@ const KnownClaim* KnownClaims::find(const Claim& claim) const {
   return found == places_.end() ? nullptr : &claims_[found->second];
 }
 
-std::vector<KnownClaim> placed_claims(std::string_view authored, const KnownClaims& known) {
+std::vector<std::pair<Claim, const KnownClaim*>> known_in(std::string_view authored,
+                                                          const KnownClaims& known) {
   std::vector<Citation> cited;
   cited.reserve(known.all().size());
   for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
-  std::vector<KnownClaim> placed;
-  for (const Claim& claim : claims_in(authored, cited)) {
-    if (const KnownClaim* found = known.find(claim))
-      placed.push_back({claim.citation, claim.heading, claim.says, found->print});
-  }
-  return placed;
+  std::vector<std::pair<Claim, const KnownClaim*>> found;
+  for (Claim& claim : claims_in(authored, cited))
+    if (const KnownClaim* remembered = known.find(claim)) found.emplace_back(std::move(claim), remembered);
+  return found;
+}
+
+std::set<std::string> versions_of(const std::vector<KnownClaim>& claims) {
+  std::set<std::string> versions;
+  for (const KnownClaim& claim : claims)
+    if (!claim.print.file.hash.empty()) versions.insert(claim.print.file.hash);
+  return versions;
 }
 
 void put_fingerprint(Map& map, const Fingerprint& print) {

@@ -3,7 +3,7 @@
 //
 // What is remembered of a claim travels in two places, the page's row (column `citations`) and the record in
 // its file (pages/page_record.h). The save makes both (host/orchestrator.cc); page_state.cc and
-// host/syncing.cc read the row, check/adoption.cc the record.
+// host/following.cc read the row, check/adoption.cc the record.
 //
 // Thread-safety: plain values and functions without state; any thread may use them. Failures: what an author
 // or a hand wrote is read as something; a row of an earlier format gives claims of which less is known.
@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -67,9 +68,9 @@ class KnownClaims {
   std::map<std::pair<Citation, std::string>, std::size_t> places_;
 };
 
-// What is remembered, placed in the text that it is about: each claim of `authored` that is known, with its
-// heading and what it says. Claims of an earlier format get both so.
-std::vector<KnownClaim> placed_claims(std::string_view authored, const KnownClaims& known);
+// The claims of `authored` that are remembered, in order, each with what is. Valid as long as `known`.
+std::vector<std::pair<Claim, const KnownClaim*>> known_in(std::string_view authored,
+                                                          const KnownClaims& known);
 
 // What a row and a finalized page hold of claims: a stretch of a file for each group of citations that
 // overlap, {"path", "first", "last", "claims"}, in the order of the claims. The number of stretches is the
@@ -78,6 +79,9 @@ std::vector<Map> stretches_of(const std::vector<KnownClaim>& claims);
 std::vector<KnownClaim> claims_of(const std::vector<Map>& stretches);
 // Of a row. Throws utils::Error if its JSON text is damaged.
 std::vector<KnownClaim> claims_of_row(const Map& row);
+
+// The versions of files that the claims cite, by FileVersion::hash.
+std::set<std::string> versions_of(const std::vector<KnownClaim>& claims);
 
 // A claim as JSON, {"first", "last", "in", "says", "text", ...}, and back. The path is the stretch's.
 Map claim_map(const KnownClaim& claim);

@@ -70,6 +70,8 @@ bool is_place(const std::string& kind) {
 
 std::string short_hash(std::string_view text) { return utils::sha256_hex(text).substr(0, kTextDigits); }
 
+std::string version_hash(const source::SourceFile& file) { return file.sha256.hex().substr(0, kTextDigits); }
+
 std::string line_hash(std::string_view line) {
   return utils::sha256_hex(utils::strip(line)).substr(0, kLineDigits);
 }

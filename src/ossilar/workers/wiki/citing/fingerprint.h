@@ -40,6 +40,9 @@ struct Fingerprint {
 // citation's digits are a part of the page file.
 std::string short_hash(std::string_view text);
 
+// FileVersion::hash of an indexed file as it is.
+std::string version_hash(const source::SourceFile& file);
+
 // The surroundings of a block, by hashes of 16 bits: "9c1f.07aa.^-52e1-aa07.1b3d.c011". The nearest three
 // lines above that are not blank, nearest first; the block's first line; the nearest three below. `^` and `$`
 // stand for the beginning and the end of the file.

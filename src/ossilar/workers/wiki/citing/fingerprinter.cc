@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "ossilar/source/git_objects.h"
+#include "ossilar/source/git/git_objects.h"
 
 namespace ossilar::workers::wiki {
 namespace {

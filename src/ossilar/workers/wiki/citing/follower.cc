@@ -31,8 +31,6 @@ std::string_view name_of(std::string_view path) { return path.substr(path.rfind(
 
 bool is_text(const SourceFile& file) { return file.kind == source::FileKind::text; }
 
-std::string version_hash(const SourceFile& file) { return file.sha256.hex().substr(0, 16); }
-
 std::map<std::string_view, std::size_t> bytes_by_chunk(const LineText& text) {
   std::map<std::string_view, std::size_t> bytes;
   for (std::int64_t number = 1; number <= text.size(); ++number) {
@@ -233,31 +231,38 @@ std::optional<std::string> CitationFollower::find_renamed(const std::string& pat
     std::erase_if(equal, [&](const std::string& other) { return name_of(other) != name_of(path); });
   if (equal.size() == 1) return equal.front();
   const LineText* before = past(version);
-  if (before == nullptr) return std::nullopt;
-  const bool knows_files = sources_.files_at(version.commit) != nullptr;
-  std::vector<const SourceFile*> candidates;
-  if (knows_files) {
-    for (const auto& file : sources_.index.files()) {
-      if (is_text(*file) && candidates.size() < kMostCandidates && !was_there(file->path, version))
-        candidates.push_back(file.get());
-    }
-  } else {
-    candidates = likely_names(path, "");
+  return before == nullptr ? std::nullopt : most_similar(*before, possible_names(path, version));
+}
+
+std::vector<const SourceFile*> CitationFollower::possible_names(const std::string& path,
+                                                                const FileVersion& version) const {
+  if (sources_.files_at(version.commit) == nullptr) return likely_names(path, "");
+  std::vector<const SourceFile*> files;
+  for (const auto& file : sources_.index.files()) {
+    if (is_text(*file) && files.size() < kMostCandidates && !was_there(file->path, version))
+      files.push_back(file.get());
   }
-  const auto size = static_cast<double>(before->all().size());
+  return files;
+}
+
+// Sizes first: texts of which one is less than half of the other cannot be similar enough, and need no
+// reading.
+std::optional<std::string> CitationFollower::most_similar(const LineText& before,
+                                                          const std::vector<const SourceFile*>& files) {
+  const auto size = static_cast<double>(before.all().size());
   double best = kLeastSimilarity;
-  std::optional<std::string> renamed;
-  for (const SourceFile* file : candidates) {
+  std::optional<std::string> found;
+  for (const SourceFile* file : files) {
     const auto other = static_cast<double>(file->size);
     if (std::min(size, other) < kLeastSimilarity * std::max(size, other)) continue;
     const LineText* text = now(*file);
-    const double similar = text == nullptr ? 0 : similarity(*before, *text);
-    if (similar > best || (similar == best && !renamed)) {
+    const double similar = text == nullptr ? 0 : similarity(before, *text);
+    if (similar > best || (similar == best && !found)) {
       best = similar;
-      renamed = file->path;
+      found = file->path;
     }
   }
-  return renamed;
+  return found;
 }
 
 }  // namespace ossilar::workers::wiki

@@ -1,5 +1,5 @@
 // Follows citations from what was cited to the sources as they are. page_state.cc asks for the state of each
-// page, the save (host/orchestrator.cc) for what its author has to be told, host/syncing.cc for the new
+// page, the save (host/orchestrator.cc) for what its author has to be told, host/following.cc for the new
 // lines.
 //
 // The rules are those of follow.h; here is where both versions of a file come from, and which file a file was
@@ -74,6 +74,10 @@ class CitationFollower {
   std::vector<const source::SourceFile*> likely_names(const std::string& path,
                                                       const std::string& symbol) const;
   bool was_there(const std::string& path, const FileVersion& version) const;
+  std::vector<const source::SourceFile*> possible_names(const std::string& path,
+                                                        const FileVersion& version) const;
+  std::optional<std::string> most_similar(const LineText& before,
+                                          const std::vector<const source::SourceFile*>& files);
   std::optional<std::string> find_renamed(const std::string& path, const FileVersion& version);
 
   const CitedSources sources_;

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ossilar/source/line_map.h"
+#include "ossilar/source/git/line_map.h"
 
 namespace ossilar::workers::wiki {
 

@@ -70,7 +70,7 @@ Drift drift_of(const Map& row, const PagePlan& plan, const std::vector<KnownClai
   for (const KnownClaim& claim : claims) {
     const source::SourceFile* now = index.find(claim.citation.path);
     const std::string& hash = claim.print.file.hash;
-    if (now != nullptr && !hash.empty() && now->sha256.hex().substr(0, hash.size()) != hash)
+    if (now != nullptr && !hash.empty() && version_hash(*now) != hash)
       cited.emplace(claim.citation.path, claim.print.file);
   }
   for (const auto& [path, version] : cited)
@@ -215,11 +215,8 @@ const char* condition_name(PageCondition condition) { return named(condition).na
 const char* condition_meaning(PageCondition condition) { return named(condition).meaning; }
 
 std::string doubt_text(const Doubt& doubt) {
-  const auto label = [](const Citation& citation) {
-    return "[" + citation_label(citation_map(citation)) + "]";
-  };
-  const std::string name = label(doubt.citation);
-  const std::string now = doubt.now ? label(*doubt.now) : "";
+  const std::string name = "[" + citation_label(doubt.citation) + "]";
+  const std::string now = doubt.now ? "[" + citation_label(*doubt.now) + "]" : "";
   switch (doubt.state) {
     case CitationState::moved:
       return name + " moved to " + now;

@@ -7,8 +7,9 @@
 #include <exception>
 #include <set>
 #include <utility>
+#include <vector>
 
-#include "ossilar/source/text_diff.h"
+#include "ossilar/source/git/text_diff.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/saving.h"
@@ -30,22 +31,16 @@ std::optional<StandingText> standing_text(const Wiki& wiki, const std::string& p
   return StandingText{standing.text, split_authored(standing.text, "").text(), standing.version()};
 }
 
-std::string label_of(const Citation& citation) { return citation_label(citation_map(citation)); }
-
 // The authored text with the new lines; `page` gets what was followed and what was left.
 std::string followed_text(const std::string& authored, const KnownClaims& known, CitationFollower& follower,
                           SyncedPage& page) {
-  std::vector<Citation> cited;
-  for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
-  const std::vector<Claim> claims = claims_in(authored, cited);
+  const auto claims = known_in(authored, known);
   std::vector<std::pair<const Claim*, std::string>> labels;
-  for (const Claim& claim : claims) {
-    const KnownClaim* remembered = known.find(claim);
-    if (remembered == nullptr) continue;
+  for (const auto& [claim, remembered] : claims) {
     const Looked looked = follower.look(remembered->citation, remembered->print);
     const Doubt doubt{claim.heading, claim.citation, looked.state, looked.now};
     if (looked.state == CitationState::moved) {
-      labels.emplace_back(&claim, label_of(*looked.now));
+      labels.emplace_back(&claim, citation_label(*looked.now));
       page.followed.push_back(doubt);
     } else if (is_in_doubt(looked.state)) {
       page.left.push_back(doubt);
@@ -63,7 +58,7 @@ std::string with_authored(const std::string& page, const std::string& authored, 
 
 std::set<std::string> labels_of(const std::vector<Doubt>& followed) {
   std::set<std::string> labels;
-  for (const Doubt& doubt : followed) labels.insert(label_of(*doubt.now));
+  for (const Doubt& doubt : followed) labels.insert(citation_label(*doubt.now));
   return labels;
 }
 
@@ -77,23 +72,25 @@ Answer answer_of(SaveOutcome outcome) {
   return std::move(outcome.answer);
 }
 
-}  // namespace
+bool has_moved(const std::vector<KnownClaim>& claims, CitationFollower& follower) {
+  return std::any_of(claims.begin(), claims.end(), [&](const KnownClaim& claim) {
+    return follower.look(claim.citation, claim.print).state == CitationState::moved;
+  });
+}
 
-SyncedPage sync_page(Wiki& wiki, const std::string& page_id, bool is_dry_run, utils::Task& task) {
+SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& known,
+                     CitationFollower& follower, bool is_dry_run, utils::Task& task) {
   SyncedPage page{.page_id = page_id, .followed = {}, .left = {}, .diff = {}, .refusal = {}};
-  const auto planned = wiki.planned();
-  const store::StoredRows rows = wiki.stored_pages();
-  const Map* row = rows.find(page_id);
-  const auto standing = row == nullptr ? std::nullopt : standing_text(wiki, page_id);
+  const auto standing = standing_text(wiki, page_id);
   if (!standing) return page;
-  const auto follower = wiki.follower(*planned);
-  const std::string text =
-      followed_text(standing->authored, KnownClaims(remembered_claims(*row)), *follower, page);
+  const std::string text = followed_text(standing->authored, known, follower, page);
   if (page.followed.empty()) return page;
-  const std::string name = "pages/" + page_id + ".md";
-  page.diff = source::unified_diff({"a/" + name, standing->page},
-                                   {"b/" + name, with_authored(standing->page, standing->authored, text)});
-  if (is_dry_run) return page;
+  if (is_dry_run) {
+    const std::string name = "pages/" + page_id + ".md";
+    page.diff = source::unified_diff({"a/" + name, standing->page},
+                                     {"b/" + name, with_authored(standing->page, standing->authored, text)});
+    return page;
+  }
   const Answer answer =
       answer_of(save_page(wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
                           {.follows = labels_of(page.followed)}));
@@ -101,10 +98,30 @@ SyncedPage sync_page(Wiki& wiki, const std::string& page_id, bool is_dry_run, ut
   return page;
 }
 
+}  // namespace
+
+// One follower for all pages, as many cite the same files. It stays right while pages are saved: it looks at
+// sources alone.
+std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>& only, bool is_dry_run,
+                                   utils::Task& task) {
+  const auto planned = wiki.prepare();
+  const auto follower = wiki.follower(*planned);
+  std::vector<SyncedPage> pages;
+  wiki.stored_pages().for_each([&](const std::string& page_id, const Map& row) {
+    if (only && page_id != *only) return;
+    task.check();
+    std::vector<KnownClaim> claims = remembered_claims(row);
+    if (!has_moved(claims, *follower)) return;
+    SyncedPage page = sync_page(wiki, page_id, KnownClaims(std::move(claims)), *follower, is_dry_run, task);
+    if (!page.followed.empty()) pages.push_back(std::move(page));
+  });
+  return pages;
+}
+
 Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
                     const std::optional<std::string>& if_version, utils::Task& task) {
-  if (!wiki.planned_with(page_id)) return not_planned(page_id, wiki.planned()->plans);
-  const auto planned = wiki.planned();
+  const auto planned = wiki.prepare();
+  if (planned->plans.find(page_id) == nullptr) return not_planned(page_id, planned->plans);
   const store::StoredRows rows = wiki.stored_pages();
   const Map* row = rows.find(page_id);
   const auto standing = standing_text(wiki, page_id);
@@ -123,7 +140,7 @@ Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<
     const source::SourceFile* file = planned->index->find(doubt.citation.path);
     const bool has_lines = file != nullptr && doubt.citation.last <= file->lines;
     if (is_in(doubt.section, section) && (doubt.state == CitationState::gone || !has_lines))
-      gone.push_back("[" + label_of(doubt.citation) + "]");
+      gone.push_back("[" + citation_label(doubt.citation) + "]");
   }
   if (!gone.empty()) {
     return {

@@ -20,14 +20,15 @@ struct SyncedPage {
   std::string page_id;
   std::vector<Doubt> followed;  // moved citations whose lines were rewritten
   std::vector<Doubt> left;      // what needs the page's author
-  std::string diff;             // a unified diff of the page file, without what is generated
+  std::string diff;             // of a dry run: a unified diff of the page file, without what is generated
   std::string refusal;          // why nothing was written although there was something to follow, else ""
 };
 
-// Rewrites the lines of the page's moved citations in its authored text, and no other byte of it. It does not
-// count as a look at the page: everything else stays as stale as it was. With `is_dry_run` nothing is
-// written. A page without a row or without moved citations is left alone.
-SyncedPage sync_page(Wiki& wiki, const std::string& page_id, bool is_dry_run, utils::Task& task);
+// Rewrites the lines of moved citations in the authored text of the page `only`, or of all pages, and no
+// other byte of it. It does not count as a look at the page: everything else stays as stale as it was. With
+// `is_dry_run` nothing is written. Pages without moved citations are left alone and not in the result.
+std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>& only, bool is_dry_run,
+                                   utils::Task& task);
 
 // The page's author has looked: the words of the section `section`, or of the whole page, still hold for the
 // source as it is. Takes its fingerprints anew and records time and commit; the text stays. Refused for a

@@ -44,13 +44,13 @@ constexpr std::size_t kMostWarnings = 20;
 
 const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
 
-template <class Describe>
-void append_warnings(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
+template <class Fault, class Describe>
+void append_warnings(std::vector<std::string>& warnings, const std::vector<Fault>& faults,
                      Describe describe) {
-  for (std::size_t i = 0; i < std::min(labels.size(), kMostWarnings); ++i)
-    warnings.push_back(describe(labels[i]));
-  if (labels.size() > kMostWarnings) {
-    warnings.push_back("citation: " + std::to_string(labels.size() - kMostWarnings) + " more of this kind");
+  for (std::size_t i = 0; i < std::min(faults.size(), kMostWarnings); ++i)
+    warnings.push_back(describe(faults[i]));
+  if (faults.size() > kMostWarnings) {
+    warnings.push_back("citation: " + std::to_string(faults.size() - kMostWarnings) + " more of this kind");
   }
 }
 
@@ -71,10 +71,17 @@ void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKn
   }
 }
 
+// Those of the page's text, the lost ones last.
+std::vector<KnownClaim> all_claims(const Settled& settled) {
+  std::vector<KnownClaim> claims = settled.claims;
+  claims.insert(claims.end(), settled.lost.begin(), settled.lost.end());
+  return claims;
+}
+
 // The facts that the row is about to hold, so that a clone can make the same row from the page file.
 // `derived` is not null: no page without a plan gets here.
-PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, std::vector<KnownClaim> claims,
-                      std::map<std::string, std::string> hashes) {
+PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan,
+                      std::map<std::string, std::string> hashes, std::vector<Map> confirmations) {
   const Map* row = draft.basis.rows.find(plan.page_id);
   const PagePlan* derived = draft.basis.planned->plans.find(plan.page_id);
   const std::string stored_title = row != nullptr ? utils::string_member(*row, "title") : "";
@@ -84,19 +91,8 @@ PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan, std::vecto
           .agent_title = is_given ? plan.title : agent_title(row).value_or(""),
           .former_titles = renamed(former_titles(row), {derived->title, stored_title}, plan.title),
           .source_hashes = std::move(hashes),
-          .claims = std::move(claims),
-          .confirmations = {}};
-}
-
-// What the author of a sentence that stands as it stood is told.
-std::string doubt_warning(const Doubt& doubt) {
-  const std::string where = doubt.section.empty() ? "" : " in '" + doubt.section + "'";
-  if (doubt.state == CitationState::moved)
-    return "stale: " + doubt_text(doubt) + where + "; cite it there, or let ossilar sync do it";
-  return "stale: " + doubt_text(doubt) + where +
-         " since this sentence was written; read it again, then rewrite the sentence, or confirm the page if "
-         "its "
-         "words still hold";
+          .claims = all_claims(draft.settled),
+          .confirmations = std::move(confirmations)};
 }
 
 }  // namespace
@@ -182,7 +178,6 @@ AgentPreparation WikiGenerator::_agent_prepare() {
 
 Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,
                                     const std::string& text) {
-  draft_->is_spliced = true;
   draft_->section = heading;
   return AgentSaveMixin::_with_section(plan, heading, text);
 }
@@ -219,21 +214,21 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
       [this](const std::string& path) { return source::read_source(wiki_.paths().root, path); },
       wiki_.commit());
   drop_empty(brackets, prints);
-  std::vector<KnownClaim> claims = settle_claims(text, brackets, prints);
-  PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
-  links.citations = stretches_of(claims);
-  claims.insert(claims.end(), draft_->lost.begin(), draft_->lost.end());
-  for (const KnownClaim& claim : claims) draft_->cited.insert(claim.print.file.hash);
+  const Map* row = draft_->basis.rows.find(plan.page_id);
+  const KnownClaims before(row == nullptr ? std::vector<KnownClaim>() : remembered_claims(*row));
+  draft_->settled =
+      settled_claims(text, brackets, before, vouching(), *wiki_.follower(*draft_->basis.planned), prints);
   draft_->cited_texts = prints.texts();
-  PageRecord facts = record_for(*draft_, plan, std::move(claims), hashes_of(plan.source_files));
-  facts.confirmations = confirmations();
-  const std::string record = record_text(facts);
+  PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
+  links.citations = stretches_of(draft_->settled.claims);
+  const std::string record =
+      record_text(record_for(*draft_, plan, hashes_of(plan.source_files), confirmations()));
   return assemble_page(plan, split_text(text), diagrams, std::move(links), record);
 }
 
 Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
   Map cache = section_cache(body, citations);
-  if (!draft_->lost.empty()) cache[kLostClaims] = stretches_of(draft_->lost);
+  if (!draft_->settled.lost.empty()) cache[kLostClaims] = stretches_of(draft_->settled.lost);
   if (const auto confirmed = confirmations(); !confirmed.empty()) cache[kConfirmations] = confirmed;
   return cache;
 }
@@ -243,18 +238,20 @@ std::map<std::string, std::string> WikiGenerator::_hashes_with_steering(
   return hashes_of(files);
 }
 
-// Whether the author has handed in the whole page, or confirmed it.
-bool WikiGenerator::is_whole() const {
-  return !draft_->is_spliced && !terms_.follows && terms_.confirms.value_or("").empty();
+Vouching WikiGenerator::vouching() const {
+  return {.is_new = draft_->basis.rows.find(draft_->page_id) == nullptr,
+          .follows = terms_.follows,
+          .section = draft_->section,
+          .confirms = terms_.confirms};
 }
 
 // Of a page of which only a part was looked at, the files that it rested on keep the hashes of then: the rest
 // of the page was written from those.
 std::map<std::string, std::string> WikiGenerator::hashes_of(const std::vector<std::string>& files) const {
-  auto hashes = source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
   const Map* row = draft_->basis.rows.find(draft_->page_id);
-  if (is_whole() || row == nullptr || utils::string_member(*row, "status") == kUnverified) return hashes;
-  hashes.clear();
+  if (vouching().is_whole() || row == nullptr || utils::string_member(*row, "status") == kUnverified)
+    return source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
+  std::map<std::string, std::string> hashes;
   const Map then = utils::json_member(*row, "source_hashes");
   for (const auto& [file, hash] : then.items()) hashes[file] = utils::text_form(hash);
   return hashes;
@@ -265,8 +262,8 @@ std::vector<Map> WikiGenerator::confirmations() const {
   std::vector<Map> confirmed;
   const Map* row = draft_->basis.rows.find(draft_->page_id);
   const Map cache = build_cache_of(row);
-  const std::string section = terms_.confirms ? *terms_.confirms : draft_->section;
-  if (!is_whole() && utils::member(cache, kConfirmations).is_array()) {
+  const std::string section = terms_.confirms ? *terms_.confirms : draft_->section.value_or("");
+  if (!vouching().is_whole() && utils::member(cache, kConfirmations).is_array()) {
     for (const Map& each : cache.at(kConfirmations)) {
       if (section.empty() || !same_heading(utils::string_member(each, "section"), section))
         confirmed.push_back(each);
@@ -288,35 +285,11 @@ void WikiGenerator::drop_empty(Brackets& brackets, Fingerprinter& prints) {
   std::erase_if(brackets.citation_labels, [&](const auto& each) { return is_empty(each.second); });
 }
 
-std::vector<KnownClaim> WikiGenerator::settle_claims(const std::string& text, const Brackets& brackets,
-                                                     Fingerprinter& prints) {
-  const Map* row = draft_->basis.rows.find(draft_->page_id);
-  const KnownClaims before(row == nullptr ? std::vector<KnownClaim>() : remembered_claims(*row));
-  Vouching vouching{
-      .is_new = row == nullptr, .follows = terms_.follows, .section = {}, .confirms = terms_.confirms};
-  if (draft_->is_spliced) vouching.section = draft_->section;
-  const auto follower = wiki_.follower(*draft_->basis.planned);
-  Settled settled = settled_claims(claims_in(text, brackets.valid), before, vouching, *follower, prints);
-  draft_->doubts = std::move(settled.doubts);
-  // Claims that stand as they stood although their lines are gone.
-  std::vector<Citation> dead;
-  for (const std::string& label : brackets.invalid)
-    if (const auto citation = parse_citation(label)) dead.push_back(*citation);
-  for (const Claim& claim : claims_in(text, dead)) {
-    const KnownClaim* known = before.find(claim);
-    if (known == nullptr) continue;
-    draft_->lost.push_back({claim.citation, claim.heading, claim.says, known->print});
-    const Looked looked = follower->look(known->citation, known->print);
-    draft_->doubts.push_back({claim.heading, claim.citation, looked.state, looked.now});
-  }
-  return std::move(settled.claims);
-}
-
 std::string WikiGenerator::hand_edit_warning() const {
   const std::string name = KeptTexts::name_of(draft_->page_id, *draft_->standing.bytes);
   const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
   return "hand-edit: the page file was edited since its last save; " +
-         std::string(draft_->is_spliced ? "edits outside this section stay, and " : "") +
+         std::string(draft_->section ? "edits outside this section stay, and " : "") +
          "a copy of the edited file will be kept in " + file;
 }
 
@@ -336,10 +309,7 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
   append_warnings(warnings, draft_->empty, [](const std::string& label) {
     return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
   });
-  std::vector<std::string> doubts;
-  doubts.reserve(draft_->doubts.size());
-  for (const Doubt& doubt : draft_->doubts) doubts.push_back(doubt_warning(doubt));
-  append_warnings(warnings, doubts, [](const std::string& text) { return text; });
+  append_warnings(warnings, draft_->settled.doubts, doubt_warning);
   const std::string title = title_line(markdown);
   for (const std::string& heading : leading_titles(authored)) {
     if (utils::fold(heading) == utils::fold(title)) continue;  // it only repeats the title
@@ -376,10 +346,10 @@ void WikiGenerator::_store_chunks(std::int64_t page_key, const std::string& /*pa
                                   const std::vector<Map>& chunks, const StringSet& shared_before) {
   task_.begin_stage("storing chunks");
   commit_->transaction->store_chunks(page_key, chunks, shared_before);
-  draft_->cited.erase("");
-  commit_->transaction->keep_cited_texts(page_key, draft_->cited, draft_->cited_texts);
+  commit_->transaction->keep_cited_texts(page_key, versions_of(all_claims(draft_->settled)),
+                                         draft_->cited_texts);
   // The row lost its mark when it was written. What the mark is about was not looked at by a save of a part.
-  if (!is_whole() && !commit_->mark.empty())
+  if (!vouching().is_whole() && !commit_->mark.empty())
     commit_->transaction->mark_stale(branch(), {{draft_->page_id, commit_->mark}});
 }
 
@@ -467,7 +437,7 @@ store::Repository& WikiGenerator::repository() { return store(); }
 
 void WikiGenerator::_reread_existing() {
   commit_->rows = commit_->transaction->get_wiki_pages(branch());
-  if (is_whole()) return;
+  if (vouching().is_whole()) return;
   const auto marks = commit_->transaction->stale_marks(branch());
   const auto mark = marks.find(draft_->page_id);
   if (mark != marks.end()) commit_->mark = mark->second;

@@ -45,10 +45,7 @@ const std::set<std::string>* PastTexts::files_at(const std::string& commit) {
   auto [files, is_new] = files_.try_emplace(commit);
   if (is_new && objects() != nullptr) {
     try {
-      if (const auto found = objects()->files(commit)) {
-        files->second.emplace();
-        for (const auto& [path, blob] : *found) files->second->insert(path);
-      }
+      files->second = objects()->files(commit);
     } catch (const utils::Error& error) {
       past_logger.warning("cannot read the files of an earlier commit", error);
     }

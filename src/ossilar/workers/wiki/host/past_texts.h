@@ -12,7 +12,7 @@
 #include <set>
 #include <string>
 
-#include "ossilar/source/git_objects.h"
+#include "ossilar/source/git/git_objects.h"
 #include "ossilar/store/repository.h"
 #include "ossilar/workers/wiki/citing/fingerprint.h"
 

@@ -8,14 +8,12 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "ossilar/store/repository.h"
-#include "ossilar/workers/wiki/citing/claims.h"
-#include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/host/planned_wiki.h"
+#include "ossilar/workers/wiki/host/settled_claims.h"
 #include "ossilar/workers/wiki/host/title_index.h"
 #include "ossilar/workers/wiki/pages/page_version.h"
 #include "ossilar/workers/wiki/plans.h"
@@ -34,15 +32,12 @@ struct DraftAtWork {
   std::string page_id;
   std::optional<std::string> title;  // as the save asked for it
   DraftBasis basis;
-  StandingPage standing;           // the page file that the draft is made from
-  bool is_spliced = false;         // one of its sections is replaced, and the others stay
-  std::string section;             // which one
-  std::string version;             // the version that the page has once the draft is committed
-  std::vector<Doubt> doubts;       // of sentences that were handed in again as they stood
-  std::vector<std::string> empty;  // labels whose lines are no evidence
-  std::vector<KnownClaim> lost;    // claims of the page whose lines do not exist any more
-  std::set<std::string> cited;     // the versions of files that the page cites; see keep_cited_texts()
-  std::map<std::string, std::string> cited_texts;
+  StandingPage standing;               // the page file that the draft is made from
+  std::optional<std::string> section;  // the one that is replaced, while the others stay
+  std::string version;                 // that the page has once the draft is committed
+  std::vector<std::string> empty;      // labels whose lines are no evidence
+  Settled settled;
+  std::map<std::string, std::string> cited_texts;  // see keep_cited_texts()
 };
 
 // Filled under the write lock only.

@@ -12,8 +12,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/citing/claims.h"
 #include "ossilar/workers/wiki/citing/fingerprinter.h"
 #include "ossilar/workers/wiki/citing/follower.h"
@@ -21,21 +23,30 @@
 
 namespace ossilar::workers::wiki {
 
+// What a save's author vouches for.
 struct Vouching {
   bool is_new = false;  // the page was not stored before
   // Nobody has read the page: only the lines of moved citations were rewritten, to these labels.
-  std::optional<std::set<std::string>> follows;
-  std::optional<std::string> section;  // the save replaces only this section
+  std::optional<std::set<std::string>> follows = {};
+  std::optional<std::string> section = {};  // the save replaces only this section
   // Of this section, or with "" of the whole page, the author says that the words still hold.
-  std::optional<std::string> confirms;
+  std::optional<std::string> confirms = {};
+
+  // Whether it is the whole page, by a new text or by a confirmation.
+  bool is_whole() const { return !section && !follows && confirms.value_or("").empty(); }
 };
 
 struct Settled {
   std::vector<KnownClaim> claims;
-  std::vector<Doubt> doubts;  // of sentences in what was saved that keep what they cited
+  std::vector<KnownClaim> lost;  // claims of before that stand as they stood, and whose lines are gone
+  std::vector<Doubt> doubts;     // of sentences in what was saved that keep what they cited
 };
 
-Settled settled_claims(const std::vector<Claim>& claims, const KnownClaims& before, const Vouching& vouching,
-                       CitationFollower& follower, Fingerprinter& fingerprinter);
+// Of the authored text `text`, whose brackets are `brackets`.
+Settled settled_claims(std::string_view text, const Brackets& brackets, const KnownClaims& before,
+                       const Vouching& vouching, CitationFollower& follower, Fingerprinter& fingerprinter);
+
+// What the author of a doubt is told in the answer of the save.
+std::string doubt_warning(const Doubt& doubt);
 
 }  // namespace ossilar::workers::wiki

@@ -6,7 +6,7 @@
 #include <set>
 #include <string_view>
 
-#include "ossilar/source/text_diff.h"
+#include "ossilar/source/git/text_diff.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
@@ -57,15 +57,10 @@ std::string what_changed(const Wiki& wiki, const PlannedWiki& planned, const sto
   const StandingPage page = read_standing_page(wiki.paths().pages, wiki.paths().page(page_id));
   const std::string authored = split_authored(page.text, "").text();
   const KnownClaims known(remembered_claims(*row));
-  std::vector<Citation> cited;
-  cited.reserve(known.all().size());
-  for (const KnownClaim& claim : known.all()) cited.push_back(claim.citation);
   const auto follower = wiki.follower(planned);
   std::string text;
   std::size_t left_out = 0;
-  for (const Claim& claim : claims_in(authored, cited)) {
-    const KnownClaim* remembered = known.find(claim);
-    if (remembered == nullptr) continue;
+  for (const auto& [claim, remembered] : known_in(authored, known)) {
     const Looked looked = follower->look(remembered->citation, remembered->print);
     if (looked.state == CitationState::same || looked.state == CitationState::unknown) continue;
     const std::string change = change_of(wiki, authored, claim, *remembered, looked, *follower);

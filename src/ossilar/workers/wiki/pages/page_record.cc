@@ -55,8 +55,6 @@ std::string_view framed_record(std::string_view text) {
 // Versions of files that were cited, by path and hash.
 using CitedVersions = std::map<std::pair<std::string, std::string>, FileVersion>;
 
-std::string citation_text(const Citation& citation) { return citation_label(citation_map(citation)); }
-
 void take_claim(PageRecord& record, const Map& fact) {
   const auto lines = parse_citation(utils::string_member(fact, "cites"));
   if (!lines) return;
@@ -88,7 +86,7 @@ std::string claim_facts(const std::vector<KnownClaim>& claims) {
     Map version{{"cited", claim.citation.path}, {"file", file.hash}};
     if (!file.blob.empty()) version["blob"] = file.blob;
     if (!file.commit.empty()) version["commit"] = file.commit;
-    Map fact{{"cites", citation_text(claim.citation)}};
+    Map fact{{"cites", citation_label(claim.citation)}};
     if (!claim.says.empty()) fact["says"] = claim.says;
     put_fingerprint(fact, claim.print);
     if (!file.hash.empty()) fact["file"] = file.hash;

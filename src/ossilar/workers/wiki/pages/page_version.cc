@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-#include "ossilar/source/text_diff.h"
+#include "ossilar/source/git/text_diff.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/text.h"

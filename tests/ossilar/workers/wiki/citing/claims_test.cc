@@ -200,7 +200,8 @@ TEST(StretchesTest, OverlappingCitationsAreOne) {
     const auto stretches = stretches_of(remembered);
     Strings found;
     for (const Map& stretch : stretches)
-      found.push_back(citation_label(stretch) + " " + std::to_string(stretch.at("claims").size()));
+      found.push_back(citation_label(citation_of(stretch)) + " " +
+                      std::to_string(stretch.at("claims").size()));
     EXPECT_EQ(found, row.stretches) << row.what;
     const auto again = claims_of(stretches);
     auto then = shown(remembered);

@@ -41,9 +41,12 @@ class FollowingTest : public ::testing::Test {
     wiki_->prepare();
   }
   PageState state() { return state_of(*wiki_, "alpha"); }
+  // What was done to the page; nothing if it was left alone.
   SyncedPage sync(bool is_dry_run = false) {
     utils::Task task;
-    return sync_page(*wiki_, "alpha", is_dry_run, task);
+    const auto pages = sync_pages(*wiki_, std::nullopt, is_dry_run, task);
+    EXPECT_LE(pages.size(), 1U);
+    return pages.empty() ? SyncedPage{} : pages.front();
   }
   Answer confirm(const std::optional<std::string>& section, const std::optional<std::string>& version = {}) {
     utils::Task task;

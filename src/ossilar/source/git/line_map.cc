@@ -1,12 +1,12 @@
 // libgit2 makes the diff; here its hunks become a map. A hunk without context says which lines were replaced,
 // and every line outside the hunks is unchanged and shifted by what the hunks above it added and removed.
-#include "ossilar/source/line_map.h"
+#include "ossilar/source/git/line_map.h"
 
 #include <git2.h>
 
 #include <algorithm>
 
-#include "ossilar/source/git.h"
+#include "ossilar/source/git/git.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {

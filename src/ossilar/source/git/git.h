@@ -1,4 +1,4 @@
-// The part of libgit2 that this room needs: handles that free themselves, and failures as exceptions.
+// The part of libgit2 that ossilar needs: handles that free themselves, and failures as exceptions.
 // checkout.cc reads HEAD with it, listing.cc and last_look.cc find the index, text_diff.cc and line_map.cc
 // compare texts, git_objects.cc reads earlier versions.
 //
@@ -22,7 +22,6 @@ struct GitFree {
   void operator()(git_config_iterator* settings) const { git_config_iterator_free(settings); }
   void operator()(git_index* index) const { git_index_free(index); }
   void operator()(git_reference* reference) const { git_reference_free(reference); }
-  void operator()(git_object* object) const { git_object_free(object); }
   void operator()(git_blob* blob) const { git_blob_free(blob); }
   void operator()(git_commit* commit) const { git_commit_free(commit); }
   void operator()(git_tree* tree) const { git_tree_free(tree); }

@@ -5,7 +5,7 @@
 // checked. Settings are searched line by line for section headers that include other files. A parser would
 // have to agree with libgit2's on broken quotes. The search refuses too much rather than too little; what git
 // writes has no such line unless it includes something.
-#include "ossilar/source/git_files.h"
+#include "ossilar/source/git/git_files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -4,14 +4,14 @@
 // Only then does libgit2 open it, as a bare repository. Such an opening checks neither the extensions nor
 // core.bare, so both are checked last: refused are extensions that may change the format of index and HEAD,
 // and a repository without a working tree.
-#include "ossilar/source/git.h"
+#include "ossilar/source/git/git.h"
 
 #include <algorithm>
 #include <array>
 #include <string_view>
 #include <system_error>
 
-#include "ossilar/source/git_files.h"
+#include "ossilar/source/git/git_files.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::source {

@@ -1,13 +1,13 @@
 // libgit2 is linked anyway and compares two buffers without a repository, so no diff algorithm is kept here.
 // The header of its patch names two files and their blobs, none of which exists; it is cut off, and the names
 // of the texts go in its place.
-#include "ossilar/source/text_diff.h"
+#include "ossilar/source/git/text_diff.h"
 
 #include <git2.h>
 
 #include <memory>
 
-#include "ossilar/source/git.h"
+#include "ossilar/source/git/git.h"
 
 namespace ossilar::source {
 namespace {

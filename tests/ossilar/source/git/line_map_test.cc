@@ -1,4 +1,4 @@
-#include "ossilar/source/line_map.h"
+#include "ossilar/source/git/line_map.h"
 
 #include <gtest/gtest.h>
 
