@@ -31,7 +31,7 @@ std::string counted(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-void print_report(const CheckReport& report, Output& output) {
+void print_report(const CheckReport& report, bool is_part, Output& output) {
   for (const Finding& finding : report.fixed)
     output.line(output.styled(Style::good, "fixed") + "  " + what_is_wrong(finding, output));
   std::size_t fixable = 0;
@@ -41,7 +41,8 @@ void print_report(const CheckReport& report, Output& output) {
     if (finding.fixable) ++fixable;
   }
   if (report.findings.empty()) {
-    output.line(output.styled(Style::good, "ok") + "  " + counted(report.pages, "page") + ", nothing wrong");
+    output.line(output.styled(Style::good, "ok") + "  " + counted(report.pages, "page") +
+                (is_part ? ", no finding of these kinds" : ", nothing wrong"));
     return;
   }
   output.line(counted(report.findings.size(), "finding") +
@@ -67,7 +68,7 @@ int run_check(const Place& place, const CheckArguments& arguments, Output& outpu
       {"clean", report.is_clean()}, {"pages", report.pages}, {"findings", document_of(report.findings)}};
   if (arguments.fix) document["fixed"] = document_of(report.fixed);
   output.document(document);
-  print_report(report, output);
+  print_report(report, !arguments.only.empty() || !arguments.ignored.empty(), output);
   return report.is_clean() ? kDone : kRefused;
 }
 

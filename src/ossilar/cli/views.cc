@@ -57,16 +57,22 @@ void print_page(const Given& given, Output& output) { output.raw(text_at(given.v
 
 // ---- save
 
-void print_saved(const Given& given, Output& output) {
+void print_answer(const char* done, const Given& given, Output& output) {
   const Map& answer = given.value;
   const std::string file = shown_path(given.wiki.paths().wiki / text_at(answer, "rel_path"));
-  output.line(output.styled(Style::good, answer.contains("dry_run") ? "would save" : "saved") + "  " +
+  output.line(output.styled(Style::good, done) + "  " +
               output.styled(Style::bold, text_at(answer, "page_id")) + "  " + file);
   output.line("       " + form_at(answer, "citations") + " citation(s), " + form_at(answer, "words") +
               " words");
   for (const Map& warning : answer.at("warnings"))
     output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(warning));
 }
+
+void print_saved(const Given& given, Output& output) {
+  print_answer(given.value.contains("dry_run") ? "would save" : "saved", given, output);
+}
+
+void print_confirmed(const Given& given, Output& output) { print_answer("confirmed", given, output); }
 
 // ---- sync
 
@@ -157,10 +163,10 @@ void print_status(const Given& given, Output& output) {
 }
 
 constexpr std::array kViews{
-    View{"plan", Freshness::sources, print_plan},     View{"context", Freshness::sources, print_context},
-    View{"show", Freshness::as_stored, print_page},   View{"save", Freshness::sources, print_saved},
-    View{"confirm", Freshness::sources, print_saved}, View{"sync", Freshness::sources, print_synced},
-    View{"search", Freshness::vectors, print_hits},   View{"status", Freshness::sources, print_status}};
+    View{"plan", Freshness::sources, print_plan},         View{"context", Freshness::sources, print_context},
+    View{"show", Freshness::as_stored, print_page},       View{"save", Freshness::sources, print_saved},
+    View{"confirm", Freshness::sources, print_confirmed}, View{"sync", Freshness::sources, print_synced},
+    View{"search", Freshness::vectors, print_hits},       View{"status", Freshness::sources, print_status}};
 
 }  // namespace
 

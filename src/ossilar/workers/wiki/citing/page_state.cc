@@ -152,7 +152,7 @@ void judge(PageState& state, const Map& row, const PagePlan* plan, const std::st
                                       : "nobody knows what some of it cited; read it and confirm it";
   } else if (!state.doubts.empty()) {
     state.condition = PageCondition::moved;
-    state.reason = doubts_text(state.doubts, is_moved) + " (ossilar sync follows)";
+    state.reason = doubts_text(state.doubts, is_moved);
   } else if (drift.is_any()) {
     state.condition = PageCondition::drifted;
     state.reason = drift_text(std::move(drift));

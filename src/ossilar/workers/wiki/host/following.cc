@@ -86,7 +86,7 @@ SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& 
   const std::string text = followed_text(standing->authored, known, follower, page);
   if (page.followed.empty()) return page;
   if (is_dry_run) {
-    const std::string name = "pages/" + page_id + ".md";
+    const std::string name = wiki.config().dir + "/pages/" + page_id + ".md";  // as git names it
     page.diff = source::unified_diff({"a/" + name, standing->page},
                                      {"b/" + name, with_authored(standing->page, standing->authored, text)});
     return page;

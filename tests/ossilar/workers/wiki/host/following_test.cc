@@ -66,6 +66,7 @@ TEST_F(FollowingTest, SyncRewritesMovedLinesEverywhereAndNothingElse) {
   EXPECT_EQ(state().condition, PageCondition::moved);
   const std::string before = repo_.page("alpha");
   const SyncedPage shown = sync(true);
+  EXPECT_THAT(shown.diff, HasSubstr("+++ b/wiki/pages/alpha.md\n"));
   EXPECT_THAT(shown.diff, HasSubstr("+- item [src/alpha.cpp:L3-L5]"));
   EXPECT_EQ(repo_.page("alpha"), before) << "a dry run writes nothing";
 
