@@ -236,10 +236,8 @@ std::vector<KnownClaim> Adoption::claims_of_text(const std::string& page_id, con
   return claims;
 }
 
-// The versions of cited files that are checked out now are kept, as a save keeps them.
-void Adoption::keep_cited(store::WikiStore& store, std::int64_t key,
-                          const std::vector<Map>& citations) const {
-  const std::vector<KnownClaim> claims = claims_of(citations);
+// The versions of cited files that are checked out now, which are kept as a save keeps them.
+std::map<std::string, std::string> Adoption::cited_texts(const std::vector<KnownClaim>& claims) const {
   std::map<std::string, std::string> texts;
   for (const KnownClaim& claim : claims) {
     const std::string& version = claim.print.file.hash;
@@ -248,7 +246,7 @@ void Adoption::keep_cited(store::WikiStore& store, std::int64_t key,
     if (auto text = source::read_source(wiki_.paths().root, file->path); text && short_hash(*text) == version)
       texts.emplace(version, *std::move(text));
   }
-  store.keep_cited_texts(key, versions_of(claims), texts);
+  return texts;
 }
 
 store::PageFields Adoption::fields_of(const std::string& page_id, const std::string& text,
@@ -307,13 +305,15 @@ void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, c
   const std::vector<Map> chunks = is_same_file ? drafted->chunks
                                                : page_chunks(wiki_.chunk_services(store, task),
                                                              searchable_text(text), fields.citations, {});
+  const std::vector<KnownClaim> claims = claims_of(fields.citations);
+  const auto cited = cited_texts(claims);
   // A text changed by hand keeps its stale mark: its editor may not have looked at what the mark is about.
   const std::int64_t key = known.is_described
                                ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
   if (known.is_described) arrived_.insert(page_id);
   store.store_chunks(key, chunks, {});
-  keep_cited(store, key, fields.citations);
+  store.keep_cited_texts(key, versions_of(claims), cited);
   settle_digest(page_id, text, known.title, !known.is_described);
 }
 

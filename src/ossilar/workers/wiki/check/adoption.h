@@ -82,7 +82,7 @@ class Adoption {
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const Known& known) const;
   std::vector<KnownClaim> claims_of_text(const std::string& page_id, const std::string& text,
                                          const Known& known) const;
-  void keep_cited(store::WikiStore& store, std::int64_t key, const std::vector<Map>& citations) const;
+  std::map<std::string, std::string> cited_texts(const std::vector<KnownClaim>& claims) const;
 
   Wiki& wiki_;
   const ManifestContent manifest_;

@@ -53,6 +53,7 @@ bool Fingerprinter::is_evidence(const Citation& citation) {
 Fingerprint Fingerprinter::take(const Citation& citation) {
   const File* found = file(citation.path);
   const LineRange range{citation.first, citation.last};
+  if (found == nullptr && index_.find(citation.path) != nullptr) unread_.insert(citation_label(citation));
   if (found == nullptr || !found->lines.has(range) || looked_at_ > kMostLookedAt) return {};
   looked_at_ += found->bytes.size() + found->lines.block(range).size();
   files_.at(citation.path)->is_taken = true;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "ossilar/source/source_index.h"
@@ -30,6 +31,9 @@ class Fingerprinter {
   // it.
   Fingerprint take(const Citation& citation);
 
+  // The labels of the citations that take() knows nothing of because their file cannot be read.
+  const std::set<std::string>& unread() const { return unread_; }
+
   // The whole files that fingerprints were taken of, by FileVersion::hash.
   std::map<std::string, std::string> texts() const;
 
@@ -41,6 +45,7 @@ class Fingerprinter {
   const ReadText read_;
   const std::string commit_;
   std::map<std::string, std::unique_ptr<File>> files_;  // by path; null for one that cannot be read
+  std::set<std::string> unread_;
   std::size_t looked_at_ = 0;                           // bytes
 };
 

@@ -219,6 +219,7 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
   draft_->settled =
       settled_claims(text, brackets, before, vouching(), *wiki_.follower(*draft_->basis.planned), prints);
   draft_->cited_texts = prints.texts();
+  draft_->unread.assign(prints.unread().begin(), prints.unread().end());
   PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
   links.citations = stretches_of(draft_->settled.claims);
   const std::string record =
@@ -310,6 +311,10 @@ std::vector<std::string> WikiGenerator::citation_warnings(const std::string& mar
     return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
   });
   append_warnings(warnings, draft_->settled.doubts, doubt_warning);
+  append_warnings(warnings, draft_->unread, [](const std::string& label) {
+    return "unverified: the file of [" + label +
+           "] cannot be read, so nobody knows what it cites; save the page again when it can";
+  });
   const std::string title = title_line(markdown);
   for (const std::string& heading : leading_titles(authored)) {
     if (utils::fold(heading) == utils::fold(title)) continue;  // it only repeats the title

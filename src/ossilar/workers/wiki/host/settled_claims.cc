@@ -49,8 +49,9 @@ class Settlement {
   }
 
   Fingerprint print_of(const Claim& claim) {
-    if (covers(vouching_.confirms, claim)) return fingerprinter_.take(claim.citation);
     const KnownClaim* known = before_.find(claim);
+    if (covers(vouching_.confirms, claim))
+      return known != nullptr ? renewed(claim, known->print) : fingerprinter_.take(claim.citation);
     const bool is_handed_in = was_handed_in(vouching_, claim);
     if (known == nullptr) {
       const bool is_followed =
@@ -69,7 +70,7 @@ class Settlement {
   Fingerprint renewed(const Claim& claim, const Fingerprint& before) {
     Fingerprint now = fingerprinter_.take(claim.citation);
     const bool is_same_file = now.file.hash == before.file.hash && !before.near.empty();
-    return is_same_file ? before : now;
+    return is_same_file || !now.is_known() ? before : now;
   }
 
   const KnownClaims& before_;
