@@ -34,8 +34,8 @@ const errorsAt = (k, always) =>
 const injections = (always) => (call, k) =>
   errorsAt(k, always).map((error) => error.replace(/^(\w+)(\+?)$/, `error=$1:when=${k}$2`));
 
-// A citation whose lines could not be read just then is stored without their hash.
-const plain = (text) => text?.replaceAll(/, "text": "[0-9a-f]+"/g, '');
+// A citation whose lines could not be read just then is stored without what they were.
+const plain = (text) => text?.replaceAll(/^\{"cited".*\n/gm, '').replaceAll(/("says": "[0-9a-f]+").*\}/g, '$1}');
 
 // Whether a fresh process finds the page and all that belongs to it, or nothing to be repaired.
 async function isStored(root, text, mayBeLeft) {
