@@ -10,6 +10,7 @@
 #include <array>
 
 #include "ossilar/source/git/git.h"
+#include "ossilar/source/git/git_index.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 
@@ -52,37 +53,8 @@ class Collector {
   Listing listing_;
 };
 
-// A kind of index that git reads and libgit2 does not: a word by which libgit2's message tells it, and how to
-// make git write a plain one. ("link" and "sdir" are the names of the extensions that such an index has.)
-struct IndexKind {
-  std::string_view sign;
-  std::string_view advice;
-};
-constexpr std::array<IndexKind, 3> kUnreadableIndexes{{
-    {"'link'",
-     "it is a split index; run `git config core.splitIndex false; git update-index --no-split-index`"},
-    {"'sdir'", "it is a sparse index; run `git sparse-checkout reapply --no-sparse-index`"},
-    {"checksum",
-     "it is damaged or has no checksum; if git can read it, run `git config index.skipHash false; git "
-     "update-index --force-write-index`"},
-}};
-
-[[noreturn]] void throw_unreadable_index(const std::filesystem::path& root) {
-  const utils::Error error = git_error("cannot read the index of the git repository at " + root.string());
-  const std::string_view reason = error.what();
-  // Only the part after the last colon is searched: the path before it may hold any word.
-  for (const IndexKind& kind : kUnreadableIndexes) {
-    if (reason.find(kind.sign, reason.rfind(": ")) != reason.npos)
-      throw utils::Error(std::string(reason) + " (" + std::string(kind.advice) + ")");
-  }
-  throw error;
-}
-
 void collect_index(git_repository* repository, const std::filesystem::path& root, Collector& out) {
-  git_index* opened = nullptr;
-  const int result = git_repository_index(&opened, repository);
-  const GitHandle<git_index> index(opened);
-  if (result < 0) throw_unreadable_index(root);
+  const GitHandle<git_index> index = read_index(repository, root);
   const std::size_t count = git_index_entrycount(index.get());
   for (std::size_t i = 0; i < count; ++i) {
     const git_index_entry* entry = git_index_get_byindex(index.get(), i);

@@ -1,6 +1,6 @@
 // The part of libgit2 that ossilar needs: handles that free themselves, and failures as exceptions.
-// checkout.cc reads HEAD with it, listing.cc and last_look.cc find the index, text_diff.cc and line_map.cc
-// compare texts, git_objects.cc reads earlier versions.
+// checkout.cc reads HEAD with it, git_index.cc and last_look.cc the index, text_diff.cc and
+// line_map.cc compare texts, git_objects.cc reads earlier versions.
 //
 // Thread-safety: every function may be called from any thread; one handle belongs to one thread at a time.
 // Nothing is written to a repository, so a failure leaves nothing behind.
@@ -25,6 +25,7 @@ struct GitFree {
   void operator()(git_blob* blob) const { git_blob_free(blob); }
   void operator()(git_commit* commit) const { git_commit_free(commit); }
   void operator()(git_tree* tree) const { git_tree_free(tree); }
+  void operator()(git_object* object) const { git_object_free(object); }
 };
 
 template <class Handle>

@@ -12,12 +12,6 @@
 namespace ossilar::source {
 namespace {
 
-std::string hex_of(const git_oid* id) {
-  std::string hex(GIT_OID_HEXSZ, '0');
-  git_oid_fmt(hex.data(), id);
-  return hex;
-}
-
 std::optional<git_oid> id_of(const std::string& hex) {
   git_oid id;
   if (hex.size() != GIT_OID_HEXSZ || git_oid_fromstr(&id, hex.c_str()) != 0) return std::nullopt;
@@ -32,6 +26,12 @@ struct Folder {
 
 }  // namespace
 
+std::string hex_of(const git_oid* id) {
+  std::string hex(GIT_OID_HEXSZ, '0');
+  git_oid_fmt(hex.data(), id);
+  return hex;
+}
+
 // Hashes alone: no repository is needed.
 std::string blob_id(std::string_view content) {
   use_libgit2();
@@ -43,21 +43,24 @@ std::string blob_id(std::string_view content) {
 
 GitObjects::GitObjects(std::filesystem::path root)
     : root_(std::move(root)), repository_(open_repository(root_)) {
+  if (!repository_) hindrance_ = "this is no git repository";
   if (!repository_) return;
   common_ = git_repository_commondir(repository_.get());
   look_at_packs(common_);
   std::error_code error;
-  if (std::filesystem::exists(common_ / "objects/info/alternates", error)) repository_.reset();
+  if (!std::filesystem::exists(common_ / "objects/info/alternates", error)) return;
+  hindrance_ = "the repository borrows its objects from another one (objects/info/alternates)";
+  repository_.reset();
 }
 
-void GitObjects::look_at_object(const std::string& id) const {
+void GitObjects::look_at(const std::string& id) const {
   source::look_at_object(common_ / "objects" / id.substr(0, 2) / id.substr(2));
 }
 
 std::optional<std::string> GitObjects::blob(const std::string& id) const {
   const auto oid = id_of(id);
   if (!oid || !repository_) return std::nullopt;
-  look_at_object(id);
+  look_at(id);
   git_blob* found = nullptr;
   const int result = git_blob_lookup(&found, repository_.get(), &*oid);
   const GitHandle<git_blob> blob(found);
@@ -69,7 +72,7 @@ std::optional<std::string> GitObjects::blob(const std::string& id) const {
 
 GitHandle<git_tree> GitObjects::tree(const std::string& id) const {
   const auto oid = id_of(id);
-  look_at_object(id);
+  look_at(id);
   git_tree* found = nullptr;
   if (!oid || git_tree_lookup(&found, repository_.get(), &*oid) != 0)
     throw git_error("cannot read a folder of a commit of " + root_.string());
@@ -79,7 +82,7 @@ GitHandle<git_tree> GitObjects::tree(const std::string& id) const {
 GitHandle<git_tree> GitObjects::tree_of_commit(const std::string& id) const {
   const auto oid = id_of(id);
   if (!oid || !repository_) return nullptr;
-  look_at_object(id);
+  look_at(id);
   git_commit* found = nullptr;
   if (git_commit_lookup(&found, repository_.get(), &*oid) != 0) return nullptr;
   const GitHandle<git_commit> commit(found);
@@ -87,10 +90,10 @@ GitHandle<git_tree> GitObjects::tree_of_commit(const std::string& id) const {
 }
 
 // With a list of what is open and not by recursion, as a hostile tree may be deeper than any stack.
-std::optional<std::set<std::string>> GitObjects::files(const std::string& commit) const {
+std::optional<CommitFiles> GitObjects::files(const std::string& commit) const {
   auto root = tree_of_commit(commit);
   if (!root) return std::nullopt;
-  std::set<std::string> files;
+  CommitFiles files;
   std::vector<Folder> open;
   open.push_back({"", std::move(root)});
   while (!open.empty()) {
@@ -104,7 +107,7 @@ std::optional<std::set<std::string>> GitObjects::files(const std::string& commit
       if (git_tree_entry_type(entry) == GIT_OBJECT_TREE) {
         open.push_back({path + "/", tree(hex_of(git_tree_entry_id(entry)))});
       } else if (git_tree_entry_type(entry) == GIT_OBJECT_BLOB) {
-        files.insert(std::move(path));
+        files.emplace(std::move(path), hex_of(git_tree_entry_id(entry)));
       }
     }
   }

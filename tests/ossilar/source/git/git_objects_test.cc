@@ -11,6 +11,7 @@ namespace {
 
 using ::ossilar::testing::Repository;
 using ::testing::ElementsAre;
+using ::testing::Pair;
 
 // What `git rev-parse NAME` says in the repository r.
 std::string id_of(const Repository& repository, const std::string& name) {
@@ -54,10 +55,11 @@ TEST_F(GitObjectsTest, ListsTheFilesOfACommit) {
   GitObjects objects(repository_ / "r");
   const auto files = objects.files(id("HEAD~2"));
   ASSERT_TRUE(files);
-  EXPECT_THAT(*files, ElementsAre("a.cc", "d/b.cc"));
+  EXPECT_THAT(*files, ElementsAre(Pair("a.cc", blob_id("one\n")), Pair("d/b.cc", blob_id("b\n"))));
   EXPECT_EQ(objects.files(std::string(40, 'a')), std::nullopt);
   EXPECT_EQ(objects.files(blob_id("one\n")), std::nullopt) << "no commit";
-  EXPECT_THAT(*objects.files(id("HEAD")), ElementsAre("a.cc", "d/e/c.cc"));
+  EXPECT_THAT(*objects.files(id("HEAD")),
+              ElementsAre(Pair("a.cc", blob_id("two\n")), Pair("d/e/c.cc", blob_id("c\n"))));
 }
 
 TEST_F(GitObjectsTest, BorrowedObjectsAreNotRead) {

@@ -193,7 +193,7 @@ std::optional<std::string> CitationFollower::renamed_to(const std::string& path,
 
 // Whether the path was a file of its own when the citation was written. Not known counts as no.
 bool CitationFollower::was_there(const std::string& path, const FileVersion& version) const {
-  const std::set<std::string>* files = sources_.files_at(version.commit);
+  const source::CommitFiles* files = sources_.files_at(version.commit);
   return files != nullptr && files->count(path) > 0;
 }
 

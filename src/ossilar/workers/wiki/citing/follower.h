@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ossilar/source/git/git_objects.h"
 #include "ossilar/source/source_index.h"
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/citing/fingerprint.h"
@@ -32,7 +33,7 @@ struct CitedSources {
   // The text of a file as it was cited; none when nobody has kept it.
   std::function<std::optional<std::string>(const FileVersion&)> past;
   // The files that a commit has; null when the commit is not known here. Valid as long as the follower.
-  std::function<const std::set<std::string>*(const std::string& commit)> files_at;
+  std::function<const source::CommitFiles*(const std::string& commit)> files_at;
 };
 
 struct Looked {

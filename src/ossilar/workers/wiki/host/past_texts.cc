@@ -40,7 +40,7 @@ std::optional<std::string> PastTexts::text(const FileVersion& version) {
   return std::nullopt;
 }
 
-const std::set<std::string>* PastTexts::files_at(const std::string& commit) {
+const source::CommitFiles* PastTexts::files_at(const std::string& commit) {
   if (commit.empty()) return nullptr;
   auto [files, is_new] = files_.try_emplace(commit);
   if (is_new && objects() != nullptr) {

@@ -9,7 +9,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "ossilar/source/git/git_objects.h"
@@ -26,7 +25,7 @@ class PastTexts {
   // The text of that very version; none when nobody has kept it.
   std::optional<std::string> text(const FileVersion& version);
   // The files of a commit, null when it is not here. Valid as long as this.
-  const std::set<std::string>* files_at(const std::string& commit);
+  const source::CommitFiles* files_at(const std::string& commit);
 
  private:
   source::GitObjects* objects();
@@ -35,7 +34,7 @@ class PastTexts {
   const std::filesystem::path root_;
   bool is_opened_ = false;
   std::unique_ptr<source::GitObjects> objects_;  // opened when first needed
-  std::map<std::string, std::optional<std::set<std::string>>> files_;
+  std::map<std::string, std::optional<source::CommitFiles>> files_;
 };
 
 }  // namespace ossilar::workers::wiki

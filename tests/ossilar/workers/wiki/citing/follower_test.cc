@@ -31,7 +31,7 @@ class World {
       : now_(std::move(now)), index_(index_of(now_, symbol)) {
     for (const auto& [path, text] : then) {
       past_[short_hash(text)] = text;
-      files_.insert(path);
+      files_.emplace(path, "");
     }
   }
 
@@ -70,7 +70,7 @@ class World {
 
  private:
   Texts now_, past_;
-  std::set<std::string> files_;
+  source::CommitFiles files_;
   source::SourceIndex index_;
 };
 
