@@ -7,7 +7,9 @@ const PAGE = 'ossilar://pages/alpha';
 
 // Arguments with which each tool succeeds on a wiki whose page alpha is saved.
 const ARGUMENTS = {
+  affected: {},
   confirm_page: { page_id: 'alpha' },
+  find_citations: { path: 'src/alpha.cpp' },
   list_pages: {},
   page_context: { page_id: 'alpha' },
   read_page: { page_id: 'alpha' },

@@ -15,7 +15,9 @@ export const LATEST_WITH_INITIALIZE = '2025-11-25';
 
 // The tools that every server has.
 export const TOOLS = [
+  'affected',
   'confirm_page',
+  'find_citations',
   'list_pages',
   'page_context',
   'read_page',

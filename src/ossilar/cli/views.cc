@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "ossilar/cli/annotations.h"
+
 namespace ossilar::cli {
 namespace {
 
@@ -98,6 +100,49 @@ void print_synced(const Given& given, Output& output) {
   }
 }
 
+// ---- affected and cites
+
+// "[src/a.cc:L1-L5] moved to [src/a.cc:L3-L7]", where it stands, and the sentence on a line of its own.
+void print_claim(const Map& claim, const std::string& file, Output& output) {
+  const std::string state = text_at(claim, "state");
+  const std::string now = text_at(claim, "now");
+  const bool is_elsewhere = !now.empty() && state != "same";
+  const std::string section = text_at(claim, "section");
+  output.line("  [" + text_at(claim, "citation") + "]" + (state == "same" ? "" : " " + state) +
+              (is_elsewhere ? (state == "moved" ? " to [" : ", now [") + now + "]" : ""));
+  output.line(output.styled(Style::dim, "    " + file + ":" + form_at(claim, "line") +
+                                            (section.empty() ? "" : ", in '" + section + "'")));
+  output.line("    > " + text_at(claim, "sentence"));
+}
+
+void print_affected(const Given& given, Output& output) {
+  const std::string forge = text_at(given.arguments, "annotations");
+  const std::string& dir = given.wiki.config().dir;
+  if (forge == "github") return output.raw(github_annotations(given.value, dir));
+  if (forge == "gitlab") return output.raw(gitlab_annotations(given.value, dir));
+  const Map& pages = given.value.at("pages");
+  if (pages.empty()) output.line("no page rests on this change");
+  for (const Map& page : pages) {
+    const std::string state = text_at(page, "state");
+    output.line(output.styled(style_of(state), state) + "  " +
+                output.styled(Style::bold, text_at(page, "page_id")));
+    for (const Map& claim : page.at("claims"))
+      print_claim(claim, shown_path(given.wiki.paths().wiki / text_at(page, "rel_path")), output);
+    for (const Map& source : page.at("sources")) output.line("  " + utils::text_form(source));
+  }
+}
+
+void print_cites(const Given& given, Output& output) {
+  const Map& claims = given.value.at("claims");
+  if (claims.empty()) output.line("no page cites " + text_at(given.arguments, "path"));
+  std::string page;
+  for (const Map& claim : claims) {
+    if (page != text_at(claim, "page_id")) output.line(output.styled(Style::bold, text_at(claim, "page_id")));
+    page = text_at(claim, "page_id");
+    print_claim(claim, shown_path(given.wiki.paths().page(page)), output);
+  }
+}
+
 // ---- search
 
 std::string shown_citation(const Map& citation) {
@@ -166,6 +211,7 @@ constexpr std::array kViews{
     View{"plan", Freshness::sources, print_plan},         View{"context", Freshness::sources, print_context},
     View{"show", Freshness::as_stored, print_page},       View{"save", Freshness::sources, print_saved},
     View{"confirm", Freshness::sources, print_confirmed}, View{"sync", Freshness::sources, print_synced},
+    View{"affected", Freshness::sources, print_affected}, View{"cites", Freshness::sources, print_cites},
     View{"search", Freshness::vectors, print_hits},       View{"status", Freshness::sources, print_status}};
 
 }  // namespace

@@ -36,7 +36,7 @@ struct DraftAtWork {
   std::optional<std::string> section;  // the one that is replaced, while the others stay
   std::string version;                 // that the page has once the draft is committed
   std::vector<std::string> empty;      // labels whose lines are no evidence
-  std::vector<std::string> unread;     // labels whose file cannot be read, so that nobody knows what they cite
+  std::vector<std::string> unread;  // labels whose file cannot be read, so that nobody knows what they cite
   Settled settled;
   std::map<std::string, std::string> cited_texts;  // see keep_cited_texts()
 };

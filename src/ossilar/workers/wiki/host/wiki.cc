@@ -118,10 +118,15 @@ DraftBasis Wiki::draft_basis() {
 }
 
 std::unique_ptr<CitationFollower> Wiki::follower(const PlannedWiki& planned) const {
+  return follower(*planned.index,
+                  [this](const std::string& path) { return source::read_source(paths_.root, path); });
+}
+
+std::unique_ptr<CitationFollower> Wiki::follower(const source::SourceIndex& index, ReadText read) const {
   const auto past = std::make_shared<PastTexts>(*store_, paths_.root);
   return std::make_unique<CitationFollower>(
-      CitedSources{.index = *planned.index,
-                   .read = [this](const std::string& path) { return source::read_source(paths_.root, path); },
+      CitedSources{.index = index,
+                   .read = std::move(read),
                    .past = [past](const FileVersion& version) { return past->text(version); },
                    .files_at = [past](const std::string& commit) { return past->files_at(commit); }});
 }

@@ -106,6 +106,8 @@ class Wiki {
 
   // Follows citations to the sources of `planned`, which it keeps. For one thread.
   std::unique_ptr<CitationFollower> follower(const PlannedWiki& planned) const;
+  // The same to other sources, which it keeps: `read` gives the texts of the files of `index`.
+  std::unique_ptr<CitationFollower> follower(const source::SourceIndex& index, ReadText read) const;
 
   // The rows of this branch as stored now.
   store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
