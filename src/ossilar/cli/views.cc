@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ossilar/cli/annotations.h"
+#include "ossilar/utils/markdown.h"
 
 namespace ossilar::cli {
 namespace {
@@ -52,6 +53,10 @@ void print_plan(const Given& given, Output& output) {
 void print_context(const Given& given, Output& output) {
   const std::string changes = text_at(given.value, "changes");
   output.raw(changes.empty() ? "" : changes + "\n");
+  if (const std::string text = text_at(given.value, "text"); !text.empty()) {
+    const std::string fence = utils::fence_for(text);
+    output.raw("## The page as it is\n\n" + fence + "markdown\n" + text + fence + "\n\n");
+  }
   output.raw(text_at(given.value, "grounding"));
 }
 

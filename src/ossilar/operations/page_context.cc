@@ -7,6 +7,9 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/operations/session_following.h"
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::operations {
@@ -20,6 +23,10 @@ using workers::wiki::StoredPage;
 // What matters of them is in the grounding, and `source_file_count` says how many there are.
 constexpr std::size_t kMostFiles = 100;
 
+// The author's text that a session gets with the context, so that a refresh needs one call: some 6,000
+// tokens, more than any page type asks for. What is beyond it read_page has.
+constexpr std::size_t kLongestText = std::size_t{24} * 1024;
+
 std::vector<std::string> first_files(const std::vector<std::string>& files) {
   return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
 }
@@ -27,6 +34,7 @@ std::vector<std::string> first_files(const std::vector<std::string>& files) {
 Result call(const Asked& asked) {
   const workers::wiki::WikiReader reader(asked.wiki);
   const std::string page_id = utils::string_member(asked.arguments, "page_id");
+  follow_before_reading(asked, page_id);
   const auto found = reader.page_context(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& context = std::get<PageContext>(found);
@@ -37,6 +45,11 @@ Result call(const Asked& asked) {
   value["min_citations"] = asked.wiki.config().min_citations_per_page;
   if (!context.changes.empty() || is_whole) value["changes"] = context.changes;
   value["version"] = page != nullptr ? page->version : std::string(workers::wiki::kNoVersion);
+  if (page != nullptr) {
+    const std::string authored = workers::wiki::split_authored(page->text, "").text();
+    value["text"] = is_whole ? std::string_view(authored) : utils::utf8_prefix(authored, kLongestText);
+    if (!is_whole && authored.size() > kLongestText) value["text_is_cut"] = true;
+  }
   value["source_files"] = is_whole ? context.grounding.files : first_files(context.grounding.files);
   value["source_file_count"] = context.grounding.files.size();
   if (is_whole) value["symbols"] = context.grounding.symbols;
@@ -60,8 +73,8 @@ Operation page_context() {
               "symbols and excerpts with line numbers. Read the source files as well before you write. If "
               "the page "
               "is stale, `changes` has each sentence in doubt with a diff of the text that it cites: rewrite "
-              "it, or "
-              "call confirm_page if it still holds. Pass `version` to save_page as `if_version`, so that you "
+              "it in `text`, the page as it is, or call confirm_page if it still holds. Pass `version` to "
+              "save_page as `if_version`, so that you "
               "overwrite nobody's work.",
           .example = "ossilar context overview",
           .arguments = {page_argument()},
@@ -76,6 +89,8 @@ Operation page_context() {
                {"min_citations", count("a page with fewer valid citations is refused")},
                {"steering", text("what the wiki's owner asks of the page")},
                {"changes", text("Markdown: what the page cites and how it changed since; start with it")},
+               {"text", text("what the page's author wrote, if it is stored")},
+               {"text_is_cut", flag("`text` is only its beginning; read_page has all of it")},
                {"version", text("version of the stored page, or \"new\" if it is not written yet")},
                {"source_files", strings("the first hundred source files of the page")},
                {"source_file_count", count("number of its source files")},

@@ -176,6 +176,11 @@ std::optional<std::string> CitationFollower::cited_text(const Citation& cited, c
   return short_hash(block) == print.text ? std::optional(std::string(block)) : std::nullopt;
 }
 
+std::optional<std::string> CitationFollower::past_text(const FileVersion& version) {
+  const LineText* text = past(version);
+  return text == nullptr ? std::nullopt : std::optional(std::string(text->all()));
+}
+
 std::optional<CitationFollower::LineCounts> CitationFollower::changed_lines(const std::string& path,
                                                                             const FileVersion& version) {
   const SourceFile* file = sources_.index.find(path);

@@ -55,6 +55,9 @@ class CitationFollower {
   // The cited lines as they were cited; none when the old text is not to be had.
   std::optional<std::string> cited_text(const Citation& cited, const Fingerprint& print);
 
+  // The whole file as it was cited; none when it is not to be had.
+  std::optional<std::string> past_text(const FileVersion& version);
+
   // How many lines of the file were removed or added since that version, if both texts are there.
   struct LineCounts {
     std::int64_t removed = 0, added = 0;

@@ -2,14 +2,20 @@
 // labels above it. A long one is cut: what the whole change was, the author reads in the source.
 #include "ossilar/workers/wiki/host/what_changed.h"
 
+#include <map>
 #include <optional>
-#include <set>
 #include <string_view>
+#include <utility>
+#include <vector>
 
+#include "ossilar/source/ctags.h"
 #include "ossilar/source/git/text_diff.h"
+#include "ossilar/utils/error.h"
+#include "ossilar/utils/logging.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/citing/symbol_changes.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/pages/page_version.h"
 
@@ -18,6 +24,10 @@ namespace {
 
 // Of one citation's diff, so that a page with a rewritten file still shows several.
 constexpr std::size_t kLongestDiff = std::size_t{2} * 1024;
+// Symbols of one kind of change that a file's line names; the others are counted.
+constexpr std::size_t kMostSymbols = 12;
+
+const utils::Logger change_logger("ossilar.workers.wiki.what_changed");
 
 std::optional<std::string> text_now(const Wiki& wiki, const std::optional<Citation>& place) {
   if (!place) return std::nullopt;
@@ -48,6 +58,60 @@ std::string change_of(const Wiki& wiki, const std::string& authored, const Claim
   return text + diff_of(*before, text_now(wiki, looked.now).value_or("")) + "\n";
 }
 
+// ", added `a`, `b`" or "".
+std::string listed(const char* what, const std::vector<std::string>& names) {
+  if (names.empty()) return "";
+  std::string text = std::string("; ") + what;
+  for (std::size_t i = 0; i < names.size() && i < kMostSymbols; ++i)
+    text += (i == 0 ? " `" : ", `") + utils::printable_line(names[i]) + "`";
+  if (names.size() > kMostSymbols) text += " and " + std::to_string(names.size() - kMostSymbols) + " more";
+  return text;
+}
+
+// A cited file that is another now, with both texts.
+struct ChangedFile {
+  const source::SourceFile* file;
+  std::string before, after;
+};
+
+// Of several versions that the page cites, the one that is cited last.
+std::vector<ChangedFile> changed_files(const Wiki& wiki, const source::SourceIndex& index,
+                                       const KnownClaims& known, CitationFollower& follower) {
+  std::map<std::string, FileVersion> versions;
+  for (const KnownClaim& claim : known.all()) versions[claim.citation.path] = claim.print.file;
+  std::vector<ChangedFile> files;
+  for (const auto& [path, version] : versions) {
+    const source::SourceFile* file = index.find(path);
+    if (file == nullptr || version_hash(*file) == version.hash) continue;
+    auto before = follower.past_text(version);
+    auto after = source::read_source(wiki.paths().root, path);
+    if (before && after) files.push_back({file, *std::move(before), *std::move(after)});
+  }
+  return files;
+}
+
+std::string changed_symbols(const std::vector<ChangedFile>& files) {
+  source::SymbolBatch batch;
+  for (const ChangedFile& changed : files)
+    batch.add(changed.file->path, changed.file->language, changed.before);
+  std::vector<std::vector<source::Symbol>> then;
+  try {
+    if (!files.empty()) then = batch.symbols(source::find_symbol_tool());
+  } catch (const utils::Error& error) {
+    change_logger.warning("cannot tell which symbols changed", error);
+  }
+  std::string text;
+  for (std::size_t i = 0; i < then.size(); ++i) {
+    const auto [added, removed, changed] = symbol_changes(
+        LineText(files[i].before), then[i], LineText(files[i].after), files[i].file->symbols.all());
+    const std::string symbols =
+        listed("added", added) + listed("removed", removed) + listed("changed", changed);
+    if (!symbols.empty())
+      text += "- " + utils::printable_line(files[i].file->path) + ":" + symbols.substr(1) + "\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string what_changed(const Wiki& wiki, const PlannedWiki& planned, const store::StoredRows& rows,
@@ -71,6 +135,9 @@ std::string what_changed(const Wiki& wiki, const PlannedWiki& planned, const sto
     }
   }
   if (left_out > 0) text += "and " + std::to_string(left_out) + " more (ossilar plan lists them)\n";
+  const std::string symbols = changed_symbols(changed_files(wiki, *planned.index, known, *follower));
+  if (!symbols.empty() && text.size() + symbols.size() <= kChangesBudget)
+    text += "In the files that it cites:\n\n" + symbols;
   return text.empty() ? "" : "## What changed since this was written\n\n" + text;
 }
 
