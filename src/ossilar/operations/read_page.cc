@@ -7,6 +7,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/operations/session_following.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
@@ -41,6 +42,7 @@ void add_portion(Map& result, std::string_view text, std::size_t offset) {
 
 Result call(const Asked& asked) {
   const std::string page_id = utils::string_member(asked.arguments, "page_id");
+  follow_before_reading(asked, page_id);
   const auto found = workers::wiki::WikiReader(asked.wiki).read_page(page_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& page = std::get<StoredPage>(found);

@@ -5,6 +5,7 @@
 // text. Thrown alone, it would tell the author that the save failed and not that the text is still there.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/operations/session_following.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/host/saving.h"
 
@@ -28,10 +29,16 @@ std::optional<Map> refuse(const Map& arguments) {
 }
 
 Result call(const Asked& asked) {
-  const SaveRequest request = request_of(asked.arguments);
+  SaveRequest request = request_of(asked.arguments);
   if (asked.arguments.value("dry_run", false))
     return {.value = workers::wiki::preview_page(asked.wiki, request)};
+  std::vector<workers::wiki::Doubt> followed;
+  request.content = follow_before_saving(asked, request.page_id, request.content, followed);
   SaveOutcome outcome = workers::wiki::save_page(asked.wiki, request, asked.task);
+  if (outcome.answer.contains("warnings")) {
+    for (const workers::wiki::Doubt& doubt : followed)
+      outcome.answer["warnings"].push_back("followed: " + doubt_text(doubt) + ", and was rewritten");
+  }
   const auto& paths = asked.wiki.paths();
   const std::string kept =
       outcome.kept.empty() ? "" : (paths.drafts() / outcome.kept).lexically_relative(paths.root).string();

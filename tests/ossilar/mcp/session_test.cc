@@ -112,6 +112,37 @@ TEST(Session, KeepsEveryOneOfTwentySectionSavesInFlightOnOnePage) {
     EXPECT_THAT(repo.page("alpha"), HasSubstr("\nNew " + std::to_string(i) + "! "));
 }
 
+// A new line above what the page cites; by default the page stays as it is.
+TEST(Session, FollowsMovedCitationsWhereTheOwnerWantsIt) {
+  const std::string text =
+      "Alpha [src/alpha.cpp:L2] and [src/alpha.cpp:L4].\n\n## One\n\nOther [src/alpha.cpp:L8].\n";
+  const Map page{{"page_id", "alpha"}};
+  for (const bool is_wanted : {false, true}) {
+    const WikiRepo repo(is_wanted ? "[wiki]\nfollow = true\n" : "");
+    McpClient client(repo.dir.path());
+    ASSERT_TRUE(client.tool("save_page", save_arguments("alpha", text)).contains("saved"));
+    const auto authored = [&] {
+      return client.tool("read_page", {{"page_id", "alpha"}, {"part", "authored"}}).value("text", "");
+    };
+    repo.dir.write("src/alpha.cpp", "// new\n" + WikiRepo::ten_lines("alpha"));
+    EXPECT_THAT(authored(), HasSubstr(is_wanted ? "[src/alpha.cpp:L3] and [src/alpha.cpp:L5]"
+                                                : "[src/alpha.cpp:L2] and [src/alpha.cpp:L4]"));
+    EXPECT_THAT(authored(), HasSubstr(is_wanted ? "Other [src/alpha.cpp:L9]" : "Other [src/alpha.cpp:L8]"));
+    // Handed in as it stood, after another line: followed in the same save, and the author is told.
+    Map arguments = save_arguments("alpha", authored());
+    arguments["if_version"] = client.tool("page_context", page).at("version");
+    repo.dir.write("src/alpha.cpp", "// new\n// newer\n" + WikiRepo::ten_lines("alpha"));
+    const Map answer = client.tool("save_page", arguments);
+    ASSERT_TRUE(answer.contains("saved")) << answer;
+    EXPECT_EQ(answer.at("warnings").dump().find("followed: [src/alpha.cpp:L3] moved to [src/alpha.cpp:L4]") !=
+                  std::string::npos,
+              is_wanted)
+        << answer;
+    EXPECT_THAT(authored(),
+                HasSubstr(is_wanted ? "[src/alpha.cpp:L4] and [src/alpha.cpp:L6]" : "[src/alpha.cpp:L2]"));
+  }
+}
+
 TEST(Session, ACancelledSaveWritesNothingAndIsNotAnswered) {
   const WikiRepo repo;
   store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});

@@ -304,6 +304,8 @@ void read_wiki(const At& at, const toml::node& node, WikiConfig& config) {
   read_table(
       at.file, "[wiki]", table_of(at, node),
       {{"dir", [&](const At& k, const toml::node& v) { config.dir = wiki_folder(k, text_of(k, v)); }},
+       {"follow",
+        [&](const At& k, const toml::node& v) { config.follow = value_of<bool>(k, v, "true or false"); }},
        {"diagrams",
         [&](const At& k, const toml::node& v) { config.diagrams = value_of<bool>(k, v, "true or false"); }},
        {"min_citations_per_page",

@@ -37,6 +37,8 @@ struct PageEntry {
 // The defaults are what an empty file means.
 struct WikiConfig {
   std::string dir = "wiki";  // relative to the repository's root, '/' between parts
+  // Whether a session follows moved citations of a page by itself when it reads or saves the page.
+  bool follow = false;
   bool diagrams = true;
   // Fewer valid citations refuse a save. Two: one alone would let a page rest on a single place. 0: none.
   std::int64_t min_citations_per_page = 2;

@@ -118,6 +118,18 @@ std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>&
   return pages;
 }
 
+std::string followed_content(Wiki& wiki, const std::string& page_id, const std::string& content,
+                             std::vector<Doubt>& followed) {
+  const store::StoredRows rows = wiki.stored_pages();
+  const Map* row = rows.find(page_id);
+  if (row == nullptr) return content;
+  SyncedPage page{.page_id = page_id, .followed = {}, .left = {}, .diff = {}, .refusal = {}};
+  const auto follower = wiki.follower(*wiki.prepare());
+  std::string text = followed_text(content, KnownClaims(remembered_claims(*row)), *follower, page);
+  followed = std::move(page.followed);
+  return text;
+}
+
 Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
                     const std::optional<std::string>& if_version, utils::Task& task) {
   const auto planned = wiki.prepare();

@@ -1,6 +1,7 @@
 // What keeps a page true without a new text: following what moved (`ossilar sync`), and confirming words that
 // still hold (`ossilar confirm`). Both go through the save pipeline, onto the version that they read, so they
-// overwrite nobody's work. operations/sync.cc and operations/confirm_page.cc call them.
+// overwrite nobody's work. operations/sync.cc and operations/confirm_page.cc call them. With `[wiki] follow`
+// sessions follow a page when they read or save it (operations/following_session.h).
 //
 // Thread-safety: every function may be called from any thread. Failures: as of a save (docs/design.md);
 // utils::Cancelled passes.
@@ -29,6 +30,11 @@ struct SyncedPage {
 // `is_dry_run` nothing is written. Pages without moved citations are left alone and not in the result.
 std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>& only, bool is_dry_run,
                                    utils::Task& task);
+
+// The text of a page, or of its section, with the lines of moved citations rewritten in the sentences that
+// stand as they stood; `followed` gets each. What another has changed of it meanwhile, the save decides.
+std::string followed_content(Wiki& wiki, const std::string& page_id, const std::string& content,
+                             std::vector<Doubt>& followed);
 
 // The page's author has looked: the words of the section `section`, or of the whole page, still hold for the
 // source as it is. Takes its fingerprints anew and records time and commit; the text stays. Refused for a

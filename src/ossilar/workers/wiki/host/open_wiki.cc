@@ -22,6 +22,7 @@ constexpr std::string_view kConfigTemplate =
 
 [wiki]
 # dir = "wiki"                  # the wiki's folder
+# follow = false                # true: sessions follow moved citations when they read or save a page
 # diagrams = true
 # min_citations_per_page = 2    # a page with fewer valid citations is refused
 # lock_timeout_s = 30
