@@ -31,7 +31,7 @@ struct Arguments {
   Place place;
   bool json = false;
   ColorChoice color = ColorChoice::automatic;
-  std::vector<std::string> clients;
+  InitArguments init;
   CheckArguments check;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
@@ -78,17 +78,19 @@ void add_globals(CLI::App& app, Arguments& arguments) {
 void add_init_command(CLI::App& app, Arguments& arguments) {
   auto* init = add_command(
       app, arguments, "init", "Set up a wiki here: create its files, index the source, adopt committed pages",
-      "ossilar init\nossilar init --client claude-code --client vscode",
-      [&](Output& output) { return run_init(arguments.place, arguments.clients, output); });
+      "ossilar init\nossilar init --client claude-code --client vscode\nossilar init --hook",
+      [&](Output& output) { return run_init(arguments.place, arguments.init, output); });
   // allow_extra_args(false): a list would otherwise take every word that follows, and not one after each
   // --client. option_text(): as with --color.
-  init->add_option("--client", arguments.clients,
+  init->add_option("--client", arguments.init.clients,
                    "Set up this agent's client to run ossilar here; may be given several times: " +
                        utils::join(client_names(), ", "))
       ->check(CLI::IsMember(client_names()))
       ->allow_extra_args(false)
       ->type_name("NAME")
       ->option_text("NAME");
+  init->add_flag("--hook", arguments.init.hook,
+                 "Write a git hook that follows moved citations before each commit and names stale pages");
 }
 
 // The help of an argument, made from its schema: the description with a capital letter (in JSON it begins in

@@ -43,9 +43,12 @@ struct Place {
 // `arguments` holds the file's name; without one, or with "-", standard input is read.
 int run_operation(const operations::Operation& operation, const Place& place, Map arguments, Output& output);
 
-// Sets a wiki up, or brings one that is there up to date. Also sets up the agent clients of these names, each
-// one of client_names().
-int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output);
+struct InitArguments {
+  std::vector<std::string> clients;  // agent clients to set up, each one of client_names()
+  bool hook = false;                 // also git's hook (git_hook.h)
+};
+// Sets a wiki up, or brings one that is there up to date.
+int run_init(const Place& place, const InitArguments& arguments, Output& output);
 // kRefused when something is wrong with the wiki, or still is after `fix`.
 struct CheckArguments {
   bool fix = false;

@@ -5,11 +5,14 @@
 //
 // Each step makes only what is missing or out of date, so `init` can be run again, after a failure too.
 #include <map>
+#include <optional>
 
 #include "ossilar/cli/client_files.h"
 #include "ossilar/cli/commands.h"
+#include "ossilar/cli/git_hook.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
@@ -51,7 +54,8 @@ void print_next_steps(const WikiStatus& status, Output& output) {
 
 // valid_utf8(): a path may be any bytes, and JSON holds none that are not UTF-8.
 Map document_of(const std::filesystem::path& root, const std::vector<std::string>& created,
-                const WikiStatus& status, const AdoptionReport& adoption, const ClientFiles& clients) {
+                const WikiStatus& status, const AdoptionReport& adoption, const ClientFiles& clients,
+                const std::optional<GitHook>& hook) {
   return {{"root", utils::valid_utf8(root.string())},
           {"created", created},
           {"indexed_files", status.indexed_files},
@@ -62,31 +66,41 @@ Map document_of(const std::filesystem::path& root, const std::vector<std::string
           {"unplanned_files", adoption.unplanned},
           {"failed", adoption.failed},
           {"clients", clients.documents()},
+          {"hook", hook ? hook->document() : Map::object()},
           {"client_configuration", server_on_this_machine(root)}};
+}
+
+std::optional<GitHook> hook_for(const std::filesystem::path& root, bool is_wanted) {
+  if (!is_wanted) return std::nullopt;
+  return GitHook(root, workers::wiki::load_config(root / "ossilar.toml").dir);
 }
 
 }  // namespace
 
-int run_init(const Place& place, const std::vector<std::string>& client_names, Output& output) {
+int run_init(const Place& place, const InitArguments& arguments, Output& output) {
   const std::filesystem::path root = place.root_or_here();
-  const ClientFiles clients(root, client_names);  // throws before anything is created
+  // Both throw before anything is created.
+  const ClientFiles clients(root, arguments.clients);
+  const auto hook = hook_for(root, arguments.hook);
   const std::vector<std::string> created = workers::wiki::set_up_wiki(root);
   const auto wiki = workers::wiki::open_wiki(root, "ossilar init");
   prepare_with_progress(*wiki);
   const AdoptionReport adoption = workers::wiki::adopt_pages(*wiki);
   reembed_with_progress(*wiki);
   const WikiStatus status = workers::wiki::WikiReader(*wiki).status(workers::wiki::Look::spared);
+  if (hook) hook->write();
   clients.write();  // last: a failure above leaves no client that starts a server without a wiki
 
-  output.document(document_of(root, created, status, adoption, clients));
+  output.document(document_of(root, created, status, adoption, clients, hook));
   output.line(output.styled(Style::good, "ready") + "  " + output.styled(Style::bold, root.string()));
   if (!created.empty()) output.line("Created " + utils::join(created, ", ") + ".");
   output.line("Indexed " + std::to_string(status.indexed_files) + " file(s); " +
               std::to_string(status.pages.size()) + " page(s) planned.");
   print_adoption(adoption, output);
   print_next_steps(status, output);
+  if (hook) hook->print(output);
   clients.print(output);
-  if (client_names.empty()) print_client_advice(root, output);
+  if (arguments.clients.empty()) print_client_advice(root, output);
   return kDone;
 }
 

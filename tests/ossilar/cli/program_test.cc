@@ -245,6 +245,49 @@ TEST(Program, SetsClientsUpOnceAndChangesNoneWhenOneIsRefused) {
 
 // A path that would turn the rest of a terminal's line around, and clear it: nothing of it gets there as it
 // is, and what is to be pasted or parsed still names the path.
+void run_git(const WikiRepo& repo, const std::string& script) {
+  const std::string program = OSSILAR_PROGRAM;
+  const auto result =
+      utils::run_process({"env", "GIT_CONFIG_GLOBAL=/dev/null", "GIT_AUTHOR_NAME=a", "GIT_AUTHOR_EMAIL=a@b",
+                          "GIT_COMMITTER_NAME=a", "GIT_COMMITTER_EMAIL=a@b", "sh", "-ec",
+                          "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH; cd \"$0\"; " + script,
+                          repo.dir.path().string()},
+                         "");
+  ASSERT_EQ(result.exit_code, 0) << script << result.errors;
+}
+
+// However the change gets into the commit, and whatever else lies about.
+TEST(Program, WithTheHookThePagesOfACommitPointAtItsLines) {
+  const std::string moved = "// new\n" + WikiRepo::ten_lines("alpha");
+  for (const auto& [commit, is_followed] :
+       {std::pair("git add -A; git commit -q -m change", true),
+        {"git commit -q -a -m change", true},
+        {"git add -A; echo '// x' >> src/beta.cpp; git commit -q -m change", false}}) {
+    SCOPED_TRACE(commit);
+    const WikiRepo repo;
+    run_git(repo, "git init -q; git add -A; git commit -q -m sources");
+    ASSERT_EQ(ossilar_in(repo.dir.path(), {"init", "--hook"}).exit_code, 0);
+    store_alpha(repo);
+    run_git(repo, "git add -A; git commit -q -m wiki");
+    repo.dir.write("src/alpha.cpp", moved);
+    run_git(repo, std::string(commit) + "; git show HEAD:wiki/pages/alpha.md > committed");
+    EXPECT_THAT(repo.dir.read("committed"), HasSubstr(is_followed ? "src/alpha.cpp#L2" : "src/alpha.cpp#L1"));
+    EXPECT_EQ(repo.dir.read("committed") == repo.page("alpha"), true) << "nothing is left uncommitted";
+  }
+}
+
+TEST(Program, AHookOfSomebodyElsesStays) {
+  const WikiRepo repo;
+  EXPECT_EQ(ossilar_in(repo.dir.path(), {"init", "--hook"}).exit_code, 2) << "no git repository";
+  run_git(repo, "git init -q; echo other > .git/hooks/pre-commit");
+  const ProcessResult refused = ossilar_in(repo.dir.path(), {"init", "--hook"});
+  EXPECT_EQ(refused.exit_code, 2);
+  EXPECT_THAT(refused.errors, HasSubstr("pre-commit is there already"));
+  EXPECT_EQ(repo.dir.read(".git/hooks/pre-commit"), "other\n");
+  run_git(repo, "rm .git/hooks/pre-commit; git config core.hooksPath hooks");
+  EXPECT_THAT(ossilar_in(repo.dir.path(), {"init", "--hook"}).errors, HasSubstr("core.hooksPath"));
+}
+
 TEST(Program, APathReachesATerminalWithoutControlCharacters) {
   const TempDir dir;
   const std::string root = (dir / "a\u202eb\x1b[2J\x7f\u2066\"c").string();
