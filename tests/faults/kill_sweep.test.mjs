@@ -51,7 +51,7 @@ function killAtEveryPoint({ what, args, input = '', arrange = () => {}, texts, m
       injections: (call, k) => (call === 'openat' ? [] : [`signal=KILL:when=${k}`]),
       each: async (root, result, { call, k }) => {
         const isNew = pageText(root, 'alpha') === allowed.at(-1);
-        const ahead = args[0] === 'save' ? listsAhead(root, world) : '';
+        const ahead = ['save', 'sync'].includes(args[0]) ? listsAhead(root, world) : '';
         const fault = ahead || (await faultAfter(root, allowed, mustInit));
         return { isNew, bad: fault && `${what}, killed at ${call} ${k}: ${fault}` };
       },
@@ -66,6 +66,15 @@ function killAtEveryPoint({ what, args, input = '', arrange = () => {}, texts, m
 
 killAtEveryPoint(PAGE_SAVE);
 killAtEveryPoint(SECTION_SAVE);
+
+killAtEveryPoint({
+  what: 'a sync',
+  args: ['sync'],
+  arrange: ({ root }) => {
+    const source = join(root, 'src/alpha.cpp');
+    writeFileSync(source, `// a line above\n${readFileSync(source, 'utf8')}`);
+  },
+});
 
 const forget = (wiki) => rmSync(join(wiki.root, '.ossilar'), { recursive: true });
 

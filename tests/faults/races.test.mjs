@@ -233,6 +233,43 @@ test('servers, commands, and repairs, on many pages', async (t) => {
   await assertSound(wiki);
 });
 
+// The source grows at its top all the time, so citations move while others write the sentences around them.
+test('a sync beside eight savers of one page', async (t) => {
+  const wiki = makeWiki(t);
+  wiki.save('alpha', pageAbout('alpha', 8));
+  const clients = await clientsOf(t, wiki, 3);
+  const savers = [
+    ...numbers(2).map((i) => byReadAndWrite(clients[0], 'alpha', i)),
+    ...numbers(4).map((i) => bySession(clients[1 + (i % 2)], 'alpha', 2 + i)),
+    ...numbers(2).map((i) => byCommand(wiki, 'alpha', 6 + i)),
+  ];
+  let racing = true;
+  t.after(() => (racing = false));
+  const follow = async () => {
+    const counts = { synced: 0, refused: 0 };
+    for (let round = 0; racing; ++round) {
+      const source = join(wiki.root, 'src/alpha.cpp');
+      fs.writeFileSync(`${source}~`, `int new${round}();\n${fs.readFileSync(source, 'utf8')}`);
+      fs.renameSync(`${source}~`, source);
+      const { code, stdout, stderr } = await ossilar(wiki.root, ['--json', 'sync']);
+      assert.equal(code, 0, stderr);
+      for (const page of JSON.parse(stdout).pages) counts[page.refused ? 'refused' : 'synced'] += 1;
+    }
+    return counts;
+  };
+  const following = follow();
+  const journal = await race(savers.map((save, i) => ({ place: `alpha ${i}`, save })));
+  racing = false;
+  const { synced, refused } = await following;
+  t.diagnostic(`a sync: ${synced} written, ${refused} refused because another came in between`);
+  assert.ok(synced > 0, 'citations were followed meanwhile');
+  report(t, 'a sync beside savers', journal, 1, lostOf(journal, wiki));
+  await ossilar(wiki.root, ['sync']);
+  const { pages } = JSON.parse((await ossilar(wiki.root, ['--json', 'sync', '--dry-run'])).stdout);
+  assert.deepEqual(pages, [], 'nothing is left to follow');
+  await assertSound(wiki);
+});
+
 // Edits by hand, in place and by rename, while sessions save the page: wherever each edit lands, its words are in the
 // page, or kept below .ossilar/replaced.
 const HAND_EDITS = 200;
