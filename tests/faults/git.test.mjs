@@ -6,7 +6,7 @@ import { execFileSync, spawnSync } from 'node:child_process';
 import { appendFileSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { makeWiki, pageAbout, program } from '../clients/wiki.mjs';
+import { LATEST, lineClient, makeWiki, pageAbout, program } from '../clients/wiki.mjs';
 import { findingsOf, ossilar } from './sweep.mjs';
 
 const IDS = ['alpha', 'beta', 'alpha/one', 'alpha/two', 'beta/three'];
@@ -171,4 +171,34 @@ test('a clone takes the pages as they were written, and a source that changed be
   writeFileSync(join(clone.root, 'wiki/pages/beta/three.md'), '# By hand\n\nText.\n');
   await ossilar(clone.root, ['check', '--fix']);
   await assertForAnAuthor(clone, ['drifted wiki/pages/beta.md', 'unverified wiki/pages/beta/three.md']);
+});
+
+// The server was asked before each step, so it knows what was true then; the next answer must be of the files as they
+// are.
+test('a server sees at once what git does to the sources', async (t) => {
+  const world = worldOf(t);
+  const { root, git, commit, on } = world;
+  const source = join(root, 'src/alpha.cpp');
+  on('topic', () => writeFileSync(source, readFileSync(source, 'utf8').replace('alpha2', 'other')));
+  git('checkout', '--quiet', 'main');
+  const server = await lineClient(t, world, LATEST);
+  const stateOfAlpha = async () => {
+    const { pages } = (await server.call('list_pages', {})).result.structuredContent;
+    return pages.find((page) => page.page_id === 'alpha').state;
+  };
+  const steps = [
+    ['nothing', 'ok', () => {}],
+    ['a line above', 'moved', () => writeFileSync(source, `// new\n${readFileSync(source, 'utf8')}`)],
+    ['it taken back', 'ok', () => git('checkout', '--quiet', '--', 'src/alpha.cpp')],
+    ['a branch with a cited line changed', 'stale', () => git('checkout', '--quiet', 'topic')],
+    ['the branch before', 'ok', () => git('checkout', '--quiet', '-')],
+    ['a file renamed', 'moved', () => git('mv', 'src/alpha.cpp', 'src/renamed.cpp')],
+    ['the rename committed', 'moved', () => commit('rename')],
+    ['a rebase onto the changed line', 'stale', () => git('rebase', '--quiet', 'topic')],
+    ['the rebase undone', 'moved', () => git('reset', '--quiet', '--hard', 'ORIG_HEAD')],
+  ];
+  for (const [what, state, step] of steps) {
+    step();
+    assert.equal(await stateOfAlpha(), state, what);
+  }
 });
