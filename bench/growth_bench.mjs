@@ -3,7 +3,7 @@
 // other), in git, with every page written. Prints figures and asserts nothing.
 //   OSSILAR_PROGRAM=... tests/clients/node bench/growth_bench.mjs [MOST-PAGES]
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { appendFileSync, mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { program } from '../tests/clients/wiki.mjs';
@@ -49,6 +49,24 @@ const command = (root, ...args) =>
     }
   });
 
+// The page of the k-th save.
+const pageOf = (k, { pages }) => (k * 7919) % pages;
+
+// Which pages a commit of a few files affects, beside what git takes to say what it changed.
+async function afterACommit(root, paths) {
+  commitAll(root);
+  for (const path of new Set(paths)) appendFileSync(join(root, path), 'int more();\n');
+  commitAll(root);
+  const git = () => execFileSync('git', ['-C', root, 'diff', '--stat', 'HEAD~1', 'HEAD'], { stdio: 'pipe' });
+  const runs = await Promise.all(numbers(3).map(() => timed(git)));
+  return {
+    git_diff_s: median(runs) / 1000,
+    affected_s: (await command(root, 'affected', 'HEAD~1..HEAD')) / 1000,
+    affected_again_s: (await command(root, 'affected', 'HEAD~1..HEAD')) / 1000,
+    check_after_s: (await command(root, 'check')) / 1000,
+  };
+}
+
 async function measure(size) {
   const root = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
   try {
@@ -66,7 +84,7 @@ async function measure(size) {
     await client.call('list_pages', {});
     const list = performance.now() - begun;
     const save = (k) => {
-      const i = (k * 7919) % size.pages;
+      const i = pageOf(k, size);
       return client.call('save_page', { page_id: `page${i}`, content: pageText(paths[i], k + 1) });
     };
     await timedCalls(WARM_UP, 1, save);
@@ -90,7 +108,7 @@ async function measure(size) {
       check_s: check / 1000,
     };
     await client.end();
-    return row;
+    return { ...row, ...(await afterACommit(root, numbers(20).map((k) => paths[pageOf(k, size)]))) };
   } finally {
     rmSync(root, { recursive: true, force: true });
   }

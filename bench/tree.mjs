@@ -33,7 +33,7 @@ export function writeTree(root, count) {
   return paths;
 }
 
-// Puts all there is below `root` into a new repository.
+// Commits all there is below `root`, in a new repository if there is none.
 export function commitAll(root) {
   const git = (...args) => execFileSync('git', ['-C', root, ...args], { stdio: 'pipe', maxBuffer: 1 << 28 });
   git('init', '--quiet', '--initial-branch=main');
