@@ -8,6 +8,7 @@ const PAGE = 'ossilar://pages/alpha';
 // Arguments with which each tool succeeds on a wiki whose page alpha is saved.
 const ARGUMENTS = {
   affected: {},
+  check_page: { page_id: 'alpha', content: pageAbout('alpha') },
   confirm_page: { page_id: 'alpha' },
   find_citations: { path: 'src/alpha.cpp' },
   list_pages: {},

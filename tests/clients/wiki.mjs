@@ -16,6 +16,7 @@ export const LATEST_WITH_INITIALIZE = '2025-11-25';
 // The tools that every server has.
 export const TOOLS = [
   'affected',
+  'check_page',
   'confirm_page',
   'find_citations',
   'list_pages',

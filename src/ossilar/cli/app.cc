@@ -229,8 +229,9 @@ int run(int argc, char** argv) {
   app.fallthrough();
   add_globals(app, arguments);
   add_init_command(app, arguments);
-  for (const operations::Operation& operation : operations::operations())
-    add_operation(app, arguments, operation);
+  for (const operations::Operation& operation : operations::operations()) {
+    if (!operation.command.empty()) add_operation(app, arguments, operation);
+  }
   add_check_command(app, arguments);
   add_mcp_command(app, arguments);
   try {

@@ -85,8 +85,9 @@ Map complete(const Operation& operation, Map arguments) {
 }
 
 // The error first, then every list that comes with it, such as similar page ids or the headings there are,
-// and last where the text is kept.
-int print_refusal(const Map& answer, const std::string& kept, Output& output) {
+// what else may help, and last where the text is kept.
+int print_refusal(const Map& answer, const std::vector<std::string>& notes, const std::string& kept,
+                  Output& output) {
   output.document(answer);
   output.line(output.styled(Style::bad, "refused") + "  " + utils::string_member(answer, "error"));
   for (const auto& [key, value] : answer.items()) {
@@ -94,6 +95,7 @@ int print_refusal(const Map& answer, const std::string& kept, Output& output) {
     output.line(output.styled(Style::dim, key + ":"));
     for (const Map& item : value) output.line("  " + utils::text_form(item));
   }
+  for (const std::string& note : notes) output.line("  " + note);
   if (!kept.empty()) output.line(kept);
   return kRefused;
 }
@@ -127,7 +129,7 @@ int run_operation(const Operation& operation, const Place& place, Map arguments,
   const auto wiki = workers::wiki::open_wiki(place.root(), "ossilar " + std::string(operation.command));
   arguments = complete(operation, std::move(arguments));
   if (operation.refuse != nullptr) {
-    if (const auto refusal = operation.refuse(arguments)) return print_refusal(*refusal, "", output);
+    if (const auto refusal = operation.refuse(arguments)) return print_refusal(*refusal, {}, "", output);
   }
   bring_up_to_date(*wiki, view.needs);
   utils::Task task;  // never cancelled: Ctrl-C ends the process, and a save withstands a kill
@@ -136,7 +138,7 @@ int run_operation(const Operation& operation, const Place& place, Map arguments,
   const std::string kept =
       result.kept.empty() ? "" : "your text is kept in " + shown_path(wiki->paths().root / result.kept);
   if (result.failure) rethrow(result.failure, kept.empty() ? "" : "; " + kept);
-  if (result.value.contains("error")) return print_refusal(result.value, kept, output);
+  if (result.value.contains("error")) return print_refusal(result.value, result.notes, kept, output);
   output.document(result.value);
   view.print({.wiki = *wiki, .arguments = arguments, .value = result.value}, output);
   return kDone;

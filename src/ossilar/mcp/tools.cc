@@ -106,7 +106,8 @@ Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const
   }
   try {
     operations::Result result = tool.call({.wiki = *provider.get(), .arguments = arguments, .task = task});
-    auto notes = notes_on(result.kept);
+    auto notes = std::move(result.notes);
+    for (std::string& note : notes_on(result.kept)) notes.push_back(std::move(note));
     return {result.failure ? error_of(result.failure) : std::move(result.value), std::move(notes)};
   } catch (const std::exception& error) {
     return {Map{{"error", error.what()}}};

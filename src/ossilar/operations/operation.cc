@@ -15,6 +15,7 @@ namespace ossilar::operations {
 
 // Each in a file of its own name.
 Operation affected();
+Operation check_page();
 Operation cites();
 Operation confirm_page();
 Operation list_pages();
@@ -87,9 +88,9 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{list_pages(),   page_context(), read_page(), save_page(),
-                                          confirm_page(), sync(),         affected(),  cites(),
-                                          wiki_status(),  search_wiki()};
+  static const std::vector<Operation> all{list_pages(), page_context(), read_page(),  save_page(),
+                                          check_page(), confirm_page(), sync(),       affected(),
+                                          cites(),      wiki_status(),  search_wiki()};
   return all;
 }
 

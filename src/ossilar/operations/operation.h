@@ -36,6 +36,8 @@ struct Result {
   Map value;  // fits the output schema, or has `error` as its first key
   // Where the text that was not saved is kept, relative to the repository's root; "" when nothing is kept.
   std::string kept = {};
+  // What a caller is told beside the document: in a session a text each, in the shell a line.
+  std::vector<std::string> notes = {};
   // A failure that is returned and not thrown, so that `kept` can come with it; `value` is null then.
   std::exception_ptr failure = {};
 };
@@ -55,7 +57,7 @@ struct Argument {
 };
 
 struct Operation {
-  std::string_view command;      // in the shell: "plan"
+  std::string_view command;      // in the shell: "plan"; "" for what a session alone can ask
   std::string_view tool;         // in a session: "list_pages"
   std::string_view title;        // of the tool, for people who see a list of them
   std::string_view does;         // one line for the shell's help and the README

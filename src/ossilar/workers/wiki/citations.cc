@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <iterator>
 #include <limits>
@@ -22,6 +23,7 @@
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/near_paths.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -84,10 +86,6 @@ std::string in_brackets(const std::string& path, std::int64_t first, std::int64_
   return "[" + label_of(path, first, last) + "]";
 }
 
-bool has_lines(const source::SourceFile& file) {
-  return file.kind == source::FileKind::text && file.lines > 0;
-}
-
 bool is_valid(const Citation& citation, const source::SourceIndex& index) {
   const source::SourceFile* file = index.find(citation.path);
   return file != nullptr && file->kind == source::FileKind::text && citation.first >= 1 &&
@@ -98,18 +96,35 @@ bool is_valid(const Citation& citation, const source::SourceIndex& index) {
 struct Meaning {
   std::optional<Citation> citation;  // of the proper form, valid or not
   bool malformed = false;
+  bool unknown = false;  // a title that no page has
   std::string page_id;
   bool operator==(const Meaning&) const = default;
 };
+
+// Whether a bracket is more likely a page's title than anything else that stands in brackets, such as `[x]`,
+// `[1]` or
+// `[a, b]`: it begins with a capital, has three letters, and nothing but words.
+bool looks_like_title(std::string_view label) {
+  const auto is_letter = [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; };
+  const auto is_of_words = [&](char c) {
+    return is_letter(c) || std::isdigit(static_cast<unsigned char>(c)) != 0 ||
+           std::string_view(" -_/&'").find(c) != std::string_view::npos;
+  };
+  return std::isupper(static_cast<unsigned char>(label.empty() ? ' ' : label.front())) != 0 &&
+         std::count_if(label.begin(), label.end(), is_letter) >= 3 &&
+         std::all_of(label.begin(), label.end(), is_of_words);
+}
 
 // A citation's form comes first, so that no title can hide one. Another form counts only with a path that is
 // indexed: "note: 10" is prose.
 std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIndex& index,
                                   const PageByTitle& page_by_title) {
-  if (auto citation = parse_citation(label)) return Meaning{std::move(citation), false, ""};
-  if (auto page_id = page_by_title(label)) return Meaning{std::nullopt, false, *std::move(page_id)};
+  if (auto citation = parse_citation(label)) return Meaning{.citation = std::move(citation), .page_id = {}};
+  if (auto page_id = page_by_title(label)) return Meaning{.citation = {}, .page_id = *std::move(page_id)};
   const auto loose = parse_loose(label);
-  if (loose && index.find(loose->path) != nullptr) return Meaning{std::nullopt, true, ""};
+  if (loose && index.find(loose->path) != nullptr)
+    return Meaning{.citation = {}, .malformed = true, .page_id = {}};
+  if (looks_like_title(label)) return Meaning{.citation = {}, .unknown = true, .page_id = {}};
   return std::nullopt;
 }
 
@@ -140,7 +155,7 @@ Candidates find_candidates(std::string_view authored, const source::SourceIndex&
 }
 
 bool is_link(const Meaning& meaning, const source::SourceIndex& index) {
-  return !meaning.malformed && (!meaning.citation || is_valid(*meaning.citation, index));
+  return !meaning.malformed && !meaning.unknown && (!meaning.citation || is_valid(*meaning.citation, index));
 }
 
 // The candidates that the page will have link definitions for: what links somewhere, and only where all
@@ -268,27 +283,6 @@ std::string lines_anchor(const Citation& citation) {
 
 std::string quoted_label(const std::string& label) { return "[" + label + "]"; }
 
-// The indexed path nearest to one that is not indexed, or "": of the files with the same name that have
-// lines, the one whose path has the longest end in common. Finding it by the name costs no walk over the
-// whole index.
-std::string nearest_path(const std::string& path, const source::SourceIndex& index) {
-  const std::size_t slash = path.rfind('/');
-  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  std::string best;
-  std::size_t best_common = 0;
-  for (const std::string& candidate : index.named(name)) {
-    if (!has_lines(*index.find(candidate))) continue;
-    const auto common = static_cast<std::size_t>(
-        std::mismatch(path.rbegin(), path.rend(), candidate.rbegin(), candidate.rend()).first -
-        path.rbegin());
-    if (best.empty() || common > best_common) {
-      best = candidate;
-      best_common = common;
-    }
-  }
-  return best;
-}
-
 // `large` names the limit that source::kLargestFile sets.
 std::string unusable_reason(const source::SourceFile& file) {
   switch (file.kind) {
@@ -369,6 +363,8 @@ Brackets read_brackets(std::string_view authored, const source::SourceIndex& ind
     const Meaning& meaning = candidate.meaning;
     if (meaning.malformed) {
       brackets.malformed.push_back(candidate.label);
+    } else if (meaning.unknown) {
+      brackets.unknown.push_back(candidate.label);
     } else if (!meaning.citation) {
       brackets.page_labels.emplace_back(candidate.label, meaning.page_id);
     } else if (is_valid(*meaning.citation, index)) {

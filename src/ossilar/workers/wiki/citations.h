@@ -62,7 +62,8 @@ struct Brackets {
   std::vector<Citation> valid;       // each once, in the order of their first places
   std::vector<std::string> invalid;  // labels of the right form, but no such file or lines; each once
   std::vector<std::string>
-      malformed;  // labels that name an indexed file and lines in another form, each once
+      malformed;                     // labels that name an indexed file and lines in another form, each once
+  std::vector<std::string> unknown;  // labels that read like the title of a page, and are none; each once
   std::vector<std::pair<std::string, Citation>> citation_labels;  // label to valid citation
   std::vector<std::pair<std::string, std::string>> page_labels;   // label to page id
 };

@@ -112,6 +112,7 @@ class WikiGenerator final : public AgentSaveMixin {
   std::vector<Map> confirmations() const;
   void drop_empty(Brackets& brackets, Fingerprinter& prints);
   std::optional<Answer> refuse_other_version(const std::string& content) const;
+  std::vector<std::string> loss_warnings_of(const std::string& authored) const;
   std::string hand_edit_warning() const;
   store::WikiStore& store() const;
   void put_on_disk();

@@ -51,15 +51,26 @@ TEST(Warnings, SuggestOnlyLinesThatExist) {
         Row("src/a.cc:L99999999999999999999", "has lines 1 to 40"),
         Row("old/er/util.cc:L2-L3", "did you mean [deep/er/util.cc:L2-L3]?"),
         Row("./src/a.cc:L3", "did you mean [src/a.cc:L3]?"),
-        Row("my/void/empty.cc:L9", "did you mean other/empty.cc?")}) {
+        Row("my/void/empty.cc:L9", "did you mean other/empty.cc?"),
+        Row("src/utill.cc:L2", "did you mean [deep/er/util.cc:L2]?"),
+        Row("src/a.cpp:L3", "did you mean [src/a.cc:L3]?")}) {
     EXPECT_THAT(invalid_citation_warning(label, cited_tree()), HasSubstr(says)) << label;
   }
-  for (const char* label : {"none.cc:L1", "void/empty.cc:L1", "logo.png:L1", "src/a.cc:L39-L99"}) {
+  for (const char* label : {"none.cc:L1", "b.cc:L1", "void/empty.cc:L1", "logo.png:L1", "src/a.cc:L39-L99"}) {
     EXPECT_THAT(invalid_citation_warning(label, cited_tree()), ::testing::Not(HasSubstr("did you mean")))
         << label;
   }
   EXPECT_THAT(malformed_citation_warning("src/a.cc:10-20"), HasSubstr("write [src/a.cc:L10-L20]"));
   EXPECT_THAT(malformed_citation_warning("src/a.cc#L10"), HasSubstr("write [src/a.cc:L10]"));
+}
+
+TEST(ReadBrackets, NamesWhatReadsLikeATitleAndIsNone) {
+  for (const auto& [text, unknown] : std::vector<std::pair<const char*, std::vector<std::string>>>{
+           {"[Overveiw], [No such page] and [Overveiw]", {"Overveiw", "No such page"}},
+           {"[x] [1] [a, b] [Ab] [note] [The](u) `[Code]` [Other page]", {}},
+           {"[Mine] and [text][Mine]\n\n[Mine]: http://a", {}},
+           {"[Text][Nobody's]", {"Nobody's"}}})
+    EXPECT_EQ(brackets_of(text).unknown, unknown) << text;
 }
 
 TEST(PageLinks, LeadFromThePageFile) {

@@ -23,6 +23,7 @@
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/citing/section_cache.h"
 #include "ossilar/workers/wiki/digests.h"
+#include "ossilar/workers/wiki/host/author_warnings.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
 #include "ossilar/workers/wiki/host/settled_claims.h"
@@ -37,10 +38,6 @@
 
 namespace ossilar::workers::wiki {
 namespace {
-
-// Warnings of one kind that an answer names; the rest is counted. Enough to mend a page by, and few enough
-// for an answer to stay readable and not fill an agent's context.
-constexpr std::size_t kMostWarnings = 20;
 
 const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
 
@@ -219,6 +216,7 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
   draft_->settled =
       settled_claims(text, brackets, before, vouching(), *wiki_.follower(*draft_->basis.planned), prints);
   draft_->cited_texts = prints.texts();
+  draft_->brackets = brackets;
   draft_->unread.assign(prints.unread().begin(), prints.unread().end());
   PageLinks links = page_links(brackets, plan.page_id, wiki_.config().dir);
   links.citations = stretches_of(draft_->settled.claims);
@@ -286,6 +284,16 @@ void WikiGenerator::drop_empty(Brackets& brackets, Fingerprinter& prints) {
   std::erase_if(brackets.citation_labels, [&](const auto& each) { return is_empty(each.second); });
 }
 
+// What was lost a confirmation or a sync cannot have lost.
+std::vector<std::string> WikiGenerator::loss_warnings_of(const std::string& authored) const {
+  const Map* row = draft_->basis.rows.find(draft_->page_id);
+  if (row == nullptr) return {};
+  return loss_warnings({.before = split_authored(draft_->standing.text, "").text(),
+                        .now = authored_text(authored),
+                        .cited_before = utils::json_member(*row, "citations").size(),
+                        .cited_now = stretches_of(draft_->settled.claims).size()});
+}
+
 std::string WikiGenerator::hand_edit_warning() const {
   const std::string name = KeptTexts::name_of(draft_->page_id, *draft_->standing.bytes);
   const std::string file = (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
@@ -294,22 +302,14 @@ std::string WikiGenerator::hand_edit_warning() const {
          "a copy of the edited file will be kept in " + file;
 }
 
-// Without a plan: only labels that read like citations matter here, not links to pages.
-//
 // A replaced text is a hand's unless a save stored it, which the row says (saved_hash()). The row's hash
 // alone would not do: a text that a repair took over has a row too, and still no author has read it.
 std::vector<std::string> WikiGenerator::citation_warnings(const std::string& markdown,
                                                           const std::string& authored) {
-  const Brackets brackets =
-      brackets_of(authored_text(authored), *draft_->basis.planned, draft_->basis.titles, nullptr);
-  std::vector<std::string> warnings;
-  append_warnings(warnings, brackets.invalid, [&](const std::string& label) {
-    return invalid_citation_warning(label, *draft_->basis.planned->index);
-  });
-  append_warnings(warnings, brackets.malformed, malformed_citation_warning);
-  append_warnings(warnings, draft_->empty, [](const std::string& label) {
-    return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
-  });
+  std::vector<std::string> warnings =
+      bracket_warnings(draft_->brackets, draft_->empty, *draft_->basis.planned);
+  for (std::string& warning : twin_warnings(authored_text(authored))) warnings.push_back(std::move(warning));
+  for (std::string& warning : loss_warnings_of(authored)) warnings.push_back(std::move(warning));
   append_warnings(warnings, draft_->settled.doubts, doubt_warning);
   append_warnings(warnings, draft_->unread, [](const std::string& label) {
     return "unverified: the file of [" + label +

@@ -37,6 +37,7 @@ struct DraftAtWork {
   std::string version;                 // that the page has once the draft is committed
   std::vector<std::string> empty;      // labels whose lines are no evidence
   std::vector<std::string> unread;  // labels whose file cannot be read, so that nobody knows what they cite
+  Brackets brackets;                // of the text, those of `empty` left out
   Settled settled;
   std::map<std::string, std::string> cited_texts;  // see keep_cited_texts()
 };

@@ -51,7 +51,7 @@ void index_words(Wiki& wiki) {
 
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms) {
   if (auto refusal = refuse_blank(request.content))
-    return {.answer = *std::move(refusal), .failure = {}, .kept = {}};
+    return {.answer = *std::move(refusal), .failure = {}, .version = {}, .kept = {}};
   const bool is_kept = !terms.follows && !terms.confirms;
   terms.if_version = request.if_version;
   WikiGenerator save(wiki, task, std::move(terms));
@@ -73,7 +73,8 @@ SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task,
     if (is_kept) outcome.kept = keep_refused(wiki, request);
     return outcome;
   }
-  if (request.if_version) outcome.answer["version"] = save.drafted_version();
+  outcome.version = save.drafted_version();
+  if (request.if_version) outcome.answer["version"] = outcome.version;
   index_words(wiki);
   return outcome;
 }

@@ -16,6 +16,7 @@ namespace ossilar::workers::wiki {
 struct SaveOutcome {
   Answer answer;               // null when the save failed
   std::exception_ptr failure;  // what it failed with
+  std::string version;         // the page's now; "" when nothing was saved
   std::string kept;            // the name of the kept draft when the text was not saved, else ""
 };
 

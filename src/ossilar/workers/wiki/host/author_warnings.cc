@@ -1,0 +1,107 @@
+// A loss is only told of: an author may have meant it, and the text before is in version control.
+#include "ossilar/workers/wiki/host/author_warnings.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+#include <set>
+
+#include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/sections.h"
+
+namespace ossilar::workers::wiki {
+namespace {
+
+// Fewer are no loss worth a word.
+constexpr std::size_t kFewCitations = 4;
+constexpr std::size_t kFewSections = 3;
+// Longer labels are no mistyped titles: the distance costs the product of the lengths.
+constexpr std::size_t kLongestTitle = 100;
+
+void append(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
+            const std::function<std::string(const std::string&)>& describe) {
+  const std::size_t told = std::min(labels.size(), kMostWarnings);
+  for (std::size_t i = 0; i < told; ++i) warnings.push_back(describe(labels[i]));
+  if (labels.size() > told)
+    warnings.push_back("citation: " + std::to_string(labels.size() - told) + " more of this kind");
+}
+
+// The planned title that may be meant, or "": up to a quarter of its bytes are wrong.
+std::string nearest_title(const std::string& label, const Plans& plans) {
+  const std::string wanted = utils::lower_case(label);
+  std::string best;
+  std::size_t least = wanted.size() / 4 + 1;
+  if (wanted.size() > kLongestTitle) return best;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    const std::string& title = plans[i].title;
+    if (title.size() > kLongestTitle) continue;
+    const std::size_t apart = utils::edit_distance(wanted, utils::lower_case(title));
+    if (apart < least) {
+      least = apart;
+      best = title;
+    }
+  }
+  return best;
+}
+
+std::string unknown_title_warning(const std::string& label, const Plans& plans) {
+  const std::string nearest = nearest_title(label, plans);
+  return "link [" + label + "]: no page has this title" +
+         (nearest.empty() ? ", so it is no link" : "; did you mean [" + nearest + "]?");
+}
+
+std::set<std::string> keys_of(const std::vector<std::string>& headings) {
+  std::set<std::string> keys;
+  for (const std::string& heading : headings) keys.insert(heading_key(heading));
+  return keys;
+}
+
+}  // namespace
+
+std::vector<std::string> bracket_warnings(const Brackets& brackets, const std::vector<std::string>& empty,
+                                          const PlannedWiki& planned) {
+  std::vector<std::string> warnings;
+  append(warnings, brackets.invalid,
+         [&](const std::string& label) { return invalid_citation_warning(label, *planned.index); });
+  append(warnings, brackets.malformed, malformed_citation_warning);
+  append(warnings, empty, [](const std::string& label) {
+    return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
+  });
+  append(warnings, brackets.unknown,
+         [&](const std::string& label) { return unknown_title_warning(label, planned.plans); });
+  return warnings;
+}
+
+std::vector<std::string> twin_warnings(const std::string& authored) {
+  std::vector<std::string> warnings;
+  std::set<std::string> seen, told;
+  for (const std::string& heading : section_headings(authored)) {
+    const std::string key = heading_key(heading);
+    if (!seen.insert(key).second && told.insert(key).second)
+      warnings.push_back("section '" + heading +
+                         "': there are several of this name, and a save finds only the first");
+  }
+  return warnings;
+}
+
+std::vector<std::string> loss_warnings(const Replaced& replaced) {
+  std::vector<std::string> warnings;
+  if (replaced.cited_before >= kFewCitations && 2 * replaced.cited_now < replaced.cited_before) {
+    warnings.push_back(fmt::format("loss: the page had {} citations before this save and has {} now",
+                                   replaced.cited_before, replaced.cited_now));
+  }
+  const auto before = section_headings(replaced.before);
+  const auto now = keys_of(section_headings(replaced.now));
+  std::vector<std::string> lost;
+  for (const std::string& heading : before)
+    if (now.count(heading_key(heading)) == 0) lost.push_back("'" + heading + "'");
+  if (before.size() >= kFewSections && 2 * lost.size() > before.size()) {
+    warnings.push_back("loss: of the page's " + std::to_string(before.size()) +
+                       " sections these are gone: " + utils::join(lost, ", "));
+  }
+  return warnings;
+}
+
+}  // namespace ossilar::workers::wiki
