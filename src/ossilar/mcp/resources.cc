@@ -114,7 +114,7 @@ Map read_resource(workers::wiki::WikiProvider& provider, Revision revision, cons
 void require_page_uri(workers::wiki::WikiProvider& provider, Revision revision, const std::string& uri) {
   const auto resource = parse_uri(uri);
   if (!resource || resource->kind != ResourceName::Kind::page ||
-      !workers::wiki::WikiReader(*provider.get()).has_page(resource->name))
+      !workers::wiki::WikiReader(*provider.get()).standing_id(resource->name))
     throw_not_found(revision, uri);
 }
 

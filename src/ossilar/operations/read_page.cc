@@ -41,11 +41,12 @@ void add_portion(Map& result, std::string_view text, std::size_t offset) {
 }
 
 Result call(const Asked& asked) {
-  const std::string page_id = utils::string_member(asked.arguments, "page_id");
-  follow_before_reading(asked, page_id);
-  const auto found = workers::wiki::WikiReader(asked.wiki).read_page(page_id);
+  const std::string asked_id = utils::string_member(asked.arguments, "page_id");
+  follow_before_reading(asked, asked_id);
+  const auto found = workers::wiki::WikiReader(asked.wiki).read_page(asked_id);
   if (const auto* refusal = std::get_if<Answer>(&found)) return {.value = *refusal};
   const auto& page = std::get<StoredPage>(found);
+  const std::string& page_id = page.page_id;
   // Sections are looked for in the authored text alone: a save can replace those, and nothing of the
   // generated part.
   const std::string authored = workers::wiki::split_authored(page.text, "").text();
@@ -103,7 +104,7 @@ Operation read_page() {
                      .value = {},
                      .schema = number(0, kLongestPage, 0,
                                       "where to continue: `next_offset` of the previous call")}},
-      .output_schema = object({{"page_id", text("the page")},
+      .output_schema = object({{"page_id", text("the page; its id now, if you asked for a former one")},
                                {"version", text("version of the page as it is now")},
                                {"rel_path", text("its file, relative to the wiki's directory")},
                                {"sections", strings("the `##` headings of the page")},

@@ -158,6 +158,9 @@ std::string escaped_inline(const std::string& text) {
   return out;
 }
 
+// The first line of a page file.
+std::string heading_line(const std::string& title) { return "# " + escaped_inline(one_line(title)) + "\n"; }
+
 // Code spans show a path as it is; a backtick in one is rare enough to lose.
 std::string code_span(std::string path) {
   std::replace_if(
@@ -265,13 +268,21 @@ std::string title_line(std::string_view page_text) {
   return utils::plain_inline(page_text.substr(2, page_text.find('\n') - 2));
 }
 
+std::string title_as_heading(std::string_view title) { return utils::plain_inline(one_line(title)); }
+
+std::string with_title(std::string_view page_text, const std::string& title) {
+  std::string text = heading_line(title);
+  if (!page_text.starts_with("# ")) return text.append("\n").append(page_text);
+  return text.append(page_text.substr(next_line(page_text, 0)));
+}
+
 FinalizedPage assemble_page(const PagePlan& plan, const Authored& authored,
                             const std::vector<Diagram>& diagrams, PageLinks links,
                             const std::string& record) {
   const std::string text = authored.text();
   FinalizedPage page;
-  page.markdown = "# " + escaped_inline(one_line(plan.title)) + "\n\n" + text + "\n" +
-                  generated_part(plan, text, diagrams, links, record);
+  page.markdown =
+      heading_line(plan.title) + "\n" + text + "\n" + generated_part(plan, text, diagrams, links, record);
   page.citations = std::move(links.citations);
   page.summary = summary_line(authored, plan.description);
   page.outline = section_headings(text);

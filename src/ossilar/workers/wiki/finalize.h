@@ -92,6 +92,12 @@ std::string with_record(std::string page_text, const std::string& record);
 // The title in the first line of the page file, as plain text; "" when that is no `# ` heading.
 std::string title_line(std::string_view page_text);
 
+// A title as title_line() finds it: the heading holds each run of blanks as one, and no marks.
+std::string title_as_heading(std::string_view title);
+
+// The page file's text under another title.
+std::string with_title(std::string_view page_text, const std::string& title);
+
 // The text that search works on: the page without its generated part and without its title.
 std::string searchable_text(std::string_view markdown);
 

@@ -17,6 +17,15 @@ bool holds(std::string_view text, std::string_view wanted) {
   return memmem(text.data(), text.size(), wanted.data(), wanted.size()) != nullptr;
 }
 
+// A name that is no string is passed over: what another program left in a row must not fail a save.
+std::vector<std::string> names_under(const char* key, const Map* row) {
+  std::vector<std::string> names;
+  for (const Map& name : build_cache_member(row, key)) {
+    if (name.is_string()) names.push_back(name.get<std::string>());
+  }
+  return names;
+}
+
 }  // namespace
 
 Map build_cache_of(const Map* row) {
@@ -45,14 +54,9 @@ Map build_cache_member(const Map* row, const char* key) {
   return may_have ? utils::member(build_cache_of(row), key) : Map();
 }
 
-// A title that is no string is passed over: what another program left in a row must not fail a save.
-std::vector<std::string> former_titles(const Map* row) {
-  std::vector<std::string> titles;
-  for (const Map& title : build_cache_member(row, FORMER_TITLES_KEY)) {
-    if (title.is_string()) titles.push_back(title.get<std::string>());
-  }
-  return titles;
-}
+std::vector<std::string> former_titles(const Map* row) { return names_under(FORMER_TITLES_KEY, row); }
+
+std::vector<std::string> former_ids(const Map* row) { return names_under(FORMER_IDS_KEY, row); }
 
 std::vector<std::string> renamed(const std::vector<std::string>& former,
                                  const std::vector<std::optional<std::string>>& shown,

@@ -55,13 +55,8 @@ PageRecord record_of_entry(const Map& entry) {
           .former_titles = entry_value<std::vector<std::string>>(entry, FORMER_TITLES_KEY),
           .source_hashes = entry_value<std::map<std::string, std::string>>(entry, "source_hashes"),
           .claims = claims_of(entry_value<std::vector<Map>>(entry, "citations")),
-          .confirmations = {}};
-}
-
-// A title as title_line() finds it: the heading holds each run of blanks as one.
-std::string as_heading(std::string_view title) {
-  const auto words = utils::split_words(title);
-  return utils::plain_inline(utils::join({words.begin(), words.end()}, " "));
+          .confirmations = {},
+          .former_ids = {}};
 }
 
 // The page's title: its heading, in the record's spelling if that is the same title (a heading has lost marks
@@ -69,12 +64,12 @@ std::string as_heading(std::string_view title) {
 std::string adopted_title(const std::string& text, const PagePlan* plan, const std::string& recorded) {
   const std::string heading = title_line(text);
   if (heading.empty()) return recorded.empty() && plan != nullptr ? plan->title : recorded;
-  return as_heading(recorded) == heading ? recorded : heading;
+  return title_as_heading(recorded) == heading ? recorded : heading;
 }
 
 // A build cache with the keys and the order of a save's; what only a draft could know is left empty.
 Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
-                  const std::vector<std::string>& former) {
+                  const std::vector<std::string>& former, const std::vector<std::string>& ids) {
   Map cache{{"prose", page.authored.text()},
             {"diagrams", Map::array()},
             {"grounding_hash", ""},
@@ -84,6 +79,7 @@ Map adopted_cache(const FinalizedPage& page, const std::string& chosen,
   for (const auto& [key, value] : sections.items()) cache[key] = value;
   if (!chosen.empty()) cache[AGENT_TITLE_KEY] = chosen;
   if (!former.empty()) cache[FORMER_TITLES_KEY] = former;
+  if (!ids.empty()) cache[FORMER_IDS_KEY] = ids;
   return cache;
 }
 
@@ -122,11 +118,12 @@ void add_unchanged_texts(PageRecord& record, const PlannedWiki& planned, const f
 
 // ---- Adopting one page.
 
-Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages)
+Adoption::Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages,
+                   const std::vector<std::string>& leaving)
     : wiki_(wiki), manifest_(std::move(manifest)), rows_(wiki.stored_pages()) {
   basis_.planned = wiki.planned();  // for the records of pages until their files are known
   digests_ = wiki.store().load_digests(wiki.branch());
-  assume_rows(pages);
+  assume_rows(pages, leaving);
 }
 
 void Adoption::assume_files(const std::vector<std::string>& pages) {
@@ -151,8 +148,9 @@ void Adoption::assume_files(const std::vector<std::string>& pages) {
 // Pages link each other by titles that agents chose, which only their rows would tell. So each page that is
 // to come gets a row of its titles first; otherwise a page would lose its links to those adopted after it.
 // Before that it gets one of its files, by which the plan keeps its id.
-void Adoption::assume_rows(const std::vector<std::string>& pages) {
+void Adoption::assume_rows(const std::vector<std::string>& pages, const std::vector<std::string>& leaving) {
   basis_.rows = rows_;
+  for (const std::string& page_id : leaving) basis_.rows.erase(page_id);
   assume_files(pages);
   for (const std::string& page_id : pages) {
     try {
@@ -160,6 +158,7 @@ void Adoption::assume_rows(const std::vector<std::string>& pages) {
       Map cache = Map::object();
       if (!known.chosen_title.empty()) cache[AGENT_TITLE_KEY] = known.chosen_title;
       if (known.record) cache[FORMER_TITLES_KEY] = known.record->former_titles;
+      if (!known.former_ids.empty()) cache[FORMER_IDS_KEY] = known.former_ids;
       if (known.record && !known.record->confirmations.empty())
         cache[kConfirmations] = known.record->confirmations;
       Map row{{"title", known.title}, {"build_cache", utils::json_text(cache)}};
@@ -182,7 +181,7 @@ bool Adoption::is_described(const std::string& page_id, const std::string& text)
 // what a record would say, or the entry of its manifest. The row comes first, unless the entry is about this
 // very text and the row so about an older one. The row of an unverified page knows nothing of its sources.
 std::optional<PageRecord> Adoption::known_record(const std::string& page_id, const std::string& text) const {
-  if (auto record = record_of(text)) return record;
+  if (auto record = record_of(text); record && record->tells_of_text()) return record;
   const Map* row = rows_.find(page_id);
   const Map* entry = manifest_.former_entry(page_id, _text_hash(text));
   std::optional<PageRecord> record;
@@ -203,7 +202,12 @@ Adoption::Known Adoption::known_of(const std::string& page_id, const std::string
   Known known{.record = known_record(page_id, text),
               .title = {},
               .chosen_title = {},
+              .former_ids = {},
               .is_described = is_described(page_id, text)};
+  // An unverified page that was renamed has a record of its former ids alone, which known_record() passes
+  // over.
+  const auto named = record_of(text);
+  if (named || known.record) known.former_ids = (named ? named : known.record)->former_ids;
   const PagePlan* plan = basis_.planned->plans.find(page_id);
   known.title = adopted_title(text, plan, known.record ? known.record->title : "");
   const bool is_planned_title =
@@ -277,7 +281,8 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
   fields.status = known.record ? "ok" : kUnverified;
   fields.summary = page.summary;
   Map cache = adopted_cache(page, known.chosen_title,
-                            known.record ? known.record->former_titles : std::vector<std::string>());
+                            known.record ? known.record->former_titles : std::vector<std::string>(),
+                            known.former_ids);
   if (known.record && !known.record->confirmations.empty())
     cache[kConfirmations] = known.record->confirmations;
   fields.build_cache = utils::json_text(cache);
@@ -328,13 +333,15 @@ void Adoption::settle_digest(const std::string& page_id, const std::string& text
 }
 
 // The row holds the authored text only, so the kept file gets the title as its heading and no generated part.
-void Adoption::keep_former_text(const std::string& page_id) const {
+std::string Adoption::keep_former_text(const std::string& page_id) const {
   const Map* row = rows_.find(page_id);
-  if (row == nullptr) return;
+  if (row == nullptr) return "";
   const auto cache = wiki_.store().build_cache(wiki_.branch(), page_id);
   const std::string prose = utils::string_member(parsed_build_cache(cache.value_or("")), "prose");
-  if (!prose.empty())
-    wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(*row, "title") + "\n\n" + prose);
+  if (prose.empty()) return "";
+  const std::string name =
+      wiki_.replaced_texts().keep(page_id, "# " + utils::string_member(*row, "title") + "\n\n" + prose);
+  return (wiki_.paths().replaced() / name).lexically_relative(wiki_.paths().root).string();
 }
 
 // The text is kept first: a kill in between leaves one copy too many, not one too few.

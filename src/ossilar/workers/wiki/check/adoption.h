@@ -37,8 +37,10 @@ inline constexpr const char* kAdoptedModel = "adopted";
 class Adoption {
  public:
   // `pages` are those that are about to be adopted. Links between them are resolved in whatever order they
-  // are adopted.
-  Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages);
+  // are adopted. `leaving` are those that will have no row afterwards, so that plan and links do without
+  // them.
+  Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages,
+           const std::vector<std::string>& leaving = {});
 
   // Makes row and chunks those of `text`, the page file's. `store` is the wiki's or a transaction of it. The
   // digest waits for store_digests().
@@ -52,8 +54,9 @@ class Adoption {
   void drop_digest(const std::string& page_id) { digests_.erase(page_id); }
 
   // Keeps the text that the row has of the page in `.ossilar/replaced`. To be called before the row is about
-  // another text: it may be the last copy.
-  void keep_former_text(const std::string& page_id) const;
+  // another text: it may be the last copy. Gives the kept file relative to the repository's root, "" for
+  // none.
+  std::string keep_former_text(const std::string& page_id) const;
   // Removes the page's row and keeps its text. The digest goes with store_digests().
   void forget_page(const std::string& page_id);
 
@@ -72,12 +75,13 @@ class Adoption {
   struct Known {
     std::optional<PageRecord> record;
     std::string title;
-    std::string chosen_title;   // "" when nobody chose it
+    std::string chosen_title;  // "" when nobody chose it
+    std::vector<std::string> former_ids;
     bool is_described = false;  // by a manifest
   };
   std::optional<PageRecord> known_record(const std::string& page_id, const std::string& text) const;
   Known known_of(const std::string& page_id, const std::string& text) const;
-  void assume_rows(const std::vector<std::string>& pages);
+  void assume_rows(const std::vector<std::string>& pages, const std::vector<std::string>& leaving);
   void assume_files(const std::vector<std::string>& pages);
   store::PageFields fields_of(const std::string& page_id, const std::string& text, const Known& known) const;
   std::vector<KnownClaim> claims_of_text(const std::string& page_id, const std::string& text,

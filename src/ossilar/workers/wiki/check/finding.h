@@ -16,6 +16,7 @@ enum class Fault {
   edited_page,       // a page changed by hand: what ossilar adds below the marker does not fit its text
   file_without_row,  // a page file that no row knows
   row_without_file,  // a row whose page file is gone
+  half_renamed,      // the new page file of a renaming that was cut short
   page_file,         // a page file that cannot be taken as one
   chunks,            // passages of another text than the page's
   digest,            // a digest of another text than the page's
@@ -36,15 +37,25 @@ struct FaultKind {
 };
 
 // In the order of the enumeration.
-inline constexpr std::array kFaultKinds{FaultKind{"database"},         FaultKind{"setup"},
-                                        FaultKind{"newer-page"},       FaultKind{"edited-page"},
-                                        FaultKind{"file-without-row"}, FaultKind{"row-without-file"},
-                                        FaultKind{"page-file"},        FaultKind{"chunks"},
-                                        FaultKind{"digest"},           FaultKind{"index"},
-                                        FaultKind{"manifest"},         FaultKind{"leftover"},
-                                        FaultKind{"citations"},        FaultKind{"stale"},
-                                        FaultKind{"unverified", true}, FaultKind{"moved", true},
-                                        FaultKind{"drifted", true},    FaultKind{"orphaned", true}};
+inline constexpr std::array kFaultKinds{FaultKind{"database"},
+                                        FaultKind{"setup"},
+                                        FaultKind{"newer-page"},
+                                        FaultKind{"edited-page"},
+                                        FaultKind{"file-without-row"},
+                                        FaultKind{"row-without-file"},
+                                        FaultKind{"half-renamed"},
+                                        FaultKind{"page-file"},
+                                        FaultKind{"chunks"},
+                                        FaultKind{"digest"},
+                                        FaultKind{"index"},
+                                        FaultKind{"manifest"},
+                                        FaultKind{"leftover"},
+                                        FaultKind{"citations"},
+                                        FaultKind{"stale"},
+                                        FaultKind{"unverified", true},
+                                        FaultKind{"moved", true},
+                                        FaultKind{"drifted", true},
+                                        FaultKind{"orphaned", true}};
 static_assert(kFaultKinds.size() == static_cast<std::size_t>(Fault::orphaned) + 1);
 
 inline const FaultKind& kind_of(Fault fault) { return kFaultKinds.at(static_cast<std::size_t>(fault)); }

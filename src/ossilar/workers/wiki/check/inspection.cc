@@ -19,6 +19,7 @@
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/check/adoption.h"
+#include "ossilar/workers/wiki/check/renaming.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/digests.h"
@@ -207,6 +208,13 @@ void Inspection::inspect_page(const fs::path& file, const std::string& page_id) 
 // A file without a row. One that neither plan nor manifest has may be no page at all, so that only its author
 // can say what to do with it.
 void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
+  if (auto former = renaming_cut_short(wiki_, rows_, text)) {
+    add({Fault::half_renamed, page_path(page_id), page_id,
+         "is the new file of page '" + *former + "', whose renaming was cut short",
+         "ossilar check --fix finishes it", true});
+    renamed_.insert(*std::move(former));
+    return;
+  }
   const bool planned = planned_->plans.find(page_id) != nullptr;
   if (planned || manifest_.described.count(page_id) > 0) {
     add({Fault::file_without_row, page_path(page_id), page_id, "is a page without a row in the database",
@@ -298,7 +306,7 @@ bool Inspection::is_blocked(const std::string& page_id) const {
 // Needs seen_ and blocked_, so it runs after inspect_folder().
 void Inspection::inspect_rows() {
   rows_.for_each([&](const std::string& page_id, const Map&) {
-    if (seen_.count(page_id) > 0 || is_blocked(page_id)) return;
+    if (seen_.count(page_id) > 0 || renamed_.count(page_id) > 0 || is_blocked(page_id)) return;
     add({Fault::row_without_file, page_path(page_id), page_id, "is gone, but the database still has its row",
          "restore the file, or let ossilar check --fix forget the page (its text goes to .ossilar/replaced)",
          true});
@@ -405,8 +413,8 @@ void Inspection::inspect_states() {
         tell(Fault::drifted, "read it when you next touch it (see: " + context + ")");
         break;
       case PageCondition::orphaned:
-        tell(Fault::orphaned,
-             "add it to ossilar.toml as a [[page]], or remove the file and run ossilar check --fix");
+        add({Fault::orphaned, page_path(state.page_id), state.page_id, "is orphaned: no longer in the plan",
+             orphan_advice(state) + "; a [[page]] in ossilar.toml keeps it", false});
         break;
       case PageCondition::ok:
       case PageCondition::missing:

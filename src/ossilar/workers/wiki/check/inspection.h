@@ -62,6 +62,7 @@ class Inspection {
   TitleIndex titles_;
   ManifestContent manifest_;
   StringSet seen_;                              // page ids with something in their file's place
+  StringSet renamed_;                           // ids that pages had before a renaming that was cut short
   std::vector<std::filesystem::path> blocked_;  // symbolic links in the place of folders of pages
   std::vector<Finding> findings_;
 };

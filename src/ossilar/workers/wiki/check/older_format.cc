@@ -10,14 +10,13 @@
 #include <string>
 #include <utility>
 
-#include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/check/adoption.h"
 #include "ossilar/workers/wiki/check/batches.h"
+#include "ossilar/workers/wiki/check/page_file.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/pages/former_file.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
 namespace ossilar::workers::wiki {
@@ -44,26 +43,6 @@ bool is_half_done(const std::string& text, const std::string& content_hash) {
   return _text_hash(bare) == content_hash;
 }
 
-// Replaces the page's file, of which `text` was read, by `changed`. As in a save, the replaced file comes
-// back and is kept if it holds anything else: an edit of the last moment. settle() runs before as well, since
-// only one such file can lie beside a page and a killed save may have left one.
-void replace_file(Wiki& wiki, const std::string& page_id, const std::string& text,
-                  const std::string& changed) {
-  const fs::path page = wiki.paths().page(page_id);
-  const auto is_known = [&](const std::string& former) { return former == text || former == changed; };
-  const auto settle = [&] {
-    const std::string kept = settle_former(page, page_id, is_known, wiki.replaced_texts());
-    if (!kept.empty()) {
-      older_format_logger.warning(
-          "the page '%s' was edited by hand while its record was added; the edited text is kept in %s",
-          {page_id, (wiki.paths().replaced() / kept).string()});
-    }
-  };
-  settle();
-  utils::atomic_exchange(page, changed);
-  settle();
-}
-
 // Claims of an earlier format get the heading that they stand under and what their sentence says.
 void place_claims(PageRecord& record, const std::string& text) {
   const KnownClaims known(std::exchange(record.claims, {}));
@@ -80,7 +59,7 @@ bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id
   add_unchanged_texts(record, *wiki.planned(), wiki.paths().root);
   place_claims(record, text);
   if (auto changed = text_with_record(text, content_hash, record)) {
-    replace_file(wiki, page_id, text, *changed);
+    rewrite_page_file(wiki, page_id, text, *changed);
     text = *std::move(changed);
   } else if (!is_half_done(text, content_hash)) {
     return false;

@@ -9,6 +9,8 @@
 #include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/check/inspection.h"
+#include "ossilar/workers/wiki/check/page_file.h"
+#include "ossilar/workers/wiki/check/renaming.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/pages/former_file.h"
 #include "ossilar/workers/wiki/pages/page_files.h"
@@ -25,7 +27,8 @@ bool is_unusable_list(const Finding& finding) {
 }
 
 bool takes_page(Fault fault) {
-  return fault == Fault::newer_page || fault == Fault::edited_page || fault == Fault::file_without_row;
+  return fault == Fault::newer_page || fault == Fault::edited_page || fault == Fault::file_without_row ||
+         fault == Fault::half_renamed;
 }
 
 // Whether the lists are to be written after it: mending it may change what they say, or it is about a list.
@@ -40,13 +43,25 @@ std::vector<std::string> pages_to_take(const std::vector<Finding>& findings) {
   return pages;
 }
 
+// The former ids of pages whose renaming was cut short.
+std::vector<std::string> pages_to_leave(const Wiki& wiki, const store::StoredRows& rows,
+                                        const std::vector<Finding>& findings) {
+  std::vector<std::string> pages;
+  for (const Finding& finding : findings) {
+    if (finding.fault != Fault::half_renamed) continue;
+    if (auto former = renaming_cut_short(wiki, rows, page_text(wiki.paths(), finding.page_id)))
+      pages.push_back(*std::move(former));
+  }
+  return pages;
+}
+
 }  // namespace
 
 Repair::Repair(Wiki& wiki, const ManifestContent& manifest, const std::vector<Finding>& findings)
     : wiki_(wiki),
       findings_(findings),
       rows_(wiki.stored_pages()),
-      adoption_(wiki, manifest, pages_to_take(findings)) {}
+      adoption_(wiki, manifest, pages_to_take(findings), pages_to_leave(wiki, rows_, findings)) {}
 
 void Repair::run() {
   for (const Finding& finding : findings_)
@@ -71,6 +86,8 @@ void Repair::mend(const Finding& finding) {
     case Fault::edited_page:
     case Fault::file_without_row:
       return take_over(finding.page_id);
+    case Fault::half_renamed:
+      return finish_renaming(finding.page_id);
     case Fault::row_without_file:
       return adoption_.forget_page(finding.page_id);
     case Fault::chunks:
@@ -90,6 +107,18 @@ void Repair::take_over(const std::string& page_id) {
   const std::string text = page_text(wiki_.paths(), page_id);
   if (!adoption_.is_described(page_id, text)) adoption_.keep_former_text(page_id);
   adoption_.adopt_text(wiki_.store(), page_id, text);
+}
+
+// From where it was cut short: what was done already is found as it should be.
+void Repair::finish_renaming(const std::string& page_id) {
+  const auto former = renaming_cut_short(wiki_, rows_, page_text(wiki_.paths(), page_id));
+  if (!former) return;
+  const Renamed renamed{*former, page_id};
+  relink_pages(wiki_, renamed);
+  put_page_file_away(wiki_, renamed.from, rows_.find(renamed.from));
+  const auto transaction = wiki_.store().begin("rename the page " + renamed.from + " to " + renamed.to);
+  move_row(wiki_, *transaction, adoption_, renamed);
+  transaction->commit();
 }
 
 void Repair::chunk_again(const std::string& page_id) {

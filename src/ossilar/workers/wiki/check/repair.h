@@ -13,8 +13,8 @@ namespace ossilar::workers::wiki {
 // the findings must outlive it.
 //
 // Failures: run() throws utils::Error for the first thing that it cannot read or write, and ends there. Every
-// step leaves the wiki at least as whole as it was, so a repair that fails or is killed can be run again: a
-// page file is never changed, rows follow the files, and what is derived from both comes last.
+// step leaves the wiki at least as whole as it was, so a repair that fails or is killed can be run again: no
+// text of an author is changed, rows follow the files, and what is derived from both comes last.
 class Repair {
  public:
   // `manifest` and `findings` are an inspection's.
@@ -25,6 +25,7 @@ class Repair {
  private:
   void mend(const Finding& finding);
   void take_over(const std::string& page_id);
+  void finish_renaming(const std::string& page_id);
   void chunk_again(const std::string& page_id);
   void settle_digest(const std::string& page_id);
   void settle_leftover(const Finding& finding) const;

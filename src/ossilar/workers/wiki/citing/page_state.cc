@@ -118,10 +118,42 @@ std::string doubts_text(const std::vector<Doubt>& doubts, bool (*wanted)(Citatio
 
 bool is_moved(CitationState state) { return state == CitationState::moved; }
 
+// Files to the missing pages of the plan that have them among their sources; of several the one with the
+// fewest, as it is most about them.
+using Heirs = std::map<std::string, const PagePlan*>;
+
+// Pages about other pages are no heirs: they have the sources of many.
+Heirs heirs_in(const Plans& plans, const store::StoredRows& rows) {
+  Heirs heirs;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    if (rows.find(plans[i].page_id) != nullptr || !plan_type(plans[i]).unit) continue;
+    for (const std::string& file : plans[i].source_files) {
+      const auto [heir, is_first] = heirs.emplace(file, &plans[i]);
+      if (!is_first && plans[i].source_files.size() < heir->second->source_files.size())
+        heir->second = &plans[i];
+    }
+  }
+  return heirs;
+}
+
+// The page to which more than half of the claims went, or "".
+std::string heir_of(const std::vector<KnownClaim>& claims, const Heirs& heirs, CitationFollower& follower) {
+  std::map<std::string, std::size_t> counts;
+  for (const KnownClaim& claim : claims) {
+    const Looked looked = follower.look(claim.citation, claim.print);
+    const auto heir = heirs.find(looked.now ? looked.now->path : claim.citation.path);
+    if (looked.state != CitationState::gone && heir != heirs.end()) ++counts[heir->second->page_id];
+  }
+  for (const auto& [page_id, count] : counts)
+    if (2 * count > claims.size()) return page_id;
+  return "";
+}
+
 struct Asked {
   const source::SourceIndex& index;
   const std::string& steering;
   CitationFollower& follower;
+  const Heirs& heirs;
 };
 
 void judge(PageState& state, const Map& row, const PagePlan* plan, const std::string& mark,
@@ -130,7 +162,8 @@ void judge(PageState& state, const Map& row, const PagePlan* plan, const std::st
   state.doubts = doubts_of(claims, asked.follower);
   if (plan == nullptr) {
     state.condition = PageCondition::orphaned;
-    state.reason = "no longer in the plan";
+    state.heir = heir_of(claims, asked.heirs, asked.follower);
+    state.reason = "no longer in the plan; " + orphan_advice(state);
     return;
   }
   std::vector<std::string> reasons;
@@ -231,6 +264,14 @@ std::string doubt_text(const Doubt& doubt) {
   }
 }
 
+std::string orphan_advice(const PageState& state) {
+  const std::string remove = "ossilar remove " + state.page_id + " takes it away";
+  if (state.heir.empty())
+    return "ossilar rename " + state.page_id + " ID gives it the id of a missing page, " + remove;
+  return "most of what it cites is in the missing page '" + state.heir + "': ossilar rename " +
+         state.page_id + " " + state.heir + " makes it that page, " + remove;
+}
+
 std::vector<KnownClaim> remembered_claims(const Map& row) {
   std::vector<KnownClaim> claims = claims_of_row(row);
   const Map cache = build_cache_of(&row);
@@ -275,21 +316,25 @@ std::vector<PageState> page_states(const Plans& plans, const store::StoredRows& 
                                    const std::map<std::string, std::string>& marks,
                                    const source::SourceIndex& index, const std::string& steering,
                                    CitationFollower& follower) {
-  const Asked asked{index, steering, follower};
+  Heirs heirs;
+  const Asked asked{index, steering, follower, heirs};
   std::vector<PageState> states;
   const auto add_stored = [&](const std::string& page_id, const Map& row) {
     const auto mark = marks.find(page_id);
     states.push_back(
         state_of_row(page_id, row, plans.find(page_id), mark == marks.end() ? "" : mark->second, asked));
   };
+  std::size_t stored = 0;
   for (std::size_t i = 0; i < plans.size(); ++i) {
     const Map* row = rows.find(plans[i].page_id);
     if (row != nullptr) {
+      ++stored;
       add_stored(plans[i].page_id, *row);
     } else {
       states.push_back(missing_page(plans[i]));
     }
   }
+  if (stored < rows.size()) heirs = heirs_in(plans, rows);  // only orphaned pages need them
   rows.for_each([&](const std::string& page_id, const Map& row) {
     if (plans.find(page_id) == nullptr) add_stored(page_id, row);
   });

@@ -62,11 +62,16 @@ struct PageState {
   std::string parent;
   int level = 0;
   PageCondition condition = PageCondition::missing;
-  std::string reason;         // what changed, or what to do; "" for ok and missing
+  std::string reason;  // what changed, or what to do; "" for ok and missing
+  std::string
+      heir;  // of an orphaned page the planned and missing one that has most of what it cites; else ""
   std::vector<Doubt> doubts;  // in the order of the page's claims
   std::int64_t citations = 0;
   std::int64_t words = 0;  // of prose, as counted when the row was written
 };
+
+// What to do with an orphaned page: the commands that rename and remove it.
+std::string orphan_advice(const PageState& state);
 
 // The `status` in the row of an unverified page. A save makes it "ok".
 inline constexpr const char* kUnverified = "unverified";

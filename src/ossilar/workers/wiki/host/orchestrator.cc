@@ -89,7 +89,8 @@ PageRecord record_for(const DraftAtWork& draft, const PagePlan& plan,
           .former_titles = renamed(former_titles(row), {derived->title, stored_title}, plan.title),
           .source_hashes = std::move(hashes),
           .claims = all_claims(draft.settled),
-          .confirmations = std::move(confirmations)};
+          .confirmations = std::move(confirmations),
+          .former_ids = former_ids(row)};
 }
 
 }  // namespace
@@ -229,6 +230,8 @@ Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map
   Map cache = section_cache(body, citations);
   if (!draft_->settled.lost.empty()) cache[kLostClaims] = stretches_of(draft_->settled.lost);
   if (const auto confirmed = confirmations(); !confirmed.empty()) cache[kConfirmations] = confirmed;
+  if (const auto ids = former_ids(draft_->basis.rows.find(draft_->page_id)); !ids.empty())
+    cache[FORMER_IDS_KEY] = ids;
   return cache;
 }
 

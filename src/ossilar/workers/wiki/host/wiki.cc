@@ -156,16 +156,26 @@ void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
   }
 }
 
-// Without a guard object: a destructor could not let the release's failure reach the caller. `catch (...)`,
-// as utils::Cancelled is no std::exception.
 void Wiki::with_write_lock(bool wait, const std::function<void()>& work) {
-  acquire_write_lock(wait, utils::Task());
+  utils::Task task;
+  with_write_lock(wait, task, work);
+}
+
+// Without a guard object: a destructor could not let the release's failure reach the caller. `catch (...)`,
+// as utils::Cancelled is no std::exception. The task is asked inside, as a cancellation can come just when
+// the lock does.
+void Wiki::with_write_lock(bool wait, utils::Task& task, const std::function<void()>& work) {
+  acquire_write_lock(wait, task);
   try {
+    task.check();
+    task.raise_shield();
     work();
   } catch (...) {
+    task.drop_shield();
     release_write_lock();
     throw;
   }
+  task.drop_shield();
   release_write_lock();
 }
 

@@ -119,8 +119,9 @@ class Wiki {
   void acquire_write_lock(bool wait, const utils::Task& task);
   void release_write_lock() { lock_.release(); }
   // Runs `work` under the lock and releases it, whatever leaves `work`. When the release fails too, its
-  // failure is the one that is thrown.
+  // failure is the one that is thrown. `task` may cancel the wait, and no longer once the lock is had.
   void with_write_lock(bool wait, const std::function<void()>& work);
+  void with_write_lock(bool wait, utils::Task& task, const std::function<void()>& work);
   DigestReconciler& digest_reconciler() { return digest_reconciler_; }
   CoveredFiles& covered_files() { return covered_files_; }
 

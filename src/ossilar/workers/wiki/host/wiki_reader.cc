@@ -3,11 +3,13 @@
 // Therefore read_page() takes text and version from one read of the file and asks no row for the version.
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/host/what_changed.h"
+#include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 
 namespace ossilar::workers::wiki {
@@ -64,8 +66,23 @@ bool WikiReader::has_page(const std::string& page_id) const {
   return wiki_.stored_pages().find(page_id) != nullptr || wiki_.planned_with(page_id) != nullptr;
 }
 
-std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& page_id) const {
-  if (!has_page(page_id)) return not_planned(page_id, wiki_.planned()->plans);
+// All rows are looked through, but only for an id that no page has. Of several pages that had it the first
+// counts.
+std::optional<std::string> WikiReader::standing_id(const std::string& page_id) const {
+  if (has_page(page_id)) return page_id;
+  std::optional<std::string> found;
+  wiki_.stored_pages().for_each([&](const std::string& id, const Map& row) {
+    if (found) return;
+    const auto ids = former_ids(&row);
+    if (std::find(ids.begin(), ids.end(), page_id) != ids.end()) found = id;
+  });
+  return found;
+}
+
+std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& asked) const {
+  const auto standing = standing_id(asked);
+  if (!standing) return not_planned(asked, wiki_.planned()->plans);
+  const std::string& page_id = *standing;
   const auto file = wiki_.paths().page(page_id);
   if (!utils::is_regular_file(file)) {
     return Answer{{"error", "page '" + page_id + "' is not written yet; its context says what it needs"},
@@ -74,7 +91,7 @@ std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& page_i
   std::string text = utils::read_text_file_within(wiki_.paths().pages, file);
   wiki_.read_texts().put(text);  // so that a save onto this version can later be shown what changed since
   std::string version = version_of(text);
-  return StoredPage{.text = std::move(text), .version = std::move(version)};
+  return StoredPage{.page_id = page_id, .text = std::move(text), .version = std::move(version)};
 }
 
 std::variant<SearchResult, Answer> WikiReader::search(const SearchRequest& request,

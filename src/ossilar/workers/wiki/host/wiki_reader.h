@@ -32,7 +32,8 @@ struct PageContext {
 Map author_brief(const PageContext& context);
 
 struct StoredPage {
-  std::string text;  // the page file's
+  std::string page_id;  // another than was asked for, if that is a former one
+  std::string text;     // the page file's
   std::string version;
 };
 
@@ -56,9 +57,12 @@ class WikiReader {
   WikiStatus status(Look look = Look::now) const;
   // What an author of a planned page needs, or an answer with `error` for a page that is not planned.
   std::variant<PageContext, Answer> page_context(const std::string& page_id) const;
-  // A stored page, or the answer that says why there is none. Throws utils::Error for a file that cannot be
-  // read as a page.
-  std::variant<StoredPage, Answer> read_page(const std::string& page_id) const;
+  // The id of the page that is planned or stored under `page_id`, else of the stored page that had this id
+  // before a renaming; none if there is no such page.
+  std::optional<std::string> standing_id(const std::string& page_id) const;
+  // A stored page, by its id or a former one, or the answer that says why there is none. Throws utils::Error
+  // for a file that cannot be read as a page.
+  std::variant<StoredPage, Answer> read_page(const std::string& asked) const;
   // Whether the page is planned or stored.
   bool has_page(const std::string& page_id) const;
   // The passages of the stored pages that answer the query best, or an answer that refuses it.

@@ -108,6 +108,8 @@ void take_fact(PageRecord& record, CitedVersions& versions, const Map& fact) {
     record.agent_title = value;
   } else if (kind == "former_title") {
     record.former_titles.push_back(value);
+  } else if (kind == "former_id") {
+    record.former_ids.push_back(value);
   } else if (kind == "source") {
     record.source_hashes[value] = utils::string_member(fact, "hash");
   } else if (kind == "cites") {
@@ -123,11 +125,16 @@ void take_fact(PageRecord& record, CitedVersions& versions, const Map& fact) {
 
 }  // namespace
 
+bool PageRecord::tells_of_text() const {
+  return !type.empty() || !title.empty() || !source_hashes.empty() || !claims.empty();
+}
+
 std::string record_text(const PageRecord& record) {
   std::string text(kBegin);
-  text += fact_line({{"type", record.type}, {"title", record.title}});
+  if (record.tells_of_text()) text += fact_line({{"type", record.type}, {"title", record.title}});
   if (!record.agent_title.empty()) text += fact_line({{"agent_title", record.agent_title}});
   for (const std::string& title : record.former_titles) text += fact_line({{"former_title", title}});
+  for (const std::string& id : record.former_ids) text += fact_line({{"former_id", id}});
   for (const auto& [source, hash] : record.source_hashes)
     text += fact_line({{"source", source}, {"hash", hash}});
   text += claim_facts(record.claims);
@@ -153,6 +160,13 @@ std::optional<PageRecord> record_of(std::string_view page_text) {
   return record;
 }
 
+// with_record() puts an empty line before the record, which without_record() leaves.
+std::string with_record_replaced(std::string_view page_text, const PageRecord& record) {
+  std::string bare = without_record(page_text);
+  if (bare.size() < page_text.size() && bare.ends_with("\n\n")) bare.pop_back();
+  return with_record(std::move(bare), record_text(record));
+}
+
 // The offset is taken from the view, which points into `page_text`.
 std::string without_record(std::string_view page_text) {
   const std::string_view record = framed_record(page_text);
@@ -168,7 +182,8 @@ PageRecord record_of_row(const Map& row) {
                     .former_titles = former_titles(&row),
                     .source_hashes = {},
                     .claims = remembered_claims(row),
-                    .confirmations = {}};
+                    .confirmations = {},
+                    .former_ids = former_ids(&row)};
   const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [source, hash] : hashes.items()) record.source_hashes[source] = utils::text_form(hash);
   return record;

@@ -4,6 +4,7 @@
 //   <!-- ossilar:record
 //   {"type": "module", "title": "Alpha"}
 //   {"former_title": "The first"}
+//   {"former_id": "src/first"}
 //   {"source": "src/alpha.cpp", "hash": "2c26b46b..."}
 //   {"cited": "src/alpha.cpp", "file": "2c26b46b68ffc68f", "blob": "30d74d25...", "commit": "cbf2d0a1..."}
 //   {"cites": "src/alpha.cpp:L1-L3", "says": "81f2a37c", "text": "9f86d081884c7d65", ..., "file":
@@ -30,6 +31,8 @@
 
 namespace ossilar::workers::wiki {
 
+// A page of which nobody knows against which sources it was written has a record only once it was renamed,
+// and the record has former ids alone.
 struct PageRecord {
   std::string type;
   std::string title;
@@ -38,6 +41,10 @@ struct PageRecord {
   std::map<std::string, std::string> source_hashes;  // as in the page's row
   std::vector<KnownClaim> claims;                    // also those whose lines do not exist any more
   std::vector<Map> confirmations;                    // {"confirmed", "commit", "section"}
+  std::vector<std::string> former_ids = {};          // oldest first
+
+  // Whether it says more than which ids the page had.
+  bool tells_of_text() const;
 };
 
 // The record as it stands in a page file, a line feed at its end. It never contains `-->` but as its end.
@@ -46,6 +53,9 @@ std::string record_text(const PageRecord& record);
 // The record in the generated part of a page file's text; none if there is none or its end is missing. Skips
 // lines that hold no fact, and facts of an unknown kind, which a later version may have written.
 std::optional<PageRecord> record_of(std::string_view page_text);
+
+// The page file's text with this record in the place of its own, at the end of a text that has none.
+std::string with_record_replaced(std::string_view page_text, const PageRecord& record);
 
 // A page file's text without its record, to compare what does not depend on when it was saved.
 std::string without_record(std::string_view page_text);

@@ -1,6 +1,7 @@
 // What a check of a repository finds, as text.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,15 @@ inline std::string names_of(const std::vector<workers::wiki::Finding>& findings)
 }
 
 inline std::string findings_in(const WikiRepo& repo) { return names_of(check(repo).findings); }
+
+// The pages in which a search finds `words`.
+inline std::set<std::string> pages_about(workers::wiki::Wiki& wiki, const std::string& words) {
+  utils::Task task;
+  const auto found = workers::wiki::WikiReader(wiki).search({.query = words}, task);
+  std::set<std::string> pages;
+  for (const auto& hit : std::get<workers::wiki::SearchResult>(found).hits) pages.insert(hit.page_id);
+  return pages;
+}
 
 // Replaces the first `from` in a file, which must be there.
 inline void replace_in_file(const WikiRepo& repo, const std::string& name, const std::string& from,

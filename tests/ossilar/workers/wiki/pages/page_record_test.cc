@@ -31,7 +31,8 @@ PageRecord full_record() {
       .source_hashes = {{"src/a.cc", "11"}, {"src/we-->ird.cc", ""}, {"ossilar.toml [steering]", "22"}},
       .claims = {claim("src/a.cc", 1, "0123", {"aa", "bb", "cc"}), claim("src/c.cc", 7, "", {}),
                  claim("src/b.cc", 7, "4567", {"dd", "", ""})},
-      .confirmations = {{{"confirmed", "2026-01-02T03:04:05Z"}, {"commit", "cc"}, {"section", "A --> B"}}}};
+      .confirmations = {{{"confirmed", "2026-01-02T03:04:05Z"}, {"commit", "cc"}, {"section", "A --> B"}}},
+      .former_ids = {"one", "core/two"}};
 }
 
 void expect_same(const PageRecord& a, const PageRecord& b) { EXPECT_EQ(record_text(a), record_text(b)); }
@@ -52,6 +53,18 @@ TEST(PageRecord, IsReadBackFromThePageAndInvisibleInIt) {
   ASSERT_TRUE(record_of(stripped));
   expect_same(*record_of(stripped), record);
   EXPECT_EQ(without_record(stripped), without_record(page));
+}
+
+TEST(PageRecord, IsReplacedInItsPlaceAndMayTellOfFormerIdsAlone) {
+  PageRecord ids;
+  ids.former_ids = {"one"};
+  const std::string page = "# T\n\nText.\n\n<!-- ossilar:generated -->\n\n[A]: a.md\n";
+  const std::string with_ids = page + "\n<!-- ossilar:record\n{\"former_id\": \"one\"}\n-->\n";
+  EXPECT_EQ(with_record_replaced(page, ids), with_ids);
+  EXPECT_EQ(with_record_replaced(with_ids, full_record()), page + "\n" + record_text(full_record()));
+  EXPECT_EQ(with_record_replaced(with_record_replaced(page, full_record()), ids), with_ids);
+  EXPECT_FALSE(record_of(with_ids)->tells_of_text());
+  EXPECT_EQ(record_of(with_ids)->former_ids, ids.former_ids);
 }
 
 TEST(PageRecord, ClaimsKeepTheirVersionsAndEarlierOnesGetThatOfTheirSource) {
