@@ -5,7 +5,8 @@ import { holdWriteLock, makeWiki, pageAbout, sectionText, TOOLS } from './wiki.m
 
 const PAGE = 'ossilar://pages/alpha';
 
-// Arguments with which each tool succeeds on a wiki whose page alpha is saved.
+// Arguments with which each tool succeeds on a wiki whose page alpha is saved, in the order in which they are listed:
+// the renamed page is the one that is removed.
 const ARGUMENTS = {
   affected: {},
   check_page: { page_id: 'alpha', content: pageAbout('alpha') },
@@ -14,13 +15,15 @@ const ARGUMENTS = {
   list_pages: {},
   page_context: { page_id: 'alpha' },
   read_page: { page_id: 'alpha' },
+  remove_page: { page_id: 'beta' },
+  rename_page: { page_id: 'alpha', new_id: 'beta' },
   save_page: { page_id: 'alpha', content: pageAbout('alpha') },
   search_wiki: { query: 'alpha' },
   sync_pages: {},
   wiki_status: {},
 };
 
-const WRITING = ['confirm_page', 'save_page', 'sync_pages'];
+const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'save_page', 'sync_pages'];
 
 const names = (list) => list.map((each) => each.name);
 
@@ -68,6 +71,9 @@ export function testSessions(library, connect) {
     ['no section', 'save_page', { page_id: 'alpha', section: 'Nope', content: 'x' }, /no section 'Nope'/],
     ['no such page', 'page_context', { page_id: 'alfa' }, /alfa/],
     ['not written yet', 'read_page', { page_id: 'beta' }, /not written yet/],
+    ['no page id', 'rename_page', { page_id: 'alpha', new_id: '../x' }, /no page id/],
+    ['not stored', 'remove_page', { page_id: 'beta' }, /not written yet/],
+    ['changed since', 'remove_page', { page_id: 'alpha', if_version: 'old' }, /no longer version/],
     ['a wrong type', 'list_pages', { limit: 'x' }, /limit/],
     ['an argument is missing', 'save_page', { page_id: 'alpha' }, /content/],
   ];
@@ -100,6 +106,25 @@ export function testSessions(library, connect) {
     const read = await call({ name: 'read_page', arguments: { page_id: 'beta', part: 'authored' } });
     assert.equal(read.structuredContent.text, pageAbout('beta'));
     await assert.rejects(client.readResource({ uri: 'ossilar://pages/nope' }), /no resource/);
+  });
+
+  session('renames a page, whose former id leads to it, and removes it', async ({ client, call }, wiki) => {
+    const { structuredContent: before } = await call({ name: 'read_page', arguments: { page_id: 'alpha' } });
+    const given = { page_id: 'alpha', new_id: 'beta', if_version: before.version };
+    const { structuredContent: renamed } = await call({ name: 'rename_page', arguments: given });
+    assert.deepEqual([renamed.page_id, renamed.former_id], ['beta', 'alpha']);
+    const { structuredContent: next } = await call({ name: 'list_pages', arguments: {} });
+    const stored = next.pages.filter((page) => page.state !== 'missing');
+    assert.deepEqual(stored.map((page) => page.page_id), ['beta']);
+    // The plan still has alpha, so that it can be written anew.
+    assert.ok(next.pages.some((page) => page.page_id === 'alpha' && page.state === 'missing'));
+    assert.deepEqual(names((await client.listResources()).resources), ['beta']);
+    const { contents } = await client.readResource({ uri: 'ossilar://pages/beta' });
+    assert.equal(contents[0].text, wiki.page('beta'));
+    const forgetting = { page_id: 'beta', if_version: renamed.version };
+    const { structuredContent: removed } = await call({ name: 'remove_page', arguments: forgetting });
+    assert.ok(removed.removed && removed.kept.startsWith('.ossilar/replaced/'), JSON.stringify(removed));
+    assert.deepEqual((await client.listResources()).resources, []);
   });
 
   session('hears of a page that it or another process saves', async (made, wiki) => {

@@ -22,6 +22,8 @@ export const TOOLS = [
   'list_pages',
   'page_context',
   'read_page',
+  'remove_page',
+  'rename_page',
   'save_page',
   'search_wiki',
   'sync_pages',

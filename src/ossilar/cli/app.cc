@@ -168,9 +168,11 @@ void add_check_command(CLI::App& app, Arguments& arguments) {
       "Find stale pages, invalid citations, and what crashes, manual edits and git left behind",
       "ossilar check\nossilar check --fix",
       [&](Output& output) { return run_check(arguments.place, arguments.check, output); },
-      "--fix changes no page file. It adopts page files as they are, rebuilds what is derived from them,\n"
-      "forgets pages whose file is gone (their text goes to .ossilar/replaced), and removes the files of\n"
-      "interrupted writes. Exit code 1 when something is found, or left after --fix.\n\nKinds of findings: " +
+      "--fix changes no text of an author. It adopts page files as they are, rebuilds what is derived from\n"
+      "them, forgets pages whose file is gone (their text goes to .ossilar/replaced), finishes renamings "
+      "that\n"
+      "were cut short, and removes the files of interrupted writes. Exit code 1 when something is found, or "
+      "left after --fix.\n\nKinds of findings: " +
           utils::join(names_of_faults(), ", "));
   check->add_flag("--fix", arguments.check.fix, "Repair what needs no author");
   check->add_flag("--strict", arguments.check.strict,

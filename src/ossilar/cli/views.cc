@@ -151,6 +151,33 @@ void print_cites(const Given& given, Output& output) {
   }
 }
 
+// ---- rename and remove
+
+void print_kept(const Given& given, Output& output) {
+  const std::string kept = text_at(given.value, "kept");
+  if (!kept.empty()) output.line("       its text is kept in " + shown_path(given.wiki.paths().root / kept));
+}
+
+void print_renamed(const Given& given, Output& output) {
+  const Map& answer = given.value;
+  output.line(output.styled(Style::good, "renamed") + "  " + text_at(answer, "former_id") + " to " +
+              output.styled(Style::bold, text_at(answer, "page_id")) + "  " +
+              shown_path(given.wiki.paths().wiki / text_at(answer, "rel_path")));
+  print_kept(given, output);
+  for (const Map& page : answer.at("relinked"))
+    output.line("       its link follows in " + utils::text_form(page));
+  for (const Map& warning : answer.at("warnings"))
+    output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(warning));
+}
+
+void print_removed(const Given& given, Output& output) {
+  output.line(output.styled(Style::good, "removed") + "  " +
+              output.styled(Style::bold, text_at(given.value, "page_id")));
+  print_kept(given, output);
+  for (const Map& page : given.value.at("linked_by"))
+    output.line(output.styled(Style::warn, "warning") + "  " + utils::text_form(page) + " links to it");
+}
+
 // ---- search
 
 std::string shown_citation(const Map& citation) {
@@ -220,6 +247,7 @@ constexpr std::array kViews{
     View{"show", Freshness::as_stored, print_page},       View{"save", Freshness::sources, print_saved},
     View{"confirm", Freshness::sources, print_confirmed}, View{"sync", Freshness::sources, print_synced},
     View{"affected", Freshness::sources, print_affected}, View{"cites", Freshness::sources, print_cites},
+    View{"rename", Freshness::sources, print_renamed},    View{"remove", Freshness::sources, print_removed},
     View{"search", Freshness::vectors, print_hits},       View{"status", Freshness::sources, print_status}};
 
 }  // namespace

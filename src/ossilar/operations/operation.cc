@@ -21,6 +21,8 @@ Operation confirm_page();
 Operation list_pages();
 Operation page_context();
 Operation read_page();
+Operation remove_page();
+Operation rename_page();
 Operation save_page();
 Operation search_wiki();
 Operation sync();
@@ -88,9 +90,9 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{list_pages(), page_context(), read_page(),  save_page(),
-                                          check_page(), confirm_page(), sync(),       affected(),
-                                          cites(),      wiki_status(),  search_wiki()};
+  static const std::vector<Operation> all{
+      list_pages(), page_context(), read_page(),   save_page(),   check_page(),  confirm_page(), sync(),
+      affected(),   cites(),        rename_page(), remove_page(), wiki_status(), search_wiki()};
   return all;
 }
 

@@ -147,9 +147,10 @@ class Renaming {
     publish_rows(wiki_);
     wiki_.read_texts().put(new_text_);  // its version is in the answer
     std::vector<std::string> warnings;
-    if (is_edited())
-      warnings.push_back(
+    if (is_edited()) {
+      warnings.emplace_back(
           "hand-edit: the page file was edited since its last save; it was renamed as it stands");
+    }
     return done(relinked, kept, warnings);
   }
 
@@ -224,7 +225,7 @@ std::optional<std::string> renaming_cut_short(const Wiki& wiki, const store::Sto
 // row does not know.
 std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed) {
   const store::StoredRows rows = wiki.stored_pages();
-  const std::vector<std::string> linking = pages_linking(wiki, rows, renamed.from);
+  std::vector<std::string> linking = pages_linking(wiki, rows, renamed.from);
   for (const std::string& page_id : linking) {
     if (page_id == renamed.to) continue;
     const std::string text = page_text(wiki.paths(), page_id);

@@ -50,7 +50,13 @@ std::variant<PageContext, Answer> WikiReader::page_context(const std::string& pa
   const auto planned = wiki_.prepare();
   Plans plans = planned->plans;
   const auto plan = plans.own(page_id);
-  if (!plan) return not_planned(page_id, plans);
+  if (!plan) {
+    const auto standing = standing_id(page_id);
+    if (!standing || *standing == page_id) return not_planned(page_id, plans);
+    return Answer{{"error", "page '" + page_id + "' has the id '" + *standing + "' now"},
+                  {"page_id", page_id},
+                  {"similar", Map::array({*standing})}};
+  }
   const store::StoredRows rows = wiki_.stored_pages();
   retitle(*plan, std::nullopt, plans, rows);
   Grounding grounding = wiki_.gather(*planned, *plan);

@@ -147,6 +147,7 @@ TEST_F(RenamingTest, FormerIdsComeToClonesAndStayThroughSavesAndRenamings) {
     EXPECT_EQ(reader.standing_id("core/gamma"), "delta");
     EXPECT_EQ(reader.standing_id("nobody"), std::nullopt);
     EXPECT_EQ(std::get<StoredPage>(reader.read_page("alpha")).page_id, "delta");
+    EXPECT_THAT(error_of(std::get<Answer>(reader.page_context("alpha"))), HasSubstr("the id 'delta' now"));
     EXPECT_EQ(state_of(*wiki_, "delta").condition, PageCondition::ok);
   };
   known();
