@@ -8,6 +8,7 @@
 
 #include "findings.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
+#include "ossilar/workers/wiki/check/removal.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/pages/page_record.h"
 #include "support/hooked_store.h"
@@ -162,6 +163,24 @@ TEST_F(RenamingTest, FormerIdsComeToClonesAndStayThroughSavesAndRenamings) {
   EXPECT_EQ(WikiReader(*wiki_).standing_id("alpha"), "alpha");
 }
 
+// Another checkout, which has the wiki of before, gets what version control brings.
+TEST_F(RenamingTest, ARenamingThatIsPulledIsTakenOver) {
+  const WikiRepo other;
+  fs::remove_all(other.dir / "wiki");
+  fs::copy(repo_.dir.path(), other.dir.path(),
+           fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  ASSERT_EQ(error_of(rename("alpha", "core/gamma")), "");
+  fs::remove_all(other.dir / "wiki");
+  fs::copy(repo_.dir / "wiki", other.dir / "wiki", fs::copy_options::recursive);
+  const auto there = other.open();
+  const AdoptionReport report = adopt_arrivals(*there, WhenBusy::wait);
+  EXPECT_EQ(report.adopted, 2U) << "the page, and the one whose link followed";
+  EXPECT_EQ(report.forgotten, 1U);
+  EXPECT_EQ(WikiReader(*there).standing_id("alpha"), "core/gamma");
+  EXPECT_EQ(state_of(*there, "core/gamma").condition, PageCondition::ok);
+  EXPECT_EQ(findings_in(other), "");
+}
+
 TEST_F(RenamingTest, RefusalsSayWhyAndChangeNothing) {
   repo_.dir.write("wiki/pages/taken.md", "# Somebody's\n");
   configure(entry("core/gamma", "Gamma", "module", "alpha") + entry("taken", "T", "topic", "beta") +
@@ -204,6 +223,22 @@ TEST_F(RenamingTest, RefusalsSayWhyAndChangeNothing) {
   EXPECT_THAT(error_of(rename("alpha", "core/gamma")), HasSubstr("not UTF-8"));
   repo_.dir.write("wiki/pages/alpha.md", before);
   EXPECT_EQ(error_of(rename("alpha", "core/gamma", version_of(before))), "");
+}
+
+TEST_F(RenamingTest, NothingIsDoneWhileAnotherHoldsTheLock) {
+  configure("[wiki]\nlock_timeout_s = 0.05\n" + entry("core/gamma", "Gamma", "module", "alpha"));
+  wiki_ = repo_.open();
+  const auto other = repo_.open();
+  other->with_write_lock(true, [&] {
+    EXPECT_THAT(error_of(rename("alpha", "core/gamma")), HasSubstr("another save of this process"));
+    utils::Task task;
+    EXPECT_THAT(error_of(remove_page(*wiki_, "alpha", {}, task)), HasSubstr("another save of this process"));
+    task.cancel();
+    EXPECT_THROW(remove_page(*wiki_, "alpha", {}, task), utils::Cancelled);
+  });
+  EXPECT_TRUE(has_page("alpha"));
+  EXPECT_FALSE(has_page("core/gamma"));
+  EXPECT_EQ(error_of(rename("alpha", "core/gamma")), "") << "and the lock is free again";
 }
 
 TEST_F(RenamingTest, AnEditByHandComesAlongAndACopyIsKept) {
