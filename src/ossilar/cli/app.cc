@@ -1,6 +1,6 @@
 // The commands and their options are made from the descriptions from which sessions make their tools
-// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check and mcp, which are
-// not questions to an open wiki, are written out here.
+// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check, mcp and serve,
+// which are not questions to an open wiki, are written out here.
 //
 // The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
 // command, its exceptions would pass through the parser, and the log sink and Output would have to be made
@@ -33,6 +33,7 @@ struct Arguments {
   ColorChoice color = ColorChoice::automatic;
   InitArguments init;
   CheckArguments check;
+  ServeArguments serve;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
   std::map<std::string, Map> given;
@@ -189,6 +190,18 @@ void add_mcp_command(CLI::App& app, Arguments& arguments) {
               "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
 }
 
+void add_serve_command(CLI::App& app, Arguments& arguments) {
+  auto* serve = add_command(
+      app, arguments, "serve", "Show the wiki in a browser, live, on this machine alone",
+      "ossilar serve --open\nossilar serve --port 0",
+      [&](Output& output) { return run_serve(arguments.place, arguments.serve, output); },
+      "Pages follow saves and changed sources while they are open. Nothing is loaded from a network.");
+  serve->add_option("--port", arguments.serve.port, "The port; 0 for any that is free (default: 8411)")
+      ->type_name("N")
+      ->option_text("N");
+  serve->add_flag("--open", arguments.serve.open, "Open it in the browser");
+}
+
 // What is wrong with the arguments. Where the first word is no command, the parser only says that a command
 // is missing; the word is what the user mistyped, so it goes into the message instead.
 std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
@@ -236,6 +249,7 @@ int run(int argc, char** argv) {
   }
   add_check_command(app, arguments);
   add_mcp_command(app, arguments);
+  add_serve_command(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {

@@ -2,14 +2,15 @@
 // program.
 //
 // Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
-// document as text with a function of views.cc. `init`, `check` and `mcp` are the shell's own, each in a file
-// of its name.
+// document as text with a function of views.cc. `init`, `check`, `mcp` and `serve` are the shell's own, each
+// in a file of its name.
 //
 // Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
 // utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and
 // the command can be run again.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -59,6 +60,14 @@ int run_check(const Place& place, const CheckArguments& arguments, Output& outpu
 // Serves one session until its client is gone; starts threads of its own. Takes standard output for messages;
 // log records go to `log` and to the client. Ends the process itself when a request does not end.
 int run_mcp(const Place& place, const utils::LogSink& log);
+
+// Serves the wiki to browsers on this machine until SIGINT or SIGTERM. A port that is in use is a
+// utils::ConfigError.
+struct ServeArguments {
+  std::uint16_t port = 8411;  // 0: any that is free
+  bool open = false;          // in the user's browser
+};
+int run_serve(const Place& place, const ServeArguments& arguments, Output& output);
 
 // Shared by the commands.
 

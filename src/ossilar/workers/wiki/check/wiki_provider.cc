@@ -57,7 +57,7 @@ std::shared_ptr<Wiki> WikiProvider::current() {
   std::string configuration = configuration_of(root_, checkout_);
   if (!wiki_ || configuration != configuration_ || database_of(root_) != database_) {
     wiki_.reset();  // first: a failed opening must not leave the former wiki to be used
-    std::shared_ptr<Wiki> wiki = open_wiki(root_, "ossilar mcp", Process::stays);
+    std::shared_ptr<Wiki> wiki = open_wiki(root_, writer_, Process::stays);
     configuration_ = std::move(configuration);
     database_ = database_of(root_);
     wiki_ = std::move(wiki);

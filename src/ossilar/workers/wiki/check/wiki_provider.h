@@ -1,5 +1,5 @@
-// The wiki that a server works on. mcp/server.cc has one provider; every request that needs the wiki asks it
-// again, and mcp/page_watch.cc looks at what is open.
+// The wiki that a server works on. mcp/server.cc and web/server.cc have one provider each; every request that
+// needs the wiki asks it again, and mcp/page_watch.cc looks at what is open.
 #pragma once
 
 #include <filesystem>
@@ -20,8 +20,9 @@ namespace ossilar::workers::wiki {
 // Thread-safety: every member may be called from any thread. An opening that fails leaves no wiki open.
 class WikiProvider {
  public:
-  // `root` as for open_wiki().
-  explicit WikiProvider(std::filesystem::path root) : root_(std::move(root)), checkout_(root_) {}
+  // `root` and `writer` as for open_wiki().
+  explicit WikiProvider(std::filesystem::path root, std::string writer = "ossilar mcp")
+      : root_(std::move(root)), writer_(std::move(writer)), checkout_(root_) {}
 
   // The wiki as of now, with what came by version control taken over. Throws what open_wiki() and
   // adopt_arrivals() throw; the next call tries again.
@@ -36,6 +37,7 @@ class WikiProvider {
   std::shared_ptr<Wiki> current();
 
   const std::filesystem::path root_;
+  const std::string writer_;
   source::CheckoutReader checkout_;
   mutable std::mutex mutex_;
   std::shared_ptr<Wiki> wiki_;  // guarded by mutex_, as is what it was opened for

@@ -1,0 +1,31 @@
+# ossilar_embed(TARGET BASE FILES ...): builds the files into the library, so that the program needs nothing beside it.
+# ossilar/web/embedded.h gives them by their names relative to BASE; a file NAME=PATH has the name NAME. The assembler
+# takes them in as they are (.incbin): as arrays of C++ the largest would cost the compiler a minute.
+function(ossilar_embed target base)
+  set(bytes "")
+  set(table "")
+  set(paths "")
+  set(number 0)
+  foreach(file IN LISTS ARGN)
+    if(file MATCHES "^([^=]+)=(.+)$")
+      set(name "${CMAKE_MATCH_1}")
+      set(path "${CMAKE_MATCH_2}")
+    else()
+      set(path "${file}")
+      file(RELATIVE_PATH name "${base}" "${path}")
+    endif()
+    set(label "ossilar_embedded_${number}")
+    string(APPEND bytes "\
+__asm__(\".section .rodata\\n${label}: .incbin \\\"${path}\\\"\\n${label}_end: .byte 0\\n.previous\\n\");\n\
+extern \"C\" const char ${label}[];\nextern \"C\" const char ${label}_end[];\n")
+    string(APPEND table "    {\"${name}\", ${label}, ${label}_end},\n")
+    list(APPEND paths "${path}")
+    math(EXPR number "${number} + 1")
+  endforeach()
+  set(OSSILAR_EMBEDDED_BYTES "${bytes}")
+  set(OSSILAR_EMBEDDED_TABLE "${table}")
+  set(generated "${CMAKE_CURRENT_BINARY_DIR}/embedded_files.cc")
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/embedded_files.cc.in" "${generated}" @ONLY)
+  set_source_files_properties("${generated}" PROPERTIES OBJECT_DEPENDS "${paths}")
+  target_sources(${target} PRIVATE "${generated}")
+endfunction()

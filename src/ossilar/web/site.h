@@ -1,0 +1,81 @@
+// The wiki at one moment, as its pages show it: plan, rows, states, and who cites which source. Views
+// (page_view.h and its neighbours) make HTML of it; live_site.h makes a new one when the wiki changed, the
+// export makes one.
+//
+// Thread-safety: immutable once made; any thread may read it. Texts of pages and sources are read when a view
+// needs them, so a page may be one save newer than its row; it is the old or the new one, whole.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "ossilar/workers/wiki/citing/page_state.h"
+#include "ossilar/workers/wiki/host/wiki.h"
+
+namespace ossilar::web {
+
+// Citations of one source file by one page: the lines, each once, and the section of the first.
+struct CitedLines {
+  std::string page_id;
+  std::vector<std::pair<workers::wiki::Citation, std::string>> places;
+};
+
+class Site {
+ public:
+  // Reads all that is needed. `planned` and `rows` are of the same moment. Throws what the store throws.
+  Site(std::shared_ptr<workers::wiki::Wiki> wiki, std::shared_ptr<const workers::wiki::PlannedWiki> planned,
+       store::StoredRows rows, std::map<std::string, std::string> marks);
+  // The wiki as it is now; scans the sources.
+  static std::shared_ptr<const Site> now(const std::shared_ptr<workers::wiki::Wiki>& wiki);
+
+  workers::wiki::Wiki& wiki() const { return *wiki_; }
+  const workers::wiki::PlannedWiki& planned() const { return *planned_; }
+  const store::StoredRows& rows() const { return rows_; }
+  const workers::wiki::TitleIndex& titles() const { return titles_; }
+  // What the site was made from, to see whether it is still up to date.
+  bool is_of(const std::shared_ptr<const workers::wiki::PlannedWiki>& planned, const store::StoredRows& rows,
+             const std::map<std::string, std::string>& marks) const;
+
+  const std::string& name() const { return name_; }  // of the repository
+  const std::string& commit() const { return commit_; }
+  const std::optional<store::WikiStateFields>& last_write() const { return last_write_; }
+
+  // All pages: those of the plan in its order, then those that the plan no longer has.
+  const std::vector<workers::wiki::PageState>& pages() const { return pages_; }
+  // Null for an unknown id.
+  const workers::wiki::PageState* page(const std::string& page_id) const;
+  // Indices into pages() of those below the page, and for "" of those at the top.
+  const std::vector<std::size_t>& children(const std::string& page_id) const;
+  // Whether there is text to read.
+  static bool is_written(const workers::wiki::PageState& page) {
+    return page.condition != workers::wiki::PageCondition::missing;
+  }
+  // The id of the page that an old title names, or that a page had in its address before; none for neither.
+  std::optional<std::string> page_of_title(const std::string& title) const { return titles_.find(title); }
+
+  // Cited sources by path, each with the pages that cite it in the order of pages().
+  const std::map<std::string, std::vector<CitedLines>>& cited() const { return cited_; }
+
+ private:
+  void note_citations();
+
+  std::shared_ptr<workers::wiki::Wiki> wiki_;
+  std::shared_ptr<const workers::wiki::PlannedWiki> planned_;
+  store::StoredRows rows_;
+  std::map<std::string, std::string> marks_;
+  workers::wiki::TitleIndex titles_;
+  std::string name_, commit_;
+  std::optional<store::WikiStateFields> last_write_;
+  std::vector<workers::wiki::PageState> pages_;
+  std::unordered_map<std::string, std::size_t> by_id_;
+  std::unordered_map<std::string, std::vector<std::size_t>> children_;
+  std::map<std::string, std::vector<CitedLines>> cited_;
+};
+
+}  // namespace ossilar::web
