@@ -1,6 +1,6 @@
 // The commands and their options are made from the descriptions from which sessions make their tools
-// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check, mcp and serve,
-// which are not questions to an open wiki, are written out here.
+// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check, mcp, serve and
+// export, which are not questions to an open wiki, are written out here.
 //
 // The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
 // command, its exceptions would pass through the parser, and the log sink and Output would have to be made
@@ -34,6 +34,7 @@ struct Arguments {
   InitArguments init;
   CheckArguments check;
   ServeArguments serve;
+  ExportArguments exported;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
   std::map<std::string, Map> given;
@@ -202,6 +203,27 @@ void add_serve_command(CLI::App& app, Arguments& arguments) {
   serve->add_flag("--open", arguments.serve.open, "Open it in the browser");
 }
 
+void add_export_command(CLI::App& app, Arguments& arguments) {
+  auto* command = add_command(
+      app, arguments, "export", "Write the wiki as web pages that need no server",
+      "ossilar export ../site\nossilar export ../site --base-url https://example.org/wiki/ --sources link",
+      [&](Output& output) { return run_export(arguments.place, arguments.exported, output); },
+      "The folder must be empty or hold a former export. Files that are the same are left alone, and files\n"
+      "of a former export that are no longer part of it are removed. Source files that pages cite are part\n"
+      "of the export unless --sources says link (to the forge that `origin` names, at the commit) or none.");
+  command->add_option("DIR", arguments.exported.folder, "The folder to write into")->required();
+  command
+      ->add_option("--base-url", arguments.exported.base_url,
+                   "Where the pages will stand; adds a sitemap and canonical links")
+      ->type_name("URL");
+  command
+      ->add_option("--sources", arguments.exported.sources,
+                   "What citations lead to: link, embed or none (default: embed)")
+      ->check(CLI::IsMember({"link", "embed", "none"}))
+      ->type_name("HOW")
+      ->option_text("HOW");
+}
+
 // What is wrong with the arguments. Where the first word is no command, the parser only says that a command
 // is missing; the word is what the user mistyped, so it goes into the message instead.
 std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
@@ -250,6 +272,7 @@ int run(int argc, char** argv) {
   add_check_command(app, arguments);
   add_mcp_command(app, arguments);
   add_serve_command(app, arguments);
+  add_export_command(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {

@@ -2,8 +2,8 @@
 // program.
 //
 // Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
-// document as text with a function of views.cc. `init`, `check`, `mcp` and `serve` are the shell's own, each
-// in a file of its name.
+// document as text with a function of views.cc. `init`, `check`, `mcp`, `serve` and `export` are the shell's
+// own, each in a file of its name.
 //
 // Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
 // utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and
@@ -68,6 +68,14 @@ struct ServeArguments {
   bool open = false;          // in the user's browser
 };
 int run_serve(const Place& place, const ServeArguments& arguments, Output& output);
+
+// Writes the wiki as static files into a folder, which is empty or holds a former export.
+struct ExportArguments {
+  std::string folder;
+  std::string base_url;
+  std::string sources = "embed";  // or "link", "none"
+};
+int run_export(const Place& place, const ExportArguments& arguments, Output& output);
 
 // Shared by the commands.
 

@@ -66,13 +66,13 @@ std::string name_in_address(std::string address) {
 
 // "" for a repository that was not cloned. An unreadable configuration gives "" too: open_repository() has
 // reported it already.
-std::string cloned_name(git_repository* repository) {
+std::string origin_of(git_repository* repository) {
   git_config* opened = nullptr;
   if (git_repository_config_snapshot(&opened, repository) < 0) return "";
   const GitHandle<git_config> config(opened);
   const char* address = nullptr;
   const bool known = git_config_get_string(&address, config.get(), "remote.origin.url") == 0;
-  return known ? utils::valid_utf8(name_in_address(address)) : "";
+  return known ? utils::valid_utf8(address) : "";
 }
 
 // Called with the path of each file that a checkout is read from, before the file is read.
@@ -121,7 +121,8 @@ Checkout read_telling(const std::filesystem::path& root, const Reads& reads) {
   checkout.in_git = true;
   const std::filesystem::path common = git_repository_commondir(repository.get());
   for (const char* name : {"config", "packed-refs"}) reads(common / name);
-  if (std::string name = cloned_name(repository.get()); !name.empty()) checkout.name = std::move(name);
+  checkout.origin = origin_of(repository.get());
+  if (std::string name = name_in_address(checkout.origin); !name.empty()) checkout.name = std::move(name);
   const std::string where = "the git repository at " + root.string();
   checkout.branch = "HEAD";
   std::string reference = "HEAD";

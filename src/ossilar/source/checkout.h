@@ -24,6 +24,7 @@ struct Checkout {
   // The last part of the address that the repository was cloned from, so that all clones have one name;
   // without such an address the name of its folder.
   std::string name;
+  std::string origin = {};  // that address, with whatever name and password stand in it; "" for none
   bool in_git = false;
   std::string branch = "default";  // "HEAD" when detached
   std::string commit;              // 40 hexadecimal digits; "" before the first commit and outside git

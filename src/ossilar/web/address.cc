@@ -78,6 +78,21 @@ std::string lines_address(const workers::wiki::Citation& citation) {
   return source_address(citation.path) + "#" + lines_fragment(citation.first, citation.last);
 }
 
+std::string title_slug(std::string_view title) {
+  std::string slug;
+  for (const char c : utils::lower_case(title)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || byte >= 0x80) {
+      slug += c;
+    } else if (!slug.empty() && slug.back() != '-') {
+      slug += '-';
+    }
+  }
+  slug = utils::utf8_prefix(slug, 100);
+  while (!slug.empty() && slug.back() == '-') slug.pop_back();
+  return slug;
+}
+
 std::optional<std::string> name_below(std::string_view folder, std::string_view path) {
   if (!path.starts_with(folder) || !path.ends_with(kEnding)) return std::nullopt;
   path.remove_prefix(folder.size());

@@ -31,6 +31,10 @@ std::string source_address(std::string_view path);
 std::string lines_address(const workers::wiki::Citation& citation);
 std::string lines_fragment(std::int64_t first, std::int64_t last);
 
+// A title as it stands in an address: its letters and digits in lower case, with "-" between words. At most
+// 100 bytes; "" for a title without any.
+std::string title_slug(std::string_view title);
+
 // What a decoded path names: the id or path below `folder` ("pages/", "source/"), without ".html". None for
 // any other path. Whether there is such a page the caller looks up; no file is opened by it.
 std::optional<std::string> name_below(std::string_view folder, std::string_view path);

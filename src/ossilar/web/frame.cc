@@ -100,6 +100,11 @@ void add_contents(ctemplate::TemplateDictionary& values, const std::vector<TocEn
   }
 }
 
+bool is_shown(const Asked& asked, const std::string& path) {
+  const std::set<std::string>* shown = asked.edition.shown_sources;
+  return shown == nullptr || shown->count(path) > 0;
+}
+
 }  // namespace
 
 std::string link_to(const Asked& asked, const std::string& address) {
@@ -109,7 +114,7 @@ std::string link_to(const Asked& asked, const std::string& address) {
 std::string link_to_lines(const Asked& asked, const workers::wiki::Citation& citation) {
   switch (asked.edition.sources) {
     case Sources::embedded:
-      return link_to(asked, lines_address(citation));
+      return is_shown(asked, citation.path) ? link_to(asked, lines_address(citation)) : "";
     case Sources::linked:
       return asked.edition.forge + encoded_path(citation.path) + "#" +
              lines_fragment(citation.first, citation.last);
@@ -121,7 +126,7 @@ std::string link_to_lines(const Asked& asked, const workers::wiki::Citation& cit
 std::string link_to_source(const Asked& asked, const std::string& path) {
   switch (asked.edition.sources) {
     case Sources::embedded:
-      return link_to(asked, source_address(path));
+      return is_shown(asked, path) ? link_to(asked, source_address(path)) : "";
     case Sources::linked:
       return asked.edition.forge + encoded_path(path);
     default:
@@ -150,7 +155,7 @@ std::string framed(const Asked& asked, const Frame& frame) {
         std::pair("ICON_URL", std::string("assets/icon.svg")),
         std::pair("SCRIPT_URL", std::string("assets/site.js"))})
     values.SetValue(name, link_to(asked, address));
-  if (!asked.edition.is_live) values.ShowSection("STATIC");
+  if (!asked.edition.is_live) values.ShowSection(frame.has_mermaid ? "STATIC_DRAWING" : "STATIC");
   if (!asked.edition.base_url.empty()) {
     values.AddSectionDictionary("CANONICAL")
         ->SetValue("URL", asked.edition.base_url + encoded_path(asked.address));
@@ -171,11 +176,9 @@ std::string framed(const Asked& asked, const Frame& frame) {
                                     "", 0));
   values.SetValue("CONTENT", frame.content);
   add_contents(values, frame.contents);
-  if (const auto& write = site.last_write()) {
-    ctemplate::TemplateDictionary* written = values.AddSectionDictionary("WRITTEN");
-    written->SetValue("TIME", write->last_built_at);
-    written->SetValue("COMMIT", site.commit().substr(0, 12));
-  }
+  // Not in an export: every save would change every file.
+  if (const auto& write = site.last_write(); write && asked.edition.is_live)
+    values.AddSectionDictionary("WRITTEN")->SetValue("TIME", write->last_built_at);
   return expanded("frame.html", values);
 }
 

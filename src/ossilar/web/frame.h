@@ -3,6 +3,7 @@
 // Thread-safety: pure functions over an immutable site; any thread.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,8 @@ struct Edition {
   bool is_live = true;
   Sources sources = Sources::embedded;
   std::string forge = {};  // of linked sources: what comes before a path, as "https://host/repo/blob/COMMIT/"
-  std::string base_url = {};  // of an export, "" or with "/" at its end
+  const std::set<std::string>* shown_sources = nullptr;  // of embedded ones, null for all
+  std::string base_url = {};                             // of an export, "" or with "/" at its end
 };
 
 struct Asked {

@@ -411,18 +411,9 @@ class PageTree {
   }
 
   std::string unique_id(const std::string& text) {
-    std::string id;
-    for (const char c : utils::lower_case(text)) {
-      const auto byte = static_cast<unsigned char>(c);
-      if (std::isalnum(byte) != 0 || byte >= 0x80) {
-        id += c;
-      } else if (!id.empty() && id.back() != '-') {
-        id += '-';
-      }
-    }
-    while (!id.empty() && id.back() == '-') id.pop_back();
+    const std::string slug = title_slug(text);
     // A page has ids of its own; none of them has this form.
-    id = "s-" + (id.empty() ? "section" : std::string(utils::utf8_prefix(id, 60)));
+    const std::string id = "s-" + (slug.empty() ? "section" : slug);
     const int count = ++ids_[id];
     return count == 1 ? id : id + "." + std::to_string(count);
   }

@@ -85,7 +85,8 @@ PageAddresses addresses_for(const Asked& asked, const PageState& page) {
             }
             const source::SourceFile* source = site.planned().index->find(*path);
             const bool is_text = source != nullptr && source->kind == source::FileKind::text;
-            return is_text ? link_to_source(asked, *path) + fragment : "";
+            const std::string address = is_text ? link_to_source(asked, *path) : "";
+            return address.empty() ? "" : address + fragment;
           }};
 }
 
@@ -126,14 +127,12 @@ void add_sources(TemplateDictionary& values, const Asked& asked, const std::vect
   list->SetIntValue("COUNT", static_cast<long>(sources.size()));
   for (std::size_t i = 0; i < std::min(sources.size(), kMostListed); ++i) {
     const source::SourceFile* file = asked.site.planned().index->find(sources[i]);
-    const bool is_shown = file != nullptr && file->kind == source::FileKind::text &&
-                          asked.edition.sources != Sources::none &&
-                          (asked.edition.is_live || asked.edition.sources == Sources::linked ||
-                           asked.site.cited().count(sources[i]) > 0);
+    const bool is_text = file != nullptr && file->kind == source::FileKind::text;
+    const std::string url = is_text ? link_to_source(asked, sources[i]) : "";
     TemplateDictionary* item = list->AddSectionDictionary("ITEM");
-    TemplateDictionary* shown = item->AddSectionDictionary(is_shown ? "LINKED" : "PLAIN");
+    TemplateDictionary* shown = item->AddSectionDictionary(url.empty() ? "PLAIN" : "LINKED");
     shown->SetValue("PATH", sources[i]);
-    if (is_shown) shown->SetValue("URL", link_to_source(asked, sources[i]));
+    shown->SetValue("URL", url);
   }
   if (sources.size() > kMostListed) {
     list->AddSectionDictionary("REST")->SetIntValue("COUNT", static_cast<long>(sources.size() - kMostListed));

@@ -104,6 +104,10 @@ Response respond_to_path(const std::string& path, const Request& request, const 
     Document document = page_document(asked, *page);
     return content(request, std::move(document.html), kHtml, document.has_mermaid);
   }
+  if (const auto slug = name_below("titles/", path)) {
+    const auto found = site.former_titles().find(*slug);
+    if (found != site.former_titles().end()) return redirect(page_address(found->second));
+  }
   if (const auto name = name_below("source/", path)) {
     if (auto document = source_document(asked, *name)) return content(request, *std::move(document), kHtml);
   }

@@ -4,7 +4,9 @@
 #include <set>
 #include <utility>
 
+#include "ossilar/web/address.h"
 #include "ossilar/workers/wiki/citing/claims.h"
+#include "ossilar/workers/wiki/link_text.h"
 
 namespace ossilar::web {
 
@@ -20,6 +22,7 @@ Site::Site(std::shared_ptr<workers::wiki::Wiki> wiki,
   const source::Checkout checkout = source::read_checkout(wiki_->paths().root);
   name_ = checkout.name;
   commit_ = checkout.commit;
+  origin_ = checkout.origin;
   last_write_ = wiki_->store().wiki_state(wiki_->branch());
   const auto follower = wiki_->follower(*planned_);
   pages_ = page_states(planned_->plans, rows_, marks_, *planned_->index, wiki_->config().steering, *follower);
@@ -29,6 +32,7 @@ Site::Site(std::shared_ptr<workers::wiki::Wiki> wiki,
   for (std::size_t i = 0; i < pages_.size(); ++i)
     children_[by_id_.count(pages_[i].parent) > 0 ? pages_[i].parent : ""].push_back(i);
   note_citations();
+  note_former_titles();
 }
 
 std::shared_ptr<const Site> Site::now(const std::shared_ptr<workers::wiki::Wiki>& wiki) {
@@ -55,6 +59,15 @@ const std::vector<std::size_t>& Site::children(const std::string& page_id) const
   static const std::vector<std::size_t> kNone;
   const auto found = children_.find(page_id);
   return found == children_.end() ? kNone : found->second;
+}
+
+// The first page wins, as with titles.
+void Site::note_former_titles() {
+  for (const PageState& page : pages_) {
+    for (const std::string& title : workers::wiki::former_titles(rows_.find(page.page_id)))
+      if (const std::string slug = title_slug(title); !slug.empty())
+        former_titles_.emplace(slug, page.page_id);
+  }
 }
 
 void Site::note_citations() {

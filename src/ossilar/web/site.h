@@ -44,6 +44,7 @@ class Site {
 
   const std::string& name() const { return name_; }  // of the repository
   const std::string& commit() const { return commit_; }
+  const std::string& origin() const { return origin_; }  // the address it was cloned from, "" for none
   const std::optional<store::WikiStateFields>& last_write() const { return last_write_; }
 
   // All pages: those of the plan in its order, then those that the plan no longer has.
@@ -56,26 +57,31 @@ class Site {
   static bool is_written(const workers::wiki::PageState& page) {
     return page.condition != workers::wiki::PageCondition::missing;
   }
-  // The id of the page that an old title names, or that a page had in its address before; none for neither.
+  // The id of the page that a title names, now or formerly.
   std::optional<std::string> page_of_title(const std::string& title) const { return titles_.find(title); }
+
+  // Former titles as they stand in addresses ("a-former-title"), each with the page it leads to.
+  const std::map<std::string, std::string>& former_titles() const { return former_titles_; }
 
   // Cited sources by path, each with the pages that cite it in the order of pages().
   const std::map<std::string, std::vector<CitedLines>>& cited() const { return cited_; }
 
  private:
   void note_citations();
+  void note_former_titles();
 
   std::shared_ptr<workers::wiki::Wiki> wiki_;
   std::shared_ptr<const workers::wiki::PlannedWiki> planned_;
   store::StoredRows rows_;
   std::map<std::string, std::string> marks_;
   workers::wiki::TitleIndex titles_;
-  std::string name_, commit_;
+  std::string name_, commit_, origin_;
   std::optional<store::WikiStateFields> last_write_;
   std::vector<workers::wiki::PageState> pages_;
   std::unordered_map<std::string, std::size_t> by_id_;
   std::unordered_map<std::string, std::vector<std::size_t>> children_;
   std::map<std::string, std::vector<CitedLines>> cited_;
+  std::map<std::string, std::string> former_titles_;
 };
 
 }  // namespace ossilar::web
