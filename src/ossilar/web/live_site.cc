@@ -41,7 +41,8 @@ bool LiveSite::look() {
   auto marks = wiki->store().stale_marks(wiki->branch());
   const std::shared_ptr<const Site> last = site();
   if (last && &last->wiki() == wiki.get() && last->is_of(planned, rows, marks)) return false;
-  auto site = std::make_shared<const Site>(wiki, std::move(planned), std::move(rows), std::move(marks));
+  auto site = std::make_shared<const Site>(wiki, std::move(planned), std::move(rows), std::move(marks),
+                                           last ? last->shared_diagrams() : nullptr);
   const std::lock_guard lock(mutex_);
   site_ = std::move(site);
   return true;

@@ -90,20 +90,23 @@ cmark_node* custom(cmark_node_type type, const std::string& before, const std::s
   return node;
 }
 
-void replace(cmark_node* node, cmark_node* other) {
-  if (cmark_node_replace(node, other) == 1) {
-    cmark_node_free(node);
-  } else {
-    cmark_node_free(other);
-  }
+// Nodes that were taken out of the tree. They are kept until it is rendered: the texts in it are views of
+// what the blocks that they were parsed in hold.
+using Kept = std::vector<std::unique_ptr<cmark_node, Freed>>;
+
+void replace(cmark_node* node, cmark_node* other, Kept& kept) {
+  kept.emplace_back(cmark_node_replace(node, other) == 1 ? node : other);
 }
 
 // Puts `wrapper` in the place of `node`, with the children of `node` in it.
-void replace_around_children(cmark_node* node, cmark_node* wrapper) {
+void replace_around_children(cmark_node* node, cmark_node* wrapper, Kept& kept) {
   while (cmark_node* child = cmark_node_first_child(node)) {
-    if (cmark_node_append_child(wrapper, child) == 0) cmark_node_unlink(child);
+    if (cmark_node_append_child(wrapper, child) == 0) {
+      cmark_node_unlink(child);
+      kept.emplace_back(child);
+    }
   }
-  replace(node, wrapper);
+  replace(node, wrapper, kept);
 }
 
 // ---- Links.
@@ -370,7 +373,7 @@ class PageTree {
       const CitationMark* mark = next_mark(citation);
       cmark_node* shown =
           custom(CMARK_NODE_CUSTOM_INLINE, citation_html(citation, addresses_.lines(citation), mark));
-      replace(link, shown);
+      replace(link, shown, kept_);
       if (mark != nullptr) doubted_.emplace_back(shown, mark);
       return;
     }
@@ -383,15 +386,17 @@ class PageTree {
   }
 
   // A link without an address leaves its text.
-  static void open_link(cmark_node* link, const std::string& address, const std::string& kind) {
+  void open_link(cmark_node* link, const std::string& address, const std::string& kind) {
     if (address.empty()) {
-      replace_around_children(link, custom(CMARK_NODE_CUSTOM_INLINE, ""));
+      replace_around_children(link, custom(CMARK_NODE_CUSTOM_INLINE, ""), kept_);
       return;
     }
     const std::string rel = kind == "external" ? " rel=\"noopener noreferrer\"" : "";
     replace_around_children(
-        link, custom(CMARK_NODE_CUSTOM_INLINE,
-                     "<a class=\"" + kind + "\" href=\"" + escaped(address) + "\"" + rel + ">", "</a>"));
+        link,
+        custom(CMARK_NODE_CUSTOM_INLINE,
+               "<a class=\"" + kind + "\" href=\"" + escaped(address) + "\"" + rel + ">", "</a>"),
+        kept_);
   }
 
   // Links in the image's text go with it.
@@ -407,7 +412,8 @@ class PageTree {
     const bool is_link = !image.is_linked && scheme_of(url) == Scheme::allowed;
     const std::string html =
         is_link ? "<a class=\"external\" rel=\"noopener noreferrer\" href=\"" + escaped(url) + "\">" : "";
-    replace(image.node, custom(CMARK_NODE_CUSTOM_INLINE, html + escaped(text) + (is_link ? "</a>" : "")));
+    replace(image.node, custom(CMARK_NODE_CUSTOM_INLINE, html + escaped(text) + (is_link ? "</a>" : "")),
+            kept_);
   }
 
   std::string unique_id(const std::string& text) {
@@ -428,7 +434,8 @@ class PageTree {
     replace_around_children(heading,
                             custom(CMARK_NODE_CUSTOM_BLOCK, "<" + tag + " id=\"" + escaped(id) + "\">",
                                    " <a class=\"anchor\" href=\"#" + encoded_path(id) +
-                                       "\" aria-label=\"Link to this section\">#</a></" + tag + ">\n"));
+                                       "\" aria-label=\"Link to this section\">#</a></" + tag + ">\n"),
+                            kept_);
     page_.contents.push_back({level, id, text});
   }
 
@@ -441,8 +448,10 @@ class PageTree {
     page_.has_code = page_.has_code || (!is_mermaid && !language.empty());
     const std::string kind = language.empty() ? "" : " class=\"language-" + escaped(language) + "\"";
     const std::string block = is_mermaid ? "<pre class=\"mermaid-text\"" : "<pre class=\"code\"";
-    replace(code, custom(CMARK_NODE_CUSTOM_BLOCK, block + " tabindex=\"0\"><code" + kind + ">" +
-                                                      escaped(literal_of(code)) + "</code></pre>\n"));
+    replace(code,
+            custom(CMARK_NODE_CUSTOM_BLOCK, block + " tabindex=\"0\"><code" + kind + ">" +
+                                                escaped(literal_of(code)) + "</code></pre>\n"),
+            kept_);
   }
 
   // A table's own nodes take no custom ones, so it becomes blocks of ours before its links are changed. A
@@ -474,7 +483,7 @@ class PageTree {
       cmark_node_append_child(frame, line);
       table_parts_.insert(line);
     }
-    replace(table, frame);
+    replace(table, frame, kept_);
   }
 
   // The nearest block after which another block may stand.
@@ -490,6 +499,7 @@ class PageTree {
   const std::unique_ptr<cmark_node, Freed> root_;
   std::vector<cmark_node*> links_, headings_, codes_, tables_;
   std::vector<Image> images_;
+  Kept kept_;
   std::set<cmark_node*> dropped_;      // links in the texts of images
   std::set<cmark_node*> table_parts_;  // rows and cells
   std::set<cmark_node*> sentences_;    // the marks around those in doubt

@@ -1,6 +1,8 @@
 #include "ossilar/web/page_view.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <map>
 
 #include "ossilar/source/git/text_diff.h"
 #include "ossilar/source/indexer.h"
@@ -11,7 +13,7 @@
 #include "ossilar/workers/wiki/citing/claims.h"
 #include "ossilar/workers/wiki/citing/lines.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/link_text.h"
+#include "ossilar/workers/wiki/plan/page_diagrams.h"
 
 namespace ossilar::web {
 namespace {
@@ -154,6 +156,64 @@ void add_surroundings(TemplateDictionary& values, const Asked& asked, const Page
   add_sources(values, asked, plan->stored_source_files());
 }
 
+std::string short_number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+// Drawn from the plan as it is now, like the links beside them: a module that came since the page was written
+// is among them.
+std::string diagram_html(const Asked& asked, const PageState& page,
+                         const workers::wiki::ModuleDiagram& diagram) {
+  std::map<std::string_view, std::size_t> numbers;
+  for (const auto& [from, to] : diagram.edges) numbers[from] = numbers[to] = 0;
+  DiagramGraph graph;
+  for (auto& [id, number] : numbers) {
+    number = graph.labels.size();
+    const PageState* other = asked.site.page(std::string(id));
+    graph.labels.push_back(diagram_label(other != nullptr ? other->title : std::string(id)));
+  }
+  for (const auto& [from, to] : diagram.edges) graph.edges.emplace_back(numbers[from], numbers[to]);
+  const auto layout = asked.site.diagrams().layout(graph);
+  if (!layout) return "";
+  TemplateDictionary values("diagram");
+  values.SetValue("CAPTION", diagram.caption);
+  values.SetValue("WIDTH", short_number(layout->width + 4));
+  values.SetValue("HEIGHT", short_number(layout->height + 4));
+  for (const DiagramLayout::Arrow& arrow : layout->arrows) {
+    TemplateDictionary* item = values.AddSectionDictionary("ARROW");
+    item->SetValue("PATH", arrow.path);
+    item->SetValue("X", short_number(arrow.tip_x));
+    item->SetValue("Y", short_number(arrow.tip_y));
+    item->SetValue("ANGLE", short_number(arrow.angle));
+  }
+  for (const auto& [id, number] : numbers) {
+    const DiagramLayout::Box& box = layout->boxes[number];
+    TemplateDictionary* item = values.AddSectionDictionary("BOX");
+    item->SetValue("URL", link_to(asked, page_address(id)));
+    item->SetValue("LABEL", graph.labels[number]);
+    item->SetValue("X", short_number(box.x));
+    item->SetValue("Y", short_number(box.y));
+    item->SetValue("WIDTH", short_number(box.width));
+    item->SetValue("HEIGHT", short_number(box.height));
+    item->SetValue("TEXT_X", short_number(box.x + box.width / 2));
+    item->SetValue("TEXT_Y", short_number(box.y + box.height / 2 + 4.5));
+    if (id == page.page_id) item->ShowSection("SELF");
+  }
+  return expanded("diagram.html", values);
+}
+
+void add_diagrams(TemplateDictionary& values, const Asked& asked, const PageState& page) {
+  const workers::wiki::PlannedWiki& planned = asked.site.planned();
+  const workers::wiki::PagePlan* plan = planned.plans.find(page.page_id);
+  if (plan == nullptr || !asked.site.wiki().config().diagrams) return;
+  std::string html;
+  for (const workers::wiki::ModuleDiagram& diagram : module_diagrams(*plan, planned.plans, planned.graph()))
+    html += diagram_html(asked, page, diagram);
+  if (!html.empty()) values.AddSectionDictionary("DIAGRAMS")->SetValue("DRAWN", html);
+}
+
 void add_reason(TemplateDictionary& values, const PageState& page) {
   if (page.condition == PageCondition::ok || page.condition == PageCondition::missing) return;
   TemplateDictionary* notice = values.AddSectionDictionary("NOTICE");
@@ -220,6 +280,7 @@ Document page_document(const Asked& asked, const PageState& page) {
       missing->SetValue("PURPOSE", plan_type(*plan).purpose);
     }
   }
+  add_diagrams(values, asked, page);
   add_surroundings(values, asked, page);
   frame.content = expanded("page.html", values);
   return {.html = framed(asked, frame), .has_mermaid = frame.has_mermaid};

@@ -16,8 +16,12 @@ using workers::wiki::PageState;
 
 Site::Site(std::shared_ptr<workers::wiki::Wiki> wiki,
            std::shared_ptr<const workers::wiki::PlannedWiki> planned, store::StoredRows rows,
-           std::map<std::string, std::string> marks)
-    : wiki_(std::move(wiki)), planned_(std::move(planned)), rows_(std::move(rows)), marks_(std::move(marks)) {
+           std::map<std::string, std::string> marks, std::shared_ptr<DiagramLayouts> diagrams)
+    : wiki_(std::move(wiki)),
+      planned_(std::move(planned)),
+      rows_(std::move(rows)),
+      marks_(std::move(marks)),
+      diagrams_(diagrams ? std::move(diagrams) : std::make_shared<DiagramLayouts>()) {
   titles_ = wiki_->titles(rows_, planned_->plans);
   const source::Checkout checkout = source::read_checkout(wiki_->paths().root);
   name_ = checkout.name;

@@ -15,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ossilar/web/diagram_layout.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 
@@ -30,7 +31,8 @@ class Site {
  public:
   // Reads all that is needed. `planned` and `rows` are of the same moment. Throws what the store throws.
   Site(std::shared_ptr<workers::wiki::Wiki> wiki, std::shared_ptr<const workers::wiki::PlannedWiki> planned,
-       store::StoredRows rows, std::map<std::string, std::string> marks);
+       store::StoredRows rows, std::map<std::string, std::string> marks,
+       std::shared_ptr<DiagramLayouts> diagrams = nullptr);
   // The wiki as it is now; scans the sources.
   static std::shared_ptr<const Site> now(const std::shared_ptr<workers::wiki::Wiki>& wiki);
 
@@ -46,6 +48,10 @@ class Site {
   const std::string& commit() const { return commit_; }
   const std::string& origin() const { return origin_; }  // the address it was cloned from, "" for none
   const std::optional<store::WikiStateFields>& last_write() const { return last_write_; }
+
+  // What is laid out already; the next site goes on with it.
+  DiagramLayouts& diagrams() const { return *diagrams_; }
+  const std::shared_ptr<DiagramLayouts>& shared_diagrams() const { return diagrams_; }
 
   // All pages: those of the plan in its order, then those that the plan no longer has.
   const std::vector<workers::wiki::PageState>& pages() const { return pages_; }
@@ -74,6 +80,7 @@ class Site {
   std::shared_ptr<const workers::wiki::PlannedWiki> planned_;
   store::StoredRows rows_;
   std::map<std::string, std::string> marks_;
+  std::shared_ptr<DiagramLayouts> diagrams_;
   workers::wiki::TitleIndex titles_;
   std::string name_, commit_, origin_;
   std::optional<store::WikiStateFields> last_write_;

@@ -184,18 +184,28 @@ std::string label_of(const Plans& plans, std::string_view id) {
   return title.empty() ? label(id) : title;
 }
 
-// The flowchart of `edges`; adds the number of its nodes to `nodes_shown`. Nodes are called n0, n1, ...
-// because a page id may have slashes, or be a word of Mermaid's such as "end".
-std::string flowchart(const Plans& plans, const std::vector<Edge>& edges, std::size_t& nodes_shown) {
+// The flowchart of `edges`. Nodes are called n0, n1, ... because a page id may have slashes, or be a word of
+// Mermaid's such as "end".
+std::string flowchart(const Plans& plans, const std::vector<Edge>& edges) {
   std::map<std::string_view, std::string> names;
   for (const auto& [from, to] : edges) names[from] = names[to] = "";
   std::string out = "flowchart LR\n";
+  std::size_t number = 0;
   for (auto& [id, name] : names) {
-    name = "n" + std::to_string(nodes_shown++);
+    name = "n" + std::to_string(number++);
     out += "  " + name + "[\"" + label_of(plans, id) + "\"]\n";
   }
   for (const auto& [from, to] : edges) out += "  " + names[from] + " --> " + names[to] + "\n";
   return out;
+}
+
+std::size_t count_nodes(const std::vector<Edge>& edges) {
+  Ids ids;
+  for (const auto& [from, to] : edges) {
+    ids.insert(from);
+    ids.insert(to);
+  }
+  return ids.size();
 }
 
 std::string counted(std::size_t count, const std::string& one, const std::string& several) {
@@ -209,31 +219,37 @@ std::string left_out(std::size_t nodes, std::size_t edges) {
   return parts.empty() ? "" : " (and " + utils::join(parts, ", ") + ")";
 }
 
-void add_diagram(std::vector<Diagram>& out, const std::string& caption, const Plans& plans,
-                 const Edges& edges) {
+void add_diagram(std::vector<ModuleDiagram>& out, const std::string& caption, const Edges& edges) {
   if (edges.empty()) return;
   // A node that lost all its edges to the limit is not drawn either, so what is left out is only known
   // afterwards.
   const std::vector<std::string_view> nodes = ranked_nodes(edges);
-  const std::vector<Edge> shown = shown_edges(edges, nodes);
-  std::size_t nodes_shown = 0;
-  const std::string text = flowchart(plans, shown, nodes_shown);
-  out.emplace_back(caption + left_out(nodes.size() - nodes_shown, edges.size() - shown.size()), text);
+  std::vector<Edge> shown = shown_edges(edges, nodes);
+  const std::string rest = left_out(nodes.size() - count_nodes(shown), edges.size() - shown.size());
+  out.push_back({caption + rest, std::move(shown)});
 }
 
 }  // namespace
 
-std::vector<Diagram> page_diagrams(const PagePlan& plan, const Plans& plans, const ModuleGraph& graph) {
-  std::vector<Diagram> out;
+std::vector<ModuleDiagram> module_diagrams(const PagePlan& plan, const Plans& plans,
+                                           const ModuleGraph& graph) {
+  std::vector<ModuleDiagram> out;
   if (plan.type == "architecture" || plan.type == "overview") {
-    add_diagram(out, "Dependencies between the top modules", plans, between_top_modules(plans, graph));
+    add_diagram(out, "Dependencies between the top modules", between_top_modules(plans, graph));
   } else if (plan_type(plan).unit) {
     const Ids inside = with_descendants(plans, plan);
-    add_diagram(out, "What this module depends on, and what depends on it", plans,
+    add_diagram(out, "What this module depends on, and what depends on it",
                 neighbours(plan, inside, plans, graph));
-    add_diagram(out, "Dependencies between the parts of this module", plans,
+    add_diagram(out, "Dependencies between the parts of this module",
                 between_children(plan, inside, plans, graph));
   }
+  return out;
+}
+
+std::vector<Diagram> page_diagrams(const PagePlan& plan, const Plans& plans, const ModuleGraph& graph) {
+  std::vector<Diagram> out;
+  for (const ModuleDiagram& diagram : module_diagrams(plan, plans, graph))
+    out.emplace_back(diagram.caption, flowchart(plans, diagram.edges));
   return out;
 }
 
