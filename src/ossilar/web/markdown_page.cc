@@ -208,6 +208,12 @@ cmark_node* split(cmark_node* node, std::size_t at) {
   return rest;
 }
 
+// A sentence does not begin with the end of a line.
+cmark_node* without_break(cmark_node* first, cmark_node* anchor) {
+  while (first != anchor && is_type(first, CMARK_NODE_SOFTBREAK)) first = cmark_node_next(first);
+  return first;
+}
+
 // The first node of the sentence that `anchor` stands in, among its siblings. A citation may stand behind the
 // full stop, so what ends a sentence counts only once there is some text between.
 cmark_node* sentence_begin(cmark_node* anchor) {
@@ -229,13 +235,12 @@ cmark_node* sentence_begin(cmark_node* anchor) {
     for (std::size_t at = end; at > 0; --at) {
       if (!ends_sentence(text, at - 1)) continue;
       const std::size_t begin = text.find_first_not_of(' ', at);
-      if (begin == std::string::npos) return first;
-      return split(node, begin);
+      if (begin != std::string::npos) return split(node, begin);
+      return without_break(first, anchor);
     }
     first = node;
   }
-  while (first != anchor && is_type(first, CMARK_NODE_SOFTBREAK)) first = cmark_node_next(first);
-  return first;
+  return without_break(first, anchor);
 }
 
 // The last node of the sentence: up to the full stop, if the next text has one.

@@ -80,7 +80,7 @@ class Ranges {
 
   // In their order, each at its first line and as high as its lines.
   std::string html() const {
-    std::string html;
+    std::string html = "\n";  // HTML drops a line feed that comes first
     std::int64_t line = 1;
     for (const auto& [first, last] : ranges_) {
       html.append(static_cast<std::size_t>(first - line), '\n');

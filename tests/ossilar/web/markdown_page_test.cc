@@ -139,6 +139,8 @@ TEST(MarkdownPageTest, MarksTheSentenceInDoubt) {
        "a citation behind the full stop belongs to the sentence before it"},
       {"Some *strong [src/a.cc:L5] words* here.", "<span class=\"doubt doubt-changed\">Some <em>strong <a",
        "the mark goes around emphasis, never through it"},
+      {"First.\nSecond [src/a.cc:L5].", "First.\n<span class=\"doubt doubt-changed\">Second",
+       "from the line after"},
       {"- item [src/a.cc:L5]", "<li><span class=\"doubt doubt-changed\">item <a", "an item of a list"},
       {"| a |\n|---|\n| b [src/a.cc:L5] |", "</table>\n</div>\n<details", "below a table, not in it"},
       {"## Head [src/a.cc:L5]\n\nText.", "</h2>\n<details", "below a heading"},
