@@ -119,7 +119,7 @@ struct DiagramLayouts::Context {
 };
 
 std::string diagram_label(const std::string& text) {
-  const std::string line = utils::printable_line(text);
+  std::string line = utils::printable_line(text);
   if (count_characters(line) <= kLongestLabel) return line;
   std::size_t at = 0;
   for (std::size_t i = 0; i + 1 < kLongestLabel; ++i) at += utils::utf8_size(line, at);

@@ -290,9 +290,10 @@ std::string list_text(const std::string& digest, const std::map<std::string, std
 std::set<std::string> sources_to_show(const Site& site) {
   std::set<std::string> paths;
   for (const auto& [path, citing] : site.cited()) paths.insert(path);
-  for (const workers::wiki::PageState& page : site.pages())
+  for (const workers::wiki::PageState& page : site.pages()) {
     for (const workers::wiki::Doubt& doubt : page.doubts)
       if (doubt.now) paths.insert(doubt.now->path);
+  }
   std::erase_if(paths, [&](const std::string& path) {
     const source::SourceFile* file = site.planned().index->find(path);
     return file == nullptr || file->kind != source::FileKind::text;
@@ -318,9 +319,10 @@ ExportReport export_site(const Site& site, const ExportOptions& options, const u
   if (options.sources == Sources::embedded) edition.shown_sources = &shown;
   if (options.sources == Sources::linked) {
     edition.forge = forge_address(site.origin(), site.commit());
-    if (edition.forge.empty())
+    if (edition.forge.empty()) {
       throw utils::ConfigError(
           "no forge is known to link to: the remote `origin` names none; use --sources embed or none");
+    }
   }
   const FormerExport former = former_export(options.folder);
   const std::string digest = digest_of(site, options, edition);

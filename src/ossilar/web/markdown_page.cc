@@ -411,9 +411,10 @@ class PageTree {
     if (text.empty()) text = "image";
     const std::unique_ptr<cmark_iter, Freed> iter(cmark_iter_new(image.node));
     for (auto event = cmark_iter_next(iter.get()); event != CMARK_EVENT_DONE;
-         event = cmark_iter_next(iter.get()))
+         event = cmark_iter_next(iter.get())) {
       if (is_type(cmark_iter_get_node(iter.get()), CMARK_NODE_LINK))
         dropped_.insert(cmark_iter_get_node(iter.get()));
+    }
     const bool is_link = !image.is_linked && scheme_of(url) == Scheme::allowed;
     const std::string html =
         is_link ? "<a class=\"external\" rel=\"noopener noreferrer\" href=\"" + escaped(url) + "\">" : "";
@@ -479,8 +480,8 @@ class PageTree {
         const std::string kind = alignment == 'r'   ? " class=\"right\""
                                  : alignment == 'c' ? " class=\"center\""
                                                     : "";
-        const std::string tag = is_head ? "th" : "td";
-        cmark_node* field = custom(CMARK_NODE_CUSTOM_BLOCK, "<" + tag + kind + ">", "</" + tag + ">");
+        const std::string open = is_head ? "<th" : "<td";
+        cmark_node* field = custom(CMARK_NODE_CUSTOM_BLOCK, open + kind + ">", is_head ? "</th>" : "</td>");
         while (cmark_node* child = cmark_node_first_child(cell)) cmark_node_append_child(field, child);
         cmark_node_append_child(line, field);
         table_parts_.insert(field);

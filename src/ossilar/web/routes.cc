@@ -129,9 +129,10 @@ Response plain_response(int status, const std::string& line) {
 }
 
 Response respond(const Request& request, const Site& site, std::uint16_t port, const utils::Task& task) {
-  if (!is_own_host(request.host, port))
+  if (!is_own_host(request.host, port)) {
     return plain_response(403,
                           "This server answers to http://127.0.0.1:" + std::to_string(port) + "/ alone.");
+  }
   if (request.method != "GET" && request.method != "HEAD") {
     Response response = plain_response(405, "Only GET and HEAD are answered here.");
     response.headers.emplace_back("Allow", "GET, HEAD");

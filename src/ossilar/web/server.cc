@@ -6,6 +6,7 @@
 #include <microhttpd.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -92,7 +93,7 @@ class EventStreams {
       return 0;
     }
     const std::size_t taken = std::min(size, stream.waiting.size());
-    std::memcpy(buffer, stream.waiting.data(), taken);
+    std::copy_n(stream.waiting.data(), taken, buffer);
     stream.waiting.erase(0, taken);
     return static_cast<ssize_t>(taken);
   }

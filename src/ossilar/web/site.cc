@@ -68,9 +68,10 @@ const std::vector<std::size_t>& Site::children(const std::string& page_id) const
 // The first page wins, as with titles.
 void Site::note_former_titles() {
   for (const PageState& page : pages_) {
-    for (const std::string& title : workers::wiki::former_titles(rows_.find(page.page_id)))
-      if (const std::string slug = title_slug(title); !slug.empty())
-        former_titles_.emplace(slug, page.page_id);
+    for (const std::string& title : workers::wiki::former_titles(rows_.find(page.page_id))) {
+      const std::string slug = title_slug(title);
+      if (!slug.empty()) former_titles_.emplace(slug, page.page_id);
+    }
   }
 }
 
