@@ -39,7 +39,7 @@ class ExportTest : public ::testing::Test {
     std::map<std::string, std::string> all;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(out.path() / folder)) {
       const std::string name = entry.path().lexically_relative(out.path() / folder).string();
-      if (entry.is_regular_file()) all[name] = out.read(folder + "/" + name);
+      if (entry.is_regular_file()) all[name] = out.read((std::filesystem::path(folder) / name).string());
     }
     return all;
   }

@@ -153,9 +153,10 @@ TEST_F(RoutesTest, RefusesWhatIsNoReadingOfThisSite) {
       {"GET", "*", "localhost:8411", 400},
       {"GET", "http://127.0.0.1/", "localhost:8411", 400},
   };
-  for (const auto& row : kRows)
+  for (const auto& row : kRows) {
     EXPECT_EQ(get(row.path, "", row.method, row.host).status, row.status)
         << row.method << " " << row.path << " " << row.host;
+  }
   EXPECT_EQ(get("/" + std::string(5000, 'a')).status, 414);
 }
 
