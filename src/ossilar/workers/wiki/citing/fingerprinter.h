@@ -46,7 +46,7 @@ class Fingerprinter {
   const std::string commit_;
   std::map<std::string, std::unique_ptr<File>> files_;  // by path; null for one that cannot be read
   std::set<std::string> unread_;
-  std::size_t looked_at_ = 0;                           // bytes
+  std::size_t looked_at_ = 0;  // bytes
 };
 
 }  // namespace ossilar::workers::wiki
