@@ -210,6 +210,12 @@ std::vector<Work> all_work(const Site& site, const Edition& edition, std::atomic
       return std::move(document.html);
     });
   }
+  for (const auto& [former, page_id] : site.former_ids()) {
+    const std::string address = page_address(former);
+    work.push_back({address, [address, page_id = page_id] {
+                      return redirect_document(page_address(page_id), address);
+                    }});
+  }
   for (const auto& [slug, page_id] : site.former_titles()) {
     work.push_back({"titles/" + slug + ".html", [slug = slug, page_id = page_id] {
                       return redirect_document(page_address(page_id), "titles/" + slug);

@@ -71,13 +71,16 @@ Response redirect(const std::string& address) {
   return with_headers({.status = 302, .headers = {{"Location", "/" + address}}}, kHtml);
 }
 
-// An address that is none of a page's: perhaps an id without ".html", or a title, now or formerly.
+// An address that is none of a page's: perhaps an id without ".html", a former id, or a title, now or
+// formerly.
 Response page_by_name(const std::string& name, const Request& request, const Site& site,
                       const Edition& edition) {
   std::string_view wanted = name;
   if (wanted.ends_with(".html")) wanted.remove_suffix(5);
   if (wanted.ends_with(".md")) wanted.remove_suffix(3);
   if (site.page(std::string(wanted)) != nullptr) return redirect(page_address(wanted));
+  const auto former = site.former_ids().find(std::string(wanted));
+  if (former != site.former_ids().end()) return redirect(page_address(former->second));
   if (const auto id = site.page_of_title(std::string(wanted))) return redirect(page_address(*id));
   return not_found(request, site, edition);
 }

@@ -36,7 +36,7 @@ Site::Site(std::shared_ptr<workers::wiki::Wiki> wiki,
   for (std::size_t i = 0; i < pages_.size(); ++i)
     children_[by_id_.count(pages_[i].parent) > 0 ? pages_[i].parent : ""].push_back(i);
   note_citations();
-  note_former_titles();
+  note_former_names();
 }
 
 std::shared_ptr<const Site> Site::now(const std::shared_ptr<workers::wiki::Wiki>& wiki) {
@@ -66,9 +66,12 @@ const std::vector<std::size_t>& Site::children(const std::string& page_id) const
 }
 
 // The first page wins, as with titles.
-void Site::note_former_titles() {
+void Site::note_former_names() {
   for (const PageState& page : pages_) {
-    for (const std::string& title : workers::wiki::former_titles(rows_.find(page.page_id))) {
+    const Map* row = rows_.find(page.page_id);
+    for (const std::string& id : workers::wiki::former_ids(row))
+      if (by_id_.count(id) == 0) former_ids_.emplace(id, page.page_id);
+    for (const std::string& title : workers::wiki::former_titles(row)) {
       const std::string slug = title_slug(title);
       if (!slug.empty()) former_titles_.emplace(slug, page.page_id);
     }

@@ -69,12 +69,15 @@ class Site {
   // Former titles as they stand in addresses ("a-former-title"), each with the page it leads to.
   const std::map<std::string, std::string>& former_titles() const { return former_titles_; }
 
+  // Ids that pages had before, each with the page it leads to. One that a page has now leads to that page.
+  const std::map<std::string, std::string>& former_ids() const { return former_ids_; }
+
   // Cited sources by path, each with the pages that cite it in the order of pages().
   const std::map<std::string, std::vector<CitedLines>>& cited() const { return cited_; }
 
  private:
   void note_citations();
-  void note_former_titles();
+  void note_former_names();
 
   std::shared_ptr<workers::wiki::Wiki> wiki_;
   std::shared_ptr<const workers::wiki::PlannedWiki> planned_;
@@ -88,7 +91,7 @@ class Site {
   std::unordered_map<std::string, std::size_t> by_id_;
   std::unordered_map<std::string, std::vector<std::size_t>> children_;
   std::map<std::string, std::vector<CitedLines>> cited_;
-  std::map<std::string, std::string> former_titles_;
+  std::map<std::string, std::string> former_titles_, former_ids_;
 };
 
 }  // namespace ossilar::web

@@ -5,6 +5,7 @@
 
 #include "ossilar/web/forge.h"
 #include "ossilar/web/html.h"
+#include "ossilar/workers/wiki/check/renaming.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::web {
@@ -48,6 +49,19 @@ class ExportTest : public ::testing::Test {
   testing::TempDir out;
   std::shared_ptr<workers::wiki::Wiki> wiki;
 };
+
+TEST_F(ExportTest, LeadsFromAFormerIdToThePage) {
+  repo.dir.write("ossilar.toml",
+                 "[[page]]\nid = \"alpha\"\nsources = [\"src/alpha.cpp\"]\n"
+                 "[[page]]\nid = \"gamma\"\nsources = [\"src/beta.cpp\"]\n");
+  wiki = repo.open();
+  utils::Task task;
+  const auto answer = workers::wiki::rename_page(*wiki, "beta", "gamma", std::nullopt, task);
+  ASSERT_FALSE(answer.contains("error")) << answer;
+  run();
+  EXPECT_THAT(page("pages/beta.html"), HasSubstr("content=\"0; url=../pages/gamma.html\""));
+  EXPECT_THAT(page("pages/gamma.html"), HasSubstr("Text of beta."));
+}
 
 TEST_F(ExportTest, WritesPagesThatLeadToEachOtherFromADisk) {
   const ExportReport report = run();
