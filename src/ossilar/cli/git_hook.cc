@@ -66,10 +66,11 @@ GitHook::GitHook(const fs::path& root, const std::string& wiki_dir) : text_(hook
   const auto repository = source::open_repository(root);
   if (!repository) throw utils::ConfigError("--hook: " + root.string() + " is no git repository");
   const std::string advice = "; call `ossilar affected --staged` in it";
-  if (has_own_hooks_path(repository.get()))
+  if (has_own_hooks_path(repository.get())) {
     throw utils::ConfigError(
         "--hook: git takes its hooks from core.hooksPath; call `ossilar affected --staged` in the pre-commit "
         "there");
+  }
   file_ = fs::path(git_repository_commondir(repository.get())) / "hooks" / "pre-commit";
   const auto there = text_of(file_);
   if (there && !there->starts_with(kBeginning))

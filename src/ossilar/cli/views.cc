@@ -77,9 +77,10 @@ void print_answer(const char* done, const Given& given, Output& output) {
 
 void print_saved(const Given& given, Output& output) {
   print_answer(given.value.contains("dry_run") ? "would save" : "saved", given, output);
-  for (const Map& cited : utils::member(given.value, "cited"))
+  for (const Map& cited : utils::member(given.value, "cited")) {
     output.line("  [" + text_at(cited, "citation") + "]  " +
                 output.styled(Style::dim, text_at(cited, "line")));
+  }
 }
 
 void print_confirmed(const Given& given, Output& output) { print_answer("confirmed", given, output); }

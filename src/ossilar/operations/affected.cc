@@ -32,7 +32,7 @@ Comparison comparison_of(const Map& arguments) {
                              "' has three dots; give the commit from which the branches part: "
                              "ossilar affected \"$(git merge-base A B)..B\"");
   }
-  const auto or_head = [](std::string name) { return name.empty() ? std::string("HEAD") : name; };
+  const auto or_head = [](const std::string& name) { return name.empty() ? std::string("HEAD") : name; };
   return {.from = or_head(change.substr(0, dots)),
           .to = Side::commit,
           .commit = or_head(change.substr(dots + 2))};

@@ -79,9 +79,10 @@ std::vector<std::string> twin_warnings(const std::string& authored) {
   std::set<std::string> seen, told;
   for (const std::string& heading : section_headings(authored)) {
     const std::string key = heading_key(heading);
-    if (!seen.insert(key).second && told.insert(key).second)
+    if (!seen.insert(key).second && told.insert(key).second) {
       warnings.push_back("section '" + heading +
                          "': there are several of this name, and a save finds only the first");
+    }
   }
   return warnings;
 }
