@@ -5,14 +5,13 @@
 #include <map>
 
 #include "ossilar/source/git/text_diff.h"
-#include "ossilar/source/indexer.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/web/address.h"
 #include "ossilar/web/html.h"
 #include "ossilar/workers/wiki/citing/claims.h"
-#include "ossilar/workers/wiki/citing/lines.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/what_changed.h"
 #include "ossilar/workers/wiki/plan/page_diagrams.h"
 
 namespace ossilar::web {
@@ -28,15 +27,6 @@ using workers::wiki::PageState;
 constexpr std::size_t kMostMarks = 200;
 // Of one citation's diff, in bytes, so that a rewritten file does not bury the page.
 constexpr std::size_t kLongestDiff = std::size_t{16} * 1024;
-
-std::string lines_now(const Site& site, const std::optional<Citation>& place) {
-  if (!place) return "";
-  const auto text = source::read_source(site.wiki().paths().root, place->path);
-  if (!text) return "";
-  const workers::wiki::LineText lines(*text);
-  const workers::wiki::LineRange range{place->first, place->last};
-  return lines.has(range) ? std::string(lines.block(range)) : "";
-}
 
 // The citations in doubt at their places in the text: where the same lines are cited twice, each was written
 // at its own time.
@@ -59,7 +49,9 @@ std::vector<CitationMark> marks_of(const Asked& asked, const PageState& page, co
     const auto before = follower->cited_text(remembered->citation, remembered->print);
     if (before && looked.state != CitationState::moved) {
       mark.diff = utils::utf8_prefix(
-          source::unified_diff({"cited", *before}, {"now", lines_now(asked.site, looked.now)}), kLongestDiff);
+          source::unified_diff({"cited", *before},
+                               {"now", text_now(asked.site.wiki(), looked.now).value_or("")}),
+          kLongestDiff);
     }
     marks.push_back(std::move(mark));
   }

@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <functional>
 #include <set>
 
 #include "ossilar/utils/text.h"
@@ -19,14 +18,6 @@ constexpr std::size_t kFewCitations = 4;
 constexpr std::size_t kFewSections = 3;
 // Longer labels are no mistyped titles: the distance costs the product of the lengths.
 constexpr std::size_t kLongestTitle = 100;
-
-void append(std::vector<std::string>& warnings, const std::vector<std::string>& labels,
-            const std::function<std::string(const std::string&)>& describe) {
-  const std::size_t told = std::min(labels.size(), kMostWarnings);
-  for (std::size_t i = 0; i < told; ++i) warnings.push_back(describe(labels[i]));
-  if (labels.size() > told)
-    warnings.push_back("citation: " + std::to_string(labels.size() - told) + " more of this kind");
-}
 
 // The planned title that may be meant, or "": up to a quarter of its bytes are wrong.
 std::string nearest_title(const std::string& label, const Plans& plans) {
@@ -63,14 +54,14 @@ std::set<std::string> keys_of(const std::vector<std::string>& headings) {
 std::vector<std::string> bracket_warnings(const Brackets& brackets, const std::vector<std::string>& empty,
                                           const PlannedWiki& planned) {
   std::vector<std::string> warnings;
-  append(warnings, brackets.invalid,
-         [&](const std::string& label) { return invalid_citation_warning(label, *planned.index); });
-  append(warnings, brackets.malformed, malformed_citation_warning);
-  append(warnings, empty, [](const std::string& label) {
+  append_warnings(warnings, brackets.invalid,
+                  [&](const std::string& label) { return invalid_citation_warning(label, *planned.index); });
+  append_warnings(warnings, brackets.malformed, malformed_citation_warning);
+  append_warnings(warnings, empty, [](const std::string& label) {
     return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
   });
-  append(warnings, brackets.unknown,
-         [&](const std::string& label) { return unknown_title_warning(label, planned.plans); });
+  append_warnings(warnings, brackets.unknown,
+                  [&](const std::string& label) { return unknown_title_warning(label, planned.plans); });
   return warnings;
 }
 

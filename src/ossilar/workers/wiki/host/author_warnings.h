@@ -4,6 +4,7 @@
 // Thread-safety: functions without state; any thread may call. Nothing here fails.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -16,6 +17,16 @@ namespace ossilar::workers::wiki {
 // Warnings of one kind that an answer names; the rest is counted. Enough to mend a page by, and few enough
 // for an answer to stay readable and not fill an agent's context.
 inline constexpr std::size_t kMostWarnings = 20;
+
+// Adds what `describe` says of each of the faults, which are of one kind.
+template <class Fault, class Describe>
+void append_warnings(std::vector<std::string>& warnings, const std::vector<Fault>& faults,
+                     Describe describe) {
+  const std::size_t told = std::min(faults.size(), kMostWarnings);
+  for (std::size_t i = 0; i < told; ++i) warnings.push_back(describe(faults[i]));
+  if (faults.size() > told)
+    warnings.push_back("citation: " + std::to_string(faults.size() - told) + " more of this kind");
+}
 
 // Why brackets of a text are no citations or links, each with what may be meant. `empty` are citations whose
 // lines hold nothing that could be evidence.

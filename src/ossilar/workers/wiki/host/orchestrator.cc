@@ -41,16 +41,6 @@ namespace {
 
 const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
 
-template <class Fault, class Describe>
-void append_warnings(std::vector<std::string>& warnings, const std::vector<Fault>& faults,
-                     Describe describe) {
-  for (std::size_t i = 0; i < std::min(faults.size(), kMostWarnings); ++i)
-    warnings.push_back(describe(faults[i]));
-  if (faults.size() > kMostWarnings) {
-    warnings.push_back("citation: " + std::to_string(faults.size() - kMostWarnings) + " more of this kind");
-  }
-}
-
 // The page is saved by now, so a failure here is only logged. The file stays beside the page, and the page's
 // next save or a repair puts it away. A kept text that the draft read is not logged: the draft's answer has
 // warned of it already.
@@ -287,7 +277,7 @@ void WikiGenerator::drop_empty(Brackets& brackets, Fingerprinter& prints) {
   std::erase_if(brackets.citation_labels, [&](const auto& each) { return is_empty(each.second); });
 }
 
-// What was lost a confirmation or a sync cannot have lost.
+// Of a page that is stored for the first time nothing can be lost.
 std::vector<std::string> WikiGenerator::loss_warnings_of(const std::string& authored) const {
   const Map* row = draft_->basis.rows.find(draft_->page_id);
   if (row == nullptr) return {};

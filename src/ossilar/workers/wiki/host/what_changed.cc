@@ -29,15 +29,6 @@ constexpr std::size_t kMostSymbols = 12;
 
 const utils::Logger change_logger("ossilar.workers.wiki.what_changed");
 
-std::optional<std::string> text_now(const Wiki& wiki, const std::optional<Citation>& place) {
-  if (!place) return std::nullopt;
-  const auto text = source::read_source(wiki.paths().root, place->path);
-  if (!text) return std::nullopt;
-  const LineText lines(*text);
-  const LineRange range{place->first, place->last};
-  return lines.has(range) ? std::optional(std::string(lines.block(range))) : std::nullopt;
-}
-
 std::string diff_of(const std::string& before, const std::string& after) {
   const std::string diff = source::unified_diff({"cited", before}, {"now", after});
   const std::string_view shown = utils::utf8_prefix(diff, kLongestDiff);
@@ -113,6 +104,15 @@ std::string changed_symbols(const std::vector<ChangedFile>& files) {
 }
 
 }  // namespace
+
+std::optional<std::string> text_now(const Wiki& wiki, const std::optional<Citation>& place) {
+  if (!place) return std::nullopt;
+  const auto text = source::read_source(wiki.paths().root, place->path);
+  if (!text) return std::nullopt;
+  const LineText lines(*text);
+  const LineRange range{place->first, place->last};
+  return lines.has(range) ? std::optional(std::string(lines.block(range))) : std::nullopt;
+}
 
 std::string what_changed(const Wiki& wiki, const PlannedWiki& planned, const store::StoredRows& rows,
                          const std::string& page_id) {

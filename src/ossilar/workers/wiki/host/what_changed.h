@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "ossilar/workers/wiki/host/wiki.h"
@@ -15,6 +16,9 @@ namespace ossilar::workers::wiki {
 
 // Bytes of Markdown; citations beyond them are counted.
 inline constexpr std::size_t kChangesBudget = std::size_t{8} * 1024;
+
+// The lines of a place as they are now; none where nobody can say the place, or it is gone.
+std::optional<std::string> text_now(const Wiki& wiki, const std::optional<Citation>& place);
 
 // "" for a page without a row, and for one whose cited files are all as they were. Runs the symbol tool on
 // earlier versions of the others; without the tool, or the earlier version, nothing is said of their symbols.
