@@ -23,9 +23,6 @@ using workers::wiki::PageState;
 using workers::wiki::StoredPage;
 using workers::wiki::Wiki;
 
-// The prompts do not change while the program runs. A client may cache them for an hour, as with tools
-// (tools.cc).
-constexpr int kListMilliseconds = 60 * 60 * 1000;
 // Pages named by a prompt about all of them, as many as list_pages gives at a time. The number of stale pages
 // is said.
 constexpr std::size_t kMostStale = 50;

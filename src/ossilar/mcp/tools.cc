@@ -19,10 +19,6 @@ namespace {
 using operations::Caller;
 using operations::Operation;
 
-// The tools do not change while the program runs. An hour spares a client most of its questions; it is not
-// longer, as a client may keep the list when the program is replaced by a newer one.
-constexpr int kListMilliseconds = 60 * 60 * 1000;
-
 const Operation* find_tool(std::string_view name) {
   const auto& all = operations::operations();
   const auto found =

@@ -15,9 +15,9 @@ using source::Side;
 using workers::wiki::AffectedPage;
 
 // Claims of one page that a session is told of: some 2,000 tokens.
-constexpr std::size_t kMostClaims = 20;
+constexpr std::size_t kMostClaimsOfPage = 20;
 // Pages that a session is told of.
-constexpr std::size_t kMostPages = 50;
+constexpr std::size_t kMostPagesShown = 50;
 
 // "A..B" are two commits, either of them HEAD where it is left out; anything else is one, which the working
 // tree or what is staged is compared with.
@@ -61,13 +61,13 @@ Map described(const AffectedPage& page, std::size_t most) {
           {"sources", page.sources}};
 }
 
-Result call(const Asked& asked) {
+Result call_affected(const Asked& asked) {
   const bool is_whole = asked.caller == Caller::shell;
   const auto pages = workers::wiki::affected_pages(asked.wiki, comparison_of(asked.arguments), asked.task);
   Map shown = Map::array();
   for (const AffectedPage& page : pages) {
-    if (!is_whole && shown.size() == kMostPages) break;
-    shown.push_back(described(page, is_whole ? page.claims.size() : kMostClaims));
+    if (!is_whole && shown.size() == kMostPagesShown) break;
+    shown.push_back(described(page, is_whole ? page.claims.size() : kMostClaimsOfPage));
   }
   return {.value = Map{{"pages", std::move(shown)}, {"total", pages.size()}}};
 }
@@ -116,7 +116,7 @@ Operation affected() {
                                {"total", count("number of pages, also of those left out")}},
                               {"pages", "total"}),
       .refuse = refuse,
-      .call = call};
+      .call = call_affected};
 }
 
 }  // namespace ossilar::operations

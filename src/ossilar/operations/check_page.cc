@@ -6,7 +6,7 @@
 namespace ossilar::operations {
 namespace {
 
-Result call(const Asked& asked) { return preview(asked, request_of(asked.arguments)); }
+Result call_check_page(const Asked& asked) { return preview(asked, request_of(asked.arguments)); }
 
 }  // namespace
 
@@ -33,7 +33,7 @@ Operation check_page() {
       .arguments = text_arguments(),
       .output_schema = object(properties),
       .refuse = refuse_text,
-      .call = call};
+      .call = call_check_page};
 }
 
 }  // namespace ossilar::operations

@@ -52,7 +52,7 @@ Map described(const CitingClaim& claim) {
   return shown;
 }
 
-Result call(const Asked& asked) {
+Result call_cites(const Asked& asked) {
   const auto [path, range] = wanted(utils::string_member(asked.arguments, "path"));
   const auto found = workers::wiki::citing_claims(asked.wiki, path, range, asked.task);
   const source::SourceIndex& index = *asked.wiki.planned()->index;
@@ -91,7 +91,7 @@ Operation cites() {
                                    {"total", count("number of claims, also of those left out")},
                                    {"error", text("why nothing can be said")},
                                    {"similar", strings("files of the same name elsewhere")}}),
-          .call = call};
+          .call = call_cites};
 }
 
 }  // namespace ossilar::operations

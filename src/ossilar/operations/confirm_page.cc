@@ -7,7 +7,7 @@
 namespace ossilar::operations {
 namespace {
 
-Result call(const Asked& asked) {
+Result call_confirm_page(const Asked& asked) {
   return {.value = workers::wiki::confirm_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
                                                optional_text(asked.arguments, "section"),
                                                optional_text(asked.arguments, "if_version"), asked.task)};
@@ -52,7 +52,7 @@ Operation confirm_page() {
                   {"valid_citations", count("if refused for too few citations: how many were valid")},
                   {"diff", text("if the page changed since `if_version`: a unified diff")}}),
       .reads_only = false,
-      .call = call};
+      .call = call_confirm_page};
 }
 
 }  // namespace ossilar::operations

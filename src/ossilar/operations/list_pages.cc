@@ -39,7 +39,7 @@ Map described(const PageState& page, Caller caller) {
   return shown;
 }
 
-Result call(const Asked& asked) {
+Result call_list_pages(const Asked& asked) {
   const bool is_whole = asked.caller == Caller::shell;
   const std::string state = utils::string_member(asked.arguments, "state");
   const std::string cursor = utils::string_member(asked.arguments, "cursor");
@@ -115,7 +115,7 @@ Operation list_pages() {
                                {"total", count("number of pages in this state, over all calls")},
                                {"next_cursor", text("there are more pages; pass this as `cursor`")}},
                               {"pages", "total"}),
-      .call = call};
+      .call = call_list_pages};
 }
 
 }  // namespace ossilar::operations

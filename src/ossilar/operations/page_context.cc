@@ -31,7 +31,7 @@ std::vector<std::string> first_files(const std::vector<std::string>& files) {
   return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
 }
 
-Result call(const Asked& asked) {
+Result call_page_context(const Asked& asked) {
   const workers::wiki::WikiReader reader(asked.wiki);
   const std::string page_id = utils::string_member(asked.arguments, "page_id");
   follow_before_reading(asked, page_id);
@@ -96,7 +96,7 @@ Operation page_context() {
                {"source_file_count", count("number of its source files")},
                {"grounding", text("Markdown: files with line counts, symbols, excerpts")}},
               {"page_id", "title", "required_sections", "words", "min_citations", "version", "grounding"}),
-          .call = call};
+          .call = call_page_context};
 }
 
 }  // namespace ossilar::operations

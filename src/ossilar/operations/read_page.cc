@@ -40,7 +40,7 @@ void add_portion(Map& result, std::string_view text, std::size_t offset) {
   if (begin + portion.size() < text.size()) result["next_offset"] = begin + portion.size();
 }
 
-Result call(const Asked& asked) {
+Result call_read_page(const Asked& asked) {
   const std::string asked_id = utils::string_member(asked.arguments, "page_id");
   follow_before_reading(asked, asked_id);
   const auto found = workers::wiki::WikiReader(asked.wiki).read_page(asked_id);
@@ -112,7 +112,7 @@ Operation read_page() {
                                {"text", text("Markdown")},
                                {"next_offset", count("there is more text; pass this as `offset`")}},
                               {"page_id", "version", "rel_path", "sections", "size", "text"}),
-      .call = call};
+      .call = call_read_page};
 }
 
 }  // namespace ossilar::operations

@@ -6,7 +6,7 @@
 namespace ossilar::operations {
 namespace {
 
-Result call(const Asked& asked) {
+Result call_remove_page(const Asked& asked) {
   return {.value = workers::wiki::remove_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
                                               optional_text(asked.arguments, "if_version"), asked.task)};
 }
@@ -37,7 +37,7 @@ Operation remove_page() {
                                    {"error", text("why nothing was removed, and what to do")},
                                    {"diff", text("if the page changed since `if_version`: a unified diff")}}),
           .reads_only = false,
-          .call = call};
+          .call = call_remove_page};
 }
 
 }  // namespace ossilar::operations

@@ -6,7 +6,7 @@
 namespace ossilar::operations {
 namespace {
 
-Result call(const Asked& asked) {
+Result call_rename_page(const Asked& asked) {
   return {.value = workers::wiki::rename_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
                                               utils::string_member(asked.arguments, "new_id"),
                                               optional_text(asked.arguments, "if_version"), asked.task)};
@@ -51,7 +51,7 @@ Operation rename_page() {
                                {"error", text("why nothing was renamed, and what to do")},
                                {"diff", text("if the page changed since `if_version`: a unified diff")}}),
       .reads_only = false,
-      .call = call};
+      .call = call_rename_page};
 }
 
 }  // namespace ossilar::operations

@@ -16,7 +16,7 @@ namespace {
 using workers::wiki::SaveOutcome;
 using workers::wiki::SaveRequest;
 
-Result call(const Asked& asked) {
+Result call_save_page(const Asked& asked) {
   SaveRequest request = request_of(asked.arguments);
   if (asked.arguments.value("dry_run", false)) return preview(asked, request);
   std::vector<workers::wiki::Doubt> followed;
@@ -84,7 +84,7 @@ Operation save_page() {
       .output_schema = object(properties),
       .reads_only = false,
       .refuse = refuse_text,
-      .call = call};
+      .call = call_save_page};
 }
 
 }  // namespace ossilar::operations

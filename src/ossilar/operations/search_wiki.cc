@@ -30,7 +30,7 @@ std::string embed_again(const Asked& asked) {
   }
 }
 
-Result call(const Asked& asked) {
+Result call_search_wiki(const Asked& asked) {
   const SearchRequest request{.query = utils::string_member(asked.arguments, "query"),
                               .limit = asked.arguments.value("limit", workers::wiki::kDefaultHits),
                               .page_type = utils::string_member(asked.arguments, "type"),
@@ -101,7 +101,7 @@ Operation search_wiki() {
       .output_schema = object({{"hits", list(hit, "the best first")},
                                {"warning", text("what the search had to leave out, and why")}},
                               {"hits"}),
-      .call = call};
+      .call = call_search_wiki};
 }
 
 }  // namespace ossilar::operations

@@ -21,7 +21,7 @@ Map described_page(const SyncedPage& page, bool is_dry_run) {
   return shown;
 }
 
-Result call(const Asked& asked) {
+Result call_sync(const Asked& asked) {
   const auto only = optional_text(asked.arguments, "page_id");
   const bool is_dry_run = asked.arguments.value("dry_run", false);
   if (only && !workers::wiki::WikiReader(asked.wiki).has_page(*only))
@@ -63,7 +63,7 @@ Operation sync() {
               {{"pages", list(page, "those with moved citations")}, {"dry_run", flag("nothing was written")}},
               {"pages", "dry_run"}),
           .reads_only = false,
-          .call = call};
+          .call = call_sync};
 }
 
 }  // namespace ossilar::operations

@@ -45,7 +45,7 @@ Map counts_of(const WikiStatus& status) {
   return counts;
 }
 
-Result call(const Asked& asked) {
+Result call_wiki_status(const Asked& asked) {
   // A session's sources may have changed since the last call; the shell has scanned them a moment ago.
   const Look look = asked.caller == Caller::shell ? Look::spared : Look::now;
   const WikiStatus status = workers::wiki::WikiReader(asked.wiki).status(look);
@@ -92,7 +92,7 @@ Operation wiki_status() {
                       {"unverified", list(page, "at most twenty")},
                       {"last_write", write}},
                      {"branch", "commit", "indexed_files", "pages", "stale", "unverified", "last_write"}),
-          .call = call};
+          .call = call_wiki_status};
 }
 
 }  // namespace ossilar::operations

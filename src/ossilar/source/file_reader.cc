@@ -30,7 +30,7 @@ constexpr int kStepFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // Descriptors that a tree keeps open, beside the root's: the outermost fifteen folders of a path, and the
 // folder itself. A deep tree must not use up the descriptors of the process; beyond this depth a change of
 // folder costs calls instead.
-constexpr std::size_t kMostSteps = 16;
+constexpr std::size_t kMostKeptSteps = 16;
 
 std::int64_t nanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -128,7 +128,7 @@ int Tree::enter(std::string_view folder) {
     const int parent = steps_.empty() ? root_fd_.get() : steps_.back().fd.get();
     utils::UniqueFd next(utils::retry_interrupted([&] { return openat(parent, part.c_str(), kStepFlags); }));
     if (!next) return -1;
-    if (steps_.size() == kMostSteps) steps_.pop_back();
+    if (steps_.size() == kMostKeptSteps) steps_.pop_back();
     steps_.push_back({end, std::move(next)});
   }
   return steps_.back().fd.get();

@@ -24,7 +24,7 @@
 namespace ossilar::source {
 namespace {
 
-const utils::Logger logger("ossilar.source.watch");
+const utils::Logger watch_logger("ossilar.source.watch");
 
 // All that can change an index: contents, attributes (permissions and times), and which files there are; not
 // who reads them. IN_ONLYDIR and IN_DONT_FOLLOW: neither a file nor a link may stand in for a folder.
@@ -72,7 +72,8 @@ void TreeWatch::begin() {
 // For the life of the watch: a limit on watches or a network file system seldom goes away by itself, and each
 // new attempt would add all folders again.
 void TreeWatch::give_up(const std::filesystem::path& folder, const std::string& reason) {
-  logger.info("cannot watch %s (%s), so every refresh checks all source files", {folder.string(), reason});
+  watch_logger.info("cannot watch %s (%s), so every refresh checks all source files",
+                    {folder.string(), reason});
   folders_.clear();
   watched_.clear();
   fd_ = utils::UniqueFd();

@@ -18,8 +18,6 @@
 namespace ossilar::utils {
 namespace {
 
-std::uint8_t byte_at(std::string_view text, std::size_t at) { return static_cast<std::uint8_t>(text[at]); }
-
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_upper(char c) { return c >= 'A' && c <= 'Z'; }
 bool is_lower(char c) { return c >= 'a' && c <= 'z'; }

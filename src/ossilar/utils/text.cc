@@ -40,8 +40,6 @@ constexpr std::array<LeadByte, 8> kLeadBytes{{
     {0xF4, 0xF4, 0x80, 0x8F, 4},
 }};
 
-std::uint8_t byte_at(std::string_view text, std::size_t at) { return static_cast<std::uint8_t>(text[at]); }
-
 Decoded decode_sequence(std::string_view text, std::size_t at, const LeadByte& lead) {
   if (at + lead.size > text.size()) return {};
   const std::uint8_t second = byte_at(text, at + 1);

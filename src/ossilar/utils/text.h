@@ -8,12 +8,18 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace ossilar::utils {
+
+// The byte at `at`, which must be within `text`, without a sign: what a char has is up to the platform.
+inline std::uint8_t byte_at(std::string_view text, std::size_t at) {
+  return static_cast<std::uint8_t>(text[at]);
+}
 
 // The offset of the first byte that is not part of well-formed UTF-8 (RFC 3629: no surrogates, no overlong
 // forms, nothing above U+10FFFF), or nothing when all of `text` is well-formed.

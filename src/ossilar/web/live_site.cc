@@ -7,7 +7,7 @@
 namespace ossilar::web {
 namespace {
 
-const utils::Logger logger("ossilar.web.live_site");
+const utils::Logger live_logger("ossilar.web.live_site");
 
 }  // namespace
 
@@ -59,7 +59,8 @@ void LiveSite::run() {
       if (tick_) tick_();
     } catch (const std::exception& error) {
       failure = error.what();
-      if (failure != last_failure) logger.warning("cannot look at the wiki; showing it as it was", error);
+      if (failure != last_failure)
+        live_logger.warning("cannot look at the wiki; showing it as it was", error);
     }
     last_failure = std::move(failure);
     lock.lock();

@@ -55,5 +55,9 @@ const char* instructions();
 Map finished(Revision revision, Map result);
 // The same for results that a client may cache for `ttl_ms` milliseconds; 0: not at all.
 Map finished_for(Revision revision, Map result, int ttl_ms);
+// For lists that do not change while the program runs, of tools and of prompts. An hour spares a client most
+// of its questions; it is not longer, as a client may keep the list when the program is replaced by a newer
+// one.
+inline constexpr int kListMilliseconds = 60 * 60 * 1000;
 
 }  // namespace ossilar::mcp

@@ -12,7 +12,7 @@ namespace {
 
 // A folder that is still to be compared: "" or with a slash at its end; its tree on each side, null where
 // there is none.
-struct Folder {
+struct ComparedFolder {
   std::string path;
   GitHandle<git_tree> before, after;
 };
@@ -49,8 +49,8 @@ GitHandle<git_tree> tree_of_commit(const GitObjects& objects, const std::string&
   return tree;
 }
 
-void compare(const GitObjects& objects, const Folder& at, std::vector<TreeChange>& changes,
-             std::vector<Folder>& open) {
+void compare(const GitObjects& objects, const ComparedFolder& at, std::vector<TreeChange>& changes,
+             std::vector<ComparedFolder>& open) {
   for (const std::string& name : names_in(at.before.get(), at.after.get())) {
     const git_tree_entry* before = entry_of(at.before.get(), name);
     const git_tree_entry* after = entry_of(at.after.get(), name);
@@ -73,10 +73,10 @@ void compare(const GitObjects& objects, const Folder& at, std::vector<TreeChange
 std::vector<TreeChange> tree_changes(const GitObjects& objects, const std::string& before,
                                      const std::string& after) {
   std::vector<TreeChange> changes;
-  std::vector<Folder> open;
+  std::vector<ComparedFolder> open;
   open.push_back({"", tree_of_commit(objects, before), tree_of_commit(objects, after)});
   while (!open.empty()) {
-    const Folder at = std::move(open.back());
+    const ComparedFolder at = std::move(open.back());
     open.pop_back();
     compare(objects, at, changes, open);
   }

@@ -224,22 +224,26 @@ PageState missing_page(const PagePlan& plan) {
 
 namespace {
 
-struct Named {
+struct NamedCondition {
   PageCondition condition;
   const char* name;
   const char* meaning;
 };
-constexpr std::array<Named, kConditions.size()> kNames{
-    Named{PageCondition::missing, "missing", "is not written yet"},
-    Named{PageCondition::ok, "ok", "matches the source"},
-    Named{PageCondition::drifted, "drifted",
-          "cites unchanged lines, while other parts of its sources changed"},
-    Named{PageCondition::moved, "moved", "cites text that now stands elsewhere; ossilar sync follows it"},
-    Named{PageCondition::unverified, "unverified", "was written by hand, nobody knows against which sources"},
-    Named{PageCondition::stale, "stale", "no longer matches the source"},
-    Named{PageCondition::orphaned, "orphaned", "is no longer in the plan"}};
+constexpr std::array<NamedCondition, kConditions.size()> kNames{
+    NamedCondition{PageCondition::missing, "missing", "is not written yet"},
+    NamedCondition{PageCondition::ok, "ok", "matches the source"},
+    NamedCondition{PageCondition::drifted, "drifted",
+                   "cites unchanged lines, while other parts of its sources changed"},
+    NamedCondition{PageCondition::moved, "moved",
+                   "cites text that now stands elsewhere; ossilar sync follows it"},
+    NamedCondition{PageCondition::unverified, "unverified",
+                   "was written by hand, nobody knows against which sources"},
+    NamedCondition{PageCondition::stale, "stale", "no longer matches the source"},
+    NamedCondition{PageCondition::orphaned, "orphaned", "is no longer in the plan"}};
 
-const Named& named(PageCondition condition) { return kNames.at(static_cast<std::size_t>(condition)); }
+const NamedCondition& named(PageCondition condition) {
+  return kNames.at(static_cast<std::size_t>(condition));
+}
 
 }  // namespace
 

@@ -16,7 +16,8 @@ namespace {
 
 // File systems allow 255 bytes a name; the hash and the ending are added to this.
 constexpr std::size_t kLongestName = 200;
-constexpr std::size_t kHashDigits = 16;  // 64 bits, to tell names apart that are cut to the same beginning
+constexpr std::size_t kPrefixHashDigits =
+    16;  // 64 bits, to tell names apart that are cut to the same beginning
 
 // Sorts after every character of a page id, so prefix + kAfterAll is the end of the prefix's range.
 constexpr char kAfterAll = '\x7f';
@@ -97,7 +98,7 @@ std::string list_file(const std::string& prefix, const char* end) {
   if (prefix.empty()) return std::string(end == std::string_view(kIndexEnd) ? "index" : "manifest") + end;
   std::string name = prefix.substr(0, kLongestName);
   std::replace(name.begin(), name.end(), '/', '+');  // no page id has a plus, so names stay distinct
-  if (prefix.size() > kLongestName) name += "+" + utils::sha256_hex(prefix).substr(0, kHashDigits);
+  if (prefix.size() > kLongestName) name += "+" + utils::sha256_hex(prefix).substr(0, kPrefixHashDigits);
   return std::string(kListsFolder) + "/" + name + end;
 }
 

@@ -18,7 +18,7 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::string_view kBegin = "{\n\"format\": 2\n";
+constexpr std::string_view kManifestBegin = "{\n\"format\": 2\n";
 constexpr const char* kLintKey = "lint";
 constexpr const char* kHashKey = "content_hash";
 constexpr const char* kFormerIdKey = "page_id";  // which only the entries of format 1 have
@@ -87,7 +87,7 @@ void take_former_entry(ManifestContent& content, const Map& entry) {
 // False for text in our own layout, where a merge may have left two lines for a page of which JSON would keep
 // one, and for text that is no JSON, as after a conflict. Nothing has been taken then.
 bool take_whole(ManifestContent& content, std::string_view text) {
-  if (text.starts_with(kBegin)) return false;
+  if (text.starts_with(kManifestBegin)) return false;
   try {
     const Map manifest = utils::parse_json(text, "manifest.json");
     take_entries(content, manifest);
@@ -124,7 +124,7 @@ ManifestLines manifest_lines(const ListPart& part, const store::StoredRows& rows
 }
 
 std::string render_manifest(const ListPart& part, const ManifestLines& lines, const Map& lint) {
-  std::string out(kBegin);
+  std::string out(kManifestBegin);
   if (part.prefix.empty() && !lint.is_null()) out += entry_line(kLintKey, lint);
   for (const auto& [page_id, line] : lines) out += line;
   for (const std::string& prefix : part.parts)
@@ -135,8 +135,8 @@ std::string render_manifest(const ListPart& part, const ManifestLines& lines, co
 // Every save asks for it, so a manifest of ours is not read whole: the summary is written as its first entry.
 // One that a merge moved further down is taken for absent.
 Map lint_of(std::string_view text) {
-  if (text.starts_with(kBegin)) {
-    text.remove_prefix(kBegin.size());
+  if (text.starts_with(kManifestBegin)) {
+    text.remove_prefix(kManifestBegin.size());
     if (!text.starts_with(std::string(",\"") + kLintKey)) return {};
     text = text.substr(0, text.find('\n'));
     ManifestContent content;

@@ -22,8 +22,8 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::string_view kBegin = "<!-- ossilar:record\n";
-constexpr std::string_view kEnd = "-->";
+constexpr std::string_view kRecordBegin = "<!-- ossilar:record\n";
+constexpr std::string_view kRecordEnd = "-->";
 
 // A `>` after two hyphens would end the comment, so each is written as an escape, which JSON reads as the
 // same character. A `>` can only be inside a string.
@@ -42,14 +42,14 @@ std::string fact_line(const Map& fact) {
 // The record with its frame, as a view into `text`; empty if there is none. It begins at the start of a line.
 // The line feed at its end may be missing where the file ends: some editors remove it.
 std::string_view framed_record(std::string_view text) {
-  if (text.find(kBegin) == text.npos) return {};  // spares finding the generated part
+  if (text.find(kRecordBegin) == text.npos) return {};  // spares finding the generated part
   std::string_view part = generated_of(text);
-  const std::size_t feed = part.find("\n" + std::string(kBegin));
+  const std::size_t feed = part.find("\n" + std::string(kRecordBegin));
   if (feed == part.npos) return {};
   part.remove_prefix(feed + 1);
-  const std::size_t end = part.find(std::string(kEnd) + "\n", kBegin.size());
-  if (end != part.npos) return part.substr(0, end + kEnd.size() + 1);
-  return part.substr(kBegin.size()).ends_with(kEnd) ? part : std::string_view();
+  const std::size_t end = part.find(std::string(kRecordEnd) + "\n", kRecordBegin.size());
+  if (end != part.npos) return part.substr(0, end + kRecordEnd.size() + 1);
+  return part.substr(kRecordBegin.size()).ends_with(kRecordEnd) ? part : std::string_view();
 }
 
 // Versions of files that were cited, by path and hash.
@@ -130,7 +130,7 @@ bool PageRecord::tells_of_text() const {
 }
 
 std::string record_text(const PageRecord& record) {
-  std::string text(kBegin);
+  std::string text(kRecordBegin);
   if (record.tells_of_text()) text += fact_line({{"type", record.type}, {"title", record.title}});
   if (!record.agent_title.empty()) text += fact_line({{"agent_title", record.agent_title}});
   for (const std::string& title : record.former_titles) text += fact_line({{"former_title", title}});
@@ -139,14 +139,14 @@ std::string record_text(const PageRecord& record) {
     text += fact_line({{"source", source}, {"hash", hash}});
   text += claim_facts(record.claims);
   for (const Map& confirmation : record.confirmations) text += fact_line(confirmation);
-  return text.append(kEnd).append("\n");
+  return text.append(kRecordEnd).append("\n");
 }
 
 std::optional<PageRecord> record_of(std::string_view page_text) {
   std::string_view facts = framed_record(page_text);
   if (facts.empty()) return std::nullopt;
-  facts.remove_prefix(kBegin.size());
-  facts = facts.substr(0, facts.rfind(kEnd));
+  facts.remove_prefix(kRecordBegin.size());
+  facts = facts.substr(0, facts.rfind(kRecordEnd));
   PageRecord record;
   CitedVersions versions;
   for (const std::string_view line : utils::split_lines(facts)) {

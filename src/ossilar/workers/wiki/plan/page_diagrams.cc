@@ -208,14 +208,14 @@ std::size_t count_nodes(const std::vector<Edge>& edges) {
   return ids.size();
 }
 
-std::string counted(std::size_t count, const std::string& one, const std::string& several) {
+std::string more(std::size_t count, const std::string& one, const std::string& several) {
   return std::to_string(count) + " more " + (count == 1 ? one : several);
 }
 
 std::string left_out(std::size_t nodes, std::size_t edges) {
   std::vector<std::string> parts;
-  if (nodes > 0) parts.push_back(counted(nodes, "module", "modules"));
-  if (edges > 0) parts.push_back(counted(edges, "dependency", "dependencies"));
+  if (nodes > 0) parts.push_back(more(nodes, "module", "modules"));
+  if (edges > 0) parts.push_back(more(edges, "dependency", "dependencies"));
   return parts.empty() ? "" : " (and " + utils::join(parts, ", ") + ")";
 }
 

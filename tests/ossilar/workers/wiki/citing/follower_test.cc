@@ -88,7 +88,7 @@ std::string shown(const Looked& looked) {
 }
 
 // What becomes of a.cc:L10-L12.
-struct Case {
+struct FollowerCase {
   const char* what;
   Texts then, now;
   const char* with_text;
@@ -99,7 +99,7 @@ struct Case {
 TEST(FollowerTest, FollowsIntoTheFileThatAFileWasRenamedTo) {
   const std::string text = lines(1, 40);
   const std::string other = lines(1, 40, "other");
-  const std::vector<Case> cases{
+  const std::vector<FollowerCase> cases{
       {"unchanged",
        {{"a.cc", text}},
        {{"a.cc", text}},
@@ -186,7 +186,7 @@ TEST(FollowerTest, FollowsIntoTheFileThatAFileWasRenamedTo) {
        "gone",
        "changed a.cc:1-40"},
   };
-  for (const Case& row : cases) {
+  for (const FollowerCase& row : cases) {
     SCOPED_TRACE(row.what);
     const Citation cited{"a.cc", 10, 12};
     const Fingerprint print = print_of(text, {10, 12});

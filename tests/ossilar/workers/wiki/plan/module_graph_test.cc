@@ -43,7 +43,7 @@ TEST(ResolveImport, FindsTheFileThatEachLanguageMeans) {
   EXPECT_GT(rows, 60);
 }
 
-PagePlan page(const std::string& id, std::vector<std::string> files, const std::string& type = "module") {
+PagePlan plan_of(const std::string& id, std::vector<std::string> files, const std::string& type = "module") {
   PagePlan plan;
   plan.page_id = id;
   plan.type = type;
@@ -58,9 +58,9 @@ TEST(ModuleGraph, EdgesBetweenUnitPages) {
   const source::SourceIndex index =
       tree_of({file("a/a.py", {"b.b", "a.other", "json"}), file("a/other.py", {"c.c", "b.b"}),
                file("b/b.py", {"d.d"}), file("c/c.py", {}), file("d/d.py", {"a.a"})});
-  const Plans plans{page("overview", {"a/a.py", "d/d.py"}, "overview"),
-                    page("a", {"a/a.py", "a/other.py", "gone.py"}), page("b", {"b/b.py", "a/a.py"}),
-                    page("c", {"c/c.py"})};
+  const Plans plans{plan_of("overview", {"a/a.py", "d/d.py"}, "overview"),
+                    plan_of("a", {"a/a.py", "a/other.py", "gone.py"}), plan_of("b", {"b/b.py", "a/a.py"}),
+                    plan_of("c", {"c/c.py"})};
   const ModuleGraph graph = module_graph(plans, index);
   EXPECT_THAT(graph.edges(), ElementsAre(Pair("a", "b"), Pair("a", "c")))
       << "d is on no unit page; a file of two pages belongs to the first";
