@@ -108,6 +108,20 @@ class Forwarding : public Interface {
     target_.keep_cited_texts(page_key, cited, texts);
   }
   std::optional<std::string> cited_text(const std::string& hash) override { return target_.cited_text(hash); }
+  void keep_versions(const std::string& branch, const std::string& page_id,
+                     const std::vector<PageVersion>& versions, std::size_t most) override {
+    target_.keep_versions(branch, page_id, versions, most);
+  }
+  std::vector<PageVersion> page_versions(const std::string& branch, const std::string& page_id) override {
+    return target_.page_versions(branch, page_id);
+  }
+  std::optional<std::string> version_text(const std::string& branch, const std::string& page_id,
+                                          std::int64_t number) override {
+    return target_.version_text(branch, page_id, number);
+  }
+  void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
+    target_.move_versions(branch, from, to);
+  }
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }

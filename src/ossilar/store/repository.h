@@ -157,6 +157,20 @@ struct FoundPassage {
   double score = 0;    // higher is better; those of match_words() and of nearest() cannot be compared
 };
 
+// What became of a page at one moment: the text that its file had from then on.
+//
+// Of a stored page the newest kept version has the text of the page file that its row describes (the row's
+// `content_hash` is that text's), so any machine can make the file again from the store.
+struct PageVersion {
+  std::int64_t number = 0;   // 1, 2, ... in the order of a page's versions; given by the store
+  std::string version = {};  // the name of the text, as sessions know it (pages/page_version.h)
+  std::string at = {};       // ISO 8601
+  std::string commit = {};   // of the repository, "" outside git
+  std::string client = {};   // the program that asked for it, "" if nobody knows
+  std::string action = {};   // what was done; a word for people, opaque to the store
+  std::string text = {};     // of the whole page file; "" for a page that was removed
+};
+
 class StoreTransaction;
 
 // Everything that is stored of a wiki. Owned by Wiki (host/wiki.h); check/ opens one of its own to look for
@@ -268,6 +282,23 @@ class WikiStore : public Repository {
                                 const std::map<std::string, std::string>& texts) = 0;
   // None for a version that is not kept.
   virtual std::optional<std::string> cited_text(const std::string& hash) = 0;
+
+  // History: the last versions of each page, by branch and page id. It needs no row and stays when a page is
+  // removed.
+  //
+  // Adds the versions, the oldest first, and then drops the page's oldest ones until at most `most` are left
+  // (1 or more). A version that has the name of the newest one kept by then is passed over, so that a caller
+  // may hand in the text that it found before the one that it wrote. `number` of the versions is ignored.
+  virtual void keep_versions(const std::string& branch, const std::string& page_id,
+                             const std::vector<PageVersion>& versions, std::size_t most) = 0;
+  // Those kept of the page, the newest first, without their texts.
+  virtual std::vector<PageVersion> page_versions(const std::string& branch, const std::string& page_id) = 0;
+  // The text of one of them, none if it is not kept.
+  virtual std::optional<std::string> version_text(const std::string& branch, const std::string& page_id,
+                                                  std::int64_t number) = 0;
+  // Makes the versions of `from` those of `to`. If `to` has some of its own, as a page that was removed has,
+  // they stay the older ones, and the moved ones are numbered on after them.
+  virtual void move_versions(const std::string& branch, const std::string& from, const std::string& to) = 0;
 
   // None before the branch's first save.
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;

@@ -14,6 +14,7 @@
 #include "ossilar/store/sqlite/branch_facts.h"
 #include "ossilar/store/sqlite/connection.h"
 #include "ossilar/store/sqlite/damage.h"
+#include "ossilar/store/sqlite/history.h"
 #include "ossilar/store/sqlite/passages.h"
 #include "ossilar/store/sqlite/rows.h"
 #include "ossilar/store/sqlite/snapshots.h"
@@ -243,6 +244,29 @@ class SqliteOperations : public Interface {
   StaleMarks stale_marks(const std::string& branch) override {
     return read("read the stale marks of the branch " + branch,
                 [&](Connection& connection) { return read_marks(connection, branch); });
+  }
+
+  void keep_versions(const std::string& branch, const std::string& page_id,
+                     const std::vector<PageVersion>& versions, std::size_t most) override {
+    write("keep the version of the page " + page_id,
+          [&](Connection& connection) { write_versions(connection, branch, page_id, versions, most); });
+  }
+
+  std::vector<PageVersion> page_versions(const std::string& branch, const std::string& page_id) override {
+    return read("read the history of the page " + page_id,
+                [&](Connection& connection) { return read_versions(connection, branch, page_id); });
+  }
+
+  std::optional<std::string> version_text(const std::string& branch, const std::string& page_id,
+                                          std::int64_t number) override {
+    return read("read a version of the page " + page_id, [&](Connection& connection) {
+      return read_version_text(connection, branch, page_id, number);
+    });
+  }
+
+  void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
+    write("move the history of the page " + from,
+          [&](Connection& connection) { renumber_versions(connection, branch, from, to); });
   }
 
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {

@@ -209,6 +209,21 @@ BEGIN
 END;
 DELETE FROM cited_texts WHERE hash NOT IN (SELECT hash FROM cited_by);
 )sql",
+    // The text comes last: SQLite reads what stands before it without the pages that a long text takes.
+    R"sql(
+CREATE TABLE page_versions (
+  branch TEXT NOT NULL,
+  page_id TEXT NOT NULL,
+  number INTEGER NOT NULL,
+  version TEXT NOT NULL,
+  at TEXT NOT NULL,
+  commit_id TEXT NOT NULL,
+  client TEXT NOT NULL,
+  action TEXT NOT NULL,
+  text TEXT NOT NULL,
+  PRIMARY KEY (branch, page_id, number)
+) STRICT;
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());
