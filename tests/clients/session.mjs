@@ -10,20 +10,23 @@ const PAGE = 'ossilar://pages/alpha';
 const ARGUMENTS = {
   affected: {},
   check_page: { page_id: 'alpha', content: pageAbout('alpha') },
+  compare_versions: { page_id: 'alpha' },
   confirm_page: { page_id: 'alpha' },
   find_citations: { path: 'src/alpha.cpp' },
   list_pages: {},
   page_context: { page_id: 'alpha' },
+  page_history: { page_id: 'alpha' },
   read_page: { page_id: 'alpha' },
   remove_page: { page_id: 'beta' },
   rename_page: { page_id: 'alpha', new_id: 'beta' },
+  restore_page: { page_id: 'alpha', version: '1' },
   save_page: { page_id: 'alpha', content: pageAbout('alpha') },
   search_wiki: { query: 'alpha' },
   sync_pages: {},
   wiki_status: {},
 };
 
-const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'save_page', 'sync_pages'];
+const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'restore_page', 'save_page', 'sync_pages'];
 
 const names = (list) => list.map((each) => each.name);
 
@@ -106,6 +109,28 @@ export function testSessions(library, connect) {
     const read = await call({ name: 'read_page', arguments: { page_id: 'beta', part: 'authored' } });
     assert.equal(read.structuredContent.text, pageAbout('beta'));
     await assert.rejects(client.readResource({ uri: 'ossilar://pages/nope' }), /no resource/);
+  });
+
+  session('tells who changed a page, and brings the former text back', async ({ client, call }, wiki) => {
+    const before = wiki.page('alpha');
+    await call({ name: 'save_page', arguments: { page_id: 'alpha', content: pageAbout('alpha', 2, 'second') } });
+    const { structuredContent: history } = await call({ name: 'page_history', arguments: { page_id: 'alpha' } });
+    assert.deepEqual(history.versions.map((each) => [each.number, each.client]), [
+      [2, library.split(' ')[0]],
+      [1, 'shell'],
+    ]);
+    const { structuredContent: compared } = await call({
+      name: 'compare_versions',
+      arguments: { page_id: 'alpha' },
+    });
+    assert.match(compared.diff, /^-first .*\n/m);
+    assert.match(compared.diff, /^\+second .*\n/m);
+    const given = { page_id: 'alpha', version: history.versions[1].version };
+    const { structuredContent: restored } = await call({ name: 'restore_page', arguments: given });
+    assert.ok(restored.saved, JSON.stringify(restored));
+    assert.equal(wiki.page('alpha'), before);
+    const missing = await call({ name: 'restore_page', arguments: { ...given, version: '9' } });
+    assert.ok(missing.isError && missing.structuredContent.versions.length === 3, JSON.stringify(missing));
   });
 
   session('renames a page, whose former id leads to it, and removes it', async ({ client, call }, wiki) => {

@@ -133,8 +133,11 @@ int run_operation(const Operation& operation, const Place& place, Map arguments,
   }
   bring_up_to_date(*wiki, view.needs);
   utils::Task task;  // never cancelled: Ctrl-C ends the process, and a save withstands a kill
-  const operations::Result result = operation.call(
-      {.wiki = *wiki, .arguments = arguments, .task = task, .caller = operations::Caller::shell});
+  const operations::Result result = operation.call({.wiki = *wiki,
+                                                    .arguments = arguments,
+                                                    .task = task,
+                                                    .caller = operations::Caller::shell,
+                                                    .client = "shell"});
   const std::string kept =
       result.kept.empty() ? "" : "your text is kept in " + shown_path(wiki->paths().root / result.kept);
   if (result.failure) rethrow(result.failure, kept.empty() ? "" : "; " + kept);

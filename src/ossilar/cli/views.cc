@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ossilar/cli/annotations.h"
+#include "ossilar/cli/history_views.h"
 #include "ossilar/utils/markdown.h"
 
 namespace ossilar::cli {
@@ -18,7 +19,6 @@ namespace {
 // `status` names no more stale and unverified pages than this, to stay on one screen; `plan` lists all.
 constexpr std::size_t kMostNamed = 10;
 
-std::string text_at(const Map& value, const char* key) { return utils::string_member(value, key); }
 std::string form_at(const Map& value, const char* key) { return utils::text_form(value.at(key)); }
 
 // ---- plan
@@ -84,6 +84,7 @@ void print_saved(const Given& given, Output& output) {
 }
 
 void print_confirmed(const Given& given, Output& output) { print_answer("confirmed", given, output); }
+void print_restored(const Given& given, Output& output) { print_answer("restored", given, output); }
 
 // ---- sync
 
@@ -243,13 +244,21 @@ void print_status(const Given& given, Output& output) {
   print_doubtful(status, output);
 }
 
-constexpr std::array kViews{
-    View{"plan", Freshness::sources, print_plan},         View{"context", Freshness::sources, print_context},
-    View{"show", Freshness::as_stored, print_page},       View{"save", Freshness::sources, print_saved},
-    View{"confirm", Freshness::sources, print_confirmed}, View{"sync", Freshness::sources, print_synced},
-    View{"affected", Freshness::sources, print_affected}, View{"cites", Freshness::sources, print_cites},
-    View{"rename", Freshness::sources, print_renamed},    View{"remove", Freshness::sources, print_removed},
-    View{"search", Freshness::vectors, print_hits},       View{"status", Freshness::sources, print_status}};
+constexpr std::array kViews{View{"plan", Freshness::sources, print_plan},
+                            View{"context", Freshness::sources, print_context},
+                            View{"show", Freshness::as_stored, print_page},
+                            View{"save", Freshness::sources, print_saved},
+                            View{"confirm", Freshness::sources, print_confirmed},
+                            View{"sync", Freshness::sources, print_synced},
+                            View{"affected", Freshness::sources, print_affected},
+                            View{"cites", Freshness::sources, print_cites},
+                            View{"rename", Freshness::sources, print_renamed},
+                            View{"remove", Freshness::sources, print_removed},
+                            View{"log", Freshness::as_stored, print_history},
+                            View{"diff", Freshness::as_stored, print_comparison},
+                            View{"restore", Freshness::sources, print_restored},
+                            View{"search", Freshness::vectors, print_hits},
+                            View{"status", Freshness::sources, print_status}};
 
 }  // namespace
 

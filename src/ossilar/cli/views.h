@@ -7,6 +7,7 @@
 
 #include "ossilar/cli/output.h"
 #include "ossilar/operations/operation.h"
+#include "ossilar/utils/json.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 
 namespace ossilar::cli {
@@ -29,6 +30,9 @@ struct View {
   Freshness needs = Freshness::sources;
   void (*print)(const Given& given, Output& output) = nullptr;
 };
+
+// The text that a document has under a key, "" if it has none.
+inline std::string text_at(const Map& value, const char* key) { return utils::string_member(value, key); }
 
 // The view of an operation. Throws std::logic_error for one without a view: every operation must have one.
 const View& view_of(const operations::Operation& operation);

@@ -17,6 +17,7 @@
 #include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/mcp/resources.h"
 #include "ossilar/mcp/tools.h"
+#include "ossilar/utils/text.h"
 
 namespace ossilar::mcp {
 namespace {
@@ -166,6 +167,15 @@ std::string canonical(const std::string& uri) {
   return resource ? page_uri(resource->name) : uri;
 }
 
+// A name is for people to read in a page's history; what does not fit on a line of it is left out.
+std::string client_name(const Map& info) {
+  constexpr std::size_t kLongestName = 100;
+  std::string line;
+  for (const std::string_view word : utils::split_words(utils::string_member(info, "name")))
+    line += (line.empty() ? "" : " ") + std::string(word);
+  return utils::printable(utils::utf8_prefix(line, kLongestName));
+}
+
 Map discovered(Revision revision) {
   return finished_for(revision,
                       Map{{"supportedVersions", stateless_revisions()},
@@ -263,7 +273,11 @@ void Session::take_request(Request request, const Reply& reply) {
       throw ProtocolError(error_code::kMethodNotFound, "revision " + std::string(revision_name(revision)) +
                                                            " has no method '" + request.method + "'");
     }
-    run_later(std::move(request), revision, reply);
+    const std::string client =
+        is_stateless(revision)
+            ? client_name(utils::member(optional_object(request.params, "_meta"), meta_key::kClientInfo))
+            : client_;
+    run_later(std::move(request), {.revision = revision, .client = client}, reply);
   } catch (const ProtocolError& error) {
     reply(error_message(request.id, error.code(), error.what(), error.data()));
   }
@@ -294,6 +308,7 @@ Map Session::initialize(const Map& params) {
   if (agreed_) throw ProtocolError(error_code::kInvalidRequest, "this session is already initialized");
   const Revision* asked = find_revision(required_string(params, "protocolVersion"));
   agreed_ = asked != nullptr && !is_stateless(*asked) ? *asked : kLatestWithInitialize;
+  client_ = client_name(utils::member(params, "clientInfo"));
   // Until the client sets one. A session that does not begin with `initialize` gets no records unasked.
   log_level_ = kWarning;
   return {{"protocolVersion", revision_name(*agreed_)},
@@ -318,7 +333,7 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
 
 // ---- Requests on the pool.
 
-void Session::run_later(Request request, Revision revision, const Reply& reply) {
+void Session::run_later(Request request, Speaker speaker, const Reply& reply) {
   // Entered before it is posted: a cancellation may be the very next line, when the request still waits.
   const auto work = std::make_shared<UnderWay>(progress_watcher(request.params, output_));
   {
@@ -330,12 +345,13 @@ void Session::run_later(Request request, Revision revision, const Reply& reply) 
   }
   // Without the lock: post() may wait, and the requests that make room need the lock to end.
   std::string key = request.method == kCallTool ? serial_key(request.params) : "";
-  scheduler_.post(std::move(key), line_bytes_, [this, request = std::move(request), revision, work, reply] {
-    run(request, revision, *work, reply);
-  });
+  scheduler_.post(std::move(key), line_bytes_,
+                  [this, request = std::move(request), speaker = std::move(speaker), work, reply] {
+                    run(request, speaker, *work, reply);
+                  });
 }
 
-void Session::run(const Request& request, Revision revision, UnderWay& work, const Reply& reply) {
+void Session::run(const Request& request, const Speaker& speaker, UnderWay& work, const Reply& reply) {
   // Set by every request, as the thread still has the level of the last one.
   level_of_request() =
       level_rank(utils::string_member(utils::member(request.params, "_meta"), meta_key::kLogLevel))
@@ -343,7 +359,7 @@ void Session::run(const Request& request, Revision revision, UnderWay& work, con
   std::optional<Map> message;
   try {
     work.task.check();  // it may have been cancelled while it waited
-    if (auto result = result_of(request, revision, work.task)) message = result_message(request.id, *result);
+    if (auto result = result_of(request, speaker, work.task)) message = result_message(request.id, *result);
   } catch (const utils::Cancelled&) {  // not a failure: it is not answered
   } catch (const ProtocolError& error) {
     message = error_message(request.id, error.code(), error.what(), error.data());
@@ -362,14 +378,14 @@ void Session::run(const Request& request, Revision revision, UnderWay& work, con
 
 // The result, or none for a request that stays open. Before a subscription the watch looks: see
 // PageWatch::look().
-std::optional<Map> Session::result_of(const Request& request, Revision revision, utils::Task& task) {
+std::optional<Map> Session::result_of(const Request& request, const Speaker& speaker, utils::Task& task) {
   if (request.method == kListen) {
     listen(request, task);
     return std::nullopt;
   }
   if (request.method == "resources/subscribe") {
     const std::string uri = required_string(request.params, "uri");
-    require_page_uri(provider_, revision, uri);
+    require_page_uri(provider_, speaker.revision, uri);
     watch_.look();
     if (!subscriptions_.subscribe(canonical(uri))) {
       throw ProtocolError(error_code::kInvalidParams,
@@ -382,8 +398,8 @@ std::optional<Map> Session::result_of(const Request& request, Revision revision,
     return Map::object();
   }
   if (request.method != kCallTool)
-    return find_method(request.method)->answer(provider_, revision, request.params);
-  Map result = call_tool(provider_, revision, request.params, task);
+    return find_method(request.method)->answer(provider_, speaker.revision, request.params);
+  Map result = call_tool(provider_, speaker.revision, request.params, speaker.client, task);
   watch_.wake();  // it may have been a save, whose subscribers should not wait for the next regular look
   return result;
 }

@@ -60,6 +60,11 @@ class Session {
   // A batch counts these calls.
   using Reply = std::function<void(std::optional<Map> message)>;
   struct UnderWay;
+  // Who asks, and how.
+  struct Speaker {
+    Revision revision;
+    std::string client;  // the client's name, "" if it gave none
+  };
 
   void take(Message message, const Reply& reply);
   void take_batch(std::vector<Message> batch);
@@ -68,17 +73,18 @@ class Session {
   Revision revision_of(const Request& request) const;
   std::optional<Map> answer_at_once(const Request& request, Revision revision);
   Map initialize(const Map& params);
-  std::optional<Map> result_of(const Request& request, Revision revision, utils::Task& task);
+  std::optional<Map> result_of(const Request& request, const Speaker& speaker, utils::Task& task);
   void listen(const Request& request, const utils::Task& task);
-  void run_later(Request request, Revision revision, const Reply& reply);
-  void run(const Request& request, Revision revision, UnderWay& work, const Reply& reply);
+  void run_later(Request request, Speaker speaker, const Reply& reply);
+  void run(const Request& request, const Speaker& speaker, UnderWay& work, const Reply& reply);
   void cancel(const Map& id);
   void cancel_all();
   Reply write_reply();
 
   workers::wiki::WikiProvider& provider_;
   LineWriter& output_;
-  std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as is the next
+  std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as are the next two
+  std::string client_;              // its name as `initialize` gave it
   std::size_t line_bytes_ = 0;      // of the line at hand
   std::atomic<int> log_level_;      // of the session, as an index into kLevels of session.cc
   Subscriptions subscriptions_;

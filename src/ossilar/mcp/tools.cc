@@ -94,14 +94,15 @@ std::vector<std::string> notes_on(const std::string& kept) {
 // Opening the wiki is inside the `try`: a repository that was never set up is for the agent to read, too.
 // Cancelled is no std::exception and passes.
 Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const Map& arguments,
-             utils::Task& task) {
+             const std::string& client, utils::Task& task) {
   if (const auto fault = operations::misfit(tool, arguments, Caller::session))
     return {Map{{"error", *fault}}};
   if (tool.refuse != nullptr) {
     if (auto refusal = tool.refuse(arguments)) return {*std::move(refusal)};
   }
   try {
-    operations::Result result = tool.call({.wiki = *provider.get(), .arguments = arguments, .task = task});
+    operations::Result result =
+        tool.call({.wiki = *provider.get(), .arguments = arguments, .task = task, .client = client});
     auto notes = std::move(result.notes);
     for (std::string& note : notes_on(result.kept)) notes.push_back(std::move(note));
     return {result.failure ? error_of(result.failure) : std::move(result.value), std::move(notes)};
@@ -121,12 +122,12 @@ Map list_tools(workers::wiki::WikiProvider& /*provider*/, Revision revision, con
 }
 
 Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Map& params,
-              utils::Task& task) {
+              const std::string& client, utils::Task& task) {
   const std::string name = required_string(params, "name");
   const Map& arguments = optional_object(params, "arguments");
   const Operation* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
-  return result_of(*tool, run(*tool, provider, without_nulls(arguments), task), revision);
+  return result_of(*tool, run(*tool, provider, without_nulls(arguments), client, task), revision);
 }
 
 // Saves of one page run in the order in which they came: of several concurrent drafts of one page only one

@@ -10,7 +10,8 @@ namespace {
 Result call_confirm_page(const Asked& asked) {
   return {.value = workers::wiki::confirm_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
                                                optional_text(asked.arguments, "section"),
-                                               optional_text(asked.arguments, "if_version"), asked.task)};
+                                               optional_text(asked.arguments, "if_version"), asked.client,
+                                               asked.task)};
 }
 
 }  // namespace

@@ -17,12 +17,15 @@ namespace ossilar::operations {
 Operation affected();
 Operation check_page();
 Operation cites();
+Operation compare_versions();
 Operation confirm_page();
 Operation list_pages();
 Operation page_context();
+Operation page_history();
 Operation read_page();
 Operation remove_page();
 Operation rename_page();
+Operation restore_page();
 Operation save_page();
 Operation search_wiki();
 Operation sync();
@@ -90,9 +93,10 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{
-      list_pages(), page_context(), read_page(),   save_page(),   check_page(),  confirm_page(), sync(),
-      affected(),   cites(),        rename_page(), remove_page(), wiki_status(), search_wiki()};
+  static const std::vector<Operation> all{list_pages(),   page_context(), read_page(),    save_page(),
+                                          check_page(),   confirm_page(), page_history(), compare_versions(),
+                                          restore_page(), sync(),         affected(),     cites(),
+                                          rename_page(),  remove_page(),  wiki_status(),  search_wiki()};
   return all;
 }
 

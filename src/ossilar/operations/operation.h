@@ -30,6 +30,7 @@ struct Asked {
   const Map& arguments;  // by name; misfit() has found nothing wrong with them
   utils::Task& task;     // cancels and watches the call
   Caller caller = Caller::session;
+  std::string client = {};  // who asks, for the history of what is written
 };
 
 struct Result {

@@ -8,7 +8,8 @@ namespace {
 
 Result call_remove_page(const Asked& asked) {
   return {.value = workers::wiki::remove_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
-                                              optional_text(asked.arguments, "if_version"), asked.task)};
+                                              optional_text(asked.arguments, "if_version"), asked.client,
+                                              asked.task)};
 }
 
 }  // namespace

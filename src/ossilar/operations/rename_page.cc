@@ -9,7 +9,8 @@ namespace {
 Result call_rename_page(const Asked& asked) {
   return {.value = workers::wiki::rename_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
                                               utils::string_member(asked.arguments, "new_id"),
-                                              optional_text(asked.arguments, "if_version"), asked.task)};
+                                              optional_text(asked.arguments, "if_version"), asked.client,
+                                              asked.task)};
 }
 
 }  // namespace

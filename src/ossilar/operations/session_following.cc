@@ -16,7 +16,7 @@ bool is_wanted(const Asked& asked) { return asked.caller == Caller::session && a
 void follow_before_reading(const Asked& asked, const std::string& page_id) {
   if (!is_wanted(asked)) return;
   try {
-    workers::wiki::sync_pages(asked.wiki, page_id, false, asked.task);
+    workers::wiki::sync_pages(asked.wiki, page_id, false, asked.client, asked.task);
   } catch (const std::exception& error) {
     following_logger.warning("cannot follow the moved citations of " + page_id, error);
   }

@@ -27,7 +27,8 @@ Result call_sync(const Asked& asked) {
   if (only && !workers::wiki::WikiReader(asked.wiki).has_page(*only))
     return {.value = workers::wiki::not_planned(*only, asked.wiki.planned()->plans)};
   Map pages = Map::array();
-  for (const SyncedPage& page : workers::wiki::sync_pages(asked.wiki, only, is_dry_run, asked.task))
+  for (const SyncedPage& page :
+       workers::wiki::sync_pages(asked.wiki, only, is_dry_run, asked.client, asked.task))
     pages.push_back(described_page(page, is_dry_run));
   return {.value = Map{{"pages", std::move(pages)}, {"dry_run", is_dry_run}}};
 }

@@ -56,7 +56,7 @@ TEST_F(ExportTest, LeadsFromAFormerIdToThePage) {
                  "[[page]]\nid = \"gamma\"\nsources = [\"src/beta.cpp\"]\n");
   wiki = repo.open();
   utils::Task task;
-  const auto answer = workers::wiki::rename_page(*wiki, "beta", "gamma", std::nullopt, task);
+  const auto answer = workers::wiki::rename_page(*wiki, "beta", "gamma", std::nullopt, "test", task);
   ASSERT_FALSE(answer.contains("error")) << answer;
   run();
   EXPECT_THAT(page("pages/beta.html"), HasSubstr("content=\"0; url=../pages/gamma.html\""));

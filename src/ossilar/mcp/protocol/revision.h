@@ -17,6 +17,7 @@ namespace ossilar::mcp {
 // Keys of `_meta` and of notifications since 2026-07-28.
 namespace meta_key {
 inline constexpr const char* kVersion = "io.modelcontextprotocol/protocolVersion";
+inline constexpr const char* kClientInfo = "io.modelcontextprotocol/clientInfo";
 inline constexpr const char* kClientCapabilities = "io.modelcontextprotocol/clientCapabilities";
 inline constexpr const char* kLogLevel = "io.modelcontextprotocol/logLevel";
 inline constexpr const char* kServerInfo = "io.modelcontextprotocol/serverInfo";

@@ -34,6 +34,8 @@ constexpr int kMostKeyParts = 16;
 constexpr std::size_t kLongestShown = 60;  // of a key or value in a message
 // Seconds. An hour is more than any save waits for on purpose; more is milliseconds or a slip.
 constexpr double kLongestLockTimeout = 3600;
+// More would be an archive, which git is.
+constexpr std::int64_t kMostVersions = 1000;
 constexpr std::size_t kLongestDescription = 1000;  // bytes: a few sentences, shown in briefs and lists
 // Of one page. Every glob is matched against every path, so the number bounds what a plan costs; a glob that
 // names a folder replaces many.
@@ -331,6 +333,19 @@ void read_embedding(const At& at, const toml::node& node, WikiConfig& config) {
   if (config.embedding_model.empty()) missing_model.refuse("missing; provider \"http\" needs one");
 }
 
+// At least one: the newest is the page file itself.
+std::size_t history_versions(const At& at, const toml::node& node) {
+  const std::int64_t count = value_of<std::int64_t>(at, node, "an integer");
+  if (count < 1 || count > kMostVersions) at.refuse("expected 1 to 1000");
+  return static_cast<std::size_t>(count);
+}
+
+void read_history(const At& at, const toml::node& node, WikiConfig& config) {
+  read_table(at.file, "[history]", table_of(at, node), {{"versions", [&](const At& k, const toml::node& v) {
+                                                           config.history_versions = history_versions(k, v);
+                                                         }}});
+}
+
 // `steering = "..."` or a table with `text`: people write a long text in a table of its own.
 void read_steering(const At& at, const toml::node& node, WikiConfig& config) {
   if (node.is_string()) {
@@ -441,6 +456,7 @@ WikiConfig parse_config(std::string_view text, const std::string& name) {
   read_table(name, "", table,
              {{"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
               {"embedding", [&](const At& at, const toml::node& node) { read_embedding(at, node, config); }},
+              {"history", [&](const At& at, const toml::node& node) { read_history(at, node, config); }},
               {"steering", [&](const At& at, const toml::node& node) { read_steering(at, node, config); }},
               {"page", [&](const At& at, const toml::node& node) { read_pages(at, node, config); }}});
   return config;

@@ -51,6 +51,9 @@ struct WikiConfig {
   std::string embedding_url;
   std::string embedding_model;
   std::string embedding_api_key_env;
+  // How many versions of each page are kept (host/history.h). A page file has some 10 KB, so twenty cost a
+  // wiki of a thousand pages some 200 MB once each was saved that often.
+  std::size_t history_versions = 20;
   std::string steering;  // for every page
   std::vector<PageEntry> pages;
 };

@@ -28,6 +28,7 @@ class Wiki;
 struct DraftBasis;
 struct DraftAtWork;
 struct CommitAtWork;
+struct PageRecord;
 struct Brackets;
 struct Vouching;
 class Fingerprinter;
@@ -45,6 +46,12 @@ struct SaveTerms {
   // page, still hold.
   std::optional<std::string> confirms = {};
   std::string at = {};  // when it was confirmed, ISO 8601
+  // The text is an earlier version of the page, and this its record: its sentences were written about the
+  // sources of then. Null for any other text. Must outlive the save.
+  const PageRecord* restores = nullptr;
+  // What the page's history tells of the save (host/history.h).
+  std::string client = {};
+  std::string action = "saved";
 };
 
 class WikiGenerator final : public AgentSaveMixin {
@@ -116,7 +123,9 @@ class WikiGenerator final : public AgentSaveMixin {
   std::string hand_edit_warning() const;
   store::WikiStore& store() const;
   void put_on_disk();
+  void commit_rows();
   void keep_what_was_written();
+  void note_in_history();
 
   Wiki& wiki_;
   utils::Task& task_;

@@ -296,7 +296,8 @@ store::PageFields Adoption::fields_of(const std::string& page_id, const std::str
 // row is made of the record, and the draft adds what follows from the sources. Else the row is made of the
 // record alone and leaves out what nobody knows any more. A page without a record is not drafted: a draft
 // would bring in the hashes of today's sources.
-void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text) {
+void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text,
+                          const PageChange& change) {
   const Known known = known_of(page_id, text);
   const auto drafted = known.record ? redraft(wiki_, basis_, page_id, text) : std::nullopt;
   const bool is_same_file = drafted && drafted->markdown == text;
@@ -316,6 +317,7 @@ void Adoption::adopt_text(store::WikiStore& store, const std::string& page_id, c
   const std::int64_t key = known.is_described
                                ? store.upsert_wiki_page(wiki_.branch(), page_id, known.title, fields)
                                : store.upsert_keeping_mark(wiki_.branch(), page_id, known.title, fields);
+  note_version(wiki_, store, page_id, change, text);
   if (known.is_described) arrived_.insert(page_id);
   store.store_chunks(key, chunks, {});
   store.keep_cited_texts(key, versions_of(claims), cited);
@@ -347,7 +349,10 @@ std::string Adoption::keep_former_text(const std::string& page_id) const {
 // The text is kept first: a kill in between leaves one copy too many, not one too few.
 void Adoption::forget_page(const std::string& page_id) {
   keep_former_text(page_id);
-  wiki_.store().remove_page(wiki_.branch(), page_id);
+  const auto transaction = wiki_.store().begin("forget the page " + page_id);
+  transaction->remove_page(wiki_.branch(), page_id);
+  note_removal(wiki_, *transaction, page_id, "", "");
+  transaction->commit();
   digests_.erase(page_id);
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/host/history.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 #include "ossilar/workers/wiki/pages/manifest.h"
@@ -42,9 +43,10 @@ class Adoption {
   Adoption(Wiki& wiki, ManifestContent manifest, const std::vector<std::string>& pages,
            const std::vector<std::string>& leaving = {});
 
-  // Makes row and chunks those of `text`, the page file's. `store` is the wiki's or a transaction of it. The
-  // digest waits for store_digests().
-  void adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text);
+  // Makes row and chunks those of `text`, the page file's, and notes it in the page's history. `store` is the
+  // wiki's or a transaction of it. The digest waits for store_digests().
+  void adopt_text(store::WikiStore& store, const std::string& page_id, const std::string& text,
+                  const PageChange& change = {.client = {}, .action = action::kAdopted});
 
   // Sets the page's digest by its text; it waits for store_digests(). The pages above become stale if the
   // text was `changed_here` or replaces another one, unless they are adopted together with it as a manifest

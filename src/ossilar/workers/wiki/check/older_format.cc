@@ -17,6 +17,7 @@
 #include "ossilar/workers/wiki/check/page_file.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/history.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
 namespace ossilar::workers::wiki {
@@ -65,6 +66,7 @@ bool give_record(Wiki& wiki, store::WikiStore& store, const std::string& page_id
     return false;
   }
   store.restate_page(wiki.branch(), page_id, _text_hash(text), stretches_of(record.claims));
+  note_version(wiki, store, page_id, {.client = {}, .action = action::kMigrated}, text);
   return true;
 }
 

@@ -18,9 +18,11 @@ namespace {
 
 // Row, chunks and digest, in one transaction. A page that left the plan tells no page above it any more, so
 // marks are due for a planned one alone.
-void remove_row(Wiki& wiki, const Plans& plans, const std::string& page_id) {
+void remove_row(Wiki& wiki, const Plans& plans, const std::string& page_id, const std::string& client,
+                const std::string& text) {
   const auto transaction = wiki.store().begin("remove the page " + page_id);
   transaction->remove_page(wiki.branch(), page_id);
+  note_removal(wiki, *transaction, page_id, client, text);
   store::PageDigests digests = transaction->load_digests(wiki.branch());
   const bool told = digests.find(page_id) != nullptr && plans.find(page_id) != nullptr;
   digests.erase(page_id);
@@ -38,7 +40,7 @@ std::string put_text_away(Wiki& wiki, const std::string& page_id, const Map& row
 }
 
 Answer remove_under_lock(Wiki& wiki, const Plans& plans, const std::string& page_id,
-                         const std::optional<std::string>& if_version) {
+                         const std::optional<std::string>& if_version, const std::string& client) {
   const store::StoredRows rows = wiki.stored_pages();
   const Map* row = rows.find(page_id);
   if (row == nullptr) {
@@ -50,7 +52,7 @@ Answer remove_under_lock(Wiki& wiki, const Plans& plans, const std::string& page
   if (auto refusal = refuse_other_page(wiki, page_id, page, if_version)) return *std::move(refusal);
   const std::vector<std::string> linking = pages_linking(wiki, rows, page_id);
   const std::string kept = put_text_away(wiki, page_id, *row);
-  remove_row(wiki, plans, page_id);
+  remove_row(wiki, plans, page_id, client, page.text);
   publish_rows(wiki);
   return {{"removed", true}, {"page_id", page_id}, {"kept", kept}, {"linked_by", linking}};
 }
@@ -90,13 +92,13 @@ std::vector<std::string> pages_linking(const Wiki& wiki, const store::StoredRows
 }
 
 Answer remove_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& if_version,
-                   utils::Task& task) {
+                   const std::string& client, utils::Task& task) {
   const auto planned = wiki.prepare();  // before the lock: a scan may take long
   task.begin_step("waiting for the write lock");
   Answer answer;
   try {
-    wiki.with_write_lock(true, task,
-                         [&] { answer = remove_under_lock(wiki, planned->plans, page_id, if_version); });
+    wiki.with_write_lock(
+        true, task, [&] { answer = remove_under_lock(wiki, planned->plans, page_id, if_version, client); });
   } catch (const _WikiBusy& busy) {
     return {{"error", busy.what()}, {"page_id", page_id}};
   }

@@ -32,6 +32,6 @@ std::vector<std::string> pages_linking(const Wiki& wiki, const store::StoredRows
 //
 // Refused for a page that is not stored, and for one of another version than `if_version`.
 Answer remove_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& if_version,
-                   utils::Task& task);
+                   const std::string& client, utils::Task& task);
 
 }  // namespace ossilar::workers::wiki

@@ -41,9 +41,10 @@ PageRecord record_before(const std::string& text, const Map& row) {
 // One renaming, under the write lock.
 class Renaming {
  public:
-  Renaming(Wiki& wiki, Renamed renamed)
+  Renaming(Wiki& wiki, Renamed renamed, std::string client)
       : wiki_(wiki),
         renamed_(std::move(renamed)),
+        client_(std::move(client)),
         rows_(wiki.stored_pages()),
         row_(rows_.find(renamed_.from)) {}
 
@@ -141,7 +142,7 @@ class Renaming {
 
   Answer carry_out() {
     rewrite_page_file(wiki_, renamed_.to, new_text_, new_text_);
-    std::vector<std::string> relinked = relink_pages(wiki_, renamed_);
+    std::vector<std::string> relinked = relink_pages(wiki_, renamed_, client_);
     const std::string kept = put_page_file_away(wiki_, renamed_.from, row_);
     store_rows();
     publish_rows(wiki_);
@@ -160,7 +161,7 @@ class Renaming {
     if (!is_edited()) manifest.described[renamed_.to] = {_text_hash(new_text_)};
     Adoption adoption(wiki_, std::move(manifest), {renamed_.to}, {renamed_.from});
     const auto transaction = wiki_.store().begin("rename the page " + renamed_.from + " to " + renamed_.to);
-    move_row(wiki_, *transaction, adoption, renamed_);
+    move_row(wiki_, *transaction, adoption, renamed_, client_);
     adoption.store_digests(*transaction);
     transaction->commit();
   }
@@ -181,6 +182,7 @@ class Renaming {
 
   Wiki& wiki_;
   const Renamed renamed_;
+  const std::string client_;
   const store::StoredRows rows_;  // as they were before
   const Map* const row_;          // the page's, null if it is not stored
   StandingPage page_;
@@ -191,7 +193,8 @@ class Renaming {
 }  // namespace
 
 Answer rename_page(Wiki& wiki, const std::string& page_id, const std::string& new_id,
-                   const std::optional<std::string>& if_version, utils::Task& task) {
+                   const std::optional<std::string>& if_version, const std::string& client,
+                   utils::Task& task) {
   if (!is_page_id(new_id)) {
     return refused(page_id,
                    "'" + utils::printable(new_id) +
@@ -202,7 +205,9 @@ Answer rename_page(Wiki& wiki, const std::string& page_id, const std::string& ne
   task.begin_step("waiting for the write lock");
   Answer answer;
   try {
-    wiki.with_write_lock(true, task, [&] { answer = Renaming(wiki, {page_id, new_id}).run(if_version); });
+    wiki.with_write_lock(true, task, [&] {
+      answer = Renaming(wiki, {page_id, new_id}, client).run(if_version);
+    });
   } catch (const _WikiBusy& busy) {
     return {{"error", busy.what()}, {"page_id", page_id}};
   }
@@ -223,7 +228,7 @@ std::optional<std::string> renaming_cut_short(const Wiki& wiki, const store::Sto
 
 // A page file that is not its row's, such as a hand's edit, gets the new definition too, and stays what its
 // row does not know.
-std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed) {
+std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed, const std::string& client) {
   const store::StoredRows rows = wiki.stored_pages();
   std::vector<std::string> linking = pages_linking(wiki, rows, renamed.from);
   for (const std::string& page_id : linking) {
@@ -233,15 +238,21 @@ std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed) {
     rewrite_page_file(wiki, page_id, text, changed);
     const Map& row = *rows.find(page_id);
     if (_text_hash(text) != utils::string_member(row, "content_hash")) continue;
-    wiki.store().restate_page(wiki.branch(), page_id, _text_hash(changed),
+    const auto transaction = wiki.store().begin("store the page " + page_id);
+    transaction->restate_page(wiki.branch(), page_id, _text_hash(changed),
                               utils::json_member(row, "citations").get<std::vector<Map>>());
+    note_version(wiki, *transaction, page_id, {.client = client, .action = action::kRelinked}, changed, text);
+    transaction->commit();
   }
   return linking;
 }
 
-void move_row(Wiki& wiki, store::WikiStore& store, Adoption& adoption, const Renamed& renamed) {
+void move_row(Wiki& wiki, store::WikiStore& store, Adoption& adoption, const Renamed& renamed,
+              const std::string& client) {
   const auto marks = store.stale_marks(wiki.branch());
-  adoption.adopt_text(store, renamed.to, page_text(wiki.paths(), renamed.to));
+  store.move_versions(wiki.branch(), renamed.from, renamed.to);
+  adoption.adopt_text(store, renamed.to, page_text(wiki.paths(), renamed.to),
+                      {.client = client, .action = action::kRenamed});
   if (const auto mark = marks.find(renamed.from); mark != marks.end())
     store.mark_stale(wiki.branch(), {{renamed.to, mark->second}});
   store.remove_page(wiki.branch(), renamed.from);

@@ -27,7 +27,8 @@ namespace ossilar::workers::wiki {
 // Refused for a page that is not stored, for an id that is none, is taken, or would not be in the plan, and
 // for a page of another version than `if_version`. A call that repeats one that was carried out succeeds.
 Answer rename_page(Wiki& wiki, const std::string& page_id, const std::string& new_id,
-                   const std::optional<std::string>& if_version, utils::Task& task);
+                   const std::optional<std::string>& if_version, const std::string& client,
+                   utils::Task& task);
 
 // The former id if `text`, the file of `page_id`, which has no row, was written by a renaming that did not
 // come to its end; else none.
@@ -37,9 +38,10 @@ std::optional<std::string> renaming_cut_short(const Wiki& wiki, const store::Sto
 // What is left to do once the new file is there, each step after the one that it needs.
 //
 // The definitions of other pages lead to the new file. Gives the pages that had one.
-std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed);
+std::vector<std::string> relink_pages(Wiki& wiki, const Renamed& renamed, const std::string& client);
 // The row of the new id for that of the old one, with its stale mark. `adoption` knows the new page, and that
 // the old one leaves; its digests are the caller's to store.
-void move_row(Wiki& wiki, store::WikiStore& store, Adoption& adoption, const Renamed& renamed);
+void move_row(Wiki& wiki, store::WikiStore& store, Adoption& adoption, const Renamed& renamed,
+              const std::string& client);
 
 }  // namespace ossilar::workers::wiki

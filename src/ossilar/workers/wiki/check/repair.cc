@@ -114,10 +114,10 @@ void Repair::finish_renaming(const std::string& page_id) {
   const auto former = renaming_cut_short(wiki_, rows_, page_text(wiki_.paths(), page_id));
   if (!former) return;
   const Renamed renamed{*former, page_id};
-  relink_pages(wiki_, renamed);
+  relink_pages(wiki_, renamed, "");
   put_page_file_away(wiki_, renamed.from, rows_.find(renamed.from));
   const auto transaction = wiki_.store().begin("rename the page " + renamed.from + " to " + renamed.to);
-  move_row(wiki_, *transaction, adoption_, renamed);
+  move_row(wiki_, *transaction, adoption_, renamed, "");
   transaction->commit();
 }
 

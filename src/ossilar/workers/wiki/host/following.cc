@@ -12,6 +12,7 @@
 #include "ossilar/source/git/text_diff.h"
 #include "ossilar/workers/wiki/agent_answers.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/history.h"
 #include "ossilar/workers/wiki/host/saving.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 #include "ossilar/workers/wiki/sections.h"
@@ -79,7 +80,8 @@ bool has_moved(const std::vector<KnownClaim>& claims, CitationFollower& follower
 }
 
 SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& known,
-                     CitationFollower& follower, bool is_dry_run, utils::Task& task) {
+                     CitationFollower& follower, bool is_dry_run, const std::string& client,
+                     utils::Task& task) {
   SyncedPage page{.page_id = page_id, .followed = {}, .left = {}, .diff = {}, .refusal = {}};
   const auto standing = standing_text(wiki, page_id);
   if (!standing) return page;
@@ -91,9 +93,9 @@ SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& 
                                      {"b/" + name, with_authored(standing->page, standing->authored, text)});
     return page;
   }
-  const Answer answer =
-      answer_of(save_page(wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
-                          {.follows = labels_of(page.followed)}));
+  const Answer answer = answer_of(
+      save_page(wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
+                {.follows = labels_of(page.followed), .client = client, .action = action::kFollowed}));
   page.refusal = utils::string_member(answer, "error");
   return page;
 }
@@ -103,7 +105,7 @@ SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& 
 // One follower for all pages, as many cite the same files. It stays right while pages are saved: it looks at
 // sources alone.
 std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>& only, bool is_dry_run,
-                                   utils::Task& task) {
+                                   const std::string& client, utils::Task& task) {
   const auto planned = wiki.prepare();
   const auto follower = wiki.follower(*planned);
   std::vector<SyncedPage> pages;
@@ -112,7 +114,8 @@ std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>&
     task.check();
     std::vector<KnownClaim> claims = remembered_claims(row);
     if (!has_moved(claims, *follower)) return;
-    SyncedPage page = sync_page(wiki, page_id, KnownClaims(std::move(claims)), *follower, is_dry_run, task);
+    SyncedPage page =
+        sync_page(wiki, page_id, KnownClaims(std::move(claims)), *follower, is_dry_run, client, task);
     if (!page.followed.empty()) pages.push_back(std::move(page));
   });
   return pages;
@@ -131,7 +134,8 @@ std::string followed_content(Wiki& wiki, const std::string& page_id, const std::
 }
 
 Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
-                    const std::optional<std::string>& if_version, utils::Task& task) {
+                    const std::optional<std::string>& if_version, const std::string& client,
+                    utils::Task& task) {
   const auto planned = wiki.prepare();
   if (planned->plans.find(page_id) == nullptr) return not_planned(page_id, planned->plans);
   const store::StoredRows rows = wiki.stored_pages();
@@ -161,11 +165,13 @@ Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<
         {"page_id", page_id},
         {"gone", gone}};
   }
-  return answer_of(save_page(wiki,
-                             {.page_id = page_id,
-                              .content = standing->authored,
-                              .if_version = if_version ? *if_version : standing->version},
-                             task, {.confirms = section.value_or(""), .at = _now_iso()}));
+  return answer_of(save_page(
+      wiki,
+      {.page_id = page_id,
+       .content = standing->authored,
+       .if_version = if_version ? *if_version : standing->version},
+      task,
+      {.confirms = section.value_or(""), .at = _now_iso(), .client = client, .action = action::kConfirmed}));
 }
 
 }  // namespace ossilar::workers::wiki

@@ -29,7 +29,7 @@ struct SyncedPage {
 // other byte of it. It does not count as a look at the page: everything else stays as stale as it was. With
 // `is_dry_run` nothing is written. Pages without moved citations are left alone and not in the result.
 std::vector<SyncedPage> sync_pages(Wiki& wiki, const std::optional<std::string>& only, bool is_dry_run,
-                                   utils::Task& task);
+                                   const std::string& client, utils::Task& task);
 
 // The text of a page, or of its section, with the lines of moved citations rewritten in the sentences that
 // stand as they stood; `followed` gets each. What another has changed of it meanwhile, the save decides.
@@ -40,6 +40,7 @@ std::string followed_content(Wiki& wiki, const std::string& page_id, const std::
 // source as it is. Takes its fingerprints anew and records time and commit; the text stays. Refused for a
 // page that has another version than `if_version`, and for a citation that is gone: nobody can look at that.
 Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<std::string>& section,
-                    const std::optional<std::string>& if_version, utils::Task& task);
+                    const std::optional<std::string>& if_version, const std::string& client,
+                    utils::Task& task);
 
 }  // namespace ossilar::workers::wiki

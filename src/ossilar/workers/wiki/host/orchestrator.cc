@@ -25,6 +25,7 @@
 #include "ossilar/workers/wiki/digests.h"
 #include "ossilar/workers/wiki/host/author_warnings.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
+#include "ossilar/workers/wiki/host/history.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
 #include "ossilar/workers/wiki/host/settled_claims.h"
 #include "ossilar/workers/wiki/host/wiki.h"
@@ -62,6 +63,16 @@ void put_former_file_away(const Wiki& wiki, const DraftAtWork& draft, const IsKn
 std::vector<KnownClaim> all_claims(const Settled& settled) {
   std::vector<KnownClaim> claims = settled.claims;
   claims.insert(claims.end(), settled.lost.begin(), settled.lost.end());
+  return claims;
+}
+
+// What the sentences of the text are known to cite. Those of a restored version come first: its text was
+// written with them, and of two claims of one sentence the first counts.
+std::vector<KnownClaim> claims_before(const Map* row, const PageRecord* restored) {
+  std::vector<KnownClaim> claims = restored == nullptr ? std::vector<KnownClaim>() : restored->claims;
+  if (row == nullptr) return claims;
+  std::vector<KnownClaim> now = remembered_claims(*row);
+  claims.insert(claims.end(), now.begin(), now.end());
   return claims;
 }
 
@@ -203,7 +214,7 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
       wiki_.commit());
   drop_empty(brackets, prints);
   const Map* row = draft_->basis.rows.find(plan.page_id);
-  const KnownClaims before(row == nullptr ? std::vector<KnownClaim>() : remembered_claims(*row));
+  const KnownClaims before(claims_before(row, terms_.restores));
   draft_->settled =
       settled_claims(text, brackets, before, vouching(), *wiki_.follower(*draft_->basis.planned), prints);
   draft_->cited_texts = prints.texts();
@@ -234,12 +245,14 @@ Vouching WikiGenerator::vouching() const {
   return {.is_new = draft_->basis.rows.find(draft_->page_id) == nullptr,
           .follows = terms_.follows,
           .section = draft_->section,
-          .confirms = terms_.confirms};
+          .confirms = terms_.confirms,
+          .restores = terms_.restores != nullptr};
 }
 
 // Of a page of which only a part was looked at, the files that it rested on keep the hashes of then: the rest
-// of the page was written from those.
+// of the page was written from those. A restored text was written from the files of its record.
 std::map<std::string, std::string> WikiGenerator::hashes_of(const std::vector<std::string>& files) const {
+  if (terms_.restores != nullptr) return terms_.restores->source_hashes;
   const Map* row = draft_->basis.rows.find(draft_->page_id);
   if (vouching().is_whole() || row == nullptr || utils::string_member(*row, "status") == kUnverified)
     return source_hashes(files, *draft_->basis.planned->index, wiki_.config().steering);
@@ -251,6 +264,7 @@ std::map<std::string, std::string> WikiGenerator::hashes_of(const std::vector<st
 
 // Those that still hold: a whole save says more than all of them, a section's says more than that section's.
 std::vector<Map> WikiGenerator::confirmations() const {
+  if (terms_.restores != nullptr) return terms_.restores->confirmations;
   std::vector<Map> confirmed;
   const Map* row = draft_->basis.rows.find(draft_->page_id);
   const Map cache = build_cache_of(row);
@@ -395,6 +409,7 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
     return hash == draft || hash == row;
   };
   settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());
+  commit_->text = draft.markdown;
   commit_->transaction = wiki_.store().begin("store the page " + draft_->page_id);
   std::optional<Answer> answer;
   try {
@@ -409,18 +424,40 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
   return answer;
 }
 
-// Taken out first: after a commit, whether or not it fails, the transaction has ended and store() must not
-// use it.
 void WikiGenerator::put_on_disk() {
   task_.begin_stage("committing the rows");
+  note_in_history();
+  commit_rows();
+}
+
+// Taken out first: after a commit, whether or not it fails, the transaction has ended and store() must not
+// use it.
+void WikiGenerator::commit_rows() {
   const auto transaction = std::exchange(commit_->transaction, nullptr);
   transaction->commit();
 }
 
+// In the row's transaction: the newest version is the text that the row describes.
+void WikiGenerator::note_in_history() {
+  note_version(wiki_, *commit_->transaction, draft_->page_id,
+               {.client = terms_.client, .action = terms_.action}, commit_->text, draft_->standing.text);
+}
+
+// What fails here is only logged: the caller rethrows the failure that led here.
 void WikiGenerator::keep_what_was_written() {
+  if (!commit_->transaction) return;
   try {
-    if (commit_->transaction) put_on_disk();
-  } catch (const std::exception& error) {  // only logged: the caller rethrows the failure that led here
+    const store::StoredRows rows = commit_->transaction->get_wiki_pages(branch());
+    const Map* row = rows.find(draft_->page_id);
+    const bool is_written =
+        row != nullptr && utils::string_member(*row, "content_hash") == _text_hash(commit_->text);
+    if (is_written) note_in_history();
+  } catch (const std::exception& error) {
+    host_logger.warning("cannot note the failed save in the page's history", error);
+  }
+  try {
+    commit_rows();
+  } catch (const std::exception& error) {
     host_logger.warning("cannot commit what the failed save had written", error);
   }
 }

@@ -51,6 +51,7 @@ struct CommitAtWork {
   Plans reconciled_plans;                 // the plan that the digests were last fitted to
   store::PageDigests digests;
   std::string mark;  // why the page was stale, "" if no mark said so
+  std::string text;  // the page file's, once it is committed
 };
 
 }  // namespace ossilar::workers::wiki

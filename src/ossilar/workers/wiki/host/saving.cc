@@ -52,7 +52,7 @@ void index_words(Wiki& wiki) {
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms) {
   if (auto refusal = refuse_blank(request.content))
     return {.answer = *std::move(refusal), .failure = {}, .version = {}, .kept = {}};
-  const bool is_kept = !terms.follows && !terms.confirms;
+  const bool is_kept = !terms.follows && !terms.confirms && terms.restores == nullptr;
   terms.if_version = request.if_version;
   WikiGenerator save(wiki, task, std::move(terms));
   SaveOutcome outcome;

@@ -28,8 +28,8 @@ struct SaveOutcome {
 // The caller has refused content that is too large or no text (refuse_request()).
 //
 // Thread-safety: may be called from any thread.
-// `terms` say what else than an author's text is saved; their version is the request's. Such a text is not
-// kept.
+// `terms` say who saves, and what else than an author's text is saved, which is not kept then; their version
+// is the request's.
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms = {});
 
 // What a save would answer, with `saved` false and `dry_run` true in it. Nothing is written, a refused text

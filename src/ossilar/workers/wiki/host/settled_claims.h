@@ -31,9 +31,10 @@ struct Vouching {
   std::optional<std::string> section = {};  // the save replaces only this section
   // Of this section, or with "" of the whole page, the author says that the words still hold.
   std::optional<std::string> confirms = {};
+  bool restores = false;  // the text is an earlier version, which nobody has compared with today's sources
 
   // Whether it is the whole page, by a new text or by a confirmation.
-  bool is_whole() const { return !section && !follows && confirms.value_or("").empty(); }
+  bool is_whole() const { return !section && !follows && !restores && confirms.value_or("").empty(); }
 };
 
 struct Settled {

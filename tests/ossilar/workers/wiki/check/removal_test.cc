@@ -41,7 +41,7 @@ class RemovalTest : public ::testing::Test {
 
   Answer remove(const std::string& page_id, const std::optional<std::string>& version = {}) {
     utils::Task task;
-    return remove_page(*wiki_, page_id, version, task);
+    return remove_page(*wiki_, page_id, version, "test", task);
   }
   bool has_alpha() const { return std::filesystem::exists(repo_.dir / "wiki/pages/alpha.md"); }
 

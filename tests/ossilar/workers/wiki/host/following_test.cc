@@ -44,13 +44,13 @@ class FollowingTest : public ::testing::Test {
   // What was done to the page; nothing if it was left alone.
   SyncedPage sync(bool is_dry_run = false) {
     utils::Task task;
-    const auto pages = sync_pages(*wiki_, std::nullopt, is_dry_run, task);
+    const auto pages = sync_pages(*wiki_, std::nullopt, is_dry_run, "test", task);
     EXPECT_LE(pages.size(), 1U);
     return pages.empty() ? SyncedPage{} : pages.front();
   }
   Answer confirm(const std::optional<std::string>& section, const std::optional<std::string>& version = {}) {
     utils::Task task;
-    return confirm_page(*wiki_, "alpha", section, version, task);
+    return confirm_page(*wiki_, "alpha", section, version, "test", task);
   }
   // The source with the lines that section Two cites changed, and all others one line further down.
   void move_one_and_change_two() {
