@@ -3,12 +3,15 @@
 #include "ossilar/web/diagram_layout.h"
 
 #include <graphviz/gvc.h>
+#include <graphviz/gvplugin.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
 #include "ossilar/utils/text.h"
+
+extern "C" gvplugin_library_t gvplugin_dot_layout_LTX_library;
 
 namespace ossilar::web {
 namespace {
@@ -39,6 +42,13 @@ void set(void* object, const char* name, const std::string& value) {
   agsafeset(object, attribute.data(), text.data(), fallback.data());
 }
 
+// The layout is linked and not looked for: Graphviz finds its plugins by a file at a fixed place, which a
+// program that brings its libraries along does not have.
+const lt_symlist_t kPlugins[] = {
+    {"gvplugin_dot_layout_LTX_library", &gvplugin_dot_layout_LTX_library},
+    {nullptr, nullptr},
+};
+
 struct Closed {
   void operator()(graph_t* graph) const { agclose(graph); }
 };
@@ -66,7 +76,7 @@ DiagramLayout::Arrow arrow_of(edge_t* edge, double height) {
 }  // namespace
 
 struct DiagramLayouts::Context {
-  Context() : gvc(gvContext()) {
+  Context() : gvc(gvContextPlugins(static_cast<const lt_symlist_t*>(kPlugins), 0)) {
     agseterrf([](char*) { return 0; });
   }
   ~Context() {
