@@ -18,6 +18,8 @@
 #include "ossilar/cli/client_setup.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/log_sink.h"
+#include "ossilar/cli/manuals/shell_scripts.h"
+#include "ossilar/cli/self.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/check/finding.h"
@@ -30,6 +32,7 @@ using Command = std::function<int(Output&)>;
 struct Arguments {
   Place place;
   bool json = false;
+  bool version = false;
   ColorChoice color = ColorChoice::automatic;
   InitArguments init;
   CheckArguments check;
@@ -38,6 +41,9 @@ struct Arguments {
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
   std::map<std::string, Map> given;
+  std::string shell;               // of `completion`
+  std::vector<std::string> words;  // of `complete`
+  std::string folder;              // of `generate`
   utils::LogSink log;
   Command command;
 };
@@ -63,7 +69,8 @@ CLI::App* add_command(CLI::App& app, Arguments& arguments, std::string_view name
 void add_globals(CLI::App& app, Arguments& arguments) {
   static const std::map<std::string, ColorChoice> kColors{
       {"auto", ColorChoice::automatic}, {"always", ColorChoice::always}, {"never", ColorChoice::never}};
-  app.set_version_flag("--version", "ossilar " OSSILAR_VERSION);
+  app.add_flag("--version", arguments.version,
+               "Print the version; with --json also what it was built with and reads");
   app.add_option("--repo", arguments.place.repo,
                  "The repository, or a folder in it (default: the current folder)")
       ->type_name("DIR");
@@ -112,6 +119,16 @@ std::string help_of(const operations::Argument& argument) {
   return help;
 }
 
+// Lets completions know the words that fit (manuals/grammar.h). It accepts all others too: misfit() refuses
+// them, in the same words as in a session. option_text(): without it the help would list the words twice.
+void offer_choices(CLI::Option& option, const operations::Argument& argument) {
+  if (!argument.schema.contains("enum")) return;
+  const auto words = argument.schema.at("enum").get<std::vector<std::string>>();
+  option.option_text(argument.value.empty() ? "TEXT" : std::string(argument.value));
+  option.check(
+      CLI::Validator([](std::string&) { return std::string(); }, "{" + utils::join(words, ",") + "}"));
+}
+
 // Adds the argument as an option, a flag or a positional, as its name in the shell says. The callbacks write
 // into `given` during the parsing, long after this returns: it must be the operation's entry in
 // Arguments::given.
@@ -132,6 +149,7 @@ void add_argument(CLI::App& command, const operations::Argument& argument, Map& 
         option, [&given, name](const std::string& value) { given[name] = value; }, help_of(argument));
   }
   if (!argument.value.empty()) added->type_name(std::string(argument.value));
+  offer_choices(*added, argument);
   // A file may be left out: the value then comes from standard input (run_operation.cc).
   added->required(argument.required && !argument.from_file);
 }
@@ -224,14 +242,50 @@ void add_export_command(CLI::App& app, Arguments& arguments) {
       ->option_text("HOW");
 }
 
+void add_doctor_command(CLI::App& app, Arguments& arguments) {
+  add_command(
+      app, arguments, "doctor", "Say what is missing or odd on this machine, and how to mend it",
+      "ossilar doctor", [&](Output& output) { return run_doctor(arguments.place, output); },
+      "Exit code 1 when something is odd.");
+}
+
+void add_own_commands(CLI::App& app, Arguments& arguments) {
+  std::vector<std::string> names;
+  names.reserve(shells().size());
+  for (const Shell& shell : shells()) names.emplace_back(shell.name);
+  add_command(
+      app, arguments, "completion", "Print the script that makes a shell complete commands and pages",
+      "source <(ossilar completion bash)\nossilar completion fish | source",
+      [&](Output& output) {
+        print_script(arguments.shell, output);
+        return kDone;
+      },
+      "An installed package has brought the scripts already.")
+      ->add_option("SHELL", arguments.shell, utils::join(names, ", "))
+      ->check(CLI::IsMember(names))
+      ->option_text(" ")
+      ->required();
+  // For the scripts and the build, not for people: no help shows a command of the group "".
+  add_command(app, arguments, "complete", "Print what may come next on a command line", "",
+              [&](Output&) -> int { run_complete(app, arguments.words); })
+      ->group("")
+      ->add_option("WORD", arguments.words);
+  add_command(app, arguments, "generate", "Write what an installation has beside the program", "",
+              [&](Output&) {
+                write_companions(app, arguments.folder);
+                return kDone;
+              })
+      ->group("")
+      ->add_option("DIR", arguments.folder)
+      ->required();
+}
+
 // What is wrong with the arguments. Where the first word is no command, the parser only says that a command
 // is missing; the word is what the user mistyped, so it goes into the message instead.
 std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
   std::string message = error.what();
   if (const auto left = app.remaining(true); !left.empty()) {
     message = "unknown command or argument '" + left.front() + "'";
-  } else if (error.get_name() == "RequiredError" && app.get_subcommands().empty()) {
-    message = "no command given";
   }
   return message + "; see: ossilar --help";
 }
@@ -243,9 +297,14 @@ int fail(Output& output, int code, const std::string& message) {
   return code;
 }
 
+int tell_version(Output& output) {
+  print_version(output);
+  return kDone;
+}
+
 int run_command(const Arguments& arguments, Output& output) {
   try {
-    return arguments.command(output);
+    return arguments.command ? arguments.command(output) : run_without_command(arguments.place, output);
   } catch (const utils::ConfigError& error) {  // first, as it is a std::exception too
     return fail(output, kUsage, error.what());
   } catch (const std::exception& error) {
@@ -260,7 +319,7 @@ int run(int argc, char** argv) {
   CLI::App app("A wiki about this repository that agents write and that stays true.", "ossilar");
   app.footer(
       "Exit codes: 0 done, 1 refused or found something, 2 wrong usage or configuration, 3 a failure.");
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   // Global options may follow the command: ossilar plan --json. Set before the commands are added, as a
   // command copies the setting when it is made.
   app.fallthrough();
@@ -273,10 +332,12 @@ int run(int argc, char** argv) {
   add_mcp_command(app, arguments);
   add_serve_command(app, arguments);
   add_export_command(app, arguments);
+  add_doctor_command(app, arguments);
+  add_own_commands(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& asked) {
-    return app.exit(asked);  // --help and --version
+    return app.exit(asked);  // --help
   } catch (const CLI::ParseError& error) {
     Output output(arguments.json, arguments.color);
     return fail(output, kUsage, usage_message(app, error));
@@ -285,7 +346,7 @@ int run(int argc, char** argv) {
   arguments.log = stderr_sink();
   utils::set_log_sink(arguments.log);
   Output output(arguments.json, arguments.color);
-  const int code = run_command(arguments, output);
+  const int code = arguments.version ? tell_version(output) : run_command(arguments, output);
   // A command that did its work but could not print it (a full disk behind a redirection) must not end with
   // 0.
   if (output.flush()) return code;

@@ -58,18 +58,6 @@ Invocation on_this_machine(const fs::path& root) {
           .repository = utils::valid_utf8(root.string())};
 }
 
-// Whether a client that starts `ossilar` by its bare name finds one. Splits PATH as lines; an empty entry is
-// the current folder, as in a shell.
-bool is_on_path() {
-  const char* path = std::getenv("PATH");
-  std::string folders = path == nullptr ? "" : path;
-  std::replace(folders.begin(), folders.end(), ':', '\n');
-  const auto lines = utils::split_lines(folders);
-  return std::any_of(lines.begin(), lines.end(), [](std::string_view folder) {
-    return access((fs::path(folder) / "ossilar").c_str(), X_OK) == 0;
-  });
-}
-
 void print_block(const std::string& text, Output& output) {
   for (const std::string_view line : utils::split_lines(text)) output.line("  " + Shown(line));
 }
@@ -92,6 +80,10 @@ ClientFiles::ClientFiles(const fs::path& root, const std::vector<std::string>& n
     }
     files_.push_back(std::move(file));
   }
+}
+
+bool ClientFiles::is_entered() const {
+  return std::none_of(files_.begin(), files_.end(), [](const File& file) { return file.changed; });
 }
 
 void ClientFiles::write() const {
@@ -141,6 +133,17 @@ void print_client_advice(const fs::path& root, Output& output) {
   output.line("  ossilar init --client NAME   NAME is one of " + utils::join(client_names(), ", "));
   output.line("Any other client needs this entry in its own format:");
   output.line("  " + utils::printable_json(utils::json_text(server_on_this_machine(root))));
+}
+
+// Splits PATH as lines; an empty entry is the current folder, as in a shell.
+bool is_on_path() {
+  const char* path = std::getenv("PATH");
+  std::string folders = path == nullptr ? "" : path;
+  std::replace(folders.begin(), folders.end(), ':', '\n');
+  const auto lines = utils::split_lines(folders);
+  return std::any_of(lines.begin(), lines.end(), [](std::string_view folder) {
+    return access((fs::path(folder) / "ossilar").c_str(), X_OK) == 0;
+  });
 }
 
 Map server_on_this_machine(const fs::path& root) { return common_configuration(on_this_machine(root)); }

@@ -26,6 +26,9 @@ class ClientFiles {
   // Replaces the files whose text changes, one after the other, each whole. Throws utils::IoError.
   void write() const;
 
+  // Whether all of the files start ossilar as they are; those that are not in the repository do not count.
+  bool is_entered() const;
+
   // Both say what was written and what is left to the user: lines for a person, a list for a program.
   void print(Output& output) const;
   Map documents() const;
@@ -44,6 +47,9 @@ class ClientFiles {
 
 // Prints how to set a client up, for a user who named none.
 void print_client_advice(const std::filesystem::path& root, Output& output);
+
+// Whether a client that starts `ossilar` by its bare name finds one.
+bool is_on_path();
 
 // How a client on this machine starts the server, as the JSON that most clients read. It has absolute paths.
 Map server_on_this_machine(const std::filesystem::path& root);

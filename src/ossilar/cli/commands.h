@@ -77,6 +77,14 @@ struct ExportArguments {
 };
 int run_export(const Place& place, const ExportArguments& arguments, Output& output);
 
+// Says of each thing that ossilar relies on whether it is as it should be on this machine, and how to mend
+// it; kRefused when something is odd (doctor/examinations.h).
+int run_doctor(const Place& place, Output& output);
+
+// For a user who named no command: says what this is and the one next step. Always kUsage, so that a script
+// whose command is empty fails.
+int run_without_command(const Place& place, Output& output);
+
 // Shared by the commands.
 
 // Brings the wiki's index and plan up to date with a progress bar, and names on standard error the files that

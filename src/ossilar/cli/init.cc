@@ -20,6 +20,7 @@ namespace ossilar::cli {
 namespace {
 
 using workers::wiki::AdoptionReport;
+using workers::wiki::PageState;
 using workers::wiki::WikiStatus;
 
 void print_adoption(const AdoptionReport& report, Output& output) {
@@ -41,15 +42,35 @@ void print_adoption(const AdoptionReport& report, Output& output) {
   tell_of_records(report.given_records);
 }
 
-void print_next_steps(const WikiStatus& status, Output& output) {
+// A page about code before those that sum such pages up: its sources are all that its author needs.
+const PageState* first_to_write(const WikiStatus& status) {
+  const PageState* first = nullptr;
+  for (const PageState& page : status.pages) {
+    if (page.condition != workers::wiki::PageCondition::missing) continue;
+    if (page.type == "module") return &page;
+    if (first == nullptr) first = &page;
+  }
+  return first;
+}
+
+void print_next_steps(Output& output) {
   output.line();
   output.line("Next:");
-  output.line("  ossilar plan                 list the pages to write");
-  // Where no page is planned, "overview" stands for one, so that the commands are complete.
-  const std::string first = status.pages.empty() ? "overview" : status.pages.front().page_id;
-  output.line("  ossilar context " + first + "     print what the author of a page needs to know");
-  output.line("  ossilar save " + first + " FILE   check a page and store it");
+  output.line("  ossilar plan     list the pages to write");
+  output.line("  ossilar doctor   say what is missing or odd on this machine");
   output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local, and git ignores it.");
+}
+
+// The last thing on the screen, so that a reader who is done knows what to type. Nothing in a wiki whose
+// pages are all written.
+void print_first_page(const WikiStatus& status, Output& output) {
+  const PageState* page = first_to_write(status);
+  if (page == nullptr) return;
+  output.line();
+  output.line("The first page to write is " + output.styled(Style::bold, page->page_id) + ", \"" +
+              page->title + "\":");
+  output.line("  ossilar context " + page->page_id + "     print what its author needs to know");
+  output.line("  ossilar save " + page->page_id + " FILE   check it and store it");
 }
 
 // valid_utf8(): a path may be any bytes, and JSON holds none that are not UTF-8.
@@ -97,10 +118,11 @@ int run_init(const Place& place, const InitArguments& arguments, Output& output)
   output.line("Indexed " + std::to_string(status.indexed_files) + " file(s); " +
               std::to_string(status.pages.size()) + " page(s) planned.");
   print_adoption(adoption, output);
-  print_next_steps(status, output);
+  print_next_steps(output);
   if (hook) hook->print(output);
   clients.print(output);
   if (arguments.clients.empty()) print_client_advice(root, output);
+  print_first_page(status, output);
   return kDone;
 }
 

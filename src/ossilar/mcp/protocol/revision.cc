@@ -40,6 +40,13 @@ std::vector<std::string_view> stateless_revisions() {
   return names;
 }
 
+std::vector<std::string_view> revision_names() {
+  std::vector<std::string_view> names;
+  names.reserve(kRevisions.size());
+  for (const auto& [name, revision] : kRevisions) names.push_back(name);
+  return names;
+}
+
 Map server_info(Revision revision) {
   Map info{{"name", "ossilar"}, {"version", OSSILAR_VERSION}};
   if (has_structured_results(revision)) info["title"] = "ossilar: the wiki of this repository";

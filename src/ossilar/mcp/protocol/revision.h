@@ -37,6 +37,9 @@ inline constexpr Revision kLatestWithInitialize = Revision::r2025_11_25;
 // The names of all revisions that a client without `initialize` may ask for.
 std::vector<std::string_view> stateless_revisions();
 
+// The names of all revisions that are served, oldest first.
+std::vector<std::string_view> revision_names();
+
 // In a stateless revision each request names its revision, and the session remembers nothing between
 // requests.
 constexpr bool is_stateless(Revision revision) { return revision >= Revision::r2026_07_28; }

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <thread>
 
+#include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/store/sqlite/word_index.h"
 #include "ossilar/utils/error.h"
 
@@ -378,5 +379,7 @@ Connection open_database(const std::filesystem::path& file) {
   database.exec("PRAGMA journal_size_limit = 16777216");
   return connection;
 }
+
+std::int64_t sqlite_schema_version() { return kSchemaVersion; }
 
 }  // namespace ossilar::store

@@ -2,6 +2,7 @@
 // damage; both see no more of this room than this header.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 
@@ -20,5 +21,8 @@ namespace ossilar::store {
 // Thread-safety: may be called from any thread; the store as WikiStore. Several threads may read while one
 // writes, but they read one after the other.
 std::unique_ptr<WikiStore> open_sqlite_store(const std::filesystem::path& file);
+
+// The version of the tables that this program makes. It reads every one from 1 up, and migrates it.
+std::int64_t sqlite_schema_version();
 
 }  // namespace ossilar::store

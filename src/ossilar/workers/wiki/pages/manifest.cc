@@ -19,6 +19,7 @@ namespace ossilar::workers::wiki {
 namespace {
 
 constexpr std::string_view kManifestBegin = "{\n\"format\": 2\n";
+static_assert(kManifestBegin[kManifestBegin.size() - 2] == '0' + kManifestFormats.back());
 constexpr const char* kLintKey = "lint";
 constexpr const char* kHashKey = "content_hash";
 constexpr const char* kFormerIdKey = "page_id";  // which only the entries of format 1 have

@@ -16,6 +16,7 @@
 // anything; a line that cannot be read is skipped.
 #pragma once
 
+#include <array>
 #include <map>
 #include <set>
 #include <string>
@@ -26,6 +27,9 @@
 #include "ossilar/workers/wiki/pages/list_parts.h"
 
 namespace ossilar::workers::wiki {
+
+// The formats that are read; the last is the one that is written.
+inline constexpr std::array<int, 2> kManifestFormats{1, 2};
 
 // Page id to the manifest's line about it, line feed included.
 using ManifestLines = std::map<std::string, std::string>;
