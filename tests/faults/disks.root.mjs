@@ -8,6 +8,7 @@ import { test } from 'node:test';
 import { LATEST, lineClient, pageAbout, program } from '../clients/wiki.mjs';
 import { Image, Memory, scratchForDisks } from './disk.mjs';
 import { BEST_EFFORT, copyTree, faultAfterRepair, findingsOf, ossilar, pageText, said, wikiWithAlpha } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 // Levels after the first at which everything succeeds.
 const LEVELS_OF_SUCCESS = 3;
@@ -97,7 +98,7 @@ const COMMANDS = [
 
 for (const { name, step, make } of DISKS) {
   const diskTest = (what, body) =>
-    test(`${name}, ${what}`, async (t) => {
+    test(`${name}, ${what}`, { skip: without('losetup', 'mkfs.ext4') }, async (t) => {
       const disk = make(scratchForDisks(t));
       await body(t, disk, diskWithWiki(t, disk));
     });
@@ -149,7 +150,7 @@ for (const { name, step, make } of DISKS) {
 
 // A page of memory is four blocks here, and the database sets one of them aside before it shares memory through a file:
 // the system then says that there is no room by a signal.
-test('an ext4 disk with small blocks, full', async (t) => {
+test('an ext4 disk with small blocks, full', { skip: without('losetup', 'mkfs.ext4') }, async (t) => {
   const folder = scratchForDisks(t);
   const disk = Image.make(join(folder, 'image'), join(folder, 'disk'), '-b', '1024');
   const leave = (blocks) => disk.leaveBlocks(blocks);

@@ -7,6 +7,7 @@ import { dirname, join } from 'node:path';
 import { test } from 'node:test';
 import { LATEST, LineClient, makeWiki, pageAbout, program, sectionText } from '../clients/wiki.mjs';
 import { run } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 const CALLS = 'fsync,fdatasync,rename,renameat,renameat2,write,pwrite64,mkdir,mkdirat';
 
@@ -113,7 +114,7 @@ function assertOrder(calls, what) {
 const renamed = (calls) => calls.filter((call) => call.name === 'renameat').map((call) => call.to);
 const wrote = (calls) => calls.some((call) => isWrite(call, call.path) && call.path.endsWith('/index.db-wal'));
 
-test('everything a save writes is on disk before its answer', (t) => {
+test('everything a save writes is on disk before its answer', { skip: without('strace') }, (t) => {
   const wiki = makeWiki(t);
   const saves = [
     ['the first page', ['save', 'alpha'], pageAbout('alpha')],
@@ -132,7 +133,7 @@ test('everything a save writes is on disk before its answer', (t) => {
 });
 
 // A command ends before it answers and checkpoints the database; a session goes on.
-test('everything a session saves is on disk before its answer', async (t) => {
+test('everything a session saves is on disk before its answer', { skip: without('strace') }, async (t) => {
   const wiki = makeWiki(t);
   const client = new LineClient({ server: { command: 'strace', args: traced(wiki, ['mcp']) } });
   client.revision = LATEST;
@@ -146,7 +147,7 @@ test('everything a session saves is on disk before its answer', async (t) => {
 });
 
 // A failure of the lists or of the copy of the former text does not make the save fail.
-test('a save that could not sync is not acknowledged', async (t) => {
+test('a save that could not sync is not acknowledged', { skip: without('strace') }, async (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
   const isGenerated = (fault) => /\/(wiki\/(index\.md|manifest\.json)|\.ossilar\/replaced\/\S*) /.test(fault);
@@ -166,7 +167,7 @@ test('a save that could not sync is not acknowledged', async (t) => {
   assert.ok(codes.filter(Boolean).length >= 3, 'file, folder and row');
 });
 
-test('the text of a refused save and the files of a repair are on disk before the answer', (t) => {
+test('the text of a refused save and the files of a repair are on disk before the answer', { skip: without('strace') }, (t) => {
   const wiki = makeWiki(t);
   wiki.save('alpha', pageAbout('alpha'));
   spawnSync('strace', traced(wiki, ['save', 'beta']), { input: 'no citation' });
@@ -178,7 +179,7 @@ test('the text of a refused save and the files of a repair are on disk before th
 });
 
 // exFAT and the like cannot exchange two files, others know no RENAME_NOREPLACE, some no hard links.
-test('a save keeps a manual edit where the file system cannot swap two files', async (t) => {
+test('a save keeps a manual edit where the file system cannot swap two files', { skip: without('strace') }, async (t) => {
   const refusals = [
     ['no swap', ['renameat2:error=EINVAL:when=2']],
     ['no swap, no second names', ['renameat2:error=EINVAL:when=2', 'linkat:error=EPERM']],

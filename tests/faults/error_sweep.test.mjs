@@ -24,6 +24,7 @@ import {
   sweep,
   wikiWithAlpha,
 } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 const ALWAYS = ['EIO', 'ENOSPC+'];
 const IN_TURN = ['EINTR', 'EACCES', 'EMFILE+', 'EIO+', 'ENOSPC', 'EACCES+', 'EMFILE'];
@@ -92,7 +93,7 @@ function worldIn(t, folder, damage = () => {}) {
 }
 
 for (const action of [PAGE_SAVE, SECTION_SAVE]) {
-  test(`${action.what}, every call refused`, async (t) => {
+  test(`${action.what}, every call refused`, { skip: without('strace', 'sqlite3') }, async (t) => {
     const folder = makeFolder(t);
     const world = worldIn(t, folder);
     const [before, after] = pagesAround(folder, world, action);
@@ -101,7 +102,7 @@ for (const action of [PAGE_SAVE, SECTION_SAVE]) {
 }
 
 // A repair that reports success must leave nothing to find; what it could not repair it may report.
-test('a repair, every call refused', async (t) => {
+test('a repair, every call refused', { skip: without('strace', 'sqlite3') }, async (t) => {
   const folder = makeFolder(t);
   const world = worldIn(t, folder, (wiki) => {
     const page = join(wiki.root, 'wiki/pages/alpha.md');
@@ -115,7 +116,7 @@ test('a repair, every call refused', async (t) => {
   await refuseEveryCall(t, { what: 'a repair', args: ['check', '--fix'], folder, world, ...expected });
 });
 
-test('init of a clone, every call refused', async (t) => {
+test('init of a clone, every call refused', { skip: without('strace', 'sqlite3') }, async (t) => {
   const folder = makeFolder(t);
   const world = worldIn(t, folder, ({ root }) => rmSync(join(root, '.ossilar'), { recursive: true }));
   await refuseEveryCall(t, { what: 'init', args: ['init'], folder, world, before: pageText(world, 'alpha') });

@@ -10,6 +10,7 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { holdWriteLock, LATEST, lineClient, pageAbout, program } from '../clients/wiki.mjs';
 import { assertSound, findingsOf, ossilar, pageText, setLockTimeout, wikiWithAlpha } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 const lockFile = (wiki) => join(wiki.root, '.ossilar/write.lock');
 
@@ -54,7 +55,7 @@ async function startWaitingSave(client, save) {
   return id;
 }
 
-test('a holder that is stopped is named, and keeps nobody from reading', async (t) => {
+test('a holder that is stopped is named, and keeps nobody from reading', { skip: without('strace') }, async (t) => {
   const wiki = impatientWiki(t);
   const client = await lineClient(t, wiki, LATEST);
   await client.call('wiki_status', {});
@@ -80,7 +81,7 @@ test('a holder that is stopped is named, and keeps nobody from reading', async (
   await assertSound(wiki);
 });
 
-test('a child that inherited the lock is not named by the process id that its parent wrote', async (t) => {
+test('a child that inherited the lock is not named by the process id that its parent wrote', { skip: without('strace') }, async (t) => {
   const wiki = impatientWiki(t);
   const killed = await stoppedSave(t, wiki);
   killed.signal('SIGKILL');
@@ -105,7 +106,7 @@ const TAKEN_AWAY = {
 };
 
 for (const [how, takeAway] of Object.entries(TAKEN_AWAY)) {
-  test(`a lock file that is ${how} while it is held lets no second holder in`, async (t) => {
+  test(`a lock file that is ${how} while it is held lets no second holder in`, { skip: without('strace') }, async (t) => {
     const wiki = impatientWiki(t);
     const holder = await stoppedSave(t, wiki);
     takeAway(lockFile(wiki));

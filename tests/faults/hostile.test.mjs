@@ -9,6 +9,7 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 import { LATEST, lineClient, makeFolder, numbers, pageAbout, program, sectionText } from '../clients/wiki.mjs';
 import { run, wikiWithAlpha } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 const SECRET = 'TheSecretOfTheNeighbour';
 const HANG_S = 60; // far beyond what any of these takes
@@ -135,7 +136,7 @@ for (const [path, target] of LINKS) {
   });
 }
 
-test('a kernel that cannot be told to stay below a folder', async (t) => {
+test('a kernel that cannot be told to stay below a folder', { skip: without('strace') }, async (t) => {
   const { wiki, outside } = world(t);
   fs.appendFileSync(join(wiki.root, 'ossilar.toml'), '[[page]]\nid = "topics/secret"\nsources = ["src/alpha.cpp"]\n');
   wiki.save('topics/secret', pageAbout('alpha'));
@@ -241,7 +242,7 @@ const DATABASES = [
 ];
 
 for (const [what, damage, code] of DATABASES) {
-  test(`a database ${what}`, async (t) => {
+  test(`a database ${what}`, { skip: without('sqlite3') }, async (t) => {
     const { wiki, outside } = world(t);
     for (const end of ['-wal', '-shm']) fs.rmSync(join(wiki.root, `.ossilar/index.db${end}`), { force: true });
     const file = join(wiki.root, '.ossilar/index.db');
@@ -303,7 +304,7 @@ test('manifests that are hard to read', async (t) => {
 });
 
 // On a terminal, as script(1) gives one.
-test('what controls a terminal does not reach it', async (t) => {
+test('what controls a terminal does not reach it', { skip: without('script') }, async (t) => {
   const { wiki } = world(t);
   const controls = /[\x00-\x08\x0b\x0c\x0e-\x1f\x7f\u0080-\u009f\u061c\u200e\u200f\u202a-\u202e\u2066-\u2069]/;
   const nasty = 'red \x1b[31m bell \x07 title \x1b]0;x\x07 c1 \u009b2J bidi \u202e\u2066\u200f\u061c end';

@@ -22,6 +22,7 @@ import {
   sweep,
   wikiWithAlpha,
 } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 // What is wrong after the kill, as a text, or "".
 async function faultAfter(root, texts, mustInit) {
@@ -37,7 +38,7 @@ async function faultAfter(root, texts, mustInit) {
 
 // `texts` are what the page may hold afterwards, the new one last; by default before and after the action.
 function killAtEveryPoint({ what, args, input = '', arrange = () => {}, texts, mustInit = false }) {
-  test(`${what}, killed at every point`, async (t) => {
+  test(`${what}, killed at every point`, { skip: without('strace', 'sqlite3') }, async (t) => {
     const folder = makeFolder(t);
     const wiki = wikiWithAlpha(t);
     const page = pageText(wiki.root, 'alpha');
@@ -140,7 +141,7 @@ async function faultAfterMove(root, ends) {
 }
 
 for (const args of [['rename', 'alpha', 'beta'], ['remove', 'alpha']]) {
-  test(`${args[0]}, killed at every point`, async (t) => {
+  test(`${args[0]}, killed at every point`, { skip: without('strace', 'sqlite3') }, async (t) => {
     const folder = makeFolder(t);
     const wiki = wikiWithAlpha(t);
     appendFileSync(join(wiki.root, 'ossilar.toml'), '[[page]]\nid = "gamma"\ntype = "topic"\nsources = ["src/beta.cpp"]\n');

@@ -8,6 +8,7 @@ import { test } from 'node:test';
 import { holdWriteLock, makeFolder, pageAbout, program } from '../clients/wiki.mjs';
 import { copyTree, hasFired, leftovers, ossilar, pageText, run, SECTION_SAVE } from './sweep.mjs';
 import { setLockTimeout, wikiWithAlpha } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 // The recording and the test both run in copies: in the wiki itself the program would read young files again.
 const copyOf = (t, wiki) => copyTree(wiki.root, join(makeFolder(t), 'copy'));
@@ -63,7 +64,7 @@ const TEMPORARY_FILES = [
 ];
 
 for (const [rule, { left, ...moment }] of TEMPORARY_FILES) {
-  test(rule, async (t) => {
+  test(rule, { skip: without('strace') }, async (t) => {
     const { root, resume } = await stopAfter(t, wikiWithAlpha(t), { ...REFUSED, ...moment });
     assert.equal(leftovers(root).length, 1);
     assert.equal((await ossilar(root, ['check', '--fix'])).code, 0);
@@ -73,7 +74,7 @@ for (const [rule, { left, ...moment }] of TEMPORARY_FILES) {
   });
 }
 
-test('a lock file removed between its opening and its locking is not taken as the lock', async (t) => {
+test('a lock file removed between its opening and its locking is not taken as the lock', { skip: without('strace') }, async (t) => {
   const wiki = wikiWithAlpha(t);
   const save = { args: ['save', 'alpha'], input: pageAbout('alpha', 2, 'second') };
   const { root, resume } = await stopAfter(t, wiki, { ...save, call: 'openat', wanted: /"write\.lock"/ });
@@ -87,7 +88,7 @@ test('a lock file removed between its opening and its locking is not taken as th
 
 // The draft reads the page, then its section; the commit reads the page again.
 for (const nth of [1, 2, 3]) {
-  test(`a manual edit at read ${nth} of a section's save is kept in the page`, async (t) => {
+  test(`a manual edit at read ${nth} of a section's save is kept in the page`, { skip: without('strace') }, async (t) => {
     const look = { call: 'openat2', wanted: /"alpha\.md"/, nth };
     const { root, resume } = await stopAfter(t, wikiWithAlpha(t), { ...SECTION_SAVE, ...look });
     const page = join(root, 'wiki/pages/alpha.md');
@@ -100,7 +101,7 @@ for (const nth of [1, 2, 3]) {
   });
 }
 
-test('only the holder of the lock sets a damaged database aside', async (t) => {
+test('only the holder of the lock sets a damaged database aside', { skip: without('strace') }, async (t) => {
   const wiki = wikiWithAlpha(t);
   setLockTimeout(wiki, 1);
   writeFileSync(join(wiki.root, '.ossilar/index.db'), 'no database');
@@ -114,7 +115,7 @@ test('only the holder of the lock sets a damaged database aside', async (t) => {
 });
 
 // SQLite reports some failed reads as damage.
-test('a database is not set aside because one read failed', async (t) => {
+test('a database is not set aside because one read failed', { skip: without('strace') }, async (t) => {
   const wiki = wikiWithAlpha(t);
   const log = join(wiki.root, '.git/log');
   const failing = async (k) => {

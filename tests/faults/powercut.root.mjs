@@ -12,6 +12,7 @@ import { LATEST, LineClient, makeWiki, program } from '../clients/wiki.mjs';
 import { Image, scratchForDisks } from './disk.mjs';
 import { copyTree, faultAfterRepair, hasFired, inParallel, numbersOfCalls, ossilar, pagesAround } from './sweep.mjs';
 import { pageText, PAGE_SAVE, run, said, SECTION_SAVE, wikiWithAlpha } from './sweep.mjs';
+import { without } from '../clients/needs.mjs';
 
 const SYNCS = ['fsync', 'fdatasync', 'rename', 'renameat', 'renameat2', 'mkdir', 'mkdirat', 'unlink', 'unlinkat'];
 const TRACE = ['-f', '-e', `trace=${SYNCS.join(',')}`];
@@ -141,14 +142,14 @@ function worldFor(t, action, folder) {
 }
 
 for (const action of ACTIONS) {
-  test(`${action.what}, the power cut at every stage`, async (t) => {
+  test(`${action.what}, the power cut at every stage`, { skip: without('strace', 'losetup', 'mkfs.ext4') }, async (t) => {
     const folder = scratchForDisks(t);
     await cutEverywhere(t, action, worldFor(t, action, folder));
   });
 }
 
 // Proves that the cuts find a save without syncs: here each sync reports success and does nothing.
-test('a save that is not synced is lost', async (t) => {
+test('a save that is not synced is lost', { skip: without('strace', 'losetup', 'mkfs.ext4') }, async (t) => {
   const folder = scratchForDisks(t);
   const action = ACTIONS[0];
   const { world, texts } = worldFor(t, action, folder);

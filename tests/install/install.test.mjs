@@ -5,7 +5,8 @@ import { existsSync, readdirSync } from 'node:fs';
 import { basename } from 'node:path';
 import { test } from 'node:test';
 import { makeFolder } from '../clients/wiki.mjs';
-import { install, without } from './installed.mjs';
+import { without } from '../clients/needs.mjs';
+import { install } from './installed.mjs';
 
 const output = (command, ...args) => execFileSync(command, args, { encoding: 'utf8', env: { ...process.env, MANWIDTH: '78' } });
 

@@ -1,5 +1,5 @@
-// An installation in a folder of its own, and whether a tool is here to try it with.
-import { execFileSync, spawnSync } from 'node:child_process';
+// An installation in a folder of its own.
+import { execFileSync } from 'node:child_process';
 import { join } from 'node:path';
 import { makeFolder } from '../clients/wiki.mjs';
 
@@ -10,10 +10,4 @@ export function install(t) {
     stdio: 'pipe',
   });
   return { prefix, program: join(prefix, 'bin/ossilar'), file: (path) => join(prefix, path) };
-}
-
-// The reason to skip what needs these programs, or false: for the option `skip` of a test.
-export function without(...tools) {
-  const missing = tools.filter((tool) => spawnSync(tool, ['--version'], { stdio: 'ignore' }).error);
-  return missing.length > 0 && `${missing.join(', ')} not installed (scripts/setup test)`;
 }

@@ -5,7 +5,8 @@ import { existsSync, mkdirSync, renameSync, writeFileSync } from 'node:fs';
 import { delimiter, join } from 'node:path';
 import { test } from 'node:test';
 import { makeFolder, makeWiki, pageAbout } from '../clients/wiki.mjs';
-import { install, without } from './installed.mjs';
+import { without } from '../clients/needs.mjs';
+import { install } from './installed.mjs';
 
 const HEADING = 'How $it works, "truly"';
 
