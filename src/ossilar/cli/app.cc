@@ -8,6 +8,7 @@
 #include "ossilar/cli/app.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <functional>
@@ -18,6 +19,7 @@
 #include "ossilar/cli/client_setup.h"
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/log_sink.h"
+#include "ossilar/cli/manuals/grammar.h"
 #include "ossilar/cli/manuals/shell_scripts.h"
 #include "ossilar/cli/self.h"
 #include "ossilar/utils/error.h"
@@ -28,6 +30,8 @@ namespace ossilar::cli {
 namespace {
 
 using Command = std::function<int(Output&)>;
+
+constexpr std::size_t kLongestName = 30;  // bytes of a word that is compared with commands
 
 struct Arguments {
   Place place;
@@ -280,14 +284,31 @@ void add_own_commands(CLI::App& app, Arguments& arguments) {
       ->required();
 }
 
-// What is wrong with the arguments. Where the first word is no command, the parser only says that a command
-// is missing; the word is what the user mistyped, so it goes into the message instead.
-std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
-  std::string message = error.what();
-  if (const auto left = app.remaining(true); !left.empty()) {
-    message = "unknown command or argument '" + left.front() + "'";
+// The command that was probably meant; "" when none is near. Two edits: more would suggest `sync` for `show`.
+std::string nearest_command(const CLI::App& app, const std::string& word) {
+  std::string nearest;
+  std::size_t least = 3;
+  if (word.size() > kLongestName) return nearest;
+  for (const CLI::App* command : commands(app)) {
+    const std::size_t distance = utils::edit_distance(word, command->get_name());
+    if (distance >= std::min(least, word.size())) continue;
+    least = distance;
+    nearest = command->get_name();
   }
-  return message + "; see: ossilar --help";
+  return nearest;
+}
+
+// What is wrong with the arguments, and what to type instead. Where the first word is no command, the parser
+// only says that it did not expect it; the word is what the user mistyped, so it goes into the message.
+std::string usage_message(const CLI::App& app, const CLI::ParseError& error) {
+  const auto chosen = app.get_subcommands();
+  const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
+  const std::string help = "; see: ossilar" + command + " --help";
+  const auto left = app.remaining(true);
+  if (left.empty()) return error.what() + help;
+  const std::string near = chosen.empty() ? nearest_command(app, left.front()) : "";
+  return "unknown command or argument '" + left.front() + "'" +
+         (near.empty() ? "" : "; did you mean: ossilar " + near) + help;
 }
 
 // Prints a failure for people (standard error) and, in JSON mode, for programs.

@@ -132,7 +132,8 @@ const std::vector<Case>& cases() {
       {"wrong type", configure("[wiki]\ndiagrams = 3\n"), {"plan"}, "", 2, "diagrams"},
       {"page id out of the wiki", configure("[[page]]\nid = \"../x\"\n"), {"plan"}, "", 2, "../x"},
       {"unknown command", {}, {"frob"}, "", 2, "unknown command or argument 'frob'"},
-      {"no page", {}, {"save"}, "", 2, "PAGE is required"},
+      {"misspelled command", {}, {"sav"}, "", 2, "did you mean: ossilar save; see: ossilar --help"},
+      {"no page", {}, {"save"}, "", 2, "PAGE is required; see: ossilar save --help"},
       {"no such file", {}, {"save", "alpha", "/nonexistent.md"}, "", 2, "cannot open /nonexistent.md"},
       {"unknown client", {}, {"init", "--client", "emacs"}, "", 2, "emacs not in {claude-code,codex,"},
       {"a client's file with comments",
@@ -316,7 +317,9 @@ TEST(Program, APathReachesATerminalWithoutControlCharacters) {
   const std::string human = ossilar_in(root, {"init"}).output;
   const std::size_t advice = human.find("  {\"mcpServers\"");
   ASSERT_NE(advice, std::string::npos) << human;
-  EXPECT_EQ(Map::parse(human.substr(advice))["mcpServers"]["ossilar"]["args"][1], root);
+  EXPECT_EQ(
+      Map::parse(human.substr(advice, human.find('\n', advice) - advice))["mcpServers"]["ossilar"]["args"][1],
+      root);
   const Map json = Map::parse(ossilar_in(root, {"init", "--json", "--client", "windsurf"}).output);
   EXPECT_EQ(json.at("root"), root);
   EXPECT_EQ(

@@ -65,7 +65,7 @@ Examined symbols() {
   const source::SymbolTool tool = source::find_symbol_tool();
   if (!tool.problem.empty())
     return odd(
-        tool.problem + "; pages get no symbols",
+        tool.problem,
         "install universal-ctags (Debian, Ubuntu: apt install universal-ctags; Fedora: dnf install ctags)");
   return fine("universal-ctags");
 }
