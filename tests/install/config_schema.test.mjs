@@ -32,6 +32,8 @@ const WRONG = [
   ['a service without a model', '[embedding]\nprovider = "http"\nurl = "http://localhost/v1"'],
   ['an address of a file', '[embedding]\nurl = "file:///etc/passwd"'],
   ['the key in the place of its name', '[embedding]\napi_key_env = "sk-1234"'],
+  ['no version of a page', '[history]\nversions = 0'],
+  ['a version too many', '[history]\nversions = 1001'],
   ['a steering that is a number', 'steering = 3'],
   ['a steering with another key', '[steering]\ntexts = "x"'],
   ['a page without an id', '[[page]]\ntitle = "A"'],
@@ -51,6 +53,7 @@ const RIGHT = [
   ['a folder whose name begins as ours', '[wiki]\ndir = ".ossilar-wiki/a.b"'],
   ['a service', '[embedding]\nprovider = "http"\nurl = "http://localhost:1/v1"\nmodel = "m"\napi_key_env = "_K1"'],
   ['what is there but unused', '[embedding]\nprovider = "local"\nurl = "https://host/v1"'],
+  ['a history', '[history]\nversions = 1'],
   ['a steering in a line', 'steering = "Be brief."'],
   ['a steering in a table', '[steering]\ntext = "Be brief."'],
   ['a page at the top', '[[page]]\nid = "a.b/c-d_1"\nparent = ""\nsources = ["src/**"]\nrelated = ["overview"]\ntype = "topic"\nimportance = "low"'],
@@ -99,11 +102,12 @@ test('the file that init writes fits, as it is and with every line of it in forc
 test('the schema has the keys of the program, and no others', (t) => {
   const { schema, says } = readers(t);
   const keys = (text) => /known keys: (.*)/.exec(says(text))[1].split(', ').sort();
-  const { wiki, embedding, steering, page } = schema.properties;
+  const { wiki, embedding, history, steering, page } = schema.properties;
   for (const [text, table] of [
     ['zzz = 1', schema],
     ['[wiki]\nzzz = 1', wiki],
     ['[embedding]\nzzz = 1', embedding],
+    ['[history]\nzzz = 1', history],
     ['[steering]\nzzz = 1', steering.oneOf[1]],
     ['[[page]]\nid = "a"\nzzz = 1', page.items],
   ]) {

@@ -79,6 +79,17 @@ Map embedding_table() {
   return schema;
 }
 
+Map history_table() {
+  return table(
+      "What is kept of former versions of pages",
+      {{"versions",
+        {{"type", "integer"},
+         {"minimum", 1},
+         {"maximum", 1000},
+         {"default", 20},
+         {"description", "How many versions of each page are kept; the newest is the page itself"}}}});
+}
+
 Map steering() {
   const char* description =
       "What every page's author is told: who reads it, what matters, which words to use";
@@ -114,6 +125,7 @@ Map config_schema() {
       "key is an error.",
       {{"wiki", wiki_table()},
        {"embedding", embedding_table()},
+       {"history", history_table()},
        {"steering", steering()},
        {"page", list(page_table(), "Pages that are added to the plan or amended in it")}});
   Map whole{{"$schema", "http://json-schema.org/draft-07/schema#"}, {"title", "ossilar.toml"}};
