@@ -33,14 +33,16 @@ std::string answers_to(int lines) {
   ossilar::workers::wiki::WikiProvider provider(empty_folder());
   mcp::LineWriter output(answers.get(), -1);
   {
-    mcp::Session session(provider, output);
+    mcp::Service service(provider);
+    const auto session = mcp::Session::begin(service, mcp::unowned(output));
     mcp::LineReader reader(lines, answers.get());
     for (;;) {
       const auto next = reader.next();
       if (std::holds_alternative<mcp::EndOfInput>(next)) break;
-      if (const auto* line = std::get_if<mcp::Line>(&next)) session.receive(line->text);
+      if (const auto* line = std::get_if<mcp::Line>(&next)) session->receive(line->text);
     }
-    require(session.finish(kPatience, false), "the session ends");
+    output.input_has_ended();
+    require(session->finish(kPatience, false), "the session ends");
   }
   lseek(answers.get(), 0, SEEK_SET);
   return ossilar::utils::read_at_most(answers.get(), std::string::npos, "the answers").value_or("");

@@ -22,13 +22,15 @@ class McpClient {
     if (pipe(ends_.data()) != 0) throw std::runtime_error("no pipe");
     output_ = std::make_unique<mcp::LineWriter>(ends_[1], -1);
     reader_ = std::make_unique<mcp::LineReader>(ends_[0], ends_[1]);
-    session_ = std::make_unique<mcp::Session>(provider_, *output_);
+    service_ = std::make_unique<mcp::Service>(provider_);
+    session_ = mcp::Session::begin(*service_, mcp::unowned(*output_));
     if (revision.empty()) return;
     call("initialize", Map{{"protocolVersion", revision}});
     session_->receive(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
   }
   ~McpClient() {
     session_.reset();
+    service_.reset();  // waits for requests that run
     for (const int end : ends_) close(end);
   }
   McpClient(const McpClient&) = delete;
@@ -87,7 +89,8 @@ class McpClient {
   std::array<int, 2> ends_{};
   std::unique_ptr<mcp::LineWriter> output_;
   std::unique_ptr<mcp::LineReader> reader_;
-  std::unique_ptr<mcp::Session> session_;
+  std::unique_ptr<mcp::Service> service_;
+  std::shared_ptr<mcp::Session> session_;
   std::vector<Map> messages_;
   int last_id_ = 0;
 };

@@ -50,17 +50,21 @@ struct Serving {
       : provider(options.root), output(options.output, options.input) {}
   workers::wiki::WikiProvider provider;
   LineWriter output;
-  Session session{provider, output};
+  Service service{provider};
+  // Not owned: it must outlive the service, whose threads write to it.
+  std::shared_ptr<Session> session = Session::begin(service, unowned(output));
 };
 
 }  // namespace
 
 bool serve(const ServerOptions& options) {
   auto serving = std::make_unique<Serving>(options);
-  const SessionLog log(serving->session, options.log);
+  const SessionLog log(*serving->session, options.log);
   LineReader reader(options.input, options.output);
-  receive_all(reader, serving->session);
-  if (serving->session.finish(kPatience, reader_is_gone(options.output))) return true;
+  receive_all(reader, *serving->session);
+  // From now on a client that reads nothing is waited for within a limit.
+  serving->output.input_has_ended();
+  if (serving->session->finish(kPatience, reader_is_gone(options.output))) return true;
   static_cast<void>(serving.release());  // on purpose: threads that did not end still use it
   return false;
 }

@@ -45,13 +45,6 @@ constexpr std::array<std::string_view, 2> kSessionMethods{"resources/subscribe",
 constexpr std::string_view kCallTool = "tools/call";
 constexpr std::string_view kListen = "subscriptions/listen";
 
-// Requests that run at once. Most wait for a disk, a lock or an embedding service and not for a processor.
-// Fewer would let some slow saves hold up every reader; each thread more costs a stack.
-constexpr std::size_t kThreads = 8;
-// How late a subscriber may hear of a page that another process saved. Shorter would ask the database more
-// often.
-constexpr std::chrono::milliseconds kLookEvery(1000);
-
 // What the server can do does not change while the program runs. A client may cache it for an hour, as with
 // tools.
 constexpr int kDiscoverMilliseconds = 60 * 60 * 1000;
@@ -81,12 +74,24 @@ int rank_of(utils::LogLevel level) {
   return kWarning;
 }
 
-// The lowest level of records that the request on this thread asked for in its `_meta` (stateless revisions).
-// A record is logged on the thread that does the work, so a thread-local variable is enough to find its
-// request.
-int& level_of_request() {
-  thread_local int level = kNothing;
-  return level;
+// The request on this thread: the lowest level of records that its client asked for, by its session or in the
+// request's `_meta` (stateless revisions), and where they go. A record is logged on the thread that does the
+// work, so a thread-local variable is enough to find its request.
+struct RequestHere {
+  int level = kNothing;
+  std::shared_ptr<Outlet> answers = {};
+};
+RequestHere& request_here() {
+  thread_local RequestHere here;
+  return here;
+}
+
+std::string record_line(const utils::LogRecord& record, int rank) {
+  Map data{{"message", record.message()}};
+  if (record.failure) data["failure"] = record.failure->type + ": " + record.failure->message;
+  return notification_line(
+      "notifications/message",
+      Map{{"level", kLevels.at(static_cast<std::size_t>(rank))}, {"logger", record.logger}, {"data", data}});
 }
 
 const Method* find_method(std::string_view name) {
@@ -130,11 +135,11 @@ bool names_revision(const Map& params) {
 
 // Reports each step of a request that gave a token for it. The protocol wants a number that grows, so steps
 // are counted; how many there will be is not known. One thread works on a task, so the count needs no lock.
-utils::Task::Watcher progress_watcher(const Map& params, LineWriter& output) {
+utils::Task::Watcher progress_watcher(const Map& params, const std::shared_ptr<Outlet>& output) {
   const Map token = utils::member(utils::member(params, "_meta"), "progressToken");
   if (!token.is_string() && !token.is_number_integer()) return {};
-  return [token, &output, step = 0](std::string_view message) mutable {
-    output.write(notification_line(
+  return [token, output, step = 0](std::string_view message) mutable {
+    output->write(notification_line(
         "notifications/progress", Map{{"progressToken", token}, {"progress", ++step}, {"message", message}}));
   };
 }
@@ -187,46 +192,51 @@ Map discovered(Revision revision) {
 }  // namespace
 
 struct Session::UnderWay {
-  explicit UnderWay(utils::Task::Watcher watcher) : task(std::move(watcher)) {}
+  UnderWay(utils::Task::Watcher watcher, utils::Task::Probe probe)
+      : task(std::move(watcher), std::move(probe)) {}
   utils::Task task;
 };
 
-Session::Session(workers::wiki::WikiProvider& provider, LineWriter& output)
-    : provider_(provider),
-      output_(output),
-      log_level_(kNothing),
-      subscriptions_(output),
-      watch_(provider, kLookEvery,
-             [this](const std::string& page_id, bool listed) {
-               subscriptions_.page_changed(page_uri(page_id), listed);
-             }),
-      scheduler_(kThreads) {}
+Session::Session(Service& service, std::shared_ptr<Outlet> output)
+    : service_(service), output_(std::move(output)), log_level_(kNothing), subscriptions_(output_) {}
+
+std::shared_ptr<Session> Session::begin(Service& service, std::shared_ptr<Outlet> output) {
+  const std::shared_ptr<Session> session(new Session(service, std::move(output)));
+  service.enter(session);
+  return session;
+}
+
+void Session::page_changed(const std::string& page_id, bool listed) {
+  subscriptions_.page_changed(page_uri(page_id), listed);
+}
 
 // ---- What comes in. All on the receiving thread.
 
 void Session::receive(std::string_view line) {
   if (line.find_first_not_of(" \t") == line.npos) return;  // nothing was said
+  receive(read_line(line), line.size(), output_);
+}
+
+void Session::receive(LineContent content, std::size_t bytes, const std::shared_ptr<Outlet>& answers) {
   // What a waiting request keeps in memory, about. Each request of a batch counts the whole line: too much,
   // but that only makes the reading wait sooner.
-  line_bytes_ = line.size();
-  LineContent content = read_line(line);
-  if (auto* batch = std::get_if<std::vector<Message>>(&content)) return take_batch(std::move(*batch));
-  take(std::get<Message>(std::move(content)), write_reply());
+  line_bytes_ = bytes;
+  if (auto* batch = std::get_if<std::vector<Message>>(&content))
+    return take_batch(std::move(*batch), answers);
+  const Reply reply = [answers](const std::optional<Map>& message) {
+    if (message) answers->write(line_of(*message));
+  };
+  take(std::get<Message>(std::move(content)), reply, answers);
 }
 
 void Session::receive_too_long(const LineTooLong& line) {
-  output_.write(error_line(id_in_cut(line.beginning, line.end), error_code::kInvalidRequest,
-                           "the message is longer than " + std::to_string(kLongestLine) + " bytes"));
+  output_->write(error_line(id_in_cut(line.beginning, line.end), error_code::kInvalidRequest,
+                            "the message is longer than " + std::to_string(kLongestLine) + " bytes"));
 }
 
-Session::Reply Session::write_reply() {
-  return [this](const std::optional<Map>& message) {
-    if (message) output_.write(line_of(*message));
-  };
-}
-
-void Session::take(Message message, const Reply& reply) {
-  if (auto* request = std::get_if<Request>(&message)) return take_request(std::move(*request), reply);
+void Session::take(Message message, const Reply& reply, const std::shared_ptr<Outlet>& answers) {
+  if (auto* request = std::get_if<Request>(&message))
+    return take_request(std::move(*request), reply, answers);
   if (const auto* notification = std::get_if<Notification>(&message)) take_notification(*notification);
   if (const auto* malformed = std::get_if<Malformed>(&message))
     return reply(error_message(malformed->id, malformed->code, malformed->message));
@@ -236,9 +246,9 @@ void Session::take(Message message, const Reply& reply) {
 // The answers of a batch go out together, when the last is there. The messages run side by side as any
 // others; whichever is answered last, on whatever thread, writes the list. A batch of notifications alone
 // gets no list at all.
-void Session::take_batch(std::vector<Message> batch) {
+void Session::take_batch(std::vector<Message> batch, const std::shared_ptr<Outlet>& outlet) {
   if (!agreed_ || !has_batches(*agreed_) || batch.empty()) {
-    output_.write(error_line(
+    outlet->write(error_line(
         {}, error_code::kInvalidRequest,
         batch.empty() ? "a batch must have at least one message"
                       : "batches are not part of this protocol revision; send one message per line"));
@@ -251,17 +261,17 @@ void Session::take_batch(std::vector<Message> batch) {
   };
   const auto answers = std::make_shared<Answers>();
   answers->missing = batch.size();
-  const Reply collect = [this, answers](const std::optional<Map>& message) {
+  const Reply collect = [outlet, answers](const std::optional<Map>& message) {
     const std::lock_guard lock(answers->mutex);
     if (message) answers->messages.push_back(*message);
-    if (--answers->missing == 0 && !answers->messages.empty()) output_.write(line_of(answers->messages));
+    if (--answers->missing == 0 && !answers->messages.empty()) outlet->write(line_of(answers->messages));
   };
-  for (Message& message : batch) take(std::move(message), collect);
+  for (Message& message : batch) take(std::move(message), collect, outlet);
 }
 
 // `initialize` and `ping` come first, as they need no revision: `ping` is allowed before one is agreed on. A
 // request that names its revision is none of the two, whatever its method: stateless revisions have neither.
-void Session::take_request(Request request, const Reply& reply) {
+void Session::take_request(Request request, const Reply& reply, const std::shared_ptr<Outlet>& answers) {
   try {
     if (request.method == "initialize" && !names_revision(request.params))
       return reply(result_message(request.id, initialize(request.params)));
@@ -277,7 +287,7 @@ void Session::take_request(Request request, const Reply& reply) {
         is_stateless(revision)
             ? client_name(utils::member(optional_object(request.params, "_meta"), meta_key::kClientInfo))
             : client_;
-    run_later(std::move(request), {.revision = revision, .client = client}, reply);
+    run_later(std::move(request), {.revision = revision, .client = client, .answers = answers}, reply);
   } catch (const ProtocolError& error) {
     reply(error_message(request.id, error.code(), error.what(), error.data()));
   }
@@ -335,7 +345,9 @@ std::optional<Map> Session::answer_at_once(const Request& request, Revision revi
 
 void Session::run_later(Request request, Speaker speaker, const Reply& reply) {
   // Entered before it is posted: a cancellation may be the very next line, when the request still waits.
-  const auto work = std::make_shared<UnderWay>(progress_watcher(request.params, output_));
+  const auto work = std::make_shared<UnderWay>(
+      progress_watcher(request.params, speaker.answers),
+      service_.observer() != nullptr ? service_.observer()->probe(request) : utils::Task::Probe());
   {
     const std::lock_guard lock(mutex_);
     if (subscriptions_.holds(request.id) || !under_way_.emplace(request.id.dump(), work).second) {
@@ -345,17 +357,19 @@ void Session::run_later(Request request, Speaker speaker, const Reply& reply) {
   }
   // Without the lock: post() may wait, and the requests that make room need the lock to end.
   std::string key = request.method == kCallTool ? serial_key(request.params) : "";
-  scheduler_.post(std::move(key), line_bytes_,
-                  [this, request = std::move(request), speaker = std::move(speaker), work, reply] {
-                    run(request, speaker, *work, reply);
-                  });
+  service_.scheduler().post(
+      std::move(key), line_bytes_,
+      [self = shared_from_this(), request = std::move(request), speaker = std::move(speaker), work, reply] {
+        self->run(request, speaker, *work, reply);
+      });
 }
 
 void Session::run(const Request& request, const Speaker& speaker, UnderWay& work, const Reply& reply) {
-  // Set by every request, as the thread still has the level of the last one.
-  level_of_request() =
+  const auto begun = std::chrono::steady_clock::now();
+  const int asked =
       level_rank(utils::string_member(utils::member(request.params, "_meta"), meta_key::kLogLevel))
           .value_or(kNothing);
+  request_here() = {.level = std::min(asked, log_level_.load()), .answers = speaker.answers};
   std::optional<Map> message;
   try {
     work.task.check();  // it may have been cancelled while it waited
@@ -373,6 +387,9 @@ void Session::run(const Request& request, const Speaker& speaker, UnderWay& work
   // A client that cancelled waits for no answer. But a save that went through the commit is answered: it is
   // on disk, and the client must not believe that it was prevented.
   if (work.task.was_cancelled() && !work.task.has_been_shielded()) message.reset();
+  request_here() = {};  // the thread must not keep the way to a client that has all its answers
+  if (service_.observer() != nullptr)
+    service_.observer()->ended(request, message, std::chrono::steady_clock::now() - begun);
   reply(std::move(message));
 }
 
@@ -380,13 +397,13 @@ void Session::run(const Request& request, const Speaker& speaker, UnderWay& work
 // PageWatch::look().
 std::optional<Map> Session::result_of(const Request& request, const Speaker& speaker, utils::Task& task) {
   if (request.method == kListen) {
-    listen(request, task);
+    listen(request, speaker, task);
     return std::nullopt;
   }
   if (request.method == "resources/subscribe") {
     const std::string uri = required_string(request.params, "uri");
-    require_page_uri(provider_, speaker.revision, uri);
-    watch_.look();
+    require_page_uri(service_.provider(), speaker.revision, uri);
+    service_.watch().look();
     if (!subscriptions_.subscribe(canonical(uri))) {
       throw ProtocolError(error_code::kInvalidParams,
                           "too many subscriptions; unsubscribe from a resource first");
@@ -398,22 +415,23 @@ std::optional<Map> Session::result_of(const Request& request, const Speaker& spe
     return Map::object();
   }
   if (request.method != kCallTool)
-    return find_method(request.method)->answer(provider_, speaker.revision, request.params);
-  Map result = call_tool(provider_, speaker.revision, request.params, speaker.client, task);
-  watch_.wake();  // it may have been a save, whose subscribers should not wait for the next regular look
+    return find_method(request.method)->answer(service_.provider(), speaker.revision, request.params);
+  Map result = call_tool(service_.provider(), speaker.revision, request.params, speaker.client, task);
+  service_.watch()
+      .wake();  // it may have been a save, whose subscribers should not wait for the next regular look
   return result;
 }
 
 // The request stays open; the acknowledgement is all that it is answered with until it ends. The wiki is
 // opened first: the watch looks only at one that is open, and this client may never ask for anything else.
-void Session::listen(const Request& request, const utils::Task& task) {
+void Session::listen(const Request& request, const Speaker& speaker, const utils::Task& task) {
   const ListenFilter filter = filter_of(request.params);
-  provider_.get();
-  watch_.look();
+  service_.provider().get();
+  service_.watch().look();
   // So that cancel() finds the request: either under way or listening, never in between.
   const std::lock_guard lock(mutex_);
   task.check();
-  if (!subscriptions_.listen(request.id, filter)) {
+  if (!subscriptions_.listen(request.id, filter, speaker.answers)) {
     throw ProtocolError(error_code::kInvalidParams,
                         "too many open subscriptions/listen requests; cancel one first");
   }
@@ -437,29 +455,29 @@ bool Session::finish(std::chrono::milliseconds patience, bool abandoned) {
   // A cancelled request ends when it next asks its task, which the steps of a save do often. One that does
   // not ask within two seconds counts as hanging: the process then ends without it.
   constexpr std::chrono::milliseconds kLastPatience(2000);
-  // First: from now on a client that reads nothing is waited for within a limit.
-  output_.input_has_ended();
   if (abandoned) cancel_all();
-  bool done = scheduler_.drain(patience);
+  bool done = service_.scheduler().drain(patience);
   if (!done) {
     cancel_all();
-    done = scheduler_.drain(kLastPatience);
+    done = service_.scheduler().drain(kLastPatience);
   }
   subscriptions_.finish();  // last: the end of a listener says that nothing more comes
   return done;
 }
 
+// Later, as a commit logs too: a client that reads nothing must not keep the write lock from others.
 void Session::log(const utils::LogRecord& record) {
   const int rank = rank_of(record.level);
-  // Either is enough. Outside a request, and in one that named no level, level_of_request() is above every
+  // Either is enough. Outside a request, and in one that named no level, that of the request is above every
   // rank.
-  if (rank < log_level_ && rank < level_of_request()) return;
-  Map data{{"message", record.message()}};
-  if (record.failure) data["failure"] = record.failure->type + ": " + record.failure->message;
-  // Later, as a commit logs too: a client that reads nothing must not keep the write lock from others.
-  output_.write_later(notification_line(
-      "notifications/message",
-      Map{{"level", kLevels.at(static_cast<std::size_t>(rank))}, {"logger", record.logger}, {"data", data}}));
+  if (rank < log_level_ && rank < request_here().level) return;
+  output_->write_later(record_line(record, rank));
+}
+
+void Session::log_to_request(const utils::LogRecord& record) {
+  const int rank = rank_of(record.level);
+  const RequestHere& here = request_here();
+  if (here.answers && rank >= here.level) here.answers->write_later(record_line(record, rank));
 }
 
 }  // namespace ossilar::mcp

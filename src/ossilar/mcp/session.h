@@ -15,15 +15,14 @@
 #include <optional>
 #include <string>
 
-#include "ossilar/mcp/page_watch.h"
 #include "ossilar/mcp/protocol/message.h"
+#include "ossilar/mcp/protocol/outlet.h"
 #include "ossilar/mcp/protocol/revision.h"
-#include "ossilar/mcp/protocol/scheduler.h"
 #include "ossilar/mcp/protocol/transport.h"
+#include "ossilar/mcp/service.h"
 #include "ossilar/mcp/subscriptions.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/task.h"
-#include "ossilar/workers/wiki/check/wiki_provider.h"
 
 namespace ossilar::mcp {
 
@@ -32,16 +31,20 @@ namespace ossilar::mcp {
 // either case.
 //
 // Thread-safety: receive(), receive_too_long() and finish() belong to one thread; log() may be called from
-// any. Answers are written by the threads of the pool, each line whole. The destructor waits for requests
-// that run.
-class Session {
+// any. Answers are written by the threads of the service, each line whole. Lifetime: requests that run keep
+// the session.
+class Session : public std::enable_shared_from_this<Session> {
  public:
-  // `provider` and `output` must outlive the session.
-  Session(workers::wiki::WikiProvider& provider, LineWriter& output);
+  // `service` must outlive the session. Messages that answer no request go to `output`, and answers too where
+  // receive() is given no other place.
+  static std::shared_ptr<Session> begin(Service& service, std::shared_ptr<Outlet> output);
 
   // Handles a line. Returns before a request in it is answered, unless no work is needed for the answer.
   // Waits while too many requests wait (protocol/scheduler.h): so the client that sends them has to wait too.
   void receive(std::string_view line);
+  // The same for a line that was read, of `bytes` bytes. Answers, and what is told of the requests meanwhile,
+  // go to `answers`; it is let go of once nothing more will come.
+  void receive(LineContent content, std::size_t bytes, const std::shared_ptr<Outlet>& answers);
   // Answers a line that exceeds the size limit with an error, under the id of its request if that can be
   // found.
   void receive_too_long(const LineTooLong& line);
@@ -50,12 +53,25 @@ class Session {
   // False when some have not ended even then. With `abandoned` all are cancelled at once, as nobody reads
   // their answers.
   bool finish(std::chrono::milliseconds patience, bool abandoned);
+  // Cancels all requests under way.
+  void cancel_all();
+  // Ends those that listen, with their answer or without one.
+  void end_listeners() { subscriptions_.finish(); }
+  void drop_listeners() { subscriptions_.drop(); }
+
+  // Notifies the subscribers of the page; see Subscriptions.
+  void page_changed(const std::string& page_id, bool listed);
 
   // Sends the record to the client, if the session or the request that runs on this thread asked for its
   // level. Blocks while the client does not read.
   void log(const utils::LogRecord& record);
+  // Sends the record to the client of the request that runs on this thread, if there is one and it asked for
+  // the record's level: for a process with many sessions, none of which is to hear of the others.
+  static void log_to_request(const utils::LogRecord& record);
 
  private:
+  Session(Service& service, std::shared_ptr<Outlet> output);
+
   // Called once for each message, on any thread: with its answer, or with none when there is to be no answer.
   // A batch counts these calls.
   using Reply = std::function<void(std::optional<Map> message)>;
@@ -64,25 +80,24 @@ class Session {
   struct Speaker {
     Revision revision;
     std::string client;  // the client's name, "" if it gave none
+    std::shared_ptr<Outlet> answers;
   };
 
-  void take(Message message, const Reply& reply);
-  void take_batch(std::vector<Message> batch);
-  void take_request(Request request, const Reply& reply);
+  void take(Message message, const Reply& reply, const std::shared_ptr<Outlet>& answers);
+  void take_batch(std::vector<Message> batch, const std::shared_ptr<Outlet>& answers);
+  void take_request(Request request, const Reply& reply, const std::shared_ptr<Outlet>& answers);
   void take_notification(const Notification& notification);
   Revision revision_of(const Request& request) const;
   std::optional<Map> answer_at_once(const Request& request, Revision revision);
   Map initialize(const Map& params);
   std::optional<Map> result_of(const Request& request, const Speaker& speaker, utils::Task& task);
-  void listen(const Request& request, const utils::Task& task);
+  void listen(const Request& request, const Speaker& speaker, const utils::Task& task);
   void run_later(Request request, Speaker speaker, const Reply& reply);
   void run(const Request& request, const Speaker& speaker, UnderWay& work, const Reply& reply);
   void cancel(const Map& id);
-  void cancel_all();
-  Reply write_reply();
 
-  workers::wiki::WikiProvider& provider_;
-  LineWriter& output_;
+  Service& service_;
+  const std::shared_ptr<Outlet> output_;
   std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as are the next two
   std::string client_;              // its name as `initialize` gave it
   std::size_t line_bytes_ = 0;      // of the line at hand
@@ -90,8 +105,6 @@ class Session {
   Subscriptions subscriptions_;
   std::mutex mutex_;
   std::map<std::string, std::shared_ptr<UnderWay>> under_way_;  // by the id as JSON; guarded by mutex_
-  PageWatch watch_;
-  Scheduler scheduler_;  // last: its threads use all members above, so they end first
 };
 
 }  // namespace ossilar::mcp

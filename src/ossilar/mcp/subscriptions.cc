@@ -42,18 +42,18 @@ void Subscriptions::unsubscribe(const std::string& uri) {
 
 // `subscription` is the id of the listener's request, by which its client tells several apart; null in the
 // older form, which has no such key.
-void Subscriptions::notify(const char* method, Map params, const Map& subscription) {
+void Subscriptions::notify(Outlet& output, const char* method, Map params, const Map& subscription) {
   if (!subscription.is_null()) params["_meta"] = Map{{meta_key::kSubscription, subscription}};
-  output_.write(notification_line(method, params));
+  output.write(notification_line(method, params));
 }
 
-bool Subscriptions::listen(const Map& id, const ListenFilter& filter) {
+bool Subscriptions::listen(const Map& id, const ListenFilter& filter, const std::shared_ptr<Outlet>& output) {
   const std::lock_guard lock(mutex_);
   if (listeners_.size() >= kMostListeners) return false;
   // Under the lock that page_changed() takes, so that nothing is sent to this listener before its
   // acknowledgement.
-  notify("notifications/subscriptions/acknowledged", Map{{"notifications", shown(filter)}}, id);
-  listeners_[id.dump()] = {id, filter};
+  notify(*output, "notifications/subscriptions/acknowledged", Map{{"notifications", shown(filter)}}, id);
+  listeners_[id.dump()] = {id, filter, output};
   return true;
 }
 
@@ -72,8 +72,13 @@ void Subscriptions::finish() {
   for (const auto& [key, listener] : listeners_) {
     Map result = finished(Revision::r2026_07_28, Map::object());
     result["_meta"][meta_key::kSubscription] = listener.id;
-    output_.write(result_line(listener.id, result));
+    listener.output->write(result_line(listener.id, result));
   }
+  listeners_.clear();
+}
+
+void Subscriptions::drop() {
+  const std::lock_guard lock(mutex_);
   listeners_.clear();
 }
 
@@ -81,11 +86,13 @@ void Subscriptions::page_changed(const std::string& uri, bool listed) {
   constexpr const char* kUpdated = "notifications/resources/updated";
   constexpr const char* kListChanged = "notifications/resources/list_changed";
   const std::lock_guard lock(mutex_);
-  if (uris_.count(uri) > 0) notify(kUpdated, Map{{"uri", uri}}, {});
-  if (listed && session_) notify(kListChanged, Map::object(), {});
+  if (uris_.count(uri) > 0) notify(*output_, kUpdated, Map{{"uri", uri}}, {});
+  if (listed && session_) notify(*output_, kListChanged, Map::object(), {});
   for (const auto& [key, listener] : listeners_) {
-    if (listener.filter.uris.count(uri) > 0) notify(kUpdated, Map{{"uri", uri}}, listener.id);
-    if (listed && listener.filter.list_changed) notify(kListChanged, Map::object(), listener.id);
+    if (listener.filter.uris.count(uri) > 0)
+      notify(*listener.output, kUpdated, Map{{"uri", uri}}, listener.id);
+    if (listed && listener.filter.list_changed)
+      notify(*listener.output, kListChanged, Map::object(), listener.id);
   }
 }
 

@@ -5,12 +5,13 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "ossilar/mcp/protocol/transport.h"
+#include "ossilar/mcp/protocol/outlet.h"
 #include "ossilar/utils/json.h"
 
 namespace ossilar::mcp {
@@ -27,10 +28,10 @@ struct ListenFilter {
 };
 
 // Thread-safety: every member may be called from any thread. Each that writes blocks while the client does
-// not read, and lets the others wait. Lifetime: the writer must outlive it.
+// not read, and lets the others wait.
 class Subscriptions {
  public:
-  explicit Subscriptions(LineWriter& output) : output_(output) {}
+  explicit Subscriptions(std::shared_ptr<Outlet> output) : output_(std::move(output)) {}
 
   // Revisions before 2026-07-28 have one set of URIs for the whole session. Once the session has begun, it is
   // notified of changes of the list without asking.
@@ -39,15 +40,17 @@ class Subscriptions {
   bool subscribe(const std::string& uri);
   void unsubscribe(const std::string& uri);
 
-  // Since then a listener is a request that stays open; `id` is the request's. It is acknowledged here,
-  // before anything else is sent to it. False, with nothing sent, when the session has as many listeners as
-  // it may have.
-  bool listen(const Map& id, const ListenFilter& filter);
+  // Since then a listener is a request that stays open; `id` is the request's, `output` where its answer
+  // goes. It is acknowledged here, before anything else is sent to it. False, with nothing sent, when the
+  // session has as many listeners as it may have.
+  bool listen(const Map& id, const ListenFilter& filter, const std::shared_ptr<Outlet>& output);
   // Ends the listener of this id, if there is one. Nothing is sent: its client cancelled it.
   void cancel(const Map& id);
   bool holds(const Map& id);
   // Ends all listeners, and sends each the result of its request.
   void finish();
+  // The same without a word, as nobody would read it.
+  void drop();
 
   // Notifies those who asked: the page at `uri` changed. With `listed` it came or went, so the list changed
   // too.
@@ -57,10 +60,11 @@ class Subscriptions {
   struct Listener {
     Map id;
     ListenFilter filter;
+    std::shared_ptr<Outlet> output;
   };
-  void notify(const char* method, Map params, const Map& subscription);
+  static void notify(Outlet& output, const char* method, Map params, const Map& subscription);
 
-  LineWriter& output_;
+  const std::shared_ptr<Outlet> output_;
   std::mutex mutex_;  // held while a notification is written, so that none comes after its listener's end
   bool session_ = false;
   std::set<std::string> uris_;

@@ -54,15 +54,17 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
                                                             std::fclose);
   workers::wiki::WikiProvider provider(repo.dir.path());
   LineWriter output(fileno(out.get()), -1);
-  Session session(provider, output);
+  Service service(provider);
+  const auto session = Session::begin(service, unowned(output));
   LineReader reader(fileno(in.get()), fileno(out.get()));
   for (;;) {
     const auto next = reader.next();
     if (std::holds_alternative<EndOfInput>(next)) break;
     const auto* line = std::get_if<Line>(&next);
-    line != nullptr ? session.receive(line->text) : session.receive_too_long(std::get<LineTooLong>(next));
+    line != nullptr ? session->receive(line->text) : session->receive_too_long(std::get<LineTooLong>(next));
   }
-  EXPECT_TRUE(session.finish(std::chrono::minutes(1), false));
+  output.input_has_ended();
+  EXPECT_TRUE(session->finish(std::chrono::minutes(1), false));
   return repo.dir.read("replies");
 }
 

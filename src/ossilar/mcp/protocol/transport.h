@@ -19,6 +19,7 @@
 #include <thread>
 #include <variant>
 
+#include "ossilar/mcp/protocol/outlet.h"
 #include "ossilar/utils/files.h"
 
 namespace ossilar::mcp {
@@ -70,25 +71,23 @@ class LineReader {
 // treated as gone, or the process could never end.
 //
 // Thread-safety: every member may be called from any thread.
-class LineWriter {
+class LineWriter final : public Outlet {
  public:
   // Both descriptors stay the caller's. `input_fd` is where the reader's own lines come from, -1 for none.
   // Ten seconds are also what the server grants requests under way at its end (server.cc).
   LineWriter(int fd, int input_fd, std::chrono::milliseconds patience = std::chrono::seconds(10))
       : fd_(fd), input_fd_(input_fd), patience_(patience) {}
   // Waits for the lines that were to be written later, as write() does.
-  ~LineWriter();
-  LineWriter(const LineWriter&) = delete;
-  LineWriter& operator=(const LineWriter&) = delete;
+  ~LineWriter() override;
 
   // Writes `text`, which must hold no line feed, and a line feed. False once nobody reads any more: the line
   // may be out in part, and nothing is written after it. Waits while other threads write.
-  bool write(std::string_view text);
+  bool write(std::string_view text) override;
 
   // Writes `text` from a thread of this writer's own, so the caller never waits for the reader: for what is
   // said while others wait for the caller, as a log record under the write lock. Lines come in the order in
   // which they were given to either function. Beyond kMostLater lines that wait, the text is dropped.
-  void write_later(std::string text);
+  void write_later(std::string text) override;
 
   // Tells that the reader's lines have ended. A pipe shows that itself, a file and a half-closed socket do
   // not.
