@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "ossilar/utils/hash.h"
+#include "ossilar/utils/own_host.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/web/address.h"
 #include "ossilar/web/embedded.h"
@@ -119,20 +120,13 @@ Response respond_to_path(const std::string& path, const Request& request, const 
 
 }  // namespace
 
-bool is_own_host(std::string_view host, std::uint16_t port) {
-  const std::string ending = ":" + std::to_string(port);
-  const std::string name = utils::lower_case(host);
-  return name == "127.0.0.1" + ending || name == "localhost" + ending ||
-         (port == 80 && (name == "127.0.0.1" || name == "localhost"));
-}
-
 Response plain_response(int status, const std::string& line) {
   return with_headers({.status = status, .body = line + "\n", .headers = {{"Cache-Control", "no-store"}}},
                       "text/plain; charset=utf-8");
 }
 
 Response respond(const Request& request, const Site& site, std::uint16_t port, const utils::Task& task) {
-  if (!is_own_host(request.host, port)) {
+  if (!utils::is_own_host(request.host, port)) {
     return plain_response(403,
                           "This server answers to http://127.0.0.1:" + std::to_string(port) + "/ alone.");
   }

@@ -30,10 +30,6 @@ struct Response {
   bool is_event_stream = false;  // no body, but events as they come
 };
 
-// Whether the Host header names this server: its own address, or the name of this machine for itself. A page
-// of another site can make a name of its own lead here; then it would read the wiki by that name.
-bool is_own_host(std::string_view host, std::uint16_t port);
-
 // Never throws for what is in the request.
 Response respond(const Request& request, const Site& site, std::uint16_t port, const utils::Task& task);
 
