@@ -30,14 +30,14 @@ const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'restore_page', '
 
 const names = (list) => list.map((each) => each.name);
 
-// `connect(wiki)` gives a session in the terms of this file: the library's client and what libraries do in
+// `connect(wiki, t)` gives a session in the terms of this file: the library's client and what libraries do in
 // different ways (call, onUpdated, subscribe), and the errors that the library reported.
 export function testSessions(library, connect) {
   const session = (what, run) =>
     test(`${library}: ${what}`, async (t) => {
       const wiki = makeWiki(t);
       wiki.save('alpha', pageAbout('alpha'));
-      const made = await connect(wiki);
+      const made = await connect(wiki, t);
       t.after(() => made.client.close());
       await run(made, wiki);
       assert.deepEqual(made.errors, [], 'the library has nothing to complain about');

@@ -40,6 +40,7 @@ struct Arguments {
   ColorChoice color = ColorChoice::automatic;
   InitArguments init;
   CheckArguments check;
+  McpArguments mcp;
   ServeArguments serve;
   ExportArguments exported;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
@@ -208,9 +209,33 @@ void add_check_command(CLI::App& app, Arguments& arguments) {
 }
 
 void add_mcp_command(CLI::App& app, Arguments& arguments) {
-  add_command(app, arguments, "mcp",
-              "Serve an agent over the Model Context Protocol on standard input and output",
-              "ossilar --repo . mcp", [&](Output&) { return run_mcp(arguments.place, arguments.log); });
+  auto* mcp = add_command(
+      app, arguments, "mcp",
+      "Serve an agent over the Model Context Protocol on standard input and output, or many over HTTP",
+      "ossilar --repo . mcp\nossilar mcp --http\nossilar mcp --http 0.0.0.0:8765 --token-file "
+      "~/.ossilar-token",
+      [&](Output& output) {
+        if (arguments.mcp.http) return run_mcp_http(arguments.place, arguments.mcp, arguments.log, output);
+        return run_mcp(arguments.place, arguments.log);
+      },
+      "With --http the endpoint is /mcp; /healthz and /metrics are beside it. An address that other "
+      "machines\n"
+      "reach needs --token-file, and a proxy in front of it that does TLS.");
+  mcp->add_option_function<std::string>(
+         "--http",
+         [&arguments](const std::string& where) {
+           arguments.mcp.http = true;
+           arguments.mcp.listening = where;
+         },
+         "Serve over HTTP, at this address and port (default: 127.0.0.1:8765)")
+      ->expected(0, 1)
+      ->default_str("")
+      ->type_name("ADDR:PORT")
+      ->option_text("[ADDR:PORT]");
+  mcp->add_option("--token-file", arguments.mcp.token_file,
+                  "A file that holds the token which clients must send: Authorization: Bearer TOKEN")
+      ->type_name("FILE")
+      ->option_text("FILE");
 }
 
 void add_serve_command(CLI::App& app, Arguments& arguments) {

@@ -61,6 +61,16 @@ int run_check(const Place& place, const CheckArguments& arguments, Output& outpu
 // log records go to `log` and to the client. Ends the process itself when a request does not end.
 int run_mcp(const Place& place, const utils::LogSink& log);
 
+// Serves sessions over HTTP until SIGINT or SIGTERM. A place that may not be listened at, and a token that is
+// missing or may be read by others, is a utils::ConfigError.
+struct McpArguments {
+  bool http = false;
+  std::string listening;   // see mcp/http/listening.h
+  std::string token_file;  // "" for none
+};
+int run_mcp_http(const Place& place, const McpArguments& arguments, const utils::LogSink& log,
+                 Output& output);
+
 // Serves the wiki to browsers on this machine until SIGINT or SIGTERM. A port that is in use is a
 // utils::ConfigError.
 struct ServeArguments {

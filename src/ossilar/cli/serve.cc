@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "ossilar/cli/commands.h"
+#include "ossilar/cli/ending_signals.h"
 #include "ossilar/web/server.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 
@@ -14,14 +15,6 @@ extern char** environ;
 
 namespace ossilar::cli {
 namespace {
-
-sigset_t ending_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
 
 // With the desktop's own command, which is not waited for: it may last as long as the browser.
 void open_browser(const std::string& url) {
