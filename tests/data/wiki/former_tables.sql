@@ -1,4 +1,5 @@
 -- Makes the tables of a database what they were until words were indexed by the first search after a save.
+DROP TABLE page_versions;
 DROP TABLE own_lists;
 DROP TABLE cited_by;
 DROP TABLE cited_texts;

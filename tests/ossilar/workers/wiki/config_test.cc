@@ -26,6 +26,7 @@ TEST(Config, ReadsEveryKey) {
   const WikiConfig config = parse_config(
       "steering = 'Plain words.'\n"
       "[wiki]\ndir = 'docs/wiki/'\ndiagrams = false\nmin_citations_per_page = 0\nlock_timeout_s = 0.25\n"
+      "[history]\nversions = 1000\n"
       "[embedding]\nprovider = 'http'\nurl = 'https://e/v1'\nmodel = 'm'\napi_key_env = 'KEY_1'\n"
       "[[page]]\nid = 'a/b'\ntitle = ' T '\ndescription = \"\"\"two\n  lines\"\"\"\ntype = 'topic'\n"
       "importance = 'low'\nparent = ''\nsources = ['src/*.c', 'lib']\nrelated = ['x', 'y', 'x']\nsteering = "
@@ -37,6 +38,7 @@ TEST(Config, ReadsEveryKey) {
   EXPECT_FALSE(config.diagrams);
   EXPECT_EQ(config.min_citations_per_page, 0);
   EXPECT_EQ(config.lock_timeout, std::chrono::milliseconds(250));
+  EXPECT_EQ(config.history_versions, 1000U);
   EXPECT_EQ(config.embedding_provider + config.embedding_url + config.embedding_model +
                 config.embedding_api_key_env,
             "httphttps://e/v1mKEY_1");

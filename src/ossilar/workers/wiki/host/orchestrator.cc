@@ -408,8 +408,8 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
     const std::string hash = _text_hash(text);
     return hash == draft || hash == row;
   };
-  settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());
   commit_->text = draft.markdown;
+  settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());
   commit_->transaction = wiki_.store().begin("store the page " + draft_->page_id);
   std::optional<Answer> answer;
   try {
