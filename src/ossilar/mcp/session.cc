@@ -201,7 +201,7 @@ Session::Session(Service& service, std::shared_ptr<Outlet> output)
     : service_(service), output_(std::move(output)), log_level_(kNothing), subscriptions_(output_) {}
 
 std::shared_ptr<Session> Session::begin(Service& service, std::shared_ptr<Outlet> output) {
-  const std::shared_ptr<Session> session(new Session(service, std::move(output)));
+  std::shared_ptr<Session> session(new Session(service, std::move(output)));
   service.enter(session);
   return session;
 }

@@ -69,7 +69,7 @@ std::string read_token(const std::filesystem::path& file) {
                              "; make it yours alone with: chmod 600 " + name);
   }
   const auto text = utils::read_at_most(opened.get(), kLongestToken, name);
-  const std::string token = text ? std::string(utils::strip(*text)) : "";
+  std::string token = text ? std::string(utils::strip(*text)) : "";
   const bool is_plain = std::all_of(token.begin(), token.end(), [](char c) { return c > ' ' && c < '\x7f'; });
   if (!text || token.size() < kShortestToken || !is_plain) {
     throw utils::ConfigError(name +

@@ -22,6 +22,7 @@
 #include "ossilar/mcp/http/exchange.h"
 #include "ossilar/mcp/http/gate.h"
 #include "ossilar/mcp/http/metrics.h"
+#include "ossilar/mcp/http/reply.h"
 #include "ossilar/mcp/http/sleepers.h"
 #include "ossilar/mcp/protocol/transport.h"
 #include "ossilar/mcp/service.h"
@@ -46,87 +47,11 @@ constexpr std::size_t kMostListening = 128;
 constexpr std::chrono::milliseconds kLook{200};
 constexpr int kLooksToBeat = 75;  // 15 seconds, below the patience of proxies
 
-using Headers = std::vector<std::pair<const char*, std::string>>;
-
-struct ResponseFreed {
-  void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
-};
-using OwnedResponse = std::unique_ptr<MHD_Response, ResponseFreed>;
-
-std::string text_or_empty(const char* text) { return text == nullptr ? "" : text; }
-
-Head head_of(MHD_Connection* connection, const char* url, const char* method) {
-  const auto header = [&](const char* name) {
-    return text_or_empty(MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name));
-  };
-  return {.method = method,
-          .path = url,
-          .host = header("Host"),
-          .origin = header("Origin"),
-          .authorization = header("Authorization"),
-          .content_type = header("Content-Type"),
-          .accept = header("Accept"),
-          .protocol_version = header("MCP-Protocol-Version"),
-          .session_id = header("Mcp-Session-Id"),
-          .mcp_method = header("Mcp-Method"),
-          .mcp_name = header("Mcp-Name"),
-          .last_event_id = header("Last-Event-ID")};
-}
-
-MHD_Result send(MHD_Connection* connection, int status, std::string body, const char* type,
-                const Headers& headers = {}) {
-  const OwnedResponse response(
-      MHD_create_response_from_buffer(body.size(), body.data(), MHD_RESPMEM_MUST_COPY));
-  if (!response) return MHD_NO;
-  if (!body.empty()) MHD_add_response_header(response.get(), "Content-Type", type);
-  MHD_add_response_header(response.get(), "Cache-Control", "no-store");
-  MHD_add_response_header(response.get(), "X-Content-Type-Options", "nosniff");
-  for (const auto& [name, value] : headers) MHD_add_response_header(response.get(), name, value.c_str());
-  return MHD_queue_response(connection, static_cast<unsigned>(status), response.get());
-}
-
-// As a JSON-RPC error without an id: clients show its message.
-MHD_Result send_refusal(MHD_Connection* connection, const Refusal& refusal) {
-  Headers headers;
-  if (refusal.status == 401) headers.emplace_back("WWW-Authenticate", "Bearer realm=\"ossilar\"");
-  if (refusal.status == 405) headers.emplace_back("Allow", "POST, GET, DELETE");
-  if (refusal.status == 503) headers.emplace_back("Retry-After", "1");
-  return send(connection, refusal.status, error_line({}, error_code::kInvalidRequest, refusal.message),
-              "application/json", headers);
-}
-
 // Of sessions without a stream for what answers no request.
 class NoOutlet final : public Outlet {
  public:
   bool write(std::string_view /*text*/) override { return false; }
   void write_later(std::string /*text*/) override {}
-};
-
-// A stream of events on its way to a connection.
-struct Reader {
-  Sleepers* sleepers;
-  MHD_Connection* connection;
-  std::shared_ptr<EventStream> stream;
-  std::shared_ptr<Client> client;  // keeps the session's streams; null for a request that stands alone
-  std::shared_ptr<Session> alone;  // and for that its session
-  std::uint64_t ticket = 0;
-  std::atomic<bool> is_gone = false;
-
-  static ssize_t read(void* self, std::uint64_t /*position*/, char* buffer, std::size_t size) {
-    auto& reader = *static_cast<Reader*>(self);
-    if (reader.is_gone) return MHD_CONTENT_READER_END_WITH_ERROR;
-    std::size_t taken = 0;
-    const auto result = reader.stream->read(reader.ticket, buffer, size, taken, [&] {
-      reader.sleepers->sleep(reader.connection, reader.is_gone, reader.alone);
-    });
-    if (result == EventStream::Read::end) return MHD_CONTENT_READER_END_OF_STREAM;
-    return static_cast<ssize_t>(taken);
-  }
-  static void free(void* self) {
-    auto* reader = static_cast<Reader*>(self);
-    reader->stream->detach(reader->ticket);
-    delete reader;
-  }
 };
 
 // A request from its headers to the end of its answer.
@@ -343,12 +268,16 @@ class Server::Impl {
   // The stream of what answers no request, or one that broke off, after the last event that was seen.
   MHD_Result open_stream(MHD_Connection* connection, Post& post) {
     if (const auto refusal = find_client(post)) return send_refusal(connection, *refusal);
-    if (post.head.last_event_id.empty())
-      return send_events(connection, post, post.client->notifications(), std::nullopt);
+    if (post.head.last_event_id.empty()) {
+      return send_events(
+          connection, sleepers_,
+          {.stream = post.client->notifications(), .after = {}, .client = post.client, .alone = {}});
+    }
     const auto id = parse_event_id(post.head.last_event_id);
     const auto stream = id ? post.client->stream(id->stream) : nullptr;
     if (!stream) return send_refusal(connection, {400, "Last-Event-ID names no event that is kept"});
-    return send_events(connection, post, stream, id->event);
+    return send_events(connection, sleepers_,
+                       {.stream = stream, .after = id->event, .client = post.client, .alone = {}});
   }
 
   MHD_Result serve(MHD_Connection* connection, Post& post) {
@@ -418,32 +347,9 @@ class Server::Impl {
       const std::string& document = post.exchange->document();
       return send(connection, status_of(document, post.kind), document, "application/json", headers);
     }
-    return send_events(connection, post, post.exchange->stream(), 0, headers);
-  }
-
-  MHD_Result send_events(MHD_Connection* connection, const Post& post,
-                         const std::shared_ptr<EventStream>& stream, std::optional<std::uint64_t> after,
-                         const Headers& headers = {}) {
-    auto reader = std::make_unique<Reader>();
-    reader->sleepers = &sleepers_;
-    reader->connection = connection;
-    reader->stream = stream;
-    reader->client = post.client;
-    reader->alone = post.alone;
-    reader->ticket = stream->attach(after, [this, connection] { sleepers_.wake(connection); });
-    const OwnedResponse response(MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 4096, &Reader::read,
-                                                                   reader.get(), &Reader::free));
-    if (!response) {
-      stream->detach(reader->ticket);
-      return MHD_NO;
-    }
-    static_cast<void>(reader.release());  // the response frees it
-    MHD_add_response_header(response.get(), "Content-Type", "text/event-stream");
-    MHD_add_response_header(response.get(), "Cache-Control", "no-store");
-    MHD_add_response_header(response.get(), "X-Accel-Buffering",
-                            "no");  // a proxy must pass events on at once
-    for (const auto& [name, value] : headers) MHD_add_response_header(response.get(), name, value.c_str());
-    return MHD_queue_response(connection, 200, response.get());
+    return send_events(
+        connection, sleepers_,
+        {.stream = post.exchange->stream(), .after = 0, .client = post.client, .alone = post.alone}, headers);
   }
 
   const ServerOptions options_;
