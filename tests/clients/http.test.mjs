@@ -9,7 +9,7 @@ import { StreamableHTTPClientTransport as SdkTransport } from '@modelcontextprot
 import { ResourceUpdatedNotificationSchema } from '@modelcontextprotocol/sdk/types.js';
 import { beginSession, events, HEADERS, post, serveHttp } from './http.mjs';
 import { testSessions } from './session.mjs';
-import { holdWriteLock, LATEST, makeWiki, metaOf, pageAbout } from './wiki.mjs';
+import { holdWriteLock, LATEST, makeWiki, metaOf, numbers, pageAbout, sectionText } from './wiki.mjs';
 
 async function connectSdk(wiki, t) {
   const { url, end } = await serveHttp(t, wiki);
@@ -232,4 +232,32 @@ test('http: the end waits for a save that is under way, and answers it', async (
   }
   assert.ok(messages.at(-1).result.structuredContent.saved);
   await ended;
+});
+
+test('http: sessions that save sections of one page at once lose nothing, and the history names each', async (t) => {
+  const wiki = makeWiki(t);
+  wiki.save('alpha', pageAbout('alpha', 4));
+  const { url, end } = await serveHttp(t, wiki);
+  const save = async (session, writer, round) => {
+    const content = sectionText('alpha', writer, `round ${round}`);
+    const args = { page_id: 'alpha', section: `Section ${writer}`, content };
+    const answer = await post(
+      url,
+      { id: round, method: 'tools/call', params: { name: 'save_page', arguments: args } },
+      session,
+    );
+    assert.ok((await answer.json()).result.structuredContent.saved, `${writer} ${round}`);
+  };
+  const write = async (writer) => {
+    const session = await beginSession(url, NEWEST_SESSION);
+    for (const round of numbers(4)) await save(session, writer, round);
+    return session;
+  };
+  const [session] = await Promise.all(numbers(4).map(write));
+  for (const writer of numbers(4)) assert.ok(wiki.page('alpha').includes(sectionText('alpha', writer, 'round 3')));
+  const params = { name: 'page_history', arguments: { page_id: 'alpha' } };
+  const { result } = await (await post(url, { id: 'log', method: 'tools/call', params }, session)).json();
+  const saves = result.structuredContent.versions.filter((each) => each.client === 'plain');
+  assert.equal(saves.length, 16, 'each acknowledged save is a version of its own');
+  await end();
 });
