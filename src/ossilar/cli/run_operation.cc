@@ -73,7 +73,10 @@ void require_utf8_argument(const std::string& text, std::string_view name) {
 Map complete(const Operation& operation, Map arguments) {
   for (const Argument& argument : operation.arguments) {
     const std::string name(argument.name);
-    if (argument.from_file) {
+    const bool is_needless = argument.is_needless != nullptr && argument.is_needless(arguments);
+    if (argument.from_file && is_needless && !arguments.contains(name)) {
+      arguments[name] = "";
+    } else if (argument.from_file) {
       arguments[name] = read_content(utils::string_member(arguments, name));
     } else {
       require_utf8_argument(utils::string_member(arguments, name), argument.option);

@@ -55,6 +55,9 @@ struct Argument {
   Map flag = {};
   // In the shell the name of a file that holds the value; without it, standard input does.
   bool from_file = false;
+  // Whether the other arguments leave nothing for this one to say, so that no standard input is read for it;
+  // null: never.
+  bool (*is_needless)(const Map& arguments) = nullptr;
 };
 
 struct Operation {
@@ -66,7 +69,11 @@ struct Operation {
   std::string_view example;      // command lines of the shell, one a line
   std::vector<Argument> arguments;
   Map output_schema;
+  std::string more = {};  // below the examples in the shell's help
   bool reads_only = true;
+  // Its documents are long texts: a session gives them as text alone, unless structured_argument() asks for
+  // them as structured content too.
+  bool is_text_once = false;
   // Refuses what the arguments alone decide; null when nothing can be refused so. Callers ask it before the
   // wiki is brought up to date, and call() may rely on it.
   std::optional<Map> (*refuse)(const Map& arguments) = nullptr;
@@ -82,12 +89,16 @@ const std::vector<Operation>& operations();
 Map input_schema(const Operation& operation);
 
 // What is wrong with `arguments`, an object, in words for the caller; none when they fit. Of JSON Schema it
-// knows what the arguments' schemas use: `type` string, integer or boolean, `enum`, `minimum`, `maximum`, and
-// `minLength` 1.
+// knows what the arguments' schemas use: `type` string, integer, boolean, or array with `items` of these,
+// `enum`, `minimum`, `maximum`, and `minLength` 1.
 std::optional<std::string> misfit(const Operation& operation, const Map& arguments, Caller caller);
 
 // The argument, none where it is missing: an empty text is not the same.
 std::optional<std::string> optional_text(const Map& arguments, const char* name);
+
+// With which a client asks for structured content where a result is text alone.
+Argument structured_argument();
+inline constexpr const char* kStructured = "structured";
 
 // The id of a page, which most operations need.
 Argument page_argument();

@@ -31,6 +31,9 @@ Result call_save_page(const Asked& asked) {
       outcome.kept.empty() ? "" : (paths.drafts() / outcome.kept).lexically_relative(paths.root).string();
   Result result{.value = std::move(outcome.answer), .kept = kept, .failure = outcome.failure};
   if (result.value.contains("valid_citations")) result.notes = notes_on_refusal(asked, request);
+  if (result.value.contains("error")) {
+    for (std::string& note : notes_on_blank(request)) result.notes.push_back(std::move(note));
+  }
   if (!outcome.version.empty()) {
     result.notes.push_back("The page has version " + outcome.version +
                            " now; pass it as if_version to save onto it.");
@@ -63,11 +66,15 @@ Operation save_page() {
           "Markdown: a summary paragraph first, then `##` sections, no `#` title. Cite the source of every "
           "claim about the code as [path/to/file:L10-L20], outside code and with lines that exist; link "
           "other pages as [Their title]. With `section`, `content` replaces only that `##` section, so "
-          "others can change the rest at the same time. As `if_version`, pass the `version` from read_page "
-          "or page_context: if someone saved the page since, the save is refused and you get the "
+          "others can change the rest at the same time; with `place` it adds one or removes it. As "
+          "`if_version`, pass the `version` from read_page or page_context: if someone changed the page "
+          "since, or with `section` that section or the page's headings, the save is refused and you get the "
           "difference. Read the warnings of a saved page and fix what they name. You can save a page again "
           "as often as you like.",
-      .example = "ossilar save overview overview.md\nossilar save overview --section Purpose < purpose.md",
+      .example =
+          "ossilar save overview overview.md\nossilar save overview --section Purpose < purpose.md\n"
+          "ossilar save overview --section Limits --place \"after: Purpose\" limits.md\n"
+          "ossilar save overview --section Limits --place remove",
       .arguments = with_more(
           text_arguments(),
           {{.name = "if_version",

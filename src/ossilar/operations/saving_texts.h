@@ -13,7 +13,8 @@ namespace ossilar::operations {
 
 workers::wiki::SaveRequest request_of(const Map& arguments);
 
-// Refuses what nobody has to look into a wiki for: size and encoding.
+// Refuses what nobody has to look into a wiki for: size, encoding, and a place that
+// says nothing.
 std::optional<Map> refuse_text(const Map& arguments);
 
 // What a save would answer, with `cited`: each valid citation and the first of its lines. Writes nothing.
@@ -21,6 +22,9 @@ Result preview(const Asked& asked, const workers::wiki::SaveRequest& request);
 
 // Beside a refusal: each bracket that is no citation or link, and what may be meant.
 std::vector<std::string> notes_on_refusal(const Asked& asked, const workers::wiki::SaveRequest& request);
+
+// Beside the refusal of a section without content: how one is removed.
+std::vector<std::string> notes_on_blank(const workers::wiki::SaveRequest& request);
 
 // The arguments of both, and the properties that both answers have.
 std::vector<Argument> text_arguments();

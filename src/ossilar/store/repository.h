@@ -41,7 +41,7 @@ class StorageError : public utils::Error {
 // Stored rows by page id. A row has the keys `page_id`, `title` and the names of the fields of PageFields, in
 // this order. A process keeps all rows in memory, so they are made small: `source_files`, `source_hashes`,
 // `related_pages` and `citations` are JSON text, as `build_cache` is; `symbols` is left out, and so are
-// `prose`, `sections` and `diagrams` of a `build_cache` that is a JSON object.
+// `prose`, `sections`, `diagrams` and `versions` of a `build_cache` that is a JSON object.
 using StoredRows = utils::SnapshotMap<Map>;
 
 // Digests by page id.

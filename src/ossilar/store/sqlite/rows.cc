@@ -90,7 +90,8 @@ const char* const kChangedPages =
     "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
     " source_hashes, related_pages, citations, content_hash, model, status, summary,"
     " CASE WHEN json_valid(build_cache)"
-    " THEN json_remove(build_cache, '$.prose', '$.sections', '$.diagrams') ELSE build_cache END,"
+    " THEN json_remove(build_cache, '$.prose', '$.sections', '$.diagrams', '$.versions') ELSE build_cache "
+    "END,"
     " page_type FROM pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
 
 const char* const kRemovedPages =

@@ -74,6 +74,7 @@ std::optional<Answer> refuse_request(const SaveRequest& request) {
   if (auto refusal = refuse_text(request.page_id, "page_id")) return refusal;
   if (auto refusal = refuse_text(request.content, "content")) return refusal;
   if (auto refusal = refuse_text(request.section.value_or(""), "section")) return refusal;
+  if (auto refusal = refuse_text(request.place.value_or(""), "place")) return refusal;
   return refuse_text(request.title.value_or(""), "title");
 }
 

@@ -34,6 +34,8 @@ struct SaveRequest {
   // Save only if the page is still this version (see pages/page_version.h), or with kNoVersion only if it
   // does not exist yet.
   std::optional<std::string> if_version = {};
+  // Add the section or remove it (see pages/section_place.h); none: replace it.
+  std::optional<std::string> place = {};
 };
 
 // Refuses content over kLargestContent, and a text that is not UTF-8 (the error names the argument and the

@@ -37,6 +37,8 @@ class Fingerprinter;
 struct SaveTerms {
   // Save only onto this version of the page (see pages/page_version.h); none: onto any.
   std::optional<std::string> if_version = {};
+  // Where the section goes (see pages/section_place.h); none: it replaces the one of its name.
+  std::optional<std::string> place = {};
   // Draft from this; null: from the wiki as it is when each draft begins.
   const DraftBasis* basis = nullptr;
   // The text differs in the lines of moved citations alone, and nobody has read it (see
@@ -118,7 +120,10 @@ class WikiGenerator final : public AgentSaveMixin {
   std::map<std::string, std::string> hashes_of(const std::vector<std::string>& files) const;
   std::vector<Map> confirmations() const;
   void drop_empty(Brackets& brackets, Fingerprinter& prints);
-  std::optional<Answer> refuse_other_version(const std::string& content) const;
+  std::optional<Answer> refuse_other_version(const std::string& content,
+                                             const std::optional<std::string>& section) const;
+  bool is_section_untouched(const std::string& section) const;
+  Map versions_with_this() const;
   std::vector<std::string> loss_warnings_of(const std::string& authored) const;
   std::string hand_edit_warning() const;
   store::WikiStore& store() const;

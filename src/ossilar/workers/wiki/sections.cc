@@ -32,19 +32,10 @@ std::string_view without_marks(std::string_view heading) {
   return marked ? utils::strip(heading.substr(text)) : heading;
 }
 
-// The first section that `heading` names. An exact match goes first, so that two headings which differ in
-// case or markup alone can both be named.
 std::optional<Section> find_section(std::string_view body, std::string_view heading) {
   const std::vector<Section> sections = sections_of(body);
-  const std::string_view wanted = utils::strip(heading);
-  auto found = std::find_if(sections.begin(), sections.end(),
-                            [&](const Section& section) { return section.heading == wanted; });
-  if (found == sections.end()) {
-    const std::string key = heading_key(heading);
-    found = std::find_if(sections.begin(), sections.end(),
-                         [&](const Section& section) { return heading_key(section.heading) == key; });
-  }
-  return found == sections.end() ? std::nullopt : std::optional(*found);
+  const auto number = section_number(sections, heading);
+  return number ? std::optional(sections[*number]) : std::nullopt;
 }
 
 std::size_t end_without_feeds(std::string_view text) {
@@ -108,6 +99,20 @@ std::string heading_key(std::string_view heading) {
 
 bool same_heading(std::string_view a, std::string_view b) { return heading_key(a) == heading_key(b); }
 
+// An exact match goes first, so that two headings which differ in case or markup alone can both be named.
+std::optional<std::size_t> section_number(const std::vector<Section>& sections, std::string_view heading) {
+  const std::string_view wanted = utils::strip(heading);
+  auto found = std::find_if(sections.begin(), sections.end(),
+                            [&](const Section& section) { return section.heading == wanted; });
+  if (found == sections.end()) {
+    const std::string key = heading_key(heading);
+    found = std::find_if(sections.begin(), sections.end(),
+                         [&](const Section& section) { return heading_key(section.heading) == key; });
+  }
+  if (found == sections.end()) return std::nullopt;
+  return static_cast<std::size_t>(found - sections.begin());
+}
+
 std::optional<std::string> replace_section(std::string_view body, std::string_view heading,
                                            std::string_view text) {
   const auto section = find_section(body, heading);
@@ -124,6 +129,36 @@ std::optional<std::string> replace_section(std::string_view body, std::string_vi
   replaced.resize(end_without_feeds(replaced));
   replaced += section->text.substr(end_without_feeds(section->text));
   return parted(replaced, after).append(after);
+}
+
+// The new section ends as it begins, with a blank line between it and its neighbours. What is before it keeps
+// its bytes: only a line feed, or a line that closes an open block, comes behind them.
+std::optional<std::string> add_section(std::string_view body, std::string_view heading, std::string_view text,
+                                       const std::optional<std::string>& after) {
+  std::size_t at = body.size();
+  if (after) {
+    const auto section = find_section(body, *after);
+    if (!section) return std::nullopt;
+    at = static_cast<std::size_t>(section->text.data() - body.data()) + section->text.size();
+  }
+  std::string before(body.substr(0, at));
+  if (!before.empty() && before.back() != '\n') before += '\n';
+  if (!before.empty() && !before.ends_with("\n\n")) before += '\n';
+  const std::string name(without_marks(heading));
+  const std::string normalised = utils::normalise_line_ends(text);
+  std::string added = "## " + name + "\n" + below_heading(without_generated(normalised), name);
+  added.resize(end_without_feeds(added));
+  added += at < body.size() ? "\n\n" : "\n";
+  std::string joined = parted(before, added) + added;
+  return parted(joined, body.substr(at)).append(body.substr(at));
+}
+
+std::optional<std::string> remove_section(std::string_view body, std::string_view heading) {
+  const auto section = find_section(body, heading);
+  if (!section) return std::nullopt;
+  const auto begin = static_cast<std::size_t>(section->text.data() - body.data());
+  const std::string_view after = body.substr(begin + section->text.size());
+  return parted(std::string(body.substr(0, begin)), after).append(after);
 }
 
 std::optional<std::string> section_text(std::string_view body, std::string_view heading) {

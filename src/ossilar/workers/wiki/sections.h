@@ -40,6 +40,19 @@ bool same_heading(std::string_view a, std::string_view b);
 std::optional<std::string> replace_section(std::string_view body, std::string_view heading,
                                            std::string_view text);
 
+// `body` with a section of this heading and text put behind the one that `after` names, or with none at its
+// end. None when `after` names no section. `text` may begin with the heading. Other sections keep their
+// bytes; behind the one before come line feeds, or a line that closes an open block, where they are needed.
+std::optional<std::string> add_section(std::string_view body, std::string_view heading, std::string_view text,
+                                       const std::optional<std::string>& after);
+
+// `body` without the first section that `heading` names; none when there is no such section.
+std::optional<std::string> remove_section(std::string_view body, std::string_view heading);
+
+// Which of sections_of() `heading` names: the first whose heading is the same, else the first of the same
+// heading_key(). None when there is no such section.
+std::optional<std::size_t> section_number(const std::vector<Section>& sections, std::string_view heading);
+
 // The first section that `heading` names, its heading included, or none.
 std::optional<std::string> section_text(std::string_view body, std::string_view heading);
 

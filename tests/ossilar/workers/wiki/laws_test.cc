@@ -149,6 +149,27 @@ TEST(SectionLaw, NothingOutsideTheSectionChanges) {
   }
 }
 
+// A section that is added stands where it was asked for, whatever is open there, and is gone without a trace
+// of its own when it is removed; the headings around it stay in both cases.
+TEST(SectionLaw, AnAddedSectionIsOneAndCanBeRemoved) {
+  for (const std::string& text : texts()) {
+    const std::string body = authored_text(text);
+    const Strings headings = section_headings(body);
+    if (std::count(headings.begin(), headings.end(), "Added") > 0) continue;
+    for (std::size_t i = 0; i <= headings.size(); ++i) {
+      const bool is_last = i == headings.size();
+      if (!is_last && section_number(sections_of(body), headings[i]) != i) continue;  // a twin
+      const std::string added =
+          add_section(body, "Added", "```\nopen\n", is_last ? std::nullopt : std::optional(headings[i]))
+              .value();
+      Strings wanted = headings;
+      wanted.insert(wanted.begin() + static_cast<std::ptrdiff_t>(is_last ? i : i + 1), "Added");
+      ASSERT_EQ(section_headings(added), wanted) << "body:\n" << body << "\nadded:\n" << added;
+      ASSERT_EQ(section_headings(remove_section(added, "Added").value()), headings) << added;
+    }
+  }
+}
+
 TEST(Pathological, TextsAreReadToTheirEnd) {
   for (const char* unit :
        {"[", ">", "`", "*a ", "x", "[src/a.cc:L1", "+ ", "```\n<!-- ossilar:generated -->\n```\n"}) {

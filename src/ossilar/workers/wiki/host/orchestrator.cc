@@ -32,7 +32,9 @@
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/pages/former_file.h"
+#include "ossilar/workers/wiki/pages/page_outline.h"
 #include "ossilar/workers/wiki/pages/page_record.h"
+#include "ossilar/workers/wiki/pages/section_place.h"
 #include "ossilar/workers/wiki/plan/page_diagrams.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 #include "ossilar/workers/wiki/sections.h"
@@ -141,21 +143,40 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
     // Before the id becomes a path: until the plan knows it, it may be anything, "../x" for one.
     if (!wiki_.planned_with(page_id)) return not_planned(page_id, wiki_.planned()->plans);
     draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(page_id));
-    if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
+    if (auto refusal = refuse_other_version(content, section)) return *std::move(refusal);
   }
   auto drafted = AgentSaveMixin::_draft_agent_page(page_id, content, section, title);
   const auto* draft = std::get_if<_PageDraft>(&drafted);
   if (draft == nullptr) return drafted;
-  if (auto refusal = refuse_other_version(content)) return *std::move(refusal);
+  if (auto refusal = refuse_other_version(content, section)) return *std::move(refusal);
   draft_->version = version_of(draft->markdown);
   // The author gets this version in the answer and may save onto it without reading the page again.
   if (terms_.if_version) wiki_.read_texts().put(draft->markdown);
   return drafted;
 }
 
-std::optional<Answer> WikiGenerator::refuse_other_version(const std::string& content) const {
+// A save of a section is not in the way of those of other sections. A title is the whole page's, and so is
+// its version then.
+std::optional<Answer> WikiGenerator::refuse_other_version(const std::string& content,
+                                                          const std::optional<std::string>& section) const {
   if (!terms_.if_version) return std::nullopt;
+  if (section && !draft_->title && is_section_untouched(*section)) return std::nullopt;
   return refuse_version(draft_->page_id, *terms_.if_version, draft_->standing, wiki_.read_texts(), content);
+}
+
+// Whether the section and the page's headings are now as they were in the version that the save is made onto.
+// False for a version of which nothing is known.
+bool WikiGenerator::is_section_untouched(const std::string& section) const {
+  if (!draft_->standing.bytes) return false;
+  std::string before;
+  if (const auto read = wiki_.read_texts().find(*terms_.if_version)) {
+    before = outline_of(*read);
+  } else {
+    const auto cache = wiki_.store().build_cache(branch(), draft_->page_id);
+    const Map versions = utils::member(parsed_build_cache(cache.value_or("")), kVersions);
+    before = utils::string_member(versions, terms_.if_version->c_str());
+  }
+  return !before.empty() && is_same_section(before, draft_->standing.text, section);
 }
 
 // The rows are read before the file. A commit at work writes its file first, so a draft that begins beside it
@@ -178,6 +199,12 @@ AgentPreparation WikiGenerator::_agent_prepare() {
 Answer WikiGenerator::_with_section(const PagePlan& plan, const std::string& heading,
                                     const std::string& text) {
   draft_->section = heading;
+  const std::filesystem::path file = wiki_.paths().page(plan.page_id);
+  if (terms_.place && utils::is_regular_file(file)) {
+    return with_section_placed(
+        plan.page_id, utils::read_text_file_within(pages_dir(), file, utils::ByteOrderMark::kept),
+        plan.description, {.content = text, .section = heading, .place = terms_.place});
+  }
   return AgentSaveMixin::_with_section(plan, heading, text);
 }
 
@@ -224,11 +251,25 @@ FinalizedPage WikiGenerator::_finalize(const PagePlan& plan, const std::string& 
   links.citations = stretches_of(draft_->settled.claims);
   const std::string record =
       record_text(record_for(*draft_, plan, hashes_of(plan.source_files), confirmations()));
-  return assemble_page(plan, split_text(text), diagrams, std::move(links), record);
+  FinalizedPage page = assemble_page(plan, split_text(text), diagrams, std::move(links), record);
+  draft_->markdown = page.markdown;
+  return page;
+}
+
+// With the version that this save replaces, which may be a hand's, and the one that it makes.
+Map WikiGenerator::versions_with_this() const {
+  const auto cache = wiki_.store().build_cache(branch(), draft_->page_id);
+  Map versions = utils::member(parsed_build_cache(cache.value_or("")), kVersions);
+  if (draft_->standing.bytes) {
+    versions =
+        with_version(std::move(versions), draft_->standing.version(), outline_of(draft_->standing.text));
+  }
+  return with_version(std::move(versions), version_of(draft_->markdown), outline_of(draft_->markdown));
 }
 
 Map WikiGenerator::_section_cache(const std::string& body, const std::vector<Map>& citations) {
   Map cache = section_cache(body, citations);
+  cache[kVersions] = versions_with_this();
   if (!draft_->settled.lost.empty()) cache[kLostClaims] = stretches_of(draft_->settled.lost);
   if (const auto confirmed = confirmations(); !confirmed.empty()) cache[kConfirmations] = confirmed;
   if (const auto ids = former_ids(draft_->basis.rows.find(draft_->page_id)); !ids.empty())

@@ -34,6 +34,7 @@ struct DraftAtWork {
   DraftBasis basis;
   StandingPage standing;               // the page file that the draft is made from
   std::optional<std::string> section;  // the one that is replaced, while the others stay
+  std::string markdown;                // of the page once it is finalized
   std::string version;                 // that the page has once the draft is committed
   std::vector<std::string> empty;      // labels whose lines are no evidence
   std::vector<std::string> unread;  // labels whose file cannot be read, so that nobody knows what they cite

@@ -12,6 +12,7 @@
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/host/page_turn.h"
+#include "ossilar/workers/wiki/pages/section_place.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -26,6 +27,13 @@ constexpr std::size_t kMostPagesWaiting = 64;
 // Some hundred saves of the page can go first within this time, so a queue of agents gets its turns. A saver
 // that hangs holds the others up no longer than this; they then draft side by side with it.
 constexpr std::chrono::milliseconds kTurnPatience = std::chrono::seconds(10);
+
+// What the pipeline is given. It takes no blank text, so a removal, which has none, hands in its heading.
+// Some editors put a byte order mark first; in a section it would land in the middle of the page.
+std::string content_of(const SaveRequest& request) {
+  if (removes_section(request)) return request.section.value_or("");
+  return std::string(utils::without_byte_order_mark(request.content));
+}
 
 // The name of the kept text, "" for none. A failure here is only logged: the author must first hear why the
 // page was not saved.
@@ -50,19 +58,19 @@ void index_words(Wiki& wiki) {
 }  // namespace
 
 SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task, SaveTerms terms) {
-  if (auto refusal = refuse_blank(request.content))
+  const std::string content = content_of(request);
+  if (auto refusal = refuse_blank(content))
     return {.answer = *std::move(refusal), .failure = {}, .version = {}, .kept = {}};
-  const bool is_kept = !terms.follows && !terms.confirms && terms.restores == nullptr;
+  const bool is_kept =
+      !terms.follows && !terms.confirms && terms.restores == nullptr && !removes_section(request);
   terms.if_version = request.if_version;
+  terms.place = request.place;
   WikiGenerator save(wiki, task, std::move(terms));
   SaveOutcome outcome;
   try {
     const PageTurn turn(wiki.paths().turns(), request.page_id,
                         std::min(wiki.config().lock_timeout, kTurnPatience), task);
-    // Some editors put a byte order mark first; in a section it would land in the middle of the page.
-    outcome.answer =
-        save.save_agent_page(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
-                             request.section, request.title);
+    outcome.answer = save.save_agent_page(request.page_id, content, request.section, request.title);
   } catch (const utils::Cancelled&) {  // not a std::exception; nobody is left to be told the name
     if (is_kept) keep_refused(wiki, request);
     throw;
@@ -80,11 +88,13 @@ SaveOutcome save_page(Wiki& wiki, const SaveRequest& request, utils::Task& task,
 }
 
 Answer preview_page(Wiki& wiki, const SaveRequest& request) {
-  if (auto refusal = refuse_blank(request.content)) return *std::move(refusal);
+  const std::string content = content_of(request);
+  if (auto refusal = refuse_blank(content)) return *std::move(refusal);
   utils::Task task;
-  auto drafted = WikiGenerator(wiki, task)
-                     .draft(request.page_id, std::string(utils::without_byte_order_mark(request.content)),
-                            request.section, request.title);
+  SaveTerms terms;
+  terms.place = request.place;
+  auto drafted = WikiGenerator(wiki, task, std::move(terms))
+                     .draft(request.page_id, content, request.section, request.title);
   if (auto* refusal = std::get_if<Answer>(&drafted)) return std::move(*refusal);
   Answer answer = std::move(std::get<_PageDraft>(drafted).answer);
   answer["saved"] = false;
