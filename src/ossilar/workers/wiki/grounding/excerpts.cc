@@ -113,12 +113,12 @@ class Selection {
 };
 
 // The head of the file, the lines around its symbols, and then the others from the start, as far as they fit.
-std::string telling_lines(const SourceFile& file, const std::vector<std::string_view>& lines,
+std::string telling_lines(const std::vector<Symbol>& symbols, const std::vector<std::string_view>& lines,
                           std::size_t room) {
   Selection selection(lines, room);
   const std::size_t start = first_telling_line(lines);
   bool more = selection.take(start, start + kHeadLines);
-  for (const Symbol& symbol : telling_symbols(file)) {
+  for (const Symbol& symbol : symbols) {
     if (!more) break;
     // The index may be older than the text: a line that is 0 or past the end takes what there is.
     const auto line = static_cast<std::size_t>(std::max<std::int64_t>(symbol.line, 1)) - 1;
@@ -142,6 +142,11 @@ std::vector<Symbol> telling_symbols(const SourceFile& file) {
 }
 
 std::string file_excerpt(const SourceFile& file, std::string_view text, std::size_t room) {
+  return file_excerpt(file, text, room, telling_symbols(file));
+}
+
+std::string file_excerpt(const SourceFile& file, std::string_view text, std::size_t room,
+                         const std::vector<Symbol>& symbols) {
   const std::string heading = "### " + one_line(file.path) + "\n\n";
   const std::size_t frame = heading.size() + kFrame;
   if (room < frame + kLeastExcerpt) return "";
@@ -149,7 +154,7 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
   // Fences and "..." are known only when the lines are chosen. Where they take more than the frame, as around
   // lines of backticks, the choice is made again in that much less room.
   for (std::size_t left = room - frame;;) {
-    const std::string shown = telling_lines(file, lines, left);
+    const std::string shown = telling_lines(symbols, lines, left);
     const std::string fence = utils::fence_for(shown);
     std::string excerpt = heading;
     excerpt.append(fence).append("\n").append(shown).append(fence).append("\n\n");
@@ -157,6 +162,19 @@ std::string file_excerpt(const SourceFile& file, std::string_view text, std::siz
     if (excerpt.size() <= room) return excerpt;
     left -= std::min(left, excerpt.size() - room);
   }
+}
+
+std::string lines_excerpt(const std::string& path, std::string_view text, std::int64_t first,
+                          std::int64_t last, std::size_t room) {
+  const std::vector<std::string_view> lines = utils::split_lines(text);
+  const std::string heading = "### " + one_line(path) + "\n\n";
+  if (room < heading.size() + kFrame || first < 1) return "";
+  Selection selection(lines, room - heading.size() - kFrame);
+  selection.take(static_cast<std::size_t>(first - 1), static_cast<std::size_t>(std::max(last, first)));
+  const std::string shown = selection.text();
+  if (shown.empty()) return "";
+  const std::string fence = utils::fence_for(shown);
+  return heading + fence + "\n" + shown + fence + "\n\n";
 }
 
 std::string one_line(std::string_view text) {

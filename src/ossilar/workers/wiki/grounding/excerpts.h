@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,14 @@ std::vector<source::Symbol> telling_symbols(const source::SourceFile& file);
 // beginning, then what surrounds its telling symbols, then the rest, as many as `room` bytes allow. "" when
 // there is no room for anything worth showing. The fence is longer than any run of backticks in the block.
 std::string file_excerpt(const source::SourceFile& file, std::string_view text, std::size_t room);
+// The same around these symbols, the first of them first.
+std::string file_excerpt(const source::SourceFile& file, std::string_view text, std::size_t room,
+                         const std::vector<source::Symbol>& symbols);
+
+// A heading and a code block with the numbered lines from `first` to `last`, as many as `room` bytes allow;
+// "" when there is none of them, or no room.
+std::string lines_excerpt(const std::string& path, std::string_view text, std::int64_t first,
+                          std::int64_t last, std::size_t room);
 
 // A path or name fit for one line: control characters are escaped, line feeds and tabs are blanks. Marks of
 // Markdown stay.

@@ -32,6 +32,7 @@ constexpr std::size_t kSymbolsShare = kGroundingBudget / 8;
 constexpr std::size_t kMostSymbols = 60;
 // A dozen files get a kilobyte each at worst; more of them would get too few lines each.
 constexpr std::size_t kExcerptFiles = 12;
+constexpr std::size_t kLongestAbstract = 160;  // bytes: a sentence
 // A page without sources of its own is grounded on this many files of the pages around it. They become its
 // sources, so with more of them it would become stale more often.
 constexpr std::size_t kBorrowedFiles = 40;
@@ -115,21 +116,28 @@ std::string steering_part(const std::string& steering) {
   return "## Steering\n\n" + std::string(kept) + (kept.size() < steering.size() ? "\n\n(cut)" : "") + "\n\n";
 }
 
-void list_pages(Part& part, std::string_view what, const std::vector<std::string>& ids, const Plans& plans) {
+void list_pages(Part& part, std::string_view what, const std::vector<std::string>& ids, const Plans& plans,
+                const Abstracts& abstracts) {
   for (const std::string& id : ids) {
     const PagePlan* page = plans.find(id);
-    if (page != nullptr)
-      part.line("- " + std::string(what) + ": " + one_line(page->title) + " (" + id + ")", "page");
+    if (page == nullptr) continue;
+    const auto known = abstracts.find(id);
+    const std::string abstract = known == abstracts.end() ? "" : one_line(known->second);
+    const std::string_view kept = utils::utf8_prefix(abstract, kLongestAbstract);
+    part.line(
+        "- " + std::string(what) + ": " + one_line(page->title) + " (" + id + ")" +
+            (kept.empty() ? "" : ": " + std::string(kept) + (kept.size() < abstract.size() ? "..." : "")),
+        "page");
   }
 }
 
 // The pages around this one, by the titles that link to them. A synthesis page gets all modules, as far as
 // they fit.
-std::string pages_part(const PagePlan& plan, const Plans& plans) {
+std::string pages_part(const PagePlan& plan, const Plans& plans, const Abstracts& abstracts) {
   Part part("Pages around it", kPagesShare);
-  if (!plan.parent.empty()) list_pages(part, "above", {plan.parent}, plans);
-  list_pages(part, "below", plan.children, plans);
-  list_pages(part, "related", plan.related_pages, plans);
+  if (!plan.parent.empty()) list_pages(part, "above", {plan.parent}, plans, abstracts);
+  list_pages(part, "below", plan.children, plans, abstracts);
+  list_pages(part, "related", plan.related_pages, plans, abstracts);
   if (!plan_type(plan).unit) {
     std::vector<std::pair<int, std::size_t>> units;  // the top modules first, for the list may be cut
     for (std::size_t i = 0; i < plans.size(); ++i) {
@@ -139,29 +147,9 @@ std::string pages_part(const PagePlan& plan, const Plans& plans) {
     std::vector<std::string> ids;
     ids.reserve(units.size());
     for (const auto& [level, i] : units) ids.push_back(plans[i].page_id);
-    list_pages(part, "module", ids, plans);
+    list_pages(part, "module", ids, plans, abstracts);
   }
   return part.text();
-}
-
-// The files that tell most come first: READMEs, then code, prose and the rest; among those, where programs
-// and packages begin, then the larger before the smaller. The path decides last, so that the order is the
-// same each time.
-std::vector<const SourceFile*> telling_files(const std::vector<std::string>& paths,
-                                             const SourceIndex& index) {
-  std::vector<std::pair<std::tuple<int, int, std::int64_t, std::string_view>, const SourceFile*>> ranked;
-  for (const std::string& path : paths) {
-    const SourceFile* file = index.find(path);
-    if (file == nullptr || file->kind != source::FileKind::text || file->lines == 0) continue;
-    const FileRole role = file_role(*file);
-    const int order = is_readme(path) ? 0 : role == FileRole::code ? 1 : role == FileRole::prose ? 2 : 3;
-    ranked.push_back({{order, entry_rank(*file), -file->lines, file->path}, file});
-  }
-  std::sort(ranked.begin(), ranked.end());
-  std::vector<const SourceFile*> files;
-  files.reserve(ranked.size());
-  for (const auto& [rank, file] : ranked) files.push_back(file);
-  return files;
 }
 
 std::string files_part(const std::vector<std::string>& paths, const SourceIndex& index) {
@@ -259,15 +247,40 @@ std::vector<std::string> files_for(const PagePlan& plan, const Plans& plans, con
 
 }  // namespace
 
+// The files that tell most come first: READMEs, then code, prose and the rest; among those, where programs
+// and packages begin, then the larger before the smaller. The path decides last, so that the order is the
+// same each time.
+std::vector<const SourceFile*> telling_files(const std::vector<std::string>& paths,
+                                             const SourceIndex& index) {
+  std::vector<std::pair<std::tuple<int, int, std::int64_t, std::string_view>, const SourceFile*>> ranked;
+  for (const std::string& path : paths) {
+    const SourceFile* file = index.find(path);
+    if (file == nullptr || file->kind != source::FileKind::text || file->lines == 0) continue;
+    const FileRole role = file_role(*file);
+    const int order = is_readme(path) ? 0 : role == FileRole::code ? 1 : role == FileRole::prose ? 2 : 3;
+    ranked.push_back({{order, entry_rank(*file), -file->lines, file->path}, file});
+  }
+  std::sort(ranked.begin(), ranked.end());
+  std::vector<const SourceFile*> files;
+  files.reserve(ranked.size());
+  for (const auto& [rank, file] : ranked) files.push_back(file);
+  return files;
+}
+
+std::string brief_text(const PagePlan& plan, const Plans& plans, const std::string& steering,
+                       const SourceFile* example, const Abstracts& abstracts) {
+  return purpose_part(plan) + rules_part(plan, example) + steering_part(steering) +
+         pages_part(plan, plans, abstracts);
+}
+
 Grounding gather_grounding(const PagePlan& plan, const Plans& plans, const SourceIndex& index,
                            const std::string& steering, const ReadSource& read) {
   Grounding grounding;
   grounding.files = files_for(plan, plans, index);
   const std::vector<const SourceFile*> files = telling_files(grounding.files, index);
   grounding.symbols = page_symbols(files);
-  grounding.text = purpose_part(plan) + rules_part(plan, files.empty() ? nullptr : files.front()) +
-                   steering_part(steering) + pages_part(plan, plans) + files_part(grounding.files, index) +
-                   symbols_part(files, grounding.symbols);
+  grounding.text = brief_text(plan, plans, steering, files.empty() ? nullptr : files.front(), {}) +
+                   files_part(grounding.files, index) + symbols_part(files, grounding.symbols);
   // Last, with all that is left. This does not underflow: the other parts' shares leave three tenths.
   if (!files.empty()) grounding.text += excerpts_part(files, kGroundingBudget - grounding.text.size(), read);
   return grounding;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,5 +37,19 @@ using ReadSource = std::function<std::optional<std::string>(const std::string& p
 // `steering` is included as given, cut where it is longer than its share.
 Grounding gather_grounding(const PagePlan& plan, const Plans& plans, const source::SourceIndex& index,
                            const std::string& steering, const ReadSource& read);
+
+// ---- Pieces, which context_text() takes too.
+
+// What is said of pages around the page, by their ids: a sentence each.
+using Abstracts = std::map<std::string, std::string>;
+
+// What the page is for, what it must hold, what is asked of it, and the pages around it. `example` is a file
+// to show a citation by, or null.
+std::string brief_text(const PagePlan& plan, const Plans& plans, const std::string& steering,
+                       const source::SourceFile* example, const Abstracts& abstracts);
+
+// Those of the files that have lines, the ones that tell most first. Valid as long as the index.
+std::vector<const source::SourceFile*> telling_files(const std::vector<std::string>& paths,
+                                                     const source::SourceIndex& index);
 
 }  // namespace ossilar::workers::wiki
