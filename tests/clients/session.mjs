@@ -10,13 +10,16 @@ const PAGE = 'ossilar://pages/alpha';
 const ARGUMENTS = {
   affected: {},
   check_page: { page_id: 'alpha', content: pageAbout('alpha') },
+  check_wiki: { only: ['stale', 'citations'] },
   compare_versions: { page_id: 'alpha' },
   confirm_page: { page_id: 'alpha' },
   find_citations: { path: 'src/alpha.cpp' },
+  find_symbol: { name: 'alpha' },
   list_pages: {},
-  page_context: { page_id: 'alpha' },
+  page_context: { page_id: 'alpha', focus: ['src/alpha.cpp'] },
   page_history: { page_id: 'alpha' },
   read_page: { page_id: 'alpha' },
+  read_source: { path: 'src/alpha.cpp:L2-L4' },
   remove_page: { page_id: 'beta' },
   rename_page: { page_id: 'alpha', new_id: 'beta' },
   restore_page: { page_id: 'alpha', version: '1' },
@@ -27,6 +30,9 @@ const ARGUMENTS = {
 };
 
 const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'restore_page', 'save_page', 'sync_pages'];
+
+// Gives its document once, as text, unless it is asked for structured content.
+const TEXT_ONCE = 'page_context';
 
 const names = (list) => list.map((each) => each.name);
 
@@ -65,8 +71,10 @@ export function testSessions(library, connect) {
       assert.ok(ARGUMENTS[name], `this table has arguments for ${name}`);
       const result = await call({ name, arguments: ARGUMENTS[name] });
       assert.ok(!result.isError, JSON.stringify(result));
-      assert.ok(result.structuredContent, name);
+      assert.equal(result.structuredContent !== undefined, name !== TEXT_ONCE, name);
     }
+    const asked = await call({ name: TEXT_ONCE, arguments: { ...ARGUMENTS[TEXT_ONCE], structured: true } });
+    assert.deepEqual(asked.structuredContent, JSON.parse(asked.content[0].text));
   });
 
   const REFUSED = [

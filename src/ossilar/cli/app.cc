@@ -1,6 +1,6 @@
 // The commands and their options are made from the descriptions from which sessions make their tools
-// (operations/operation.h), so help, checks and names cannot drift apart. Only init, check, mcp, serve and
-// export, which are not questions to an open wiki, are written out here.
+// (operations/operation.h), so help, checks and names cannot drift apart. Only init, mcp, serve and export,
+// which are not questions to a wiki, are written out here.
 //
 // The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
 // command, its exceptions would pass through the parser, and the log sink and Output would have to be made
@@ -24,7 +24,6 @@
 #include "ossilar/cli/self.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/check/finding.h"
 
 namespace ossilar::cli {
 namespace {
@@ -39,7 +38,6 @@ struct Arguments {
   bool version = false;
   ColorChoice color = ColorChoice::automatic;
   InitArguments init;
-  CheckArguments check;
   McpArguments mcp;
   ServeArguments serve;
   ExportArguments exported;
@@ -146,7 +144,17 @@ void add_argument(CLI::App& command, const operations::Argument& argument, Map& 
     return;
   }
   CLI::Option* added = nullptr;
-  if (argument.schema.at("type") == "integer") {
+  if (argument.schema.contains("items")) {
+    const Map& choices = utils::member(argument.schema.at("items"), "enum");
+    // allow_extra_args(false) and option_text(): as with --client.
+    added = command
+                .add_option_function<std::vector<std::string>>(
+                    option, [&given, name](const std::vector<std::string>& values) { given[name] = values; },
+                    help_of(argument) + "; may be given several times")
+                ->allow_extra_args(false)
+                ->option_text(std::string(argument.value));
+    if (!choices.is_null()) added->check(CLI::IsMember(choices.get<std::vector<std::string>>()));
+  } else if (argument.schema.at("type") == "integer") {
     added = command.add_option_function<std::int64_t>(
         option, [&given, name](std::int64_t value) { given[name] = value; }, help_of(argument));
   } else {
@@ -162,50 +170,15 @@ void add_argument(CLI::App& command, const operations::Argument& argument, Map& 
 void add_operation(CLI::App& app, Arguments& arguments, const operations::Operation& operation) {
   Map& given = arguments.given[std::string(operation.command)];
   given = Map::object();
-  CLI::App* command = add_command(app, arguments, operation.command, operation.does, operation.example,
-                                  [&arguments, &operation, &given](Output& output) {
-                                    return run_operation(operation, arguments.place, given, output);
-                                  });
+  CLI::App* command = add_command(
+      app, arguments, operation.command, operation.does, operation.example,
+      [&arguments, &operation, &given](Output& output) {
+        return operation.command == "check" ? run_check(arguments.place, given, output)
+                                            : run_operation(operation, arguments.place, given, output);
+      },
+      operation.more);
   for (const operations::Argument& argument : operation.arguments)
     if (!argument.option.empty()) add_argument(*command, argument, given);
-}
-
-std::vector<std::string> names_of_faults() {
-  std::vector<std::string> names;
-  names.reserve(workers::wiki::kFaultKinds.size());
-  for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds) names.emplace_back(kind.name);
-  return names;
-}
-
-// An option that takes kinds of findings. allow_extra_args(false) and option_text(): as with --client.
-void add_kinds(CLI::App& check, const std::string& option, std::vector<std::string>& kinds,
-               const std::string& help) {
-  check.add_option(option, kinds, help)
-      ->check(CLI::IsMember(names_of_faults()))
-      ->allow_extra_args(false)
-      ->type_name("KIND")
-      ->option_text("KIND");
-}
-
-void add_check_command(CLI::App& app, Arguments& arguments) {
-  auto* check = add_command(
-      app, arguments, "check",
-      "Find stale pages, invalid citations, and what crashes, manual edits and git left behind",
-      "ossilar check\nossilar check --fix",
-      [&](Output& output) { return run_check(arguments.place, arguments.check, output); },
-      "--fix changes no text of an author. It adopts page files as they are, rebuilds what is derived from\n"
-      "them, forgets pages whose file is gone (their text goes to .ossilar/replaced), finishes renamings "
-      "that\n"
-      "were cut short, and removes the files of interrupted writes. Exit code 1 when something is found, or "
-      "left after --fix.\n\nKinds of findings: " +
-          utils::join(names_of_faults(), ", "));
-  check->add_flag("--fix", arguments.check.fix, "Repair what needs no author");
-  check->add_flag("--strict", arguments.check.strict,
-                  "Exit with 1 for unverified, moved, drifted and orphaned pages too");
-  add_kinds(*check, "--only", arguments.check.only,
-            "Report this kind of finding alone; may be given several times");
-  add_kinds(*check, "--ignore", arguments.check.ignored,
-            "Leave this kind of finding out; may be given several times");
 }
 
 void add_mcp_command(CLI::App& app, Arguments& arguments) {
@@ -374,7 +347,6 @@ int run(int argc, char** argv) {
   for (const operations::Operation& operation : operations::operations()) {
     if (!operation.command.empty()) add_operation(app, arguments, operation);
   }
-  add_check_command(app, arguments);
   add_mcp_command(app, arguments);
   add_serve_command(app, arguments);
   add_export_command(app, arguments);

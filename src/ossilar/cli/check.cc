@@ -3,6 +3,7 @@
 // script can thus tell it from a check that could not run.
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/progress.h"
+#include "ossilar/operations/check_report.h"
 #include "ossilar/workers/wiki/check/wiki_check.h"
 
 namespace ossilar::cli {
@@ -10,18 +11,6 @@ namespace {
 
 using workers::wiki::CheckReport;
 using workers::wiki::Finding;
-
-Map document_of(const std::vector<Finding>& findings) {
-  Map list = Map::array();
-  for (const Finding& finding : findings) {
-    list.push_back(Map{{"kind", workers::wiki::fault_name(finding.fault)},
-                       {"subject", finding.subject},
-                       {"message", finding.message},
-                       {"advice", finding.advice},
-                       {"fixable", finding.fixable}});
-  }
-  return list;
-}
 
 Shown what_is_wrong(const Finding& finding, Output& output) {
   return output.styled(Style::bold, finding.subject) + ": " + finding.message;
@@ -53,22 +42,23 @@ void print_report(const CheckReport& report, bool is_part, Output& output) {
 
 // Does not open the wiki: check_wiki() does, since a database that cannot be opened is a finding and not the
 // end of the check.
-int run_check(const Place& place, const CheckArguments& arguments, Output& output) {
+int run_check(const Place& place, const Map& arguments, Output& output) {
+  const bool is_fixing = arguments.value("fix", false);
+  workers::wiki::CheckOptions options = operations::check_options(arguments);
   CheckReport report;
   {  // so that the bar is gone before the first line of the report
     ProgressBar bar("indexing");
-    report = workers::wiki::check_wiki(place.root(), {.fix = arguments.fix,
-                                                      .is_strict = arguments.strict,
-                                                      .only = arguments.only,
-                                                      .ignored = arguments.ignored,
-                                                      .writer = "ossilar check",
-                                                      .indexing = bar.callback()});
+    options.fix = is_fixing;
+    options.writer = "ossilar check";
+    options.indexing = bar.callback();
+    report = workers::wiki::check_wiki(place.root(), options);
   }
-  Map document{
-      {"clean", report.is_clean()}, {"pages", report.pages}, {"findings", document_of(report.findings)}};
-  if (arguments.fix) document["fixed"] = document_of(report.fixed);
+  Map document{{"clean", report.is_clean()},
+               {"pages", report.pages},
+               {"findings", operations::finding_list(report.findings, report.findings.size())}};
+  if (is_fixing) document["fixed"] = operations::finding_list(report.fixed, report.fixed.size());
   output.document(document);
-  print_report(report, !arguments.only.empty() || !arguments.ignored.empty(), output);
+  print_report(report, !options.only.empty() || !options.ignored.empty(), output);
   return report.is_clean() ? kDone : kRefused;
 }
 

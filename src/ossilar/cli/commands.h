@@ -2,8 +2,8 @@
 // program.
 //
 // Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
-// document as text with a function of views.cc. `init`, `check`, `mcp`, `serve` and `export` are the shell's
-// own, each in a file of its name.
+// document as text with a function of views.cc. `init`, `mcp`, `serve` and `export` are the shell's own, each
+// in a file of its name; so is `check`, which is described as an operation and may find no wiki to open.
 //
 // Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
 // utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and
@@ -50,13 +50,9 @@ struct InitArguments {
 };
 // Sets a wiki up, or brings one that is there up to date.
 int run_init(const Place& place, const InitArguments& arguments, Output& output);
-// kRefused when something is wrong with the wiki, or still is after `fix`.
-struct CheckArguments {
-  bool fix = false;
-  bool strict = false;
-  std::vector<std::string> only, ignored;  // kinds of findings
-};
-int run_check(const Place& place, const CheckArguments& arguments, Output& output);
+// Takes the arguments of the operation (operations/check_wiki.cc). kRefused when something is wrong with the
+// wiki, or still is after `fix`.
+int run_check(const Place& place, const Map& arguments, Output& output);
 // Serves one session until its client is gone; starts threads of its own. Takes standard output for messages;
 // log records go to `log` and to the client. Ends the process itself when a request does not end.
 int run_mcp(const Place& place, const utils::LogSink& log);

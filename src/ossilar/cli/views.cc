@@ -51,6 +51,8 @@ void print_plan(const Given& given, Output& output) {
 // ---- context and show
 
 void print_context(const Given& given, Output& output) {
+  for (const Map& unknown : utils::member(given.value, "unknown_focus"))
+    Output::diagnostic(utils::text_form(unknown));
   const std::string changes = text_at(given.value, "changes");
   output.raw(changes.empty() ? "" : changes + "\n");
   if (const std::string text = text_at(given.value, "text"); !text.empty()) {
@@ -244,6 +246,30 @@ void print_status(const Given& given, Output& output) {
   print_doubtful(status, output);
 }
 
+// ---- source and symbol
+
+void print_source(const Given& given, Output& output) {
+  output.raw(text_at(given.value, "text"));
+  const std::string next = text_at(given.value, "next");
+  if (!next.empty()) Output::diagnostic("there is more: ossilar source " + next);
+}
+
+void print_symbols(const Given& given, Output& output) {
+  const Map& symbols = given.value.at("symbols");
+  for (const Map& symbol : symbols) {
+    const std::string scope = text_at(symbol, "scope");
+    output.line(output.styled(Style::bold, (scope.empty() ? "" : scope + "::") + text_at(symbol, "name")) +
+                "  " + text_at(symbol, "kind") + "  " + text_at(symbol, "path") + ":" +
+                form_at(symbol, "line"));
+    output.line(output.styled(Style::dim, "  " + text_at(symbol, "signature")));
+  }
+  if (symbols.empty()) output.line("no symbol has this in its name");
+  for (const Map& name : utils::member(given.value, "similar"))
+    output.line("  did you mean " + utils::text_form(name) + "?");
+  const auto total = given.value.at("total").get<std::size_t>();
+  if (total > symbols.size()) output.line("and " + std::to_string(total - symbols.size()) + " more");
+}
+
 constexpr std::array kViews{View{"plan", Freshness::sources, print_plan},
                             View{"context", Freshness::sources, print_context},
                             View{"show", Freshness::as_stored, print_page},
@@ -258,7 +284,9 @@ constexpr std::array kViews{View{"plan", Freshness::sources, print_plan},
                             View{"diff", Freshness::as_stored, print_comparison},
                             View{"restore", Freshness::sources, print_restored},
                             View{"search", Freshness::vectors, print_hits},
-                            View{"status", Freshness::sources, print_status}};
+                            View{"status", Freshness::sources, print_status},
+                            View{"source", Freshness::sources, print_source},
+                            View{"symbol", Freshness::sources, print_symbols}};
 
 }  // namespace
 

@@ -3,7 +3,8 @@
 // clients hide protocol errors. Only a call of a tool that does not exist, or with malformed params, is one.
 //
 // A result holds the same document twice, as structured content and as text: revisions before 2025-06-18 know
-// only the text, and later ones ask for it for the sake of older clients.
+// only the text, and later ones ask for it for the sake of older clients. Documents that are long texts would
+// fill the wire by that, so they come once (Operation::is_text_once).
 #include "ossilar/mcp/tools.h"
 
 #include <algorithm>
@@ -38,7 +39,8 @@ Map described(const Operation& tool, Revision revision) {
   if (has_structured_results(revision)) shown["title"] = tool.title;
   shown["description"] = tool.description;
   shown["inputSchema"] = operations::input_schema(tool);
-  if (has_structured_results(revision)) shown["outputSchema"] = tool.output_schema;
+  // A tool with an output schema has to give structured content each time.
+  if (has_structured_results(revision) && !tool.is_text_once) shown["outputSchema"] = tool.output_schema;
   if (has_tool_annotations(revision)) shown["annotations"] = annotations_of(tool);
   return shown;
 }
@@ -56,11 +58,11 @@ bool admits_errors(const Operation& tool) { return tool.output_schema.at("proper
 
 // An error stands in the structured result only where the schema admits it: a client that checks a result
 // against the schema would otherwise show its reader the misfit instead of the error.
-Map result_of(const Operation& tool, const Answered& given, Revision revision) {
+Map result_of(const Operation& tool, const Answered& given, bool is_structured, Revision revision) {
   const bool failed = given.value.contains("error");
   Map result{{"content", Map::array({text_block(utils::json_text(given.value))})}};
   for (const std::string& note : given.notes) result["content"].push_back(text_block(note));
-  if (has_structured_results(revision) && (!failed || admits_errors(tool)))
+  if (is_structured && has_structured_results(revision) && (!failed || admits_errors(tool)))
     result["structuredContent"] = given.value;
   if (failed) result["isError"] = true;
   return finished(revision, std::move(result));
@@ -127,7 +129,10 @@ Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Ma
   const Map& arguments = optional_object(params, "arguments");
   const Operation* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
-  return result_of(*tool, run(*tool, provider, without_nulls(arguments), client, task), revision);
+  const bool is_structured =
+      !tool->is_text_once || utils::member(arguments, operations::kStructured) == Map(true);
+  return result_of(*tool, run(*tool, provider, without_nulls(arguments), client, task), is_structured,
+                   revision);
 }
 
 // Saves of one page run in the order in which they came: of several concurrent drafts of one page only one

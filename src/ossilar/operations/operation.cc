@@ -16,13 +16,16 @@ namespace ossilar::operations {
 // Each in a file of its own name.
 Operation affected();
 Operation check_page();
+Operation check_wiki();
 Operation cites();
 Operation compare_versions();
 Operation confirm_page();
+Operation find_symbol();
 Operation list_pages();
 Operation page_context();
 Operation page_history();
 Operation read_page();
+Operation read_source();
 Operation remove_page();
 Operation rename_page();
 Operation restore_page();
@@ -45,12 +48,19 @@ bool within(const Map& schema, const Map& number) {
 }
 
 // The type comes first: what follows relies on it. `minLength` is only ever 1 (schema::needed_text()).
-bool fits(const Map& schema, const Map& value) {
+bool fits_one(const Map& schema, const Map& value) {
   if (!has_type(value, utils::string_member(schema, "type"))) return false;
   if (value.is_number() && !within(schema, value)) return false;
   if (schema.contains("minLength") && value.get_ref<const std::string&>().empty()) return false;
   const Map& allowed = utils::member(schema, "enum");
   return allowed.is_null() || std::find(allowed.begin(), allowed.end(), value) != allowed.end();
+}
+
+// Lists hold values that are no lists.
+bool fits(const Map& schema, const Map& value) {
+  if (!schema.contains("items")) return fits_one(schema, value);
+  return value.is_array() && std::all_of(value.begin(), value.end(),
+                                         [&](const Map& item) { return fits_one(schema.at("items"), item); });
 }
 
 std::string names_of(const Map& values) {
@@ -60,7 +70,7 @@ std::string names_of(const Map& values) {
 }
 
 // What `schema` asks of a value: "a string", "an integer from 1 to 200", "one of missing, stale, ok".
-std::string wanted(const Map& schema) {
+std::string wanted_one(const Map& schema) {
   if (schema.contains("enum")) return "one of " + names_of(schema.at("enum"));
   const std::string type = utils::string_member(schema, "type");
   if (type == "string") return schema.contains("minLength") ? "a string that is not empty" : "a string";
@@ -69,6 +79,11 @@ std::string wanted(const Map& schema) {
   if (schema.contains("minimum")) text += " from " + utils::text_form(schema.at("minimum"));
   if (schema.contains("maximum")) text += " to " + utils::text_form(schema.at("maximum"));
   return text;
+}
+
+std::string wanted(const Map& schema) {
+  return schema.contains("items") ? "a list, each item " + wanted_one(schema.at("items"))
+                                  : wanted_one(schema);
 }
 
 bool is_open_to(const Argument& argument, Caller caller) {
@@ -93,10 +108,10 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{list_pages(),   page_context(), read_page(),    save_page(),
-                                          check_page(),   confirm_page(), page_history(), compare_versions(),
-                                          restore_page(), sync(),         affected(),     cites(),
-                                          rename_page(),  remove_page(),  wiki_status(),  search_wiki()};
+  static const std::vector<Operation> all{
+      list_pages(),   page_context(), read_page(), save_page(),   check_page(), confirm_page(), page_history(),
+      compare_versions(), restore_page(), sync(), affected(), cites(), rename_page(), remove_page(),
+      wiki_status(), search_wiki(), read_source(), find_symbol(), check_wiki()};
   return all;
 }
 
@@ -110,6 +125,13 @@ Argument page_argument() {
           .value = {},
           .schema = schema::needed_text("the id of a page, as the plan lists it"),
           .required = true};
+}
+
+Argument structured_argument() {
+  return {.name = kStructured,
+          .option = {},
+          .value = {},
+          .schema = schema::flag("give the result as structured content too; without it, once, as text")};
 }
 
 Map input_schema(const Operation& operation) {

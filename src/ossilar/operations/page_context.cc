@@ -5,11 +5,13 @@
 // its version is the word with which a save is made onto no page (kNoVersion).
 #include <algorithm>
 
+#include "ossilar/operations/doubts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/operations/session_following.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/host/context_request.h"
 #include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::operations {
@@ -26,6 +28,34 @@ constexpr std::size_t kMostFiles = 100;
 // The author's text that a session gets with the context, so that a refresh needs one call: some 6,000
 // tokens, more than any page type asks for. What is beyond it read_page has.
 constexpr std::size_t kLongestText = std::size_t{24} * 1024;
+
+// Tokens are counted as four bytes each, as read_source does.
+constexpr std::size_t kBytesOfToken = 4;
+constexpr int kDefaultBudget = 12000;  // half of what clients take as one result
+constexpr int kLeastBudget = 3000;
+constexpr int kMostBudget = 40000;
+// What the sources get at least, whatever the page's own text takes of the budget.
+constexpr std::size_t kLeastRoom = std::size_t{8} * 1024;
+constexpr std::size_t kMostDoubts = 50;
+
+std::vector<std::string> focus_of(const Map& arguments) {
+  const Map& given = utils::member(arguments, "focus");
+  return given.is_array() ? given.get<std::vector<std::string>>() : std::vector<std::string>();
+}
+
+// The citations of the stored page that are in doubt, so that its text can stay as the author wrote it.
+Map marks_of(const Asked& asked, const std::string& page_id) {
+  for (const auto& page : workers::wiki::WikiReader(asked.wiki).page_states(workers::wiki::Look::spared))
+    if (page.page_id == page_id) return doubt_list(page.doubts, kMostDoubts);
+  return Map::array();
+}
+
+// What the budget leaves beside `value`. A sixteenth is for the escapes of line feeds and quotes in JSON.
+std::size_t room_beside(const Map& value, const Map& arguments) {
+  const std::size_t all = arguments.value("budget", std::size_t{kDefaultBudget}) * kBytesOfToken;
+  const std::size_t taken = utils::json_text(value).size();
+  return std::max(all > taken ? (all - taken) / 16 * 15 : 0, kLeastRoom);
+}
 
 std::vector<std::string> first_files(const std::vector<std::string>& files) {
   return {files.begin(), files.begin() + static_cast<std::ptrdiff_t>(std::min(files.size(), kMostFiles))};
@@ -49,11 +79,15 @@ Result call_page_context(const Asked& asked) {
     const std::string authored = workers::wiki::split_authored(page->text, "").text();
     value["text"] = is_whole ? std::string_view(authored) : utils::utf8_prefix(authored, kLongestText);
     if (!is_whole && authored.size() > kLongestText) value["text_is_cut"] = true;
+    if (Map marks = marks_of(asked, page_id); is_whole || !marks.empty()) value["doubts"] = std::move(marks);
   }
   value["source_files"] = is_whole ? context.grounding.files : first_files(context.grounding.files);
   value["source_file_count"] = context.grounding.files.size();
   if (is_whole) value["symbols"] = context.grounding.symbols;
-  value["grounding"] = context.grounding.text;
+  auto [text, unknown] = workers::wiki::requested_context(
+      asked.wiki, context, {.room = room_beside(value, asked.arguments), .focus = focus_of(asked.arguments)});
+  value["grounding"] = std::move(text);
+  if (!unknown.empty()) value["unknown_focus"] = std::move(unknown);
   return {.value = std::move(value)};
 }
 
@@ -69,15 +103,28 @@ Operation page_context() {
           .does = "Print what the author of a page needs to know",
           .description =
               "Returns what you need to write or update a page: its purpose, required sections, how many "
-              "words, what the wiki's owner asks for (steering), its source files, and in `grounding` their "
-              "symbols and excerpts with line numbers. Read the source files as well before you write. If "
+              "words, what the wiki's owner asks for (steering), its source files, and in `grounding` every "
+              "public symbol of them and excerpts with line numbers, within `budget`; `focus` shows what you "
+              "name first. Read the source files as well before you write, or read_source. If "
               "the page "
               "is stale, `changes` has each sentence in doubt with a diff of the text that it cites: rewrite "
               "it in `text`, the page as it is, or call confirm_page if it still holds. Pass `version` to "
               "save_page as `if_version`, so that you "
               "overwrite nobody's work.",
-          .example = "ossilar context overview",
-          .arguments = {page_argument()},
+          .example = "ossilar context overview\nossilar context overview --budget 20000 --focus src/main.cc",
+          .arguments = {page_argument(),
+                        {.name = "budget",
+                         .option = "--budget",
+                         .value = "TOKENS",
+                         .schema = number(kLeastBudget, kMostBudget, kDefaultBudget,
+                                          "how many tokens the result may take, at four bytes each")},
+                        {.name = "focus",
+                         .option = "--focus",
+                         .value = "WHAT",
+                         .schema = list(needed_text("a name"),
+                                        "what to show first: source files, lines of one (src/a.cc:L10-L60), "
+                                        "symbols, or sections of the stored page for what they cite")},
+                        structured_argument()},
           .output_schema = object(
               {{"page_id", text("the page")},
                {"title", text("its title; save with a title to rename it")},
@@ -91,11 +138,14 @@ Operation page_context() {
                {"changes", text("Markdown: what the page cites and how it changed since; start with it")},
                {"text", text("what the page's author wrote, if it is stored")},
                {"text_is_cut", flag("`text` is only its beginning; read_page has all of it")},
+               {"doubts", list(doubt_schema(), "citations in `text` that are not what or where they were")},
                {"version", text("version of the stored page, or \"new\" if it is not written yet")},
                {"source_files", strings("the first hundred source files of the page")},
                {"source_file_count", count("number of its source files")},
-               {"grounding", text("Markdown: files with line counts, symbols, excerpts")}},
+               {"unknown_focus", strings("of the focus what names nothing, with what may be meant")},
+               {"grounding", text("Markdown: the pages around it, files with their symbols, excerpts")}},
               {"page_id", "title", "required_sections", "words", "min_citations", "version", "grounding"}),
+          .is_text_once = true,
           .call = call_page_context};
 }
 

@@ -200,8 +200,8 @@ TEST(Program, TheReadmeNamesEveryCommandAsTheHelpDoes) {
   const auto& all = operations::operations();
   const auto in_shell =
       std::count_if(all.begin(), all.end(), [](const auto& each) { return !each.command.empty(); });
-  EXPECT_EQ(commands, static_cast<std::size_t>(in_shell) + 7)
-      << "init, check, mcp, serve, export, doctor and completion are the shell's own";
+  EXPECT_EQ(commands, static_cast<std::size_t>(in_shell) + 6)
+      << "init, mcp, serve, export, doctor and completion are the shell's own";
 }
 
 TEST(Program, ALockThatIsHeldIsARefusalThatNamesTheHolder) {
@@ -379,7 +379,7 @@ TEST(Program, SetsUpSavesShowsAndReports) {
   }
   ASSERT_FALSE(unit.empty()) << plan;
   const ProcessResult context = ossilar_in(dir.path(), {"context", unit});
-  EXPECT_THAT(context.output, HasSubstr("| lib/one.py | Python | 6 |"));
+  EXPECT_THAT(context.output, HasSubstr("### lib/one.py (Python, 6 lines)\n\n- L1 `def one():`"));
 
   const std::string text = "Numbers.\n\n## How it works\n\n[lib/one.py:L1-L2] and [lib/one.py:L5-L6].\n";
   dir.write("page.md", text);

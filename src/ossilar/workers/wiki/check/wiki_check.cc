@@ -161,14 +161,31 @@ bool is_asked_for(const Finding& finding, const CheckOptions& options) {
 
 CheckReport check_all(const fs::path& root, const CheckOptions& options);
 
-}  // namespace
-
-CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
-  CheckReport report = check_all(root, options);
+CheckReport as_asked(CheckReport report, const CheckOptions& options) {
   report.is_strict = options.is_strict;
   for (auto* findings : {&report.fixed, &report.findings})
     std::erase_if(*findings, [&](const Finding& finding) { return !is_asked_for(finding, options); });
   return report;
+}
+
+CheckReport report_of_damage(const std::string& damage) {
+  return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}, .is_strict = false};
+}
+
+}  // namespace
+
+CheckReport check_wiki(const fs::path& root, const CheckOptions& options) {
+  return as_asked(check_all(root, options), options);
+}
+
+CheckReport check_wiki(Wiki& wiki, const CheckOptions& options) {
+  try {
+    wiki.prepare(options.indexing);
+    return as_asked(check_open_wiki(wiki, false), options);
+  } catch (const store::StorageError& error) {
+    if (!error.damaged()) throw;
+    return as_asked(report_of_damage(damage_in(error.what(), wiki.paths().database())), options);
+  }
 }
 
 namespace {
@@ -190,8 +207,7 @@ CheckReport check_all(const fs::path& root, const CheckOptions& options) {
     if (!error.damaged()) throw;
     damage = damage_in(error.what(), paths.database());
   }
-  if (!options.fix)
-    return {.pages = 0, .fixed = {}, .findings = {damaged_database(damage)}, .is_strict = false};
+  if (!options.fix) return report_of_damage(damage);
   // This process has closed the database by now: the wiki of check() is gone.
   const std::string kept = set_aside(paths, config, options.writer, database);
   CheckReport report = check();

@@ -1,5 +1,5 @@
 // Whether a wiki is whole: its files, its rows and what is derived from them; and setting right what can be.
-// `ossilar check` (cli/check.cc) calls it. Threads: any; a call opens a wiki of its own.
+// `ossilar check` (cli/check.cc) and the tool check_wiki (operations/check_wiki.cc) call it. Threads: any.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +11,8 @@
 #include "ossilar/workers/wiki/check/finding.h"
 
 namespace ossilar::workers::wiki {
+
+class Wiki;
 
 struct CheckReport {
   std::size_t pages = 0;          // that are stored
@@ -40,7 +42,12 @@ struct CheckOptions {
 // without `fix` changes nothing. If `fix` is cut short at any point, it can be run again.
 //
 // Throws utils::ConfigError for a repository that was never set up, _WikiBusy or (while a database is set
-// aside) store::LockBusy when the write lock cannot be had, and utils::Error for what it cannot read.
+// aside) store::LockBusy when the write lock cannot be had, and utils::Error for what it cannot read. Opens a
+// wiki of its own.
 CheckReport check_wiki(const std::filesystem::path& root, const CheckOptions& options);
+
+// The same over a wiki that is open, without `fix`, whatever the options say: nothing is set right. Scans the
+// sources. Throws the same.
+CheckReport check_wiki(Wiki& wiki, const CheckOptions& options);
 
 }  // namespace ossilar::workers::wiki
