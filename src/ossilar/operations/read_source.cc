@@ -76,6 +76,15 @@ Extent extent_in(const Asked& asked, const FoundSymbol& found) {
   return workers::wiki::extent_of(symbols, number, utils::split_lines(text));
 }
 
+// Where something else has the name: scripts bind what they import to a constant of its name.
+void leave_out_values(std::vector<FoundSymbol>& found) {
+  const auto is_value = [](const FoundSymbol& each) {
+    const std::string& kind = each.symbol.kind;
+    return kind == "constant" || kind == "variable" || kind == "const" || kind == "var";
+  };
+  if (!std::all_of(found.begin(), found.end(), is_value)) std::erase_if(found, is_value);
+}
+
 // `path` is a file, or lines of one as a citation names them; with `symbol` also a folder, or "".
 std::variant<Place, Map> wanted(const Asked& asked, const SourceIndex& index) {
   std::string path = utils::string_member(asked.arguments, "path");
@@ -91,7 +100,8 @@ std::variant<Place, Map> wanted(const Asked& asked, const SourceIndex& index) {
     if (file == nullptr) return no_such_file(index, path);
     return Place{.file = file, .lines = lines, .symbol = {}};
   }
-  const auto found = workers::wiki::find_symbols({.name = symbol, .is_whole = true, .path = path}, index);
+  auto found = workers::wiki::find_symbols({.name = symbol, .is_whole = true, .path = path}, index);
+  leave_out_values(found);
   if (found.empty()) return no_such_symbol(index, symbol, path);
   if (found.size() > 1) {
     Map places = Map::array();

@@ -23,6 +23,7 @@
 #include "ossilar/utils/hash.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/loose_citation.h"
 #include "ossilar/workers/wiki/near_paths.h"
 
 namespace ossilar::workers::wiki {
@@ -49,31 +50,6 @@ bool take(std::string_view& text, char expected) {
   if (text.empty() || text.front() != expected) return false;
   text.remove_prefix(1);
   return true;
-}
-
-// Lines in any of the forms that people write: `L10-L20`, `L10-20`, `10-20`, `10`.
-std::optional<Citation> parse_loose_lines(std::string_view lines) {
-  Citation citation;
-  take(lines, 'L');
-  const auto first = take_number(lines);
-  if (!first) return std::nullopt;
-  citation.first = citation.last = *first;
-  if (take(lines, '-')) {
-    take(lines, 'L');
-    const auto last = take_number(lines);
-    if (!last) return std::nullopt;
-    citation.last = *last;
-  }
-  return lines.empty() ? std::optional(citation) : std::nullopt;
-}
-
-// A reference to lines in another form than ours, such as `a.cpp:10-20` or `a.cpp#L10`.
-std::optional<Citation> parse_loose(std::string_view label) {
-  const std::size_t mark = label.find_last_of(":#");
-  if (mark == std::string_view::npos || mark == 0) return std::nullopt;
-  auto citation = parse_loose_lines(label.substr(mark + 1));
-  if (citation) citation->path = std::string(label.substr(0, mark));
-  return citation;
 }
 
 std::string label_of(const std::string& path, std::int64_t first, std::int64_t last) {
@@ -121,9 +97,7 @@ std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIn
                                   const PageByTitle& page_by_title) {
   if (auto citation = parse_citation(label)) return Meaning{.citation = std::move(citation), .page_id = {}};
   if (auto page_id = page_by_title(label)) return Meaning{.citation = {}, .page_id = *std::move(page_id)};
-  const auto loose = parse_loose(label);
-  if (loose && index.find(loose->path) != nullptr)
-    return Meaning{.citation = {}, .malformed = true, .page_id = {}};
+  if (is_loose_citation(std::string(label), index)) return Meaning{.citation = {}, .malformed = true, .page_id = {}};
   if (looks_like_title(label)) return Meaning{.citation = {}, .unknown = true, .page_id = {}};
   return std::nullopt;
 }
@@ -393,7 +367,10 @@ std::string invalid_citation_warning(const std::string& label, const source::Sou
   if (file->kind != source::FileKind::text) return start + unusable_reason(*file);
   if (file->lines == 0) return start + "the file is empty";
   if (citation.first > citation.last && citation.last >= 1)
-    return start + "the last line comes before the first";
+    return start + "the last line comes before the first" +
+           (citation.first <= file->lines
+                ? "; did you mean " + in_brackets(citation.path, citation.last, citation.first) + "?"
+                : "");
   return start + "the file has lines 1 to " + std::to_string(file->lines);
 }
 

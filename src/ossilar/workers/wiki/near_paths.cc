@@ -46,10 +46,20 @@ std::string same_name(const std::string& path, const source::SourceIndex& index)
   return best;
 }
 
-// How far the names are apart, if one may be meant by the other.
-std::optional<std::size_t> apart(std::string_view name, std::string_view other) {
+// Case and the marks between words are no difference: HttpClient is http_client and http-client.
+std::string without_marks(std::string_view name) {
+  std::string out = utils::lower_case(name);
+  std::erase_if(out, [](char c) { return c == '_' || c == '-'; });
+  return out;
+}
+
+// How far the names are apart, if one may be meant by the other. In the same folder a short name may be wrong
+// in as many letters as a long one.
+std::optional<std::size_t> apart(const std::string& name, const std::string& other, bool is_neighbour) {
   const bool is_same_stem = stem_of(name) == stem_of(other) && !stem_of(name).empty();
-  const std::size_t most = std::min(kMostWrong, stem_of(name).size() / 3);
+  const std::size_t letters = stem_of(name).size();
+  const std::size_t most =
+      is_neighbour && letters > kMostWrong ? kMostWrong : std::min(kMostWrong, letters / 3);
   const std::size_t longer = std::max(name.size(), other.size());
   if (longer > kLongestName || (!is_same_stem && longer - std::min(name.size(), other.size()) > most))
     return std::nullopt;
@@ -61,13 +71,13 @@ std::optional<std::size_t> apart(std::string_view name, std::string_view other) 
 
 std::string nearest_path(const std::string& path, const source::SourceIndex& index) {
   if (std::string same = same_name(path, index); !same.empty()) return same;
-  const std::string_view name = name_of(path);
+  const std::string name = without_marks(name_of(path));
   std::optional<std::tuple<bool, std::size_t, std::string_view>> best;
   for (const auto& file : index.files()) {
-    const auto distance = apart(name, name_of(file->path));
+    const bool is_neighbour = folder_of(file->path) == folder_of(path);
+    const auto distance = apart(name, without_marks(name_of(file->path)), is_neighbour);
     if (!distance || !has_lines(*file)) continue;
-    const std::tuple<bool, std::size_t, std::string_view> rank{folder_of(file->path) != folder_of(path),
-                                                               *distance, file->path};
+    const std::tuple<bool, std::size_t, std::string_view> rank{!is_neighbour, *distance, file->path};
     if (!best || rank < *best) best = rank;
   }
   return best ? std::string(std::get<2>(*best)) : "";

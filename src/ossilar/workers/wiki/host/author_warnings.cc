@@ -8,6 +8,7 @@
 
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
+#include "ossilar/workers/wiki/loose_citation.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::workers::wiki {
@@ -19,11 +20,11 @@ constexpr std::size_t kFewSections = 3;
 // Longer labels are no mistyped titles: the distance costs the product of the lengths.
 constexpr std::size_t kLongestTitle = 100;
 
-// The planned title that may be meant, or "": up to a quarter of its bytes are wrong.
+// The planned title that may be meant, or "": up to a quarter of its bytes are wrong, or one.
 std::string nearest_title(const std::string& label, const Plans& plans) {
   const std::string wanted = utils::lower_case(label);
   std::string best;
-  std::size_t least = wanted.size() / 4 + 1;
+  std::size_t least = std::max<std::size_t>(wanted.size() / 4, 1) + 1;
   if (wanted.size() > kLongestTitle) return best;
   for (std::size_t i = 0; i < plans.size(); ++i) {
     const std::string& title = plans[i].title;
@@ -56,7 +57,8 @@ std::vector<std::string> bracket_warnings(const Brackets& brackets, const std::v
   std::vector<std::string> warnings;
   append_warnings(warnings, brackets.invalid,
                   [&](const std::string& label) { return invalid_citation_warning(label, *planned.index); });
-  append_warnings(warnings, brackets.malformed, malformed_citation_warning);
+  append_warnings(warnings, brackets.malformed,
+                  [&](const std::string& label) { return loose_citation_warning(label, *planned.index); });
   append_warnings(warnings, empty, [](const std::string& label) {
     return "citation [" + label + "]: these lines hold no letter or digit, so they are no evidence";
   });
