@@ -14,10 +14,12 @@
 
 namespace ossilar::workers::wiki {
 
-// A reference to lines in another form than ours: `a.cpp:10-20`, `a.cpp#L10`, `a.cpp, lines 10-20`.
+// A reference to lines in another form than ours: `a.cpp:10-20`, `a.cpp#L10`,
+// `a.cpp, lines 10 to 20`. Ends before it looks whether there is such a file.
 std::optional<Citation> parse_loose(std::string_view label);
 
-// Whether the label is such a reference, to lines, a symbol or the whole of an indexed file.
+// Whether the label is such a reference, to lines, a symbol or the whole of an indexed file, by its
+// path or by a name that no other file has.
 bool is_loose_citation(const std::string& label, const source::SourceIndex& index);
 
 // What to write in its place. Looks for a symbol in all files if its own has none of the name.
