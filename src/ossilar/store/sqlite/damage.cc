@@ -63,7 +63,7 @@ void require_texts(Connection& connection, const std::string& all_rows) {
   while (rows.executeStep()) {
     for (int column = 0; column < rows.getColumnCount(); ++column) {
       const SQLite::Column value = rows.getColumn(column);
-      if (value.isText()) require_utf8(value.getString());
+      if (value.isText()) require_utf8({value.getText(), static_cast<std::size_t>(value.getBytes())});
     }
   }
 }

@@ -4,26 +4,23 @@
 // of the time that a writer at work is given to finish.
 //
 // Each page gets one finding for how its file and row differ. What is derived (passages, digest) is compared
-// only where file and row agree: otherwise the repair makes it anew anyway.
+// only where file and row agree (page_inspection.cc): otherwise the repair makes it anew anyway.
 #include "ossilar/workers/wiki/check/inspection.h"
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <system_error>
 #include <thread>
 
-#include "ossilar/search/chunking.h"
 #include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
-#include "ossilar/utils/hash.h"
-#include "ossilar/utils/markdown.h"
+#include "ossilar/utils/parallel.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/check/adoption.h"
 #include "ossilar/workers/wiki/check/renaming.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
 #include "ossilar/workers/wiki/config.h"
-#include "ossilar/workers/wiki/digests.h"
-#include "ossilar/workers/wiki/page_title.h"
 #include "ossilar/workers/wiki/pages/former_file.h"
 #include "ossilar/workers/wiki/pages/page_record.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -41,11 +38,6 @@ constexpr auto kTimeToLock = 250ms;
 constexpr auto kLookEvery = 25ms;
 
 constexpr const char* kAdoptsIt = "ossilar check --fix adopts it as it is";
-constexpr const char* kRebuildsIt = "ossilar check --fix rebuilds it";
-
-// Invalid citations of one page that are named; the rest is counted. Enough to begin with, and one page
-// cannot bury the findings on others.
-constexpr std::size_t kMostCitations = 10;
 
 // Both marks, in this order: one of them alone may be what the page is about.
 bool is_in_conflict(const std::string& text) {
@@ -55,11 +47,6 @@ bool is_in_conflict(const std::string& text) {
     if (ours && line.substr(0, 8) == ">>>>>>> ") return true;
   }
   return false;
-}
-
-// By these two keys only: digests of former versions have more, and are still right.
-bool same_digest(const Map& a, const Map& b) {
-  return utils::member(a, "title") == utils::member(b, "title") && same_abstract(a, b);
 }
 
 }  // namespace
@@ -143,85 +130,115 @@ void Inspection::inspect_folder() {
   if (error && utils::is_there(wiki_.paths().pages))
     throw utils::IoError("cannot list " + wiki_.paths().pages.string(), error.value());
   std::sort(entries.begin(), entries.end());
-  for (const fs::directory_entry& entry : entries) inspect_entry(entry);
+  std::vector<std::vector<Finding>> found(entries.size());  // of each entry, so that their order stays
+  std::vector<std::size_t> pages;
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    if (inspect_entry(entries[i], found[i])) pages.push_back(i);
+  std::vector<std::optional<PageFile>> differing(pages.size());
+  utils::in_parallel(pages.size(), [&](std::size_t i) {
+    differing[i] = inspect_page_file(entries[pages[i]].path(), found[pages[i]]);
+  });
+  for (std::size_t i = 0; i < pages.size(); ++i)
+    if (differing[i]) inspect_differing(*differing[i], found[pages[i]]);
+  for (std::vector<Finding>& of_entry : found)
+    std::move(of_entry.begin(), of_entry.end(), std::back_inserter(findings_));
 }
 
-void Inspection::add_unusable(const fs::path& file, const std::string& page_id, const std::string& message) {
-  add({Fault::page_file, relative(file), page_id, message, "put a regular file in its place, or remove it",
-       false});
+// Reads the file. What is derived of a page that is its row's is looked at here, and any other page is given
+// back: whether it was taken over, renamed or edited is asked of the whole wiki, and seldom.
+std::optional<PageFile> Inspection::inspect_page_file(const fs::path& file,
+                                                      std::vector<Finding>& findings) const {
+  PageFile page{.page_id = file.lexically_relative(wiki_.paths().pages).replace_extension().string(),
+                .text = {}};
+  try {
+    page.text = utils::read_text_file_within(wiki_.paths().pages, file);
+  } catch (const utils::IoError& error) {  // before Error, which it is too
+    findings.push_back({Fault::page_file, relative(file), page.page_id, utils::valid_utf8(error.what()),
+                        "make the file readable, then run ossilar check", false});
+    return std::nullopt;
+  } catch (const utils::Error& error) {
+    findings.push_back({Fault::page_file, relative(file), page.page_id, utils::valid_utf8(error.what()),
+                        "fix the file, or save the page again", false});
+    return std::nullopt;
+  }
+  const Map* row = rows_.find(page.page_id);
+  if (row == nullptr || utils::string_member(*row, "content_hash") != _text_hash(page.text)) return page;
+  add_page_findings(page, *row, digests_.find(page.page_id),
+                    wiki_.store().chunks(wiki_.branch(), page.page_id),
+                    {.planned = *planned_, .titles = titles_}, page_path(page.page_id), findings);
+  return std::nullopt;
+}
+
+Finding Inspection::unusable(const fs::path& file, const std::string& page_id,
+                             const std::string& message) const {
+  return {Fault::page_file,
+          relative(file),
+          page_id,
+          message,
+          "put a regular file in its place, or remove it",
+          false};
 }
 
 // A folder may have any name, "notes.md" too, unless it stands where a page of that name should be. A
 // symbolic link is reported whatever it is called: as a page it is not written through, and as a folder it
 // hides the pages below it, whose rows must not be taken for rows without a file (blocked_).
-void Inspection::inspect_entry(const fs::directory_entry& entry) {
+bool Inspection::inspect_entry(const fs::directory_entry& entry, std::vector<Finding>& findings) {
   const fs::path& file = entry.path();
   const fs::file_type type = entry.symlink_status().type();
   const bool is_page = file.extension() == ".md";
   const std::string page_id = file.lexically_relative(wiki_.paths().pages).replace_extension().string();
   const bool is_known = planned_->plans.find(page_id) != nullptr || rows_.find(page_id) != nullptr;
-  if (type == fs::file_type::directory && !(is_page && is_known)) return;
+  if (type == fs::file_type::directory && !(is_page && is_known)) return false;
   if (is_page) seen_.insert(page_id);
   if (type == fs::file_type::symlink && !is_page) blocked_.push_back(file);
-  if (type == fs::file_type::symlink)
-    return add_unusable(file, page_id, "is a symbolic link, which ossilar does not write through");
-  if (!is_page) return;
-  if (type != fs::file_type::regular) return add_unusable(file, page_id, "is not a regular file");
-  inspect_page(file, page_id);
+  if (type == fs::file_type::symlink) {
+    findings.push_back(unusable(file, page_id, "is a symbolic link, which ossilar does not write through"));
+    return false;
+  }
+  if (is_page && type != fs::file_type::regular)
+    findings.push_back(unusable(file, page_id, "is not a regular file"));
+  return is_page && type == fs::file_type::regular;
 }
 
-// A text that row or manifest know was stored by a save, so marks of a conflict in it, or nothing but blanks,
-// are what its author wrote. In any other text they are what git or a hand left, and a repair must not take
-// it over.
-void Inspection::inspect_page(const fs::path& file, const std::string& page_id) {
-  std::string text;
-  try {
-    text = utils::read_text_file_within(wiki_.paths().pages, file);
-  } catch (const utils::IoError& error) {  // before Error, which it is too
-    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
-                "make the file readable, then run ossilar check", false});
-  } catch (const utils::Error& error) {
-    return add({Fault::page_file, relative(file), page_id, utils::valid_utf8(error.what()),
-                "fix the file, or save the page again", false});
-  }
-  const Map* row = rows_.find(page_id);
-  const std::string hash = _text_hash(text);
-  const bool is_row = row != nullptr && utils::string_member(*row, "content_hash") == hash;
-  const bool known = is_row || manifest_.describes(page_id, hash);
-  if (!known && is_in_conflict(text)) {
-    return add({Fault::page_file, relative(file), page_id, "has merge conflict markers",
-                "resolve the conflict, then run ossilar check --fix", false});
-  }
-  if (!known && utils::strip(text).empty()) {
-    return add({Fault::page_file, relative(file), page_id, "is empty",
-                "restore the file, or save the page again", false});
-  }
-  if (row == nullptr) return inspect_stranger(page_id, text);
-  if (is_row) {
-    inspect_derived(page_id, text, *row);
+// A text that a manifest knows was stored by a save, so marks of a conflict in it, or nothing but blanks, are
+// what its author wrote. In any other text they are what git or a hand left, and a repair must not take it
+// over.
+void Inspection::inspect_differing(const PageFile& page, std::vector<Finding>& findings) {
+  const bool known = manifest_.describes(page.page_id, _text_hash(page.text));
+  if (!known && is_in_conflict(page.text)) {
+    findings.push_back({Fault::page_file, page_path(page.page_id), page.page_id, "has merge conflict markers",
+                        "resolve the conflict, then run ossilar check --fix", false});
+  } else if (!known && utils::strip(page.text).empty()) {
+    findings.push_back({Fault::page_file, page_path(page.page_id), page.page_id, "is empty",
+                        "restore the file, or save the page again", false});
+  } else if (rows_.find(page.page_id) == nullptr) {
+    inspect_stranger(page, findings);
   } else {
-    inspect_difference(page_id, text);
+    findings.push_back(difference(page));
+    add_citation_findings(page, {.planned = *planned_, .titles = titles_}, page_path(page.page_id), findings);
   }
-  inspect_citations(page_id, text);
 }
 
 // A file without a row. One that neither plan nor manifest has may be no page at all, so that only its author
 // can say what to do with it.
-void Inspection::inspect_stranger(const std::string& page_id, const std::string& text) {
-  if (auto former = renaming_cut_short(wiki_, rows_, text)) {
-    add({Fault::half_renamed, page_path(page_id), page_id,
-         "is the new file of page '" + *former + "', whose renaming was cut short",
-         "ossilar check --fix finishes it", true});
+void Inspection::inspect_stranger(const PageFile& page, std::vector<Finding>& findings) {
+  const std::string& page_id = page.page_id;
+  const std::string subject = page_path(page_id);
+  if (auto former = renaming_cut_short(wiki_, rows_, page.text)) {
+    findings.push_back({Fault::half_renamed, subject, page_id,
+                        "is the new file of page '" + *former + "', whose renaming was cut short",
+                        "ossilar check --fix finishes it", true});
     renamed_.insert(*std::move(former));
     return;
   }
   const bool planned = planned_->plans.find(page_id) != nullptr;
   if (planned || manifest_.described.count(page_id) > 0) {
-    add({Fault::file_without_row, page_path(page_id), page_id, "is a page without a row in the database",
-         kAdoptsIt, true});
-    return inspect_citations(page_id, text);
+    findings.push_back({Fault::file_without_row, subject, page_id, "is a page without a row in the database",
+                        kAdoptsIt, true});
+    return add_citation_findings(page, {.planned = *planned_, .titles = titles_}, subject, findings);
   }
-  add({Fault::file_without_row, page_path(page_id), page_id, "is not a page of the plan",
+  findings.push_back(
+      {Fault::file_without_row, subject, page_id, "is not a page of the plan",
        is_page_id(page_id)
            ? "add a [[page]] with the id \"" + page_id + "\" to ossilar.toml, or remove the file"
            : "rename it to a valid page id (lower-case letters, digits, '-', '_', '.'), or remove it",
@@ -231,68 +248,36 @@ void Inspection::inspect_stranger(const std::string& page_id, const std::string&
 // Whether what stands below the marker fits the text, that is, whether a save of the text would add the same.
 // The record is not compared: it says what the sources were at the time, and a save would say what they are.
 // The basis is an adoption's, in which the page already has the title of its file.
-bool Inspection::is_whole(const std::string& page_id, const std::string& text) const {
-  Adoption adoption(wiki_, manifest_, {page_id});
-  const auto drafted = redraft(wiki_, adoption.basis(), page_id, text);
-  return drafted && without_record(drafted->markdown) == without_record(text);
+bool Inspection::is_whole(const PageFile& page) const {
+  Adoption adoption(wiki_, manifest_, {page.page_id});
+  const auto drafted = redraft(wiki_, adoption.basis(), page.page_id, page.text);
+  return drafted && without_record(drafted->markdown) == without_record(page.text);
 }
 
 // All three are taken over by a repair. They differ in what the user is told: by whom, and whether the page
 // should be saved once more to bring its generated part in line.
-void Inspection::inspect_difference(const std::string& page_id, const std::string& text) {
-  if (manifest_.describes(page_id, _text_hash(text))) {
-    return add({Fault::newer_page, page_path(page_id), page_id,
-                "was changed by version control since ossilar last stored it", kAdoptsIt, true});
+Finding Inspection::difference(const PageFile& page) const {
+  const std::string subject = page_path(page.page_id);
+  if (manifest_.describes(page.page_id, _text_hash(page.text))) {
+    return {Fault::newer_page, subject,
+            page.page_id,      "was changed by version control since ossilar last stored it",
+            kAdoptsIt,         true};
   }
-  if (is_whole(page_id, text)) {
-    return add(
-        {Fault::newer_page, page_path(page_id), page_id,
-         "was changed since ossilar last stored it, by an interrupted save, a manual edit or version control",
-         kAdoptsIt, true});
+  if (is_whole(page)) {
+    return {
+        Fault::newer_page,
+        subject,
+        page.page_id,
+        "was changed since ossilar last stored it, by an interrupted save, a manual edit or version control",
+        kAdoptsIt,
+        true};
   }
-  add({Fault::edited_page, page_path(page_id), page_id,
-       "was edited by hand, so the generated part below the marker no longer matches the text",
-       std::string(kAdoptsIt) + "; save the page to update that part", true});
-}
-
-// Hashes are computed from the stored texts, not taken from the records: a damaged passage still has the hash
-// of what it should be.
-void Inspection::inspect_derived(const std::string& page_id, const std::string& text, const Map& row) {
-  std::vector<std::string> stored;
-  for (const Map& chunk : wiki_.store().chunks(wiki_.branch(), page_id))
-    stored.push_back(utils::sha256_hex(utils::string_member(chunk, store::chunk_key::kText)));
-  std::vector<std::string> expected;
-  for (const search::Passage& passage : search::passages(searchable_text(text)))
-    expected.push_back(utils::sha256_hex(passage.text));
-  if (stored != expected) {
-    add({Fault::chunks, page_path(page_id), page_id, "has no up-to-date entry in the search index",
-         kRebuildsIt, true});
-  }
-  const PagePlan* plan = planned_->plans.find(page_id);
-  if (!gives_digest(plan)) return;
-  PagePlan titled = *plan;
-  titled.title = utils::string_member(row, "title");
-  const Map* digest = digests_.find(page_id);
-  if (digest != nullptr && same_digest(*digest, _page_digest(titled, split_authored(text, "").body, {}))) {
-    return;
-  }
-  add({Fault::digest, page_path(page_id), page_id, "has no up-to-date digest", kRebuildsIt, true});
-}
-
-// Not fixable: only an author can say what a citation should point to now.
-void Inspection::inspect_citations(const std::string& page_id, const std::string& text) {
-  const Brackets brackets =
-      brackets_of(split_authored(text, "").text(), *planned_, titles_, planned_->plans.find(page_id));
-  const std::size_t named = std::min(brackets.invalid.size(), kMostCitations);
-  const std::string advice = "correct the citation and save the page";
-  for (std::size_t i = 0; i < named; ++i) {
-    add({Fault::citations, page_path(page_id), page_id,
-         invalid_citation_warning(brackets.invalid[i], *planned_->index), advice, false});
-  }
-  if (const std::size_t more = brackets.invalid.size() - named; more > 0) {
-    add({Fault::citations, page_path(page_id), page_id, std::to_string(more) + " more invalid citation(s)",
-         advice, false});
-  }
+  return {Fault::edited_page,
+          subject,
+          page.page_id,
+          "was edited by hand, so the generated part below the marker no longer matches the text",
+          std::string(kAdoptsIt) + "; save the page to update that part",
+          true};
 }
 
 // ---- What is not about a page file.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ossilar/workers/wiki/check/finding.h"
+#include "ossilar/workers/wiki/check/page_inspection.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 #include "ossilar/workers/wiki/pages/manifest.h"
 
@@ -18,8 +19,9 @@ namespace ossilar::workers::wiki {
 // One look at everything; each page file is read once. It changes nothing of the wiki.
 //
 // Threads: one, which holds the write lock for the object's whole life: a save that is half made would look
-// like a fault. Failures: a page file that cannot be read is a finding; a folder or a generated list that
-// cannot be read ends the inspection with utils::Error, and so does the store with store::StorageError.
+// like a fault. Page files are read on all cores meanwhile. Failures: a page file that cannot be read is a
+// finding; a folder or a generated list that cannot be read ends the inspection with utils::Error, and so
+// does the store with store::StorageError.
 class Inspection {
  public:
   explicit Inspection(Wiki& wiki);
@@ -32,12 +34,12 @@ class Inspection {
  private:
   void inspect_setup();
   void inspect_folder();
-  void inspect_entry(const std::filesystem::directory_entry& entry);
-  void inspect_page(const std::filesystem::path& file, const std::string& page_id);
-  void inspect_stranger(const std::string& page_id, const std::string& text);
-  void inspect_difference(const std::string& page_id, const std::string& text);
-  void inspect_derived(const std::string& page_id, const std::string& text, const Map& row);
-  void inspect_citations(const std::string& page_id, const std::string& text);
+  // Whether the entry is a page file to be read.
+  bool inspect_entry(const std::filesystem::directory_entry& entry, std::vector<Finding>& findings);
+  std::optional<PageFile> inspect_page_file(const std::filesystem::path& file,
+                                            std::vector<Finding>& findings) const;
+  void inspect_differing(const PageFile& page, std::vector<Finding>& findings);
+  void inspect_stranger(const PageFile& page, std::vector<Finding>& findings);
   void inspect_rows();
   void inspect_digests();
   void inspect_generated();
@@ -47,13 +49,14 @@ class Inspection {
   void inspect_states();
   void inspect_list(const ListFile& list);
   void inspect_former_files();
-  bool is_whole(const std::string& page_id, const std::string& text) const;
+  Finding difference(const PageFile& page) const;
+  bool is_whole(const PageFile& page) const;
+  Finding unusable(const std::filesystem::path& file, const std::string& page_id,
+                   const std::string& message) const;
   bool is_blocked(const std::string& page_id) const;
   std::string relative(const std::filesystem::path& path) const;
   std::string page_path(const std::string& page_id) const;
   void add(Finding finding) { findings_.push_back(std::move(finding)); }
-  void add_unusable(const std::filesystem::path& file, const std::string& page_id,
-                    const std::string& message);
 
   Wiki& wiki_;
   std::shared_ptr<const PlannedWiki> planned_;

@@ -7,7 +7,11 @@
 #include "ossilar/workers/wiki/check/wiki_check.h"
 
 #include <algorithm>
+#include <exception>
+#include <functional>
+#include <future>
 #include <iterator>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -124,20 +128,35 @@ bool CheckReport::is_clean() const {
 
 namespace {
 
+// Runs `work`, which reads the wiki, while the database is looked through on another thread. Damage comes
+// before any failure of the work, which may only be what the damage led to; what the work found is no use
+// then. It is thrown, so that damage found here goes the same way as damage that an earlier query ran into.
+void with_sound_database(Wiki& wiki, const std::function<void()>& work) {
+  auto looking = std::async(std::launch::async, [&wiki] { return wiki.store().damage(); });
+  std::exception_ptr failure;
+  try {
+    work();
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  if (const auto damage = looking.get())
+    throw store::StorageError(wiki.paths().database().string() + ": " + *damage, true);
+  if (failure) std::rethrow_exception(failure);
+}
+
 // Arrivals are taken over first, before the lock is taken for the check: they are not faults, and would
 // otherwise be reported as such. What was taken over is not part of the report.
 CheckReport check_open_wiki(Wiki& wiki, bool fix) {
   adopt_arrivals(wiki, WhenBusy::wait);
   CheckReport report;
   wiki.with_write_lock(true, [&] {
-    // Thrown, so that damage found here goes the same way as damage that an earlier query ran into.
-    if (const auto damage = wiki.store().damage()) {
-      throw store::StorageError(wiki.paths().database().string() + ": " + *damage, true);
-    }
-    Inspection inspection(wiki);
-    report.findings = inspection.run();
+    std::unique_ptr<Inspection> inspection;
+    with_sound_database(wiki, [&] {
+      inspection = std::make_unique<Inspection>(wiki);
+      report.findings = inspection->run();
+    });
     if (fix && !report.findings.empty()) {
-      Repair(wiki, inspection.manifest(), report.findings).run();
+      Repair(wiki, inspection->manifest(), report.findings).run();
       std::vector<Finding> left = Inspection(wiki).run();
       report.fixed = without(report.findings, left);
       report.findings = std::move(left);
