@@ -14,10 +14,11 @@ namespace ossilar::cli {
 
 // What is brought up to date before the operation runs (run_operation.cc):
 // - as_stored: nothing, for a page as it lies on disk.
+// - pages: those that version control brought. No index: the operation looks at files itself.
 // - vectors: pages that version control brought, then vectors of the current model for all passages.
 // - sources: index and plan, then pages that version control brought. No vectors: a save must not take as
 //   long as embedding the whole wiki.
-enum class Freshness { as_stored, vectors, sources };
+enum class Freshness { as_stored, pages, vectors, sources };
 
 struct Given {
   const workers::wiki::Wiki& wiki;

@@ -51,6 +51,9 @@ class Forwarding : public Interface {
   std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) override {
     return target_.build_cache(branch, page_id);
   }
+  StoredRows pages_resting_on(const std::string& branch, const std::set<std::string>& paths) override {
+    return target_.pages_resting_on(branch, paths);
+  }
   void remove_page(const std::string& branch, const std::string& page_id) override {
     target_.remove_page(branch, page_id);
   }

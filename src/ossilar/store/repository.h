@@ -203,6 +203,9 @@ class WikiStore : public Repository {
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
   // The page's complete build cache, of which StoredRows leave out the large parts; none without a row.
   virtual std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) = 0;
+  // The rows of the pages that cite one of these files, or have it among their source hashes. Costs what is
+  // found, and not what is stored.
+  virtual StoredRows pages_resting_on(const std::string& branch, const std::set<std::string>& paths) = 0;
   // Removes the page's row with its mark, its chunks, their words, and the passages that no other page holds.
   // Does nothing for a page without a row. Its digest stays: persist_digests() decides on digests.
   virtual void remove_page(const std::string& branch, const std::string& page_id) = 0;

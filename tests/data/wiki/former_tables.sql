@@ -1,4 +1,7 @@
 -- Makes the tables of a database what they were until words were indexed by the first search after a save.
+DROP TRIGGER rest_of_new;
+DROP TRIGGER rest_of_changed;
+DROP TABLE rests_on;
 DROP TABLE page_versions;
 DROP TABLE own_lists;
 DROP TABLE cited_by;

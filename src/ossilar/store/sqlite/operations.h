@@ -97,6 +97,11 @@ class SqliteOperations : public Interface {
     });
   }
 
+  StoredRows pages_resting_on(const std::string& branch, const std::set<std::string>& paths) override {
+    return read("read the pages that rest on some files",
+                [&](Connection& connection) { return read_pages_resting_on(connection, branch, paths); });
+  }
+
   // A write, as FTS5's check has the form of one.
   std::optional<std::string> damage() override {
     return write("check it for damage", [](Connection& connection) { return first_damage(connection); });

@@ -86,13 +86,16 @@ constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch 
 
 // A build cache that is no JSON, as an empty one, is read as it is: json_remove() would fail and make all
 // rows of the branch unreadable. The complete build cache is read by WikiStore::build_cache().
-const char* const kChangedPages =
-    "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files,"
-    " source_hashes, related_pages, citations, content_hash, model, status, summary,"
-    " CASE WHEN json_valid(build_cache)"
-    " THEN json_remove(build_cache, '$.prose', '$.sections', '$.diagrams', '$.versions') ELSE build_cache "
-    "END,"
-    " page_type FROM pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+#define OSSILAR_ROW                                                                                          \
+  "SELECT revision, page_id, title, description, importance, level, parent_section, rel_path, source_files," \
+  " source_hashes, related_pages, citations, content_hash, model, status, summary,"                          \
+  " CASE WHEN json_valid(build_cache)"                                                                       \
+  " THEN json_remove(build_cache, '$.prose', '$.sections', '$.diagrams', '$.versions') ELSE build_cache"     \
+  " END,"                                                                                                    \
+  " page_type FROM pages"
+const char* const kChangedPages = OSSILAR_ROW " WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
+const char* const kPagesRestingOn =
+    OSSILAR_ROW " JOIN rests_on USING (page_key) WHERE branch = ?1 AND path = ?2";
 
 const char* const kRemovedPages =
     "SELECT revision, page_id FROM removed_pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";

@@ -34,6 +34,8 @@ void restate_row(Connection& connection, const std::string& branch, const std::s
 // The query for the rows of branch ?1 that changed after revision ?2, in the order of their changes. Its
 // columns are the revision and those that page_id_of() and page_row() read.
 extern const char* const kChangedPages;
+// The query for the rows of branch ?1 that rest on the file ?2, with the same columns.
+extern const char* const kPagesRestingOn;
 // The query for the pages of branch ?1 that were removed after revision ?2, in the order of their removal:
 // the revision and the page id. A page that was stored again since then is listed too, and is among the
 // changed pages as well.

@@ -26,6 +26,27 @@
 namespace ossilar::store {
 namespace {
 
+// Puts the files that a row of `pages` names into rests_on: those of its citations, of the claims that it has
+// lost, and of its sources. A value that is no JSON names none; damage.cc reports it. `row` is "new" in a
+// trigger, and "pages" for all, which then are `from`. `known` says which rows of rests_on to compare with:
+// OR IGNORE would not do, as an upsert that fires a trigger has its own rule for conflicts used in there.
+#define OSSILAR_NOTE_PATHS(row, from, known)                                                      \
+  "INSERT INTO rests_on SELECT value ->> 'path', " row ".page_key FROM " from                     \
+  " json_each(iif(json_valid(" row ".citations), " row                                            \
+  ".citations, '[]'))"                                                                            \
+  " WHERE value ->> 'path' IS NOT NULL EXCEPT SELECT path, page_key FROM rests_on" known          \
+  ";\n"                                                                                           \
+  "INSERT INTO rests_on SELECT value ->> 'path', " row ".page_key FROM " from                     \
+  " json_each(iif(json_valid(" row ".build_cache), " row                                          \
+  ".build_cache, '{}'), '$.lost')"                                                                \
+  " WHERE value ->> 'path' IS NOT NULL EXCEPT SELECT path, page_key FROM rests_on" known          \
+  ";\n"                                                                                           \
+  "INSERT INTO rests_on SELECT key, " row ".page_key FROM " from " json_each(iif(json_valid(" row \
+  ".source_hashes), " row                                                                         \
+  ".source_hashes, '{}'))"                                                                        \
+  " EXCEPT SELECT path, page_key FROM rests_on" known ";\n"
+#define OSSILAR_NOTE_NEW_PATHS OSSILAR_NOTE_PATHS("new", "", " WHERE page_key = new.page_key")
+
 // The schema is the sum of these steps, and its version is their number; a new file takes them all. CREATE
 // TABLE IF NOT EXISTS would do for new tables, but cannot change an old one.
 //
@@ -225,6 +246,28 @@ CREATE TABLE page_versions (
   PRIMARY KEY (branch, page_id, number)
 ) STRICT;
 )sql",
+    // Which files a page rests on, by file. Triggers keep it, so that no statement that changes a row can
+    // forget it.
+    R"sql(
+CREATE TABLE rests_on (
+  path TEXT NOT NULL,
+  page_key INTEGER NOT NULL REFERENCES pages (page_key) ON DELETE CASCADE,
+  PRIMARY KEY (path, page_key)
+) STRICT, WITHOUT ROWID;
+CREATE INDEX rests_on_by_page ON rests_on (page_key);
+
+CREATE TRIGGER rest_of_new AFTER INSERT ON pages
+BEGIN
+)sql" OSSILAR_NOTE_NEW_PATHS R"sql(
+END;
+CREATE TRIGGER rest_of_changed AFTER UPDATE OF citations, source_hashes, build_cache ON pages
+WHEN old.citations != new.citations OR old.source_hashes != new.source_hashes
+  OR old.build_cache != new.build_cache
+BEGIN
+  DELETE FROM rests_on WHERE page_key = new.page_key;
+)sql" OSSILAR_NOTE_NEW_PATHS R"sql(
+END;
+)sql" OSSILAR_NOTE_PATHS("pages", "pages,", ""),
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -71,6 +71,16 @@ StoredRows read_pages(Connection& connection, Snapshot& last, const std::string&
   return next.entries;
 }
 
+StoredRows read_pages_resting_on(Connection& connection, const std::string& branch,
+                                 const std::set<std::string>& paths) {
+  StoredRows pages;
+  for (const std::string& path : paths) {
+    Query rows(connection, kPagesRestingOn, branch, path);
+    while (rows.next()) pages.set(page_id_of(rows), page_row(rows));
+  }
+  return pages;
+}
+
 PageDigests read_digests(Connection& connection, Snapshot& last, const std::string& branch) {
   Snapshot next = last;
   Query rows(connection, kChangedDigests, branch, next.revision);

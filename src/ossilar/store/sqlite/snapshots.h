@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 #include "ossilar/store/repository.h"
@@ -37,6 +38,10 @@ std::int64_t next_revision(Connection& connection);
 // Bring `last` up to date and give its entries, which are what is stored now.
 StoredRows read_pages(Connection& connection, Snapshot& last, const std::string& branch);
 PageDigests read_digests(Connection& connection, Snapshot& last, const std::string& branch);
+
+// The rows of the branch that rest on one of these files. No snapshot is needed, nor brought up to date.
+StoredRows read_pages_resting_on(Connection& connection, const std::string& branch,
+                                 const std::set<std::string>& paths);
 
 // Makes `digests` the stored digests of the branch. Brings `last` up to date first, writes only what differs
 // from it, and leaves the new digests in it.

@@ -17,6 +17,23 @@ TEST(SchemaTest, AnEmptyFileBecomesADatabaseThatKeepsWhatItCommits) {
   EXPECT_EQ(connection.database().execAndGet("PRAGMA synchronous").getInt(), 2);
 }
 
+TEST(SchemaTest, AnOlderFileLearnsWhatItsPagesRestOn) {
+  const testing::TempDir dir;
+  const std::string file = dir / "index.db";
+  open_sqlite_store(file)->upsert_wiki_page("main", "a", "A",
+                                            {.source_hashes = {{"source", "1"}},
+                                             .citations = {{{"path", "cited"}, {"first", 1}}},
+                                             .build_cache = R"({"lost": [{"path": "lost"}]})"});
+  SQLite::Database(file, SQLite::OPEN_READWRITE)
+      .exec(
+          "DROP TRIGGER rest_of_new; DROP TRIGGER rest_of_changed; DROP TABLE rests_on;"
+          "PRAGMA user_version = 8");
+  const auto store = open_sqlite_store(file);
+  for (const char* path : {"source", "cited", "lost"})
+    EXPECT_EQ(store->pages_resting_on("main", {path}).size(), 1U) << path;
+  EXPECT_FALSE(store->damage());
+}
+
 struct Refused {
   const char* why;
   bool ours;           // is it made by this program

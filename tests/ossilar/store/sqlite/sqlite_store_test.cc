@@ -107,6 +107,34 @@ TEST_F(StoreTest, CitedTextsStayWhileAPageCitesThem) {
   EXPECT_EQ(store.cited_text("two"), std::nullopt);
 }
 
+// Which pages rest on a file is kept by triggers, so each way to change a row is tried.
+TEST_F(StoreTest, TellsWhichPagesRestOnAFile) {
+  const auto resting_on = [&](const std::set<std::string>& paths) {
+    return store.pages_resting_on("main", paths).keys();
+  };
+  const auto cites = [](const char* path) {
+    return std::vector<Map>{{{"path", path}, {"first", 1}, {"last", 2}}};
+  };
+  store.upsert_wiki_page("main", "a", "A",
+                         {.source_hashes = {{"src", "1"}, {"both", "2"}}, .citations = cites("both")});
+  store.upsert_wiki_page("main", "b", "B",
+                         {.citations = cites("cited"), .build_cache = R"({"lost": [{"path": "lost"}]})"});
+  store.upsert_wiki_page("release", "c", "C", {.citations = cites("cited")});
+  EXPECT_THAT(resting_on({"src", "both"}), ElementsAre("a"));
+  EXPECT_THAT(resting_on({"lost", "cited", "src"}), ElementsAre("a", "b")) << "of this branch alone";
+  EXPECT_THAT(resting_on({"src/", "", "lost2"}), ElementsAre());
+  EXPECT_EQ(*store.pages_resting_on("main", {"src"}).find("a"), *store.get_wiki_pages("main").find("a"));
+
+  const std::vector<Map> twice{{{"path", "other"}, {"first", 1}}, {{"path", "other"}, {"first", 5}}};
+  store.upsert_wiki_page("main", "a", "A", {.source_hashes = {{"other", "1"}}, .citations = twice});
+  store.restate_page("main", "b", "hash", cites("moved"));
+  EXPECT_THAT(resting_on({"src", "both", "cited"}), ElementsAre());
+  EXPECT_THAT(resting_on({"other", "moved"}), ElementsAre("a", "b"));
+  store.remove_page("main", "a");
+  EXPECT_THAT(resting_on({"other", "moved"}), ElementsAre("b"));
+  EXPECT_EQ(stored("SELECT count(*) FROM rests_on"), 3) << "nothing is left of the page";
+}
+
 TEST_F(StoreTest, StaleMarksBelongToRowsAndGoWithTheNextUpsert) {
   for (const char* page : {"a", "b"}) store.upsert_wiki_page("main", page, page, {});
   store.mark_stale("main", {{"a", "old reason"}, {"b", "sources changed"}, {"no row", "?"}});

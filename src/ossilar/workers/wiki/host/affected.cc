@@ -72,16 +72,18 @@ std::vector<AffectedPage> candidates(Wiki& wiki, const std::set<std::string>& ch
                                      const utils::Task& task) {
   const auto is_changed = [&](const Citation& citation) { return changed.count(citation.path) > 0; };
   std::vector<AffectedPage> pages;
-  wiki.stored_pages().for_each([&](const std::string& page_id, const Map& row) {
-    task.check();
-    AffectedPage page{.page_id = page_id,
-                      .title = utils::string_member(row, "title"),
-                      .claims = {},
-                      .sources = changed_sources(row, changed)};
-    for (PlacedClaim& claim : placed_claims(wiki.paths(), page_id, row, is_changed))
-      page.claims.push_back({.claim = std::move(claim), .now = {}});
-    if (!page.claims.empty() || !page.sources.empty()) pages.push_back(std::move(page));
-  });
+  wiki.store()
+      .pages_resting_on(wiki.branch(), changed)
+      .for_each([&](const std::string& page_id, const Map& row) {
+        task.check();
+        AffectedPage page{.page_id = page_id,
+                          .title = utils::string_member(row, "title"),
+                          .claims = {},
+                          .sources = changed_sources(row, changed)};
+        for (PlacedClaim& claim : placed_claims(wiki.paths(), page_id, row, is_changed))
+          page.claims.push_back({.claim = std::move(claim), .now = {}});
+        if (!page.claims.empty() || !page.sources.empty()) pages.push_back(std::move(page));
+      });
   return pages;
 }
 

@@ -57,8 +57,8 @@ Wiki::Wiki(Services services)
       lists_(paths_.wiki, paths_.pages),
       plan_maker_(config_, checkout_.name) {
   // The result is dropped: the call fills the store's snapshot, so that the first draft reads only what
-  // changed since the opening.
-  store_->get_wiki_pages(branch());
+  // changed since the opening. A command that needs no rows, or few of them, is not made to wait for all.
+  if (services.stays) store_->get_wiki_pages(branch());
 }
 
 Wiki::~Wiki() = default;

@@ -331,6 +331,14 @@ ManifestContent WikiLists::read(const Stamps& manifests, const Own& own) const {
   return content;
 }
 
+bool WikiLists::are_own(const Stamps& manifests, const Own& own) const {
+  return manifests.size() == own.size() &&
+         std::all_of(manifests.begin(), manifests.end(), [&](const auto& manifest) {
+           const auto known = own.find(manifest.first);
+           return known != own.end() && known->second == utils::sha256_hex(read(manifest.first));
+         });
+}
+
 ManifestContent WikiLists::read_all() const {
   Stamps all;  // the stamps are not looked at by read()
   for (const std::string& name : manifests()) all[name] = {};

@@ -69,6 +69,8 @@ class WikiLists {
   Stamps news() const;
   // What these manifests say, except those whose text is the one noted in `own`.
   ManifestContent read(const Stamps& manifests, const Own& own) const;
+  // Whether these manifests are those of `own`, all of them, each with the text that is noted there.
+  bool are_own(const Stamps& manifests, const Own& own) const;
   // Notes that these manifests were dealt with. `awaited` replaces the page files that are not yet what their
   // manifest describes, with their stamps: a checkout may still be writing them.
   using PageStamps = std::map<std::filesystem::path, utils::FileStamp>;

@@ -172,6 +172,26 @@ TEST_F(WikiListsTest, NoticeManifestsThatOthersWrote) {
   EXPECT_EQ(lists_.news().size(), 1U) << "a page that was awaited is there";
 }
 
+TEST_F(WikiListsTest, AreOwnOnlyIfAllAreAsTheyWereWritten) {
+  const WikiLists::Own own = lists_.write_all(rows_of({"a"}), {});
+  const auto are_own = [&] {
+    const WikiLists anew(dir_ / "wiki", dir_ / "wiki/pages");
+    return anew.are_own(anew.news(), own);
+  };
+  const std::string written = dir_.read("wiki/manifest.json");
+  EXPECT_TRUE(are_own());
+  for (const std::string& other : {written + " ", std::string(), std::string("[]")}) {
+    dir_.write("wiki/manifest.json", other);
+    EXPECT_FALSE(are_own()) << other;
+  }
+  dir_.write("wiki/manifest.json", written);
+  dir_.write("wiki/lists/more-manifest.json", "{}");
+  EXPECT_FALSE(are_own()) << "there is one more";
+  std::filesystem::remove(dir_ / "wiki/lists/more-manifest.json");
+  std::filesystem::remove(dir_ / "wiki/manifest.json");
+  EXPECT_FALSE(are_own()) << "there is one less";
+}
+
 // The page ids and hashes that a manifest lists.
 std::string told_by(const std::string& text) {
   std::string told;
