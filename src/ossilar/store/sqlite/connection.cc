@@ -120,6 +120,12 @@ std::string_view Query::view(int column) const {
 }
 
 // Bytes with their count, so a text that contains NUL comes back whole.
+std::string_view Query::bytes(int column) const {
+  const SQLite::Column value = statement_.getColumn(column);
+  const auto* first = static_cast<const char*>(value.getBlob());
+  return {first, static_cast<std::size_t>(value.getBytes())};
+}
+
 std::string Query::blob(int column) const { return statement_.getColumn(column).getString(); }
 
 std::int64_t Query::number(int column) const { return statement_.getColumn(column).getInt64(); }

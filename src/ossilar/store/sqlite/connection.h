@@ -95,6 +95,7 @@ class Query {
   std::int64_t number(int column) const;
   double real(int column) const { return statement_.getColumn(column).getDouble(); }
   std::string blob(int column) const;
+  std::string_view bytes(int column) const;  // blob() without a copy, as view()
   bool is_null(int column) const { return statement_.isColumnNull(column); }
 
  private:

@@ -10,6 +10,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <cstring>
 #include <deque>
 #include <optional>
 #include <set>
@@ -243,17 +244,26 @@ Map embedding_form(const Vector& vector) {
   return Map::binary({bytes.begin(), bytes.end()});
 }
 
-Vector vector_of(const std::string& bytes) {
-  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is truncated");
+Vector vector_of(std::string_view bytes) {
   Vector vector;
-  vector.reserve(bytes.size() / kNumberBytes);
-  for (std::size_t at = 0; at < bytes.size(); at += kNumberBytes) {
+  read_vector(bytes, vector);
+  return vector;
+}
+
+// Stored little-endian, as memory has it on nearly every machine: then the bytes are copied as they are.
+void read_vector(std::string_view bytes, Vector& vector) {
+  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is truncated");
+  vector.resize(bytes.size() / kNumberBytes);
+  if constexpr (std::endian::native == std::endian::little) {
+    if (!bytes.empty()) std::memcpy(vector.data(), bytes.data(), bytes.size());
+    return;
+  }
+  for (std::size_t number = 0; number < vector.size(); ++number) {
     std::uint32_t bits = 0;
     for (std::size_t i = kNumberBytes; i-- > 0;)
-      bits = bits << 8U | static_cast<unsigned char>(bytes[at + i]);
-    vector.push_back(std::bit_cast<float>(bits));
+      bits = bits << 8U | static_cast<unsigned char>(bytes[number * kNumberBytes + i]);
+    vector[number] = std::bit_cast<float>(bits);
   }
-  return vector;
 }
 
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,

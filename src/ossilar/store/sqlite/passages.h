@@ -1,5 +1,5 @@
 // Passages, their vectors, and the chunks by which pages hold them. Internal to this room; called by
-// operations.h, and vector_of() by word_index.cc.
+// operations.h, and read_vector() by word_index.cc.
 //
 // A passage is stored once, by the hash of its text, with one vector per model. Its key in the database is a
 // number, so that the passages of a page lie close together; keyed by hash, they would be spread over the
@@ -16,6 +16,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ossilar/store/repository.h"
@@ -24,7 +25,9 @@
 namespace ossilar::store {
 
 // The vector whose stored form is `bytes`. Throws DamagedError if a part of a number is missing.
-Vector vector_of(const std::string& bytes);
+Vector vector_of(std::string_view bytes);
+// The same into a vector whose memory is used again.
+void read_vector(std::string_view bytes, Vector& vector);
 
 // WikiStore::shared_passages().
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,

@@ -7,8 +7,11 @@
 #include "ossilar/store/sqlite/word_index.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <map>
+#include <numeric>
+#include <optional>
 #include <set>
 #include <tuple>
 
@@ -56,6 +59,19 @@ constexpr const char* kMatches =
     ") - 1)"
     " WHERE words MATCH ?4 AND page.page_key NOT IN (SELECT page_key FROM due_words) AND" OSSILAR_FILTERED
     " ORDER BY score DESC, words.rowid";
+// The best of all branches, so that FTS5 and a sort that keeps the first ?2 rows are all the work.
+constexpr const char* kBestMatches =
+    "SELECT rowid, -bm25(words, 2.0, 3.0, 1.0) AS score FROM words WHERE words MATCH ?1"
+    " ORDER BY score DESC, rowid LIMIT ?2";
+// The chunk of the row ?1 of words, none for a row that kMatches would leave out.
+constexpr const char* kMatchedChunk =
+    "SELECT page_key, position, passage_key FROM pages JOIN chunks USING (page_key)"
+    " WHERE page_key = ?1 >> " OSSILAR_POSITION_BITS " AND position = ?1 & ((1 << " OSSILAR_POSITION_BITS
+    ") - 1) AND branch = ?2 AND page_key NOT IN (SELECT page_key FROM due_words)";
+constexpr const char* kAllVectors = "SELECT passage_key, vector FROM vectors WHERE model = ?1";
+constexpr const char* kPlaceOfPassage =
+    "SELECT page_key, position FROM chunks JOIN pages USING (page_key) WHERE passage_key = ?1 AND branch = ?2"
+    " ORDER BY page_key, position LIMIT 1";
 constexpr const char* kVectors =
     "SELECT page.page_key, chunk.position, vectors.vector, chunk.passage_key FROM pages AS page"
     " JOIN chunks AS chunk USING (page_key) JOIN vectors ON vectors.passage_key = chunk.passage_key"
@@ -130,11 +146,16 @@ std::vector<FoundPassage> describe(Connection& connection, const std::vector<Pla
 }
 
 // The cosine, as both have length 1. Vectors of one model have one size; min() only keeps a damaged one from
-// being read beyond its end.
+// being read beyond its end. Several sums, as the compiler may not reorder one: it adds those side by side.
 double dot(const Vector& a, const Vector& b) {
-  double sum = 0;
-  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) sum += static_cast<double>(a[i]) * b[i];
-  return sum;
+  constexpr std::size_t kSums = 8;
+  const std::size_t size = std::min(a.size(), b.size());
+  std::array<double, kSums> sums{};
+  std::size_t at = 0;
+  for (; at + kSums <= size; at += kSums)
+    for (std::size_t i = 0; i < kSums; ++i) sums[i] += static_cast<double>(a[at + i]) * b[at + i];
+  for (; at < size; ++at) sums[0] += static_cast<double>(a[at]) * b[at];
+  return std::accumulate(sums.begin(), sums.end(), 0.0);
 }
 
 }  // namespace
@@ -172,39 +193,126 @@ void index_due_words(Connection& connection, std::size_t most) {
   }
 }
 
-// No LIMIT in the query: a passage that several pages hold matches several times, and counts once.
+namespace {
+
+// Places of different passages, the best first.
+class BestPlaces {
+ public:
+  explicit BestPlaces(std::size_t limit) : limit_(limit) {}
+  bool is_full() const { return places_.size() >= limit_; }
+  // A passage that several pages hold matches several times, and counts once.
+  void add(std::int64_t passage, Place place) {
+    if (!is_full() && passages_.insert(passage).second) places_.push_back(place);
+  }
+  const std::vector<Place>& places() const { return places_; }
+
+ private:
+  const std::size_t limit_;
+  std::vector<Place> places_;
+  std::set<std::int64_t> passages_;
+};
+
+// Matches that are looked at before find_words() asks for all: enough where most of the database is this
+// branch and most passages stand on one page.
+constexpr std::size_t kOversampling = 8;
+
+// The best places of the branch, if they are among the best matches of the whole database; else none. To join
+// each match to its page costs more than the search itself, and a common word is in most passages.
+std::optional<std::vector<Place>> quick_places(Connection& connection, const std::string& branch,
+                                               const std::string& expression, std::size_t limit) {
+  const std::size_t most = limit * kOversampling;
+  BestPlaces best(limit);
+  std::size_t count = 0;
+  Query rows(connection, kBestMatches, expression, static_cast<std::int64_t>(most));
+  for (; !best.is_full() && rows.next(); ++count) {
+    Query chunk(connection, kMatchedChunk, rows.number(0), branch);
+    if (chunk.next()) best.add(chunk.number(2), {rows.real(1), chunk.number(0), chunk.number(1)});
+  }
+  if (!best.is_full() && count == most) return std::nullopt;
+  return best.places();
+}
+
+std::vector<Place> all_places(Connection& connection, const std::string& branch,
+                              const std::string& expression, const PassageFilter& filter, std::size_t limit) {
+  BestPlaces best(limit);
+  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression);
+  while (!best.is_full() && rows.next())
+    best.add(rows.number(3), {rows.real(2), rows.number(0), rows.number(1)});
+  return best.places();
+}
+
+}  // namespace
+
 std::vector<FoundPassage> find_words(Connection& connection, const std::string& branch,
                                      const std::string& words, const PassageFilter& filter,
                                      std::size_t limit) {
   const std::string expression = match_expression(words);
   if (expression.empty()) return {};
-  std::vector<Place> places;
-  std::set<std::int64_t> passages;
-  Query rows(connection, kMatches, branch, filter.page_type, filter.path, expression);
-  while (places.size() < limit && rows.next()) {
-    if (passages.insert(rows.number(3)).second)
-      places.push_back({rows.real(2), rows.number(0), rows.number(1)});
-  }
-  return describe(connection, places);
+  std::optional<std::vector<Place>> places;
+  if (filter.page_type.empty() && filter.path.empty())
+    places = quick_places(connection, branch, expression, limit);
+  return describe(connection, places ? *places : all_places(connection, branch, expression, filter, limit));
 }
 
-// Compares the query with every passage of the branch. An approximate index would answer faster in very large
-// wikis, but each save would have to keep it up to date.
-//
+namespace {
+
+struct Scored {
+  double score;
+  std::int64_t passage;
+};
+
+bool is_better(const Scored& a, const Scored& b) {
+  return std::tie(b.score, a.passage) < std::tie(a.score, b.passage);
+}
+
+// Every vector of the model with its score, in one pass through their table.
+std::vector<Scored> scores_of(Connection& connection, const QueryVector& query) {
+  std::vector<Scored> scores;
+  Vector vector;
+  Query rows(connection, kAllVectors, query.model);
+  while (rows.next()) {
+    read_vector(rows.bytes(1), vector);
+    scores.push_back({dot(query.vector, vector), rows.number(0)});
+  }
+  return scores;
+}
+
+// As quick_places(), by vectors. Goes on to the end of the passages that score the same, so that the order
+// of equal ones is that of their places.
+std::optional<std::vector<Place>> quick_nearest(Connection& connection, const std::string& branch,
+                                                const QueryVector& query, std::size_t limit) {
+  std::vector<Scored> scores = scores_of(connection, query);
+  const auto most = static_cast<std::ptrdiff_t>(std::min(scores.size(), limit * kOversampling));
+  std::partial_sort(scores.begin(), scores.begin() + most, scores.end(), is_better);
+  std::vector<Place> places;
+  std::ptrdiff_t at = 0;
+  for (; at < most; ++at) {
+    const auto& [score, passage] = scores[static_cast<std::size_t>(at)];
+    if (!places.empty() && places.size() >= limit && score < places.back().score) break;
+    Query place(connection, kPlaceOfPassage, passage, branch);
+    if (place.next()) places.push_back({score, place.number(0), place.number(1)});
+  }
+  if (at == most && most < std::ssize(scores)) return std::nullopt;
+  std::sort(places.begin(), places.end());
+  if (places.size() > limit) places.erase(places.begin() + static_cast<std::ptrdiff_t>(limit), places.end());
+  return places;
+}
+
 // Keeps the best `limit` places so far, and drops the worst when a better one comes. A passage has one
 // vector, and so the same score wherever it occurs: the first place that is found is as good as any. The key
 // of a dropped passage is forgotten too, which bounds memory; if the passage occurs again, it is compared
 // again, with the same score.
-std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
-                                       const QueryVector& query, const PassageFilter& filter,
-                                       std::size_t limit) {
+std::vector<Place> nearest_of_all(Connection& connection, const std::string& branch, const QueryVector& query,
+                                  const PassageFilter& filter, std::size_t limit) {
   std::map<Place, std::int64_t> best;  // with the passages' keys
   std::set<std::int64_t> passages;
+  Vector vector;
   Query rows(connection, kVectors, branch, filter.page_type, filter.path, query.model);
   while (rows.next()) {
     const std::int64_t passage = rows.number(3);
     if (!passages.insert(passage).second) continue;
-    best.emplace(Place{dot(query.vector, vector_of(rows.blob(2))), rows.number(0), rows.number(1)}, passage);
+    read_vector(rows.bytes(2), vector);
+    best.emplace(Place{dot(query.vector, vector), rows.number(0), rows.number(1)}, passage);
     if (best.size() <= limit) continue;
     passages.erase(std::prev(best.end())->second);
     best.erase(std::prev(best.end()));
@@ -212,7 +320,20 @@ std::vector<FoundPassage> find_nearest(Connection& connection, const std::string
   std::vector<Place> places;
   places.reserve(best.size());
   for (const auto& [place, passage] : best) places.push_back(place);
-  return describe(connection, places);
+  return places;
+}
+
+}  // namespace
+
+// Compares the query with every passage. An approximate index would answer faster in very large wikis, but
+// each save would have to keep it up to date.
+std::vector<FoundPassage> find_nearest(Connection& connection, const std::string& branch,
+                                       const QueryVector& query, const PassageFilter& filter,
+                                       std::size_t limit) {
+  std::optional<std::vector<Place>> places;
+  if (filter.page_type.empty() && filter.path.empty())
+    places = quick_nearest(connection, branch, query, limit);
+  return describe(connection, places ? *places : nearest_of_all(connection, branch, query, filter, limit));
 }
 
 }  // namespace ossilar::store

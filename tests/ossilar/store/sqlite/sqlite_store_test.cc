@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <limits>
+#include <random>
 #include <string_view>
 #include <vector>
 
@@ -302,6 +303,47 @@ TEST_F(PassagesTest, APassageIsSharedWhenAnotherPageHoldsIt) {
   const SharedPassages shared = store.shared_passages("a", "a", "m2");
   EXPECT_THAT(shared.all, ElementsAre("x", "y"));
   EXPECT_THAT(shared.embedded, ElementsAre("x"));
+}
+
+// A search without a filter first looks at the best of all branches. It must find what a search finds that
+// goes through the pages of its branch, as one with a filter does: here one that all pages pass. The small
+// branch has too little among the best of all, passages are shared within and across branches, and many score
+// the same.
+TEST_F(StoreTest, ASearchOfEverythingFindsWhatAFilterThatAllPassFinds) {
+  std::mt19937 random(7);
+  const auto below = [&](unsigned end) { return static_cast<int>(random() % end); };
+  for (int page = 0; page < 60; ++page) {
+    const std::string branch = page % 10 == 0 ? "small" : page % 3 == 0 ? "main" : "large";
+    const std::string id = "page" + std::to_string(100 + page);
+    const auto key = store.upsert_wiki_page(branch, id, "A", {.page_type = "module"});
+    std::vector<Map> chunks;
+    for (int i = 0; i < 8; ++i) {
+      const int text = below(150);
+      const std::string words =
+          std::string(text % 4 == 0 ? "harbour harbour " : "harbour ") + std::to_string(text);
+      chunks.push_back(chunk(i, words, {0.1 * (text % 10), 1 - 0.1 * (text % 7), 0.01 * (text % 3)}));
+    }
+    store.store_chunks(key, chunks, {});
+  }
+  const auto places = [](const std::vector<FoundPassage>& found) {
+    std::vector<std::string> texts;
+    for (const FoundPassage& each : found)
+      texts.push_back(each.page_id + " " + each.text + " " + std::to_string(each.score));
+    return texts;
+  };
+  for (const char* branch : {"small", "main", "large", "none"}) {
+    for (const std::size_t limit : {1U, 2U, 5U, 40U, 1000U}) {
+      const PassageFilter all{.page_type = "module"};
+      EXPECT_EQ(places(store.match_words(branch, "harbour", {}, limit)),
+                places(store.match_words(branch, "harbour", all, limit)))
+          << branch << " " << limit;
+      EXPECT_EQ(places(store.nearest(branch, "m", {0.6F, 0.8F, 0}, {}, limit)),
+                places(store.nearest(branch, "m", {0.6F, 0.8F, 0}, all, limit)))
+          << branch << " " << limit;
+    }
+  }
+  EXPECT_EQ(store.match_words("small", "harbour", {}, 5).size(), 5U);
+  EXPECT_EQ(store.nearest("small", "m", {0.6F, 0.8F, 0}, {}, 5).size(), 5U);
 }
 
 TEST_F(StoreTest, APageWhoseIndexingFailedIsNotFoundByItsFormerWords) {
