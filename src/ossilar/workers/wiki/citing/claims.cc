@@ -375,7 +375,8 @@ std::vector<KnownClaim> claims_of(const std::vector<Map>& stretches) {
 }
 
 std::vector<KnownClaim> claims_of_row(const Map& row) {
-  return claims_of(utils::json_member(row, "citations").get<std::vector<Map>>());
+  const Map citations = utils::json_member(row, "citations");
+  return claims_of(citations.get_ref<const Map::array_t&>());
 }
 
 }  // namespace ossilar::workers::wiki

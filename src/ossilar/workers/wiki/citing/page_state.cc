@@ -62,8 +62,33 @@ void pair_renamed(Drift& drift, const Map& hashes, const source::SourceIndex& in
   });
 }
 
+// The parts of a row that are JSON texts. All pages are judged at once, and to parse them is most of that.
+struct RowParts {
+  explicit RowParts(const Map& row)
+      : citations(utils::json_member(row, "citations")),
+        hashes(utils::json_member(row, "source_hashes")),
+        cache(build_cache_of(&row)) {}
+
+  const Map citations, hashes, cache;
+};
+
+std::vector<KnownClaim> remembered(const RowParts& parts) {
+  std::vector<KnownClaim> claims = claims_of(parts.citations.get_ref<const Map::array_t&>());
+  const Map& lost = utils::member(parts.cache, kLostClaims);
+  if (lost.is_array())
+    for (KnownClaim& claim : claims_of(lost.get_ref<const Map::array_t&>()))
+      claims.push_back(std::move(claim));
+  // In rows of an earlier format the hashes of the sources tell which version was cited.
+  for (KnownClaim& claim : claims) {
+    std::string& version = claim.print.file.hash;
+    if (version.empty())
+      version = utils::string_member(parts.hashes, claim.citation.path.c_str()).substr(0, 16);
+  }
+  return claims;
+}
+
 // Cited files count whoever planned them. Their versions come from the claims, as each section has its own.
-Drift drift_of(const Map& row, const PagePlan& plan, const std::vector<KnownClaim>& claims,
+Drift drift_of(const Map& hashes, const PagePlan& plan, const std::vector<KnownClaim>& claims,
                const source::SourceIndex& index, const std::string& steering, CitationFollower& follower) {
   Drift drift;
   std::map<std::string, FileVersion> cited;  // one that differs, by path
@@ -75,7 +100,6 @@ Drift drift_of(const Map& row, const PagePlan& plan, const std::vector<KnownClai
   }
   for (const auto& [path, version] : cited)
     drift.changed.push_back(with_amount(path, version, index, follower));
-  const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [file, hash] : hashes.items()) {
     if (file == kSteeringSource) continue;
     const source::SourceFile* now = index.find(file);
@@ -156,9 +180,9 @@ struct Asked {
   const Heirs& heirs;
 };
 
-void judge(PageState& state, const Map& row, const PagePlan* plan, const std::string& mark,
-           const Asked& asked) {
-  const std::vector<KnownClaim> claims = remembered_claims(row);
+void judge(PageState& state, const Map& row, const RowParts& parts, const PagePlan* plan,
+           const std::string& mark, const Asked& asked) {
+  const std::vector<KnownClaim> claims = remembered(parts);
   state.doubts = doubts_of(claims, asked.follower);
   if (plan == nullptr) {
     state.condition = PageCondition::orphaned;
@@ -170,7 +194,8 @@ void judge(PageState& state, const Map& row, const PagePlan* plan, const std::st
   if (std::string text = doubts_text(state.doubts, is_in_doubt); !text.empty())
     reasons.push_back(std::move(text));
   Drift drift;  // a page of which nothing is known has no hashes to compare
-  if (!is_unverified(row)) drift = drift_of(row, *plan, claims, asked.index, asked.steering, asked.follower);
+  if (!is_unverified(row))
+    drift = drift_of(parts.hashes, *plan, claims, asked.index, asked.steering, asked.follower);
   if (drift.is_steered_otherwise) reasons.emplace_back("the steering for every page changed");
   if (!mark.empty()) reasons.push_back(mark);
   const bool is_unknown =
@@ -202,11 +227,11 @@ PageState state_of_row(const std::string& page_id, const Map& row, const PagePla
   state.type = utils::string_member(row, "page_type");
   state.parent = utils::string_member(row, "parent_section");
   state.level = utils::member(row, "level").is_number_integer() ? row.at("level").get<int>() : 0;
-  state.citations = static_cast<std::int64_t>(utils::json_member(row, "citations").size());
-  const Map cache = build_cache_of(&row);
-  const Map& words = utils::member(cache, "words");
+  const RowParts parts(row);
+  state.citations = static_cast<std::int64_t>(parts.citations.size());
+  const Map& words = utils::member(parts.cache, "words");
   state.words = words.is_number_integer() ? words.get<std::int64_t>() : 0;
-  judge(state, row, plan, mark, asked);
+  judge(state, row, parts, plan, mark, asked);
   return state;
 }
 
@@ -276,20 +301,7 @@ std::string orphan_advice(const PageState& state) {
          state.page_id + " " + state.heir + " makes it that page, " + remove;
 }
 
-std::vector<KnownClaim> remembered_claims(const Map& row) {
-  std::vector<KnownClaim> claims = claims_of_row(row);
-  const Map cache = build_cache_of(&row);
-  const Map& lost = utils::member(cache, kLostClaims);
-  if (lost.is_array())
-    for (KnownClaim& claim : claims_of(lost.get<std::vector<Map>>())) claims.push_back(std::move(claim));
-  // In rows of an earlier format the hashes of the sources tell which version was cited.
-  const Map hashes = utils::json_member(row, "source_hashes");
-  for (KnownClaim& claim : claims) {
-    std::string& version = claim.print.file.hash;
-    if (version.empty()) version = utils::string_member(hashes, claim.citation.path.c_str()).substr(0, 16);
-  }
-  return claims;
-}
+std::vector<KnownClaim> remembered_claims(const Map& row) { return remembered(RowParts(row)); }
 
 // Claims of the same lines in one section with the same fingerprint are one doubt.
 std::vector<Doubt> doubts_of(const std::vector<KnownClaim>& claims, CitationFollower& follower) {
