@@ -17,23 +17,6 @@ struct ComparedFolder {
   GitHandle<git_tree> before, after;
 };
 
-const git_tree_entry* entry_of(const git_tree* tree, const std::string& name) {
-  return tree == nullptr ? nullptr : git_tree_entry_byname(tree, name.c_str());
-}
-
-// The names in both trees, each once, in order.
-std::vector<std::string> names_in(const git_tree* before, const git_tree* after) {
-  std::vector<std::string> names;
-  for (const git_tree* tree : {before, after}) {
-    const std::size_t count = tree == nullptr ? 0 : git_tree_entrycount(tree);
-    for (std::size_t i = 0; i < count; ++i)
-      names.emplace_back(git_tree_entry_name(git_tree_entry_byindex(tree, i)));
-  }
-  std::sort(names.begin(), names.end());
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  return names;
-}
-
 // "" unless the entry is there and of this type.
 std::string id_of(const git_tree_entry* entry, git_object_t type) {
   return entry != nullptr && git_tree_entry_type(entry) == type ? hex_of(git_tree_entry_id(entry)) : "";
@@ -49,22 +32,40 @@ GitHandle<git_tree> tree_of_commit(const GitObjects& objects, const std::string&
   return tree;
 }
 
+// Notes how the entry of one name differs; null where there is none.
+void compare(const GitObjects& objects, const std::string& folder, const git_tree_entry* before,
+             const git_tree_entry* after, std::vector<TreeChange>& changes,
+             std::vector<ComparedFolder>& open) {
+  const std::string path = folder + git_tree_entry_name(before != nullptr ? before : after);
+  if (utils::first_invalid_utf8(path)) return;
+  TreeChange change{path, id_of(before, GIT_OBJECT_BLOB), id_of(after, GIT_OBJECT_BLOB)};
+  if (!change.before.empty() || !change.after.empty()) changes.push_back(std::move(change));
+  auto tree_before = tree_of(objects, id_of(before, GIT_OBJECT_TREE));
+  auto tree_after = tree_of(objects, id_of(after, GIT_OBJECT_TREE));
+  if (tree_before || tree_after) open.push_back({path + "/", std::move(tree_before), std::move(tree_after)});
+}
+
+// Both trees are in git's order and are gone through side by side, so nothing is made of an entry that is the
+// same. To git a file and a folder of one name are two entries: the one goes, and the other comes.
 void compare(const GitObjects& objects, const ComparedFolder& at, std::vector<TreeChange>& changes,
              std::vector<ComparedFolder>& open) {
-  for (const std::string& name : names_in(at.before.get(), at.after.get())) {
-    const git_tree_entry* before = entry_of(at.before.get(), name);
-    const git_tree_entry* after = entry_of(at.after.get(), name);
-    if (before != nullptr && after != nullptr &&
-        git_oid_equal(git_tree_entry_id(before), git_tree_entry_id(after)) != 0)
-      continue;
-    const std::string path = at.path + name;
-    if (utils::first_invalid_utf8(path)) continue;
-    TreeChange change{path, id_of(before, GIT_OBJECT_BLOB), id_of(after, GIT_OBJECT_BLOB)};
-    if (!change.before.empty() || !change.after.empty()) changes.push_back(std::move(change));
-    auto tree_before = tree_of(objects, id_of(before, GIT_OBJECT_TREE));
-    auto tree_after = tree_of(objects, id_of(after, GIT_OBJECT_TREE));
-    if (tree_before || tree_after)
-      open.push_back({path + "/", std::move(tree_before), std::move(tree_after)});
+  const auto count_of = [](const auto& tree) { return tree ? git_tree_entrycount(tree.get()) : 0; };
+  const auto entry_of = [](const auto& tree, std::size_t i) { return git_tree_entry_byindex(tree.get(), i); };
+  const std::size_t befores = count_of(at.before);
+  const std::size_t afters = count_of(at.after);
+  for (std::size_t i = 0, j = 0; i < befores || j < afters;) {
+    const git_tree_entry* before = i < befores ? entry_of(at.before, i) : nullptr;
+    const git_tree_entry* after = j < afters ? entry_of(at.after, j) : nullptr;
+    if (before != nullptr && after != nullptr) {
+      const int order = git_tree_entry_cmp(before, after);
+      if (order > 0) before = nullptr;
+      if (order < 0) after = nullptr;
+    }
+    if (before != nullptr) ++i;
+    if (after != nullptr) ++j;
+    const bool is_same = before != nullptr && after != nullptr &&
+                         git_oid_equal(git_tree_entry_id(before), git_tree_entry_id(after)) != 0;
+    if (!is_same) compare(objects, at.path, before, after, changes, open);
   }
 }
 
