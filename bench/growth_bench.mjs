@@ -52,17 +52,28 @@ const command = (root, ...args) =>
 // The page of the k-th save.
 const pageOf = (k, { pages }) => (k * 7919) % pages;
 
+// The symbol tool alone over the same files, as many at a time as there are cores.
+const SYMBOLS =
+  'git ls-files -z src | xargs -0 -n 1000 -P "$(nproc)" ' +
+  'ctags --quiet --options=NONE --fields=NKnsp --output-format=json -f - > /dev/null';
+const symbolsAlone = (root) =>
+  timed(() => execFileSync('sh', ['-c', SYMBOLS], { cwd: root, stdio: ['ignore', 'ignore', 'pipe'] }));
+
 // Which pages a commit of a few files affects, beside what git takes to say what it changed.
 async function afterACommit(root, paths) {
   commitAll(root);
   for (const path of new Set(paths)) appendFileSync(join(root, path), 'int more();\n');
   commitAll(root);
   const git = () => execFileSync('git', ['-C', root, 'diff', '--stat', 'HEAD~1', 'HEAD'], { stdio: 'pipe' });
-  const runs = await Promise.all(numbers(3).map(() => timed(git)));
+  const affected = () => command(root, 'affected', 'HEAD~1..HEAD');
+  const first = await affected();
+  const git_diff = median(await timedCalls(5, 1, git));
+  const again = median(await timedCalls(5, 1, affected));
   return {
-    git_diff_s: median(runs) / 1000,
-    affected_s: (await command(root, 'affected', 'HEAD~1..HEAD')) / 1000,
-    affected_again_s: (await command(root, 'affected', 'HEAD~1..HEAD')) / 1000,
+    git_diff_s: git_diff / 1000,
+    affected_s: first / 1000,
+    affected_again_s: again / 1000,
+    affected_over_git: again / git_diff,
     check_after_s: (await command(root, 'check')) / 1000,
   };
 }
@@ -71,6 +82,7 @@ async function measure(size) {
   const root = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
   try {
     const paths = makeTree(root, size);
+    const symbols = await symbolsAlone(root);
     const init = await command(root, 'init');
     const again = await command(root, 'init');
     const status = await command(root, 'status');
@@ -89,9 +101,9 @@ async function measure(size) {
     };
     await timedCalls(WARM_UP, 1, save);
     const saves = await timedCalls(SAVES, 1, (k) => save(k + WARM_UP));
-    const searches = await timedCalls(10, 1, (k) =>
-      client.call('search_wiki', { query: `what does the parser keep ${k}` }),
-    );
+    const search_wiki = (k) => client.call('search_wiki', { query: `what does the parser keep ${k}` });
+    const searches = await timedCalls(10, 1, search_wiki);
+    const together = await timedCalls(40, 8, search_wiki);
     const row = {
       ...size,
       save_p50_ms: median(saves),
@@ -101,7 +113,9 @@ async function measure(size) {
       first_answer_ms: first,
       first_list_ms: list,
       search_ms: median(searches),
+      search_of_8_ms: median(together),
       init_s: init / 1000,
+      init_over_symbols: init / symbols,
       init_again_s: again / 1000,
       status_s: status / 1000,
       search_cli_s: search / 1000,
