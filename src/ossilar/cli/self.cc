@@ -46,11 +46,12 @@ void print_version(Output& output) {
 }
 
 void print_script(const std::string& shell, Output& output) {
-  for (const Shell& each : shells())
+  for (const Shell& each : shells()) {
     if (each.name == shell) {
       output.document(Map{{"shell", shell}, {"script", each.script}});
       if (!output.is_json()) output.raw(each.script);
     }
+  }
 }
 
 // std::_Exit(): page_words() may have left a thread that still indexes.

@@ -63,10 +63,11 @@ Examined wiki(const fs::path& root) {
 
 Examined symbols() {
   const source::SymbolTool tool = source::find_symbol_tool();
-  if (!tool.problem.empty())
+  if (!tool.problem.empty()) {
     return odd(
         tool.problem,
         "install universal-ctags (Debian, Ubuntu: apt install universal-ctags; Fedora: dnf install ctags)");
+  }
   return fine("universal-ctags");
 }
 
@@ -112,17 +113,19 @@ Examined file_system(const fs::path& root) {
   const std::string space = std::to_string(free / kMiB) + " MiB are free";
   if (free < kLeastSpace) return odd(space, "free some space: a save writes its page, its row and the lists");
   if (!utils::is_there(root / ".ossilar")) return fine(space);
-  if (!Trial(root / ".ossilar").can_swap())
+  if (!Trial(root / ".ossilar").can_swap()) {
     return odd("two files cannot swap places here, so an edit in the very moment of a save may be lost",
                "keep the repository on ext4, xfs, btrfs or tmpfs");
+  }
   return fine(space + ", files can swap places");
 }
 
 Examined locks(const fs::path& root) {
   if (!utils::is_there(root / ".ossilar")) return fine("not tried, as there is no wiki yet");
-  if (!Trial(root / ".ossilar").locks_exclude())
+  if (!Trial(root / ".ossilar").locks_exclude()) {
     return odd("a lock keeps nobody out here, so two saves at a time may mix",
                "keep the repository on a local disk, or write the wiki from one process only");
+  }
   return fine("flock(2) keeps others out");
 }
 
@@ -151,15 +154,17 @@ Examined clients(const fs::path& root) {
   std::string set_up;
   for (const Client& client : ossilar::cli::clients()) {
     if (!client.in_repository() || !utils::is_there(root / client.file)) continue;
-    if (!ClientFiles(root, {client.name}).is_entered())
+    if (!ClientFiles(root, {client.name}).is_entered()) {
       return odd(std::string(client.file) + " does not start ossilar",
                  std::string("ossilar init --client ") + client.name);
+    }
     set_up += (set_up.empty() ? "" : ", ") + std::string(client.name);
   }
   if (set_up.empty()) return fine("none is set up in the repository; ossilar init --client NAME does it");
-  if (!is_on_path())
+  if (!is_on_path()) {
     return odd(set_up + " start ossilar by its name, and it is not on your PATH",
                "put the program's folder on PATH");
+  }
   return fine(set_up);
 }
 
