@@ -15,7 +15,7 @@ namespace {
 
 using workers::wiki::FoundSymbol;
 
-constexpr int kDefaultLimit = 20;
+constexpr int kDefaultSymbols = 20;
 constexpr int kMostSymbols = 100;  // some 6,000 tokens
 constexpr std::size_t kMostSimilar = 5;
 
@@ -52,7 +52,7 @@ Result call_find_symbol(const Asked& asked) {
                                                   .path = utils::string_member(asked.arguments, "path"),
                                                   .kind = utils::string_member(asked.arguments, "kind")},
                                                  *planned->index);
-  const auto limit = asked.arguments.value("limit", std::size_t{kDefaultLimit});
+  const auto limit = asked.arguments.value("limit", std::size_t{kDefaultSymbols});
   Signatures signatures(asked.wiki.paths().root);
   Map symbols = Map::array();
   for (std::size_t i = 0; i < std::min(found.size(), limit); ++i)
@@ -98,7 +98,7 @@ Operation find_symbol() {
                         {.name = "limit",
                          .option = "-n",
                          .value = "N",
-                         .schema = number(1, kMostSymbols, kDefaultLimit, "the most symbols to return")}},
+                         .schema = number(1, kMostSymbols, kDefaultSymbols, "the most symbols to return")}},
           .output_schema = object({{"symbols", list(symbol, "the best first")},
                                    {"total", count("number of symbols that fit, also of those left out")},
                                    {"similar", strings("if there are none: names that may be meant")}},

@@ -15,9 +15,9 @@ namespace {
 using workers::wiki::Look;
 using workers::wiki::PageState;
 
-constexpr int kDefaultLimit = 50;        // some 2,500 tokens; a client that wants more at once says so
-constexpr std::size_t kMostDoubts = 20;  // of a page, in a session
-constexpr int kMostPages = 200;          // some 10,000 tokens, and clients cut a result at about 25,000
+constexpr int kDefaultPages = 50;              // some 2,500 tokens; a client that wants more at once says so
+constexpr std::size_t kMostDoubtsOfPage = 20;  // of a page, in a session
+constexpr int kMostPages = 200;                // some 10,000 tokens, and clients cut a result at about 25,000
 
 // The shell's document always has every key. A session's is read by a model, so it leaves out what says
 // nothing.
@@ -35,7 +35,7 @@ Map described(const PageState& page, Caller caller) {
     shown["words"] = page.words;
   }
   if (!is_whole && page.doubts.empty()) return shown;
-  shown["doubts"] = doubt_list(page.doubts, is_whole ? page.doubts.size() : kMostDoubts);
+  shown["doubts"] = doubt_list(page.doubts, is_whole ? page.doubts.size() : kMostDoubtsOfPage);
   return shown;
 }
 
@@ -45,7 +45,7 @@ Result call_list_pages(const Asked& asked) {
   const std::string cursor = utils::string_member(asked.arguments, "cursor");
   const std::vector<PageState> pages =
       workers::wiki::WikiReader(asked.wiki).page_states(is_whole ? Look::spared : Look::now);
-  const auto limit = is_whole ? pages.size() : asked.arguments.value("limit", std::size_t{kDefaultLimit});
+  const auto limit = is_whole ? pages.size() : asked.arguments.value("limit", std::size_t{kDefaultPages});
   // The cursor is looked up among all pages and not only the wanted ones: its page may be in another state by
   // now.
   auto page = pages.begin();
@@ -106,7 +106,7 @@ Operation list_pages() {
                     {.name = "limit",
                      .option = {},
                      .value = {},
-                     .schema = number(1, kMostPages, kDefaultLimit, "the most pages to return")},
+                     .schema = number(1, kMostPages, kDefaultPages, "the most pages to return")},
                     {.name = "cursor",
                      .option = {},
                      .value = {},

@@ -9,6 +9,7 @@
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/operations/session_following.h"
+#include "ossilar/operations/tokens.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/host/context_request.h"
@@ -29,8 +30,7 @@ constexpr std::size_t kMostFiles = 100;
 // tokens, more than any page type asks for. What is beyond it read_page has.
 constexpr std::size_t kLongestText = std::size_t{24} * 1024;
 
-// Tokens are counted as four bytes each, as read_source does.
-constexpr std::size_t kBytesOfToken = 4;
+// In tokens (tokens.h).
 constexpr int kDefaultBudget = 12000;  // half of what clients take as one result
 constexpr int kLeastBudget = 3000;
 constexpr int kMostBudget = 40000;

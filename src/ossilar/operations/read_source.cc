@@ -6,6 +6,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/operations/tokens.h"
 #include "ossilar/source/indexer.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citations.h"
@@ -21,11 +22,10 @@ using source::SourceIndex;
 using workers::wiki::Extent;
 using workers::wiki::FoundSymbol;
 
-// Tokens are counted as four bytes each: an estimate that holds for code within a third or so.
-constexpr std::size_t kBytesOfToken = 4;
-constexpr int kDefaultBudget = 4000;
-constexpr int kMostBudget = 20000;  // clients cut a result at some 25,000
-constexpr std::size_t kMostSimilar = 5;
+// In tokens (tokens.h).
+constexpr int kDefaultLinesBudget = 4000;
+constexpr int kMostLinesBudget = 20000;  // clients cut a result at some 25,000
+constexpr std::size_t kMostNearSymbols = 5;
 constexpr std::size_t kMostPlaces = 20;
 
 // What is to be read; or an answer that says why not.
@@ -35,7 +35,7 @@ struct Place {
   std::string symbol;  // the name, if one was asked for
 };
 
-Map no_such_file(const SourceIndex& index, const std::string& path) {
+Map no_such_source(const SourceIndex& index, const std::string& path) {
   Map similar = Map::array();
   for (const auto& file : index.files()) {
     if (similar.size() < kMostPlaces && file->path.starts_with(path + "/")) similar.push_back(file->path);
@@ -54,7 +54,7 @@ std::string place_of(const FoundSymbol& found) {
 }
 
 Map no_such_symbol(const SourceIndex& index, const std::string& name, const std::string& path) {
-  const auto similar = workers::wiki::near_symbols(name, index, kMostSimilar);
+  const auto similar = workers::wiki::near_symbols(name, index, kMostNearSymbols);
   return {{"error", "there is no symbol '" + name + "'" + (path.empty() ? "" : " in " + path) +
                         (similar.empty() ? "" : "; did you mean '" + similar.front() + "'?")},
           {"similar", similar}};
@@ -97,7 +97,7 @@ std::variant<Place, Map> wanted(const Asked& asked, const SourceIndex& index) {
       lines = Extent{.first = citation->first, .last = citation->last};
     }
     const SourceFile* file = index.find(path);
-    if (file == nullptr) return no_such_file(index, path);
+    if (file == nullptr) return no_such_source(index, path);
     return Place{.file = file, .lines = lines, .symbol = {}};
   }
   auto found = workers::wiki::find_symbols({.name = symbol, .is_whole = true, .path = path}, index);
@@ -139,7 +139,7 @@ Map shown(const Place& place, const std::string& text, std::size_t room) {
   return value;
 }
 
-std::optional<Map> refuse(const Map& arguments) {
+std::optional<Map> refuse_source(const Map& arguments) {
   if (arguments.contains("path") || arguments.contains("symbol")) return std::nullopt;
   return Map{{"error", "name a file as path, or a symbol"}};
 }
@@ -152,7 +152,7 @@ Result call_read_source(const Asked& asked) {
   const auto text = text_of(asked, *place.file);
   if (!text) return {.value = Map{{"error", place.file->path + " is no text that can be read"}}};
   if (text->empty()) return {.value = Map{{"error", place.file->path + " is empty"}}};
-  const auto budget = asked.arguments.value("budget", std::size_t{kDefaultBudget});
+  const auto budget = asked.arguments.value("budget", std::size_t{kDefaultLinesBudget});
   return {.value = shown(place, *text, budget * kBytesOfToken)};
 }
 
@@ -183,7 +183,7 @@ Operation read_source() {
                     {.name = "budget",
                      .option = "--budget",
                      .value = "TOKENS",
-                     .schema = number(100, kMostBudget, kDefaultBudget,
+                     .schema = number(100, kMostLinesBudget, kDefaultLinesBudget,
                                       "the most tokens to return, at four bytes each")}},
       .output_schema = object({{"path", text("the file")},
                                {"first", count("the first line shown")},
@@ -195,7 +195,7 @@ Operation read_source() {
                                {"error", text("why there is nothing to show")},
                                {"similar", strings("files or symbols that may be meant")},
                                {"places", strings("the symbols of that name")}}),
-      .refuse = refuse,
+      .refuse = refuse_source,
       .call = call_read_source};
 }
 

@@ -21,7 +21,6 @@ using source::SourceIndex;
 
 constexpr std::size_t kLastLine = 80;      // kept free for what is left out
 constexpr std::size_t kMostListed = 40;    // files without symbols that are named; the rest is counted
-constexpr std::size_t kExcerptFiles = 12;  // as of a grounding: more would get too few lines each
 constexpr std::size_t kMostHeaders = 200;  // that are read for what they name
 
 // A file of the page with its symbols.

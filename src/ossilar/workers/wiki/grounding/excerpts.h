@@ -14,6 +14,10 @@
 
 namespace ossilar::workers::wiki {
 
+// Files that excerpts are taken from. A dozen get a kilobyte each at worst; more would get too few lines
+// each.
+inline constexpr std::size_t kExcerptFiles = 12;
+
 // The symbols of the file, those that tell most about it first. Types and functions come before all other
 // kinds; in both groups, what is declared at file level comes before what is inside something else, and types
 // before functions. Otherwise in the order of the file.

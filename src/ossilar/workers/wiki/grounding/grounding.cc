@@ -30,8 +30,6 @@ constexpr std::size_t kFilesShare = kGroundingBudget / 8;  // some 100 files
 constexpr std::size_t kSymbolsShare = kGroundingBudget / 8;
 // Gives each symbol some 85 bytes of kSymbolsShare. The row keeps them, too.
 constexpr std::size_t kMostSymbols = 60;
-// A dozen files get a kilobyte each at worst; more of them would get too few lines each.
-constexpr std::size_t kExcerptFiles = 12;
 constexpr std::size_t kLongestAbstract = 160;  // bytes: a sentence
 // A page without sources of its own is grounded on this many files of the pages around it. They become its
 // sources, so with more of them it would become stale more often.

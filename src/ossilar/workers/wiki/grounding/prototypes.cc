@@ -13,8 +13,6 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-constexpr std::size_t kMostLines = 12;  // of one declaration
-
 bool is_name_byte(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; }
 
 bool begins_none(std::string_view text) {
@@ -43,7 +41,7 @@ std::string name_in(std::string_view signature) {
 
 // The line in which the declaration that begins in line `i` ends with `;`, or none.
 bool ends_as_prototype(const std::vector<std::string_view>& lines, std::size_t i) {
-  for (std::size_t last = i; last < std::min(lines.size(), i + kMostLines); ++last) {
+  for (std::size_t last = i; last < std::min(lines.size(), i + kMostDeclarationLines); ++last) {
     const std::string_view text = lines[last].substr(0, lines[last].find("//"));
     const std::size_t mark = text.find_first_of(";{}");
     if (mark != std::string_view::npos) return text[mark] == ';';

@@ -13,8 +13,6 @@ namespace {
 
 using source::Symbol;
 
-constexpr std::size_t kMostLines = 12;  // of a declaration; more are a table
-
 std::string_view line_at(const std::vector<std::string_view>& lines, std::int64_t line) {
   if (line < 1 || line > static_cast<std::int64_t>(lines.size())) return "";
   return lines[static_cast<std::size_t>(line - 1)];
@@ -61,7 +59,7 @@ bool is_inside(const Symbol& other, const Symbol& symbol) {
 
 std::string signature_of(const std::vector<std::string_view>& lines, std::int64_t line) {
   Declaration declaration;
-  for (std::size_t i = 0; i < kMostLines; ++i) {
+  for (std::size_t i = 0; i < kMostDeclarationLines; ++i) {
     const std::string_view next = line_at(lines, line + static_cast<std::int64_t>(i));
     if (!declaration.take(next)) break;
   }

@@ -5,6 +5,7 @@
 // text, which may be newer than the index, gives "" and the text's last line.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -13,6 +14,9 @@
 #include "ossilar/source/source_index.h"
 
 namespace ossilar::workers::wiki {
+
+// Lines of a declaration that are read; more are a table.
+inline constexpr std::size_t kMostDeclarationLines = 12;
 
 // Bytes; a longer signature is cut.
 inline constexpr std::size_t kLongestSignature = 160;
