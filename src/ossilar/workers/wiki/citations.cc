@@ -97,7 +97,8 @@ std::optional<Meaning> meaning_of(std::string_view label, const source::SourceIn
                                   const PageByTitle& page_by_title) {
   if (auto citation = parse_citation(label)) return Meaning{.citation = std::move(citation), .page_id = {}};
   if (auto page_id = page_by_title(label)) return Meaning{.citation = {}, .page_id = *std::move(page_id)};
-  if (is_loose_citation(std::string(label), index)) return Meaning{.citation = {}, .malformed = true, .page_id = {}};
+  if (is_loose_citation(std::string(label), index))
+    return Meaning{.citation = {}, .malformed = true, .page_id = {}};
   if (looks_like_title(label)) return Meaning{.citation = {}, .unknown = true, .page_id = {}};
   return std::nullopt;
 }
@@ -366,11 +367,12 @@ std::string invalid_citation_warning(const std::string& label, const source::Sou
   }
   if (file->kind != source::FileKind::text) return start + unusable_reason(*file);
   if (file->lines == 0) return start + "the file is empty";
-  if (citation.first > citation.last && citation.last >= 1)
+  if (citation.first > citation.last && citation.last >= 1) {
     return start + "the last line comes before the first" +
            (citation.first <= file->lines
                 ? "; did you mean " + in_brackets(citation.path, citation.last, citation.first) + "?"
                 : "");
+  }
   return start + "the file has lines 1 to " + std::to_string(file->lines);
 }
 

@@ -119,9 +119,10 @@ std::string symbol_advice(const Named& named, const source::SourceIndex& index) 
     if (!line) continue;
     return "the file has no symbol '" + named.name + "'; did you mean " + written(*file, *line, *line) + "?";
   }
-  if (const auto line = near_line_of(*named.file, named.name))
+  if (const auto line = near_line_of(*named.file, named.name)) {
     return "the file has no symbol '" + named.name + "'; did you mean " + written(*named.file, *line, *line) +
            "?";
+  }
   return "the file has no symbol '" + named.name + "'; write lines, as in " +
          written(*named.file, 1, named.file->lines);
 }

@@ -56,9 +56,10 @@ Exports exports_of(const std::vector<const SourceFile*>& files, const SourceInde
   for (const SourceFile* file : files) add(file);
   for (const SourceFile* file : files) {
     if (file->language != "C" && file->language != "C++") continue;
-    for (const char* ending : {".h", ".hpp", ".hh"})
+    for (const char* ending : {".h", ".hpp", ".hh"}) {
       for (const std::string& path : index.named(std::string(file_stem(file->path)) + ending))
         add(index.find(path));
+    }
   }
   return exports;
 }
@@ -190,6 +191,7 @@ std::string excerpts_part(const std::vector<ReadFile>& files, const std::vector<
                           Sources& sources, std::size_t room) {
   std::string text = "## Excerpts\n\nEach line of a file follows its number; `...` marks lines left out.\n\n";
   std::vector<std::pair<const SourceFile*, std::vector<source::Symbol>>> shown;
+  shown.reserve(files.size() + others.size());
   for (const ReadFile& read : files) shown.emplace_back(read.file, api_order(read));
   for (const SourceFile* file : others) shown.emplace_back(file, std::vector<source::Symbol>());
   // READMEs tell most, and have no symbols.

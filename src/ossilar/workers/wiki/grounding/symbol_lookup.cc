@@ -14,7 +14,6 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-using source::SourceFile;
 using source::Symbol;
 
 constexpr std::size_t kLongestName = 60;  // for a comparison with every name: it costs the product
