@@ -75,9 +75,10 @@ struct RowParts {
 std::vector<KnownClaim> remembered(const RowParts& parts) {
   std::vector<KnownClaim> claims = claims_of(parts.citations.get_ref<const Map::array_t&>());
   const Map& lost = utils::member(parts.cache, kLostClaims);
-  if (lost.is_array())
+  if (lost.is_array()) {
     for (KnownClaim& claim : claims_of(lost.get_ref<const Map::array_t&>()))
       claims.push_back(std::move(claim));
+  }
   // In rows of an earlier format the hashes of the sources tell which version was cited.
   for (KnownClaim& claim : claims) {
     std::string& version = claim.print.file.hash;
