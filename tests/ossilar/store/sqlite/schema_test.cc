@@ -24,10 +24,12 @@ TEST(SchemaTest, AnOlderFileLearnsWhatItsPagesRestOn) {
                                             {.source_hashes = {{"source", "1"}},
                                              .citations = {{{"path", "cited"}, {"first", 1}}},
                                              .build_cache = R"({"lost": [{"path": "lost"}]})"});
-  SQLite::Database(file, SQLite::OPEN_READWRITE)
-      .exec(
-          "DROP TRIGGER rest_of_new; DROP TRIGGER rest_of_changed; DROP TABLE rests_on;"
-          "PRAGMA user_version = 8");
+  {
+    SQLite::Database former(file, SQLite::OPEN_READWRITE);
+    const int version = former.execAndGet("PRAGMA user_version").getInt();
+    former.exec("DROP TRIGGER rest_of_new; DROP TRIGGER rest_of_changed; DROP TABLE rests_on");
+    former.exec("PRAGMA user_version = " + std::to_string(version - 1));
+  }
   const auto store = open_sqlite_store(file);
   for (const char* path : {"source", "cited", "lost"})
     EXPECT_EQ(store->pages_resting_on("main", {path}).size(), 1U) << path;
