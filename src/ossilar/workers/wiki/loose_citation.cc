@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/near_paths.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -18,8 +19,6 @@ using source::SourceFile;
 // What people write between a path and the numbers of lines, and between these.
 constexpr std::string_view kMarks = " :#,.-()\xE2\x80\x93";  // the last three bytes are an en dash
 constexpr std::array<std::string_view, 6> kWords{"L", "l", "line", "lines", "to", "and"};
-constexpr std::size_t kMostWrong = 2;      // letters of a symbol's name
-constexpr std::size_t kLongestName = 100;  // bytes; a comparison costs the product
 
 // One or two numbers of lines in `text`, with nothing but marks and words like "lines" around them.
 std::optional<Citation> parse_loose_lines(std::string_view text) {

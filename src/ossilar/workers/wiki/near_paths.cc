@@ -12,11 +12,6 @@
 namespace ossilar::workers::wiki {
 namespace {
 
-// A name with more wrong letters is another name.
-constexpr std::size_t kMostWrong = 2;
-// Longer names are not compared: the distance costs the product of the lengths.
-constexpr std::size_t kLongestName = 100;
-
 std::string_view name_of(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 std::string_view folder_of(std::string_view path) {
   return path.substr(0, path.size() - name_of(path).size());
@@ -47,7 +42,7 @@ std::string same_name(const std::string& path, const source::SourceIndex& index)
 }
 
 // Case and the marks between words are no difference: HttpClient is http_client and http-client.
-std::string without_marks(std::string_view name) {
+std::string letters_of(std::string_view name) {
   std::string out = utils::lower_case(name);
   std::erase_if(out, [](char c) { return c == '_' || c == '-'; });
   return out;
@@ -71,11 +66,11 @@ std::optional<std::size_t> apart(const std::string& name, const std::string& oth
 
 std::string nearest_path(const std::string& path, const source::SourceIndex& index) {
   if (std::string same = same_name(path, index); !same.empty()) return same;
-  const std::string name = without_marks(name_of(path));
+  const std::string name = letters_of(name_of(path));
   std::optional<std::tuple<bool, std::size_t, std::string_view>> best;
   for (const auto& file : index.files()) {
     const bool is_neighbour = folder_of(file->path) == folder_of(path);
-    const auto distance = apart(name, without_marks(name_of(file->path)), is_neighbour);
+    const auto distance = apart(name, letters_of(name_of(file->path)), is_neighbour);
     if (!distance || !has_lines(*file)) continue;
     const std::tuple<bool, std::size_t, std::string_view> rank{!is_neighbour, *distance, file->path};
     if (!best || rank < *best) best = rank;

@@ -4,11 +4,17 @@
 // Thread-safety: a function without state; any thread may call. Nothing here fails.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "ossilar/source/source_index.h"
 
 namespace ossilar::workers::wiki {
+
+// A name with more wrong letters is another name.
+inline constexpr std::size_t kMostWrong = 2;
+// Longer names are not compared: the distance costs the product of the lengths.
+inline constexpr std::size_t kLongestName = 100;
 
 // Of the files with lines: one of the same name, the one whose path has the longest end in common; else one
 // whose name differs by a typing mistake, or in its extension alone, those in the same folder first. "" if
