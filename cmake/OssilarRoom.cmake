@@ -19,13 +19,19 @@ function(ossilar_room name)
   set_property(DIRECTORY APPEND PROPERTY OSSILAR_LISTED ${ROOM_SOURCES})
 endfunction()
 
-# ossilar_test(NAME SOURCES ... DEPENDS ...): test binary NAME_test, its cases registered with ctest.
+# ossilar_test(NAME [WHOLE] SOURCES ... DEPENDS ...): test binary NAME_test, its cases registered with ctest; with
+# WHOLE as one, for a binary whose start takes long.
 function(ossilar_test name)
-  cmake_parse_arguments(TEST "" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(TEST "WHOLE" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name}_test ${TEST_SOURCES})
   target_link_libraries(${name}_test PRIVATE ${TEST_DEPENDS} ossilar_options GTest::gmock GTest::gtest_main)
   target_include_directories(${name}_test PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_compile_definitions(${name}_test PRIVATE OSSILAR_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data")
-  gtest_discover_tests(${name}_test TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  if(TEST_WHOLE)
+    add_test(NAME ${name} COMMAND ${name}_test)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  else()
+    gtest_discover_tests(${name}_test TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  endif()
   set_property(DIRECTORY APPEND PROPERTY OSSILAR_LISTED ${TEST_SOURCES})
 endfunction()

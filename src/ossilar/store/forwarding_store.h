@@ -122,6 +122,10 @@ class Forwarding : public Interface {
                                           std::int64_t number) override {
     return target_.version_text(branch, page_id, number);
   }
+  std::map<std::string, std::string> newest_texts(const std::string& branch,
+                                                  const std::vector<std::string>& page_ids) override {
+    return target_.newest_texts(branch, page_ids);
+  }
   void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
     target_.move_versions(branch, from, to);
   }

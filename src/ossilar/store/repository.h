@@ -203,8 +203,7 @@ class WikiStore : public Repository {
   virtual std::optional<std::int64_t> page_key(const std::string& branch, const std::string& page_id) = 0;
   // The page's complete build cache, of which StoredRows leave out the large parts; none without a row.
   virtual std::optional<std::string> build_cache(const std::string& branch, const std::string& page_id) = 0;
-  // The rows of the pages that cite one of these files, or have it among their source hashes. Costs what is
-  // found, and not what is stored.
+  // The rows of the pages that cite one of these files, did so once, or have it among their source hashes.
   virtual StoredRows pages_resting_on(const std::string& branch, const std::set<std::string>& paths) = 0;
   // Removes the page's row with its mark, its chunks, their words, and the passages that no other page holds.
   // Does nothing for a page without a row. Its digest stays: persist_digests() decides on digests.
@@ -299,6 +298,9 @@ class WikiStore : public Repository {
   // The text of one of them, none if it is not kept.
   virtual std::optional<std::string> version_text(const std::string& branch, const std::string& page_id,
                                                   std::int64_t number) = 0;
+  // The texts of the newest versions of these pages, by page id; a page without one is missing.
+  virtual std::map<std::string, std::string> newest_texts(const std::string& branch,
+                                                          const std::vector<std::string>& page_ids) = 0;
   // Makes the versions of `from` those of `to`. If `to` has some of its own, as a page that was removed has,
   // they stay the older ones, and the moved ones are numbered on after them.
   virtual void move_versions(const std::string& branch, const std::string& from, const std::string& to) = 0;

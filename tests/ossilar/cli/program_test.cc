@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ossilar/operations/operation.h"
-#include "ossilar/store/write_lock.h"
+#include "ossilar/store/file_lock.h"
 #include "ossilar/utils/json.h"
 #include "ossilar/utils/process.h"
 #include "ossilar/utils/text.h"
@@ -206,7 +206,7 @@ TEST(Program, TheReadmeNamesEveryCommandAsTheHelpDoes) {
 
 TEST(Program, ALockThatIsHeldIsARefusalThatNamesTheHolder) {
   const WikiRepo repo("[wiki]\nlock_timeout_s = 0.05\n");
-  store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .timeout = {}, .holder = "a test"});
+  store::FileLock lock({.path = repo.dir / ".ossilar/write.lock", .timeout = {}, .holder = "a test"});
   lock.acquire(true);
   const ProcessResult result = ossilar_in(repo.dir.path(), {"save", "alpha"}, kGood);
   lock.release();

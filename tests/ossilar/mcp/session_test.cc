@@ -8,6 +8,7 @@
 #include <set>
 
 #include "ossilar/operations/operation.h"
+#include "ossilar/store/file_lock.h"
 #include "ossilar/utils/process.h"
 #include "support/mcp_client.h"
 #include "support/rows.h"
@@ -147,7 +148,7 @@ TEST(Session, FollowsMovedCitationsWhereTheOwnerWantsIt) {
 
 TEST(Session, ACancelledSaveWritesNothingAndIsNotAnswered) {
   const WikiRepo repo;
-  store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
+  store::FileLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
   McpClient client(repo.dir.path());
   client.tool("wiki_status");
   lock.acquire(false);

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "ossilar/store/stored_form.h"
 #include "ossilar/utils/error.h"
 
 namespace ossilar::store {
@@ -19,14 +20,6 @@ namespace ossilar::store {
 // How long SQLite waits for a writer of another process before it fails with SQLITE_BUSY. Writers hold the
 // file for milliseconds; one that holds it this long is stuck.
 inline constexpr int kBusyTimeoutMs = 10'000;
-
-// Stored data has a form that this program never writes. Never leaves this room: with_storage_errors() makes
-// it a StorageError that is damaged().
-class DamagedError : public utils::Error {
- public:
-  explicit DamagedError(const std::string& message, utils::Place place = utils::Place::current())
-      : Error(message, place) {}
-};
 
 // Bytes to bind as a BLOB; a std::string is bound as text, and checked.
 struct Blob {

@@ -12,8 +12,6 @@
 
 #include <array>
 
-#include "ossilar/store/sqlite/passages.h"
-#include "ossilar/store/sqlite/rows.h"
 #include "ossilar/store/sqlite/schema.h"
 #include "ossilar/store/sqlite/word_index.h"
 

@@ -19,6 +19,8 @@ constexpr const char* kVersions =
     " WHERE branch = ?1 AND page_id = ?2 ORDER BY number DESC";
 constexpr const char* kText =
     "SELECT text FROM page_versions WHERE branch = ?1 AND page_id = ?2 AND number = ?3";
+constexpr const char* kNewestText =
+    "SELECT text FROM page_versions WHERE branch = ?1 AND page_id = ?2 ORDER BY number DESC LIMIT 1";
 constexpr const char* kMove =
     "UPDATE page_versions SET page_id = ?3, number = number + ?4 WHERE branch = ?1 AND page_id = ?2";
 
@@ -67,6 +69,16 @@ std::optional<std::string> read_version_text(Connection& connection, const std::
                                              const std::string& page_id, std::int64_t number) {
   Query row(connection, kText, branch, page_id, number);
   return row.next() ? std::optional(row.text(0)) : std::nullopt;
+}
+
+std::map<std::string, std::string> read_newest_texts(Connection& connection, const std::string& branch,
+                                                     const std::vector<std::string>& page_ids) {
+  std::map<std::string, std::string> texts;
+  for (const std::string& page_id : page_ids) {
+    Query row(connection, kNewestText, branch, page_id);
+    if (row.next()) texts.emplace(page_id, row.text(0));
+  }
+  return texts;
 }
 
 void renumber_versions(Connection& connection, const std::string& branch, const std::string& from,

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ std::vector<PageVersion> read_versions(Connection& connection, const std::string
                                        const std::string& page_id);
 std::optional<std::string> read_version_text(Connection& connection, const std::string& branch,
                                              const std::string& page_id, std::int64_t number);
+std::map<std::string, std::string> read_newest_texts(Connection& connection, const std::string& branch,
+                                                     const std::vector<std::string>& page_ids);
 void renumber_versions(Connection& connection, const std::string& branch, const std::string& from,
                        const std::string& to);
 

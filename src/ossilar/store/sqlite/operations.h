@@ -269,6 +269,12 @@ class SqliteOperations : public Interface {
     });
   }
 
+  std::map<std::string, std::string> newest_texts(const std::string& branch,
+                                                  const std::vector<std::string>& page_ids) override {
+    return read("read the newest versions of pages",
+                [&](Connection& connection) { return read_newest_texts(connection, branch, page_ids); });
+  }
+
   void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
     write("move the history of the page " + from,
           [&](Connection& connection) { renumber_versions(connection, branch, from, to); });

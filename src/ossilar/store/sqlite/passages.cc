@@ -8,35 +8,18 @@
 // have vectors; then the chunks; and last the passages that nothing refers to any more.
 #include "ossilar/store/sqlite/passages.h"
 
-#include <bit>
 #include <cstddef>
-#include <cstring>
 #include <deque>
 #include <optional>
 #include <set>
 #include <tuple>
 
-#include "ossilar/store/sqlite/rows.h"
+#include "ossilar/store/stored_form.h"
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/json.h"
 
 namespace ossilar::store {
 namespace {
-
-// A vector is stored as its numbers in IEEE 754 single precision, least significant byte first whatever the
-// machine is.
-constexpr std::size_t kNumberBytes = 4;
-static_assert(sizeof(float) == kNumberBytes);
-
-std::string vector_bytes(const Vector& vector) {
-  std::string bytes;
-  bytes.reserve(vector.size() * kNumberBytes);
-  for (const float number : vector) {
-    const auto bits = std::bit_cast<std::uint32_t>(number);
-    for (unsigned shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(bits >> shift & 0xffU);
-  }
-  return bytes;
-}
 
 // A page may hold tens of thousands of passages, so each must cost the same as the first. Two kinds of
 // statements do not: those that cascade, and those with RETURNING. SQLite may have to undo such a statement
@@ -103,19 +86,6 @@ constexpr const char* kDropVectors = "DELETE FROM vectors WHERE model != ?1";
 constexpr const char* kDropPassages =
     "DELETE FROM passages WHERE passage_key IN (SELECT value FROM json_each(?1))"
     " AND NOT EXISTS (SELECT 1 FROM chunks WHERE chunks.passage_key = passages.passage_key)";
-
-std::string required_text(const Map& chunk, const char* key) {
-  const Map& value = utils::member(chunk, key);
-  if (!value.is_string()) throw utils::Error(std::string("a chunk has no ") + key);
-  return value.get<std::string>();
-}
-
-// The stored form of a vector, which it may have already: see embedding_form().
-std::string embedded_bytes(const Map& embedding) {
-  if (!embedding.is_binary()) return vector_bytes(embedding.get<Vector>());
-  const Map::binary_t& bytes = embedding.get_binary();
-  return {bytes.begin(), bytes.end()};
-}
 
 // The passages that a page gives up. New passages take over the numbers of those that no other page holds.
 // This writes a fraction of the database pages that deleting and inserting would, as the indexes by number
@@ -238,33 +208,6 @@ void write_chunks(Connection& connection, std::int64_t page_key, const std::vect
 }
 
 }  // namespace
-
-Map embedding_form(const Vector& vector) {
-  const std::string bytes = vector_bytes(vector);
-  return Map::binary({bytes.begin(), bytes.end()});
-}
-
-Vector vector_of(std::string_view bytes) {
-  Vector vector;
-  read_vector(bytes, vector);
-  return vector;
-}
-
-// Stored little-endian, as memory has it on nearly every machine: then the bytes are copied as they are.
-void read_vector(std::string_view bytes, Vector& vector) {
-  if (bytes.size() % kNumberBytes != 0) throw DamagedError("the vector of a passage is truncated");
-  vector.resize(bytes.size() / kNumberBytes);
-  if constexpr (std::endian::native == std::endian::little) {
-    if (!bytes.empty()) std::memcpy(vector.data(), bytes.data(), bytes.size());
-    return;
-  }
-  for (std::size_t number = 0; number < vector.size(); ++number) {
-    std::uint32_t bits = 0;
-    for (std::size_t i = kNumberBytes; i-- > 0;)
-      bits = bits << 8U | static_cast<unsigned char>(bytes[number * kNumberBytes + i]);
-    vector[number] = std::bit_cast<float>(bits);
-  }
-}
 
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,
                                     const std::string& page_id, const std::string& model) {

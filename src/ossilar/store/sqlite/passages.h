@@ -1,5 +1,5 @@
 // Passages, their vectors, and the chunks by which pages hold them. Internal to this room; called by
-// operations.h, and read_vector() by word_index.cc.
+// operations.h.
 //
 // A passage is stored once, by the hash of its text, with one vector per model. Its key in the database is a
 // number, so that the passages of a page lie close together; keyed by hash, they would be spread over the
@@ -23,11 +23,6 @@
 #include "ossilar/store/sqlite/connection.h"
 
 namespace ossilar::store {
-
-// The vector whose stored form is `bytes`. Throws DamagedError if a part of a number is missing.
-Vector vector_of(std::string_view bytes);
-// The same into a vector whose memory is used again.
-void read_vector(std::string_view bytes, Vector& vector);
 
 // WikiStore::shared_passages().
 SharedPassages read_shared_passages(Connection& connection, const std::string& branch,

@@ -12,6 +12,8 @@
 
 #include <array>
 
+#include "ossilar/store/stored_form.h"
+
 namespace ossilar::store {
 namespace {
 
@@ -99,22 +101,6 @@ const char* const kPagesRestingOn =
 
 const char* const kRemovedPages =
     "SELECT revision, page_id FROM removed_pages WHERE branch = ?1 AND revision > ?2 ORDER BY revision";
-
-Map read_json(const std::string& text, const std::string& what) {
-  try {
-    return utils::parse_json(text, what);
-  } catch (const utils::Error& error) {
-    throw DamagedError(error.what());
-  }
-}
-
-// Parses what it made: a text that the parser refuses must be refused here, where the caller can still be
-// told, not when it is read back.
-std::string stored_json(const Map& value, const std::string& what) {
-  std::string text = utils::json_text(value);
-  utils::parse_json(text, what);
-  return text;
-}
 
 std::int64_t write_page(Connection& connection, const std::string& branch, const std::string& page_id,
                         const std::string& title, const PageFields& fields, std::int64_t revision) {

@@ -1,5 +1,5 @@
-// A page's row between the table `pages` and PageFields, and JSON as it is stored. Internal to this room;
-// called by operations.h and snapshots.cc, and for JSON by everything that stores some.
+// A page's row between the table `pages` and PageFields. Internal to this room; called by operations.h and
+// snapshots.cc.
 //
 // Thread-safety: one thread for a connection. Every function is called within a transaction, which the caller
 // rolls back when one throws (SQLite::Exception, utils::Error, DamagedError).
@@ -13,13 +13,6 @@
 #include "ossilar/store/sqlite/connection.h"
 
 namespace ossilar::store {
-
-// `value` as the JSON text that is stored. Throws utils::Error or Map::exception for what read_json() would
-// refuse: text that is not UTF-8, nesting too deep. `what` names the value in messages.
-std::string stored_json(const Map& value, const std::string& what);
-
-// The value of a text that stored_json() made. Throws DamagedError for a text that is no such JSON.
-Map read_json(const std::string& text, const std::string& what);
 
 // Inserts or updates the row and gives its key, which an update keeps. `revision` is next_revision()'s, here
 // and below: without a new one, processes that know the row would not read the change.

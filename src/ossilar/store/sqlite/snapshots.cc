@@ -9,6 +9,7 @@
 #include <algorithm>
 
 #include "ossilar/store/sqlite/rows.h"
+#include "ossilar/store/stored_form.h"
 
 namespace ossilar::store {
 namespace {

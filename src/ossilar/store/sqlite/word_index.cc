@@ -10,14 +10,11 @@
 #include <array>
 #include <iterator>
 #include <map>
-#include <numeric>
 #include <optional>
 #include <set>
 #include <tuple>
 
-#include "ossilar/store/sqlite/passages.h"
-#include "ossilar/store/sqlite/rows.h"
-#include "ossilar/utils/identifiers.h"
+#include "ossilar/store/stored_form.h"
 
 namespace ossilar::store {
 
@@ -81,36 +78,12 @@ constexpr const char* kFound =
     " FROM pages JOIN chunks USING (page_key) JOIN passages USING (passage_key)"
     " WHERE page_key = ?1 AND position = ?2";
 
-// Bounds the work for a pasted text: each term is a list of matches to merge. Real questions have fewer
-// words.
-constexpr std::size_t kMostTerms = 64;
-
-// The words of `text` for the index: each part of an identifier, and the identifier in one piece without its
-// joints. So parse_http_header and parseHTTPHeader find each other, by their parts and as a whole.
-std::string spelled_out(std::string_view text) {
-  std::string words;
-  words.reserve(text.size() + text.size() / 2);  // a guess: identifiers come twice, other words once
-  for (utils::TokenReader token(text); token.next();) {
-    for (std::size_t i = 0; i < token.size(); ++i) words.append(token.part(i)).append(" ");
-    if (token.size() > 1) words.append(token.joined()).append(" ");
-  }
-  return words;
-}
-
-// The FTS5 expression for any of the words, split as in spelled_out(); "" for none. Each term is quoted, so
-// that words such as "not" are no operators; terms hold letters and digits only, so no quote has to be
-// escaped.
+// The FTS5 expression for any of the words; "" for none. Each term is quoted, so that words such as "not" are
+// no operators; terms hold letters and digits only, so no quote has to be escaped.
 std::string match_expression(std::string_view words) {
   std::string expression;
-  std::set<std::string> terms;
-  const auto add = [&](const std::string& term) {
-    if (terms.size() >= kMostTerms || !terms.insert(term).second) return;
+  for (const std::string& term : question_terms(words))
     expression.append(expression.empty() ? "\"" : " OR \"").append(term).append("\"");
-  };
-  for (const utils::Token& token : utils::tokens_of(words)) {
-    for (const std::string& part : token.parts) add(part);
-    if (token.parts.size() > 1) add(token.joined());
-  }
   return expression;
 }
 
@@ -143,19 +116,6 @@ std::vector<FoundPassage> describe(Connection& connection, const std::vector<Pla
                      .score = place.score});
   }
   return found;
-}
-
-// The cosine, as both have length 1. Vectors of one model have one size; min() only keeps a damaged one from
-// being read beyond its end. Several sums, as the compiler may not reorder one: it adds those side by side.
-double dot(const Vector& a, const Vector& b) {
-  constexpr std::size_t kSums = 8;
-  const std::size_t size = std::min(a.size(), b.size());
-  std::array<double, kSums> sums{};
-  std::size_t at = 0;
-  for (; at + kSums <= size; at += kSums)
-    for (std::size_t i = 0; i < kSums; ++i) sums[i] += static_cast<double>(a[at + i]) * b[at + i];
-  for (; at < size; ++at) sums[0] += static_cast<double>(a[at]) * b[at];
-  return std::accumulate(sums.begin(), sums.end(), 0.0);
 }
 
 }  // namespace

@@ -333,6 +333,27 @@ void read_embedding(const At& at, const toml::node& node, WikiConfig& config) {
   if (config.embedding_model.empty()) missing_model.refuse("missing; provider \"http\" needs one");
 }
 
+// The file is committed, so it must not hold a password. In an address it stands between the user and "@", or
+// as a parameter.
+std::string store_address(const At& at, const std::string& url) {
+  const std::string scheme = "postgresql://";
+  if (!url.starts_with(scheme)) at.refuse("expected an address that begins with " + scheme);
+  const std::string rest = url.substr(scheme.size());
+  const std::size_t user_end = rest.substr(0, rest.find('/')).rfind('@');
+  const bool has_password = user_end != rest.npos && rest.substr(0, user_end).find(':') != rest.npos;
+  if (has_password || rest.find("password=") != rest.npos) {
+    at.refuse(
+        "has a password, and this file is committed; put the password into ~/.pgpass or PGPASSWORD instead");
+  }
+  return url;
+}
+
+void read_store(const At& at, const toml::node& node, WikiConfig& config) {
+  read_table(at.file, "[store]", table_of(at, node), {{"url", [&](const At& k, const toml::node& v) {
+                                                         config.store_url = store_address(k, text_of(k, v));
+                                                       }}});
+}
+
 // At least one: the newest is the page file itself.
 std::size_t history_versions(const At& at, const toml::node& node) {
   const std::int64_t count = value_of<std::int64_t>(at, node, "an integer");
@@ -454,7 +475,8 @@ WikiConfig parse_config(std::string_view text, const std::string& name) {
   const toml::table table = parse(utils::normalise_line_ends(text), name);
   WikiConfig config;
   read_table(name, "", table,
-             {{"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
+             {{"store", [&](const At& at, const toml::node& node) { read_store(at, node, config); }},
+              {"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
               {"embedding", [&](const At& at, const toml::node& node) { read_embedding(at, node, config); }},
               {"history", [&](const At& at, const toml::node& node) { read_history(at, node, config); }},
               {"steering", [&](const At& at, const toml::node& node) { read_steering(at, node, config); }},

@@ -45,6 +45,9 @@ struct WikiConfig {
   // How long a save waits for the write lock. Long enough for the saves of several others one after another,
   // short enough that an agent hears of a lock that does not come free.
   std::chrono::milliseconds lock_timeout{std::chrono::seconds(30)};
+  // Where several machines share the wiki: "postgresql://...", without a password; "" for
+  // `.ossilar/index.db`.
+  std::string store_url;
   // "local", or "http" with the three below: url and model are needed then; the last is the name of the
   // environment variable that holds the key, "" for a service without one.
   std::string embedding_provider = "local";

@@ -2,7 +2,7 @@
 
 #include <SQLiteCpp/Column.h>
 
-#include "store_fixture.h"
+#include "sqlite_fixture.h"
 
 namespace ossilar::store {
 namespace {

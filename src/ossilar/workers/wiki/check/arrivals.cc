@@ -74,10 +74,22 @@ std::vector<std::string> pages_removed(Wiki& wiki, const store::StoredRows& rows
   return missing;
 }
 
+// Of a wiki that machines share, version control brings only pages that nobody has stored or removed yet: of
+// all others the store knows better.
+void keep_new_pages(SharedFiles& files, const store::StoredRows& rows, std::vector<std::string>& pages) {
+  std::erase_if(pages, [&](const std::string& page_id) {
+    return rows.find(page_id) != nullptr || !files.may_adopt(page_id);
+  });
+}
+
 Arrivals look_for_arrivals(Wiki& wiki, const ManifestContent& manifest) {
   const store::StoredRows rows = wiki.stored_pages();
   Arrivals arrivals = arrivals_of(manifest, rows, wiki.paths());
-  arrivals.gone = pages_removed(wiki, rows);
+  if (wiki.shared_files() == nullptr) {
+    arrivals.gone = pages_removed(wiki, rows);
+  } else {
+    keep_new_pages(*wiki.shared_files(), rows, arrivals.whole);
+  }
   return arrivals;
 }
 
@@ -132,6 +144,7 @@ AdoptionReport adopt_pages(Wiki& wiki) {
     for (const fs::path& file : page_files(wiki.paths().pages)) {
       const std::string page_id = page_id_of(wiki.paths().pages, file);
       if (rows.find(page_id) != nullptr) continue;
+      if (wiki.shared_files() != nullptr && !wiki.shared_files()->may_adopt(page_id)) continue;
       const bool is_listed = manifest.described.count(page_id) > 0;
       if (planned->plans.find(page_id) != nullptr || is_listed) {
         pages.push_back(page_id);
@@ -147,6 +160,7 @@ AdoptionReport adopt_pages(Wiki& wiki) {
 }
 
 AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
+  wiki.bring_in_files();
   const WikiLists::Stamps news = wiki.lists().news();
   if (news.empty()) return {};
   AdoptionReport report;

@@ -15,8 +15,8 @@
 #include <system_error>
 #include <utility>
 
+#include "ossilar/store/file_lock.h"
 #include "ossilar/store/sqlite/sqlite_store.h"
-#include "ossilar/store/write_lock.h"
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/check/adoption.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
@@ -93,7 +93,7 @@ bool is_damaged(const fs::path& database) {
 // released by hand, so that a failure of the release reaches the caller.
 std::string set_aside(const WikiPaths& paths, const WikiConfig& config, const std::string& writer,
                       const utils::FileStamp& found) {
-  store::WriteLock lock(
+  store::FileLock lock(
       {.path = paths.lock(), .timeout = config.lock_timeout, .holder = writer, .guards_folder = true});
   std::string kept;
   lock.acquire(true);

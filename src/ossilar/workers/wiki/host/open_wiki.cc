@@ -4,10 +4,12 @@
 // without a wiki gets the advice to run init instead of a failure to open a database.
 #include "ossilar/workers/wiki/host/open_wiki.h"
 
+#include <cstdlib>
 #include <string_view>
 
 #include "ossilar/search/http_embedder.h"
 #include "ossilar/source/checkout.h"
+#include "ossilar/store/postgresql/postgresql_store.h"
 #include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/utils/atomic_file.h"
 #include "ossilar/utils/files.h"
@@ -26,6 +28,9 @@ constexpr std::string_view kConfigTemplate =
 # diagrams = true
 # min_citations_per_page = 2    # a page with fewer valid citations is refused
 # lock_timeout_s = 30
+
+[store]
+# url = "postgresql://wiki@host/wiki"    # for a team on several machines; default: a database in .ossilar
 
 [embedding]
 # provider = "local"            # or "http", for a service with the usual /v1/embeddings request:
@@ -79,6 +84,18 @@ std::unique_ptr<search::Embedder> make_embedder(const WikiConfig& config) {
                                      .key_variable = config.embedding_api_key_env});
 }
 
+// A database that machines share, with its lock; or the one of this machine, whose lock is the wiki's own.
+store::SharedStore open_store(const WikiPaths& paths, const WikiConfig& config, const std::string& branch,
+                              const std::string& writer) {
+  auto local = store::open_sqlite_store(paths.database());
+  const char* given = std::getenv("OSSILAR_STORE_URL");
+  const std::string url = given != nullptr && *given != '\0' ? given : config.store_url;
+  if (url.empty()) return {.store = std::move(local), .lock = nullptr};
+  return store::open_postgresql_store(
+      {.url = url, .program = writer, .branch = branch, .lock_timeout = config.lock_timeout},
+      std::move(local));
+}
+
 fs::path config_file(const fs::path& root) { return root / "ossilar.toml"; }
 
 }  // namespace
@@ -117,14 +134,16 @@ std::unique_ptr<Wiki> open_wiki(const fs::path& root, const std::string& writer,
   if (!utils::is_there(paths.state)) {
     throw utils::ConfigError(root.string() + " has no wiki yet; set it up with: ossilar init");
   }
-  auto store = store::open_sqlite_store(paths.database());
+  const source::Checkout checkout = source::read_checkout(root);
+  store::SharedStore shared = open_store(paths, config, checkout.branch, writer);
   auto embedder = make_embedder(config);
   return std::make_unique<Wiki>(Wiki::Services{.paths = std::move(paths),
                                                .config = std::move(config),
-                                               .checkout = source::read_checkout(root),
-                                               .store = std::move(store),
+                                               .checkout = checkout,
+                                               .store = std::move(shared.store),
                                                .embedder = std::move(embedder),
                                                .writer = writer,
+                                               .shared_lock = std::move(shared.lock),
                                                .stays = process == Process::stays});
 }
 

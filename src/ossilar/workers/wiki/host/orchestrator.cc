@@ -140,6 +140,7 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
   draft_->title = title;
   *commit_ = {};
   if (terms_.if_version) {
+    wiki_.bring_in_files();  // the version is asked of the page as the store has it
     // Before the id becomes a path: until the plan knows it, it may be anything, "../x" for one.
     if (!wiki_.planned_with(page_id)) return not_planned(page_id, wiki_.planned()->plans);
     draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(page_id));
@@ -452,6 +453,7 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
   commit_->text = draft.markdown;
   settle_former(file, draft_->page_id, is_known, wiki_.replaced_texts());
   commit_->transaction = wiki_.store().begin("store the page " + draft_->page_id);
+  if (wiki_.shared_files() != nullptr) wiki_.shared_files()->note_attempt(draft_->page_id, draft.markdown);
   std::optional<Answer> answer;
   try {
     answer = AgentSaveMixin::_commit_agent_page(draft);

@@ -6,10 +6,14 @@
 // it. So a draft may go on for as long as it likes beside any number of preparations.
 #include "ossilar/workers/wiki/host/wiki.h"
 
+#include "ossilar/store/joint_lock.h"
+#include "ossilar/utils/logging.h"
 #include "ossilar/workers/wiki/host/past_texts.h"
 
 namespace ossilar::workers::wiki {
 namespace {
+
+const utils::Logger wiki_logger("ossilar.workers.wiki");
 
 // Refused texts that are kept. An author needs the last ones; as a text has 1 MiB at most (kLargestContent),
 // this bounds the folder to 50 MiB.
@@ -18,6 +22,11 @@ constexpr std::size_t kMostDrafts = 50;
 // The wiki itself must not be planned as a source or cited, nor may each save change the source index.
 std::vector<std::string> excluded_from_index(const WikiConfig& config) {
   return {config.dir, ".ossilar", "ossilar.toml"};
+}
+
+std::unique_ptr<store::WriteLock> both(store::WriteLock& machines, std::unique_ptr<store::WriteLock> shared) {
+  if (!shared) return nullptr;
+  return std::make_unique<store::JointLock>(machines, std::move(shared));
 }
 
 }  // namespace
@@ -48,13 +57,20 @@ Wiki::Wiki(Services services)
                                                                      .excluded = excluded_from_index(config_),
                                                                      .records = source_records_.get(),
                                                                      .watch = services.stays})),
-      lock_({.path = paths_.lock(),
-             .timeout = config_.lock_timeout,
-             .holder = std::move(services.writer),
-             .guards_folder = true}),  // a `write.lock` that somebody removes lets nobody in
+      machines_lock_({.path = paths_.lock(),
+                      .timeout = config_.lock_timeout,
+                      .holder = std::move(services.writer),
+                      .guards_folder = true}),  // a `write.lock` that somebody removes lets nobody in
+      shared_lock_(both(machines_lock_, std::move(services.shared_lock))),
       drafts_(paths_.drafts(), kMostDrafts),
       replaced_(paths_.replaced()),  // without a limit: it may be the only copy of a hand's text
       lists_(paths_.wiki, paths_.pages),
+      shared_files_(shared_lock_ ? std::make_unique<SharedFiles>(SharedFiles::Wiki{.paths = paths_,
+                                                                                   .branch = checkout_.branch,
+                                                                                   .store = *store_,
+                                                                                   .replaced = replaced_,
+                                                                                   .lists = lists_})
+                                 : nullptr),
       plan_maker_(config_, checkout_.name) {
   // The result is dropped: the call fills the store's snapshot, so that the first draft reads only what
   // changed since the opening. A command that needs no rows, or few of them, is not made to wait for all.
@@ -66,9 +82,13 @@ Wiki::~Wiki() = default;
 // ---- The plan.
 
 std::shared_ptr<const PlannedWiki> Wiki::prepare(const utils::Progress& progress) {
+  return prepare_by(bring_in_files(), progress);
+}
+
+std::shared_ptr<const PlannedWiki> Wiki::prepare_by(const store::StoredRows& rows,
+                                                    const utils::Progress& progress) {
   const std::lock_guard one_at_a_time(prepare_mutex_);
-  auto index = indexer_->refresh(progress);
-  auto wiki = plan_maker_.plan(std::move(index), stored_pages());
+  auto wiki = plan_maker_.plan(indexer_->refresh(progress), rows);
   const std::lock_guard lock(mutex_);
   planned_ = wiki;
   return wiki;
@@ -111,8 +131,8 @@ Grounding Wiki::gather(const PlannedWiki& planned, const PagePlan& plan) const {
 }
 
 DraftBasis Wiki::draft_basis() {
-  auto planned = prepare();
-  auto rows = stored_pages();
+  auto rows = bring_in_files();
+  auto planned = prepare_by(rows, {});
   auto titles = this->titles(rows, planned->plans);
   return {.planned = std::move(planned), .rows = std::move(rows), .titles = std::move(titles)};
 }
@@ -148,12 +168,40 @@ TitleIndex Wiki::titles(const store::StoredRows& rows, const Plans& plans) {
 
 // ---- The write lock.
 
+// Files that cannot be brought in fail the write: it would be of another page than the store's.
 void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
   try {
-    lock_.acquire(wait, task);
+    lock().acquire(wait, task);
   } catch (const store::LockBusy& busy) {
     throw _WikiBusy(busy.what());
   }
+  if (!shared_files_) return;
+  try {
+    shared_files_->bring_in();
+  } catch (...) {
+    release_write_lock();
+    throw;
+  }
+}
+
+store::StoredRows Wiki::bring_in_files() {
+  if (!shared_files_) return stored_pages();
+  try {
+    machines_lock_.acquire(false);
+  } catch (const store::LockBusy&) {
+    return stored_pages();
+  } catch (const utils::Error& error) {
+    wiki_logger.warning("cannot bring in what other machines wrote", error);
+    return stored_pages();
+  }
+  std::optional<store::StoredRows> rows;
+  try {
+    rows = shared_files_->bring_in();
+  } catch (const std::exception& error) {
+    wiki_logger.warning("cannot bring in what other machines wrote", error);
+  }
+  machines_lock_.release();
+  return rows ? *std::move(rows) : stored_pages();
 }
 
 void Wiki::with_write_lock(bool wait, const std::function<void()>& work) {

@@ -18,8 +18,8 @@
 #include "ossilar/search/embedder.h"
 #include "ossilar/source/checkout.h"
 #include "ossilar/source/indexer.h"
+#include "ossilar/store/file_lock.h"
 #include "ossilar/store/repository.h"
-#include "ossilar/store/write_lock.h"
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/citing/follower.h"
 #include "ossilar/workers/wiki/config.h"
@@ -29,6 +29,7 @@
 #include "ossilar/workers/wiki/host/plan_maker.h"
 #include "ossilar/workers/wiki/host/planned_wiki.h"
 #include "ossilar/workers/wiki/host/save_at_work.h"
+#include "ossilar/workers/wiki/host/shared_files.h"
 #include "ossilar/workers/wiki/host/title_index.h"
 #include "ossilar/workers/wiki/host/wiki_paths.h"
 #include "ossilar/workers/wiki/pages/kept_texts.h"
@@ -52,6 +53,8 @@ class Wiki {
     std::unique_ptr<store::WikiStore> store;
     std::unique_ptr<search::Embedder> embedder;
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
+    // Of a store that several machines share, its own; null for a store of this machine alone.
+    std::unique_ptr<store::WriteLock> shared_lock = {};
     // For a process that stays: it is notified of changed sources instead of scanning them for each draft
     // (see Indexer::Options::watch). Off for a command, which scans them only once or twice.
     bool stays = false;
@@ -109,15 +112,22 @@ class Wiki {
   // The same to other sources, which it keeps: `read` gives the texts of the files of `index`.
   std::unique_ptr<CitationFollower> follower(const source::SourceIndex& index, ReadText read) const;
 
+  // The page files over a store that several machines share; null over a store of this machine alone.
+  SharedFiles* shared_files() { return shared_files_.get(); }
+  // Brings in what other machines wrote, unless somebody writes on this machine, who does so, and gives the
+  // rows as stored now. A file that cannot be brought in is logged: what is here can be read.
+  store::StoredRows bring_in_files();
+
   // The rows of this branch as stored now.
   store::StoredRows stored_pages() { return store_->get_wiki_pages(branch()); }
 
   // ---- The write lock, and what belongs to its holder.
 
-  // Takes the lock; with `wait` it waits for lock_timeout_s at most, else it gives up at once. Throws
-  // _WikiBusy when another holds it, utils::IoError when the file cannot be locked; utils::Cancelled passes.
+  // Takes the lock, and over a shared store brings in what other machines wrote; with `wait` it waits for
+  // lock_timeout_s at most, else it gives up at once. Throws _WikiBusy when another holds it, utils::IoError
+  // when the file cannot be locked; utils::Cancelled passes.
   void acquire_write_lock(bool wait, const utils::Task& task);
-  void release_write_lock() { lock_.release(); }
+  void release_write_lock() { lock().release(); }
   // Runs `work` under the lock and releases it, whatever leaves `work`. When the release fails too, its
   // failure is the one that is thrown. `task` may cancel the wait, and no longer once the lock is had.
   void with_write_lock(bool wait, const std::function<void()>& work);
@@ -127,6 +137,10 @@ class Wiki {
 
  private:
   class SourceRecords;
+
+  std::shared_ptr<const PlannedWiki> prepare_by(const store::StoredRows& rows,
+                                                const utils::Progress& progress);
+  store::WriteLock& lock() { return shared_lock_ ? *shared_lock_ : machines_lock_; }
 
   // The order matters: members are made from those above them, and destroyed before them. The indexer keeps a
   // pointer to source_records_, which writes to the store.
@@ -138,12 +152,14 @@ class Wiki {
   const std::unique_ptr<search::Embedder> embedder_;
   const std::unique_ptr<SourceRecords> source_records_;
   const std::unique_ptr<source::Indexer> indexer_;
-  store::WriteLock lock_;
+  store::FileLock machines_lock_;
+  const std::unique_ptr<store::WriteLock> shared_lock_;  // both; null over a store of this machine alone
   VectorCache vectors_;
   ReadTexts texts_;
   const KeptTexts drafts_;    // the newest only
   const KeptTexts replaced_;  // all of them
   WikiLists lists_;
+  const std::unique_ptr<SharedFiles> shared_files_;
   DigestReconciler digest_reconciler_;  // the lock holder's, as is the next
   CoveredFiles covered_files_;
 

@@ -86,6 +86,7 @@ std::optional<std::string> WikiReader::standing_id(const std::string& page_id) c
 }
 
 std::variant<StoredPage, Answer> WikiReader::read_page(const std::string& asked) const {
+  wiki_.bring_in_files();
   const auto standing = standing_id(asked);
   if (!standing) return not_planned(asked, wiki_.planned()->plans);
   const std::string& page_id = *standing;

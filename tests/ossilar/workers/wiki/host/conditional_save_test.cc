@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "ossilar/store/file_lock.h"
 #include "ossilar/utils/task.h"
 #include "support/threads.h"
 #include "support/wiki_repo.h"
@@ -146,7 +147,7 @@ TEST(CancelledSaves, EndBeforeTheCommitOrNotAtAll) {
     }
     EXPECT_EQ(std::filesystem::exists(repo.dir / "wiki/pages/alpha.md"), task.has_been_shielded()) << at;
     EXPECT_NE(ended, task.has_been_shielded()) << at;
-    store::WriteLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
+    store::FileLock lock({.path = repo.dir / ".ossilar/write.lock", .holder = "the test"});
     EXPECT_NO_THROW(lock.acquire(false)) << at;
     if (step < at) {
       EXPECT_GE(step, 5) << "steps of a draft";

@@ -1,4 +1,4 @@
-#include "ossilar/store/write_lock.h"
+#include "ossilar/store/file_lock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-std::string busy_message(WriteLock& lock, bool wait) {
+std::string busy_message(FileLock& lock, bool wait) {
   try {
     lock.acquire(wait);
   } catch (const LockBusy& error) {
@@ -30,22 +30,22 @@ std::string busy_message(WriteLock& lock, bool wait) {
   return "";
 }
 
-class WriteLockTest : public ::testing::Test {
+class FileLockTest : public ::testing::Test {
  protected:
-  WriteLock::Options options(std::chrono::milliseconds timeout) {
+  FileLock::Options options(std::chrono::milliseconds timeout) {
     return {.path = dir / "write.lock", .timeout = timeout, .holder = "ossilar save"};
   }
 
   testing::TempDir dir;
-  WriteLock lock{options(std::chrono::hours(24 * 365 * 1000))};
-  WriteLock other{options(std::chrono::milliseconds(0))};
+  FileLock lock{options(std::chrono::hours(24 * 365 * 1000))};
+  FileLock other{options(std::chrono::milliseconds(0))};
 };
 
-TEST_F(WriteLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
-  WriteLock third(options(std::chrono::minutes(5)));
+TEST_F(FileLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
+  FileLock third(options(std::chrono::minutes(5)));
   std::atomic<int> held = 0;  // read and written apart: only the lock keeps an increment from getting lost
   testing::in_threads(6, [&](std::size_t i) {
-    WriteLock& mine = i % 2 == 0 ? lock : third;
+    FileLock& mine = i % 2 == 0 ? lock : third;
     for (int round = 0; round < 25; ++round) {
       mine.acquire(true);
       const int before = held.load(std::memory_order_relaxed);
@@ -57,7 +57,7 @@ TEST_F(WriteLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
   EXPECT_EQ(held, 6 * 25);
 }
 
-TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
+TEST_F(FileLockTest, BusyNamesTheHolderAndTheWait) {
   const std::string by = "the wiki is being written by ";
   lock.acquire(false);
   EXPECT_THAT(dir.read("write.lock"),
@@ -76,7 +76,7 @@ TEST_F(WriteLockTest, BusyNamesTheHolderAndTheWait) {
 }
 
 // A zombie: it has ended, and its parent has not waited for it yet.
-TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
+TEST_F(FileLockTest, AProcessThatHasEndedIsNotNamed) {
   lock.acquire(false);
   const std::string line = dir.read("write.lock");
   const pid_t ended = fork();
@@ -90,14 +90,14 @@ TEST_F(WriteLockTest, AProcessThatHasEndedIsNotNamed) {
 
 // The child is forked while the lock is held and so inherits the holder's descriptor; a release must free the
 // lock all the same.
-TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
+TEST_F(FileLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   std::array<int, 2> pipe_ends{};
   ASSERT_EQ(pipe(pipe_ends.data()), 0);
   lock.acquire(true);
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    WriteLock childs(options(std::chrono::seconds(30)));
+    FileLock childs(options(std::chrono::seconds(30)));
     childs.acquire(true);
     if (write(pipe_ends[1], "x", 1) != 1) _exit(1);
     for (;;) pause();
@@ -114,7 +114,7 @@ TEST_F(WriteLockTest, IsFreeWhenItsHolderReleasesOrIsKilled) {
   close(pipe_ends[0]);
 }
 
-TEST_F(WriteLockTest, AFailedOpenLeavesTheLockUsable) {
+TEST_F(FileLockTest, AFailedOpenLeavesTheLockUsable) {
   std::filesystem::create_symlink(dir / "elsewhere", dir / "write.lock");
   EXPECT_THROW(lock.acquire(true), utils::IoError);
   EXPECT_FALSE(std::filesystem::exists(dir / "elsewhere"));

@@ -2,13 +2,14 @@
 #include <string>
 #include <vector>
 
-#include "store_fixture.h"
+#include "ossilar/store/contract/store_fixture.h"
 
 namespace ossilar::store {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 
 class HistoryTest : public StoreTest {
  protected:
@@ -61,6 +62,8 @@ TEST_F(HistoryTest, KeepsTheLastOfEachPageAndBranch) {
   store.keep_versions("release", "a", {version("r")}, 3);
   EXPECT_THAT(kept("a"), ElementsAre("4 four text of four", "3 three text of three", "2 two text of two"));
   EXPECT_THAT(kept("b"), ElementsAre("1 one text of one"));
+  EXPECT_THAT(store.newest_texts("main", {"b", "none", "a"}),
+              ElementsAre(Pair("a", "text of four"), Pair("b", "text of one")));
   EXPECT_THAT(kept("a", "release"), ElementsAre("1 r text of r"));
   keep("a", {"five"}, 1);  // a smaller limit counts from the next version on
   EXPECT_THAT(kept("a"), ElementsAre("5 five text of five"));

@@ -8,7 +8,7 @@
 //
 // A lock file that its holder creates and removes would stay behind after a kill, and nobody could tell
 // whether its holder lives. fcntl(2) locks go as soon as the process closes any descriptor of the file.
-#include "ossilar/store/write_lock.h"
+#include "ossilar/store/file_lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -34,25 +34,15 @@
 
 namespace ossilar::store {
 
-using Clock = std::chrono::steady_clock;
+using Clock = LockAttempt::Clock;
 using std::chrono::milliseconds;
-
-struct WriteLock::Attempt {
-  Clock::time_point began = Clock::now();
-  Clock::time_point deadline;
-};
 
 namespace {
 
-// A year. Longer timeouts are cut to it, as the sum of the time now and the longest duration would overflow.
-constexpr milliseconds kLongestTimeout = std::chrono::hours(24 * 365);
 // A commit holds the lock for milliseconds, so the first look comes soon. The longest pause trades CPU time
 // of waiting processes against the time for which a released lock goes unnoticed.
 constexpr milliseconds kFirstPause(1);
 constexpr milliseconds kLongestPause(25);
-// Between checks for cancellation while another thread holds the lock: short for a person, long beside the
-// cost of a check.
-constexpr milliseconds kCancelLook(50);
 constexpr std::size_t kLongestLine = 512;  // ours hold a host name, a writer and a time, and are far shorter
 constexpr mode_t kFileMode = 0666;         // less the umask, which says whether other users may write here
 
@@ -70,11 +60,6 @@ class Pauses {
   std::minstd_rand engine_{std::random_device{}()};
   milliseconds longest_ = kFirstPause;
 };
-
-std::string host_name() {
-  std::array<char, 256> name{};
-  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "unknown host";
-}
 
 std::string utc_now() {
   const std::time_t now = std::time(nullptr);
@@ -141,14 +126,6 @@ std::string holder_in(int fd) {
                           ")");
 }
 
-// Suggests to end a process only where one is named: holder_in() names none that has ended.
-LockBusy busy(const std::string& holder, Clock::duration waited) {
-  const auto tenths = std::chrono::duration_cast<milliseconds>(waited).count() / 100;
-  return LockBusy("the wiki is being written by " + holder + "; waited " + std::to_string(tenths / 10) + "." +
-                  std::to_string(tenths % 10) + " s; try again" +
-                  (holder.starts_with("process ") ? ", or end that process" : ""));
-}
-
 // A signal handler may interrupt flock(), which then has done nothing.
 int flock_uninterrupted(int fd, int operation) {
   int result = flock(fd, operation);
@@ -167,20 +144,19 @@ bool is_at(int fd, const std::filesystem::path& path) {
 
 }  // namespace
 
-WriteLock::WriteLock(Options options) : options_(std::move(options)) {}
+FileLock::FileLock(Options options) : options_(std::move(options)) {}
 
 // First the gate of this object, then the file. catch (...), as utils::Cancelled is not a std::exception. The
 // files are closed before leave(), so that the next thread finds the file free.
-void WriteLock::acquire(bool wait, const utils::Task& task) {
-  Attempt attempt;
-  attempt.deadline = attempt.began + (wait ? std::min(options_.timeout, kLongestTimeout) : milliseconds(0));
-  enter(attempt, task);
+void FileLock::acquire(bool wait, const utils::Task& task) {
+  const LockAttempt attempt(wait ? options_.timeout : milliseconds(0));
+  gate_.enter(attempt, task);
   try {
     files_ = lock_files(attempt, task);
     write_holder(files_.file.get(), holder_line(options_.holder));
   } catch (...) {
     files_ = Files();
-    leave();
+    gate_.leave();
     throw;
   }
 }
@@ -192,40 +168,19 @@ void WriteLock::acquire(bool wait, const utils::Task& task) {
 // Files are unlocked explicitly: if they were only closed, a child process that was just forked and has not
 // yet closed its copy of the descriptor would keep the lock. They are closed at the end of the scope, after
 // leave(); by then they are unlocked, and the next thread opens files of its own.
-void WriteLock::release() {
+void FileLock::release() {
   const Files files = std::move(files_);
   write_holder(files.file.get(), "");
   flock_uninterrupted(files.folder.get(), LOCK_UN);
   const int result = flock_uninterrupted(files.file.get(), LOCK_UN);
   const int error = errno;
-  leave();
+  gate_.leave();
   if (result != 0) throw utils::IoError("cannot unlock " + options_.path.string(), error);
-}
-
-// Waits in slices, as a Task can be asked but not waited for. `now` is from before the wait, so that even an
-// attempt that does not wait looks once.
-void WriteLock::enter(const Attempt& attempt, const utils::Task& task) {
-  std::unique_lock lock(mutex_);
-  for (Clock::time_point now = Clock::now();; now = Clock::now()) {
-    const Clock::time_point until = std::min(attempt.deadline, now + kCancelLook);
-    if (left_.wait_until(lock, until, [this] { return !entered_; })) break;
-    if (now >= attempt.deadline) throw busy("another save of this process", now - attempt.began);
-    task.check();
-  }
-  entered_ = true;
-}
-
-void WriteLock::leave() {
-  {
-    const std::lock_guard lock(mutex_);
-    entered_ = false;
-  }
-  left_.notify_one();
 }
 
 // O_NOFOLLOW: a link at the path must not make us create or lock a file elsewhere. O_NONBLOCK: whatever
 // somebody put there, such as a pipe, opening it must not block.
-WriteLock::Files WriteLock::open_files(const std::filesystem::path& path) {
+FileLock::Files FileLock::open_files(const std::filesystem::path& path) {
   Files files;
   files.folder = utils::open_directory(path.parent_path());
   files.file = utils::UniqueFd(openat(files.folder.get(), path.filename().c_str(),
@@ -237,7 +192,7 @@ WriteLock::Files WriteLock::open_files(const std::filesystem::path& path) {
 // False when another holds the lock, or when the file was moved away between its opening and its locking. The
 // order is always file, then folder, and neither lock waits, so two processes cannot block each other. The
 // caller drops the files on false, and with them a lock that was taken.
-bool WriteLock::try_lock(const Files& files) const {
+bool FileLock::try_lock(const Files& files) const {
   if (flock_uninterrupted(files.file.get(), LOCK_EX | LOCK_NB) != 0) {
     if (errno == EWOULDBLOCK) return false;
     throw utils::IoError("cannot lock " + options_.path.string(), errno);
@@ -249,14 +204,14 @@ bool WriteLock::try_lock(const Files& files) const {
   return flock_uninterrupted(files.folder.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-WriteLock::Files WriteLock::lock_files(const Attempt& attempt, const utils::Task& task) const {
+FileLock::Files FileLock::lock_files(const LockAttempt& attempt, const utils::Task& task) const {
   std::optional<Pauses> pauses;  // made only to wait: its seed takes a call to the system
   for (;;) {
     task.check();
     Files files = open_files(options_.path);
     if (try_lock(files)) return files;
     const Clock::time_point now = Clock::now();
-    if (now >= attempt.deadline) throw busy(holder_in(files.file.get()), now - attempt.began);
+    if (now >= attempt.deadline) throw lock_busy(holder_in(files.file.get()), now - attempt.began);
     if (!pauses) pauses.emplace();
     // Not beyond the deadline, at which there is a last try.
     std::this_thread::sleep_for(std::min<Clock::duration>(pauses->next(), attempt.deadline - now));

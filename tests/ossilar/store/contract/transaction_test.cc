@@ -1,13 +1,10 @@
-#include <optional>
+#include <thread>
 
-#include "store_fixture.h"
-#include "support/file_size_limit.h"
+#include "ossilar/store/contract/store_fixture.h"
 
 namespace ossilar::store {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 class StoreTransactionTest : public StoreTest {
@@ -37,7 +34,7 @@ TEST_F(StoreTransactionTest, WritesAreVisibleInsideAtOnceAndOutsideAfterTheCommi
   group->commit();
   group.reset();
   EXPECT_EQ(store.get_wiki_pages("main").size(), 2);
-  const auto other = open_sqlite_store(file);
+  const auto other = database->open();
   EXPECT_THAT(other->chunks("main", "a"), SizeIs(1));
   EXPECT_NE(other->load_digests("main").find("a"), nullptr);
   EXPECT_EQ(other->wiki_state("main")->page_count, 2);
@@ -54,7 +51,7 @@ TEST_F(StoreTransactionTest, WithoutACommitNothingIsStored) {
   EXPECT_NE(store.get_wiki_pages("main").find("before"), nullptr);
   EXPECT_EQ(store.get_wiki_pages("main").find("a"), nullptr);
   put(store, "b");
-  EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
+  EXPECT_EQ(database->open()->get_wiki_pages("main").size(), 2);
 }
 
 TEST_F(StoreTransactionTest, AFailedWriteIsTakenBackAlone) {
@@ -64,51 +61,10 @@ TEST_F(StoreTransactionTest, AFailedWriteIsTakenBackAlone) {
   EXPECT_NE(refusal([&] { put(*group, "b", "\xff"); }), "");
   put(*group, "c");
   group->commit();
-  const auto other = open_sqlite_store(file);
+  const auto other = database->open();
   EXPECT_EQ(other->get_wiki_pages("main").size(), 2);
   EXPECT_EQ(store.get_wiki_pages("main").size(), 2);
   EXPECT_EQ(stored("SELECT count(*) FROM passages"), 0);
-}
-
-// SQLite rolls back a transaction whose log it cannot write, with everything written before.
-TEST_F(StoreTransactionTest, AFailureThatRolledEverythingBackIsReported) {
-  put(store, "before");
-  {
-    const auto group = store.begin("store the page a");
-    put(*group, "a");
-    std::string failure;
-    std::optional<testing::FileSizeLimit> full_disk(std::in_place, std::size_t{256} * 1024);
-    for (int i = 0; i < 50 && failure.empty(); ++i)
-      failure = refusal([&] { put(*group, "big" + std::to_string(i), std::string(200'000, 'x')); });
-    full_disk.reset();
-    EXPECT_NE(failure, "") << "more than the cache holds goes to the log";
-    EXPECT_THAT(refusal([&] { put(*group, "c"); }), HasSubstr("rolled this transaction back"));
-    EXPECT_THAT(refusal([&] { group->commit(); }), HasSubstr("rolled this transaction back"));
-  }
-  EXPECT_EQ(store.get_wiki_pages("main").size(), 1);
-  put(store, "d");
-  EXPECT_EQ(open_sqlite_store(file)->get_wiki_pages("main").size(), 2);
-}
-
-TEST_F(StoreTransactionTest, ATransactionThatReadsFirstComesAfterAnothersCommit) {
-  expect_to_come_after_anothers_commit([&] {
-    const auto group = store.begin("store a page");
-    group->get_wiki_pages("main");
-    std::this_thread::yield();
-    put(*group, "a");
-    group->commit();
-  });
-}
-
-// A reader must not wait for a writer that hangs, so its source records are dropped.
-TEST_F(StoreTransactionTest, SourceRecordsAreNotStoredWhileAnotherProcessWrites) {
-  Connection other(file, SQLite::OPEN_READWRITE);
-  other.database().exec("BEGIN IMMEDIATE");
-  store.update_source_records({{"a", "1"}});
-  other.database().exec("COMMIT");
-  EXPECT_THAT(source_records(store), IsEmpty());
-  store.update_source_records({{"a", "1"}});
-  EXPECT_THAT(source_records(store), SizeIs(1));
 }
 
 TEST_F(StoreTransactionTest, GroupsOfThreadsComeOneAfterTheOther) {
