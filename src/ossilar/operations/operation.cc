@@ -108,10 +108,11 @@ std::string no_such_argument(const Operation& operation, const std::string& name
 }  // namespace
 
 const std::vector<Operation>& operations() {
-  static const std::vector<Operation> all{
-      list_pages(),   page_context(), read_page(), save_page(),   check_page(), confirm_page(), page_history(),
-      compare_versions(), restore_page(), sync(), affected(), cites(), rename_page(), remove_page(),
-      wiki_status(), search_wiki(), read_source(), find_symbol(), check_wiki()};
+  static const std::vector<Operation> all{list_pages(),   page_context(), read_page(),    save_page(),
+                                          check_page(),   confirm_page(), page_history(), compare_versions(),
+                                          restore_page(), sync(),         affected(),     cites(),
+                                          rename_page(),  remove_page(),  wiki_status(),  search_wiki(),
+                                          read_source(),  find_symbol(),  check_wiki()};
   return all;
 }
 

@@ -90,6 +90,15 @@ Map history_table() {
          {"description", "How many versions of each page are kept; the newest is the page itself"}}}});
 }
 
+// config.cc refuses a password in the same places.
+Map store_table() {
+  return table(
+      "Where a team keeps one wiki for several machines",
+      {{"url", matching("^postgresql://(?![^/]*:[^/]*@)(?!.*password=)",
+                        "The address of a PostgreSQL database, without a password: that belongs into "
+                        "~/.pgpass or PGPASSWORD")}});
+}
+
 Map steering() {
   const char* description =
       "What every page's author is told: who reads it, what matters, which words to use";
@@ -126,6 +135,7 @@ Map config_schema() {
       {{"wiki", wiki_table()},
        {"embedding", embedding_table()},
        {"history", history_table()},
+       {"store", store_table()},
        {"steering", steering()},
        {"page", list(page_table(), "Pages that are added to the plan or amended in it")}});
   Map whole{{"$schema", "http://json-schema.org/draft-07/schema#"}, {"title", "ossilar.toml"}};

@@ -172,7 +172,7 @@ bool rests_on(const Map& row, const std::set<std::string>& paths) {
   const Map hashes = utils::json_member(row, "source_hashes");
   for (const auto& [path, hash] : hashes.items())
     if (is_wanted(path)) return true;
-  const Map cache = utils::json_member(row, "build_cache");
+  const Map cache = Map::parse(utils::string_member(row, "build_cache"), nullptr, false);
   return any_path(utils::json_member(row, "citations")) || any_path(utils::member(cache, "lost"));
 }
 

@@ -475,10 +475,10 @@ WikiConfig parse_config(std::string_view text, const std::string& name) {
   const toml::table table = parse(utils::normalise_line_ends(text), name);
   WikiConfig config;
   read_table(name, "", table,
-             {{"store", [&](const At& at, const toml::node& node) { read_store(at, node, config); }},
-              {"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
+             {{"wiki", [&](const At& at, const toml::node& node) { read_wiki(at, node, config); }},
               {"embedding", [&](const At& at, const toml::node& node) { read_embedding(at, node, config); }},
               {"history", [&](const At& at, const toml::node& node) { read_history(at, node, config); }},
+              {"store", [&](const At& at, const toml::node& node) { read_store(at, node, config); }},
               {"steering", [&](const At& at, const toml::node& node) { read_steering(at, node, config); }},
               {"page", [&](const At& at, const toml::node& node) { read_pages(at, node, config); }}});
   return config;
