@@ -9,7 +9,7 @@
 #include "ossilar/search/embedder.h"
 #include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "support/retrieval.h"
 
 namespace ossilar {

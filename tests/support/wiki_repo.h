@@ -6,9 +6,9 @@
 
 #include "ossilar/store/sqlite/sqlite_store.h"
 #include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
 #include "ossilar/workers/wiki/host/saving.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/orchestrator.h"
 #include "support/temp_dir.h"
 

@@ -11,10 +11,10 @@
 #include "ossilar/cli/commands.h"
 #include "ossilar/cli/git_hook.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/host/open_wiki.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::cli {
 namespace {

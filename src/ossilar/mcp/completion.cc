@@ -8,8 +8,8 @@
 #include "ossilar/mcp/protocol/params.h"
 #include "ossilar/mcp/protocol/uri.h"
 #include "ossilar/utils/fold.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::mcp {
 namespace {

@@ -9,8 +9,8 @@
 #include "ossilar/mcp/protocol/params.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::mcp {

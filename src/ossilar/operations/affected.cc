@@ -1,6 +1,6 @@
-// Names the pages that rest on what a change touches. The rules are in workers/wiki/host/affected.cc; this
+// Names the pages that rest on what a change touches. The rules are in workers/wiki/asking/affected.cc; this
 // only reads what was typed and translates.
-#include "ossilar/workers/wiki/host/affected.h"
+#include "ossilar/workers/wiki/asking/affected.h"
 
 #include "ossilar/operations/doubts.h"
 #include "ossilar/operations/operation.h"

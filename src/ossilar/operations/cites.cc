@@ -1,5 +1,5 @@
-// Names the pages that cite a file. The rules are in workers/wiki/host/cites.cc; this only translates.
-#include "ossilar/workers/wiki/host/cites.h"
+// Names the pages that cite a file. The rules are in workers/wiki/asking/cites.cc; this only translates.
+#include "ossilar/workers/wiki/asking/cites.h"
 
 #include <algorithm>
 

@@ -4,7 +4,7 @@
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/utils/text.h"
-#include "ossilar/workers/wiki/host/history.h"
+#include "ossilar/workers/wiki/asking/page_versions.h"
 
 namespace ossilar::operations {
 namespace {

@@ -1,8 +1,8 @@
 // The author of a page says that its words still hold for the source as it is. The rules are in
-// workers/wiki/host/following.cc; this only translates.
+// workers/wiki/asking/following.cc; this only translates.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
-#include "ossilar/workers/wiki/host/following.h"
+#include "ossilar/workers/wiki/asking/following.h"
 
 namespace ossilar::operations {
 namespace {

@@ -11,9 +11,9 @@
 #include "ossilar/operations/session_following.h"
 #include "ossilar/operations/tokens.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/context_request.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/host/context_request.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 
 namespace ossilar::operations {
 namespace {

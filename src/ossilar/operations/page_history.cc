@@ -3,8 +3,8 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
-#include "ossilar/workers/wiki/host/history.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/page_versions.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::operations {
 namespace {

@@ -9,8 +9,8 @@
 #include "ossilar/operations/schemas.h"
 #include "ossilar/operations/session_following.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/sections.h"
 
 namespace ossilar::operations {

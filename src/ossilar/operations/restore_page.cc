@@ -3,7 +3,7 @@
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/saving_texts.h"
 #include "ossilar/operations/schemas.h"
-#include "ossilar/workers/wiki/host/history.h"
+#include "ossilar/workers/wiki/asking/page_versions.h"
 
 namespace ossilar::operations {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "ossilar/operations/schemas.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/text_check.h"
 #include "ossilar/workers/wiki/host/saving.h"
-#include "ossilar/workers/wiki/host/text_check.h"
 #include "ossilar/workers/wiki/pages/section_place.h"
 
 namespace ossilar::operations {

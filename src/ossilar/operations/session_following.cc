@@ -2,7 +2,7 @@
 #include "ossilar/operations/session_following.h"
 
 #include "ossilar/utils/logging.h"
-#include "ossilar/workers/wiki/host/following.h"
+#include "ossilar/workers/wiki/asking/following.h"
 
 namespace ossilar::operations {
 namespace {

@@ -1,11 +1,11 @@
 // Follows citations whose lines moved, on one page or on all. The rules are in
-// workers/wiki/host/following.cc; this only translates.
+// workers/wiki/asking/following.cc; this only translates.
 #include "ossilar/operations/doubts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/agent_answers.h"
-#include "ossilar/workers/wiki/host/following.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/following.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::operations {
 namespace {

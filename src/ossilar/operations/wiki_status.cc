@@ -4,7 +4,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::operations {
 namespace {

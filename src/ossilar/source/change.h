@@ -1,5 +1,5 @@
 // What a change changes: the files in which two states of a repository differ, and their texts on both sides.
-// workers/wiki/host/affected.cc asks which pages rest on them.
+// workers/wiki/asking/affected.cc asks which pages rest on them.
 //
 // Thread-safety: one thread at a time. Nothing is written, so a failure leaves nothing behind.
 #pragma once

@@ -6,7 +6,7 @@
 #include "ossilar/utils/text.h"
 #include "ossilar/web/address.h"
 #include "ossilar/web/html.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::web {
 namespace {

@@ -9,9 +9,9 @@
 #include "ossilar/utils/text.h"
 #include "ossilar/web/address.h"
 #include "ossilar/web/html.h"
+#include "ossilar/workers/wiki/asking/what_changed.h"
 #include "ossilar/workers/wiki/citing/claims.h"
 #include "ossilar/workers/wiki/finalize.h"
-#include "ossilar/workers/wiki/host/what_changed.h"
 #include "ossilar/workers/wiki/plan/page_diagrams.h"
 
 namespace ossilar::web {

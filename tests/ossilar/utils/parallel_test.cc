@@ -10,7 +10,7 @@ namespace ossilar::utils {
 namespace {
 
 TEST(InParallel, DoesEachPartOnce) {
-  for (const std::size_t count : {0, 1, 2, 1000}) {
+  for (const std::size_t count : {0U, 1U, 2U, 1000U}) {
     std::vector<std::atomic<int>> done(count);
     in_parallel(count, [&](std::size_t i) { ++done.at(i); });
     for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(done[i], 1) << i << " of " << count;

@@ -3,7 +3,7 @@
 //
 // Commands and sessions ask refuse_request() before they save (operations/save_page.cc). not_planned()
 // answers a save of such a page (agent_save.cc, host/orchestrator.cc) and a question about it
-// (host/wiki_reader.cc).
+// (asking/wiki_reader.cc).
 //
 // Threads: functions without state, to be called from any thread. Failures: a refusal is the answer that is
 // returned; by then nothing has been written.

@@ -3,7 +3,7 @@
 //
 // A save records former titles (agent_save.cc, host/orchestrator.cc), the title index looks pages up by them
 // (host/title_index.cc), and a page's record takes them to clones (pages/page_record.cc). Former ids come by
-// check/renaming.cc, and host/wiki_reader.cc looks pages up by them. The build cache is read here for
+// check/renaming.cc, and asking/wiki_reader.cc looks pages up by them. The build cache is read here for
 // page_title.cc, citing/page_state.cc and check/adoption.cc as well.
 //
 // Threads: functions without state, to be called from any thread. Failures: none; a damaged cache is empty.

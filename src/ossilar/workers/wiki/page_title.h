@@ -1,6 +1,6 @@
 // The title of a page: planned, or chosen by an agent.
 //
-// A save settles it twice, in its draft and again under the write lock (agent_save.cc); host/wiki_reader.cc
+// A save settles it twice, in its draft and again under the write lock (agent_save.cc); asking/wiki_reader.cc
 // settles it for the context of a page. The other callers ask agent_title() to carry a chosen title on.
 //
 // Threads: functions without state; the plan handed in belongs to the caller. Failures: a title that cannot

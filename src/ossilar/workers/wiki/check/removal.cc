@@ -7,10 +7,10 @@
 #include "ossilar/utils/files.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/agent_answers.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/check/adoption.h"
 #include "ossilar/workers/wiki/check/page_file.h"
 #include "ossilar/workers/wiki/digests.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/pages/link_targets.h"
 
 namespace ossilar::workers::wiki {

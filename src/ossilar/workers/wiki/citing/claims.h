@@ -3,7 +3,7 @@
 //
 // What is remembered of a claim travels in two places, the page's row (column `citations`) and the record in
 // its file (pages/page_record.h). The save makes both (host/orchestrator.cc); page_state.cc and
-// host/following.cc read the row, check/adoption.cc the record.
+// asking/following.cc read the row, check/adoption.cc the record.
 //
 // Thread-safety: plain values and functions without state; any thread may use them. Failures: what an author
 // or a hand wrote is read as something; a row of an earlier format gives claims of which less is known.

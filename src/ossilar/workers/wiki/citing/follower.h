@@ -1,5 +1,5 @@
 // Follows citations from what was cited to the sources as they are. page_state.cc asks for the state of each
-// page, the save (host/orchestrator.cc) for what its author has to be told, host/following.cc for the new
+// page, the save (host/orchestrator.cc) for what its author has to be told, asking/following.cc for the new
 // lines.
 //
 // The rules are those of follow.h; here is where both versions of a file come from, and which file a file was

@@ -1,7 +1,7 @@
 // The state of each page, and why: whether what it cites is still what it cited, and whether what it rests on
 // is still the same.
 //
-// Commands and sessions ask through host/wiki_reader.cc, `ossilar check` in check/inspection.cc. Saves take
+// Commands and sessions ask through asking/wiki_reader.cc, `ossilar check` in check/inspection.cc. Saves take
 // the hashes that staleness compares from here too (host/orchestrator.cc), so both sides agree on their form.
 //
 // Thread-safety: pure functions over snapshots, any thread may call. Nothing is stored. A row whose JSON text

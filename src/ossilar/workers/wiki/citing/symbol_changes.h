@@ -1,5 +1,5 @@
 // Which functions and types of a file were added, removed or changed between two versions of it: what the
-// author of a page is told of the rest of a file that it cites (host/what_changed.cc).
+// author of a page is told of the rest of a file that it cites (asking/what_changed.cc).
 //
 // Thread-safety: a function without state; any thread may call. Nothing here fails.
 #pragma once

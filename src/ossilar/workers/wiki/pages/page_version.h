@@ -1,7 +1,7 @@
 // Versions of a page as agents name them, and the refusal of a save that was meant for another version
 // (`if_version`).
 //
-// host/orchestrator.cc reads the standing page for each draft and commit, and refuses; host/wiki_reader.cc
+// host/orchestrator.cc reads the standing page for each draft and commit, and refuses; asking/wiki_reader.cc
 // puts each page that it hands out into ReadTexts, of which each Wiki has one. Nothing here is written to
 // disk.
 #pragma once

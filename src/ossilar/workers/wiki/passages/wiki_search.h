@@ -1,6 +1,6 @@
 // Searching the passages of a wiki: by words and by vectors, with both rankings joined.
 //
-// `ossilar search` and the tool search_wiki of a session get here through host/wiki_reader.cc. Nothing is
+// `ossilar search` and the tool search_wiki of a session get here through asking/wiki_reader.cc. Nothing is
 // written but words that wait to be indexed (store::WikiStore::match_words()).
 //
 // Thread-safety: no state; any thread may call, with a task of its own.

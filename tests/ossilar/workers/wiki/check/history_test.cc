@@ -1,6 +1,7 @@
 // What the history of a page tells after everything that can happen to it. One law holds in all tests: the
 // newest version of a stored page is its page file, and the row is about it.
 #include "ossilar/workers/wiki/host/history.h"
+#include "ossilar/workers/wiki/asking/page_versions.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,10 +9,10 @@
 #include <filesystem>
 
 #include "findings.h"
+#include "ossilar/workers/wiki/asking/following.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
 #include "ossilar/workers/wiki/check/removal.h"
 #include "ossilar/workers/wiki/check/renaming.h"
-#include "ossilar/workers/wiki/host/following.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 #include "support/hooked_store.h"
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "findings.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "support/hooked_store.h"
 
 namespace ossilar::workers::wiki {

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "findings.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
 #include "ossilar/workers/wiki/check/removal.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
 #include "ossilar/workers/wiki/pages/page_record.h"
 #include "support/hooked_store.h"
 

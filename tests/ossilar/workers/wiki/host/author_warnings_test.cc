@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ossilar/workers/wiki/host/text_check.h"
+#include "ossilar/workers/wiki/asking/text_check.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {

@@ -1,6 +1,6 @@
 // A focus is looked up as a file, as a heading, and as a symbol, in this order: the first two are exact, and
 // a symbol may have any name.
-#include "ossilar/workers/wiki/host/context_request.h"
+#include "ossilar/workers/wiki/asking/context_request.h"
 
 #include <algorithm>
 

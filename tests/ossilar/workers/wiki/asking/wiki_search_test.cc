@@ -1,5 +1,5 @@
 #include "ossilar/workers/wiki/passages/wiki_search.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 #include <SQLiteCpp/Database.h>
 #include <gmock/gmock.h>

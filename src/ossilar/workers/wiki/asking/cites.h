@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/asking/placed_claims.h"
 #include "ossilar/workers/wiki/citing/follow.h"
-#include "ossilar/workers/wiki/host/placed_claims.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 
 namespace ossilar::workers::wiki {

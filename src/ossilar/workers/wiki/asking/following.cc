@@ -1,7 +1,7 @@
 // Only labels are replaced, at the places where CommonMark reads them as links, so code that shows a citation
 // stays as it is. Everything else is the save's: the new lines are checked, linked and fingerprinted like
 // those of any author, and the page must still be the version that was read.
-#include "ossilar/workers/wiki/host/following.h"
+#include "ossilar/workers/wiki/asking/following.h"
 
 #include <algorithm>
 #include <exception>

@@ -5,7 +5,7 @@
 #include <atomic>
 
 #include "ossilar/search/http_embedder.h"
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/passages/reembedding.h"
 #include "support/http_server.h"
 #include "support/wiki_repo.h"

@@ -1,14 +1,14 @@
 // Reads without the write lock: the store gives rows as snapshots, and a page file is replaced whole, so no
 // read sees half a write. Two reads may be of different moments, though, as a save can finish in between.
 // Therefore read_page() takes text and version from one read of the file and asks no row for the version.
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "ossilar/utils/files.h"
 #include "ossilar/workers/wiki/agent_answers.h"
-#include "ossilar/workers/wiki/host/what_changed.h"
+#include "ossilar/workers/wiki/asking/what_changed.h"
 #include "ossilar/workers/wiki/link_text.h"
 #include "ossilar/workers/wiki/page_title.h"
 

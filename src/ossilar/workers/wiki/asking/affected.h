@@ -11,8 +11,8 @@
 
 #include "ossilar/source/change.h"
 #include "ossilar/utils/task.h"
+#include "ossilar/workers/wiki/asking/placed_claims.h"
 #include "ossilar/workers/wiki/citing/page_state.h"
-#include "ossilar/workers/wiki/host/placed_claims.h"
 #include "ossilar/workers/wiki/host/wiki.h"
 
 namespace ossilar::workers::wiki {

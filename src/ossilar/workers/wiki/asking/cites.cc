@@ -1,5 +1,5 @@
 // Claims about files that are gone are followed too: the file may be the new name of one of them.
-#include "ossilar/workers/wiki/host/cites.h"
+#include "ossilar/workers/wiki/asking/cites.h"
 
 #include <string_view>
 #include <utility>

@@ -1,6 +1,6 @@
 // The diff is between the cited text and what stands in its place, with the file's own line numbers in the
 // labels above it. A long one is cut: what the whole change was, the author reads in the source.
-#include "ossilar/workers/wiki/host/what_changed.h"
+#include "ossilar/workers/wiki/asking/what_changed.h"
 
 #include <map>
 #include <optional>

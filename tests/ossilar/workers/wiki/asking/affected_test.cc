@@ -1,11 +1,11 @@
-#include "ossilar/workers/wiki/host/affected.h"
+#include "ossilar/workers/wiki/asking/affected.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/process.h"
-#include "ossilar/workers/wiki/host/cites.h"
+#include "ossilar/workers/wiki/asking/cites.h"
 #include "support/wiki_repo.h"
 
 namespace ossilar::workers::wiki {

@@ -1,6 +1,6 @@
 // The rules are those of a draft (orchestrator.cc, _finalize): a text that is judged otherwise here than by
 // the save would send its author in circles.
-#include "ossilar/workers/wiki/host/text_check.h"
+#include "ossilar/workers/wiki/asking/text_check.h"
 
 #include <map>
 #include <optional>

@@ -1,5 +1,5 @@
 // The row is asked first: of thousands of pages only those with such a claim are read.
-#include "ossilar/workers/wiki/host/placed_claims.h"
+#include "ossilar/workers/wiki/asking/placed_claims.h"
 
 #include <algorithm>
 #include <utility>

@@ -3,7 +3,7 @@
 //
 // A side of a commit is an index of the files in question without their symbols. Symbols only tell `changed`
 // from `gone`, and a file's text has to lie on disk for the symbol tool.
-#include "ossilar/workers/wiki/host/affected.h"
+#include "ossilar/workers/wiki/asking/affected.h"
 
 #include <algorithm>
 #include <map>

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ossilar/workers/wiki/host/wiki_reader.h"
+#include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::workers::wiki {
 

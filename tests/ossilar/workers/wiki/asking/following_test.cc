@@ -1,4 +1,4 @@
-#include "ossilar/workers/wiki/host/following.h"
+#include "ossilar/workers/wiki/asking/following.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
