@@ -1,5 +1,6 @@
 // What reading a wiki in a browser costs as it grows: a page of 20 KB from a server that runs, until its first byte and
-// whole; and an export, cold, with nothing changed, and after one save. Prints figures and asserts nothing.
+// whole; and an export, cold, with nothing changed, and after one save. Beside them what a public server of documentation
+// and a public site generator make of the same pages. Prints figures and asserts nothing.
 //   OSSILAR_PROGRAM=... tests/clients/node bench/web_bench.mjs [MOST-PAGES]
 import { execFileSync, spawn } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
@@ -10,6 +11,7 @@ import { createInterface } from 'node:readline';
 import { program } from '../tests/clients/wiki.mjs';
 import { numbers, pageText, percentile, printTable, timed, write } from './support.mjs';
 import { commitAll, writeTree } from './tree.mjs';
+import { generateSite, servePages } from './web_peers.mjs';
 
 const SIZES = [10, 1_000, 10_000].filter((pages) => pages <= Number(process.argv[2] ?? 10_000));
 const READS = 300;
@@ -41,6 +43,28 @@ const read = (url, agent) =>
     }).on('error', reject);
   });
 
+async function readPages(addressOf, pages, agent) {
+  const reads = [];
+  for (const i of numbers(READS)) {
+    const one = await read(addressOf((i * 7919) % pages), agent);
+    if (one.status !== 200) throw new Error(`status ${one.status}`);
+    reads.push(one);
+  }
+  return reads;
+}
+
+// The same pages, from the folder of the wiki.
+async function measurePeers(root, pages) {
+  const folder = join(root, 'wiki/pages');
+  const agent = new Agent({ keepAlive: true });
+  const reads = await servePages(folder, (url) => readPages((page) => `${url}page${page}.md`, pages, agent));
+  agent.destroy();
+  return {
+    'markserv whole p50 ms': percentile(reads.map((each) => each.whole), 50),
+    'eleventy s': await generateSite(folder),
+  };
+}
+
 async function measure(pages) {
   const root = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
   const site = mkdtempSync(join(tmpdir(), 'ossilar-site-'));
@@ -56,12 +80,7 @@ async function measure(pages) {
     }
     const start = performance.now() - begun;
     const agent = new Agent({ keepAlive: true });
-    const reads = [];
-    for (const i of numbers(READS)) {
-      const one = await read(`${url}pages/page${(i * 7919) % pages}.html`, agent);
-      if (one.status !== 200) throw new Error(`status ${one.status}`);
-      reads.push(one);
-    }
+    const reads = await readPages((page) => `${url}pages/page${page}.html`, pages, agent);
     const memory = Number(/VmRSS:\s+(\d+) kB/.exec(readFileSync(`/proc/${server.pid}/status`, 'utf8'))[1]) / 1024;
     agent.destroy();
     server.kill('SIGTERM');
@@ -81,6 +100,7 @@ async function measure(pages) {
       'export s': cold / 1000,
       'unchanged s': unchanged / 1000,
       'one saved s': saved / 1000,
+      ...(await measurePeers(root, pages)),
     };
   } finally {
     for (const folder of [root, site]) rmSync(folder, { recursive: true, force: true });
