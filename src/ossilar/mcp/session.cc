@@ -175,8 +175,9 @@ std::string canonical(const std::string& uri) {
 // A name is for people to read in a page's history; what does not fit on a line of it is left out.
 std::string client_name(const Map& info) {
   constexpr std::size_t kLongestName = 100;
+  const std::string name = utils::string_member(info, "name");
   std::string line;
-  for (const std::string_view word : utils::split_words(utils::string_member(info, "name")))
+  for (const std::string_view word : utils::split_words(name))
     line += (line.empty() ? "" : " ") + std::string(word);
   return utils::printable(utils::utf8_prefix(line, kLongestName));
 }

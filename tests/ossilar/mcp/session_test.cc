@@ -69,6 +69,19 @@ std::string replies_to(const WikiRepo& repo, const std::string& lines) {
   return repo.dir.read("replies");
 }
 
+// A name that does not fit into the string object itself, with what would break a line.
+TEST(Session, TheHistoryNamesTheClientOnOneLine) {
+  const WikiRepo repo;
+  McpClient client(repo.dir.path(), "");
+  client.call("initialize", Map{{"protocolVersion", "2025-11-25"},
+                                {"clientInfo", {{"name", "  an editor\nwith\tagents \u001b[1m in it "}}}});
+  client.notify("notifications/initialized", Map::object());
+  client.tool("save_page", save_arguments("alpha", WikiRepo::text_about("alpha")));
+  const Map history = client.tool("page_history", Map{{"page_id", "alpha"}});
+  EXPECT_THAT(history.at("versions").at(0).at("client").get<std::string>(),
+              ::testing::MatchesRegex("an editor with agents .* in it"));
+}
+
 TEST(Session, AnswersAwkwardLinesAsTheProtocolHasIt) {
   const WikiRepo repo;
   const std::vector<Map> rows = testing::rows_of("mcp/lines.txt");
