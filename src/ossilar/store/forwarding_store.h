@@ -129,6 +129,16 @@ class Forwarding : public Interface {
   void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
     target_.move_versions(branch, from, to);
   }
+  PageClaim claim_page(const std::string& branch, const PageClaim& claim, std::int64_t now) override {
+    return target_.claim_page(branch, claim, now);
+  }
+  void release_page(const std::string& branch, const std::string& page_id,
+                    const std::string& holder) override {
+    target_.release_page(branch, page_id, holder);
+  }
+  std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) override {
+    return target_.page_claims(branch, now);
+  }
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }

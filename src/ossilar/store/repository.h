@@ -171,6 +171,15 @@ struct PageVersion {
   std::string text = {};     // of the whole page file; "" for a page that was removed
 };
 
+// Says that somebody is at work on a page until a moment, so that others take another one. A claim is advice:
+// no write of a page asks for it.
+struct PageClaim {
+  std::string page_id = {};
+  std::string holder = {};  // names the session that holds it; opaque to the store
+  std::string client = {};  // the session's program, "" if nobody knows
+  std::int64_t until = 0;   // seconds since 1970; from then on nobody holds it
+};
+
 class StoreTransaction;
 
 // Everything that is stored of a wiki. Owned by Wiki (host/wiki.h); check/ opens one of its own to look for
@@ -304,6 +313,18 @@ class WikiStore : public Repository {
   // Makes the versions of `from` those of `to`. If `to` has some of its own, as a page that was removed has,
   // they stay the older ones, and the moved ones are numbered on after them.
   virtual void move_versions(const std::string& branch, const std::string& from, const std::string& to) = 0;
+
+  // Claims, at most one of a page. `now`, in seconds since 1970, is the caller's clock, so machines that
+  // share a store should agree on the time. Claims are committed but not synced: power loss may free a page.
+  //
+  // Gives the page to the holder of `claim`, or prolongs what it holds, unless another holds the page `now`;
+  // gives the claim that stands then. Of several callers one gets a page. Drops the branch's ended claims.
+  virtual PageClaim claim_page(const std::string& branch, const PageClaim& claim, std::int64_t now) = 0;
+  // Frees the page if `holder` holds it, else does nothing.
+  virtual void release_page(const std::string& branch, const std::string& page_id,
+                            const std::string& holder) = 0;
+  // Those that stand `now`, by page id.
+  virtual std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) = 0;
 
   // None before the branch's first save.
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;

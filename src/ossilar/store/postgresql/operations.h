@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "ossilar/store/postgresql/claims.h"
 #include "ossilar/store/postgresql/facts.h"
 #include "ossilar/store/postgresql/history.h"
 #include "ossilar/store/postgresql/passages.h"
@@ -175,6 +176,19 @@ class Operations : public Interface {
   void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
     write("move the history of the page " + from,
           [&](Session& session) { renumber_versions(session, branch, from, to); });
+  }
+
+  PageClaim claim_page(const std::string& branch, const PageClaim& claim, std::int64_t now) override {
+    return write("claim the page " + claim.page_id,
+                 [&](Session& session) { return write_claim(session, branch, claim, now); });
+  }
+  void release_page(const std::string& branch, const std::string& page_id,
+                    const std::string& holder) override {
+    run_soon("release the page " + page_id, releasing(branch, page_id, holder));
+  }
+  std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) override {
+    return read("read the claims of the branch " + branch,
+                [&](Session& session) { return read_claims(session, branch, now); });
   }
 
   void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {

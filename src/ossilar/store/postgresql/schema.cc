@@ -157,6 +157,17 @@ CREATE TEXT SEARCH DICTIONARY stems (TEMPLATE = snowball, Language = english);
 CREATE TEXT SEARCH CONFIGURATION words (PARSER = default);
 ALTER TEXT SEARCH CONFIGURATION words ADD MAPPING FOR asciiword, word, numword WITH stems;
 ALTER TEXT SEARCH CONFIGURATION words ADD MAPPING FOR int, uint, float, sfloat, version WITH simple;
+)sql",
+                            // Who is at work on which page.
+                            R"sql(
+CREATE TABLE page_claims (
+  branch text NOT NULL,
+  page_id text NOT NULL,
+  holder text NOT NULL,
+  client text NOT NULL,
+  until bigint NOT NULL,
+  PRIMARY KEY (branch, page_id)
+);
 )sql"};
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -12,6 +12,7 @@
 
 #include "ossilar/store/repository.h"
 #include "ossilar/store/sqlite/branch_facts.h"
+#include "ossilar/store/sqlite/claims.h"
 #include "ossilar/store/sqlite/connection.h"
 #include "ossilar/store/sqlite/damage.h"
 #include "ossilar/store/sqlite/history.h"
@@ -278,6 +279,24 @@ class SqliteOperations : public Interface {
   void move_versions(const std::string& branch, const std::string& from, const std::string& to) override {
     write("move the history of the page " + from,
           [&](Connection& connection) { renumber_versions(connection, branch, from, to); });
+  }
+
+  PageClaim claim_page(const std::string& branch, const PageClaim& claim, std::int64_t now) override {
+    PageClaim standing;
+    write_soon("claim the page " + claim.page_id,
+               [&](Connection& connection) { standing = write_claim(connection, branch, claim, now); });
+    return standing;
+  }
+
+  void release_page(const std::string& branch, const std::string& page_id,
+                    const std::string& holder) override {
+    write_soon("release the page " + page_id,
+               [&](Connection& connection) { drop_claim(connection, branch, page_id, holder); });
+  }
+
+  std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) override {
+    return read("read the claims of the branch " + branch,
+                [&](Connection& connection) { return read_claims(connection, branch, now); });
   }
 
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {

@@ -268,6 +268,17 @@ BEGIN
 )sql" OSSILAR_NOTE_NEW_PATHS R"sql(
 END;
 )sql" OSSILAR_NOTE_PATHS("pages", "pages,", ""),
+    // Who is at work on which page.
+    R"sql(
+CREATE TABLE page_claims (
+  branch TEXT NOT NULL,
+  page_id TEXT NOT NULL,
+  holder TEXT NOT NULL,
+  client TEXT NOT NULL,
+  until INTEGER NOT NULL,
+  PRIMARY KEY (branch, page_id)
+) STRICT;
+)sql",
 };
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -27,8 +27,10 @@ TEST(SchemaTest, AnOlderFileLearnsWhatItsPagesRestOn) {
   {
     SQLite::Database former(file, SQLite::OPEN_READWRITE);
     const int version = former.execAndGet("PRAGMA user_version").getInt();
-    former.exec("DROP TRIGGER rest_of_new; DROP TRIGGER rest_of_changed; DROP TABLE rests_on");
-    former.exec("PRAGMA user_version = " + std::to_string(version - 1));
+    former.exec(
+        "DROP TRIGGER rest_of_new; DROP TRIGGER rest_of_changed; DROP TABLE rests_on;"
+        " DROP TABLE page_claims");
+    former.exec("PRAGMA user_version = " + std::to_string(version - 2));
   }
   const auto store = open_sqlite_store(file);
   for (const char* path : {"source", "cited", "lost"})
