@@ -11,6 +11,7 @@ const ARGUMENTS = {
   affected: {},
   check_page: { page_id: 'alpha', content: pageAbout('alpha') },
   check_wiki: { only: ['stale', 'citations'] },
+  claim_page: { page_id: 'alpha', minutes: 1 },
   compare_versions: { page_id: 'alpha' },
   confirm_page: { page_id: 'alpha' },
   find_citations: { path: 'src/alpha.cpp' },
@@ -29,7 +30,7 @@ const ARGUMENTS = {
   wiki_status: {},
 };
 
-const WRITING = ['confirm_page', 'remove_page', 'rename_page', 'restore_page', 'save_page', 'sync_pages'];
+const WRITING = ['claim_page', 'confirm_page', 'remove_page', 'rename_page', 'restore_page', 'save_page', 'sync_pages'];
 
 // Gives its document once, as text, unless it is asked for structured content.
 const TEXT_ONCE = 'page_context';

@@ -18,6 +18,7 @@ export const TOOLS = [
   'affected',
   'check_page',
   'check_wiki',
+  'claim_page',
   'compare_versions',
   'confirm_page',
   'find_citations',
@@ -38,9 +39,10 @@ export const TOOLS = [
 
 const source = (word) => Array.from({ length: 10 }, (_, i) => `int ${word}${i + 1}();\n`).join('');
 
-const config = ['alpha', 'beta']
-  .map((id) => `[[page]]\nid = "${id}"\ntitle = "${id}"\ntype = "module"\nsources = ["src/${id}.cpp"]\n`)
-  .join('');
+const modules = (words) =>
+  words
+    .map((id) => `[[page]]\nid = "${id}"\ntitle = "${id}"\ntype = "module"\nsources = ["src/${id}.cpp"]\n`)
+    .join('');
 
 // An empty folder that is removed when test `t` ends.
 export function makeFolder(t) {
@@ -49,8 +51,8 @@ export function makeFolder(t) {
   return folder;
 }
 
-// A git repository with two sources and a wiki that plans the pages alpha and beta; removed when test `t` ends.
-export function makeWiki(t) {
+// A git repository with a source for each word and a wiki that plans a page for each; removed when test `t` ends.
+export function makeWiki(t, { words = ['alpha', 'beta'] } = {}) {
   const root = makeFolder(t);
   const write = (path, text) => {
     mkdirSync(dirname(join(root, path)), { recursive: true });
@@ -60,8 +62,8 @@ export function makeWiki(t) {
     execFileSync('git', ['-C', root, '-c', 'user.name=t', '-c', 'user.email=t@example.org', ...args], {
       stdio: 'pipe',
     });
-  for (const word of ['alpha', 'beta']) write(`src/${word}.cpp`, source(word));
-  write('ossilar.toml', config);
+  for (const word of words) write(`src/${word}.cpp`, source(word));
+  write('ossilar.toml', modules(words));
   git('init', '--quiet', '--initial-branch=main');
   git('add', '.');
   git('commit', '--quiet', '--no-gpg-sign', '--message=sources');

@@ -225,6 +225,14 @@ void print_doubtful(const Map& status, Output& output) {
   }
 }
 
+void print_claims(const Map& claims, Output& output) {
+  for (const Map& claim : claims) {
+    output.line("claimed     " + output.styled(Style::bold, text_at(claim, "page_id")) + "  by " +
+                text_at(claim, "client") + " (" + text_at(claim, "holder") + ") until " +
+                text_at(claim, "until"));
+  }
+}
+
 void print_status(const Given& given, Output& output) {
   const Map& status = given.value;
   const Map& pages = status.at("pages");
@@ -243,6 +251,7 @@ void print_status(const Given& given, Output& output) {
   output.line("pages       " + counts);
   output.line("last write  " + (write.empty() ? std::string("none on this branch")
                                               : text_at(write, "at") + " by " + text_at(write, "by")));
+  print_claims(status.at("claims"), output);
   print_doubtful(status, output);
 }
 

@@ -8,9 +8,12 @@
 // no work is done under it, but listen() writes its acknowledgement.
 #include "ossilar/mcp/session.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <random>
 
 #include "ossilar/mcp/prompts.h"
 #include "ossilar/mcp/protocol/params.h"
@@ -172,6 +175,10 @@ std::string canonical(const std::string& uri) {
   return resource ? page_uri(resource->name) : uri;
 }
 
+// Eight digits tell the few sessions of a wiki apart and are short enough for people to read and agents to
+// repeat. It is no secret: a claim is advice.
+std::string random_name() { return fmt::format("{:08x}", std::random_device()()); }
+
 // A name is for people to read in a page's history; what does not fit on a line of it is left out.
 std::string client_name(const Map& info) {
   constexpr std::size_t kLongestName = 100;
@@ -199,7 +206,11 @@ struct Session::UnderWay {
 };
 
 Session::Session(Service& service, std::shared_ptr<Outlet> output)
-    : service_(service), output_(std::move(output)), log_level_(kNothing), subscriptions_(output_) {}
+    : service_(service),
+      output_(std::move(output)),
+      name_(random_name()),
+      log_level_(kNothing),
+      subscriptions_(output_) {}
 
 std::shared_ptr<Session> Session::begin(Service& service, std::shared_ptr<Outlet> output) {
   std::shared_ptr<Session> session(new Session(service, std::move(output)));
@@ -417,7 +428,8 @@ std::optional<Map> Session::result_of(const Request& request, const Speaker& spe
   }
   if (request.method != kCallTool)
     return find_method(request.method)->answer(service_.provider(), speaker.revision, request.params);
-  Map result = call_tool(service_.provider(), speaker.revision, request.params, speaker.client, task);
+  Map result = call_tool(service_.provider(), speaker.revision, request.params,
+                         {.client = speaker.client, .session = name_}, task);
   service_.watch()
       .wake();  // it may have been a save, whose subscribers should not wait for the next regular look
   return result;

@@ -98,6 +98,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
   Service& service_;
   const std::shared_ptr<Outlet> output_;
+  const std::string name_;          // by which the claims of this session are told from others'
   std::optional<Revision> agreed_;  // by `initialize`; the receiving thread's, as are the next two
   std::string client_;              // its name as `initialize` gave it
   std::size_t line_bytes_ = 0;      // of the line at hand

@@ -96,15 +96,18 @@ std::vector<std::string> notes_on(const std::string& kept) {
 // Opening the wiki is inside the `try`: a repository that was never set up is for the agent to read, too.
 // Cancelled is no std::exception and passes.
 Answered run(const Operation& tool, workers::wiki::WikiProvider& provider, const Map& arguments,
-             const std::string& client, utils::Task& task) {
+             const ToolCaller& caller, utils::Task& task) {
   if (const auto fault = operations::misfit(tool, arguments, Caller::session))
     return {Map{{"error", *fault}}};
   if (tool.refuse != nullptr) {
     if (auto refusal = tool.refuse(arguments)) return {*std::move(refusal)};
   }
   try {
-    operations::Result result =
-        tool.call({.wiki = *provider.get(), .arguments = arguments, .task = task, .client = client});
+    operations::Result result = tool.call({.wiki = *provider.get(),
+                                           .arguments = arguments,
+                                           .task = task,
+                                           .client = caller.client,
+                                           .session = caller.session});
     auto notes = std::move(result.notes);
     for (std::string& note : notes_on(result.kept)) notes.push_back(std::move(note));
     return {result.failure ? error_of(result.failure) : std::move(result.value), std::move(notes)};
@@ -124,14 +127,14 @@ Map list_tools(workers::wiki::WikiProvider& /*provider*/, Revision revision, con
 }
 
 Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Map& params,
-              const std::string& client, utils::Task& task) {
+              const ToolCaller& caller, utils::Task& task) {
   const std::string name = required_string(params, "name");
   const Map& arguments = optional_object(params, "arguments");
   const Operation* tool = find_tool(name);
   if (tool == nullptr) throw ProtocolError(error_code::kInvalidParams, "there is no tool '" + name + "'");
   const bool is_structured =
       !tool->is_text_once || utils::member(arguments, operations::kStructured) == Map(true);
-  return result_of(*tool, run(*tool, provider, without_nulls(arguments), client, task), is_structured,
+  return result_of(*tool, run(*tool, provider, without_nulls(arguments), caller, task), is_structured,
                    revision);
 }
 

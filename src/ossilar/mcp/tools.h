@@ -14,6 +14,11 @@
 
 namespace ossilar::mcp {
 
+struct ToolCaller {
+  std::string client;   // the client's name, for the history of what it writes
+  std::string session;  // names the session, for claims of pages
+};
+
 // The result of `tools/list`: all tools in one portion. Throws ProtocolError for a cursor. Does not use the
 // wiki.
 Map list_tools(workers::wiki::WikiProvider& provider, Revision revision, const Map& params);
@@ -21,9 +26,8 @@ Map list_tools(workers::wiki::WikiProvider& provider, Revision revision, const M
 // The result of `tools/call`: what the operation gave, or a result with `isError` for arguments that do not
 // fit and for whatever failed in it. `task` may cancel and watch the call. Throws ProtocolError for a tool
 // that does not exist; utils::Cancelled passes.
-// `client` is its name, for the history of what it writes.
 Map call_tool(workers::wiki::WikiProvider& provider, Revision revision, const Map& params,
-              const std::string& client, utils::Task& task);
+              const ToolCaller& caller, utils::Task& task);
 
 // The scheduler's key for a call with these params: calls with the same key run one after the other. "" for a
 // call that may run beside any. Never throws, also for params that call_tool() refuses.

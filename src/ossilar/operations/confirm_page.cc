@@ -1,5 +1,6 @@
 // The author of a page says that its words still hold for the source as it is. The rules are in
 // workers/wiki/asking/following.cc; this only translates.
+#include "ossilar/operations/claim_texts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
 #include "ossilar/workers/wiki/asking/following.h"
@@ -8,10 +9,12 @@ namespace ossilar::operations {
 namespace {
 
 Result call_confirm_page(const Asked& asked) {
-  return {.value = workers::wiki::confirm_page(asked.wiki, utils::string_member(asked.arguments, "page_id"),
-                                               optional_text(asked.arguments, "section"),
-                                               optional_text(asked.arguments, "if_version"), asked.client,
-                                               asked.task)};
+  const std::string page_id = utils::string_member(asked.arguments, "page_id");
+  Result result{.value = workers::wiki::confirm_page(
+                    asked.wiki, page_id, optional_text(asked.arguments, "section"),
+                    optional_text(asked.arguments, "if_version"), asked.client, asked.task)};
+  if (utils::member(result.value, "saved") == Map(true)) result.notes = settle_claim(asked, page_id);
+  return result;
 }
 
 }  // namespace
@@ -37,7 +40,8 @@ Operation confirm_page() {
                     {.name = "if_version",
                      .option = "--if-version",
                      .value = "VERSION",
-                     .schema = text("confirm only if the page still has this version")}},
+                     .schema = text("confirm only if the page still has this version")},
+                    holder_argument()},
       .output_schema =
           object({{"saved", flag("true: the confirmation is on disk")},
                   {"page_id", text("the page")},

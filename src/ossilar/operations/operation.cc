@@ -17,6 +17,7 @@ namespace ossilar::operations {
 Operation affected();
 Operation check_page();
 Operation check_wiki();
+Operation claim_page();
 Operation cites();
 Operation compare_versions();
 Operation confirm_page();
@@ -112,7 +113,7 @@ const std::vector<Operation>& operations() {
                                           check_page(),   confirm_page(), page_history(), compare_versions(),
                                           restore_page(), sync(),         affected(),     cites(),
                                           rename_page(),  remove_page(),  wiki_status(),  search_wiki(),
-                                          read_source(),  find_symbol(),  check_wiki()};
+                                          read_source(),  find_symbol(),  check_wiki(),   claim_page()};
   return all;
 }
 

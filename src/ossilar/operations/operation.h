@@ -31,6 +31,8 @@ struct Asked {
   utils::Task& task;     // cancels and watches the call
   Caller caller = Caller::session;
   std::string client = {};  // who asks, for the history of what is written
+  // Names the session, for claims of pages; "" in the shell, which claims none.
+  std::string session = {};
 };
 
 struct Result {

@@ -3,6 +3,7 @@
 //
 // A failure that is no answer (a full disk) is returned together with the name of the file that keeps the
 // text. Thrown alone, it would tell the author that the save failed and not that the text is still there.
+#include "ossilar/operations/claim_texts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/saving_texts.h"
 #include "ossilar/operations/schemas.h"
@@ -37,6 +38,9 @@ Result call_save_page(const Asked& asked) {
   if (!outcome.version.empty()) {
     result.notes.push_back("The page has version " + outcome.version +
                            " now; pass it as if_version to save onto it.");
+  }
+  if (utils::member(result.value, "saved") == Map(true)) {
+    for (std::string& note : settle_claim(asked, request.page_id)) result.notes.push_back(std::move(note));
   }
   return result;
 }
@@ -87,7 +91,8 @@ Operation save_page() {
             .value = {},
             .schema = flag("check the page and write nothing"),
             .in_session = false,
-            .flag = true}}),
+            .flag = true},
+           holder_argument()}),
       .output_schema = object(properties),
       .reads_only = false,
       .refuse = refuse_text,

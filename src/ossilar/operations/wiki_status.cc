@@ -4,6 +4,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/workers/wiki/asking/page_claims.h"
 #include "ossilar/workers/wiki/asking/wiki_reader.h"
 
 namespace ossilar::operations {
@@ -34,6 +35,17 @@ Map named(const WikiStatus& status, PageCondition condition) {
   return pages;
 }
 
+Map standing_claims(workers::wiki::Wiki& wiki) {
+  Map claims = Map::array();
+  for (const auto& claim : wiki.store().page_claims(wiki.branch(), workers::wiki::seconds_now())) {
+    claims.push_back(Map{{"page_id", claim.page_id},
+                         {"client", claim.client},
+                         {"holder", claim.holder},
+                         {"until", workers::wiki::iso_time(claim.until)}});
+  }
+  return claims;
+}
+
 // How many pages are in each state.
 Map counts_of(const WikiStatus& status) {
   Map counts = Map::object();
@@ -55,7 +67,8 @@ Result call_wiki_status(const Asked& asked) {
                        {"pages", counts_of(status)},
                        {"stale", named(status, PageCondition::stale)},
                        {"unverified", named(status, PageCondition::unverified)},
-                       {"last_write", last_write_of(status)}}};
+                       {"last_write", last_write_of(status)},
+                       {"claims", standing_claims(asked.wiki)}}};
 }
 
 }  // namespace
@@ -73,26 +86,33 @@ Operation wiki_status() {
       object({{"page_id", text("the page")}, {"reason", text("what changed")}}, {"page_id", "reason"});
   const Map write = object(
       {{"at", text("time, ISO 8601")}, {"by", text("who saved")}, {"commit", text("commit of the source")}});
-  return {.command = "status",
-          .tool = "wiki_status",
-          .title = "Wiki status",
-          .does = "Show branch, pages by state, and the last write",
-          .description =
-              "Summarizes the wiki: branch and commit, how many pages are ok, stale, unverified and "
-              "missing, the first twenty stale and unverified ones with the reason, and the last write. "
-              "list_pages lists all pages.",
-          .example = "ossilar status",
-          .arguments = {},
-          .output_schema =
-              object({{"branch", text("of the working tree")},
-                      {"commit", text("\"\" outside git and before the first commit")},
-                      {"indexed_files", count("source files in the index")},
-                      {"pages", object(counts, names)},
-                      {"stale", list(page, "at most twenty")},
-                      {"unverified", list(page, "at most twenty")},
-                      {"last_write", write}},
-                     {"branch", "commit", "indexed_files", "pages", "stale", "unverified", "last_write"}),
-          .call = call_wiki_status};
+  const Map claim = object({{"page_id", text("the page")},
+                            {"client", text("the program that claimed it")},
+                            {"holder", text("names its session")},
+                            {"until", text("when the claim ends, ISO 8601")}},
+                           {"page_id", "client", "holder", "until"});
+  return {
+      .command = "status",
+      .tool = "wiki_status",
+      .title = "Wiki status",
+      .does = "Show branch, pages by state, and the last write",
+      .description =
+          "Summarizes the wiki: branch and commit, how many pages are ok, stale, unverified and "
+          "missing, the first twenty stale and unverified ones with the reason, the last write, and who has "
+          "claimed which page until when. list_pages lists all pages.",
+      .example = "ossilar status",
+      .arguments = {},
+      .output_schema = object(
+          {{"branch", text("of the working tree")},
+           {"commit", text("\"\" outside git and before the first commit")},
+           {"indexed_files", count("source files in the index")},
+           {"pages", object(counts, names)},
+           {"stale", list(page, "at most twenty")},
+           {"unverified", list(page, "at most twenty")},
+           {"last_write", write},
+           {"claims", list(claim, "who is at work on which page, by page_id")}},
+          {"branch", "commit", "indexed_files", "pages", "stale", "unverified", "last_write", "claims"}),
+      .call = call_wiki_status};
 }
 
 }  // namespace ossilar::operations

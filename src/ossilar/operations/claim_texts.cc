@@ -1,0 +1,45 @@
+#include "ossilar/operations/claim_texts.h"
+
+#include "ossilar/operations/schemas.h"
+#include "ossilar/utils/logging.h"
+#include "ossilar/workers/wiki/asking/page_claims.h"
+
+namespace ossilar::operations {
+namespace {
+
+const utils::Logger claims_logger("ossilar.claims");
+
+}  // namespace
+
+Argument holder_argument() {
+  return {.name = "holder",
+          .option = {},
+          .value = {},
+          .schema = schema::needed_text("the `holder` that claim_page gave you, if your requests are of no "
+                                        "session or several agents share it; without it, your session")};
+}
+
+std::string holder_of(const Asked& asked) { return asked.arguments.value("holder", asked.session); }
+
+std::string claim_text(const store::PageClaim& claim) {
+  return (claim.client.empty() ? "another agent" : claim.client) + " (" + claim.holder + ") until " +
+         workers::wiki::iso_time(claim.until);
+}
+
+std::vector<std::string> settle_claim(const Asked& asked, const std::string& page_id) try {
+  const std::string holder = holder_of(asked);
+  const std::int64_t now = workers::wiki::seconds_now();
+  const auto other = workers::wiki::claim_of_another(asked.wiki, page_id, holder, now);
+  if (!other) {
+    workers::wiki::release_pages(asked.wiki, page_id, holder, now);
+    return {};
+  }
+  return {"Warning: " + claim_text(*other) +
+          " has claimed this page, so the two of you may have done the same work. Take the next page. If it "
+          "is you who claimed it, pass `holder` when you save."};
+} catch (const std::exception& error) {
+  claims_logger.warning("cannot look after the claim of the page " + page_id, error);
+  return {};
+}
+
+}  // namespace ossilar::operations
