@@ -33,7 +33,7 @@ test('inspector: lists, reads and gets', async (t) => {
     ['tools/list', 'tools', TOOLS],
     ['resources/list', 'resources', ['alpha']],
     ['resources/templates/list', 'resourceTemplates', ['page', 'section', 'draft']],
-    ['prompts/list', 'prompts', ['write-page', 'refresh-stale']],
+    ['prompts/list', 'prompts', ['write-page', 'refresh-stale', 'write-wiki']],
   ];
   for (const [method, key, names] of rows) {
     const given = (await inspect(wiki, method))[key].map((each) => each.name);

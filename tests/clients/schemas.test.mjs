@@ -134,6 +134,7 @@ const COMMON = [
   ['prompts/get', { name: 'write-page', arguments: { page_id: 'beta' } }],
   ['prompts/get', { name: 'write-page', arguments: {} }],
   ['prompts/get', { name: 'refresh-stale', arguments: {} }],
+  ['prompts/get', { name: 'write-wiki' }],
   ['prompts/get', { name: 'no-such-prompt' }],
   complete('write-page', 'page_id', 'al'),
   complete('write-page', 'section', '', { arguments: ALPHA }),

@@ -60,7 +60,7 @@ export function testSessions(library, connect) {
     assert.deepEqual(names((await client.listResources()).resources), ['alpha']);
     const { resourceTemplates } = await client.listResourceTemplates();
     assert.deepEqual(names(resourceTemplates), ['page', 'section', 'draft']);
-    assert.deepEqual(names((await client.listPrompts()).prompts), ['write-page', 'refresh-stale']);
+    assert.deepEqual(names((await client.listPrompts()).prompts), ['write-page', 'refresh-stale', 'write-wiki']);
     assert.equal(client.getServerVersion().name, 'ossilar');
     assert.match(client.getInstructions(), /save_page/);
   });

@@ -31,7 +31,8 @@ Completed completed(const Map& reference) {
   const std::string type = required_string(reference, "type");
   if (type == "ref/prompt") {
     const std::string name = required_string(reference, "name");
-    if (name == kWritePage || name == kRefreshStale) return {.stale_only = name == kRefreshStale};
+    if (name == kWritePage || name == kRefreshStale || name == kWriteWiki)
+      return {.stale_only = name == kRefreshStale};
     throw ProtocolError(error_code::kInvalidParams, "there is no prompt '" + name + "'");
   }
   if (type != "ref/resource")

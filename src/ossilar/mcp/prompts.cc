@@ -5,10 +5,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "ossilar/mcp/protocol/message.h"
 #include "ossilar/mcp/protocol/params.h"
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/asking/page_claims.h"
 #include "ossilar/workers/wiki/asking/wiki_reader.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/sections.h"
@@ -47,6 +50,31 @@ constexpr const char* kSaving = R"(## Saving
 
 Call save_page with page_id "{}"{} and if_version "{}". If it is refused, fix what the error names and save again;
 if the answer has warnings, fix what they name and save once more.
+)";
+
+constexpr const char* kWriteWikiPlan =
+    R"(Write the wiki of this repository, together with other agents. {} page(s) are missing, {} stale; {} claimed.
+
+Do this again and again:
+
+1. Call claim_page without page_id. You get a page that nobody else is at work on, for 30 minutes.
+2. Call page_context with its page_id. Read the sources that it names; read_source and find_symbol show more.
+3. Write the page, or bring a stale one in line with the source. If all of a stale page still holds, call
+   confirm_page. Else call save_page with if_version: the version from page_context, "new" for a page that is
+   not written. If it is refused, fix what the error names and save again. Then go to 1.
+
+- The page is yours until it is saved or your claim ends. If you need longer, call claim_page with its page_id.
+- Fix what the warnings of a save name at once, by saving once more; claim_page with the page_id makes the page
+  yours again meanwhile.
+- If a save is refused because the page was changed, your claim had ended and another wrote the page: leave it
+  and go to 1.
+- If you cannot finish a page, call claim_page with its page_id and release true, say why, and stop.
+- If claim_page gave you a `holder` and your requests are of no session, or other agents share your session, pass
+  it with save_page, confirm_page and later claims.
+
+Pages that sum up others come last, once all those are written; the agent that writes the last of those goes on
+with them. Stop when claim_page gives you no page: the wiki is complete, or others are at work on what can be
+written now. Do not wait for them. wiki_status shows the progress of all.
 )";
 
 Map prompt(const char* name, const char* title, const char* description, const Map& arguments,
@@ -163,8 +191,20 @@ std::string refresh_stale(Wiki& wiki, const std::string& page_id) {
   return refresh_page(wiki, page_id, "");  // throws: there is no such page
 }
 
+std::string write_wiki(Wiki& wiki) {
+  const auto states = workers::wiki::WikiReader(wiki).page_states();
+  const auto count = [&](PageCondition condition) {
+    return std::count_if(states.begin(), states.end(),
+                         [&](const PageState& page) { return page.condition == condition; });
+  };
+  const auto claims = wiki.store().page_claims(wiki.branch(), workers::wiki::seconds_now());
+  return fmt::format(kWriteWikiPlan, count(PageCondition::missing), count(PageCondition::stale),
+                     claims.size());
+}
+
 std::string text_of(Wiki& wiki, const std::string& name, const Map& arguments) {
   const std::string page_id = optional_string(arguments, "page_id").value_or("");
+  if (name == kWriteWiki) return write_wiki(wiki);
   if (name == kRefreshStale) return refresh_stale(wiki, page_id);
   if (page_id.empty())
     throw ProtocolError(error_code::kInvalidParams, "the prompt needs the argument 'page_id'");
@@ -187,12 +227,15 @@ Map list_prompts(workers::wiki::WikiProvider& /*provider*/, Revision revision, c
       kRefreshStale, "Refresh stale pages",
       "What no longer matches the source and how to update it: one page, or all",
       Map::array({argument("page_id", "the stale page; without it, all stale pages", false)}), revision);
-  return finished_for(revision, Map{{"prompts", Map::array({write, refresh})}}, kListMilliseconds);
+  const Map together = prompt(kWriteWiki, "Write the wiki with other agents",
+                              "A plan of work by which several agents share a wiki with pages to write",
+                              Map::array(), revision);
+  return finished_for(revision, Map{{"prompts", Map::array({write, refresh, together})}}, kListMilliseconds);
 }
 
 Map get_prompt(workers::wiki::WikiProvider& provider, Revision revision, const Map& params) {
   const std::string name = required_string(params, "name");
-  if (name != kWritePage && name != kRefreshStale)
+  if (name != kWritePage && name != kRefreshStale && name != kWriteWiki)
     throw ProtocolError(error_code::kInvalidParams, "there is no prompt '" + name + "'");
   const std::string text = text_of(*provider.get(), name, optional_object(params, "arguments"));
   const Map message{{"role", "user"}, {"content", Map{{"type", "text"}, {"text", text}}}};

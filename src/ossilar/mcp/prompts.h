@@ -14,6 +14,7 @@ namespace ossilar::mcp {
 // The names of the prompts, and their arguments.
 inline constexpr const char* kWritePage = "write-page";        // page_id, section
 inline constexpr const char* kRefreshStale = "refresh-stale";  // page_id
+inline constexpr const char* kWriteWiki = "write-wiki";
 
 // The results of `prompts/list` and `prompts/get`. They throw ProtocolError for a prompt that does not exist,
 // for arguments that do not fit, and for a page that is not planned; list_prompts() does not use the wiki.
