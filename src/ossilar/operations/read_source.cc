@@ -41,11 +41,12 @@ Map no_such_source(const SourceIndex& index, const std::string& path) {
     if (similar.size() < kMostPlaces && file->path.starts_with(path + "/")) similar.push_back(file->path);
   }
   if (!similar.empty()) return {{"error", "'" + path + "' is a folder; name a file"}, {"similar", similar}};
-  if (!workers::wiki::find_symbols({.name = path, .is_whole = true, .path = {}}, index).empty())
+  if (!workers::wiki::find_symbols({.name = path, .is_whole = true, .path = {}}, index).empty()) {
     return {
         {"error", "'" + path + "' is a symbol and no file; ask for it as symbol (in the shell: --symbol " +
                       path + ")"},
         {"similar", similar}};
+  }
   const std::string nearest = workers::wiki::nearest_path(path, index);
   if (!nearest.empty()) similar.push_back(nearest);
   return {{"error", "there is no file '" + path + "' in the index" +
