@@ -139,6 +139,20 @@ class Forwarding : public Interface {
   std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) override {
     return target_.page_claims(branch, now);
   }
+  std::vector<std::string> branches() override { return target_.branches(); }
+  std::optional<StoredPage> stored_page(const std::string& branch, const std::string& page_id) override {
+    return target_.stored_page(branch, page_id);
+  }
+  std::set<std::string> cited_versions(std::int64_t page_key) override {
+    return target_.cited_versions(page_key);
+  }
+  std::set<std::string> pages_with_history(const std::string& branch) override {
+    return target_.pages_with_history(branch);
+  }
+  void replace_versions(const std::string& branch, const std::string& page_id,
+                        const std::vector<PageVersion>& versions) override {
+    target_.replace_versions(branch, page_id, versions);
+  }
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return target_.wiki_state(branch);
   }

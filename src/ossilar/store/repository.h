@@ -66,6 +66,8 @@ struct PageFields {
   std::string summary = {};
   std::string build_cache = {};  // JSON text
   std::string page_type = {};
+
+  bool operator==(const PageFields&) const = default;
 };
 
 // What is known of a branch's wiki as a whole, as of its last save.
@@ -76,6 +78,8 @@ struct WikiStateFields {
   std::string model = {};  // names the last writer
   std::int64_t page_count = 0;
   std::string manifest_hash = {};
+
+  bool operator==(const WikiStateFields&) const = default;
 };
 
 // What the save pipeline needs of a store. A write is on disk when its call returns, or, within a transaction
@@ -157,6 +161,14 @@ struct FoundPassage {
   double score = 0;    // higher is better; those of match_words() and of nearest() cannot be compared
 };
 
+// The whole of a page's row, with what StoredRows leave out.
+struct StoredPage {
+  std::string title = {};
+  PageFields fields = {};
+
+  bool operator==(const StoredPage&) const = default;
+};
+
 // What became of a page at one moment: the text that its file had from then on.
 //
 // Of a stored page the newest kept version has the text of the page file that its row describes (the row's
@@ -169,6 +181,8 @@ struct PageVersion {
   std::string client = {};   // the program that asked for it, "" if nobody knows
   std::string action = {};   // what was done; a word for people, opaque to the store
   std::string text = {};     // of the whole page file; "" for a page that was removed
+
+  bool operator==(const PageVersion&) const = default;
 };
 
 // Says that somebody is at work on a page until a moment, so that others take another one. A claim is advice:
@@ -325,6 +339,20 @@ class WikiStore : public Repository {
                             const std::string& holder) = 0;
   // Those that stand `now`, by page id.
   virtual std::vector<PageClaim> page_claims(const std::string& branch, std::int64_t now) = 0;
+
+  // Copying (store_copy.h): what there is, and a history with the numbers that people know.
+  //
+  // The branches that have pages, a history, digests or a state, in the order of their bytes.
+  virtual std::vector<std::string> branches() = 0;
+  // None for a page without a row. Throws StorageError with damaged() where a list in it is no JSON.
+  virtual std::optional<StoredPage> stored_page(const std::string& branch, const std::string& page_id) = 0;
+  // The versions that keep_cited_texts() was given as `cited` of the page.
+  virtual std::set<std::string> cited_versions(std::int64_t page_key) = 0;
+  // The pages that have versions, with a row or without.
+  virtual std::set<std::string> pages_with_history(const std::string& branch) = 0;
+  // Makes `versions` the versions of the page, under the numbers that they have.
+  virtual void replace_versions(const std::string& branch, const std::string& page_id,
+                                const std::vector<PageVersion>& versions) = 0;
 
   // None before the branch's first save.
   virtual std::optional<WikiStateFields> wiki_state(const std::string& branch) = 0;

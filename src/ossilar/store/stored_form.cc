@@ -38,6 +38,32 @@ std::string stored_json(const Map& value, const std::string& what) {
   return text;
 }
 
+StoredPage page_of_columns(const std::vector<std::string>& columns) {
+  std::size_t at = 0;
+  const auto text = [&] { return columns.at(at++); };
+  const auto json = [&] { return read_json(columns.at(at++), "a list of the row"); };
+  StoredPage page;
+  page.title = text();
+  PageFields& fields = page.fields;
+  fields.description = text();
+  fields.importance = text();
+  fields.level = std::stoi(text());
+  fields.parent_section = text();
+  fields.rel_path = text();
+  fields.source_files = json().get<std::vector<std::string>>();
+  fields.source_hashes = json().get<std::map<std::string, std::string>>();
+  fields.symbols = json().get<std::vector<Map>>();
+  fields.related_pages = json().get<std::vector<std::string>>();
+  fields.citations = json().get<std::vector<Map>>();
+  fields.content_hash = text();
+  fields.model = text();
+  fields.status = text();
+  fields.summary = text();
+  fields.build_cache = text();
+  fields.page_type = text();
+  return page;
+}
+
 std::string vector_bytes(const Vector& vector) {
   std::string bytes;
   bytes.reserve(vector.size() * kNumberBytes);

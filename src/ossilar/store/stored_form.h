@@ -29,6 +29,10 @@ std::string stored_json(const Map& value, const std::string& what);
 // The value of a text that stored_json() made. Throws DamagedError for a text that is no such JSON.
 Map read_json(const std::string& text, const std::string& what);
 
+// A row from the texts of its columns: the title, then the fields of PageFields in their order. Throws
+// DamagedError for a list that is no JSON.
+StoredPage page_of_columns(const std::vector<std::string>& columns);
+
 // The numbers in IEEE 754 single precision, least significant byte first whatever the machine is.
 std::string vector_bytes(const Vector& vector);
 // The vector whose stored form is `bytes`. Throws DamagedError if a part of a number is missing.

@@ -33,6 +33,12 @@ constexpr const char* kState =
     "SELECT last_built_at, last_commit, changed_since_build, model, page_count, manifest_hash"
     " FROM wiki_state WHERE branch = $1";
 
+constexpr const char* kBranches =
+    "SELECT branch FROM (SELECT branch FROM pages UNION SELECT branch FROM page_versions"
+    " UNION SELECT branch FROM digests WHERE digest IS NOT NULL UNION SELECT branch FROM wiki_state)"
+    " AS known ORDER BY branch COLLATE \"C\"";
+constexpr const char* kCitedVersions = "SELECT hash FROM cited_by WHERE page_key = $1";
+
 }  // namespace
 
 Statement marking(const std::string& branch, const std::map<std::string, std::string>& reasons) {
@@ -90,6 +96,21 @@ std::optional<WikiStateFields> read_state(Session& session, const std::string& b
                          .model = row.text(0, 3),
                          .page_count = row.number(0, 4),
                          .manifest_hash = row.text(0, 5)};
+}
+
+std::set<std::string> read_cited_versions(Session& session, std::int64_t page_key) {
+  const Result rows = session.run_one({.sql = kCitedVersions, .values = {page_key}});
+  std::set<std::string> cited;
+  for (std::size_t at = 0; at < rows.rows(); ++at) cited.insert(rows.text(at, 0));
+  return cited;
+}
+
+std::vector<std::string> read_branches(Session& session) {
+  const Result rows = session.run_one({.sql = kBranches});
+  std::vector<std::string> branches;
+  branches.reserve(rows.rows());
+  for (std::size_t at = 0; at < rows.rows(); ++at) branches.push_back(rows.text(at, 0));
+  return branches;
 }
 
 }  // namespace ossilar::store::postgresql

@@ -25,4 +25,7 @@ std::optional<std::string> read_cited_text(Session& session, const std::string& 
 Statement stating(const std::string& branch, const WikiStateFields& fields);
 std::optional<WikiStateFields> read_state(Session& session, const std::string& branch);
 
+std::set<std::string> read_cited_versions(Session& session, std::int64_t page_key);
+std::vector<std::string> read_branches(Session& session);
+
 }  // namespace ossilar::store::postgresql

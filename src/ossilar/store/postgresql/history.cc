@@ -31,6 +31,10 @@ constexpr const char* kMove =
     " (SELECT coalesce(max(number), 0) FROM page_versions WHERE branch = $1 AND page_id = $3)"
     " WHERE branch = $1 AND page_id = $2";
 
+constexpr const char* kPagesWithHistory = "SELECT DISTINCT page_id FROM page_versions WHERE branch = $1";
+constexpr const char* kDropAll = "DELETE FROM page_versions WHERE branch = $1 AND page_id = $2";
+constexpr const char* kPut = "INSERT INTO page_versions VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9)";
+
 }  // namespace
 
 void write_versions(Session& session, const std::string& branch, const std::string& page_id,
@@ -79,6 +83,26 @@ std::map<std::string, std::string> read_newest_texts(Session& session, const std
 void renumber_versions(Session& session, const std::string& branch, const std::string& from,
                        const std::string& to) {
   if (from != to) session.run_one({.sql = kMove, .values = {branch, from, to}});
+}
+
+std::set<std::string> read_pages_with_history(Session& session, const std::string& branch) {
+  const Result rows = session.run_one({.sql = kPagesWithHistory, .values = {branch}});
+  std::set<std::string> pages;
+  for (std::size_t at = 0; at < rows.rows(); ++at) pages.insert(rows.text(at, 0));
+  return pages;
+}
+
+void put_versions(Session& session, const std::string& branch, const std::string& page_id,
+                  const std::vector<PageVersion>& versions) {
+  std::vector<Statement> statements;
+  statements.reserve(versions.size() + 1);
+  statements.push_back({.sql = kDropAll, .values = {branch, page_id}});
+  for (const PageVersion& each : versions) {
+    statements.push_back({.sql = kPut,
+                          .values = {branch, page_id, each.number, each.version, each.at, each.commit,
+                                     each.client, each.action, each.text}});
+  }
+  session.send(std::move(statements));
 }
 
 }  // namespace ossilar::store::postgresql

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,5 +25,9 @@ std::map<std::string, std::string> read_newest_texts(Session& session, const std
                                                      const std::vector<std::string>& page_ids);
 void renumber_versions(Session& session, const std::string& branch, const std::string& from,
                        const std::string& to);
+
+std::set<std::string> read_pages_with_history(Session& session, const std::string& branch);
+void put_versions(Session& session, const std::string& branch, const std::string& page_id,
+                  const std::vector<PageVersion>& versions);
 
 }  // namespace ossilar::store::postgresql

@@ -190,6 +190,26 @@ class Operations : public Interface {
     return read("read the claims of the branch " + branch,
                 [&](Session& session) { return read_claims(session, branch, now); });
   }
+  std::vector<std::string> branches() override {
+    return read("list the branches", [&](Session& session) { return read_branches(session); });
+  }
+  std::optional<StoredPage> stored_page(const std::string& branch, const std::string& page_id) override {
+    return read("read the page " + page_id,
+                [&](Session& session) { return read_stored_page(session, branch, page_id); });
+  }
+  std::set<std::string> cited_versions(std::int64_t page_key) override {
+    return read("list the texts that a page cites",
+                [&](Session& session) { return read_cited_versions(session, page_key); });
+  }
+  std::set<std::string> pages_with_history(const std::string& branch) override {
+    return read("list the histories of the branch " + branch,
+                [&](Session& session) { return read_pages_with_history(session, branch); });
+  }
+  void replace_versions(const std::string& branch, const std::string& page_id,
+                        const std::vector<PageVersion>& versions) override {
+    write("store the history of the page " + page_id,
+          [&](Session& session) { put_versions(session, branch, page_id, versions); });
+  }
 
   void upsert_wiki_state(const std::string& branch, const WikiStateFields& fields) override {
     run_soon("store the state of the branch " + branch, stating(branch, fields));

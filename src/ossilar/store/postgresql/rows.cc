@@ -113,6 +113,12 @@ void read_news(Session& session, const std::string& branch, Snapshot& last, Read
   }
 }
 
+constexpr const char* kStoredPage =
+    "SELECT title, description, importance, CAST(level AS TEXT), parent_section, rel_path, source_files,"
+    " source_hashes, symbols, related_pages, citations, content_hash, model, status, summary, build_cache,"
+    " page_type FROM pages WHERE branch = $1 AND page_id = $2";
+constexpr int kStoredColumns = 17;
+
 }  // namespace
 
 std::int64_t write_page(Session& session, const std::string& branch, const std::string& page_id,
@@ -269,6 +275,16 @@ void write_digests(Session& session, const std::string& branch, const PageDigest
   Snapshot& last = session.last().digests[branch];
   last.entries = digests;
   last.revision = session.revision();
+}
+
+std::optional<StoredPage> read_stored_page(Session& session, const std::string& branch,
+                                           const std::string& page_id) {
+  const Result row = session.run_one({.sql = kStoredPage, .values = {branch, page_id}});
+  if (row.rows() == 0) return std::nullopt;
+  std::vector<std::string> columns;
+  columns.reserve(kStoredColumns);
+  for (int column = 0; column < kStoredColumns; ++column) columns.push_back(row.text(0, column));
+  return page_of_columns(columns);
 }
 
 }  // namespace ossilar::store::postgresql

@@ -47,4 +47,8 @@ PageDigests read_digests(Session& session, const std::string& branch);
 void write_digests(Session& session, const std::string& branch, const PageDigests& digests,
                    const std::map<std::string, std::string>& stale);
 
+// None for a page without a row.
+std::optional<StoredPage> read_stored_page(Session& session, const std::string& branch,
+                                           const std::string& page_id);
+
 }  // namespace ossilar::store::postgresql

@@ -42,6 +42,12 @@ constexpr const char* kPutRecord =
     "INSERT INTO source_records VALUES (?1, ?2) ON CONFLICT DO UPDATE SET record = excluded.record";
 constexpr const char* kRemoveRecord = "DELETE FROM source_records WHERE path = ?1";
 
+constexpr const char* kBranches =
+    "SELECT branch FROM (SELECT branch FROM pages UNION SELECT branch FROM page_versions"
+    " UNION SELECT branch FROM digests WHERE digest IS NOT NULL UNION SELECT branch FROM wiki_state)"
+    " AS known ORDER BY branch";
+constexpr const char* kCitedVersions = "SELECT hash FROM cited_by WHERE page_key = ?1";
+
 }  // namespace
 
 void write_marks(Connection& connection, const std::string& branch, const StaleMarks& reasons) {
@@ -121,6 +127,20 @@ void write_records(Connection& connection, const std::map<std::string, std::opti
 void read_records(Connection& connection, const WikiStore::TakeRecord& take) {
   Query rows(connection, kRecords);
   while (rows.next()) take(rows.view(0), rows.view(1));
+}
+
+std::set<std::string> read_cited_versions(Connection& connection, std::int64_t page_key) {
+  std::set<std::string> cited;
+  Query rows(connection, kCitedVersions, page_key);
+  while (rows.next()) cited.insert(rows.text(0));
+  return cited;
+}
+
+std::vector<std::string> read_branches(Connection& connection) {
+  std::vector<std::string> branches;
+  Query rows(connection, kBranches);
+  while (rows.next()) branches.push_back(rows.text(0));
+  return branches;
 }
 
 }  // namespace ossilar::store

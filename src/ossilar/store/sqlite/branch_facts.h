@@ -12,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "ossilar/store/repository.h"
 #include "ossilar/store/sqlite/connection.h"
@@ -41,5 +42,8 @@ OwnLists read_own_lists(Connection& connection, const std::string& branch);
 // Path to record; none removes it.
 void write_records(Connection& connection, const std::map<std::string, std::optional<std::string>>& changes);
 void read_records(Connection& connection, const WikiStore::TakeRecord& take);
+
+std::set<std::string> read_cited_versions(Connection& connection, std::int64_t page_key);
+std::vector<std::string> read_branches(Connection& connection);
 
 }  // namespace ossilar::store

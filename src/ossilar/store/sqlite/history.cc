@@ -35,6 +35,9 @@ Newest newest_of(Connection& connection, const std::string& branch, const std::s
   return {.number = row.number(0), .version = row.text(1)};
 }
 
+constexpr const char* kPagesWithHistory = "SELECT DISTINCT page_id FROM page_versions WHERE branch = ?1";
+constexpr const char* kDropAll = "DELETE FROM page_versions WHERE branch = ?1 AND page_id = ?2";
+
 }  // namespace
 
 void write_versions(Connection& connection, const std::string& branch, const std::string& page_id,
@@ -85,6 +88,23 @@ void renumber_versions(Connection& connection, const std::string& branch, const 
                        const std::string& to) {
   if (from == to) return;
   Query(connection, kMove, branch, from, to, newest_of(connection, branch, to).number).run();
+}
+
+std::set<std::string> read_pages_with_history(Connection& connection, const std::string& branch) {
+  std::set<std::string> pages;
+  Query rows(connection, kPagesWithHistory, branch);
+  while (rows.next()) pages.insert(rows.text(0));
+  return pages;
+}
+
+void put_versions(Connection& connection, const std::string& branch, const std::string& page_id,
+                  const std::vector<PageVersion>& versions) {
+  Query(connection, kDropAll, branch, page_id).run();
+  for (const PageVersion& each : versions) {
+    Query(connection, kAdd, branch, page_id, each.number, each.version, each.at, each.commit, each.client,
+          each.action, each.text)
+        .run();
+  }
 }
 
 }  // namespace ossilar::store

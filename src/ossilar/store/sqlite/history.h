@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,5 +29,9 @@ std::map<std::string, std::string> read_newest_texts(Connection& connection, con
                                                      const std::vector<std::string>& page_ids);
 void renumber_versions(Connection& connection, const std::string& branch, const std::string& from,
                        const std::string& to);
+
+std::set<std::string> read_pages_with_history(Connection& connection, const std::string& branch);
+void put_versions(Connection& connection, const std::string& branch, const std::string& page_id,
+                  const std::vector<PageVersion>& versions);
 
 }  // namespace ossilar::store

@@ -299,6 +299,27 @@ class SqliteOperations : public Interface {
                 [&](Connection& connection) { return read_claims(connection, branch, now); });
   }
 
+  std::vector<std::string> branches() override {
+    return read("list the branches", [&](Connection& connection) { return read_branches(connection); });
+  }
+  std::optional<StoredPage> stored_page(const std::string& branch, const std::string& page_id) override {
+    return read("read the page " + page_id,
+                [&](Connection& connection) { return read_stored_page(connection, branch, page_id); });
+  }
+  std::set<std::string> cited_versions(std::int64_t page_key) override {
+    return read("list the texts that a page cites",
+                [&](Connection& connection) { return read_cited_versions(connection, page_key); });
+  }
+  std::set<std::string> pages_with_history(const std::string& branch) override {
+    return read("list the histories of the branch " + branch,
+                [&](Connection& connection) { return read_pages_with_history(connection, branch); });
+  }
+  void replace_versions(const std::string& branch, const std::string& page_id,
+                        const std::vector<PageVersion>& versions) override {
+    write("store the history of the page " + page_id,
+          [&](Connection& connection) { put_versions(connection, branch, page_id, versions); });
+  }
+
   std::optional<WikiStateFields> wiki_state(const std::string& branch) override {
     return read("read the state of the branch " + branch,
                 [&](Connection& connection) { return read_state(connection, branch); });

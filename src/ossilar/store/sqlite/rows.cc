@@ -84,6 +84,12 @@ Map column_value(const Query& rows, int at, const Column& column) {
 constexpr const char* kPageKey = "SELECT page_key FROM pages WHERE branch = ?1 AND page_id = ?2";
 constexpr const char* kBuildCache = "SELECT build_cache FROM pages WHERE branch = ?1 AND page_id = ?2";
 
+constexpr const char* kStoredPage =
+    "SELECT title, description, importance, CAST(level AS TEXT), parent_section, rel_path, source_files,"
+    " source_hashes, symbols, related_pages, citations, content_hash, model, status, summary, build_cache,"
+    " page_type FROM pages WHERE branch = ?1 AND page_id = ?2";
+constexpr int kStoredColumns = 17;
+
 }  // namespace
 
 // A build cache that is no JSON, as an empty one, is read as it is: json_remove() would fail and make all
@@ -151,6 +157,16 @@ std::optional<std::string> read_build_cache(Connection& connection, const std::s
                                             const std::string& page_id) {
   Query row(connection, kBuildCache, branch, page_id);
   return row.next() ? std::optional(row.text(0)) : std::nullopt;
+}
+
+std::optional<StoredPage> read_stored_page(Connection& connection, const std::string& branch,
+                                           const std::string& page_id) {
+  Query row(connection, kStoredPage, branch, page_id);
+  if (!row.next()) return std::nullopt;
+  std::vector<std::string> columns;
+  columns.reserve(kStoredColumns);
+  for (int column = 0; column < kStoredColumns; ++column) columns.push_back(row.text(column));
+  return page_of_columns(columns);
 }
 
 }  // namespace ossilar::store

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ossilar/store/repository.h"
 #include "ossilar/store/sqlite/connection.h"
@@ -48,5 +49,9 @@ void remove_row(Connection& connection, const std::string& branch, const std::st
 // Of the current row of kChangedPages: its page id, and the row as StoredRows have it. Throw DamagedError.
 std::string page_id_of(const Query& rows);
 Map page_row(const Query& rows);
+
+// None for a page without a row.
+std::optional<StoredPage> read_stored_page(Connection& connection, const std::string& branch,
+                                           const std::string& page_id);
 
 }  // namespace ossilar::store
