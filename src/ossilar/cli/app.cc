@@ -1,6 +1,6 @@
 // The commands and their options are made from the descriptions from which sessions make their tools
-// (operations/operation.h), so help, checks and names cannot drift apart. Only init, mcp, serve and export,
-// which are not questions to a wiki, are written out here.
+// (operations/operation.h), so help, checks and names cannot drift apart. Only init, mcp, serve, export and
+// store, which are not questions to a wiki, are written out here.
 //
 // The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
 // command, its exceptions would pass through the parser, and the log sink and Output would have to be made
@@ -41,9 +41,11 @@ struct Arguments {
   McpArguments mcp;
   ServeArguments serve;
   ExportArguments exported;
+  StoreCopyArguments store_copy;
   // Arguments of operations, by command. A std::map, because the callbacks of the parser keep references to
   // its values while more commands are added.
   std::map<std::string, Map> given;
+  std::string action;              // of `store`
   std::string shell;               // of `completion`
   std::vector<std::string> words;  // of `complete`
   std::string folder;              // of `generate`
@@ -244,6 +246,26 @@ void add_export_command(CLI::App& app, Arguments& arguments) {
       ->option_text("HOW");
 }
 
+// A command of two words: completions, manual and help see `store` with the action as its first argument.
+void add_store_command(CLI::App& app, Arguments& arguments) {
+  auto* command = add_command(
+      app, arguments, "store", "Copy the wiki between this machine's database and a shared one",
+      "ossilar store copy local postgresql://wiki@db.example/wiki\n"
+      "ossilar store copy postgresql://wiki@db.example/wiki local",
+      [&](Output& output) { return run_store_copy(arguments.place, arguments.store_copy, output); },
+      "All branches with their history, each page compared afterwards. Run it again after an interruption:\n"
+      "it copies what is missing. A database that holds another wiki is refused. Passwords come from\n"
+      "~/.pgpass or PGPASSWORD.");
+  command->add_option("ACTION", arguments.action, "copy")
+      ->check(CLI::IsMember({"copy"}))
+      ->option_text(" ")
+      ->required();
+  command->add_option("FROM", arguments.store_copy.from, "local (.ossilar/index.db) or postgresql://...")
+      ->required();
+  command->add_option("TO", arguments.store_copy.to, "The same for the database that is copied into")
+      ->required();
+}
+
 void add_doctor_command(CLI::App& app, Arguments& arguments) {
   add_command(
       app, arguments, "doctor", "Say what is missing or odd on this machine, and how to mend it",
@@ -350,6 +372,7 @@ int run(int argc, char** argv) {
   add_mcp_command(app, arguments);
   add_serve_command(app, arguments);
   add_export_command(app, arguments);
+  add_store_command(app, arguments);
   add_doctor_command(app, arguments);
   add_own_commands(app, arguments);
   try {

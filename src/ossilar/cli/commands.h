@@ -2,8 +2,9 @@
 // program.
 //
 // Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
-// document as text with a function of views.cc. `init`, `mcp`, `serve` and `export` are the shell's own, each
-// in a file of its name; so is `check`, which is described as an operation and may find no wiki to open.
+// document as text with a function of views.cc. `init`, `mcp`, `serve`, `export` and `store` are the shell's
+// own, each in a file of its name; so is `check`, which is described as an operation and may find no wiki to
+// open.
 //
 // Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
 // utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and
@@ -82,6 +83,14 @@ struct ExportArguments {
   std::string sources = "embed";  // or "link", "none"
 };
 int run_export(const Place& place, const ExportArguments& arguments, Output& output);
+
+// Moves the wiki from one store into another (host/copy_wiki.h). kRefused for a target that holds another
+// wiki, a source without one, and a lock that is not free in time.
+struct StoreCopyArguments {
+  std::string from;  // "local" or "postgresql://..."
+  std::string to;
+};
+int run_store_copy(const Place& place, const StoreCopyArguments& arguments, Output& output);
 
 // Says of each thing that ossilar relies on whether it is as it should be on this machine, and how to mend
 // it; kRefused when something is odd (doctor/examinations.h).

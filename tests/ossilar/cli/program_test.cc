@@ -200,8 +200,8 @@ TEST(Program, TheReadmeNamesEveryCommandAsTheHelpDoes) {
   const auto& all = operations::operations();
   const auto in_shell =
       std::count_if(all.begin(), all.end(), [](const auto& each) { return !each.command.empty(); });
-  EXPECT_EQ(commands, static_cast<std::size_t>(in_shell) + 6)
-      << "init, mcp, serve, export, doctor and completion are the shell's own";
+  EXPECT_EQ(commands, static_cast<std::size_t>(in_shell) + 7)
+      << "init, mcp, serve, export, store, doctor and completion are the shell's own";
 }
 
 TEST(Program, ALockThatIsHeldIsARefusalThatNamesTheHolder) {
