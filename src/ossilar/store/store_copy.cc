@@ -124,6 +124,11 @@ bool is_of_same_page(WikiStore& from, WikiStore& to, const std::string& branch, 
                      [&](const PageVersion& each) { return is_same_moment(each, copied.front()); });
 }
 
+[[noreturn]] void refuse_other_wiki(const std::string& branch, const std::string& page_id) {
+  throw CopyRefused("the target holds another wiki: its page " + page_id + " of the branch " + branch +
+                    " is no version of the source's; name an empty one");
+}
+
 [[noreturn]] void report_difference(const std::string& branch, const std::string& what) {
   throw StorageError("the copy is not what was copied: " + what + " of the branch " + branch +
                      " differs; run the same command again");
@@ -157,11 +162,8 @@ void compare(WikiStore& from, WikiStore& to, const std::string& branch, const ut
 }  // namespace
 
 void require_same_wiki(WikiStore& from, WikiStore& to, const std::string& branch) {
-  for (const std::string& page_id : Branch(to, branch).page_ids()) {
-    if (is_of_same_page(from, to, branch, page_id)) continue;
-    throw CopyRefused("the target holds another wiki: its page " + page_id + " of the branch " + branch +
-                      " is no version of the source's; name an empty one");
-  }
+  for (const std::string& page_id : Branch(to, branch).page_ids())
+    if (!is_of_same_page(from, to, branch, page_id)) refuse_other_wiki(branch, page_id);
 }
 
 CopyCounts copy_branch(WikiStore& from, WikiStore& to, const std::string& branch,

@@ -58,10 +58,11 @@ class Copier {
   std::vector<std::string> branches() const {
     const store::SharedStore from = open(from_, "");
     const store::SharedStore to = open(to_, "");
-    const std::vector<std::string> branches = from.store->branches();
-    if (branches.empty())
+    std::vector<std::string> branches = from.store->branches();
+    if (branches.empty()) {
       throw store::CopyRefused("there is no wiki to copy in " +
                                (from_ == kLocalStore ? paths_.database().string() : "that database"));
+    }
     for (const std::string& branch : to.store->branches())
       store::require_same_wiki(*from.store, *to.store, branch);
     return branches;
