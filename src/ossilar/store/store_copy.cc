@@ -125,8 +125,8 @@ bool is_of_same_page(WikiStore& from, WikiStore& to, const std::string& branch, 
 }
 
 [[noreturn]] void refuse_other_wiki(const std::string& branch, const std::string& page_id) {
-  throw CopyRefused("the target holds another wiki: its page " + page_id + " of the branch " + branch +
-                    " is no version of the source's; name an empty one");
+  throw CopyRefused("the target holds another wiki or newer saves: its page " + page_id + " of the branch " +
+                    branch + " is no version of the source's; name an empty one");
 }
 
 [[noreturn]] void report_difference(const std::string& branch, const std::string& what) {

@@ -94,8 +94,10 @@ TEST_F(CopyWikiTest, SaysInOneLineWhyItDoesNothing) {
   save(repo, "alpha", "Here.");
   const WikiRepo other(shared());
   save(other, "alpha", "There.");
-  EXPECT_THAT(refused(repo, kLocalStore, url_), HasSubstr("the target holds another wiki: its page alpha"));
-  EXPECT_THAT(refused(repo, url_, kLocalStore), HasSubstr("the target holds another wiki: its page alpha"));
+  EXPECT_THAT(refused(repo, kLocalStore, url_),
+              HasSubstr("the target holds another wiki or newer saves: its page alpha"));
+  EXPECT_THAT(refused(repo, url_, kLocalStore),
+              HasSubstr("the target holds another wiki or newer saves: its page alpha"));
   EXPECT_THAT(repo.page("alpha"), HasSubstr("Here."));
 }
 
