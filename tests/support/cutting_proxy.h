@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -47,10 +48,13 @@ class CuttingProxy {
   void cut_at(int message, Cut cut = Cut::before) {
     cut_ = cut;
     seen_ = 0;
+    round_trips_ = 0;
     cut_at_ = message;
   }
-  // Messages since cut_at(): a client sends one for a round trip.
+  // Messages since cut_at(). A long one may come in parts, each of which counts.
   int seen() const { return seen_; }
+  // Since cut_at(), how often a client spoke after the server had.
+  int round_trips() const { return round_trips_; }
 
  private:
   static constexpr const char* kName = ".s.PGSQL.5432";
@@ -73,10 +77,17 @@ class CuttingProxy {
     const sockaddr_un to = address(server_);
     if (connect(server, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) {
       std::array<pollfd, 2> ends{pollfd{client, POLLIN, 0}, pollfd{server, POLLIN, 0}};
+      bool has_server_spoken = true;
       while (!ended_) {
         if (poll(ends.data(), ends.size(), 50) < 0) break;
-        if (ends[0].revents != 0 && !pass(client, server, true)) break;
-        if (ends[1].revents != 0 && !pass(server, client, false)) break;
+        if (ends[0].revents != 0) {
+          if (std::exchange(has_server_spoken, false)) ++round_trips_;
+          if (!pass(client, server, true)) break;
+        }
+        if (ends[1].revents != 0) {
+          has_server_spoken = true;
+          if (!pass(server, client, false)) break;
+        }
       }
     }
     close(server);
@@ -100,6 +111,7 @@ class CuttingProxy {
   int listener_ = -1;
   std::atomic<bool> ended_ = false;
   std::atomic<int> seen_ = 0;
+  std::atomic<int> round_trips_ = 0;
   std::atomic<int> cut_at_ = 0;
   std::atomic<Cut> cut_ = Cut::before;
   std::thread accepting_;

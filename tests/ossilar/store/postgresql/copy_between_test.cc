@@ -20,7 +20,8 @@ TEST(CopyBetweenStores, ThereAndBackNothingChanges) {
     const std::string page = "p" + std::to_string(i);
     const std::string odd("nul \0 and \x01 and 😀", 21);
     const std::int64_t key = original->upsert_wiki_page(
-        "main", page, odd, {.symbols = {{{"name", odd}}}, .build_cache = R"({"prose":"a"})", .page_type = "module"});
+        "main", page, odd,
+        {.symbols = {{{"name", odd}}}, .build_cache = R"({"prose":"a"})", .page_type = "module"});
     original->store_chunks(key, {chunk(0, "shared"), chunk(1, page, {0.1, 3e-30})}, {});
     original->keep_cited_texts(key, {page}, {{page, odd + "\xff"}});
     original->keep_versions("main", page, {{.version = "a", .text = odd}, {.version = "b", .text = "b"}}, 1);

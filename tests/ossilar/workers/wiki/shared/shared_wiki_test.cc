@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <vector>
 
@@ -341,9 +342,14 @@ TEST_F(SharedWikiTest, ASaveTakesFewRoundTrips) {
   const Machine here(url(proxy.folder()));
   const auto wiki = here.open();
   for (const char* one : {"One.", "Two."}) put(*wiki, "alpha", WikiRepo::text_about("alpha", one));
-  proxy.cut_at(0);
-  put(*wiki, "alpha", WikiRepo::text_about("alpha", "Three."));
-  EXPECT_LE(proxy.seen(), 12);
+  // The fewest of some saves: what keeps the lock alive each second comes on top.
+  int least = std::numeric_limits<int>::max();
+  for (const char* one : {"Three.", "Four.", "Five."}) {
+    proxy.cut_at(0);
+    put(*wiki, "alpha", WikiRepo::text_about("alpha", one));
+    least = std::min(least, proxy.round_trips());
+  }
+  EXPECT_LE(least, 12);
 }
 
 }  // namespace
