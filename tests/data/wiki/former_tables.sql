@@ -1,4 +1,5 @@
 -- Makes the tables of a database what they were until words were indexed by the first search after a save.
+DROP TABLE page_claims;
 DROP TRIGGER rest_of_new;
 DROP TRIGGER rest_of_changed;
 DROP TABLE rests_on;

@@ -147,7 +147,7 @@ TEST_F(PostgresqlTest, ASaveTakesFewRoundTrips) {
   save(shared, "first");  // connects, and prepares the statements
   proxy.cut_at(0);
   save(shared, "second");
-  EXPECT_LE(proxy.seen(), 10);
+  EXPECT_LE(proxy.round_trips(), 10);
 }
 
 // What the child answers after it was stopped: the failure of its commit.
