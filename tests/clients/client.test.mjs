@@ -4,24 +4,14 @@ import { test } from 'node:test';
 import { Client } from '@modelcontextprotocol/client';
 import { StdioClientTransport } from '@modelcontextprotocol/client/stdio';
 import { testSessions } from './session.mjs';
+import { clientTerms } from './terms.mjs';
 import { LATEST, LATEST_WITH_INITIALIZE, makeWiki, pageAbout } from './wiki.mjs';
 
-async function connect(wiki, mode) {
-  const client = new Client({ name: 'client', version: '1' }, { versionNegotiation: { mode } });
-  const errors = [];
-  client.onerror = (error) => errors.push(String(error));
-  await client.connect(new StdioClientTransport({ ...wiki.server, stderr: 'ignore' }));
-  return {
-    client,
-    errors,
-    call: (params, options) => client.callTool(params, options),
-    onUpdated: (handler) => client.setNotificationHandler('notifications/resources/updated', handler),
-    subscribe: (uri) =>
-      client.getProtocolEra() === 'modern'
-        ? client.listen({ resourceSubscriptions: [uri] })
-        : client.subscribeResource({ uri }),
-  };
-}
+const connect = (wiki, mode) =>
+  clientTerms(
+    new Client({ name: 'client', version: '1' }, { versionNegotiation: { mode } }),
+    new StdioClientTransport({ ...wiki.server, stderr: 'ignore' }),
+  );
 
 testSessions('client with initialize', (wiki) => connect(wiki, 'legacy'));
 testSessions('client without initialize', (wiki) => connect(wiki, 'auto'));

@@ -6,45 +6,20 @@ import { test } from 'node:test';
 import { Client, StreamableHTTPClientTransport } from '@modelcontextprotocol/client';
 import { Client as SdkClient } from '@modelcontextprotocol/sdk/client/index.js';
 import { StreamableHTTPClientTransport as SdkTransport } from '@modelcontextprotocol/sdk/client/streamableHttp.js';
-import { ResourceUpdatedNotificationSchema } from '@modelcontextprotocol/sdk/types.js';
 import { beginSession, events, HEADERS, post, serveHttp } from './http.mjs';
 import { testSessions } from './session.mjs';
+import { clientTerms, sdkTerms } from './terms.mjs';
 import { holdWriteLock, LATEST, makeWiki, metaOf, numbers, pageAbout, sectionText } from './wiki.mjs';
 
 async function connectSdk(wiki, t) {
   const { url, end } = await serveHttp(t, wiki);
-  const client = new SdkClient({ name: 'sdk', version: '1' });
-  const errors = [];
-  client.onerror = (error) => errors.push(String(error));
-  const transport = new SdkTransport(new URL(url));
-  await client.connect(transport);
-  return {
-    client,
-    errors,
-    call: (params, options) => client.callTool(params, undefined, options),
-    onUpdated: (handler) => client.setNotificationHandler(ResourceUpdatedNotificationSchema, handler),
-    subscribe: (uri) => client.subscribeResource({ uri }),
-    end,
-  };
+  return { ...(await sdkTerms(new SdkClient({ name: 'sdk', version: '1' }), new SdkTransport(new URL(url)))), end };
 }
 
 async function connectClient(wiki, t, mode) {
   const { url, end } = await serveHttp(t, wiki);
   const client = new Client({ name: 'client', version: '1' }, { versionNegotiation: { mode } });
-  const errors = [];
-  client.onerror = (error) => errors.push(String(error));
-  await client.connect(new StreamableHTTPClientTransport(new URL(url)));
-  return {
-    client,
-    errors,
-    call: (params, options) => client.callTool(params, options),
-    onUpdated: (handler) => client.setNotificationHandler('notifications/resources/updated', handler),
-    subscribe: (uri) =>
-      client.getProtocolEra() === 'modern'
-        ? client.listen({ resourceSubscriptions: [uri] })
-        : client.subscribeResource({ uri }),
-    end,
-  };
+  return { ...(await clientTerms(client, new StreamableHTTPClientTransport(new URL(url)))), end };
 }
 
 testSessions('sdk over HTTP', connectSdk);

@@ -6,23 +6,12 @@ import { dirname, join } from 'node:path';
 import { test } from 'node:test';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
-import { ResourceUpdatedNotificationSchema } from '@modelcontextprotocol/sdk/types.js';
 import { testSessions } from './session.mjs';
+import { sdkTerms } from './terms.mjs';
 import { makeWiki, program } from './wiki.mjs';
 
-async function connect(server) {
-  const client = new Client({ name: 'sdk', version: '1' });
-  const errors = [];
-  client.onerror = (error) => errors.push(String(error));
-  await client.connect(new StdioClientTransport({ ...server, stderr: 'ignore' }));
-  return {
-    client,
-    errors,
-    call: (params, options) => client.callTool(params, undefined, options),
-    onUpdated: (handler) => client.setNotificationHandler(ResourceUpdatedNotificationSchema, handler),
-    subscribe: (uri) => client.subscribeResource({ uri }),
-  };
-}
+const connect = (server) =>
+  sdkTerms(new Client({ name: 'sdk', version: '1' }), new StdioClientTransport({ ...server, stderr: 'ignore' }));
 
 testSessions('sdk', (wiki) => connect(wiki.server));
 

@@ -5,6 +5,7 @@
 #include "ossilar/operations/claim_texts.h"
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/asking/page_claims.h"
 
 namespace ossilar::operations {
@@ -24,8 +25,7 @@ std::string why_none(const ClaimOutcome& outcome) {
   const auto first = std::min_element(
       outcome.standing.begin(), outcome.standing.end(),
       [](const store::PageClaim& a, const store::PageClaim& b) { return a.until < b.until; });
-  if (first != outcome.standing.end())
-    why += "; the first claim ends at " + workers::wiki::iso_time(first->until);
+  if (first != outcome.standing.end()) why += "; the first claim ends at " + utils::iso_time(first->until);
   return why;
 }
 
@@ -39,7 +39,7 @@ Map described_claim(const ClaimOutcome& outcome, const std::string& holder) {
     value["state"] = workers::wiki::condition_name(outcome.page->condition);
     value["reason"] = outcome.page->reason;
   }
-  if (outcome.claim) value["until"] = workers::wiki::iso_time(outcome.claim->until);
+  if (outcome.claim) value["until"] = utils::iso_time(outcome.claim->until);
   value["holder"] = holder;
   value["unwritten"] = outcome.unwritten;
   value["claims"] = outcome.standing.size();

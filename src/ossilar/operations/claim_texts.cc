@@ -2,6 +2,7 @@
 
 #include "ossilar/operations/schemas.h"
 #include "ossilar/utils/logging.h"
+#include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/asking/page_claims.h"
 
 namespace ossilar::operations {
@@ -23,18 +24,18 @@ std::string holder_of(const Asked& asked) { return asked.arguments.value("holder
 
 std::string claim_text(const store::PageClaim& claim) {
   return (claim.client.empty() ? "another agent" : claim.client) + " (" + claim.holder + ") until " +
-         workers::wiki::iso_time(claim.until);
+         utils::iso_time(claim.until);
 }
 
 std::vector<std::string> settle_claim(const Asked& asked, const std::string& page_id) try {
   const std::string holder = holder_of(asked);
-  const std::int64_t now = workers::wiki::seconds_now();
-  const auto other = workers::wiki::claim_of_another(asked.wiki, page_id, holder, now);
-  if (!other) {
-    workers::wiki::release_pages(asked.wiki, page_id, holder, now);
+  const auto claim = workers::wiki::standing_claim(asked.wiki, page_id, workers::wiki::seconds_now());
+  if (!claim) return {};
+  if (claim->holder == holder) {
+    asked.wiki.store().release_page(asked.wiki.branch(), page_id, holder);
     return {};
   }
-  return {"Warning: " + claim_text(*other) +
+  return {"Warning: " + claim_text(*claim) +
           " has claimed this page, so the two of you may have done the same work. Take the next page. If it "
           "is you who claimed it, pass `holder` when you save."};
 } catch (const std::exception& error) {

@@ -22,7 +22,8 @@ Result call_save_page(const Asked& asked) {
   if (asked.arguments.value("dry_run", false)) return preview(asked, request);
   std::vector<workers::wiki::Doubt> followed;
   request.content = follow_before_saving(asked, request.page_id, request.content, followed);
-  SaveOutcome outcome = workers::wiki::save_page(asked.wiki, request, asked.task, {.client = asked.client});
+  SaveOutcome outcome =
+      workers::wiki::save_page(asked.wiki, request, asked.task, {.change = {.client = asked.client}});
   if (outcome.answer.contains("warnings")) {
     for (const workers::wiki::Doubt& doubt : followed)
       outcome.answer["warnings"].push_back("followed: " + doubt_text(doubt) + ", and was rewritten");

@@ -4,6 +4,7 @@
 
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/schemas.h"
+#include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/asking/page_claims.h"
 #include "ossilar/workers/wiki/asking/wiki_reader.h"
 
@@ -41,7 +42,7 @@ Map standing_claims(workers::wiki::Wiki& wiki) {
     claims.push_back(Map{{"page_id", claim.page_id},
                          {"client", claim.client},
                          {"holder", claim.holder},
-                         {"until", workers::wiki::iso_time(claim.until)}});
+                         {"until", utils::iso_time(claim.until)}});
   }
   return claims;
 }

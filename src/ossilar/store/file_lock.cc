@@ -61,19 +61,11 @@ class Pauses {
   milliseconds longest_ = kFirstPause;
 };
 
-std::string utc_now() {
-  const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  gmtime_r(&now, &parts);
-  std::array<char, 32> text{};
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
 // The line that names this process in the file; holder_in() parses it. It must end with a line feed:
 // write_holder() writes over a longer former line, and the rest of that one follows until the file is cut.
 std::string holder_line(const std::string& holder) {
-  return "pid " + std::to_string(getpid()) + " on " + host_name() + ", " + holder + ", since " + utc_now() +
-         "\n";
+  return "pid " + std::to_string(getpid()) + " on " + host_name() + ", " + holder + ", since " +
+         utils::iso_time(std::time(nullptr)) + "\n";
 }
 
 // Best effort, so failures are ignored: the line is only for messages, and the lock is held on a full disk

@@ -303,4 +303,11 @@ std::size_t edit_distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
+std::string iso_time(std::time_t time) {
+  std::tm parts{};
+  gmtime_r(&time, &parts);      // std::gmtime() shares one result among threads
+  std::array<char, 32> text{};  // 20 characters and a NUL
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
 }  // namespace ossilar::utils

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,5 +81,8 @@ std::string lower_case(std::string_view text);
 // The Levenshtein distance of `a` and `b`: how many bytes are inserted, deleted or replaced at least. By the
 // Wagner-Fischer table, in time of the product of their lengths, so callers limit both.
 std::size_t edit_distance(std::string_view a, std::string_view b);
+
+// A moment in UTC as ISO 8601: "2026-01-02T03:04:05Z".
+std::string iso_time(std::time_t time);
 
 }  // namespace ossilar::utils

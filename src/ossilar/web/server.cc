@@ -14,6 +14,7 @@
 
 #include "ossilar/utils/error.h"
 #include "ossilar/utils/logging.h"
+#include "ossilar/utils/microhttpd.h"
 #include "ossilar/web/live_site.h"
 #include "ossilar/web/routes.h"
 
@@ -117,23 +118,16 @@ std::size_t keep_encoded(void* /*self*/, MHD_Connection* /*connection*/, char* t
   return std::strlen(text);
 }
 
-std::string text_or_empty(const char* text) { return text == nullptr ? "" : text; }
-
 Request request_of(MHD_Connection* connection, const char* url, const char* method) {
-  const auto header = [&](const char* name) {
-    return text_or_empty(MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name));
-  };
+  const auto header = [&](const char* name) { return utils::value_of(connection, MHD_HEADER_KIND, name); };
   return {.method = method,
           .path = url,
-          .query = text_or_empty(MHD_lookup_connection_value(connection, MHD_GET_ARGUMENT_KIND, "q")),
+          .query = utils::value_of(connection, MHD_GET_ARGUMENT_KIND, "q"),
           .host = header("Host"),
           .if_none_match = header("If-None-Match")};
 }
 
-struct ResponseFreed {
-  void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
-};
-using OwnedResponse = std::unique_ptr<MHD_Response, ResponseFreed>;
+using utils::OwnedResponse;
 
 }  // namespace
 
@@ -192,8 +186,7 @@ class Server::Impl {
   }
 
   static bool has_body(MHD_Connection* connection) {
-    const std::string length = text_or_empty(
-        MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH));
+    const std::string length = utils::value_of(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
     return (!length.empty() && length != "0") ||
            MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_TRANSFER_ENCODING) !=
                nullptr;

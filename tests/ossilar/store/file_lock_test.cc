@@ -1,3 +1,4 @@
+// What the lock on a file has beside the contract of every lock (contract/lock_test.cc).
 #include "ossilar/store/file_lock.h"
 
 #include <gmock/gmock.h>
@@ -6,29 +7,19 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
+#include <chrono>
 #include <csignal>
-#include <thread>
 
+#include "support/busy_message.h"
 #include "support/temp_dir.h"
-#include "support/threads.h"
 
 namespace ossilar::store {
 namespace {
 
+using testing::busy_message;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
-
-std::string busy_message(FileLock& lock, bool wait) {
-  try {
-    lock.acquire(wait);
-  } catch (const LockBusy& error) {
-    return error.what();
-  }
-  lock.release();
-  return "";
-}
 
 class FileLockTest : public ::testing::Test {
  protected:
@@ -40,22 +31,6 @@ class FileLockTest : public ::testing::Test {
   FileLock lock{options(std::chrono::hours(24 * 365 * 1000))};
   FileLock other{options(std::chrono::milliseconds(0))};
 };
-
-TEST_F(FileLockTest, OneHolderAtATimeAmongThreadsAndObjects) {
-  FileLock third(options(std::chrono::minutes(5)));
-  std::atomic<int> held = 0;  // read and written apart: only the lock keeps an increment from getting lost
-  testing::in_threads(6, [&](std::size_t i) {
-    FileLock& mine = i % 2 == 0 ? lock : third;
-    for (int round = 0; round < 25; ++round) {
-      mine.acquire(true);
-      const int before = held.load(std::memory_order_relaxed);
-      std::this_thread::yield();
-      held.store(before + 1, std::memory_order_relaxed);
-      mine.release();
-    }
-  });
-  EXPECT_EQ(held, 6 * 25);
-}
 
 TEST_F(FileLockTest, BusyNamesTheHolderAndTheWait) {
   const std::string by = "the wiki is being written by ";

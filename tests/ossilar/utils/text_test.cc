@@ -82,5 +82,7 @@ TEST(Fold, IgnoresCaseBlanksAndComposition) {
   EXPECT_EQ(fold(" A\xFF  B "), "A\xFF B") << "not UTF-8";
 }
 
+TEST(IsoTime, IsInUtc) { EXPECT_EQ(iso_time(1767323045), "2026-01-02T03:04:05Z"); }
+
 }  // namespace
 }  // namespace ossilar::utils

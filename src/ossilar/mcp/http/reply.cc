@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "ossilar/mcp/protocol/message.h"
+#include "ossilar/utils/microhttpd.h"
 
 namespace ossilar::mcp::http {
 namespace {
@@ -10,12 +11,7 @@ namespace {
 // What the library asks for at once; more would only be copied in larger pieces.
 constexpr std::size_t kBlock = 4096;
 
-struct ResponseFreed {
-  void operator()(MHD_Response* response) const { MHD_destroy_response(response); }
-};
-using OwnedResponse = std::unique_ptr<MHD_Response, ResponseFreed>;
-
-std::string text_or_empty(const char* text) { return text == nullptr ? "" : text; }
+using utils::OwnedResponse;
 
 // A stream of events on its way to a connection.
 struct Reader {
@@ -51,9 +47,7 @@ MHD_Result queue(MHD_Connection* connection, int status, const OwnedResponse& re
 }  // namespace
 
 Head head_of(MHD_Connection* connection, const char* url, const char* method) {
-  const auto header = [&](const char* name) {
-    return text_or_empty(MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name));
-  };
+  const auto header = [&](const char* name) { return utils::value_of(connection, MHD_HEADER_KIND, name); };
   return {.method = method,
           .path = url,
           .host = header("Host"),

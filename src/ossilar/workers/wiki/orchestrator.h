@@ -21,6 +21,7 @@
 
 #include "ossilar/utils/task.h"
 #include "ossilar/workers/wiki/agent_save.h"
+#include "ossilar/workers/wiki/host/page_change.h"
 
 namespace ossilar::workers::wiki {
 
@@ -51,9 +52,7 @@ struct SaveTerms {
   // The text is an earlier version of the page, and this its record: its sentences were written about the
   // sources of then. Null for any other text. Must outlive the save.
   const PageRecord* restores = nullptr;
-  // What the page's history tells of the save (host/history.h).
-  std::string client = {};
-  std::string action = "saved";
+  PageChange change = {};
 };
 
 class WikiGenerator final : public AgentSaveMixin {

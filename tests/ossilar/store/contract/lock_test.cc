@@ -3,26 +3,18 @@
 #include <vector>
 
 #include "ossilar/store/contract/store_fixture.h"
+#include "support/busy_message.h"
 #include "support/threads.h"
 
 namespace ossilar::store {
 namespace {
 
+using testing::busy_message;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 using std::chrono::milliseconds;
-
-std::string busy_message(WriteLock& lock, bool wait) {
-  try {
-    lock.acquire(wait);
-  } catch (const LockBusy& error) {
-    return error.what();
-  }
-  lock.release();
-  return "";
-}
 
 class LockTest : public ::testing::Test {
  protected:

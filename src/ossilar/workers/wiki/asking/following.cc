@@ -93,9 +93,9 @@ SyncedPage sync_page(Wiki& wiki, const std::string& page_id, const KnownClaims& 
                                      {"b/" + name, with_authored(standing->page, standing->authored, text)});
     return page;
   }
-  const Answer answer = answer_of(
-      save_page(wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
-                {.follows = labels_of(page.followed), .client = client, .action = action::kFollowed}));
+  const Answer answer = answer_of(save_page(
+      wiki, {.page_id = page_id, .content = text, .if_version = standing->version}, task,
+      {.follows = labels_of(page.followed), .change = {.client = client, .action = action::kFollowed}}));
   page.refusal = utils::string_member(answer, "error");
   return page;
 }
@@ -165,13 +165,14 @@ Answer confirm_page(Wiki& wiki, const std::string& page_id, const std::optional<
         {"page_id", page_id},
         {"gone", gone}};
   }
-  return answer_of(save_page(
-      wiki,
-      {.page_id = page_id,
-       .content = standing->authored,
-       .if_version = if_version ? *if_version : standing->version},
-      task,
-      {.confirms = section.value_or(""), .at = _now_iso(), .client = client, .action = action::kConfirmed}));
+  return answer_of(save_page(wiki,
+                             {.page_id = page_id,
+                              .content = standing->authored,
+                              .if_version = if_version ? *if_version : standing->version},
+                             task,
+                             {.confirms = section.value_or(""),
+                              .at = _now_iso(),
+                              .change = {.client = client, .action = action::kConfirmed}}));
 }
 
 }  // namespace ossilar::workers::wiki

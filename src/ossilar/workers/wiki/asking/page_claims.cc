@@ -4,7 +4,6 @@
 #include "ossilar/workers/wiki/asking/page_claims.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <iterator>
 #include <utility>
@@ -83,15 +82,6 @@ void claim_next(Wiki& wiki, const ClaimRequest& request, const store::StoredRows
 
 std::int64_t seconds_now() { return std::time(nullptr); }
 
-std::string iso_time(std::int64_t seconds) {
-  const std::time_t time = seconds;
-  std::tm parts{};
-  gmtime_r(&time, &parts);      // std::gmtime() shares one result among threads
-  std::array<char, 32> text{};  // 20 characters and a NUL
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text.data();
-}
-
 // The rows are read before the states, so a save between the two shows as a change and never as a page to
 // write.
 std::variant<ClaimOutcome, Answer> claim_page(Wiki& wiki, const ClaimRequest& request) {
@@ -125,10 +115,9 @@ std::vector<std::string> release_pages(Wiki& wiki, const std::optional<std::stri
   return released;
 }
 
-std::optional<PageClaim> claim_of_another(Wiki& wiki, const std::string& page_id, const std::string& holder,
-                                          std::int64_t now) {
+std::optional<PageClaim> standing_claim(Wiki& wiki, const std::string& page_id, std::int64_t now) {
   for (PageClaim& claim : wiki.store().page_claims(wiki.branch(), now))
-    if (claim.page_id == page_id && claim.holder != holder) return std::move(claim);
+    if (claim.page_id == page_id) return std::move(claim);
   return std::nullopt;
 }
 

@@ -20,8 +20,6 @@ namespace ossilar::workers::wiki {
 
 // Seconds since 1970 by the clock of this machine, the unit of all times here.
 std::int64_t seconds_now();
-// "2026-01-02T03:04:05Z".
-std::string iso_time(std::int64_t seconds);
 
 struct ClaimRequest {
   std::optional<std::string> page_id = {};  // none: the next page that needs work and that nobody has claimed
@@ -48,8 +46,7 @@ std::variant<ClaimOutcome, Answer> claim_page(Wiki& wiki, const ClaimRequest& re
 std::vector<std::string> release_pages(Wiki& wiki, const std::optional<std::string>& page_id,
                                        const std::string& holder, std::int64_t now);
 
-// The claim that another than `holder` has on the page, none if nobody else has one.
-std::optional<store::PageClaim> claim_of_another(Wiki& wiki, const std::string& page_id,
-                                                 const std::string& holder, std::int64_t now);
+// The claim that somebody has on the page, none if nobody has one.
+std::optional<store::PageClaim> standing_claim(Wiki& wiki, const std::string& page_id, std::int64_t now);
 
 }  // namespace ossilar::workers::wiki

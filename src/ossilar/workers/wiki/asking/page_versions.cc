@@ -154,9 +154,9 @@ SaveOutcome restore_page(Wiki& wiki, const RestoreRequest& request, utils::Task&
                    .content = split_authored(version.text, "").text(),
                    .if_version = request.if_version};
   if (record && !record->agent_title.empty()) save.title = record->agent_title;
-  return save_page(
-      wiki, save, task,
-      {.restores = record ? &*record : nullptr, .client = request.client, .action = action::kRestored});
+  return save_page(wiki, save, task,
+                   {.restores = record ? &*record : nullptr,
+                    .change = {.client = request.client, .action = action::kRestored}});
 }
 
 }  // namespace ossilar::workers::wiki

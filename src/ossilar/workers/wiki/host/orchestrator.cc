@@ -482,8 +482,8 @@ void WikiGenerator::commit_rows() {
 
 // In the row's transaction: the newest version is the text that the row describes.
 void WikiGenerator::note_in_history() {
-  note_version(wiki_, *commit_->transaction, draft_->page_id,
-               {.client = terms_.client, .action = terms_.action}, commit_->text, draft_->standing.text);
+  note_version(wiki_, *commit_->transaction, draft_->page_id, terms_.change, commit_->text,
+               draft_->standing.text);
 }
 
 // What fails here is only logged: the caller rethrows the failure that led here.

@@ -102,16 +102,13 @@ TEST_F(PageClaimsTest, APageThatWasSavedMeanwhileIsPassedOver) {
 
 TEST_F(PageClaimsTest, OthersAreToldApartFromTheHolder) {
   claim(*wiki_, "one", 0, "alpha");
-  EXPECT_FALSE(claim_of_another(*wiki_, "alpha", "one", 0));
-  EXPECT_EQ(claim_of_another(*wiki_, "alpha", "two", 0).value().holder, "one");
-  EXPECT_FALSE(claim_of_another(*wiki_, "alpha", "two", kMinute)) << "it has ended";
-  EXPECT_FALSE(claim_of_another(*wiki_, "beta", "two", 0));
+  EXPECT_EQ(standing_claim(*wiki_, "alpha", 0).value().holder, "one");
+  EXPECT_FALSE(standing_claim(*wiki_, "alpha", kMinute)) << "it has ended";
+  EXPECT_FALSE(standing_claim(*wiki_, "beta", 0));
   EXPECT_THAT(release_pages(*wiki_, "alpha", "two", 0), IsEmpty());
   EXPECT_THAT(release_pages(*wiki_, "alpha", "one", 0), ElementsAre("alpha"));
   EXPECT_THAT(held(0), IsEmpty());
 }
-
-TEST(IsoTime, IsInUtc) { EXPECT_EQ(iso_time(1767323045), "2026-01-02T03:04:05Z"); }
 
 }  // namespace
 }  // namespace ossilar::workers::wiki

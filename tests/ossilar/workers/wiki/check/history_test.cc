@@ -35,7 +35,8 @@ class HistoryTest : public ::testing::Test {
 
   Answer save(const std::string& text, const std::string& client = "agent",
               const std::optional<std::string>& title = {}) {
-    return save_page(*wiki_, {.page_id = "alpha", .content = text, .title = title}, task_, {.client = client})
+    return save_page(*wiki_, {.page_id = "alpha", .content = text, .title = title}, task_,
+                     {.change = {.client = client}})
         .answer;
   }
   Answer restore(const std::string& version, const std::optional<std::string>& if_version = {}) {
