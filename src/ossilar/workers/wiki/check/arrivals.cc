@@ -160,7 +160,8 @@ AdoptionReport adopt_pages(Wiki& wiki) {
 }
 
 AdoptionReport adopt_arrivals(Wiki& wiki, WhenBusy when_busy) {
-  wiki.bring_in_files();
+  // Only where it may bring something, as it reads every row, and a wiki at rest needs none of them here.
+  if (wiki.shared_files() != nullptr) wiki.bring_in_files();
   const WikiLists::Stamps news = wiki.lists().news();
   if (news.empty()) return {};
   AdoptionReport report;
