@@ -1,6 +1,6 @@
 // The commands and their options are made from the descriptions from which sessions make their tools
-// (operations/operation.h), so help, checks and names cannot drift apart. Only init, mcp, serve, export and
-// store, which are not questions to a wiki, are written out here.
+// (operations/operation.h), so help, checks and names cannot drift apart. Only what is no question
+// to a wiki, such as init or serve, is written out here.
 //
 // The parser only notes the command, and run() calls it when all arguments are read. If a callback ran the
 // command, its exceptions would pass through the parser, and the log sink and Output would have to be made

@@ -2,9 +2,9 @@
 // program.
 //
 // Commands that ask a wiki are described in operations/ and run by run_operation(), which prints their
-// document as text with a function of views.cc. `init`, `mcp`, `serve`, `export` and `store` are the shell's
-// own, each in a file of its name; so is `check`, which is described as an operation and may find no wiki to
-// open.
+// document as text with a function of views.cc. What is no question to a wiki (`init`, `serve`)
+// is the shell's own, in a file of its name; so is `check`, which is described as an operation and may find
+// no wiki to open.
 //
 // Failure: what is no answer is thrown, before the answer is printed. Wrong usage and configuration are
 // utils::ConfigError, which app.cc gives an exit code of its own. What was done before the failure stays, and

@@ -1,4 +1,4 @@
-// A progress bar for work that may take long: indexing (shared.cc, check.cc) and embedding (shared.cc).
+// A progress bar for work that may take long: indexing, embedding, copying, exporting.
 //
 // Threads: one, as the callback is called by the thread that does the work (utils/task.h). A failed write is
 // ignored.

@@ -1,5 +1,5 @@
-// Notices changed pages, whoever changed them: this server, another process, or version control. session.h
-// owns one and passes what it notices to its subscriptions.
+// Notices changed pages, whoever changed them: this server, another process, or version control. service.h
+// owns one and passes what it notices to the subscriptions of each session.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
 // Keeps the subscribers to changed pages, and notifies them in the form of the client's revision. session.h
-// owns one; its requests subscribe, and its PageWatch reports the changes.
+// owns one; its requests subscribe, and the PageWatch of its service reports the changes.
 //
 // Failure: a client that is gone is noticed by the LineWriter, and what is sent to it then is dropped.
 #pragma once

@@ -1,4 +1,5 @@
-// Compares two versions of a page. The rules are in workers/wiki/host/history.h; this only translates.
+// Compares two versions of a page. The rules are in workers/wiki/asking/page_versions.h; this only
+// translates.
 #include <utility>
 
 #include "ossilar/operations/operation.h"

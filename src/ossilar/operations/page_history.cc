@@ -1,4 +1,5 @@
-// Lists the kept versions of a page. The rules are in workers/wiki/host/history.h; this only translates.
+// Lists the kept versions of a page. The rules are in workers/wiki/asking/page_versions.h; this only
+// translates.
 #include <algorithm>
 
 #include "ossilar/operations/operation.h"

@@ -1,4 +1,4 @@
-// Saves an earlier version of a page again. The rules are in workers/wiki/host/history.h; this only
+// Saves an earlier version of a page again. The rules are in workers/wiki/asking/page_versions.h; this only
 // translates.
 #include "ossilar/operations/operation.h"
 #include "ossilar/operations/saving_texts.h"

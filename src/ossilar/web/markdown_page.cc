@@ -193,11 +193,6 @@ std::string citation_html(const Citation& citation, const std::string& address, 
 
 // ---- Sentences in doubt.
 
-bool ends_sentence(std::string_view text, std::size_t at) {
-  if (std::string_view(".!?").find(text[at]) == std::string_view::npos) return false;
-  return at + 1 == text.size() || text[at + 1] == ' ';
-}
-
 // Divides a text node before the byte `at` and gives the node of the second half.
 cmark_node* split(cmark_node* node, std::size_t at) {
   const std::string text(literal_of(node));
@@ -233,7 +228,7 @@ cmark_node* sentence_begin(cmark_node* anchor) {
     }
     has_text = has_text || end > 0;
     for (std::size_t at = end; at > 0; --at) {
-      if (!ends_sentence(text, at - 1)) continue;
+      if (!workers::wiki::ends_sentence(text, at - 1)) continue;
       const std::size_t begin = text.find_first_not_of(' ', at);
       if (begin != std::string::npos) return split(node, begin);
       return without_break(first, anchor);
@@ -249,7 +244,7 @@ cmark_node* sentence_end(cmark_node* anchor) {
   if (!is_type(next, CMARK_NODE_TEXT)) return anchor;
   const std::string text(literal_of(next));
   for (std::size_t at = 0; at < text.size(); ++at) {
-    if (!ends_sentence(text, at)) continue;
+    if (!workers::wiki::ends_sentence(text, at)) continue;
     if (at + 1 < text.size()) split(next, at + 1);
     return next;
   }
@@ -263,12 +258,15 @@ cmark_node* below_block(cmark_node* node) {
   return node;
 }
 
+// The labels "--- cited" and "+++ now" above the first hunk say what the colours do, and the hunks have the
+// lines' numbers within the cited text only.
 std::string diff_html(std::string_view diff) {
   std::string html = "<pre class=\"diff\"><code>";
+  bool has_begun = false;
   for (const std::string_view line : utils::split_lines(diff)) {
-    // The labels "--- cited" and "+++ now" say what the colours do, and the hunks have the lines' numbers
-    // within the cited text only.
-    if (line.starts_with("--- ") || line.starts_with("+++ ") || line.starts_with("@@")) continue;
+    const bool is_hunk = line.starts_with("@@");
+    has_begun = has_begun || is_hunk;
+    if (is_hunk || !has_begun) continue;
     const bool is_old = line.starts_with("-");
     const bool is_new = line.starts_with("+");
     const std::string text = escaped(line) + "\n";

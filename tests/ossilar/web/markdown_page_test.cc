@@ -37,7 +37,7 @@ CitationMark mark(std::int64_t first, CitationState state) {
   made.citation = {"src/a.cc", first, first};
   made.state = state;
   made.says = "[src/a.cc] is <doubtful>";
-  made.diff = "--- cited\n+++ now\n@@ -1 +1 @@\n-old <b>\n+new\n";
+  made.diff = "--- cited\n+++ now\n@@ -1,2 +1 @@\n-old <b>\n--- like a label\n+new\n";
   return made;
 }
 
@@ -141,10 +141,13 @@ TEST(MarkdownPageTest, MarksTheSentenceInDoubt) {
        "the mark goes around emphasis, never through it"},
       {"First.\nSecond [src/a.cc:L5].", "First.\n<span class=\"doubt doubt-changed\">Second",
        "from the line after"},
+      {"Such as e.g. this [src/a.cc:L5].", "<span class=\"doubt doubt-changed\">Such as",
+       "an abbreviation is no end"},
       {"- item [src/a.cc:L5]", "<li><span class=\"doubt doubt-changed\">item <a", "an item of a list"},
       {"| a |\n|---|\n| b [src/a.cc:L5] |", "</table>\n</div>\n<details", "below a table, not in it"},
       {"## Head [src/a.cc:L5]\n\nText.", "</h2>\n<details", "below a heading"},
-      {"x [src/a.cc:L5]", "<del>-old &lt;b&gt;\n</del><ins>+new\n</ins>", "old and new text, escaped"},
+      {"x [src/a.cc:L5]", "<del>-old &lt;b&gt;\n</del><del>--- like a label\n</del><ins>+new\n</ins>",
+       "old and new text, escaped"},
       {"x [src/a.cc:L5]", "<summary>[src/a.cc] is &lt;doubtful&gt;</summary>", "what is doubtful, escaped"},
   };
   for (const auto& row : kRows) {

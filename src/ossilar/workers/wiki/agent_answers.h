@@ -1,7 +1,7 @@
 // What a save refuses before it does any work: an id that is not planned, content that is too large, text
 // that is not UTF-8.
 //
-// Commands and sessions ask refuse_request() before they save (operations/save_page.cc). not_planned()
+// Commands and sessions ask refuse_request() before they save (operations/saving_texts.cc). not_planned()
 // answers a save of such a page (agent_save.cc, host/orchestrator.cc) and a question about it
 // (asking/wiki_reader.cc).
 //

@@ -1,7 +1,7 @@
 // What keeps a page true without a new text: following what moved (`ossilar sync`), and confirming words that
 // still hold (`ossilar confirm`). Both go through the save pipeline, onto the version that they read, so they
 // overwrite nobody's work. operations/sync.cc and operations/confirm_page.cc call them. With `[wiki] follow`
-// sessions follow a page when they read or save it (operations/following_session.h).
+// sessions follow a page when they read or save it (operations/session_following.h).
 //
 // Thread-safety: every function may be called from any thread. Failures: as of a save (docs/design.md);
 // utils::Cancelled passes.

@@ -1,5 +1,5 @@
 // Where the claims of stored pages stand: the sentence, and the line of the page file. affected.cc and
-// citing.cc show it to people.
+// cites.cc show it to people.
 //
 // Thread-safety: any thread may call. Nothing is written; a failure leaves nothing behind.
 #pragma once

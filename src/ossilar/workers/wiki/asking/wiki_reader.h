@@ -1,6 +1,7 @@
 // What commands and sessions (operations/, mcp/) ask of an open wiki: how its pages stand, what the author of
-// one needs, a page, the passages that answer a question. Nothing here takes the write lock or writes a page,
-// so a reader does not wait for the save that holds it, and a failure leaves nothing behind.
+// one needs, a page, the passages that answer a question. Nothing here takes the write lock, so a reader does
+// not wait for the save that holds it. Nothing is written but what other machines saved of a wiki that is
+// shared (host/shared_files.h), and a failure leaves nothing behind.
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -100,17 +101,25 @@ bool is_heading(std::string_view line) {
 
 struct Span {
   std::size_t begin = 0, end = 0;
+
+  std::string_view of(std::string_view text) const { return text.substr(begin, end - begin); }
 };
 
-// Whether a sentence ends behind the byte at `at`: a full stop, and then something that can begin a sentence.
-bool ends_sentence(std::string_view block, std::size_t at) {
-  if (std::string_view(".!?").find(block[at]) == std::string_view::npos) return false;
-  std::size_t next = at + 1;
-  while (next < block.size() && std::string_view("\"')*_`").find(block[next]) != std::string_view::npos)
-    ++next;
-  if (next >= block.size() || !is_blank(block[next])) return false;
-  while (next < block.size() && is_blank(block[next])) ++next;
-  return next < block.size() && std::islower(static_cast<unsigned char>(block[next])) == 0;
+constexpr std::string_view kClosingMarks = "\"')*_`";
+constexpr std::string_view kStops = ".!?,;";
+
+bool is_closing_mark(char c) { return kClosingMarks.find(c) != std::string_view::npos; }
+
+// Whether a byte behind the end of a sentence, and behind its citations, still belongs to it. A mark behind a
+// blank opens the next one.
+bool belongs_to_end(std::string_view lines, std::size_t at) {
+  if (kStops.find(lines[at]) != std::string_view::npos) return true;
+  return is_closing_mark(lines[at]) && !is_blank(lines[at - 1]);
+}
+
+// Where an earlier version began a sentence that begins at `begin`: behind the marks that open it.
+std::size_t behind_marks(std::string_view text, std::size_t begin) {
+  return std::min(text.find_first_not_of("\"')*_`.!?,; \t\n", begin), text.size());
 }
 
 // Divides text[begin, end), the lines of one block, into sentences. Citations behind a full stop belong to
@@ -126,7 +135,7 @@ void add_sentences(std::string_view text, Span block, std::vector<Span>& sentenc
     const bool is_inside = depth > 0;
     if (c == ']' && depth > 0) --depth;
     if (is_inside || is_blank(c)) continue;
-    if (is_over && std::string_view("\"')*_`.!?,;").find(c) == std::string_view::npos) {
+    if (is_over && !belongs_to_end(lines, i)) {
       sentences.push_back({block.begin + begin, block.begin + i});
       begin = i;
       is_over = false;
@@ -180,6 +189,18 @@ std::string saying(std::string_view written) {
   return utils::sha256_hex(text).substr(0, kSaysDigits);
 }
 
+// What the sentence said by the earlier rule, or "" if that is the same. `all` are the sentences of `text`.
+std::string said_formerly(std::string_view text, const std::vector<Span>& all,
+                          std::vector<Span>::const_iterator sentence) {
+  Span former = *sentence;
+  if (sentence != all.begin() && std::prev(sentence)->end == sentence->begin)
+    former.begin = behind_marks(text, sentence->begin);
+  if (const auto next = std::next(sentence); next != all.end() && next->begin == sentence->end)
+    former.end = behind_marks(text, sentence->end);
+  const bool is_same = former.begin == sentence->begin && former.end == sentence->end;
+  return is_same || former.end < former.begin ? "" : saying(former.of(text));
+}
+
 // ---- Stretches.
 
 struct United {
@@ -224,6 +245,16 @@ void put(Map& map, const char* key, const std::string& text) {
 
 }  // namespace
 
+bool ends_sentence(std::string_view text, std::size_t at) {
+  if (std::string_view(".!?").find(text[at]) == std::string_view::npos) return false;
+  std::size_t next = at + 1;
+  while (next < text.size() && is_closing_mark(text[next])) ++next;
+  if (next == text.size()) return true;
+  if (!is_blank(text[next])) return false;
+  while (next < text.size() && is_blank(text[next])) ++next;
+  return next == text.size() || std::islower(static_cast<unsigned char>(text[next])) == 0;
+}
+
 // Places, sentences and sections are walked side by side, so the work is linear in the text.
 std::vector<Claim> claims_in(std::string_view authored, const std::vector<Citation>& valid) {
   const std::vector<Place> possible = possible_places(authored, valid);
@@ -235,6 +266,7 @@ std::vector<Claim> claims_in(std::string_view authored, const std::vector<Citati
   auto section = sections.begin();
   auto sentence = sentences.begin();
   std::string says;
+  std::string formerly;
   claims.reserve(places.size());
   for (const Place& place : places) {
     const auto end_of = [&](const Section& each) {
@@ -247,10 +279,14 @@ std::vector<Claim> claims_in(std::string_view authored, const std::vector<Citati
       ++sentence;
       says.clear();
     }
-    const Span span = sentence == sentences.end() ? Span{place.begin, place.end} : *sentence;
-    if (says.empty()) says = saying(authored.substr(span.begin, span.end - span.begin));
+    const bool has_sentence = sentence != sentences.end();
+    const Span span = has_sentence ? *sentence : Span{place.begin, place.end};
+    if (says.empty()) {
+      says = saying(span.of(authored));
+      formerly = has_sentence ? said_formerly(authored, sentences, sentence) : "";
+    }
     claims.push_back({place.citation, is_inside ? section->heading : "", place.begin, place.end, span.begin,
-                      span.end, says});
+                      span.end, says, formerly});
   }
   return claims;
 }
@@ -282,8 +318,13 @@ KnownClaims::KnownClaims(std::vector<KnownClaim> claims) : claims_(std::move(cla
 
 // A claim of an earlier format is that of any sentence.
 const KnownClaim* KnownClaims::find(const Claim& claim) const {
-  auto found = places_.find({claim.citation, claim.says});
-  if (found == places_.end()) found = places_.find({claim.citation, ""});
+  const KnownClaim* found = find(claim.citation, claim.says);
+  if (found == nullptr && !claim.said_formerly.empty()) found = find(claim.citation, claim.said_formerly);
+  return found != nullptr ? found : find(claim.citation, "");
+}
+
+const KnownClaim* KnownClaims::find(const Citation& citation, const std::string& says) const {
+  const auto found = places_.find({citation, says});
   return found == places_.end() ? nullptr : &claims_[found->second];
 }
 

@@ -33,7 +33,14 @@ struct Claim {
   // A hash of the sentence that does not depend on the lines that it cites: while it stays, the author has
   // said nothing new.
   std::string says;
+  // The same by the rule of an earlier version, where it gives another: a mark that opens the next sentence
+  // was the end of this one. Rows that were written then have it.
+  std::string said_formerly;
 };
+
+// Whether a sentence ends behind the byte at `at`: a full stop, marks that close, and then the end of the
+// text, or something that can begin a sentence.
+bool ends_sentence(std::string_view text, std::size_t at);
 
 // The claims of `authored` in order. `valid` are the citations that count (Brackets::valid).
 std::vector<Claim> claims_in(std::string_view authored, const std::vector<Citation>& valid);
@@ -64,6 +71,8 @@ class KnownClaims {
   const std::vector<KnownClaim>& all() const { return claims_; }
 
  private:
+  const KnownClaim* find(const Citation& citation, const std::string& says) const;
+
   std::vector<KnownClaim> claims_;
   std::map<std::pair<Citation, std::string>, std::size_t> places_;
 };

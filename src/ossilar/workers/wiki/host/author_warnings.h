@@ -1,5 +1,5 @@
 // What an author is told of a text beside the answer's own warnings: brackets that mean nothing, and what the
-// text lost. orchestrator.cc puts it into the answer of a save, operations/save_page.cc beside a refusal.
+// text lost. orchestrator.cc puts it into the answer of a save, asking/text_check.cc beside a refusal.
 //
 // Thread-safety: functions without state; any thread may call. Nothing here fails.
 #pragma once

@@ -1,7 +1,7 @@
 // The order matters. The configuration comes first, as it names the wiki's directory. Then symbolic links on
-// the way to that directory are refused, before anything is created: otherwise directories and files would be
-// made wherever a link leads. Opening looks for `.ossilar` before it opens the store, so that a repository
-// without a wiki gets the advice to run init instead of a failure to open a database.
+// the way to that directory are refused, before anything is created in it: otherwise directories and files
+// would be made wherever a link leads. Opening looks for `.ossilar` before it opens the store, so that a
+// repository without a wiki gets the advice to run init instead of a failure to open a database.
 #include "ossilar/workers/wiki/host/open_wiki.h"
 
 #include <cstdlib>
@@ -31,6 +31,9 @@ constexpr std::string_view kConfigTemplate =
 
 [store]
 # url = "postgresql://wiki@host/wiki"    # for a team on several machines; default: a database in .ossilar
+
+[history]
+# versions = 20                 # of each page, for `ossilar log`, `diff` and `restore`
 
 [embedding]
 # provider = "local"            # or "http", for a service with the usual /v1/embeddings request:

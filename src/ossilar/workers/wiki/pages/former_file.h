@@ -3,7 +3,8 @@
 // it goes.
 //
 // Callers: each save before and after its swap (host/orchestrator.cc), the migration (check/older_format.cc)
-// and the repair (check/repair.cc) settle former files; check/inspection.cc reports those that are left.
+// the repair (check/repair.cc) and files of other machines (host/shared_files.cc) settle former files;
+// check/inspection.cc reports those that are left.
 //
 // Thread-safety: there is no state, so any thread may call. Only settle_former() needs the write lock.
 #pragma once

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "ossilar/utils/hash.h"
+
 namespace ossilar::workers::wiki {
 namespace {
 
@@ -50,6 +52,12 @@ TEST(ClaimsTest, StandInTheSentenceThatTheySupport) {
        "Some, e.g. this, run [a.cc:L1]. Next.",
        {"Some, e.g. this, run [a.cc:L1]."}},
       {"in quotes", "She said \"it runs.\" Then it stops [a.cc:L1].", {"Then it stops [a.cc:L1]."}},
+      {"a sentence that begins with code",
+       "It runs [a.cc:L1]. `main` walks [a.cc:L3].",
+       {"It runs [a.cc:L1].", "`main` walks [a.cc:L3]."}},
+      {"marks that close behind a citation",
+       "**It runs. [a.cc:L1]** *Then* it walks [a.cc:L3].",
+       {"**It runs. [a.cc:L1]**", "*Then* it walks [a.cc:L3]."}},
       {"items of a list",
        "- one [a.cc:L1]\n- two [a.cc:L3]\n* three [b.cc:L5-L6]",
        {"- one [a.cc:L1]", "- two [a.cc:L3]", "* three [b.cc:L5-L6]"}},
@@ -111,6 +119,7 @@ TEST(ClaimsTest, WhatASentenceSaysDoesNotDependOnTheLines) {
       {"It runs [a.cc:L1].", "It walks [a.cc:L1].", false},
       {"It runs [a.cc:L1].", "It runs [a.cc:L1] [a.cc:L3].", false},
       {"It takes 3 steps [a.cc:L1].", "It takes 4 steps [a.cc:L1].", false},
+      {"It runs [a.cc:L1]. `a` walks.", "It runs [a.cc:L1]. The `a` walks.", true},
       {"See [this] [a.cc:L1].", "See [that] [a.cc:L1].", false},
   };
   for (const Pair& row : cases) {
@@ -239,6 +248,17 @@ TEST(StretchesTest, RowsOfAnEarlierFormatAreRead) {
   EXPECT_TRUE(found[0].print.is_known());
   EXPECT_EQ(found[1].citation, (Citation{"b.cc", 1, 1}));
   EXPECT_FALSE(found[1].print.is_known());
+}
+
+// The mark that opens `main` belonged to the sentence before it once. What was saved then is still known.
+TEST(KnownClaimsTest, AreFoundByASentenceAsItWasCutFormerly) {
+  const auto now = claims("It runs [a.cc:L1]. `main` walks [a.cc:L3].");
+  const Strings then{"It runs [:L]. `", "main` walks [:L]."};
+  for (std::size_t i = 0; i < then.size(); ++i) {
+    const std::string says = utils::sha256_hex(then[i]).substr(0, 8);
+    EXPECT_NE(now.at(i).says, says);
+    EXPECT_NE(KnownClaims({known(now[i].citation, says)}).find(now[i]), nullptr) << then[i];
+  }
 }
 
 TEST(KnownClaimsTest, AreFoundBySentenceAndCitation) {
