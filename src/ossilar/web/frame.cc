@@ -17,7 +17,7 @@ using workers::wiki::PageState;
 
 constexpr std::size_t kWholeTree = 120;  // pages
 // Of the pages below one page so many are listed around the current one; the rest is counted.
-constexpr std::size_t kMostSiblings = 100;
+constexpr std::size_t kMostSiblings = 40;
 // A tree is as deep as the plan; this only ends a walk in a circle of parents.
 constexpr int kDeepestTree = 64;
 
