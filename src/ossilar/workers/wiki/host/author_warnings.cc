@@ -20,7 +20,19 @@ constexpr std::size_t kFewSections = 3;
 // Longer labels are no mistyped titles: the distance costs the product of the lengths.
 constexpr std::size_t kLongestTitle = 100;
 
-// The planned title that may be meant, or "": up to a quarter of its bytes are wrong, or one.
+// The only planned title that begins with these words, or "".
+std::string completed_title(const std::string& beginning, const Plans& plans) {
+  std::string found;
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    if (!utils::lower_case(plans[i].title).starts_with(beginning + " ")) continue;
+    if (!found.empty()) return "";
+    found = plans[i].title;
+  }
+  return found;
+}
+
+// The planned title that may be meant, or "": up to a quarter of its bytes are wrong, or one; or its end is
+// missing.
 std::string nearest_title(const std::string& label, const Plans& plans) {
   const std::string wanted = utils::lower_case(label);
   std::string best;
@@ -35,7 +47,7 @@ std::string nearest_title(const std::string& label, const Plans& plans) {
       best = title;
     }
   }
-  return best;
+  return best.empty() ? completed_title(wanted, plans) : best;
 }
 
 std::string unknown_title_warning(const std::string& label, const Plans& plans) {
