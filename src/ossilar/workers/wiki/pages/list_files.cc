@@ -18,8 +18,11 @@
 #include <utility>
 
 #include "ossilar/utils/atomic_file.h"
+#include "ossilar/utils/fold.h"
 #include "ossilar/utils/hash.h"
+#include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 
 namespace ossilar::workers::wiki {
@@ -117,10 +120,29 @@ std::vector<Place> nested(const ListPart& part, const store::StoredRows& rows) {
   return places;
 }
 
+// A summary is plain text, in which links and citations of the page are brackets: a title says something
+// without them, and a citation nothing.
+std::string without_brackets(const std::string& summary) {
+  std::string out;
+  std::size_t done = 0;
+  for (const std::string_view label : bracketed(summary)) {
+    const auto begin = static_cast<std::size_t>(label.data() - summary.data());
+    if (begin - 1 < done) continue;
+    out.append(summary, done, begin - 1 - done);
+    if (parse_citation(utils::collapse_label(label))) {
+      out.erase(out.find_last_not_of(' ') + 1);
+    } else {
+      out.append(label);
+    }
+    done = begin + label.size() + 1;
+  }
+  return out.append(summary, done);
+}
+
 std::string index_line(const Map& row, const std::string& up) {
   std::string line = "- [" + escaped(utils::string_member(row, "title")) + "](" + up +
                      utils::string_member(row, "rel_path") + ")";
-  const std::string summary = utils::string_member(row, "summary");
+  const std::string summary = without_brackets(utils::string_member(row, "summary"));
   if (!summary.empty()) line += ": " + escaped(summary);
   return line + "\n";
 }

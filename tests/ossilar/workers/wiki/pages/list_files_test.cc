@@ -59,13 +59,15 @@ TEST_F(WikiListsTest, TheIndexListsPagesInReadingOrderUnderTheirParents) {
   rows.set("src/core", row_of("src/core", "h", "src"));
   Map overview = row_of("overview");
   overview["page_type"] = "overview";
+  overview["summary"] = "Rests on [src] and <b> [a.c:L1] [a.c:L2]. See [Title of zeta].";
   rows.set("overview", overview);
   lists_.write_page(rows, {}, "zeta");
   EXPECT_THAT(file("index.md"),
-              ::testing::EndsWith("\n- [Title of overview](pages/overview.md): About overview\n"
-                                  "- [Title of src](pages/src.md): About src\n"
-                                  "  - [Title of src/core](pages/src/core.md): About src/core\n"
-                                  "- [Title of zeta](pages/zeta.md): About zeta\n"));
+              ::testing::EndsWith(
+                  "\n- [Title of overview](pages/overview.md): Rests on src and \\<b\\>. See Title of zeta.\n"
+                  "- [Title of src](pages/src.md): About src\n"
+                  "  - [Title of src/core](pages/src/core.md): About src/core\n"
+                  "- [Title of zeta](pages/zeta.md): About zeta\n"));
   const ManifestContent content = lists_.read_all();
   EXPECT_TRUE(content.describes("src/core", "h"));
   EXPECT_FALSE(content.describes("src/core", "other"));
