@@ -66,16 +66,18 @@ std::string tool_name(std::string_view path, std::string_view language) {
 // The kinds of all the tool's languages share one list. Values count at the top level only, where they are no
 // locals.
 bool is_wanted(std::string_view kind, std::string_view scope_kind, std::string_view language) {
-  static constexpr std::array<std::string_view, 35> kDeclarations = {
-      "function",  "method",      "class",   "struct",          "union",     "enum",       "interface",
-      "trait",     "typedef",     "type",    "alias",           "talias",    "macro",      "module",
-      "namespace", "constructor", "func",    "methodSpec",      "procedure", "subroutine", "subprogram",
-      "generator", "getter",      "setter",  "singletonMethod", "object",    "protocol",   "annotation",
-      "mixin",     "record",      "message", "service",         "rpc",       "table",      "task"};
+  static constexpr std::array<std::string_view, 36> kDeclarations = {
+      "function",        "method",     "class",      "struct",      "union",  "enum",
+      "interface",       "trait",      "typedef",    "type",        "alias",  "talias",
+      "macro",           "module",     "namespace",  "constructor", "func",   "methodSpec",
+      "procedure",       "subroutine", "subprogram", "generator",   "getter", "setter",
+      "singletonMethod", "object",     "protocol",   "annotation",  "mixin",  "record",
+      "message",         "service",    "rpc",        "table",       "task",   "typealias"};
   static constexpr std::array<std::string_view, 7> kValues = {"variable", "constant", "const", "var",
                                                               "value",    "val",      "define"};
   static constexpr std::array<std::string_view, 4> kTopLevel = {"", "namespace", "module", "package"};
-  if (kind == "member") return language == "Python";       // a method; elsewhere a field
+  if (kind == "member") return language == "Python";  // a method; elsewhere a field
+  if (scope_kind == "function" && (language == "C" || language == "C++")) return false;
   if (kind == "alias" && language == "PHP") return false;  // an import
   return contains(kDeclarations, kind) || (contains(kValues, kind) && contains(kTopLevel, scope_kind));
 }

@@ -16,7 +16,7 @@ namespace {
 
 // Raise it when the form changes, or when languages, imports or symbols are found in another way: each record
 // of another format makes its file be read again.
-constexpr int kFormat = 400 + kImportRules;
+constexpr int kFormat = 500 + kImportRules;
 
 // Takes a record apart from the front. A part that does not fit gives a zero, an empty or a shorter value,
 // and marks the record as damaged.
