@@ -13,7 +13,7 @@ add_custom_target(ossilar_companions ALL DEPENDS "${companions}.stamp")
 install(TARGETS ossilar)
 install(DIRECTORY "${companions}/share/" DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}")
 install(FILES README.md CHANGELOG.md packaging/copyright DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/design.md docs/protocol.md docs/storage.md docs/performance.md docs/serve.png DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES docs/deploy.md docs/design.md docs/protocol.md docs/storage.md docs/performance.md docs/serve.png DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 
 # Beside the system's own libraries, a package that brings libraries along has them in lib/ossilar. RPATH and not RUNPATH:
 # only the former is also asked for the libraries of libraries.

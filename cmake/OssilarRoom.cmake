@@ -1,8 +1,10 @@
 # A room is one library target with a list of sources of its own. Its tests are one binary that links that room
 # alone, so an arrow the wrong way fails to link. A source or test file that is in no list fails the configuration.
 
+# ossilar_require_listed(KIND [FOLDER...]): also of the folders below that have no list of their own.
 function(ossilar_require_listed kind)
-  file(GLOB present RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "*.cc")
+  list(TRANSFORM ARGN APPEND "/*.cc" OUTPUT_VARIABLE below)
+  file(GLOB present RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "*.cc" ${below})
   foreach(file IN LISTS present)
     get_property(listed DIRECTORY PROPERTY OSSILAR_LISTED)
     if(NOT file IN_LIST listed)

@@ -5,8 +5,8 @@ import { holdWriteLock, makeWiki, pageAbout, sectionText, TOOLS } from './wiki.m
 
 const PAGE = 'ossilar://pages/alpha';
 
-// Arguments with which each tool succeeds on a wiki whose page alpha is saved, in the order in which they are listed:
-// the renamed page is the one that is removed.
+// Arguments with which each tool succeeds on a wiki whose page alpha is saved, in the order in which the server
+// lists its tools: the renamed page is the one that is removed.
 const ARGUMENTS = {
   affected: {},
   check_page: { page_id: 'alpha', content: pageAbout('alpha') },

@@ -37,6 +37,7 @@ CommitFiles working_files(const std::filesystem::path& root) {
     if (!look || look->is_directory) continue;
     const bool is_read = look->kind == FileKind::text && !is_as_staged(look->stamp, staged);
     const auto reading = is_read ? tree.read(path) : std::nullopt;
+    if (is_read && !reading) continue;  // it has just gone
     files.emplace(path, reading ? blob_id(reading->content) : staged.blob);
   }
   return files;

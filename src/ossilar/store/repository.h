@@ -1,7 +1,7 @@
 // The store of a wiki: rows, chunks with their passages, digests, state. The operations are named by what
 // they mean to a wiki, and nothing here depends on a database, so that everything above this room can be
 // tested with another store or with a wrapper that fails on demand (forwarding_store.h). store/sqlite
-// implements it.
+// and store/postgresql implement it.
 //
 // Three interfaces, from narrow to wide: Repository is what the save pipeline (agent_save) writes through;
 // WikiStore is what one Wiki (host/wiki.h) owns and all its threads share; StoreTransaction is a WikiStore

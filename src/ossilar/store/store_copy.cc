@@ -77,7 +77,7 @@ class Branch {
   const std::map<std::string, std::string> marks_;
 };
 
-// The row is made last but one: it drops the stale mark.
+// The row comes first: making it drops the stale mark.
 void write_row(WikiStore& to, const std::string& branch, const std::string& page_id, const WholePage& page) {
   const std::int64_t key = to.upsert_wiki_page(branch, page_id, page.row->title, page.row->fields);
   if (!page.mark.empty()) to.mark_stale(branch, {{page_id, page.mark}});

@@ -17,9 +17,10 @@
 namespace ossilar::source {
 namespace {
 
-// Only the index and HEAD are read, and nothing that a configuration names is run. So a checkout that belongs
-// to another user, as in a container, is safe to read without the check of its owner. The search paths are
-// empty: the configuration of the user and the system is not needed, and lies outside the repository.
+// The index, HEAD and objects are read, and nothing that a configuration names is run. So a checkout that
+// belongs to another user, as in a container, is safe to read without the check of its owner. The search
+// paths are empty: the configuration of the user and the system is not needed, and lies outside the
+// repository.
 void set_options() {
   git_libgit2_opts(GIT_OPT_SET_OWNER_VALIDATION, 0);
   for (const auto level : {GIT_CONFIG_LEVEL_SYSTEM, GIT_CONFIG_LEVEL_XDG, GIT_CONFIG_LEVEL_GLOBAL}) {
@@ -59,9 +60,9 @@ GitHandle<git_repository> open_git_directory(const std::filesystem::path& direct
   return GitHandle<git_repository>(result < 0 ? nullptr : opened);
 }
 
-// Whether the extension leaves the format of index and HEAD as it is. Those of the list do nothing, are
-// about objects, which are not read here, or about where working trees and settings lie. An unknown one is
-// refused, as it may mean anything.
+// Whether the extension leaves the format of index, HEAD and objects as it is. Those of the list do nothing,
+// say that objects may be missing or are kept, which a reader meets anyway, or where working trees and
+// settings lie. An unknown one is refused, as it may mean anything.
 bool is_harmless(std::string_view extension, std::string_view value) {
   static constexpr std::array<std::string_view, 5> kHarmless = {"noop", "partialclone", "preciousobjects",
                                                                 "relativeworktrees", "worktreeconfig"};

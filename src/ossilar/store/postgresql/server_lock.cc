@@ -58,7 +58,7 @@ constexpr const char* kHolder =
     " AND (classid::bigint << 32 | objid::bigint) = $1::bigint AND pg_locks.database ="
     " (SELECT oid FROM pg_database WHERE datname = current_database())";
 
-// 64 bits of a hash, so two branches practically never share a lock. The sign bit is left out: pg_locks shows
+// 60 bits of a hash, so two branches practically never share a lock. The sign bit stays clear: pg_locks shows
 // the key in two halves without one.
 std::int64_t key_of(const std::string& branch) {
   const std::string digits = utils::sha256_hex("ossilar write lock of " + branch).substr(0, 15);

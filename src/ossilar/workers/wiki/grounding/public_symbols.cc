@@ -81,9 +81,7 @@ class Rule {
   }
 
  private:
-  bool is_script() const {
-    return is_one_of(language_, {"JavaScript", "TypeScript", "JSX", "TSX", "Vue", "Svelte"});
-  }
+  bool is_script() const { return is_one_of(language_, {"JavaScript", "TypeScript", "Vue", "Svelte"}); }
 
   // A source offers what a header names; without any header, what is not `static`.
   bool is_offered(const NamedSymbol& named) const {

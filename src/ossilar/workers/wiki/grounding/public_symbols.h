@@ -2,7 +2,7 @@
 // page is about these first (context_text.cc); the rest are helpers.
 //
 // Thread-safety: any thread may call; an Exports belongs to one. Failures: none; of a language without a rule
-// every symbol counts whose name does not begin with `_`.
+// every symbol counts that is not called private or protected, and whose name does not begin with `_` or `#`.
 #pragma once
 
 #include <set>
