@@ -327,6 +327,19 @@ std::vector<std::string_view> bracketed(std::string_view text) {
   return found;
 }
 
+std::string without_citations(std::string_view text) {
+  std::string out;
+  std::size_t done = 0;
+  for (const std::string_view label : bracketed(text)) {
+    if (!parse_citation(utils::collapse_label(label))) continue;
+    const auto begin = static_cast<std::size_t>(label.data() - text.data());
+    out.append(text.substr(done, begin - 1 - done));
+    out.erase(out.find_last_not_of(' ') + 1);
+    done = begin + label.size() + 1;
+  }
+  return out.append(text.substr(done));
+}
+
 Brackets read_brackets(std::string_view authored, const source::SourceIndex& index,
                        const PageByTitle& page_by_title) {
   Brackets brackets;

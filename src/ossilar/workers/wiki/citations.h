@@ -54,6 +54,9 @@ std::optional<Citation> parse_citation(std::string_view label);
 // CommonMark links no longer label. Code and HTML are not left out. The views point into `text`.
 std::vector<std::string_view> bracketed(std::string_view text);
 
+// `text` without its citations, the blanks before them included.
+std::string without_citations(std::string_view text);
+
 // Gives the id of the page that a label names, or none.
 using PageByTitle = std::function<std::optional<std::string>(std::string_view label)>;
 

@@ -11,6 +11,7 @@
 
 #include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/finalize.h"
 #include "ossilar/workers/wiki/repo_facts.h"
 #include "ossilar/workers/wiki/sections.h"
@@ -38,6 +39,13 @@ Map openings_of(const std::vector<Section>& sections) {
   return openings;
 }
 
+// Lines that `ossilar sync` followed change nothing of what a page says.
+Map uncited(Map openings) {
+  for (Map& each : openings)
+    each["opening"] = without_citations(each.at("opening").get_ref<const std::string&>());
+  return openings;
+}
+
 std::string hash_of(const Map& openings) { return _text_hash(utils::json_text(openings)); }
 
 // Digests that earlier versions stored hold the openings themselves, not their hash.
@@ -56,10 +64,16 @@ bool spans_the_wiki(const PagePlan& plan) { return plan.type == "overview" || pl
 }  // namespace
 
 Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& /*citations*/) {
-  return {{"title", plan.title}, {"abstract", hash_of(openings_of(sections_of(body)))}};
+  const Map openings = openings_of(sections_of(body));
+  return {{"title", plan.title}, {"abstract", hash_of(openings)}, {"says", hash_of(uncited(openings))}};
 }
 
-bool same_abstract(const Map& a, const Map& b) { return abstract_of(a) == abstract_of(b); }
+// Digests of earlier versions have no `says`.
+bool same_abstract(const Map& a, const Map& b) {
+  const std::string says = utils::string_member(a, "says");
+  if (!says.empty() && says == utils::string_member(b, "says")) return true;
+  return abstract_of(a) == abstract_of(b);
+}
 
 std::vector<std::string> changed_abstracts(const store::PageDigests& before,
                                            const store::PageDigests& after) {

@@ -16,9 +16,9 @@
 
 namespace ossilar::workers::wiki {
 
-// The digest of a unit page: its `title`, and as `abstract` a hash of the heading and the opening of each
-// section of `body`, which is what a synthesis page builds on. A hash is enough, and small: every process
-// holds all digests, and asks only whether one changed. `citations` are no part of it.
+// The digest of a unit page: its `title`, as `abstract` a hash of the heading and the opening of each section
+// of `body`, which is what a synthesis page builds on, and as `says` the same without citations. A hash is
+// enough, and small: every process holds all digests, and asks only whether one changed.
 Map _page_digest(const PagePlan& plan, const std::string& body, const std::vector<Map>& citations);
 
 // Whether the two digests say the same of their sections; titles are not compared.

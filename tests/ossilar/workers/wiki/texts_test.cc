@@ -67,16 +67,17 @@ TEST(SameHeading, IgnoresMarksCaseAndMarkup) {
 }
 
 TEST(Digest, ChangesWithTheOpeningsOfSections) {
-  const std::string body = "## A\n\nFirst *words*.\n\nMore.\n\n## A\n\n- second\n";
+  const std::string body = "## A\n\nFirst *words* [a.c:L7].\n\nMore.\n\n## A\n\n- second\n";
   const Map digest = _page_digest(plans()[1], body, {});
   EXPECT_EQ(utils::string_member(digest, "title"), "Store");
   for (const auto& [other, is_same] :
        std::map<std::string, bool>{{"## A\n\nFirst words.\n\nLess.\n\n## A\n\n* second\n\nThird.\n", true},
+                                   {"## A\n\nFirst words [a.c:L1-L2] [b.c:L3].\n\n## A\n\n* second\n", true},
                                    {"## B\n\nFirst *words*.\n\nMore.\n\n## A\n\n- second\n", false},
                                    {"## A\n\nLast *words*.\n\nMore.\n\n## A\n\n- second\n", false},
                                    {"## A\n\nFirst *words*.\n", false}})
     EXPECT_EQ(same_abstract(digest, _page_digest(plans()[1], other, {})), is_same) << other;
-  const Map former = Map::parse(R"({"abstract": [{"heading": "A", "opening": "First words."},
+  const Map former = Map::parse(R"({"abstract": [{"heading": "A", "opening": "First words [a.c:L7]."},
       {"heading": "A", "opening": "second"}], "headings": ["A", "A"]})");
   store::PageDigests before{{"a", former}, {"b", digest}, {"gone", digest}};
   store::PageDigests after{{"a", digest}, {"b", Map{{"abstract", 1}}}, {"new", digest}};

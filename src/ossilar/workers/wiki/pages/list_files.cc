@@ -18,9 +18,7 @@
 #include <utility>
 
 #include "ossilar/utils/atomic_file.h"
-#include "ossilar/utils/fold.h"
 #include "ossilar/utils/hash.h"
-#include "ossilar/utils/markdown.h"
 #include "ossilar/utils/text.h"
 #include "ossilar/workers/wiki/citations.h"
 #include "ossilar/workers/wiki/repo_facts.h"
@@ -120,23 +118,17 @@ std::vector<Place> nested(const ListPart& part, const store::StoredRows& rows) {
   return places;
 }
 
-// A summary is plain text, in which links and citations of the page are brackets: a title says something
-// without them, and a citation nothing.
+// A summary is plain text, in which a link to a page is its title in brackets.
 std::string without_brackets(const std::string& summary) {
-  std::string out;
-  std::size_t done = 0;
-  for (const std::string_view label : bracketed(summary)) {
-    const auto begin = static_cast<std::size_t>(label.data() - summary.data());
-    if (begin - 1 < done) continue;
-    out.append(summary, done, begin - 1 - done);
-    if (parse_citation(utils::collapse_label(label))) {
-      out.erase(out.find_last_not_of(' ') + 1);
-    } else {
-      out.append(label);
-    }
-    done = begin + label.size() + 1;
+  std::string out = without_citations(summary);
+  std::vector<std::size_t> brackets;
+  for (const std::string_view label : bracketed(out)) {
+    const auto begin = static_cast<std::size_t>(label.data() - out.data());
+    brackets.push_back(begin - 1);
+    brackets.push_back(begin + label.size());
   }
-  return out.append(summary, done);
+  for (auto at = brackets.rbegin(); at != brackets.rend(); ++at) out.erase(*at, 1);
+  return out;
 }
 
 std::string index_line(const Map& row, const std::string& up) {
