@@ -30,8 +30,8 @@ class Task {
   using Watcher = std::function<void(std::string_view step)>;
 
   // Told every step and every stage that begins, also behind a shield, where the write lock is held: it must
-  // not wait for anything. Set by benches and by the measurements of a
-  // server (mcp/http/metrics.cc).
+  // not wait for anything. Set by benches and by a server's measurements
+  // (mcp/http/metrics.cc).
   using Probe = std::function<void(std::string_view stage)>;
 
   Task() = default;

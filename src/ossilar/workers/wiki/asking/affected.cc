@@ -2,7 +2,7 @@
 // a page that is not up to date with the side before is told of this change alone.
 //
 // A side of a commit is an index of the files in question without their symbols. Symbols only tell `changed`
-// from `gone`, and a file's text has to lie on disk for the symbol tool.
+// from `gone`, and to start the symbol tool would take longer than all the rest.
 #include "ossilar/workers/wiki/asking/affected.h"
 
 #include <algorithm>

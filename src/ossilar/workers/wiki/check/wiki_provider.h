@@ -1,6 +1,5 @@
 // The wiki that a server works on. Each server (mcp/server.cc, mcp/http/server.cc, web/server.cc) has one
-// provider; every request that
-// needs the wiki asks it again, and mcp/page_watch.cc looks at what is open.
+// provider; every request that needs the wiki asks it again, and mcp/page_watch.cc looks at what is open.
 #pragma once
 
 #include <filesystem>

@@ -67,7 +67,7 @@ double similarity(const LineText& a, const LineText& b) {
   return static_cast<double>(common) / static_cast<double>(larger);
 }
 
-// Pointers to what is in here stay valid until clear(), which look() alone calls, at its start.
+// Pointers to what is in here stay valid until clear_when_full(), which look() alone calls, at its start.
 struct CitationFollower::Texts {
   std::map<std::string, std::unique_ptr<LineText>> past;  // by the version's hash; null for one not to be had
   std::map<std::string, std::unique_ptr<LineText>> now;   // by path

@@ -2,7 +2,7 @@
 // name. Somebody may have edited it between the save's last look and the swap, so its text is checked before
 // it goes.
 //
-// Callers: each save before and after its swap (host/orchestrator.cc), the migration (check/older_format.cc)
+// Callers: each save before and after its swap (host/orchestrator.cc), the migration (check/older_format.cc),
 // the repair (check/repair.cc) and files of other machines (host/shared_files.cc) settle former files;
 // check/inspection.cc reports those that are left.
 //
