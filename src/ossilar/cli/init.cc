@@ -56,7 +56,7 @@ const PageState* first_to_write(const WikiStatus& status) {
 void print_next_steps(Output& output) {
   output.line();
   output.line("Next:");
-  output.line("  ossilar plan     list the pages to write");
+  output.line("  ossilar plan     list the pages and how they stand");
   output.line("  ossilar doctor   say what is missing or odd on this machine");
   output.line("Commit ossilar.toml and the wiki's folder; .ossilar is local, and git ignores it.");
 }

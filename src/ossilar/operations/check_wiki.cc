@@ -27,6 +27,14 @@ Map names_of_faults() {
   return names;
 }
 
+// "unverified, moved", for the help.
+std::string clean_kinds() {
+  std::vector<std::string> names;
+  for (const workers::wiki::FaultKind& kind : workers::wiki::kFaultKinds)
+    if (kind.leaves_clean) names.emplace_back(kind.name);
+  return utils::join(names, ", ");
+}
+
 Result call_check_wiki(const Asked& asked) {
   CheckOptions options = check_options(asked.arguments);
   asked.task.begin_step("checking the wiki");
@@ -87,7 +95,7 @@ Operation check_wiki() {
                     {.name = "strict",
                      .option = "--strict",
                      .value = {},
-                     .schema = flag("exit with 1 for unverified, moved, drifted and orphaned pages too"),
+                     .schema = flag("exit with 1 for what leaves a wiki clean too: " + clean_kinds()),
                      .in_session = false,
                      .flag = true},
                     {.name = "only",

@@ -25,9 +25,9 @@ Operation confirm_page() {
       .command = "confirm",
       .tool = "confirm_page",
       .title = "Confirm a wiki page",
-      .does = "Say that a stale page's words still hold for the source as it is",
+      .does = "Say that a page's words still hold for the source as it is",
       .description =
-          "Call it after you have read what a stale page cites and its words still hold. The text stays; the "
+          "Call it after you have read what a page cites and its words still hold. The text stays; the "
           "page "
           "is compared with today's source from then on. With `section` only that `##` section is confirmed. "
           "Refused if something that the page cites is gone: then rewrite the sentence and save the page.",

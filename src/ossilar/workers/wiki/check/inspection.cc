@@ -395,7 +395,8 @@ void Inspection::inspect_states() {
         tell(Fault::moved, "run ossilar sync");
         break;
       case PageCondition::drifted:
-        tell(Fault::drifted, "read it when you next touch it (see: " + context + ")");
+        tell(Fault::drifted, "read it when you next touch it (see: " + context +
+                                 "), or, if it still holds: ossilar confirm " + state.page_id);
         break;
       case PageCondition::orphaned:
         add({Fault::orphaned, page_path(state.page_id), state.page_id, "is orphaned: no longer in the plan",
