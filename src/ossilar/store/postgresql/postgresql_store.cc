@@ -29,9 +29,14 @@ constexpr const char* kSavepoint = "SAVEPOINT step";
 constexpr const char* kReleaseSavepoint = "RELEASE SAVEPOINT step";
 constexpr const char* kRollBackToSavepoint = "ROLLBACK TO SAVEPOINT step";
 constexpr const char* kNotSynced = "SET LOCAL synchronous_commit = off";
-// The number of the transaction tells later what became of it.
-constexpr const char* kLockCounter = "SELECT revision, pg_current_xact_id()::text FROM counter FOR UPDATE";
-constexpr const char* kOutcome = "SELECT coalesce(pg_xact_status($1::text::xid8), 'forgotten')";
+// The mark tells later what became of a transaction. Its number would not: the server gives that of one that
+// a crash took back to another one.
+constexpr const char* kLockCounter = "SELECT revision, gen_random_uuid()::text FROM counter FOR UPDATE";
+constexpr const char* kLeaveMark = "INSERT INTO commits (mark) VALUES ($1::text::uuid)";
+constexpr const char* kDropOldMarks = "DELETE FROM commits WHERE at < now() - interval '1 hour'";
+// Waits for a transaction that the server has not missed yet.
+constexpr const char* kWaitForWriters = "SELECT FROM counter FOR UPDATE";
+constexpr const char* kHasMark = "SELECT EXISTS (SELECT FROM commits WHERE mark = $1::text::uuid)";
 
 // How long the outcome of a commit is asked for whose connection was lost: the server may be restarting.
 constexpr std::chrono::seconds kOutcomePatience(10);
@@ -88,19 +93,19 @@ struct Shared {
   SharedSnapshots snapshots;
 };
 
-// What became of a transaction whose COMMIT was not answered: "committed", "aborted", or "" where nobody
-// knows. "in progress" is one whose connection the server has not missed yet.
-std::string outcome_of(Connections& connections, const std::string& transaction) {
+// Whether the transaction whose COMMIT was not answered is stored; none where nobody knows.
+std::optional<bool> is_committed(Connections& connections, const std::string& mark) {
   const auto deadline = std::chrono::steady_clock::now() + kOutcomePatience;
   for (;;) {
     try {
-      const Result found = connections.renew()->run_one({.sql = kOutcome, .values = {transaction}});
-      std::string outcome = found.text(0, 0);
-      if (outcome == "committed" || outcome == "aborted") return outcome;
+      std::vector<Statement> statements;
+      statements.push_back({.sql = kWaitForWriters});
+      statements.push_back({.sql = kHasMark, .values = {mark}});
+      return connections.renew()->run(statements).back().flag(0, 0);
     } catch (const utils::Error& error) {
       logger.warning("cannot ask yet what became of the last commit", error);
     }
-    if (std::chrono::steady_clock::now() >= deadline) return "";
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
     std::this_thread::sleep_for(kOutcomePause);
   }
 }
@@ -191,7 +196,7 @@ class Transaction final : public Operations<StoreTransaction> {
     add_reading(statements);
     const std::vector<Result> results = connection.run(statements);
     begun_ = revision_ = results.at(1).number(0, 0);
-    transaction_ = results.at(1).text(0, 1);
+    mark_ = results.at(1).text(0, 1);
     // A database that was restored from a copy may have a lower revision: what is known is of another one.
     for (const auto& [branch, snapshot] : last_.pages)
       if (snapshot.revision > begun_) return forget_all();
@@ -221,6 +226,8 @@ class Transaction final : public Operations<StoreTransaction> {
   // The rows that were written come along, as the publication asks for them next.
   void commit_over(Connection& connection) {
     std::vector<Statement> statements = std::exchange(unsent_, {});
+    statements.push_back({.sql = kLeaveMark, .values = {mark_}});
+    statements.push_back({.sql = kDropOldMarks});
     const std::size_t at = statements.size();
     add_reading(statements);
     statements.push_back({.sql = kCommit});
@@ -229,10 +236,9 @@ class Transaction final : public Operations<StoreTransaction> {
 
   void settle_outcome(const ConnectionLost& lost) {
     shared_.snapshots.drop();
-    const std::string outcome = outcome_of(*shared_.connections, transaction_);
-    if (outcome == "committed") return;
-    if (outcome == "aborted")
-      throw utils::Error(std::string(lost.what()) + "; nothing was stored, try again");
+    const std::optional<bool> is_stored = is_committed(*shared_.connections, mark_);
+    if (is_stored == true) return;
+    if (is_stored == false) throw utils::Error(std::string(lost.what()) + "; nothing was stored, try again");
     throw StorageError(shared_.connections->shown() + ": cannot tell whether the attempt to " + attempt_ +
                        " succeeded (" + lost.what() +
                        "); see what the page says, or save the same text again");
@@ -286,7 +292,7 @@ class Transaction final : public Operations<StoreTransaction> {
   const std::string attempt_;
   std::int64_t begun_ = 0;
   std::int64_t revision_ = 0;
-  std::string transaction_;
+  std::string mark_;
   Snapshots last_;
   Connections::Lease lease_;
   std::vector<Statement> unsent_;  // goes with the next statements

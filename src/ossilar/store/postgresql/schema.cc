@@ -168,6 +168,11 @@ CREATE TABLE page_claims (
   until bigint NOT NULL,
   PRIMARY KEY (branch, page_id)
 );
+)sql",
+                            // The transactions of the last hour.
+                            R"sql(
+CREATE TABLE commits (mark uuid PRIMARY KEY, at timestamptz NOT NULL DEFAULT now());
+CREATE INDEX commits_by_time ON commits (at);
 )sql"};
 
 constexpr auto kSchemaVersion = static_cast<std::int64_t>(kSteps.size());

@@ -239,5 +239,19 @@ TEST_F(PostgresqlTest, AServerThatRestartsIsWaitedForAndTheLockIsFree) {
   EXPECT_THAT(shared.store->get_wiki_pages("main").keys(), ::testing::ElementsAre("a", "c"));
 }
 
+// A transaction that a crash took back leaves its number, which the server gives to another one.
+TEST_F(PostgresqlTest, ACommitThatACrashTookBackIsNotTakenForTheOneThatHasItsNumberNow) {
+  const auto store = database.open();
+  const auto other = database.open();
+  const auto lost = store->begin("store the page a");
+  put(*lost, "a");
+  auto& server = testing::PostgresServer::shared();
+  server.stop(SIGQUIT);
+  server.start();
+  for (int i = 0; i < 20; ++i) put(*other, "b" + std::to_string(i));
+  EXPECT_THAT(refusal([&] { lost->commit(); }), HasSubstr("nothing was stored, try again"));
+  EXPECT_FALSE(other->page_key("main", "a").has_value());
+}
+
 }  // namespace
 }  // namespace ossilar::store
