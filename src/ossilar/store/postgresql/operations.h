@@ -121,8 +121,9 @@ class Operations : public Interface {
   }
   std::vector<FoundPassage> nearest(const std::string& branch, const std::string& model, const Vector& query,
                                     const PassageFilter& filter, std::size_t limit) override {
-    return read("search the vectors of the branch " + branch,
-                [&](Session& session) { return find_nearest(session, branch, model, query, filter, limit); });
+    return read("search the vectors of the branch " + branch, [&](Session& session) {
+      return find_nearest(session, vector_cache(), branch, model, query, filter, limit);
+    });
   }
 
   PageDigests load_digests(const std::string& branch) override {
@@ -241,6 +242,7 @@ class Operations : public Interface {
   // A write that may be lost in a crash of the server.
   virtual void run_soon(const std::string& attempt, Statement statement) = 0;
   virtual WikiStore& local() = 0;
+  virtual VectorCache& vector_cache() = 0;
 
   template <class Ask>
   std::invoke_result_t<Ask, Session&> read(const std::string& attempt, Ask ask) {

@@ -91,6 +91,7 @@ struct Shared {
   std::shared_ptr<Connections> connections;
   std::unique_ptr<WikiStore> local;
   SharedSnapshots snapshots;
+  VectorCache vectors;
 };
 
 // Whether the transaction whose COMMIT was not answered is stored; none where nobody knows.
@@ -221,6 +222,7 @@ class Transaction final : public Operations<StoreTransaction> {
   void forget_all() {
     last_ = {};
     shared_.snapshots.drop();
+    shared_.vectors.drop();
   }
 
   // The rows that were written come along, as the publication asks for them next.
@@ -277,6 +279,7 @@ class Transaction final : public Operations<StoreTransaction> {
   }
 
   WikiStore& local() override { return *shared_.local; }
+  VectorCache& vector_cache() override { return shared_.vectors; }
 
   // Throws nothing: called from the destructor and while another failure is handled. What could not be rolled
   // back ends with the connection, which does not go back into the pool.
@@ -363,6 +366,7 @@ class PostgresqlStore final : public Operations<WikiStore> {
   }
 
   WikiStore& local() override { return *shared_.local; }
+  VectorCache& vector_cache() override { return shared_.vectors; }
 
   const std::shared_ptr<Shared> owned_;  // the lock has it too
   Shared& shared_;

@@ -4,8 +4,7 @@
 #include "ossilar/store/postgresql/search.h"
 
 #include <algorithm>
-#include <iterator>
-#include <map>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -52,10 +51,9 @@ constexpr const char* kMatches =
     " FROM (SELECT * FROM best ORDER BY score DESC, page_key, position LIMIT $5) AS best"
     " JOIN pages USING (page_key) JOIN chunks USING (page_key, position)"
     " JOIN passages ON passages.passage_key = best.passage_key ORDER BY score DESC, page_key, position";
-constexpr const char* kVectorsOfBranch =
-    "SELECT page_key, position, vectors.vector, passage_key FROM pages AS page"
-    " JOIN chunks AS chunk USING (page_key) JOIN vectors USING (passage_key)"
-    " WHERE vectors.model = $4 AND" OSSILAR_FILTERED;
+constexpr const char* kPlaces =
+    "SELECT passage_key, page_key, position FROM pages AS page JOIN chunks AS chunk USING (page_key)"
+    " WHERE" OSSILAR_FILTERED;
 constexpr const char* kFound =
     "SELECT page_id, title, page_type, rel_path, section, text, hash, chunks.citations, place"
     " FROM unnest($1::bigint[], $2::bigint[]) WITH ORDINALITY AS found (page_key, position, place)"
@@ -85,22 +83,32 @@ FoundPassage found_passage(const Result& rows, std::size_t at, double score) {
           .score = score};
 }
 
-// Each passage of the rows once, the best `limit` of them.
-std::vector<Place> nearest_places(const Result& rows, const Vector& query, std::size_t limit) {
-  std::map<Place, std::int64_t> best;  // with the passages' keys
-  std::set<std::int64_t> passages;
-  for (std::size_t at = 0; at < rows.rows(); ++at) {
-    const std::int64_t passage = rows.number(at, 3);
-    if (!passages.insert(passage).second) continue;
-    best.emplace(Place{dot(query, vector_of(rows.bytes(at, 2))), rows.number(at, 0), rows.number(at, 1)},
-                 passage);
-    if (best.size() <= limit) continue;
-    best.erase(std::prev(best.end()));
-  }
+// The best `limit` places, the best first, each passage once. `rows` are those of kPlaces. Few of many are
+// wanted, so they are taken off a heap and not sorted.
+std::vector<Place> nearest_places(const Result& rows, const std::vector<std::int64_t>& passages,
+                                  const std::vector<std::optional<double>>& cosines, std::size_t limit) {
+  using Candidate = std::pair<Place, std::int64_t>;  // with its passage
+  const auto is_later = [](const Candidate& one, const Candidate& other) { return other.first < one.first; };
+  std::vector<Candidate> heap;
+  heap.reserve(passages.size());
+  for (std::size_t at = 0; at < passages.size(); ++at)
+    if (cosines[at]) heap.push_back({{*cosines[at], rows.number(at, 1), rows.number(at, 2)}, passages[at]});
+  std::make_heap(heap.begin(), heap.end(), is_later);
   std::vector<Place> places;
-  places.reserve(best.size());
-  for (const auto& [place, passage] : best) places.push_back(place);
+  std::set<std::int64_t> found;
+  while (!heap.empty() && places.size() < limit) {
+    std::pop_heap(heap.begin(), heap.end(), is_later);
+    if (found.insert(heap.back().second).second) places.push_back(heap.back().first);
+    heap.pop_back();
+  }
   return places;
+}
+
+std::vector<std::int64_t> passages_of(const Result& rows) {
+  std::vector<std::int64_t> passages;
+  passages.reserve(rows.rows());
+  for (std::size_t at = 0; at < rows.rows(); ++at) passages.push_back(rows.number(at, 0));
+  return passages;
 }
 
 }  // namespace
@@ -118,13 +126,15 @@ std::vector<FoundPassage> find_words(Session& session, const std::string& branch
   return found;
 }
 
-// Compares the query with every passage of the branch, here: the server has no function for it without an
-// extension, which many a hosted one lacks.
-std::vector<FoundPassage> find_nearest(Session& session, const std::string& branch, const std::string& model,
-                                       const Vector& query, const PassageFilter& filter, std::size_t limit) {
-  const Result rows =
-      session.run_one({.sql = kVectorsOfBranch, .values = {branch, filter.page_type, filter.path, model}});
-  const std::vector<Place> places = nearest_places(rows, query, limit);
+// Compares the query with every passage of the branch, here: see vector_cache.h.
+std::vector<FoundPassage> find_nearest(Session& session, VectorCache& vectors, const std::string& branch,
+                                       const std::string& model, const Vector& query,
+                                       const PassageFilter& filter, std::size_t limit) {
+  const Result rows = session.run_one({.sql = kPlaces, .values = {branch, filter.page_type, filter.path}});
+  const std::vector<std::int64_t> passages = passages_of(rows);
+  const auto cosines = vectors.cosines(session, model, passages, query);
+  if (filter.page_type.empty() && filter.path.empty()) vectors.settle(passages);
+  const std::vector<Place> places = nearest_places(rows, passages, cosines, limit);
   std::vector<FoundPassage> found;
   if (places.empty()) return found;
   std::vector<std::int64_t> pages;
