@@ -460,6 +460,7 @@ std::optional<Answer> WikiGenerator::_commit_agent_page(const _PageDraft& draft)
   } catch (...) {
     keep_what_was_written();
     put_former_file_away(wiki_, *draft_, is_known);
+    if (wiki_.shared_files() != nullptr) wiki_.shared_files()->note_failure();
     throw;
   }
   commit_->transaction.reset();  // only a save that wrote nothing still has one; it is taken back

@@ -129,6 +129,25 @@ bool SharedFiles::take_away_removed(const store::StoredRows& rows, bool is_first
   return any;
 }
 
+// The file of a page whose first save failed. It has no row, so no text can take its place.
+void SharedFiles::take_away_failed(const store::StoredRows& rows) {
+  for (const auto& [page_id, hash] : attempts_) {
+    if (rows.find(page_id) != nullptr) continue;
+    const fs::path file = wiki_.paths.page(page_id);
+    const StandingPage page = read_standing_page(wiki_.paths.pages, file);
+    if (page.bytes && _text_hash(page.text) == hash) fs::remove(file);
+  }
+}
+
+// But for pages that another machine saved between the reading of the rows and that of the texts: their files
+// still hold what was attempted, and the next call must know it.
+void SharedFiles::forget_attempts(const std::vector<std::string>& wanted,
+                                  const std::vector<std::string>& written) {
+  std::set<std::string> waiting(wanted.begin(), wanted.end());
+  for (const std::string& page_id : written) waiting.erase(page_id);
+  std::erase_if(attempts_, [&](const auto& attempt) { return waiting.count(attempt.first) == 0; });
+}
+
 bool SharedFiles::may_adopt(const std::string& page_id) {
   const auto versions = wiki_.store.page_versions(wiki_.branch, page_id);
   return versions.empty() || versions.front().version != kNoVersion;
@@ -158,13 +177,16 @@ store::StoredRows SharedFiles::bring_in() {
   const bool is_first = !has_recalled_;
   if (is_first) recall();
   store::StoredRows rows = wiki_.store.get_wiki_pages(wiki_.branch);
-  const std::vector<std::string> written = write_pages(rows, pages_to_write(rows));
+  const std::vector<std::string> wanted = pages_to_write(rows);
+  const std::vector<std::string> written = write_pages(rows, wanted);
   const bool took_away = take_away_removed(rows, is_first);
+  take_away_failed(rows);
   if (took_away || !written.empty())
     renew_lists(rows, took_away || is_first ? std::vector<std::string>() : written);
   if (!unnoted_.empty()) wiki_.store.note_own_lists(wiki_.branch, unnoted_);
   unnoted_.clear();
-  attempts_.clear();
+  forget_attempts(wanted, written);
+  has_failed_ = false;
   seen_ = rows;
   has_recalled_ = true;  // only now: after a failure the next call is the first again
   return rows;

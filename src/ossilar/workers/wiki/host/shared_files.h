@@ -11,6 +11,7 @@
 // `.ossilar/replaced` and is told of in the log.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
@@ -42,6 +43,9 @@ class SharedFiles {
 
   // Notes the text that a save is about to write: if the save then fails, it is no hand's.
   void note_attempt(const std::string& page_id, const std::string& text);
+  // Whether files may be there that a failed save wrote, until the next bring_in().
+  void note_failure() { has_failed_ = true; }
+  bool has_failed() const { return has_failed_; }
 
   // Whether the page may get a row because version control brought its file: not one that was removed.
   bool may_adopt(const std::string& page_id);
@@ -57,12 +61,15 @@ class SharedFiles {
   void take_away(const std::string& page_id);
   std::vector<std::string> without_row(const store::StoredRows& rows, bool is_first) const;
   bool take_away_removed(const store::StoredRows& rows, bool is_first);
+  void take_away_failed(const store::StoredRows& rows);
+  void forget_attempts(const std::vector<std::string>& wanted, const std::vector<std::string>& written);
   std::vector<std::string> pages_to_write(const store::StoredRows& rows);
   std::vector<std::string> write_pages(const store::StoredRows& rows, const std::vector<std::string>& wanted);
   void note_made(const std::string& page_id, const std::string& hash);
   void renew_lists(const store::StoredRows& rows, const std::vector<std::string>& changed);
 
   const Wiki wiki_;
+  std::atomic<bool> has_failed_ = false;
   std::mutex mutex_;  // guards all that follows
   bool has_recalled_ = false;
   // By page id the hash of the text that this machine last made its file of, or found there as in the row.

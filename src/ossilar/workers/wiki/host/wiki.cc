@@ -187,7 +187,7 @@ void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
 store::StoredRows Wiki::bring_in_files() {
   if (!shared_files_) return stored_pages();
   try {
-    machines_lock_.acquire(false);
+    machines_lock_.acquire(shared_files_->has_failed());  // a text that was not stored must not be read
   } catch (const store::LockBusy&) {
     return stored_pages();
   } catch (const utils::Error& error) {

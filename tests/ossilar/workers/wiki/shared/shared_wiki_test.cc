@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <map>
+#include <utility>
 #include <vector>
 
+#include "ossilar/store/forwarding_store.h"
 #include "ossilar/store/postgresql/connection.h"
 #include "ossilar/workers/wiki/check/arrivals.h"
 #include "ossilar/workers/wiki/check/removal.h"
@@ -316,6 +319,73 @@ TEST_F(SharedWikiTest, ASaveWhoseConnectionIsCutAnywhereCanBeMadeAgain) {
     }
   }
   EXPECT_GE(failed, 8);
+  EXPECT_THAT(here.replaced(), IsEmpty());
+}
+
+// The connection is cut at each message of a page's first save. One that fails leaves no page, and can be
+// made again.
+TEST_F(SharedWikiTest, AFirstSaveThatFailedLeavesNoPage) {
+  CuttingProxy proxy(PostgresServer::shared().folder());
+  const Machine here(url(proxy.folder()));
+  const std::string text = WikiRepo::text_about("alpha");
+  int failed = 0;
+  for (int message = 1;; ++message) {
+    const auto wiki = here.open();
+    proxy.cut_at(message);
+    const std::string failure = failure_of(save(*wiki, "alpha", text, {}, "new"));
+    const bool was_cut = proxy.seen() >= message;
+    proxy.cut_at(0);
+    if (!was_cut) break;
+    if (!failure.empty()) {
+      ++failed;
+      wiki->bring_in_files();
+      EXPECT_FALSE(here.has("alpha")) << message << ": " << failure;
+      EXPECT_EQ(failure_of(save(*wiki, "alpha", text, {}, "new")), "") << message;
+    }
+    utils::Task task;
+    EXPECT_EQ(error_of(remove_page(*wiki, "alpha", {}, "test", task)), "");
+    fs::remove_all(here.dir() / ".ossilar/replaced");  // the removal keeps the text
+  }
+  EXPECT_GE(failed, 4);
+  EXPECT_THAT(here.replaced(), IsEmpty());
+}
+
+// Saves the page on another machine just before its text is read.
+class OvertakenStore final : public store::Forwarding<store::WikiStore> {
+ public:
+  OvertakenStore(store::WikiStore& target, std::function<void()> overtake)
+      : Forwarding(target), overtake_(std::move(overtake)) {}
+  std::map<std::string, std::string> newest_texts(const std::string& branch,
+                                                  const std::vector<std::string>& page_ids) override {
+    if (overtake_) std::exchange(overtake_, nullptr)();
+    return Forwarding::newest_texts(branch, page_ids);
+  }
+
+ private:
+  std::function<void()> overtake_;
+};
+
+TEST_F(SharedWikiTest, AFailedSaveIsNoHandsTextThoughAnotherMachineSavesMeanwhile) {
+  const Machine here(url());
+  const Machine there(url());
+  const auto ours = here.open();
+  const auto theirs = there.open();
+  put(*ours, "alpha", WikiRepo::text_about("alpha", "One."));
+  adopt_arrivals(*theirs, WhenBusy::wait);
+  OvertakenStore overtaken(ours->store(),
+                           [&] { put(*theirs, "alpha", WikiRepo::text_about("alpha", "Two.")); });
+  WikiLists lists(ours->paths().wiki, ours->paths().pages);
+  SharedFiles files({.paths = ours->paths(),
+                     .branch = ours->branch(),
+                     .store = overtaken,
+                     .replaced = ours->replaced_texts(),
+                     .lists = lists});
+  files.bring_in();
+  files.note_attempt("alpha", "what a save wrote that then failed\n");
+  here.dir().write("wiki/pages/alpha.md", "what a save wrote that then failed\n");
+  files.bring_in();
+  files.bring_in();
+  EXPECT_EQ(here.page("alpha"), there.page("alpha"));
   EXPECT_THAT(here.replaced(), IsEmpty());
 }
 
