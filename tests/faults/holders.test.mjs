@@ -1,7 +1,7 @@
 // Who holds the write lock and does not give it back: one that is stopped, one that is killed, one whose child has the
 // descriptor too, one whose lock file is taken away. And files whose times are nonsense.
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
 import * as fs from 'node:fs';
 import { hostname } from 'node:os';
@@ -176,5 +176,26 @@ test('a save whose database is moved while it waits is refused, and the next one
   assert.equal(pageText(wiki.root, 'alpha'), before);
   assert.equal((await client.call('save_page', save)).result.structuredContent.saved, true);
   assert.match(pageText(wiki.root, 'alpha'), /late/);
+  await assertSound(wiki);
+});
+
+// Where the page file is the same on both branches, nothing else would tell that the save began on the other one.
+test('a save whose branch is switched while it waits is refused, and the next one is of the new branch', async (t) => {
+  const wiki = impatientWiki(t, 60);
+  const before = pageText(wiki.root, 'alpha');
+  const client = await lineClient(t, wiki, LATEST);
+  await client.call('wiki_status', {});
+  const release = await holdWriteLock(wiki);
+  const save = { page_id: 'alpha', content: pageAbout('alpha', 2, 'late') };
+  const id = await startWaitingSave(client, save);
+  execFileSync('git', ['-C', wiki.root, 'checkout', '--quiet', '-b', 'topic']);
+  await release();
+  const reply = await client.reply(id);
+  assert.equal(reply.result.isError, true, JSON.stringify(reply));
+  assert.match(reply.result.content[0].text, /switched from the branch main to topic meanwhile; try again/);
+  assert.equal(pageText(wiki.root, 'alpha'), before);
+  assert.equal((await client.call('save_page', save)).result.structuredContent.saved, true);
+  const { branch } = (await client.call('wiki_status', {})).result.structuredContent;
+  assert.equal(branch, 'topic');
   await assertSound(wiki);
 });

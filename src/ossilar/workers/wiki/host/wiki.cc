@@ -168,6 +168,20 @@ TitleIndex Wiki::titles(const store::StoredRows& rows, const Plans& plans) {
 
 // ---- The write lock.
 
+// The branch that is checked out if it is not this wiki's, else "". Asked under the lock: whoever began
+// before the switch would write the rows of the one branch, and its text among the files of the other.
+std::string Wiki::other_branch() {
+  const std::string now = checkout_.in_git ? checkout_now_.read().branch : branch();
+  return now == branch() ? "" : now;
+}
+
+void Wiki::require_own_branch() {
+  const std::string other = other_branch();
+  if (other.empty()) return;
+  throw _WikiBusy("the checkout was switched from the branch " + branch() + " to " + other +
+                  " meanwhile; try again");
+}
+
 // Files that cannot be brought in fail the write: it would be of another page than the store's.
 void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
   try {
@@ -175,9 +189,9 @@ void Wiki::acquire_write_lock(bool wait, const utils::Task& task) {
   } catch (const store::LockBusy& busy) {
     throw _WikiBusy(busy.what());
   }
-  if (!shared_files_) return;
   try {
-    shared_files_->bring_in();
+    require_own_branch();
+    if (shared_files_) shared_files_->bring_in();
   } catch (...) {
     release_write_lock();
     throw;
@@ -196,7 +210,7 @@ store::StoredRows Wiki::bring_in_files() {
   }
   std::optional<store::StoredRows> rows;
   try {
-    rows = shared_files_->bring_in();
+    if (other_branch().empty()) rows = shared_files_->bring_in();
   } catch (const std::exception& error) {
     wiki_logger.warning("cannot bring in what other machines wrote", error);
   }

@@ -136,6 +136,8 @@ class Wiki {
   CoveredFiles& covered_files() { return covered_files_; }
 
  private:
+  std::string other_branch();
+  void require_own_branch();
   class SourceRecords;
 
   std::shared_ptr<const PlannedWiki> prepare_by(const store::StoredRows& rows,
