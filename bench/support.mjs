@@ -4,20 +4,9 @@ import { execFileSync, spawn } from 'node:child_process';
 import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { LATEST_WITH_INITIALIZE, program } from '../tests/clients/wiki.mjs';
+import { LATEST_WITH_INITIALIZE, numbers, program, randomNumbers } from '../tests/clients/wiki.mjs';
 
-export const numbers = (count) => Array.from({ length: count }, (_, i) => i);
-
-// The same numbers for the same seed: mulberry32.
-export function randomNumbers(seed) {
-  let state = seed >>> 0;
-  return (below) => {
-    state = (state + 0x6d2b79f5) >>> 0;
-    let t = Math.imul(state ^ (state >>> 15), state | 1);
-    t ^= t + Math.imul(t ^ (t >>> 7), t | 61);
-    return ((t ^ (t >>> 14)) >>> 0) % below;
-  };
-}
+export { numbers, randomNumbers };
 
 const WORDS =
   `parser token lock page writer reader commit draft queue buffer index chunk section digest row branch

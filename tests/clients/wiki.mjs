@@ -109,6 +109,17 @@ export async function holdWriteLock(wiki) {
 
 export const numbers = (count) => Array.from({ length: count }, (_, i) => i);
 
+// The same numbers for the same seed: mulberry32.
+export function randomNumbers(seed) {
+  let state = seed >>> 0;
+  return (below) => {
+    state = (state + 0x6d2b79f5) >>> 0;
+    let t = Math.imul(state ^ (state >>> 15), state | 1);
+    t ^= t + Math.imul(t ^ (t >>> 7), t | 61);
+    return ((t ^ (t >>> 14)) >>> 0) % below;
+  };
+}
+
 // Whether a reply acknowledges a save.
 export const isSaved = (reply) => reply.result?.isError !== true && reply.result?.structuredContent?.saved === true;
 

@@ -86,7 +86,7 @@ function traced(root, action, injection, log) {
 
 // With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every eighth in between: each kind of
 // fault once, in the time that a test may take on a developer's machine.
-const isFew = process.env.OSSILAR_SWEEP === 'few';
+export const isFew = process.env.OSSILAR_SWEEP === 'few';
 
 // Whether a sweep met enough points to say anything: `whole` of them, or in a short one an eighth.
 export const metEnough = (points, whole) => points > (isFew ? whole / 8 : whole);
@@ -158,6 +158,19 @@ export const pageText = (root, id) => {
   const file = join(root, 'wiki/pages', `${id}.md`);
   return existsSync(file) ? readFileSync(file, 'utf8') : null;
 };
+
+// The texts of the wiki's files, by name.
+export function filesOf(root) {
+  const wiki = join(root, 'wiki');
+  const names = readdirSync(wiki, { recursive: true, withFileTypes: true }).filter((entry) => entry.isFile());
+  return Object.fromEntries(names.map((entry) => join(entry.parentPath, entry.name)).map((file) => [file.slice(root.length), readFileSync(file, 'utf8')]));
+}
+
+// Those that were kept as a hand's, each after its name.
+export function keptTexts(root) {
+  const folder = join(root, '.ossilar/replaced');
+  return existsSync(folder) ? readdirSync(folder).map((name) => `${name}: ${readFileSync(join(folder, name), 'utf8')}`) : [];
+}
 
 // Temporary files anywhere in the tree.
 export function leftovers(root) {
