@@ -140,7 +140,8 @@ test('four machines save over one database', { skip: withoutPostgres() }, async 
   const seen = await saveFromAll(t, roots, journal);
   await assertSameFiles(roots);
   assertReplayed(t, 'four machines', server, journal, seen);
-  assert.equal(journal.counts.repeated, 0, 'the database was there all the time');
+  assert.deepEqual(journal.failures, [], 'the database was there all the time');
+  assert.ok(journal.counts.raced * 10 <= journal.counts.acknowledged, 'machines take turns at a page');
 });
 
 test('four machines save while the database is killed and started again', { skip: withoutPostgres() }, async (t) => {

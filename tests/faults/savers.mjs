@@ -10,6 +10,7 @@ export class Journal {
     this.time = 0;
     this.saves = [];
     this.goesOn = false; // whether savers go on though they have made their saves
+    this.failures = []; // what else was answered than that others came first
     this.counts = { acknowledged: 0, overtaken: 0, raced: 0, repeated: 0, unknown: 0 };
   }
 
@@ -51,6 +52,7 @@ async function saveAtLast(client, journal, entry, request, isFinal = isOvertaken
     } else {
       isUnknown ||= /cannot tell whether/.test(JSON.stringify(reply));
       ++journal.counts[isRace ? 'raced' : 'repeated'];
+      if (!isRace) journal.failures.push(answer?.error ?? JSON.stringify(reply));
       await sleep(50);
       continue;
     }

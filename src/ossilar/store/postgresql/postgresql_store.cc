@@ -14,6 +14,7 @@
 #include "ossilar/store/postgresql/operations.h"
 #include "ossilar/store/postgresql/schema.h"
 #include "ossilar/store/postgresql/server_lock.h"
+#include "ossilar/store/postgresql/server_turns.h"
 #include "ossilar/store/stored_form.h"
 #include "ossilar/utils/logging.h"
 
@@ -405,7 +406,9 @@ SharedStore open_postgresql_store(const PostgresqlOptions& options, std::unique_
   auto lock = std::make_unique<ServerLock>(
       shared->connections, options.branch, options.lock_timeout,
       [shared, branch = options.branch] { return rows_in_passing(shared, branch); });
-  return {.store = std::make_unique<PostgresqlStore>(shared), .lock = std::move(lock)};
+  return {.store = std::make_unique<PostgresqlStore>(shared),
+          .lock = std::move(lock),
+          .turns = std::make_unique<ServerTurns>(shared->connections, options.branch)};
 }
 
 }  // namespace ossilar::store

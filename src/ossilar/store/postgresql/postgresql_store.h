@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "ossilar/store/page_turns.h"
 #include "ossilar/store/repository.h"
 #include "ossilar/store/write_lock.h"
 
@@ -25,6 +26,7 @@ struct PostgresqlOptions {
 struct SharedStore {
   std::unique_ptr<WikiStore> store;
   std::unique_ptr<WriteLock> lock;
+  std::unique_ptr<PageTurns> turns = {};
 };
 
 // Makes or migrates the tables. What is this machine's alone, the records of its sources and the notes of its

@@ -9,14 +9,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+#include "ossilar/store/postgresql/advisory_key.h"
 #include "ossilar/store/repository.h"
-#include "ossilar/utils/hash.h"
 #include "ossilar/utils/logging.h"
 #include "ossilar/utils/text.h"
 
@@ -57,15 +56,6 @@ constexpr const char* kHolder =
     " WHERE locktype = 'advisory' AND granted AND objsubid = 1"
     " AND (classid::bigint << 32 | objid::bigint) = $1::bigint AND pg_locks.database ="
     " (SELECT oid FROM pg_database WHERE datname = current_database())";
-
-// 60 bits of a hash, so two branches practically never share a lock. The sign bit stays clear: pg_locks shows
-// the key in two halves without one.
-std::int64_t key_of(const std::string& branch) {
-  const std::string digits = utils::sha256_hex("ossilar write lock of " + branch).substr(0, 15);
-  std::int64_t key = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), key, 16);
-  return key;
-}
 
 // What follows the time in the name: "|12|ossilar save|host". holder_named() parses it.
 std::string holder_suffix(const std::string& program) {
@@ -131,7 +121,7 @@ ServerLock::ServerLock(std::shared_ptr<Connections> connections, const std::stri
                        milliseconds timeout, std::function<Passing()> passing)
     : connections_(std::move(connections)),
       branch_(branch),
-      key_(key_of(branch)),
+      key_(advisory_key("ossilar write lock of " + branch)),
       timeout_(timeout),
       passing_(std::move(passing)) {}
 

@@ -136,6 +136,8 @@ class WikiGenerator final : public AgentSaveMixin {
   const SaveTerms terms_;
   const std::unique_ptr<DraftAtWork> draft_;
   const std::unique_ptr<CommitAtWork> commit_;
+  bool has_drafted_ = false;
+  std::shared_ptr<void> turn_;  // at a page that other machines contend for
 };
 
 }  // namespace ossilar::workers::wiki

@@ -239,6 +239,19 @@ TEST_F(PostgresqlTest, AServerThatRestartsIsWaitedForAndTheLockIsFree) {
   EXPECT_THAT(shared.store->get_wiki_pages("main").keys(), ::testing::ElementsAre("a", "c"));
 }
 
+TEST_F(PostgresqlTest, MachinesTakeTurnsAtAPage) {
+  using std::chrono::milliseconds;
+  const auto here = database.open_shared();
+  const auto there = database.open_shared();
+  const utils::Task task;
+  auto turn = here.turns->take("a", milliseconds(5000), task);
+  EXPECT_NE(turn, nullptr);
+  EXPECT_EQ(there.turns->take("a", milliseconds(100), task), nullptr);
+  EXPECT_NE(there.turns->take("b", milliseconds(5000), task), nullptr) << "another page's";
+  turn.reset();
+  EXPECT_NE(there.turns->take("a", milliseconds(5000), task), nullptr);
+}
+
 // A transaction that a crash took back leaves its number, which the server gives to another one.
 TEST_F(PostgresqlTest, ACommitThatACrashTookBackIsNotTakenForTheOneThatHasItsNumberNow) {
   const auto store = database.open();

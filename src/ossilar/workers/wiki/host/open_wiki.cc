@@ -147,6 +147,7 @@ std::unique_ptr<Wiki> open_wiki(const fs::path& root, const std::string& writer,
                                                .embedder = std::move(embedder),
                                                .writer = writer,
                                                .shared_lock = std::move(shared.lock),
+                                               .shared_turns = std::move(shared.turns),
                                                .stays = process == Process::stays});
 }
 

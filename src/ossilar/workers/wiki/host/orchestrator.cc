@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "ossilar/utils/atomic_file.h"
@@ -43,6 +44,9 @@ namespace ossilar::workers::wiki {
 namespace {
 
 const utils::Logger host_logger("ossilar.workers.wiki.orchestrator");
+
+// As for turns among processes (saving.cc): a saver that hangs holds the others up no longer.
+constexpr std::chrono::seconds kTurnAmongMachines(10);
 
 // The page is saved by now, so a failure here is only logged. The file stays beside the page, and the page's
 // next save or a repair puts it away. A kept text that the draft read is not logged: the draft's answer has
@@ -135,7 +139,10 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
                                                                   std::string content,
                                                                   const std::optional<std::string>& section,
                                                                   const std::optional<std::string>& title) {
-  *draft_ = {};  // the pipeline drafts again after a lost race
+  if (has_drafted_) wiki_.contended_pages().note_race(page_id);  // the pipeline drafts again after one
+  has_drafted_ = true;
+  if (!turn_) turn_ = wiki_.contended_pages().take_turn(page_id, kTurnAmongMachines, task_);
+  *draft_ = {};
   draft_->page_id = page_id;
   draft_->title = title;
   *commit_ = {};

@@ -62,6 +62,7 @@ Wiki::Wiki(Services services)
                       .holder = std::move(services.writer),
                       .guards_folder = true}),  // a `write.lock` that somebody removes lets nobody in
       shared_lock_(both(machines_lock_, std::move(services.shared_lock))),
+      contended_pages_(std::move(services.shared_turns)),
       drafts_(paths_.drafts(), kMostDrafts),
       replaced_(paths_.replaced()),  // without a limit: it may be the only copy of a hand's text
       lists_(paths_.wiki, paths_.pages),

@@ -24,6 +24,7 @@
 #include "ossilar/workers/wiki/citing/follower.h"
 #include "ossilar/workers/wiki/config.h"
 #include "ossilar/workers/wiki/grounding/grounding.h"
+#include "ossilar/workers/wiki/host/contended_pages.h"
 #include "ossilar/workers/wiki/host/covered_files.h"
 #include "ossilar/workers/wiki/host/digest_reconciler.h"
 #include "ossilar/workers/wiki/host/plan_maker.h"
@@ -55,6 +56,7 @@ class Wiki {
     std::string writer;  // names this program to those who wait for its lock: "ossilar save"
     // Of a store that several machines share, its own; null for a store of this machine alone.
     std::unique_ptr<store::WriteLock> shared_lock = {};
+    std::unique_ptr<store::PageTurns> shared_turns = {};
     // For a process that stays: it is notified of changed sources instead of scanning them for each draft
     // (see Indexer::Options::watch). Off for a command, which scans them only once or twice.
     bool stays = false;
@@ -113,6 +115,7 @@ class Wiki {
   std::unique_ptr<CitationFollower> follower(const source::SourceIndex& index, ReadText read) const;
 
   // The page files over a store that several machines share; null over a store of this machine alone.
+  ContendedPages& contended_pages() { return contended_pages_; }
   SharedFiles* shared_files() { return shared_files_.get(); }
   // Brings in what other machines wrote, unless somebody writes on this machine, who does so, and gives the
   // rows as stored now. A file that cannot be brought in is logged: what is here can be read.
@@ -136,9 +139,10 @@ class Wiki {
   CoveredFiles& covered_files() { return covered_files_; }
 
  private:
+  class SourceRecords;
+
   std::string other_branch();
   void require_own_branch();
-  class SourceRecords;
 
   std::shared_ptr<const PlannedWiki> prepare_by(const store::StoredRows& rows,
                                                 const utils::Progress& progress);
@@ -156,6 +160,7 @@ class Wiki {
   const std::unique_ptr<source::Indexer> indexer_;
   store::FileLock machines_lock_;
   const std::unique_ptr<store::WriteLock> shared_lock_;  // both; null over a store of this machine alone
+  ContendedPages contended_pages_;
   VectorCache vectors_;
   ReadTexts texts_;
   const KeptTexts drafts_;    // the newest only
