@@ -147,7 +147,7 @@ std::variant<_PageDraft, Answer> WikiGenerator::_draft_agent_page(const std::str
   draft_->title = title;
   *commit_ = {};
   if (terms_.if_version) {
-    wiki_.bring_in_files();  // the version is asked of the page as the store has it
+    draft_->rows = wiki_.bring_in_files();  // the version is asked of the page as the store has it
     // Before the id becomes a path: until the plan knows it, it may be anything, "../x" for one.
     if (!wiki_.planned_with(page_id)) return not_planned(page_id, wiki_.planned()->plans);
     draft_->standing = read_standing_page(pages_dir(), wiki_.paths().page(page_id));
@@ -196,7 +196,11 @@ bool WikiGenerator::is_section_untouched(const std::string& section) const {
 // the two reads makes the commit find another file than `standing`.
 AgentPreparation WikiGenerator::_agent_prepare() {
   task_.begin_step("planning");
-  draft_->basis = terms_.basis != nullptr ? *terms_.basis : wiki_.draft_basis();
+  if (terms_.basis != nullptr) {
+    draft_->basis = *terms_.basis;
+  } else {
+    draft_->basis = draft_->rows ? wiki_.draft_basis(*draft_->rows) : wiki_.draft_basis();
+  }
   const Plans& plans = draft_->basis.planned->plans;
   // Only a planned id may become a path. Any other is refused by the pipeline.
   if (plans.find(draft_->page_id) != nullptr)

@@ -30,7 +30,8 @@ struct DraftBasis {
 // Begun anew by each draft of the save.
 struct DraftAtWork {
   std::string page_id;
-  std::optional<std::string> title;  // as the save asked for it
+  std::optional<std::string> title;       // as the save asked for it
+  std::optional<store::StoredRows> rows;  // as they were when the version was asked about
   DraftBasis basis;
   StandingPage standing;               // the page file that the draft is made from
   std::optional<std::string> section;  // the one that is replaced, while the others stay

@@ -1,6 +1,9 @@
 #include "ossilar/workers/wiki/host/shared_files.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <set>
@@ -135,7 +138,8 @@ void SharedFiles::take_away_failed(const store::StoredRows& rows) {
     if (rows.find(page_id) != nullptr) continue;
     const fs::path file = wiki_.paths.page(page_id);
     const StandingPage page = read_standing_page(wiki_.paths.pages, file);
-    if (page.bytes && _text_hash(page.text) == hash) fs::remove(file);
+    if (page.bytes && _text_hash(page.text) == hash && unlink(file.c_str()) != 0 && errno != ENOENT)
+      throw utils::IoError("cannot remove " + file.string(), errno);
   }
 }
 

@@ -131,8 +131,7 @@ Grounding Wiki::gather(const PlannedWiki& planned, const PagePlan& plan) const {
   return gather_grounding(plan, planned.plans, *planned.index, steering(&plan), read);
 }
 
-DraftBasis Wiki::draft_basis() {
-  auto rows = bring_in_files();
+DraftBasis Wiki::draft_basis(store::StoredRows rows) {
   auto planned = prepare_by(rows, {});
   auto titles = this->titles(rows, planned->plans);
   return {.planned = std::move(planned), .rows = std::move(rows), .titles = std::move(titles)};

@@ -105,7 +105,8 @@ class Wiki {
   std::string steering(const PagePlan* plan) const;
   Grounding gather(const PlannedWiki& planned, const PagePlan& plan) const;
   // What a draft that begins now is made from; the sources are brought up to date first.
-  DraftBasis draft_basis();
+  DraftBasis draft_basis() { return draft_basis(bring_in_files()); }
+  DraftBasis draft_basis(store::StoredRows rows);
   // The titles of these rows and plans.
   TitleIndex titles(const store::StoredRows& rows, const Plans& plans);
 
