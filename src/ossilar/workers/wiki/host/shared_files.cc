@@ -102,16 +102,18 @@ void SharedFiles::take_away(const std::string& page_id) {
 }
 
 // Files without a row: of pages that were removed, or renamed, elsewhere. Version control may bring such a
-// file back, so the first call looks at all files, and later ones at those that this machine has made. What
-// neither the history nor another page's former ids say is gone is left as it is: the database may be another
-// one.
+// file back, so the first call looks at all files, and later ones at those that this machine has made and
+// that lost their rows. What neither the history nor another page's former ids say is gone is left as it is:
+// the database may be another one.
 std::vector<std::string> SharedFiles::without_row(const store::StoredRows& rows, bool is_first) const {
   std::set<std::string> pages;
+  for_each_difference(seen_, rows, [&](const std::string& page_id, const Map* /*before*/, const Map* after) {
+    if (after == nullptr && made_.count(page_id) > 0) pages.insert(page_id);
+  });
+  if (!is_first) return {pages.begin(), pages.end()};
   for (const auto& [page_id, hash] : made_) pages.insert(page_id);
-  if (is_first) {
-    for (const fs::path& file : page_files(wiki_.paths.pages))
-      pages.insert(page_id_of(wiki_.paths.pages, file));
-  }
+  for (const fs::path& file : page_files(wiki_.paths.pages))
+    pages.insert(page_id_of(wiki_.paths.pages, file));
   std::erase_if(pages, [&](const std::string& page_id) { return rows.find(page_id) != nullptr; });
   return {pages.begin(), pages.end()};
 }
