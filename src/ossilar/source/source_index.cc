@@ -112,6 +112,16 @@ SymbolList::SymbolList(std::string text) {
 
 std::vector<Symbol> SymbolList::all() const { return symbols_of(text_); }
 
+std::vector<std::string_view> SymbolList::names() const {
+  std::vector<std::string_view> names;
+  for (std::string_view left = text_; !left.empty();) {
+    std::string_view line = left.substr(0, left.find(kSymbolEnd));
+    left.remove_prefix(std::min(left.size(), line.size() + 1));
+    names.push_back(take_field(line));
+  }
+  return names;
+}
+
 // All digits are decoded, and judged once at the end: this runs for each file of an index at each start.
 ContentHash::ContentHash(std::string_view hex) {
   if (hex.size() != 2 * bytes_.size()) return;

@@ -47,6 +47,8 @@ class SymbolList {
 
   // Decodes them anew at each call.
   std::vector<Symbol> all() const;
+  // Their names alone, views of this list: quicker, for whoever looks at the symbols of many files.
+  std::vector<std::string_view> names() const;
   // Whether a program may begin here: a symbol at file level is called `main`. Costs nothing, as a plan asks
   // it of every file.
   bool has_main() const { return has_main_; }
