@@ -90,14 +90,44 @@ bool is_manifest(std::string_view name) {
          ends_with_one_of(name, std::array<std::string_view, 4>{".gemspec", ".cabal", ".sln", ".csproj"});
 }
 
+// Scripts that build tools put into a repository.
+bool is_of_build_tools(std::string_view name) {
+  static constexpr std::array<std::string_view, 14> kNames{
+      "configure", "aclocal.m4", "ltmain.sh",  "config.guess", "config.sub",   "install-sh", "depcomp",
+      "missing",   "compile",    "py-compile", "test-driver",  "config.rpath", "ylwrap",     "gradlew"};
+  return is_one_of(name, kNames);
+}
+
 // Names by which generators and package managers mark what they write.
 bool is_generated(std::string_view name) {
-  static constexpr std::array<std::string_view, 10> kEndings{
-      ".lock",        "-lock.json", "-lock.yaml", ".sum",  "_pb2.py",
-      "_pb2_grpc.py", ".pb.go",     ".pb.cc",     ".pb.h", ".map"};
-  return ends_with_one_of(name, kEndings) || contains(name, ".min.") || contains(name, ".generated.") ||
-         contains(name, ".bundle.") || name.starts_with("zz_generated") || name == "configure" ||
-         name == "aclocal.m4";
+  static constexpr std::array<std::string_view, 14> kEndings{
+      ".lock",  "-lock.json", "-lock.yaml", ".sum",    "_pb2.py", "_pb2_grpc.py", ".pb.go",
+      ".pb.cc", ".pb.h",      ".map",       ".pb-c.c", ".pb-c.h", "_generated.h", ".g.dart"};
+  static constexpr std::array<std::string_view, 5> kParts{".min.", ".generated.", ".bundle.", ".tab.",
+                                                          ".yy."};
+  const auto is_in_name = [&](std::string_view part) { return contains(name, part); };
+  return ends_with_one_of(name, kEndings) || std::any_of(kParts.begin(), kParts.end(), is_in_name) ||
+         name.starts_with("zz_generated") || is_of_build_tools(name);
+}
+
+// Libraries that are one file or a pair, meant to be copied, and copied under their own name.
+bool is_copied_library(std::string_view name) {
+  static constexpr std::array<std::string_view, 24> kStems{"catch",     "catch_amalgamated",
+                                                           "doctest",   "httplib",
+                                                           "miniz",     "lodepng",
+                                                           "cjson",     "uthash",
+                                                           "utlist",    "khash",
+                                                           "jsmn",      "linenoise",
+                                                           "xxhash",    "tinyxml2",
+                                                           "pugixml",   "nuklear",
+                                                           "sqlite3",   "sqlite3ext",
+                                                           "modernizr", "html5shiv",
+                                                           "doctools",  "searchtools",
+                                                           "six",       "require"};
+  static constexpr std::array<std::string_view, 4> kBeginnings{"stb_", "jquery", "underscore", "bootstrap"};
+  const std::string_view stem = name.substr(0, name.find('.'));
+  return is_one_of(stem, kStems) || std::any_of(kBeginnings.begin(), kBeginnings.end(),
+                                                [&](std::string_view b) { return name.starts_with(b); });
 }
 
 bool is_minified(const SourceFile& file) {
@@ -164,7 +194,24 @@ FileRole file_role(const SourceFile& file) {
   if (is_manifest(name)) return FileRole::manifest;
   if (is_prose(file.language, name)) return is_formality(name) ? FileRole::other : FileRole::prose;
   if (file.language.empty() || is_data(file.language) || is_minified(file)) return FileRole::other;
+  // A library's own repository has it at the root.
+  if (is_copied_library(name) && !folder_of(file.path).empty()) return FileRole::bundled;
   return is_test(name) ? FileRole::test : FileRole::code;
+}
+
+bool is_grammar(const SourceFile& file) {
+  static constexpr std::array<std::string_view, 6> kEndings{".y", ".l", ".yy", ".ll", ".rl", ".re"};
+  return ends_with_one_of(file.path, kEndings);
+}
+
+bool is_licence(std::string_view path) {
+  static constexpr std::array<std::string_view, 4> kBeginnings{"license", "licence", "copying", "copyright"};
+  // Most names need no more than a look at their first letter.
+  const std::string_view written = file_name(path);
+  if (written.find_first_of("lLcC") != 0) return false;
+  const std::string name = utils::lower_case(file_name(path));
+  return std::any_of(kBeginnings.begin(), kBeginnings.end(),
+                     [&](std::string_view b) { return name.starts_with(b); });
 }
 
 bool is_readme(std::string_view path) { return readme_rank(utils::lower_case(file_name(path))) < kNoReadme; }
@@ -179,9 +226,9 @@ FolderRole folder_role(std::string_view path, const source::SourceIndex& index) 
                                                              "demo",    "demos",    "tutorials"};
   static constexpr std::array<std::string_view, 6> kBenchmarks{"bench",      "benches",    "benchmark",
                                                                "benchmarks", "benchsuite", "perftests"};
-  static constexpr std::array<std::string_view, 8> kVendored{"vendor",       "vendored",        "third_party",
-                                                             "third-party",  "thirdparty",      "3rdparty",
-                                                             "node_modules", "bower_components"};
+  static constexpr std::array<std::string_view, 11> kVendored{
+      "vendor",   "vendored",     "_vendor",          "third_party", "third-party",  "thirdparty",
+      "3rdparty", "node_modules", "bower_components", "bundled",     "site-packages"};
   // Deeper down these names are as often a module of the project's own.
   static constexpr std::array<std::string_view, 5> kVendoredAtTop{"deps", "external", "externals", "extern",
                                                                   "subprojects"};

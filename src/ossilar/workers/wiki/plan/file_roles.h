@@ -19,6 +19,7 @@ enum class FileRole {
   test,      // code that tests what lies beside it, such as x_test.go
   prose,     // Markdown and the like
   manifest,  // says how to build or package: Cargo.toml, Makefile, ...
+  bundled,   // a library of one or two files that many projects copy, such as a single-header library
   other,     // data, lock files, licences, generated and minified code, what is no text
 };
 
@@ -30,6 +31,17 @@ enum class FolderRole { ordinary, tests, examples, benchmarks, vendored, docs, g
 // The role of the folder `path`, by its own name; for what lies in it, ask for the folders above too. `index`
 // is that of the whole repository.
 FolderRole folder_role(std::string_view path, const source::SourceIndex& index);
+
+// Whether this is code that nobody here writes: of other projects, or generated.
+inline bool is_bundled(FolderRole role) {
+  return role == FolderRole::vendored || role == FolderRole::generated;
+}
+
+// Whether the file is a grammar, of which a parser in another language is generated beside it.
+bool is_grammar(const source::SourceFile& file);
+
+// Whether the file's name is that of a licence.
+bool is_licence(std::string_view path);
 
 // Whether the file's name begins with README, in any case and folder.
 bool is_readme(std::string_view path);

@@ -9,19 +9,54 @@
 #include <algorithm>
 #include <iterator>
 
+#include "ossilar/workers/wiki/plan/licences.h"
+
 namespace ossilar::workers::wiki {
 
 using source::SourceFile;
 
 FolderTree::FolderTree(const source::SourceIndex& index) {
-  roles_.reserve(index.files().size());
-  for (const auto& file : index.files()) roles_.emplace(file.get(), file_role(*file));
+  take_roles(index);
+  licensed_apart_ = folders_licensed_apart(index);
   // Built anew for each reading: it changes which files are listed and which folders have a role.
   for (const Reading reading : {Reading::code, Reading::code_anywhere, Reading::all_text}) {
     reading_ = reading;
     build(index);
     if (root().weight > 0) return;
   }
+}
+
+void FolderTree::take_roles(const source::SourceIndex& index) {
+  roles_.reserve(index.files().size());
+  std::vector<const SourceFile*> grammars;
+  std::int64_t lines = 0;
+  for (const auto& file : index.files()) {
+    const FileRole role = file_role(*file);
+    roles_.emplace(file.get(), role);
+    if (role == FileRole::code) lines += file->lines;
+    if (role == FileRole::code && is_grammar(*file)) grammars.push_back(file.get());
+    if (role == FileRole::bundled) bundled_files_.push_back(file.get());
+  }
+  for (const SourceFile* grammar : grammars) settle_generated(*grammar, index);
+  settle_bundled(lines);
+}
+
+// parser.c and parser.h beside parser.y are made from it.
+void FolderTree::settle_generated(const SourceFile& grammar, const source::SourceIndex& index) {
+  const std::string stem = grammar.path.substr(0, grammar.path.rfind('.'));
+  for (const char* ending : {".c", ".h", ".cc", ".hh", ".cpp", ".hpp"}) {
+    const SourceFile* made = index.find(stem + ending);
+    if (made != nullptr) roles_[made] = FileRole::other;
+  }
+}
+
+// Where such files are a third of the code or more, they are what the repository is about.
+void FolderTree::settle_bundled(std::int64_t own_lines) {
+  std::int64_t lines = 0;
+  for (const SourceFile* file : bundled_files_) lines += file->lines;
+  if (2 * lines < own_lines) return;
+  for (const SourceFile* file : bundled_files_) roles_[file] = FileRole::code;
+  bundled_files_.clear();
 }
 
 std::int64_t FolderTree::weight(const SourceFile& file, FolderRole folder) const {
@@ -47,6 +82,7 @@ std::int64_t FolderTree::weight(const SourceFile& file, FolderRole folder) const
 // reading.
 bool FolderTree::lists(const SourceFile& file) const {
   if (file.kind != source::FileKind::text) return false;
+  if (role(file) == FileRole::bundled) return false;
   return role(file) != FileRole::other || (reading_ == Reading::all_text && !file.language.empty());
 }
 
@@ -88,6 +124,7 @@ void FolderTree::enter(std::vector<std::size_t>& open, std::string_view folder,
     child.role = folders_[parent].role;
     if (child.ordinary() && reading_ == Reading::code) {
       child.role = folder_role(child.path, index);
+      if (child.ordinary() && licensed_apart_.count(child.path) > 0) child.role = FolderRole::vendored;
     }
     open.push_back(folders_.size());
     folders_[parent].children.push_back(folders_.size());

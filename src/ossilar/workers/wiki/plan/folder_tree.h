@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "ossilar/source/source_index.h"
@@ -63,8 +64,13 @@ class FolderTree {
   // The role of one of the index's files; throws std::out_of_range for any other. Computed once per file,
   // because a plan asks for it many times.
   FileRole role(const source::SourceFile& file) const { return roles_.at(&file); }
+  // Files of other projects that lie among the code. None in a repository that consists of little else.
+  const std::vector<const source::SourceFile*>& bundled_files() const { return bundled_files_; }
 
  private:
+  void take_roles(const source::SourceIndex& index);
+  void settle_generated(const source::SourceFile& grammar, const source::SourceIndex& index);
+  void settle_bundled(std::int64_t own_lines);
   bool lists(const source::SourceFile& file) const;  // whether a page may rest on the file
   void build(const source::SourceIndex& index);
   void enter(std::vector<std::size_t>& open, std::string_view folder, const source::SourceIndex& index);
@@ -73,6 +79,8 @@ class FolderTree {
 
   Reading reading_ = Reading::code;
   std::unordered_map<const source::SourceFile*, FileRole> roles_;
+  std::vector<const source::SourceFile*> bundled_files_;  // in the order of their paths
+  std::unordered_set<std::string> licensed_apart_;  // folders with a licence that is not the repository's
   std::vector<Folder> folders_;
 };
 

@@ -96,10 +96,17 @@ bool ends_with(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-std::vector<std::string_view> all_paths(const source::SourceIndex& index) {
+std::vector<const source::SourceFile*> all_files(const source::SourceIndex& index) {
+  std::vector<const source::SourceFile*> files;
+  files.reserve(index.files().size());
+  for (const auto& file : index.files()) files.push_back(file.get());
+  return files;
+}
+
+std::vector<std::string_view> all_paths(const std::vector<const source::SourceFile*>& files) {
   std::vector<std::string_view> paths;
-  paths.reserve(index.files().size());
-  for (const auto& file : index.files()) paths.emplace_back(file->path);
+  paths.reserve(files.size());
+  for (const source::SourceFile* file : files) paths.emplace_back(file->path);
   return paths;
 }
 
@@ -107,9 +114,9 @@ std::vector<std::string_view> all_paths(const source::SourceIndex& index) {
 // if there is nothing else.
 template <std::size_t N>
 std::unordered_map<std::string_view, std::string_view> first_files(
-    const source::SourceIndex& index, const std::array<std::string_view, N>& endings) {
+    const std::vector<const source::SourceFile*>& files, const std::array<std::string_view, N>& endings) {
   std::unordered_map<std::string_view, std::string_view> first;
-  for (const auto& file : index.files()) {
+  for (const source::SourceFile* file : files) {
     const std::string_view path = file->path;
     if (std::none_of(endings.begin(), endings.end(), [&](auto end) { return ends_with(path, end); }))
       continue;
@@ -146,10 +153,12 @@ std::string rust_children(std::string_view path) {
 
 }  // namespace
 
-ImportResolver::ImportResolver(const source::SourceIndex& index)
-    : files_(all_paths(index)),
-      go_packages_(first_files(index, std::array<std::string_view, 1>{".go"})),
-      jvm_packages_(first_files(index, kJvmEndings)),
+ImportResolver::ImportResolver(const source::SourceIndex& index) : ImportResolver(all_files(index)) {}
+
+ImportResolver::ImportResolver(const std::vector<const source::SourceFile*>& files)
+    : files_(all_paths(files)),
+      go_packages_(first_files(files, std::array<std::string_view, 1>{".go"})),
+      jvm_packages_(first_files(files, kJvmEndings)),
       go_folders_(folders(go_packages_)),
       jvm_folders_(folders(jvm_packages_)) {}
 

@@ -3,8 +3,8 @@
 // files fit and none is nearer than the rest, the import stays unresolved, since a diagram with a wrong edge
 // misleads.
 //
-// module_graph.cc makes one for each plan. Nothing here throws: an import that is malformed or unknown gives
-// "".
+// module_graph.cc makes one for each plan, folder_items.cc one for a folder. Nothing here throws: an import
+// that is malformed or unknown gives "".
 #pragma once
 
 #include <string>
@@ -21,11 +21,14 @@ namespace ossilar::workers::wiki {
 // (Kotlin, Groovy).
 //
 // Thread-safety: immutable, may be used from any threads.
-// Lifetime: `index` must outlive the resolver; the paths that it gives are views of the index's.
+// Lifetime: the files must outlive the resolver; the paths that it gives are views of theirs.
 class ImportResolver {
  public:
   // Linear in the size of the index; resolve() is not, so make one resolver for many imports.
   explicit ImportResolver(const source::SourceIndex& index);
+  // Knows these files alone, as if there were no others: quick to make, but what is imported from elsewhere
+  // may be taken for a file of the same name among them.
+  explicit ImportResolver(const std::vector<const source::SourceFile*>& files);
 
   // The path of the indexed file that `import`, written as source/imports.h has it, means in `file`. "" for
   // one outside the repository or not resolved. An import of a folder (Go's packages, Java's `a.b.*`) gives

@@ -98,23 +98,36 @@ std::string subject_of(const Draft& draft) {
     case FolderRole::benchmarks:
       return "Benchmarks in ";
     case FolderRole::vendored:
-      return "Code of other projects in ";
+      return "Code of other projects";
     case FolderRole::docs:
       return "Documentation in ";
     case FolderRole::generated:
-      return "Generated files in ";
+      return "Generated files";
     default:
       if (draft.label.empty()) return draft.path.empty() ? "Files at " : "Module ";
       return "Files " + draft.label + " in ";
   }
 }
 
+// Names of projects in a description, which is one sentence.
+constexpr std::size_t kNamedProjects = 160;  // bytes
+
+// "Code of other projects in deps: hiredis, jemalloc, lua."
+std::string bundled_description(const Draft& draft) {
+  std::string names = draft.label;
+  if (names.size() > kNamedProjects)
+    names = names.substr(0, names.rfind(", ", kNamedProjects)) + " and others";
+  return subject_of(draft) + (draft.path.empty() ? "" : " in " + draft.path) + ": " + names + ".";
+}
+
 std::string title_of(const Draft& draft, const Repo& repo) {
+  if (is_bundled(draft.role)) return draft.path.empty() ? "Bundled code" : draft.path;
   if (draft.path.empty()) return repo.name + " (" + (draft.label.empty() ? "root" : draft.label) + ")";
   return draft.path + (draft.label.empty() ? "" : " (" + draft.label + ")");
 }
 
 std::string description_of(const Draft& draft, const Repo& repo) {
+  if (is_bundled(draft.role)) return bundled_description(draft);
   std::string text = subject_of(draft) + (draft.path.empty() ? "the root of " + repo.name : draft.path);
   if (!draft.label.empty()) text += " (" + named_files(draft.files) + ")";
   if (draft.is_cut) text += ", only the first of them";
@@ -152,8 +165,8 @@ std::vector<std::string> paths_of(const std::vector<const SourceFile*>& files, c
 // The id comes from the folder and the group's slug alone: a page keeps it while its size and title change.
 PagePlan module_page(const Draft& draft, const Repo& repo, UniqueNames& names) {
   PagePlan page;
-  const std::string folder = draft.path.empty() ? "root" : draft.path;
-  page.page_id = names.id(draft.slug.empty() ? folder : folder + "/" + draft.slug);
+  const std::string folder = draft.path.empty() && !is_bundled(draft.role) ? "root" : draft.path;
+  page.page_id = names.id(folder + (folder.empty() || draft.slug.empty() ? "" : "/") + draft.slug);
   page.title = names.title(title_of(draft, repo));
   page.description = description_of(draft, repo);
   page.importance = importance_of(draft, repo);
@@ -263,7 +276,7 @@ void relate(std::vector<PagePlan>& pages) {
 
 std::vector<PagePlan> derive_plan(const source::SourceIndex& index, const std::string& repository_name) {
   const FolderTree tree(index);
-  const std::vector<Draft> drafts = cut_tree(tree);
+  const std::vector<Draft> drafts = cut_tree(tree, index);
   UniqueNames names;
   const Repo repo{index, tree, repository_name};
   // First, for their ids: a folder called overview then gets "overview-2", and not the other way round.

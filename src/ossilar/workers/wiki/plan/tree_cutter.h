@@ -13,26 +13,23 @@
 
 namespace ossilar::workers::wiki {
 
-// Sources of a page about tests, vendored code and the like, at most. Such a page tells the layout, which the
-// files nearest to the top show; with all files as sources every change would make it stale.
-inline constexpr std::size_t kGatheredFiles = 200;
-
 inline constexpr std::size_t kTop = static_cast<std::size_t>(-1);  // Draft::parent of one with no page above
 
 // A page about code before it has a name.
 struct Draft {
-  std::string path;   // of the folder; "" for the root
-  std::string label;  // which of the folder's files, such as "parser*"; "" for all
-  std::string slug;   // of the label
+  std::string path = {};  // of the folder; "" for the root
+  // Which of the folder's files, such as "parser*"; "" for all. For bundled code the names of the projects.
+  std::string label = {};
+  std::string slug = {};  // of the label
   FolderRole role = FolderRole::ordinary;
   std::size_t parent = kTop;  // index of the draft above
   std::int64_t weight = 0;
-  std::vector<const source::SourceFile*> files;
+  std::vector<const source::SourceFile*> files = {};
   bool is_cut = false;  // there are more files than the draft lists
 };
 
 // The drafts for the whole tree, each after the one above it. A file is in one draft at most; what is too
 // little for a page of its own may be in none. Valid as long as the tree's index.
-std::vector<Draft> cut_tree(const FolderTree& tree);
+std::vector<Draft> cut_tree(const FolderTree& tree, const source::SourceIndex& index);
 
 }  // namespace ossilar::workers::wiki

@@ -29,6 +29,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::UnorderedElementsAre;
+using ::testing::UnorderedElementsAreArray;
 
 // The ids of the module pages, each with its title when the two differ.
 std::vector<std::string> modules(const std::vector<PagePlan>& pages) {
@@ -77,6 +78,16 @@ TEST(DerivePlan, DividesSourcesIntoPagesThatAnAuthorCanHandle) {
        files_in("m/", "f", 9, 200) + files_in("m/tests/", "t", 1, 90) + files_in("n/", "f", 9, 200) +
            files_in("n/tests/", "t", 20, 200),
        {"m", "n", "n/tests"}},
+      {"within reach, but three parts with subjects of their own",
+       files_in("lib/a/", "f", 4, 270) + files_in("lib/b/", "f", 4, 270) + files_in("lib/c/", "f", 4, 270) +
+           std::vector<TreeFile>{{"lib/x.c", 30}},
+       {"lib/a", "lib/b", "lib/c"}},
+      {"within reach, with two: a module and its helpers",
+       files_in("lib/a/", "f", 4, 270) + files_in("lib/b/", "f", 4, 270),
+       {"lib"}},
+      {"a few lines at the root are no page",
+       files_in("src/", "f", 9, 300) + std::vector<TreeFile>{{"x.c", 40}},
+       {"src"}},
       {"no code but examples: they are the code", files_in("examples/one/", "a", 3, 200), {"examples/one"}},
       {"no code at all: the text is what there is", files_in("guide/", "a", 3, 200, ".md"), {"guide"}},
       {"a file named like the folder beside it belongs to it",
@@ -98,30 +109,121 @@ TEST(DerivePlan, DividesSourcesIntoPagesThatAnAuthorCanHandle) {
     EXPECT_EQ(modules(pages), row.modules);
     expect_sound(pages);
   }
-  EXPECT_THAT(page(plan_of(rows[11].files), "src/parser").source_files, Contains("src/parser.rs"));
+  EXPECT_THAT(page(plan_of(rows[14].files), "src/parser").source_files, Contains("src/parser.rs"));
   EXPECT_EQ(page(plan_of(rows[8].files), "n/tests").parent, "n");
   EXPECT_THAT(page(plan_of(rows[8].files), "m").source_files, Contains("m/tests/t0.c"));
 }
 
-TEST(DerivePlan, SplitsAFlatFolderByNames) {
-  std::vector<TreeFile> files = files_in("src/", "parser_", 6, 300);
-  for (char c = 'a'; c <= 'z'; ++c) files.push_back({"src/" + std::string(1, c) + "lib.c", 600});
-  files.push_back({"src/main.c", 100});
-  files.push_back({"src/huge.c", 20000});
-  files.push_back({"src/huge.h", 200});
+TEST(DerivePlan, DividesAFlatFolderByWhatBelongsTogether) {
+  std::vector<TreeFile> files =
+      files_in("src/", "parser_", 6, 300) +
+      std::vector<TreeFile>{{"src/main.c", 1000}, {"src/huge.c", 20000}, {"src/huge.h", 200}};
+  // Who includes whom; the header that all include says nothing.
+  for (const char* name : {"net", "dns", "tls"})
+    files.push_back(
+        {"src/" + std::string(name) + ".c", 900, FileKind::text, {}, {"\"sock.h\"", "\"all.h\""}});
+  for (const char* name : {"row", "page", "tree"})
+    files.push_back(
+        {"src/" + std::string(name) + ".c", 900, FileKind::text, {}, {"\"disk.h\"", "\"all.h\""}});
+  files = files + std::vector<TreeFile>{{"src/sock.h", 90}, {"src/disk.h", 90}, {"src/all.h", 900}};
+  // Tests beside the code, those of one file and those of several.
+  files = files + files_in("src/", "test", 6, 400) + std::vector<TreeFile>{{"src/page_test.c", 200}};
   const std::vector<PagePlan> pages = plan_of(files);
-  EXPECT_THAT(modules(pages), ElementsAre("src", "src/parser = src (parser*)", "src/a-g = src (a\u2013g)",
-                                          "src/huge = src (huge)", "src/k-m = src (k\u2013m)",
-                                          "src/n-t = src (n\u2013t)", "src/u-z = src (u\u2013z)"));
-  EXPECT_THAT(page(pages, "src").source_files, Contains("src/main.c")) << "where the program begins";
+  EXPECT_THAT(modules(pages),
+              ElementsAre("src", "src/page = src (page, row, tree)", "src/dns = src (dns, net, tls)",
+                          "src/huge = src (huge)", "src/parser = src (parser*)", "src/tests = src (tests)"));
+  EXPECT_THAT(page(pages, "src").source_files, ElementsAre("src/main.c")) << "where the program begins";
   EXPECT_THAT(page(pages, "src/huge").source_files, ElementsAre("src/huge.c", "src/huge.h"));
-  EXPECT_THAT(page(pages, "src/parser").source_files.size(), 6U);
+  EXPECT_THAT(page(pages, "src/page").source_files, Contains("src/disk.h"));
+  EXPECT_THAT(page(pages, "src/page").source_files, Contains("src/page_test.c"));
+  EXPECT_THAT(page(pages, "src/tests").source_files.size(), 6U);
+  EXPECT_EQ(page(pages, "src/tests").importance, "low");
   EXPECT_THAT(page(pages, "src/parser").description,
               HasSubstr("(parser_0.c, parser_1.c, parser_2.c and others)"));
   expect_sound(pages);
 
-  files.push_back({"src/blib2.c", 90});
+  files.push_back({"src/dnssec.c", 90, FileKind::text, {}, {"\"sock.h\"", "\"all.h\""}});
   EXPECT_EQ(modules(plan_of(files)), modules(pages)) << "a new file leaves the other pages what they were";
+}
+
+TEST(DerivePlan, TellsBundledCodeOnOnePage) {
+  const std::vector<TreeFile> own = files_in("src/", "f", 20, 300);
+  const struct {
+    const char* why;
+    std::vector<TreeFile> files;
+    std::vector<std::string> modules;
+    std::vector<std::string> sources;  // of the last page
+  } rows[] = {
+      {"a folder of projects: README, licence, manifest and main file of each",
+       files_in("deps/lua/", "l", 40, 600) + files_in("deps/zip/", "z", 9, 600) +
+           std::vector<TreeFile>{{"deps/lua/README", 40}, {"deps/lua/COPYRIGHT", 30}, {"deps/zip/zip.h", 90}},
+       {"src", "deps"},
+       {"deps/lua/README", "deps/lua/COPYRIGHT", "deps/lua/l0.c", "deps/zip/zip.h"}},
+      {"several folders, and a library of one file",
+       files_in("lib/third_party/a/", "a", 3, 600) + files_in("tool/vendor/", "b", 3, 600) +
+           std::vector<TreeFile>{{"lib/x.c", 1200}, {"tool/y.c", 1200}, {"src/stb_image.h", 900}},
+       {"src", "lib", "tool", "bundled = Bundled code"},
+       {"lib/third_party/a/a0.c", "tool/vendor/b0.c", "src/stb_image.h"}},
+      {"a licence of its own, and no use of the code around it",
+       files_in("hash/", "h", 2, 600) + files_in("more/", "m", 20, 300) +
+           std::vector<TreeFile>{{"LICENSE", 20, FileKind::text, {}, {}, "ours"},
+                                 {"hash/LICENSE", 20, FileKind::text, {}, {}, "theirs"}},
+       {"src", "more", "hash"},
+       {"hash/LICENSE", "hash/h0.c"}},
+      {"a licence of its own on code that needs the rest",
+       std::vector<TreeFile>{{"LICENSE", 20, FileKind::text, {}, {}, "ours"},
+                             {"hash/LICENSE", 20, FileKind::text, {}, {}, "theirs"},
+                             {"hash/h.c", 900, FileKind::text, {}, {"\"src/f0.c\""}}},
+       {"hash", "src"},
+       {}},
+      {"packages with licences of their own",
+       files_in("p/a/", "a", 9, 200) + files_in("p/b/", "b", 9, 200) + files_in("p/c/", "c", 20, 200) +
+           std::vector<TreeFile>{{"LICENSE", 20, FileKind::text, {}, {}, "ours"},
+                                 {"p/a/LICENSE", 20, FileKind::text, {}, {}, "2001"},
+                                 {"p/b/LICENSE", 20, FileKind::text, {}, {}, "2002"}},
+       {"p/a", "p/b", "p/c", "src"},
+       {}},
+      {"generated: a parser beside its grammar is on no page",
+       {{"gram/parser.y", 900}, {"gram/parser.c", 9000}, {"gram/lex.yy.c", 9000}},
+       {"gram", "src"},
+       {}},
+      {"where it is nearly all there is, it is the code",
+       files_in("third_party/", "t", 9, 300) + files_in("jq/", "jquery", 20, 300, ".js"),
+       {"jq", "src", "third_party"},
+       {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    const std::vector<PagePlan> pages = plan_of(own + row.files);
+    std::vector<std::string> found = modules(pages);
+    EXPECT_THAT(found, UnorderedElementsAreArray(row.modules));
+    if (row.sources.empty()) continue;
+    EXPECT_EQ(found.back(), row.modules.back()) << "after the code";
+    EXPECT_THAT(pages.back().source_files, UnorderedElementsAreArray(row.sources));
+    EXPECT_EQ(pages.back().importance, "low");
+  }
+  EXPECT_EQ(plan_of(own + rows[0].files).back().description, "Code of other projects in deps: lua, zip.");
+}
+
+TEST(DerivePlan, BeginsWhereAReaderDoes) {
+  const std::vector<PagePlan> pages = plan_of(
+      files_in("a/", "f", 9, 300) + files_in("zz/", "f", 9, 300) + files_in("cmake/", "f", 9, 300) +
+      files_in("api/include/", "h", 9, 300, ".h") + files_in("tests/", "t", 9, 300) +
+      files_in("docs/", "d", 9, 300, ".md") + std::vector<TreeFile>{{"zz/main.c", 300}, {"tiny.c", 9}});
+  EXPECT_THAT(modules(pages), ElementsAre("api/include", "zz", "a", "cmake", "docs", "tests"));
+}
+
+// So that no folder is hidden behind the files of the one before it.
+TEST(DerivePlan, TestsAreShownByTheFirstOfEachFolder) {
+  const std::vector<PagePlan> pages =
+      plan_of(files_in("src/", "f", 9, 300) + files_in("tests/a/", "t", 90, 300) +
+              files_in("tests/b/", "t", 90, 300) +
+              std::vector<TreeFile>{{"tests/c/__init__.py", 0}, {"tests/huge.c", 90000}});
+  const std::vector<std::string>& shown = page(pages, "tests").source_files;
+  EXPECT_THAT(shown, ::testing::IsSupersetOf({"tests/a/t0.c", "tests/b/t0.c", "tests/b/t1.c"}));
+  EXPECT_THAT(shown, Not(Contains("tests/huge.c")));
+  EXPECT_LE(shown.size(), 24U) << "no more than can be read";
+  EXPECT_THAT(page(pages, "tests").description, HasSubstr("only the first of them"));
 }
 
 TEST(DerivePlan, ListsWhatAPageMayRestOn) {
@@ -152,7 +254,7 @@ TEST(DerivePlan, OverviewAndArchitectureRestOnWhatShowsTheWhole) {
                                     {"LICENSE"},
                                     {"lib/mod.rs", 20},
                                     {"app/x.rs", 20, FileKind::text, {{"main", "function", "", 3}}},
-                                    {"docs/main.c", 200},
+                                    {"docs/main.c", 400},
                                     {"notes.md"}});
   EXPECT_THAT(pages[0].source_files, ElementsAre("README.md", "README.fr.md", "Cargo.toml", "Makefile"));
   EXPECT_THAT(pages[1].source_files, ElementsAre("Cargo.toml", "Makefile", "app/x.rs", "lib/mod.rs"));
