@@ -115,8 +115,8 @@ class Wiki {
   // The same to other sources, which it keeps: `read` gives the texts of the files of `index`.
   std::unique_ptr<CitationFollower> follower(const source::SourceIndex& index, ReadText read) const;
 
-  // The page files over a store that several machines share; null over a store of this machine alone.
   ContendedPages& contended_pages() { return contended_pages_; }
+  // The page files over a store that several machines share; null over a store of this machine alone.
   SharedFiles* shared_files() { return shared_files_.get(); }
   // Brings in what other machines wrote, unless somebody writes on this machine, who does so, and gives the
   // rows as stored now. A file that cannot be brought in is logged: what is here can be read.
