@@ -45,14 +45,15 @@ function printPlan(name, pages) {
 }
 
 function measure(folder) {
-  const root = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
+  const place = mkdtempSync(join(tmpdir(), 'ossilar-bench-'));
+  const root = join(place, basename(folder)); // its name is in titles
   try {
     cpSync(folder, root, { recursive: true });
     for (const old of ['.ossilar', 'wiki', 'ossilar.toml']) rmSync(join(root, old), { recursive: true, force: true });
     run(root, 'init');
     return pagesOf(root);
   } finally {
-    rmSync(root, { recursive: true, force: true });
+    rmSync(place, { recursive: true, force: true });
   }
 }
 
