@@ -34,19 +34,21 @@ void FolderTree::take_roles(const source::SourceIndex& index) {
     const FileRole role = file_role(*file);
     roles_.emplace(file.get(), role);
     if (role == FileRole::code) lines += file->lines;
-    if (role == FileRole::code && is_grammar(*file)) grammars.push_back(file.get());
+    if (file->kind == source::FileKind::text && is_grammar(*file)) grammars.push_back(file.get());
     if (role == FileRole::bundled) bundled_files_.push_back(file.get());
   }
   for (const SourceFile* grammar : grammars) settle_generated(*grammar, index);
   settle_bundled(lines);
 }
 
-// parser.c and parser.h beside parser.y are made from it.
+// parser.c and parser.h beside parser.y are made from it, so it is what there is to read.
 void FolderTree::settle_generated(const SourceFile& grammar, const source::SourceIndex& index) {
   const std::string stem = grammar.path.substr(0, grammar.path.rfind('.'));
   for (const char* ending : {".c", ".h", ".cc", ".hh", ".cpp", ".hpp"}) {
     const SourceFile* made = index.find(stem + ending);
-    if (made != nullptr) roles_[made] = FileRole::other;
+    if (made == nullptr) continue;
+    roles_[made] = FileRole::other;
+    roles_[&grammar] = FileRole::code;
   }
 }
 

@@ -183,10 +183,6 @@ TEST(DerivePlan, TellsBundledCodeOnOnePage) {
                                  {"p/b/LICENSE", 20, FileKind::text, {}, {}, "2002"}},
        {"p/a", "p/b", "p/c", "src"},
        {}},
-      {"generated: a parser beside its grammar is on no page",
-       {{"gram/parser.y", 900}, {"gram/parser.c", 9000}, {"gram/lex.yy.c", 9000}},
-       {"gram", "src"},
-       {}},
       {"where it is nearly all there is, it is the code",
        files_in("third_party/", "t", 9, 300) + files_in("jq/", "jquery", 20, 300, ".js"),
        {"jq", "src", "third_party"},
@@ -203,6 +199,17 @@ TEST(DerivePlan, TellsBundledCodeOnOnePage) {
     EXPECT_EQ(pages.back().importance, "low");
   }
   EXPECT_EQ(plan_of(own + rows[0].files).back().description, "Code of other projects in deps: lua, zip.");
+}
+
+TEST(DerivePlan, AGrammarIsReadAndNotWhatIsMadeFromIt) {
+  const std::vector<PagePlan> pages = plan_of({{"gram/parser.y", 900},
+                                               {"gram/parser.c", 9000},
+                                               {"gram/lex.yy.c", 9000},
+                                               {"gram/tree.c", 400},
+                                               {"src/x.l", 9},
+                                               {"src/y.c", 700}});
+  EXPECT_THAT(page(pages, "gram").source_files, ElementsAre("gram/parser.y", "gram/tree.c"));
+  EXPECT_THAT(page(pages, "src").source_files, ElementsAre("src/y.c"));
 }
 
 TEST(DerivePlan, BeginsWhereAReaderDoes) {
