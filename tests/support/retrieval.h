@@ -20,9 +20,9 @@ struct Question {
   std::string query, page_id, section;
 };
 
-inline std::vector<Question> retrieval_questions() {
+inline std::vector<Question> retrieval_questions(const std::string& table = "retrieval/queries.txt") {
   std::vector<Question> questions;
-  for (const Map& row : rows_of("retrieval/queries.txt"))
+  for (const Map& row : rows_of(table))
     questions.push_back(
         {row.at(0).get<std::string>(), row.at(1).get<std::string>(), row.at(2).get<std::string>()});
   return questions;
@@ -30,9 +30,10 @@ inline std::vector<Question> retrieval_questions() {
 
 class RetrievalWiki {
  public:
-  RetrievalWiki() {  // throws when a page is not saved
+  // Throws when a page is not saved. `pages` is a folder of the test data.
+  explicit RetrievalWiki(const std::string& pages = "retrieval/pages") {
     std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(OSSILAR_TEST_DATA "/retrieval/pages"))
+    for (const auto& entry : std::filesystem::directory_iterator(OSSILAR_TEST_DATA "/" + pages))
       files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     std::string config = "[wiki]\nmin_citations_per_page = 0\n";
