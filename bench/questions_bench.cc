@@ -92,11 +92,23 @@ constexpr std::array<std::string_view, 3> kWays{"words alone", "vectors alone", 
 // The scores of all wikis together: one for each way of searching.
 using Scores = std::array<Score, kWays.size()>;
 
+struct Group {
+  Scores scores = {};
+  std::size_t unsure = 0;  // questions for which the search says that there may be no answer
+};
+
 struct Groups {
-  Scores with;     // a word in common with the answer
-  Scores without;  // none
+  Group with = {};     // a word in common with the answer
+  Group without = {};  // none
+  std::size_t unanswered = 0;
+  std::size_t unanswered_unsure = 0;
   std::vector<std::string> misses = {};
 };
+
+workers::wiki::SearchResult search_of(workers::wiki::Wiki& wiki, const std::string& query) {
+  return std::get<workers::wiki::SearchResult>(
+      workers::wiki::WikiReader(wiki).search({.query = query, .limit = kDepth}, {}));
+}
 
 void ask(std::string_view wiki_name, bool aside, Groups& groups) {
   const std::string folder = "questions/" + std::string(wiki_name);
@@ -111,35 +123,44 @@ void ask(std::string_view wiki_name, bool aside, Groups& groups) {
     const auto place_of = [&](const auto& found) {
       return testing::score_of({question}, [&](const std::string&) { return found; }).places[0];
     };
+    const auto found = search_of(*wiki.wiki, question.query);
     const std::array<std::size_t, kWays.size()> places{
         place_of(store->match_words(kBranch, question.query, {}, kDepth)),
         place_of(store->nearest(kBranch, embedder.model(), embedder.embed({question.query}, {}).at(0), {},
                                 kDepth)),
-        place_of(
-            std::get<workers::wiki::SearchResult>(
-                workers::wiki::WikiReader(*wiki.wiki).search({.query = question.query, .limit = kDepth}, {}))
-                .hits)};
-    for (std::size_t way = 0; way < kWays.size(); ++way)
-      (is_with ? groups.with : groups.without)[way].places.push_back(places[way]);
+        place_of(found.hits)};
+    Group& group = is_with ? groups.with : groups.without;
+    for (std::size_t way = 0; way < kWays.size(); ++way) group.scores[way].places.push_back(places[way]);
+    if (!found.warning.empty()) ++group.unsure;
     if (places.back() == 0 || places.back() > 3) {
       groups.misses.push_back(fmt::format("  {:>2}  {}  {}: {} ({} # {})", places.back(),
                                           is_with ? "with   " : "without", wiki_name, question.query,
                                           question.page_id, question.section));
     }
   }
-}
-
-void print(std::string_view name, const Scores& scores) {
-  fmt::print("{} ({} questions)\n", name, scores[0].places.size());
-  for (std::size_t way = 0; way < kWays.size(); ++way) {
-    fmt::print("  {:<26} {:>7.1f} % {:>7.1f} % {:>8.3f}\n", kWays[way], 100 * scores[way].hits_within(1),
-               100 * scores[way].hits_within(3), scores[way].mean_reciprocal_rank());
+  for (const Map& row : testing::rows_of(folder + "/unanswered.txt")) {
+    ++groups.unanswered;
+    const auto found = search_of(*wiki.wiki, row.at(0));
+    if (found.hits.empty() || !found.warning.empty()) ++groups.unanswered_unsure;
   }
 }
 
-Scores joined(Scores first, const Scores& second) {
-  for (std::size_t way = 0; way < kWays.size(); ++way)
-    first[way].places.insert(first[way].places.end(), second[way].places.begin(), second[way].places.end());
+void print(std::string_view name, const Group& group) {
+  const std::size_t asked = group.scores[0].places.size();
+  fmt::print("{} ({} questions, {} told that there may be no answer)\n", name, asked, group.unsure);
+  for (std::size_t way = 0; way < kWays.size(); ++way) {
+    const Score& score = group.scores[way];
+    fmt::print("  {:<26} {:>7.1f} % {:>7.1f} % {:>8.3f}\n", kWays[way], 100 * score.hits_within(1),
+               100 * score.hits_within(3), score.mean_reciprocal_rank());
+  }
+}
+
+Group joined(Group first, const Group& second) {
+  for (std::size_t way = 0; way < kWays.size(); ++way) {
+    auto& places = first.scores[way].places;
+    places.insert(places.end(), second.scores[way].places.begin(), second.scores[way].places.end());
+  }
+  first.unsure += second.unsure;
   return first;
 }
 
@@ -155,6 +176,7 @@ int main(int argc, char** argv) {
   print("with a word in common", groups.with);
   print("without", groups.without);
   print("all", joined(groups.with, groups.without));
+  fmt::print("{} questions without an answer: {} are told so\n", groups.unanswered, groups.unanswered_unsure);
   if (options.contains("--misses")) {
     for (const std::string& miss : groups.misses) fmt::print("{}\n", miss);
   }

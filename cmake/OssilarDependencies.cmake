@@ -16,6 +16,8 @@ pkg_check_modules(ctemplate REQUIRED IMPORTED_TARGET libctemplate)
 pkg_check_modules(graphviz REQUIRED IMPORTED_TARGET libgvc libcgraph)
 # The plugin that lays out directed graphs; no metadata names it.
 find_library(GRAPHVIZ_DOT_LAYOUT gvplugin_dot_layout PATH_SUFFIXES graphviz REQUIRED)
+find_library(STEMMER_LIBRARY stemmer REQUIRED)
+find_path(STEMMER_HEADERS libstemmer.h REQUIRED)
 pkg_check_modules(microhttpd REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(tomlplusplus REQUIRED IMPORTED_TARGET tomlplusplus)
 pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)

@@ -63,7 +63,7 @@ Operation search_wiki() {
               {"rel_path", text("the page's file")},
               {"section", text("the `##` heading above it, for read_page; \"\" before the first heading")},
               {"excerpt", text("of the passage")},
-              {"score", Map{{"type", "number"}, {"description", "1 is the highest score"}}},
+              {"score", Map{{"type", "number"}, {"description", "0 to 1, how sure the hit is"}}},
               {"citations", list(citation, "the source lines that the passage cites")}},
              {"page_id", "title", "section", "excerpt", "score", "citations"});
   return {
@@ -73,8 +73,9 @@ Operation search_wiki() {
       .does = "Find the passages of the wiki that answer a question",
       .description =
           "Finds the passages of the wiki that answer a question about the code: by words, by names from "
-          "the code in any spelling (parseHTTPHeader, parse_http_header), and by similarity. Use the words "
-          "that the answer would use. Each hit gives the page and section for read_page, and the source "
+          "the code in any spelling (parseHTTPHeader, parse_http_header), and by meaning. Use the words that "
+          "the answer would use where you know them. Each hit gives the page and section for read_page, and "
+          "the source "
           "lines it cites.",
       .example =
           "ossilar search \"who holds the write lock\" -n 3\nossilar search parseHTTPHeader --path src/net",
@@ -98,9 +99,10 @@ Operation search_wiki() {
                      .option = "--path",
                      .value = "PATH",
                      .schema = text("only passages about this source file or folder")}},
-      .output_schema = object({{"hits", list(hit, "the best first")},
-                               {"warning", text("what the search had to leave out, and why")}},
-                              {"hits"}),
+      .output_schema =
+          object({{"hits", list(hit, "the best first")},
+                  {"warning", text("that the wiki may have no answer, or what the search had to leave out")}},
+                 {"hits"}),
       .call = call_search_wiki};
 }
 

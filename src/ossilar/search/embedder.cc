@@ -1,19 +1,19 @@
-// The local embedder: feature hashing of words and of the character n-grams in them.
+// The local embedder: the weighted mean of the vectors of a text's words (Arora, Liang and Ma, "A Simple but
+// Tough-to-Beat Baseline for Sentence Embeddings", 2017). The vectors and weights are those of the word
+// table, whose common component was taken out when it was made. A word is weighted by its rarity and by 1 +
+// log(its frequency); an identifier is its parts (parseHTTPHeader: parse, http, header). Words are stemmed.
 //
-// A text is a bag of words; an identifier yields its parts and itself in one piece (parseHTTPHeader: parse,
-// http, header, parsehttpheader). A word contributes itself, its beginning, and the n-grams of "<word>", n =
-// 3 to 5, so that words with a common stem get similar vectors (Bojanowski et al., "Enriching Word Vectors
-// with Subword Information", 2017, without their trained vectors). Each of these features is hashed to one
-// dimension and a sign (Weinberger et al., "Feature Hashing for Large Scale Multitask Learning", 2009): the
-// sign makes collisions cancel on average instead of adding up. A word is weighted by 1 + log(its frequency),
-// a short word by less, and the sum is scaled to length 1.
+// A word that the table does not know gets its vector by its spelling: itself, its beginning, and the n-grams
+// of "<word>", n = 3 to 5, so that words with a common stem get similar vectors (Bojanowski et al.,
+// "Enriching Word Vectors with Subword Information", 2017, without their trained vectors). Each of these
+// features is hashed to one dimension and a sign (Weinberger et al., "Feature Hashing for Large Scale
+// Multitask Learning", 2009).
 //
-// Limits: no synonyms, no word order, no grammar, and English function words only. Texts in scripts without
-// blanks between words are distinguished by their n-grams alone. Unrelated features sometimes share a
-// dimension, which blurs cosines by some 1/sqrt(dimensions).
+// Limits: no word order, no grammar, English alone. What a word means in this repository and nowhere else is
+// not known: learning vectors from the sources themselves was tried, and found no more answers.
 //
-// The model's name stands for the same vectors in every build. So sums are made in a fixed order, and the
-// hash is our own.
+// The model's name stands for the same vectors in every build, so sums are made in a fixed order, and the
+// hash is our own. A changed table needs another name; passages/reembedding.h then embeds all passages anew.
 #include "ossilar/search/embedder.h"
 
 #include <algorithm>
@@ -28,17 +28,17 @@
 #include <utility>
 #include <vector>
 
+#include "ossilar/search/stemmer.h"
+#include "ossilar/search/word_table.h"
 #include "ossilar/utils/identifiers.h"
 #include "ossilar/utils/text.h"
 
 namespace ossilar::search {
 namespace {
 
-// A vector takes 1.5 KiB in the store. Cosines of unrelated texts scatter by about 1/sqrt(384) = 0.05, well
-// below the 0.2 that a search treats as noise (wiki_search.cc). More dimensions would trade space for less
-// scatter.
-constexpr std::size_t kDimensions = 384;
-constexpr const char* kModelName = "local-hash-v1-384";  // a change of anything below needs a new version
+constexpr std::size_t kDimensions = WordTable::kDimensions;
+// A change of anything below, or of the word table, needs a new version.
+constexpr const char* kModelName = "local-words-v1-192";
 
 // Shorter n-grams are shared by unrelated words; longer ones are nearly as particular as the word itself.
 constexpr std::size_t kShortestGram = 3;
@@ -52,19 +52,11 @@ constexpr double kWordWeight = 0.3;
 constexpr double kBeginningWeight = 0.6;
 constexpr double kGramsWeight = 0.75;
 constexpr double kEndGramShare = 0.3;
-// Words of fewer characters weigh proportionally less: short words are the common ones. This replaces
-// frequencies counted in a corpus, which would tie the vectors to that corpus.
+// Unknown words of fewer characters weigh proportionally less: most of them are names of variables.
 constexpr std::size_t kFullWeightLength = 8;
 // Function words express relations, which a bag of words loses anyway. Their weight is not 0, so that a text
 // of nothing else still has a vector.
-constexpr double kFunctionWordWeight = 0.1;
-constexpr std::array<std::string_view, 52> kFunctionWords{
-    "a",    "about", "an",    "and",   "any",  "are",   "as",   "at",   "be", "but", "by",
-    "can",  "do",    "does",  "for",   "from", "has",   "have", "how",  "i",  "if",  "in",
-    "into", "is",    "it",    "its",   "no",   "not",   "of",   "on",   "or", "so",  "than",
-    "that", "the",   "their", "them",  "then", "there", "they", "this", "to", "was", "we",
-    "what", "when",  "where", "which", "who",  "why",   "with", "you"};
-static_assert(std::is_sorted(kFunctionWords.begin(), kFunctionWords.end()));
+constexpr double kFunctionWordShare = 0.1;
 // The first eight bytes of a word as one number, padded with zeros. Comparing two such numbers compares the
 // bytes, without reading the words, and settles all comparisons but those of long words that begin alike.
 constexpr std::size_t kInNumber = sizeof(std::uint64_t);
@@ -74,16 +66,6 @@ constexpr std::uint64_t beginning_of(std::string_view word) {
     beginning = (beginning << 8U) | (i < word.size() ? static_cast<unsigned char>(word[i]) : 0U);
   return beginning;
 }
-
-constexpr std::array<std::uint64_t, kFunctionWords.size()> kFunctionNumbers = [] {
-  std::array<std::uint64_t, kFunctionWords.size()> numbers{};
-  std::transform(kFunctionWords.begin(), kFunctionWords.end(), numbers.begin(), beginning_of);
-  return numbers;
-}();
-// Function words fit into one number whole, so equal numbers mean equal words.
-constexpr std::size_t kLongestFunctionWord = 5;
-static_assert(std::all_of(kFunctionWords.begin(), kFunctionWords.end(),
-                          [](std::string_view word) { return word.size() <= kLongestFunctionWord; }));
 
 using Sums = std::array<double, kDimensions>;
 
@@ -111,16 +93,22 @@ class Hash {
   std::uint64_t state_ = 0xCBF29CE484222325ULL;
 };
 
-// The words of a text, each occurrence an entry. A map from word to count would be simpler; sorting positions
-// in one string avoids an allocation per word.
+// The stems of a text, each occurrence an entry; function words as they are. A map from word to count would
+// be simpler; sorting positions in one string avoids an allocation per word.
 class Words {
  public:
-  explicit Words(std::string_view text) {
-    letters_.reserve(2 * text.size());  // an identifier adds its parts and itself in one piece
-    places_.reserve(text.size() / 4);   // a guess at how many words there are; more only reallocate
+  Words(std::string_view text, const Stemmer& stemmer) {
+    letters_.reserve(text.size());
+    places_.reserve(text.size() / 4);  // a guess at how many words there are; more only reallocate
     for (utils::TokenReader token(text); token.next();) {
-      for (std::size_t i = 0; i < token.size(); ++i) add(token.part(i));
-      if (token.size() > 1) add(token.joined());
+      for (std::size_t i = 0; i < token.size(); ++i) {
+        const std::string_view part = token.part(i);
+        if (is_unspaced(part)) {
+          add_pairs(part);
+        } else {
+          add(is_function_word(part) ? part : stemmer.stem(part));
+        }
+      }
     }
   }
 
@@ -145,6 +133,25 @@ class Words {
     std::size_t begin;
     std::size_t size;
   };
+
+  // Whether the word is of a script that sets no blanks between words, and so may be a whole sentence:
+  // Chinese and Japanese characters, all beyond U+3000, which UTF-8 begins with bytes from 0xE3 on.
+  static bool is_unspaced(std::string_view word) {
+    return !word.empty() && static_cast<unsigned char>(word.front()) >= 0xE3;
+  }
+
+  // Each two neighbouring characters as a word, the usual unit where nothing tells where words end.
+  void add_pairs(std::string_view word) {
+    std::size_t first = 0;
+    std::size_t second = utils::utf8_size(word, 0);
+    if (second == word.size()) add(word);
+    while (second < word.size()) {
+      const std::size_t end = second + utils::utf8_size(word, second);
+      add(word.substr(first, end - first));
+      first = second;
+      second = end;
+    }
+  }
 
   void add(std::string_view word) {
     places_.push_back({beginning_of(word), letters_.size(), word.size()});
@@ -295,23 +302,19 @@ class FeatureCache {
   Features unkept_;
 };
 
-bool is_function_word(std::string_view word) {
-  return word.size() <= kLongestFunctionWord &&
-         std::binary_search(kFunctionNumbers.begin(), kFunctionNumbers.end(), beginning_of(word));
-}
-
 // The logarithm damps repetition: the tenth occurrence of a word says less about the text than the first.
-double weight_of(std::string_view word, std::size_t characters, std::uint64_t count) {
-  const double kind = is_function_word(word) ? kFunctionWordWeight
-                                             : static_cast<double>(std::min(characters, kFullWeightLength)) /
-                                                   static_cast<double>(kFullWeightLength);
-  return count == 1 ? kind : kind * (1.0 + std::log(static_cast<double>(count)));
+double damped(std::uint64_t count) { return 1.0 + std::log(static_cast<double>(count)); }
+
+void add_known(Sums& sums, const WordTable::Word& word, double weight) {
+  const double share = weight * word.weight / word.length;
+  for (std::size_t i = 0; i < kDimensions; ++i) sums[i] += share * word.vector[i];
 }
 
 // N-grams are divided by their length as a vector, so that a long word, which has more of them, does not
 // count more.
-void add_word(Sums& sums, std::string_view word, const Features& features, std::uint64_t count) {
-  const double weight = weight_of(word, features.letters, count);
+void add_unknown(Sums& sums, const Features& features, double weight) {
+  weight *= static_cast<double>(std::min(features.letters, kFullWeightLength)) /
+            static_cast<double>(kFullWeightLength);
   features.all[0].add_to(sums, {weight * kWordWeight, 0});
   features.all[1].add_to(sums, {weight * kBeginningWeight, 0});
   const double grams = weight * kGramsWeight;
@@ -333,30 +336,38 @@ std::vector<float> normalised(const Sums& sums) {
   return out;
 }
 
-std::vector<float> embed_text(std::string_view text, FeatureCache& features) {
-  Sums sums{};
-  Words(text).visit(
-      [&](std::string_view word, std::uint64_t count) { add_word(sums, word, features.of(word), count); });
-  return normalised(sums);
-}
-
 class LocalEmbedder final : public Embedder {
  public:
   std::string model() const override { return kModelName; }
   std::size_t dimensions() const override { return kDimensions; }
-  // It finds inflections and misspellings that the word index misses, but also confuses words of similar
-  // spelling. With a fifth of the weight it adds passages to those found by words and hardly reorders them
-  // (bench/retrieval_bench.cc).
-  double ranking_weight() const override { return 0.2; }
+  bool has_known_scale() const override { return true; }
   // `task` is ignored: this only computes, on one page, one batch or one query, and never waits.
   std::vector<std::vector<float>> embed(const std::vector<std::string>& texts,
                                         const utils::Task& /*task*/) override {
     std::vector<std::vector<float>> out;
     out.reserve(texts.size());
-    FeatureCache features;  // one a call: the texts of a page share most of their words
-    for (const std::string& text : texts) out.push_back(embed_text(text, features));
+    const Stemmer
+        stemmer;  // this and the cache serve one call: the texts of a page share most of their words
+    FeatureCache features;
+    for (const std::string& text : texts) out.push_back(embed_text(text, stemmer, features));
     return out;
   }
+
+ private:
+  std::vector<float> embed_text(std::string_view text, const Stemmer& stemmer, FeatureCache& features) const {
+    Sums sums{};
+    Words(text, stemmer).visit([&](std::string_view word, std::uint64_t count) {
+      const double weight = damped(count) * (is_function_word(word) ? kFunctionWordShare : 1);
+      if (const auto known = table_.find(word)) {
+        add_known(sums, *known, weight);
+      } else {
+        add_unknown(sums, features.of(word), weight);
+      }
+    });
+    return normalised(sums);
+  }
+
+  const WordTable table_;
 };
 
 }  // namespace

@@ -29,6 +29,10 @@ class Embedder {
   virtual std::size_t dimensions() const = 0;
   // The weight of a rank by these vectors in search::fuse(), where the ranking by words has weight 1.
   virtual double ranking_weight() const { return 1; }
+  // Whether a cosine of these vectors says by itself how close two texts are: about 0 for unrelated ones with
+  // any text, so that it can be added to a share of words found. Cosines of other models mean something only
+  // beside each other.
+  virtual bool has_known_scale() const { return false; }
   // One vector per text, in the order of the texts. Each has dimensions() numbers and length 1, or is all
   // zeros where the embedder finds nothing in the text. All texts or none: a failure gives no vector. An
   // embedder that waits for a service throws utils::Cancelled soon after `task` is cancelled; the local one
@@ -38,7 +42,7 @@ class Embedder {
 };
 
 // The default embedder. It needs no model file, no network and no start-up, and gives the same vectors on
-// every machine, so that stored ones stay comparable. It knows spellings, not meanings; see embedder.cc.
+// every machine, so that stored ones stay comparable. See embedder.cc for what it knows.
 std::unique_ptr<Embedder> make_local_embedder();
 
 }  // namespace ossilar::search

@@ -23,7 +23,7 @@ class VectorCache {
  private:
   // Two generations of at most kGeneration vectors: when the newer one is full, it becomes the older one,
   // whose vectors are dropped. That bounds memory without keeping an order of use. Both together hold 1,024
-  // vectors, which is 1.5 MiB with the local embedder's 384 numbers each, and more passages than the drafts
+  // vectors, which is 0.8 MiB with the local embedder's 192 numbers each, and more passages than the drafts
   // of one moment usually have.
   static constexpr std::size_t kGeneration = 512;
   mutable std::mutex mutex_;

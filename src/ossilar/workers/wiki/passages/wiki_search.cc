@@ -1,6 +1,6 @@
-// BM25 scores and cosines have no common scale, so adding them up would need a factor for each wiki and
-// model. Places in a ranking can be compared, so the two are joined by reciprocal rank fusion
-// (search/ranking.h), in which each embedder sets the weight of its ranking.
+// Where the embedder's cosines have a known scale, passages are scored (relevance.h). Other cosines and BM25
+// have no common scale, and adding them up would need a factor for each wiki and model; then places in a
+// ranking are joined by reciprocal rank fusion (search/ranking.h), in which each embedder sets its weight.
 //
 // Vectors are the optional half: words are searched without any service. So an embedder that fails costs a
 // warning, while a store that fails ends the search, as it holds the words too.
@@ -10,12 +10,14 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 
 #include "ossilar/search/ranking.h"
 #include "ossilar/utils/identifiers.h"
 #include "ossilar/utils/text.h"
+#include "ossilar/workers/wiki/passages/relevance.h"
 
 namespace ossilar::workers::wiki {
 namespace {
@@ -35,9 +37,9 @@ constexpr std::size_t kBeforeMatch = 60;
 constexpr std::size_t kCandidates = 50;
 
 // Every query has a nearest passage, so without a limit nonsense would find something. The local embedder
-// gives unrelated texts cosines that scatter by some 0.05 around zero (1 / sqrt(384)), a quarter of this.
-// Another model may put all texts above it; then nothing is cut off.
-constexpr double kNoise = 0.2;
+// gives unrelated texts cosines around zero. Another model may put all texts above it; then nothing is cut
+// off.
+constexpr double kNoise = 0.15;
 
 std::optional<Answer> refuse(const SearchRequest& request) {
   if (utils::strip(request.query).empty())
@@ -155,25 +157,53 @@ SearchHit hit_of(const FoundPassage& passage, double score, const std::string& q
           .citations = passage.citations};
 }
 
-// The store gives the best first, so all from the first one below kNoise on goes. Anything but a failed store
-// becomes a warning; utils::Cancelled is no std::exception and passes.
-std::vector<FoundPassage> nearest_passages(const SearchRequest& request, const store::PassageFilter& filter,
-                                           const std::string& branch, store::WikiStore& store,
-                                           search::Embedder& embedder, const utils::Task& task,
-                                           std::string& warning) {
+struct Nearest {
+  store::Vector query;
+  std::vector<FoundPassage> passages;
+};
+
+// The store gives the best first, so all from the first one below kNoise on goes. None when the embedder
+// fails, with a warning; utils::Cancelled is no std::exception and passes.
+std::optional<Nearest> nearest_passages(const SearchRequest& request, const store::PassageFilter& filter,
+                                        const std::string& branch, store::WikiStore& store,
+                                        search::Embedder& embedder, const utils::Task& task,
+                                        std::string& warning) {
   try {
-    const auto vectors = embedder.embed({request.query}, task);
-    auto found = store.nearest(branch, embedder.model(), vectors.at(0), filter, kCandidates);
+    Nearest nearest{.query = embedder.embed({request.query}, task).at(0), .passages = {}};
+    auto& found = nearest.passages;
+    found = store.nearest(branch, embedder.model(), nearest.query, filter, kCandidates);
     found.erase(std::find_if(found.begin(), found.end(),
                              [](const FoundPassage& passage) { return passage.score < kNoise; }),
                 found.end());
-    return found;
+    return nearest;
   } catch (const store::StorageError&) {
     throw;
   } catch (const std::exception& error) {
     warning = std::string("searched by words only: ") + error.what();
-    return {};
+    return std::nullopt;
   }
+}
+
+// The cosines with the query of what was found by words, as far as it has vectors.
+std::map<std::string, double> cosines_of(const std::vector<FoundPassage>& found, const store::Vector& query,
+                                         store::WikiStore& store, const search::Embedder& embedder) {
+  std::map<std::string, double> cosines;
+  for (const auto& [hash, vector] : store.vectors(embedder.model(), keys_of(found))) {
+    if (vector.size() == query.size())
+      cosines[hash] = std::inner_product(query.begin(), query.end(), vector.begin(), 0.0);
+  }
+  return cosines;
+}
+
+// Both rankings joined by ranks, for cosines whose scale is unknown. Scores are shares of the best there can
+// be, first place in both rankings, so 1 is the most with any embedder.
+std::vector<search::Ranked> by_ranks(const std::vector<FoundPassage>& by_words,
+                                     const std::vector<FoundPassage>& by_vectors, double weight) {
+  auto ranked = search::fuse(
+      {{.keys = keys_of(by_words), .weight = 1}, {.keys = keys_of(by_vectors), .weight = weight}});
+  const double first_everywhere = search::fuse({{.keys = {""}, .weight = 1 + weight}})[0].score;
+  for (search::Ranked& each : ranked) each.score /= first_everywhere;
+  return ranked;
 }
 
 }  // namespace
@@ -196,25 +226,26 @@ std::variant<SearchResult, Answer> search_wiki(const SearchRequest& request, con
   const store::PassageFilter filter{.page_type = request.page_type, .path = index_path(request.path)};
   SearchResult result;
   const auto by_words = store.match_words(branch, request.query, filter, kCandidates);
-  const auto by_vectors = nearest_passages(request, filter, branch, store, embedder, task, result.warning);
+  const auto nearest = nearest_passages(request, filter, branch, store, embedder, task, result.warning);
+  const auto by_vectors = nearest ? nearest->passages : std::vector<FoundPassage>();
   // By hash. A passage that several pages hold may come with another page from each ranking; that of the
   // words counts, as it was found with its page's title.
   std::map<std::string, const FoundPassage*> passages;
   for (const auto* found : {&by_words, &by_vectors}) {
     for (const FoundPassage& passage : *found) passages.emplace(passage.hash, &passage);
   }
-  const std::vector<search::Ranked> ranked =
-      search::fuse({{.keys = keys_of(by_words), .weight = 1},
-                    {.keys = keys_of(by_vectors), .weight = embedder.ranking_weight()}});
+  const bool is_scaled = nearest && embedder.has_known_scale();
+  const auto ranked =
+      is_scaled ? by_relevance({.question = request.query,
+                                .by_words = by_words,
+                                .by_vectors = by_vectors,
+                                .other_cosines = cosines_of(by_words, nearest->query, store, embedder)})
+                : by_ranks(by_words, by_vectors, embedder.ranking_weight());
   const std::size_t shown = std::min(ranked.size(), static_cast<std::size_t>(request.limit));
-  // The best score there can be: first place in both rankings. Hits tell their share of it, so 1 is the most
-  // with any embedder.
-  const double first_everywhere =
-      search::fuse({{.keys = {""}, .weight = 1 + embedder.ranking_weight()}})[0].score;
-  for (std::size_t i = 0; i < shown; ++i) {
-    result.hits.push_back(
-        hit_of(*passages.at(ranked[i].key), ranked[i].score / first_everywhere, request.query));
-  }
+  for (std::size_t i = 0; i < shown; ++i)
+    result.hits.push_back(hit_of(*passages.at(ranked[i].key), ranked[i].score, request.query));
+  if (is_scaled && shown > 0 && ranked[0].score < kUnsure)
+    result.warning = "the wiki may have no answer to this; these are the nearest passages";
   return result;
 }
 

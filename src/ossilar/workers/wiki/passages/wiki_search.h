@@ -36,13 +36,13 @@ struct SearchHit {
   std::string rel_path;
   std::string section;  // heading that the passage stands under; "" above the first
   std::string excerpt;  // of the passage, around what was asked for; on one line
-  double score = 0;     // 0 to 1; 1 for a passage that every ranking puts first
+  double score = 0;     // 0 to 1; how sure it is where cosines have a known scale, else by its ranks
   Map citations;        // those that stand in the passage: a list of {"path", "first", "last"}
 };
 
 struct SearchResult {
   std::vector<SearchHit> hits;  // best first; a passage that several pages hold comes once
-  std::string warning;          // what was left out of the search, and why; "" when nothing was
+  std::string warning;          // what was left out of the search, or that no hit is a sure one; else ""
 };
 
 // The hits on `branch`, or an answer with `error` that refuses the request. Only vectors of `embedder`'s

@@ -66,6 +66,30 @@ TEST_F(Search, FindsIdentifiersInAnySpelling) {
   EXPECT_THAT(places({.query = "zzzqqq"}), IsEmpty());
 }
 
+TEST_F(Search, SaysHowSureItIs) {
+  save("alpha", "Alpha.\n\n## Holding\n\nThe lock is released when the process that holds it dies.");
+  save("beta", "Beta.\n\n## Pictures\n\nImages are resized before they are uploaded to the bucket.");
+  const struct {
+    const char *query, *place;
+    double least, most;
+    bool is_sure;
+  } cases[] = {
+      {"when is the lock released", "alpha#Holding", 0.5, 1, true},
+      {"mutex ownership in threads", "alpha#Holding", 0.15, 0.5, true},
+      {"shrinking pictures", "beta#Pictures", 0.15, 1, true},
+      {"currency of the shopping cart and its bucket", "beta#Pictures", 0, 0.15, false},
+  };
+  for (const auto& each : cases) {
+    const auto found = WikiReader(*wiki_).search({.query = each.query}, {});
+    const auto& result = std::get<SearchResult>(found);
+    ASSERT_FALSE(result.hits.empty()) << each.query;
+    EXPECT_EQ(result.hits[0].page_id + "#" + result.hits[0].section, each.place) << each.query;
+    EXPECT_GE(result.hits[0].score, each.least) << each.query;
+    EXPECT_LE(result.hits[0].score, each.most) << each.query;
+    EXPECT_EQ(result.warning.empty(), each.is_sure) << each.query << ": " << result.warning;
+  }
+}
+
 TEST_F(Search, FindsTheTextAndTitleOfTheLastSave) {
   save("alpha", "Alpha.\n\n## Old\n\nAbout gardening.");
   save("alpha", "Alpha.\n\n## New\n\nAbout sailing.", "Seafaring");
