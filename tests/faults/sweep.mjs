@@ -84,12 +84,12 @@ function traced(root, action, injection, log) {
   return run('strace', [...trace, ...injection, program, '--repo', root, ...action.args], { input: action.input });
 }
 
-// With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every eighth in between: each kind of
+// With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every twenty-fourth in between: each kind of
 // fault once, in the time that a test may take on a developer's machine.
 export const isFew = process.env.OSSILAR_SWEEP === 'few';
 
-// Whether a sweep met enough points to say anything: `whole` of them, or in a short one an eighth.
-export const metEnough = (points, whole) => points > (isFew ? whole / 8 : whole);
+// Whether a sweep met enough points to say anything: `whole` of them, or in a short one a twenty-fourth.
+export const metEnough = (points, whole) => points > (isFew ? whole / 24 : whole);
 
 // Runs `action` on a copy of `world` for each point and `each(root, result, point)` after it, and gives what `each`
 // gave for the points that fired. `injections(call, k)` lists what to do at the k-th of these calls, each as
@@ -100,7 +100,7 @@ export async function sweep({ folder, world, action, injections, each }) {
   await traced(recorded, action, [], recording);
   const points = [];
   for (const [call, { first, last }] of numbersOfCalls(recording, recorded))
-    for (let k = first; k <= last; k = isFew && k < last ? Math.min(k + 8, last) : k + 1)
+    for (let k = first; k <= last; k = isFew && k < last ? Math.min(k + 24, last) : k + 1)
       for (const injection of injections(call, k)) points.push({ call, k, injection });
   const results = [];
   await inParallel(points, async (point, worker) => {
