@@ -32,7 +32,9 @@ inline Map number(int least, int most, int otherwise, const char* description) {
           {"description", description}};
 }
 
-inline Map flag(const std::string& description) { return {{"type", "boolean"}, {"description", description}}; }
+inline Map flag(const std::string& description) {
+  return {{"type", "boolean"}, {"description", description}};
+}
 
 // How many there are, in a document.
 inline Map count(const char* description) {

@@ -29,10 +29,10 @@ std::size_t take_number(std::string_view& rest) {
 }  // namespace
 
 WordTable::WordTable() {
-  constexpr std::string_view kBeginning = "words 1 ";
+  constexpr std::string_view kTableHead = "words 1 ";
   std::string_view rest = word_bytes();
   std::string_view head = take_line(rest);
-  head.remove_prefix(kBeginning.size());
+  head.remove_prefix(kTableHead.size());
   const std::size_t count = take_number(head);
   words_.reserve(count);
   for (std::size_t word = 0; word < count; ++word) words_.push_back(take_line(rest));

@@ -39,8 +39,9 @@ struct CopyCounts {
 void require_same_wiki(WikiStore& from, WikiStore& to, const std::string& branch);
 
 // Makes the branch in `to` what it is in `from`, and then compares all that was copied, by count and content.
-// A page and all that belongs to it are in one transaction, of some pages, so a copy that is cut short holds whole pages, and
-// the next one copies the others. Throws StorageError, which names the page, where the comparison fails.
+// A page and all that belongs to it are in one transaction, of some pages, so a copy that is cut short holds
+// whole pages, and the next one copies the others. Throws StorageError, which names the page, where the
+// comparison fails.
 CopyCounts copy_branch(WikiStore& from, WikiStore& to, const std::string& branch,
                        const utils::Progress& progress);
 
