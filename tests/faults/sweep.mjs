@@ -84,8 +84,8 @@ function traced(root, action, injection, log) {
   return run('strace', [...trace, ...injection, program, '--repo', root, ...action.args], { input: action.input });
 }
 
-// With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every twenty-fourth in between: each kind of
-// fault once, in the time that a test may take on a developer's machine.
+// With OSSILAR_SWEEP=few a sweep meets the first and the last call of each kind and every twenty-fourth in between: each
+// kind of fault once, in the time that a test may take on a developer's machine.
 export const isFew = process.env.OSSILAR_SWEEP === 'few';
 
 // Whether a sweep met enough points to say anything: `whole` of them, or in a short one a twenty-fourth.

@@ -1,4 +1,4 @@
-// How much of what a question asks for a text says in the same words. Called by passages/wiki_search.cc in
+// How much of what a question asks for a text says in the same words. Called by passages/relevance.cc in
 // workers/wiki, where it tells how far the words of a question can be trusted to find its answer.
 #pragma once
 

@@ -64,7 +64,7 @@ Map wiki_table() {
 Map embedding_table() {
   Map provider =
       choice({"local", "http"},
-             "Where vectors of passages come from: local knows spellings and no meanings, http is any "
+             "Where vectors of passages come from: local knows general software English, http is any "
              "service with the usual /v1/embeddings request");
   provider["default"] = "local";
   Map schema =

@@ -1,5 +1,5 @@
 // Lets saved pages keep their ids when the tree changes. A page id is a promise: pages and people link to it.
-// But planner.h names pages after folders and ranges of names, which move, split and merge.
+// But planner.h names pages after folders and what their files share, which move, split and merge.
 // host/plan_maker.h calls it between derive_plan() and amend_plan().
 //
 // Thread-safety: no state is kept, so any thread may call it. It does not fail.
