@@ -1,6 +1,7 @@
 // Saving a page that an agent wrote. It is refused unless enough valid citations ground it. It is drafted
 // without a lock, and committed under the wiki's write lock if the page is still the version that the draft
-// was made from; otherwise it is drafted again. docs/design.md follows a save from end to end.
+// was made from; otherwise it is drafted again. wiki/pages/guides/life-of-a-save.md follows
+// a save from end to end.
 //
 // AgentSaveMixin is the pipeline; its host is WikiGenerator (orchestrator.h), made for each save by
 // host/saving.cc, which commands and sessions call.
