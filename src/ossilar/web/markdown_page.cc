@@ -23,6 +23,7 @@
 #include "ossilar/utils/text.h"
 #include "ossilar/web/address.h"
 #include "ossilar/web/html.h"
+#include "ossilar/workers/wiki/citing/claims.h"
 
 namespace ossilar::web {
 namespace {
