@@ -157,22 +157,31 @@ for (const when of ['1970-01-01T00:00:00Z', '2100-01-01T00:00:00Z']) {
   });
 }
 
-// A repair of a damaged database moves it away, and so may a user who begins anew.
-test('a save whose database is moved while it waits is refused, and the next one works', async (t) => {
-  const wiki = impatientWiki(t, 60);
-  const database = join(wiki.root, '.ossilar/index.db');
-  const before = pageText(wiki.root, 'alpha');
+// A save of alpha that waits for the write lock. `refused` frees the lock and says what the save was told.
+async function waitingSave(t, wiki) {
   const client = await lineClient(t, wiki, LATEST);
   await client.call('wiki_status', {});
   const release = await holdWriteLock(wiki);
   const save = { page_id: 'alpha', content: pageAbout('alpha', 2, 'late') };
   const id = await startWaitingSave(client, save);
+  const refused = async () => {
+    await release();
+    const reply = await client.reply(id);
+    assert.equal(reply.result.isError, true, JSON.stringify(reply));
+    return reply.result.content[0].text;
+  };
+  return { client, save, refused };
+}
+
+// A repair of a damaged database moves it away, and so may a user who begins anew.
+test('a save whose database is moved while it waits is refused, and the next one works', async (t) => {
+  const wiki = impatientWiki(t, 60);
+  const database = join(wiki.root, '.ossilar/index.db');
+  const before = pageText(wiki.root, 'alpha');
+  const { client, save, refused } = await waitingSave(t, wiki);
   for (const part of ['', '-wal', '-shm'].filter((each) => fs.existsSync(database + each)))
     fs.renameSync(database + part, `${database}-old${part}`);
-  await release();
-  const reply = await client.reply(id);
-  assert.equal(reply.result.isError, true, JSON.stringify(reply));
-  assert.match(reply.result.content[0].text, /index\.db: .*it was moved or removed while it was open; try again/);
+  assert.match(await refused(), /index\.db: .*it was moved or removed while it was open; try again/);
   assert.equal(pageText(wiki.root, 'alpha'), before);
   assert.equal((await client.call('save_page', save)).result.structuredContent.saved, true);
   assert.match(pageText(wiki.root, 'alpha'), /late/);
@@ -183,16 +192,9 @@ test('a save whose database is moved while it waits is refused, and the next one
 test('a save whose branch is switched while it waits is refused, and the next one is of the new branch', async (t) => {
   const wiki = impatientWiki(t, 60);
   const before = pageText(wiki.root, 'alpha');
-  const client = await lineClient(t, wiki, LATEST);
-  await client.call('wiki_status', {});
-  const release = await holdWriteLock(wiki);
-  const save = { page_id: 'alpha', content: pageAbout('alpha', 2, 'late') };
-  const id = await startWaitingSave(client, save);
+  const { client, save, refused } = await waitingSave(t, wiki);
   execFileSync('git', ['-C', wiki.root, 'checkout', '--quiet', '-b', 'topic']);
-  await release();
-  const reply = await client.reply(id);
-  assert.equal(reply.result.isError, true, JSON.stringify(reply));
-  assert.match(reply.result.content[0].text, /switched from the branch main to topic meanwhile; try again/);
+  assert.match(await refused(), /switched from the branch main to topic meanwhile; try again/);
   assert.equal(pageText(wiki.root, 'alpha'), before);
   assert.equal((await client.call('save_page', save)).result.structuredContent.saved, true);
   const { branch } = (await client.call('wiki_status', {})).result.structuredContent;
