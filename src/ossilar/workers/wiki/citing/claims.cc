@@ -108,18 +108,21 @@ struct Span {
 constexpr std::string_view kClosingMarks = "\"')*_`";
 constexpr std::string_view kStops = ".!?,;";
 
+bool is_stop(char c) { return kStops.find(c) != std::string_view::npos; }
 bool is_closing_mark(char c) { return kClosingMarks.find(c) != std::string_view::npos; }
 
 // Whether a byte behind the end of a sentence, and behind its citations, still belongs to it. A mark behind a
 // blank opens the next one.
 bool belongs_to_end(std::string_view lines, std::size_t at) {
-  if (kStops.find(lines[at]) != std::string_view::npos) return true;
-  return is_closing_mark(lines[at]) && !is_blank(lines[at - 1]);
+  return is_stop(lines[at]) || (is_closing_mark(lines[at]) && !is_blank(lines[at - 1]));
 }
 
 // Where an earlier version began a sentence that begins at `begin`: behind the marks that open it.
 std::size_t behind_marks(std::string_view text, std::size_t begin) {
-  return std::min(text.find_first_not_of("\"')*_`.!?,; \t\n", begin), text.size());
+  while (begin < text.size() &&
+         (is_blank(text[begin]) || is_closing_mark(text[begin]) || is_stop(text[begin])))
+    ++begin;
+  return begin;
 }
 
 // Divides text[begin, end), the lines of one block, into sentences. Citations behind a full stop belong to
